@@ -1,0 +1,54 @@
+# How everything of the project's own is compiled and linked. Nothing of it reaches a consumer.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+# The build tree mirrors the install tree and is linked as if it were installed, so that it runs from
+# wherever it lies, and so that the libraries do not know the folder that they were built in.
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+
+option(KEL_WARNINGS_AS_ERRORS "Warnings are errors in the project's own build" ${PROJECT_IS_TOP_LEVEL})
+set(KEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+option(KEL_COVERAGE "Build for coverage measurement" OFF)
+
+add_library(kelProjectSettings INTERFACE)
+target_compile_options(kelProjectSettings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wundef -Wnull-dereference
+  -Wdouble-promotion -Wimplicit-fallthrough
+  # Paths in log records and debug information are relative to the project's root.
+  -ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+  -fstack-protector-strong)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(kelProjectSettings INTERFACE
+    -Wlogical-op -Wduplicated-cond -Wduplicated-branches)
+endif()
+if(KEL_WARNINGS_AS_ERRORS)
+  target_compile_options(kelProjectSettings INTERFACE -Werror)
+endif()
+
+target_link_options(kelProjectSettings INTERFACE
+  -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--as-needed)
+
+if(KEL_SANITIZE)
+  target_compile_options(kelProjectSettings INTERFACE
+    -fsanitize=${KEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  target_link_options(kelProjectSettings INTERFACE -fsanitize=${KEL_SANITIZE})
+else()
+  # The sanitizers' runtime is found at load time only.
+  target_link_options(kelProjectSettings INTERFACE -Wl,-z,defs)
+endif()
+
+if(KEL_COVERAGE)
+  target_compile_options(kelProjectSettings INTERFACE --coverage)
+  target_link_options(kelProjectSettings INTERFACE --coverage)
+endif()

@@ -1,0 +1,20 @@
+# Tests: GoogleTest, one ctest entry for each test.
+
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+# kel_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...])
+# A test program whose tests each become a ctest entry of their own.
+function(kel_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;DEFINITIONS;LABELS")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE
+    ${arg_LIBRARIES} kelTestSupport kelCore::kelCore GTest::gmock_main kelProjectSettings)
+  target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
+  set_target_properties(${name} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests
+    INSTALL_RPATH "$ORIGIN/../lib")
+  gtest_discover_tests(${name}
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 300 LABELS "${arg_LABELS}")
+endfunction()

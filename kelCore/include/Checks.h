@@ -1,0 +1,90 @@
+/// Checks: each logs one record at level Error and throws KELRuntimeError when it fails.
+///
+/// The text of a check may be streamed: `"has " << n << " channels."`. The record carries the file
+/// and the line of the check; the exception carries the message alone. Any thread may check.
+#pragma once
+
+#include "Export.h"
+#include "KELRuntimeError.h"
+#include "Logging.h"
+
+#include <sstream>
+#include <string>
+#include <type_traits>
+
+namespace kel::detail {
+
+/// Logs @p message at level Error and throws it as KELRuntimeError.
+[[noreturn]] KEL_CORE_EXPORT void Fail(const std::string& message, const char* file, int line);
+
+/// Streams a compared value; the one-byte integers, which a stream would take for characters, come
+/// out in decimal like the others.
+template <typename T>
+void StreamValue(std::ostream& stream, const T& value) {
+    if constexpr (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char>) {
+        stream << static_cast<int>(value);
+    } else {
+        stream << value;
+    }
+}
+
+/// The second bracket of the two comparing checks.
+template <typename T1, typename T2>
+std::string DescribeComparison(const T1& value1, const char* relation, const T2& value2) {
+    std::ostringstream stream = MakeMessageStream();
+    stream << " [ value1 (";
+    StreamValue(stream, value1);
+    stream << ") is not " << relation << " value2 (";
+    StreamValue(stream, value2);
+    stream << ") ]";
+    return stream.str();
+}
+
+} // namespace kel::detail
+
+// The texts are streamed piece by piece and can not be put in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
+
+#define KEL_DETAIL_FAIL(text, suffix)                                                              \
+    do {                                                                                           \
+        std::ostringstream kelText_ = ::kel::detail::MakeMessageStream();                          \
+        kelText_ << "[" << text << "]" << suffix;                                                  \
+        ::kel::detail::Fail(kelText_.str(), __FILE__, __LINE__);                                   \
+    } while (false)
+
+#define KEL_DETAIL_COMPARE(value1, relation, value2, text)                                         \
+    do {                                                                                           \
+        const auto& kelValue1_ = (value1);                                                         \
+        const auto& kelValue2_ = (value2);                                                         \
+        if (!(kelValue1_ relation kelValue2_)) {                                                   \
+            KEL_DETAIL_FAIL(                                                                       \
+                text, ::kel::detail::DescribeComparison(kelValue1_, #relation, kelValue2_));       \
+        }                                                                                          \
+    } while (false)
+
+/// Refuses, always: "[text]".
+#define KEL_FAIL(text) KEL_DETAIL_FAIL(text, "")
+
+/// Fails when @p pointer, raw or shared, is empty: "[text] [ Pointer is null ]".
+#define KEL_CHECK_POINTER(pointer, text)                                                           \
+    do {                                                                                           \
+        if ((pointer) == nullptr) {                                                                \
+            KEL_DETAIL_FAIL(text, " [ Pointer is null ]");                                         \
+        }                                                                                          \
+    } while (false)
+
+/// Fails when @p condition is false: "[text] [ Condition is not true ]".
+#define KEL_CHECK(condition, text)                                                                 \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            KEL_DETAIL_FAIL(text, " [ Condition is not true ]");                                   \
+        }                                                                                          \
+    } while (false)
+
+/// Fails when the values differ: "[text] [ value1 (3) is not == value2 (4) ]".
+#define KEL_CHECK_EQUAL(value1, value2, text) KEL_DETAIL_COMPARE(value1, ==, value2, text)
+
+/// Fails when the values are equal: "[text] [ value1 (0) is not != value2 (0) ]".
+#define KEL_CHECK_NOT_EQUAL(value1, value2, text) KEL_DETAIL_COMPARE(value1, !=, value2, text)
+
+// NOLINTEND(bugprone-macro-parentheses)

@@ -1,0 +1,50 @@
+/// Description of one audio stream.
+#pragma once
+
+#include "Export.h"
+#include "IInfo.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kel {
+
+class IAudioParameters;
+class IChannelInfo;
+class IClockInfo;
+class IMetadata;
+
+/// Description of one audio stream: its parameters, channels, metadata and clocks. Immutable.
+class KEL_CORE_EXPORT IAudioInfo : public IInfo {
+public:
+    ~IAudioInfo() override;
+
+    /// The channels of the stream.
+    virtual std::shared_ptr<const IChannelInfo> GetChannelInfo() const = 0;
+
+    /// A text that identifies this info: no two infos of a process have the same.
+    virtual const std::string& GetId() const = 0;
+
+    /// The codec parameters of the stream; may be empty.
+    virtual std::shared_ptr<const IAudioParameters> GetAudioParameters() const = 0;
+
+    /// The metadata that the info was made with.
+    virtual std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const = 0;
+
+    /// The clocks that the info was made with.
+    virtual std::vector<std::shared_ptr<const IClockInfo>> GetClockInfos() const = 0;
+};
+
+/// Describes an audio stream. All handles are shared with the info. Any thread may call it.
+/// @param parameters the codec parameters; may be empty
+/// @param channels the channels; may be empty where they are not known yet
+/// @param metadata metadata of the stream; may be empty
+/// @param clocks clocks of the stream; may be empty
+KEL_CORE_EXPORT std::shared_ptr<IAudioInfo>
+CreateAudioInfo(std::shared_ptr<const IAudioParameters> parameters,
+                std::shared_ptr<const IChannelInfo> channels,
+                std::vector<std::shared_ptr<const IMetadata>> metadata,
+                std::vector<std::shared_ptr<const IClockInfo>> clocks);
+
+} // namespace kel

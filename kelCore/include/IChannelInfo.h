@@ -1,0 +1,30 @@
+/// The channels of an audio stream.
+#pragma once
+
+#include "Export.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace kel {
+
+class ITrack;
+
+/// Description of the channels of an audio stream. Immutable.
+class KEL_CORE_EXPORT IChannelInfo {
+public:
+    virtual ~IChannelInfo();
+
+    /// Number of channels, that of the track; may be 0.
+    virtual std::uint32_t GetNumberOfChannels() const = 0;
+
+    /// The track that the channels belong to.
+    virtual std::shared_ptr<const ITrack> GetTrack() const = 0;
+};
+
+/// Describes the channels of a track. Any thread may call it.
+/// @param track the track, shared
+/// @throws KELRuntimeError when @p track is empty
+KEL_CORE_EXPORT std::shared_ptr<IChannelInfo> CreateChannelInfo(std::shared_ptr<const ITrack> track);
+
+} // namespace kel

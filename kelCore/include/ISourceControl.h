@@ -1,0 +1,73 @@
+/// Control side of a media source: opening, positions, outputs.
+#pragma once
+
+#include "Export.h"
+#include "IBasicControl.h"
+#include "MediaSourceDirection.h"
+#include "MediaTime.h"
+#include "TimeLimits.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kel {
+
+class IChannelInfo;
+class IMetadata;
+
+/// Control side of any media source. One thread at a time.
+///
+/// Order of calls: IMediaSource::SetInitConfig (which may open already), Open if the configuration
+/// named no medium, then outputs, limits and positions in any order, finally IMediaSource::Release.
+class KEL_CORE_EXPORT ISourceControl : public IBasicControl {
+public:
+    ~ISourceControl() override;
+
+    /// Opens the medium.
+    /// @param path wide path, see ConvertWideStringToPlatformString
+    /// @throws KELRuntimeError when the medium can not be opened, or one is open already
+    virtual void Open(const std::wstring& path) = 0;
+
+    /// Sets the direction in which the medium is delivered.
+    /// @throws KELRuntimeError where the source can not deliver in that direction
+    virtual void SetDirection(MediaSourceDirection direction) = 0;
+
+    /// Returns the direction in which the medium is delivered.
+    virtual MediaSourceDirection GetDirection() const = 0;
+
+    /// Moves the read position.
+    /// @param time where to, in the edit rate of the source's time limits
+    /// @param track the track whose time it is; sources with one track ignore it
+    /// @return the position reached
+    /// @throws KELRuntimeError without an open medium, in another edit rate, outside the limits
+    virtual MediaTime GotoTimeOffset(const MediaTime& time, std::string track) = 0;
+
+    /// True while a medium is open.
+    virtual bool IsMediaOpen() const = 0;
+
+    /// Returns the extent of the medium.
+    /// @param track the track that is asked for; sources with one track ignore it
+    /// @throws KELRuntimeError without an open medium
+    virtual TimeLimits GetTimeLimits(std::string track) = 0;
+
+    /// Returns the metadata of the medium.
+    virtual std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const = 0;
+
+    /// True when the medium may still become longer.
+    virtual bool IsGrowing() const = 0;
+
+    /// Returns the outputs that the medium offers; empty without an open medium.
+    virtual std::vector<std::shared_ptr<const IChannelInfo>> GetAvailableOutputs() const = 0;
+
+    /// Chooses the outputs that are delivered.
+    /// @param outputs the outputs to deliver; empty for none
+    /// @throws KELRuntimeError without an open medium
+    virtual void
+    ActivateOutputs(const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) = 0;
+
+    /// Returns the outputs that are delivered; empty without an open medium.
+    virtual std::vector<std::shared_ptr<const IChannelInfo>> GetActivatedOutputs() const = 0;
+};
+
+} // namespace kel

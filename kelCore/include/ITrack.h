@@ -1,0 +1,39 @@
+/// A track of a medium.
+#pragma once
+
+#include "ContentType.h"
+#include "Export.h"
+#include "TrackLayout.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace kel {
+
+class ITrackGroup;
+
+/// A track of a medium. Immutable.
+class KEL_CORE_EXPORT ITrack {
+public:
+    virtual ~ITrack();
+
+    /// What the track carries.
+    virtual ContentType GetContentType() const = 0;
+    /// Number of channels in the track; may be 0.
+    virtual std::uint32_t GetNumberOfChannels() const = 0;
+    /// The group that the track belongs to; empty when it was made without one.
+    virtual std::shared_ptr<const ITrackGroup> GetTrackGroup() const = 0;
+    /// How the track's channels are laid out.
+    virtual TrackLayout GetLayout() const = 0;
+};
+
+/// Makes a track. Any thread may call it.
+/// @param type what the track carries
+/// @param channels number of channels, 0 included
+/// @param group the group that it belongs to, shared; may be empty
+/// @param layout how its channels are laid out
+KEL_CORE_EXPORT std::shared_ptr<ITrack> CreateTrack(ContentType type, std::uint32_t channels,
+                                                    std::shared_ptr<const ITrackGroup> group,
+                                                    TrackLayout layout);
+
+} // namespace kel

@@ -1,0 +1,104 @@
+/// Log records: where they go, what they carry, and how to write one.
+///
+/// Every record goes to the current logger writer, or to standard error when there is none. All
+/// functions may be called from any thread; the writer may be exchanged while other threads log.
+/// Writing a record never throws.
+#pragma once
+
+#include "Export.h"
+#include "LogLevel.h"
+
+#include <locale>
+#include <memory>
+#include <sstream>
+#include <string>
+
+namespace kel {
+
+/// Receives log records. A host implements it and installs it with SetCurrentLoggerWriter.
+class KEL_CORE_EXPORT ILoggerWriter {
+public:
+    virtual ~ILoggerWriter();
+
+    /// Takes one record. Called on the thread that logs, from several threads at once if several
+    /// log. Every text is null-terminated and valid for the duration of the call only.
+    /// An exception is caught by the caller, and the record goes to standard error instead.
+    ///
+    /// @param level severity
+    /// @param message the record's text
+    /// @param context the work that the thread is in, see ContextScope; "" outside of any
+    /// @param file source file of the statement, relative to the root of its project
+    /// @param line line of the statement, decimal
+    /// @param reserved always ""
+    /// @param threadId see GetThreadId
+    /// @param time see GetCurrentTimeString
+    virtual void Write(LogLevel level, const char* message, const char* context, const char* file,
+                       const char* line, const char* reserved, const char* threadId,
+                       const char* time) = 0;
+};
+
+/// Returns the writer that records go to; empty when none is installed. The handle keeps the writer
+/// alive while it is in use, even if it is exchanged meanwhile.
+KEL_CORE_EXPORT std::shared_ptr<ILoggerWriter> GetCurrentLoggerWriter();
+
+/// Installs @p writer for the whole process; an empty handle sends records to standard error again.
+/// The framework shares the writer until the next call and does not release it when the process
+/// ends: a writer that has something to flush is taken out before.
+KEL_CORE_EXPORT void SetCurrentLoggerWriter(std::shared_ptr<ILoggerWriter> writer);
+
+/// Returns the present time as ISO 8601 in UTC with milliseconds, "2026-11-21T09:30:00.125Z".
+KEL_CORE_EXPORT std::string GetCurrentTimeString();
+
+/// Returns the calling thread's kernel id as decimal text, the number that debuggers and process
+/// listings show.
+KEL_CORE_EXPORT std::string GetThreadId();
+
+/// Returns the names of the calling thread's ContextScopes, outermost first, joined by " / "; ""
+/// outside of any.
+KEL_CORE_EXPORT std::string GetCurrentContextString();
+
+/// Returns @p value in decimal.
+KEL_CORE_EXPORT std::string ToString(int value);
+
+/// Names the work that the current thread is in, for as long as it lives. Scopes nest; each is
+/// destroyed on the thread that made it, the innermost first.
+class KEL_CORE_EXPORT ContextScope {
+public:
+    /// @param name the work, for instance "copy take.wav"
+    explicit ContextScope(std::string name);
+    ~ContextScope();
+
+    ContextScope(const ContextScope&) = delete;
+    ContextScope& operator=(const ContextScope&) = delete;
+
+private:
+    friend KEL_CORE_EXPORT std::string GetCurrentContextString();
+
+    std::string m_name;
+    ContextScope* m_outer;
+};
+
+namespace detail {
+
+/// Writes one record to the current writer; without one, or when it throws, to standard error as
+/// the level's text, a blank, the message and a newline. Never throws.
+KEL_CORE_EXPORT void WriteRecord(LogLevel level, const std::string& message, const char* file,
+                                 int line) noexcept;
+
+/// A string stream whose numbers look the same whatever locale the host has made global.
+inline std::ostringstream MakeMessageStream() {
+    std::ostringstream stream;
+    stream.imbue(std::locale::classic());
+    return stream;
+}
+
+} // namespace detail
+} // namespace kel
+
+/// Writes a record at @p level (a LogLevel). @p text may be streamed: `"has " << n << " channels."`
+#define KEL_LOG(level, text)                                                                       \
+    do {                                                                                           \
+        std::ostringstream kelText_ = ::kel::detail::MakeMessageStream();                          \
+        kelText_ << text; /* NOLINT(bugprone-macro-parentheses): streamed piece by piece */        \
+        ::kel::detail::WriteRecord((level), kelText_.str(), __FILE__, __LINE__);                   \
+    } while (false)

@@ -1,0 +1,14 @@
+/// Direction in which a source is read.
+#pragma once
+
+#include <cstdint>
+
+namespace kel {
+
+/// Direction in which a source delivers its medium.
+enum class MediaSourceDirection : std::int32_t {
+    Forward = 0,
+    Backward = 1,
+};
+
+} // namespace kel

@@ -1,0 +1,114 @@
+/// Named parameters: prototypes that declare them and instances that hold values.
+///
+/// Names are compared exactly. A prototype or an instance is filled by one thread; once shared as
+/// const, any number of threads may read it.
+#pragma once
+
+#include "Export.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace kel {
+
+class IParametersCollectionPrototype;
+
+/// Kind of a parameter's value. The order is that of the alternatives of ParameterValue.
+enum class ParameterKind : std::int32_t {
+    Integer,    ///< a signed 32-bit integer
+    String,     ///< a text, kept as UTF-8
+    Collection, ///< the prototype of another collection
+};
+
+/// Returns the word for a kind: "integer", "string" or "collection". Any thread may call it.
+KEL_CORE_EXPORT std::string ToString(ParameterKind kind);
+
+/// The value of a parameter of any kind.
+using ParameterValue =
+    std::variant<std::int32_t, std::string, std::shared_ptr<const IParametersCollectionPrototype>>;
+
+/// What a prototype declares of one parameter.
+struct ParameterDescription {
+    std::string name;
+    ParameterKind kind = ParameterKind::String;
+    std::string description;
+    /// What the parameter reads as when it was not set. Without one, a string reads as the empty
+    /// text, an integer as 0 and a collection as an empty handle.
+    std::optional<ParameterValue> defaultValue;
+};
+
+/// A schema of named parameters. Each add operation declares one more.
+/// @throws KELRuntimeError from every add operation when the name is empty or declared already
+class KEL_CORE_EXPORT IParametersCollectionPrototype {
+public:
+    virtual ~IParametersCollectionPrototype();
+
+    /// Declares a string without a default.
+    virtual void AddStringParameter(std::string_view name, std::string_view description) = 0;
+
+    /// Declares a string with a default.
+    virtual void AddStringParameterWithDefault(std::string_view name, std::string_view defaultValue,
+                                               std::string_view description) = 0;
+
+    /// Declares an integer with a default.
+    virtual void AddIntegerParameter(std::string_view name, std::int32_t defaultValue,
+                                     std::string_view description) = 0;
+
+    /// Declares a parameter that holds the prototype of another collection.
+    virtual void AddCollectionParameter(std::string_view name, std::string_view description) = 0;
+
+    /// Returns what is declared, in order of declaration.
+    virtual std::vector<ParameterDescription> GetParameters() const = 0;
+};
+
+/// A set of values for the parameters of one prototype. A parameter that was never set reads as its
+/// default.
+/// @throws KELRuntimeError from every getter and setter when the name is not declared or is
+/// declared as another kind; the message has the name and both kinds
+class KEL_CORE_EXPORT IParametersCollectionInstance {
+public:
+    virtual ~IParametersCollectionInstance();
+
+    /// Sets an integer.
+    virtual void SetIntegerValue(std::string_view name, std::int32_t value) = 0;
+
+    /// Sets a string. Any bytes will do.
+    virtual void SetStringValue(std::string_view name, std::string_view value) = 0;
+
+    /// Sets a string from wide text; it is kept as ConvertWideStringToPlatformString gives it.
+    /// @throws KELRuntimeError also when the text has no narrow form
+    virtual void SetWideStringValue(std::string_view name, const std::wstring& value) = 0;
+
+    /// Sets a collection, shared with the instance.
+    virtual void SetCollectionValue(std::string_view name,
+                                    std::shared_ptr<const IParametersCollectionPrototype> value) = 0;
+
+    /// Returns an integer.
+    virtual std::int32_t GetIntegerValue(std::string_view name) const = 0;
+
+    /// Returns a string.
+    virtual std::string GetStringValue(std::string_view name) const = 0;
+
+    /// Returns a string as wide text, as ConvertPlatformStringToWideString gives it.
+    virtual std::wstring GetWideStringValue(std::string_view name) const = 0;
+
+    /// Returns a collection; empty when it was never set.
+    virtual std::shared_ptr<const IParametersCollectionPrototype>
+    GetCollectionValue(std::string_view name) const = 0;
+};
+
+/// Makes a prototype that declares nothing. Any thread may call it.
+KEL_CORE_EXPORT std::shared_ptr<IParametersCollectionPrototype> CreateParametersCollectionPrototype();
+
+/// Makes an instance without values of its own. Any thread may call it.
+/// @param prototype declares the parameters; what is added to it later the instance does not know
+/// @throws KELRuntimeError when @p prototype is empty
+KEL_CORE_EXPORT std::shared_ptr<IParametersCollectionInstance> CreateParametersCollectionInstance(
+    const std::shared_ptr<const IParametersCollectionPrototype>& prototype);
+
+} // namespace kel

@@ -1,0 +1,68 @@
+/// The registry of element factories.
+///
+/// There is one in a process. All functions may be called from any thread at any time.
+#pragma once
+
+#include "ElementFactoryType.h"
+#include "Export.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kel {
+
+class IElementFactory;
+class IParametersCollectionInstance;
+class IParametersCollectionPrototype;
+
+/// One registration, as RegisterFactory was given it.
+struct Registration {
+    std::string name;   ///< what the host passed to the plug-in's entry point
+    std::string coreId; ///< see GetKELCoreIdInternal
+    std::shared_ptr<IElementFactory> factory;
+    std::shared_ptr<const IParametersCollectionInstance> entry;
+};
+
+/// Adds one registration behind the others. Nothing is replaced: of two registrations that match a
+/// look-up, the first answers.
+/// @param name the text that the host passed to the plug-in's entry point
+/// @param coreId the result of GetKELCoreIdInternal
+/// @param factory makes the elements, shared
+/// @param registryEntry describes the element, an instance of GetRegistryEntryPrototype, shared
+/// @throws KELRuntimeError when @p factory or @p registryEntry is empty, or the entry does not
+/// declare "class", "implementation" and "type"; nothing is added then
+KEL_CORE_EXPORT void
+RegisterFactory(std::string name, std::string coreId, std::shared_ptr<IElementFactory> factory,
+                std::shared_ptr<const IParametersCollectionInstance> registryEntry);
+
+/// Returns all registrations in their order. The framework's own come first, under the name
+/// "kelCore".
+KEL_CORE_EXPORT std::vector<Registration> GetRegistrations();
+
+/// Removes all registrations that were made under @p name, so that a host can unload the library
+/// that they come from once it has let go of the elements as well.
+/// @return how many there were
+KEL_CORE_EXPORT std::size_t UnregisterFactories(const std::string& name);
+
+/// Returns a text that identifies this framework core to a plug-in built with version text
+/// @p version: "kelCore 0.1.0 for plug-in VERSION".
+KEL_CORE_EXPORT std::string GetKELCoreIdInternal(std::string version);
+
+/// Returns the prototype of registry entries. It declares "class" (integer, the numeric
+/// ElementFactoryType), "type" (string, the label of the format), "implementation" (string), "doc"
+/// (string) and "init_config" (collection, the prototype of the element's settings).
+KEL_CORE_EXPORT std::shared_ptr<const IParametersCollectionPrototype> GetRegistryEntryPrototype();
+
+/// Returns the factory of the first registration whose entry has this class, implementation and
+/// type; empty when there is none.
+KEL_CORE_EXPORT std::shared_ptr<IElementFactory>
+GetFactory(ElementFactoryType kind, const std::string& implementation, const std::string& type);
+
+/// Returns the manifest to create that element with, the registry entry itself; empty when there is
+/// none.
+KEL_CORE_EXPORT std::shared_ptr<const IParametersCollectionInstance>
+GetManifest(ElementFactoryType kind, const std::string& implementation, const std::string& type);
+
+} // namespace kel

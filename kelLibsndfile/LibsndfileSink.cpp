@@ -1,0 +1,436 @@
+#include "LibsndfileSink.h"
+
+#include <AudioPCMType.h>
+#include <Checks.h>
+#include <ContentType.h>
+#include <IAudioInfo.h>
+#include <IAudioParameters.h>
+#include <IAudioParameters_PCM.h>
+#include <IAudioSample.h>
+#include <IBuffer.h>
+#include <IChannelInfo.h>
+#include <ICheckInputReport.h>
+#include <IInfoContainer.h>
+#include <ISampleContainer.h>
+#include <Logging.h>
+#include <PCMEndianness.h>
+#include <PCMMuxing.h>
+#include <ParametersCollection.h>
+#include <PlatformString.h>
+#include <WrapperFormat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <sndfile.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel {
+
+namespace {
+
+constexpr const char* kNotConfigured = "LibsndfileSink needs SetInitConfig first";
+constexpr const char* kNoInput = "LibsndfileSink got no input description";
+
+std::shared_ptr<const IAudioParameters_PCM> PCMParametersOf(const IAudioInfo& audioInfo) {
+    return std::dynamic_pointer_cast<const IAudioParameters_PCM>(audioInfo.GetAudioParameters());
+}
+
+std::uint32_t NumberOfChannelsOf(const IAudioInfo& audioInfo) {
+    const std::shared_ptr<const IChannelInfo> channels = audioInfo.GetChannelInfo();
+    return channels != nullptr ? channels->GetNumberOfChannels() : 0;
+}
+
+// Exactly one info, and that audio.
+bool IsSingleAudioInput(const IInfoContainer& input) {
+    return input.GetInfos().size() == 1 && input.GetAudioInfos().size() == 1;
+}
+
+int MajorFormat(WrapperFormat wrapperFormat) {
+    switch (wrapperFormat) {
+    case WrapperFormat::AIFF:
+        return SF_FORMAT_AIFF;
+    case WrapperFormat::BWAVE:
+        return SF_FORMAT_RF64; // sizes beyond 4 GiB
+    case WrapperFormat::WAVE:
+        return SF_FORMAT_WAVEX; // the extensible header, which says what more than two channels are
+    case WrapperFormat::Unknown:
+    case WrapperFormat::RAW:
+        break;
+    }
+    KEL_FAIL("Only AIFF and WAVE/BWAVE wrapper formats (or extensions) are supported");
+}
+
+int SampleEncoding(const IAudioParameters_PCM& pcmAudioParams) {
+    const std::uint8_t sampleSize = pcmAudioParams.GetSampleSize();
+    const std::uint8_t bitsDepth = pcmAudioParams.GetBitsDepth();
+    switch (pcmAudioParams.GetPCMType()) {
+    case AudioPCMType::Integer:
+        switch (sampleSize) {
+        case 2:
+            if (bitsDepth != 16) {
+                KEL_FAIL("(pcmAudioParams->GetSampleSize() == 2) && "
+                         "(pcmAudioParams->GetBitsDepth() != 16)");
+            }
+            return SF_FORMAT_PCM_16;
+        case 3:
+            if (bitsDepth != 24) {
+                KEL_FAIL("(pcmAudioParams->GetSampleSize() == 3) && "
+                         "(pcmAudioParams->GetBitsDepth() != 24)");
+            }
+            return SF_FORMAT_PCM_24;
+        case 4:
+            if (bitsDepth != 32) {
+                KEL_FAIL("(pcmAudioParams->GetSampleSize() == 4) && "
+                         "(pcmAudioParams->GetBitsDepth() != 32)");
+            }
+            return SF_FORMAT_PCM_32;
+        default:
+            KEL_FAIL("Only 16-bit/2 bytes, 24-bit/3 bytes or 32-bit/4 bytes integer PCM samples "
+                     "supported (24-bit over 4 bytes not supported)");
+        }
+    case AudioPCMType::Float:
+        switch (sampleSize) {
+        case 4:
+            if (bitsDepth != 32) {
+                KEL_FAIL("(pcmAudioParams->GetSampleSize() == 4) && "
+                         "(pcmAudioParams->GetBitsDepth() != 32)");
+            }
+            return SF_FORMAT_FLOAT;
+        case 8:
+            if (bitsDepth != 64) {
+                KEL_FAIL("(pcmAudioParams->GetSampleSize() == 8) && "
+                         "(pcmAudioParams->GetBitsDepth() != 64)");
+            }
+            return SF_FORMAT_DOUBLE;
+        default:
+            KEL_FAIL("Only 4 or 8 bytes float PCM samples supported");
+        }
+    case AudioPCMType::Undefined:
+        break;
+    }
+    KEL_FAIL("PCM type should be 32-bit/64-bit float or 16-bit/24-bit/32-bit integer");
+}
+
+int ByteOrder(PCMEndianness endianness) {
+    switch (endianness) {
+    case PCMEndianness::Little:
+        return SF_ENDIAN_LITTLE;
+    case PCMEndianness::Big:
+        return SF_ENDIAN_BIG;
+    case PCMEndianness::Undefined:
+        break;
+    }
+    KEL_FAIL("PCM endianness type should be defined to either little or big endian");
+}
+
+// The one mapping from a container and a PCM layout to what libsndfile is told. Whether the
+// container takes the layout is for libsndfile to say.
+SF_INFO
+WrapperFormatAndAudioParametersToSfInfo(WrapperFormat wrapperFormat,
+                                        const std::shared_ptr<const IAudioInfo>& audioInfo) {
+    const int majorFormat = MajorFormat(wrapperFormat);
+    const auto pcmAudioParams = PCMParametersOf(*audioInfo);
+    KEL_CHECK_POINTER(pcmAudioParams, "Only PCM audio is supported");
+    const int encoding = SampleEncoding(*pcmAudioParams);
+    const int byteOrder = ByteOrder(pcmAudioParams->GetEndianness());
+
+    SF_INFO sfInfo{};
+    sfInfo.format = majorFormat | encoding | byteOrder;
+    sfInfo.channels = static_cast<int>(NumberOfChannelsOf(*audioInfo));
+    sfInfo.samplerate = static_cast<int>(pcmAudioParams->GetSampleRate());
+    return sfInfo;
+}
+
+void CheckMuxing(std::uint32_t channels, PCMMuxing muxing) {
+    const bool isMulti = muxing == PCMMuxing::Multi;
+    switch (channels) {
+    case 0:
+        KEL_FAIL("There are 0 channels in the audio info!");
+    case 1:
+        if (!isMulti && muxing != PCMMuxing::None) {
+            KEL_FAIL("Only \"none\" and \"multi\" are accepted for 1-channel muxing");
+        }
+        break;
+    case 2:
+        if (!isMulti && muxing != PCMMuxing::Stereo) {
+            KEL_FAIL("Only \"stereo\" and \"multi\" are accepted for 2-channel muxing");
+        }
+        break;
+    default:
+        if (!isMulti) {
+            KEL_FAIL("Only \"multi\" is accepted for multichannel (> 2) muxing");
+        }
+        break;
+    }
+}
+
+struct ExtensionFormat {
+    const wchar_t* extension;
+    WrapperFormat format;
+};
+
+constexpr ExtensionFormat kExtensionFormats[] = {
+    {L".wav", WrapperFormat::WAVE},   {L".wave", WrapperFormat::WAVE},
+    {L".rf64", WrapperFormat::BWAVE}, {L".bwav", WrapperFormat::BWAVE},
+    {L".bwave", WrapperFormat::BWAVE}, {L".aif", WrapperFormat::AIFF},
+    {L".aiff", WrapperFormat::AIFF},  {L".raw", WrapperFormat::RAW},
+};
+
+// Lower-cases ASCII letters, with the C library's function for single bytes; other characters are
+// not its business.
+wchar_t ToLower(wchar_t character) {
+    constexpr wchar_t kLastASCII = 0x7F;
+    return character < 0 || character > kLastASCII
+               ? character
+               : static_cast<wchar_t>(std::tolower(static_cast<int>(character)));
+}
+
+// The extension is what follows the last dot of the whole path: a dot in a folder's name counts, so
+// that such a path has an extension that nothing matches.
+WrapperFormat FormatFromExtension(const std::wstring& path) {
+    const std::size_t dot = path.rfind(L'.');
+    if (dot == std::wstring::npos) {
+        return WrapperFormat::Unknown;
+    }
+    std::wstring extension = path.substr(dot);
+    std::transform(extension.begin(), extension.end(), extension.begin(), ToLower);
+    for (const ExtensionFormat& entry : kExtensionFormats) {
+        if (extension == entry.extension) {
+            return entry.format;
+        }
+    }
+    return WrapperFormat::Unknown;
+}
+
+// The format that "type" names. Text that names none counts as none given.
+WrapperFormat FormatFromType(const std::shared_ptr<const IParametersCollectionInstance>& manifest) {
+    KEL_CHECK_POINTER(manifest, "LibsndfileSink was made without a manifest");
+    WrapperFormat format = WrapperFormat::Unknown;
+    FromString(format, manifest->GetStringValue("type"));
+    return format;
+}
+
+// The configuration wins over the extension. The misspelt record is what log filters look for.
+WrapperFormat ResolveFormat(WrapperFormat extFormat, WrapperFormat typeFormat) {
+    const bool extKnown = extFormat != WrapperFormat::Unknown;
+    const bool typeKnown = typeFormat != WrapperFormat::Unknown;
+    if (extKnown && typeKnown) {
+        if (extFormat == typeFormat) {
+            KEL_LOG(LogLevel::Info,
+                    "Read the following WrapperFormat from both extension and type: "
+                        << ToString(typeFormat));
+        } else {
+            KEL_LOG(LogLevel::Warning,
+                    "The file extension suggests the following wrapper format: "
+                        << ToString(extFormat)
+                        << " but it has been overriden with the type wrapper format:"
+                        << ToString(typeFormat));
+        }
+        return typeFormat;
+    }
+    if (extKnown) {
+        KEL_LOG(LogLevel::Info, "Inferred the following WrapperFormat from extension: "
+                                    << ToString(extFormat));
+        return extFormat;
+    }
+    if (typeKnown) {
+        KEL_LOG(LogLevel::Info,
+                "Read the following WrapperFormat from type: " << ToString(typeFormat));
+        return typeFormat;
+    }
+    KEL_FAIL("WrapperFormat not present in configuration and cannot be inferred from file "
+             "extension");
+}
+
+struct SampleLayout {
+    std::uint8_t bytes;
+    std::uint8_t bits;
+};
+
+std::shared_ptr<const IAudioParameters_PCM> MakeCandidate(std::uint32_t hertz, AudioPCMType type,
+                                                          const SampleLayout& layout) {
+    auto candidate = CreateAudioParameters<ACodecFamily::PCM>();
+    candidate->SetMuxing(PCMMuxing::Multi);
+    candidate->SetSampleRate(hertz);
+    candidate->SetBitsDepth(layout.bits);
+    candidate->SetEndianness(PCMEndianness::Little);
+    candidate->SetPCMType(type);
+    candidate->SetSampleSize(layout.bytes);
+    return candidate;
+}
+
+// The descriptions that a producer is most likely to be able to switch to.
+std::vector<std::shared_ptr<const IAudioParameters_PCM>> MakeCandidates() {
+    struct TypeLayouts {
+        AudioPCMType type;
+        std::vector<SampleLayout> layouts;
+    };
+    const std::vector<std::uint32_t> rates{22500, 44100, 48000, 96000};
+    const std::vector<TypeLayouts> types{{AudioPCMType::Float, {{4, 32}, {8, 64}}},
+                                         {AudioPCMType::Integer, {{2, 16}, {3, 24}, {4, 32}}}};
+    std::vector<std::shared_ptr<const IAudioParameters_PCM>> candidates;
+    for (const std::uint32_t rate : rates) {
+        for (const TypeLayouts& type : types) {
+            for (const SampleLayout& layout : type.layouts) {
+                candidates.push_back(MakeCandidate(rate, type.type, layout));
+            }
+        }
+    }
+    return candidates;
+}
+
+} // namespace
+
+LibsndfileSink::LibsndfileSink(std::shared_ptr<const IParametersCollectionInstance> manifest)
+    : config(std::move(manifest)) {}
+
+// Finishing a file is the producer's decision; a half-written one must not look finished because
+// the element happened to go away.
+LibsndfileSink::~LibsndfileSink() = default;
+
+void LibsndfileSink::SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> newConfig) {
+    initConfig = std::move(newConfig);
+    KEL_CHECK_POINTER(initConfig, kNotConfigured);
+    // Read for its error alone: a collection that does not know the parameter is refused here, not
+    // when the input is defined.
+    static_cast<void>(initConfig->GetWideStringValue("FilePath"));
+}
+
+void LibsndfileSink::UpdateConfig(
+    std::shared_ptr<const IParametersCollectionInstance> /*newConfig*/) {
+    KEL_FAIL("UpdateConfig not supported");
+}
+
+std::shared_ptr<const IParametersCollectionInstance> LibsndfileSink::GetManifest() const {
+    return config;
+}
+
+void LibsndfileSink::Open(const std::wstring& path) {
+    if (sndFile != nullptr) {
+        KEL_FAIL("A file is already opened!");
+    }
+    openedFilePath = path;
+}
+
+void LibsndfileSink::PushMetadata(
+    const std::vector<std::shared_ptr<const IMetadata>>& /*metadata*/) {
+    // The same text as for UpdateConfig: hosts treat both as one missing ability.
+    KEL_FAIL("UpdateConfig not supported");
+}
+
+void LibsndfileSink::Close(bool /*flag*/) {
+    if (sndFile == nullptr) {
+        return;
+    }
+    sf_close(sndFile);
+    sndFile = nullptr;
+    openedFilePath.clear();
+}
+
+void LibsndfileSink::Release() { Close(false); }
+
+void LibsndfileSink::SetInputMediator(std::shared_ptr<IInputMediator> /*mediator*/,
+                                      std::string /*input*/, std::string /*name*/) {
+    KEL_FAIL("LibsndfileSink::SetInputMediator not implemented");
+}
+
+void LibsndfileSink::Interrupt() {}
+
+void LibsndfileSink::ClearInternalBuffer() {}
+
+std::shared_ptr<const IInfoContainer> LibsndfileSink::GetDefinedInput(std::string /*name*/) const {
+    return definedInput;
+}
+
+std::shared_ptr<const ICheckInputReport>
+LibsndfileSink::CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer> input,
+                                              std::string /*name*/) const {
+    KEL_CHECK_POINTER(input, kNoInput);
+    if (!IsSingleAudioInput(*input)) {
+        return CreateCheckInputReportTrackError({ContentType::Audio});
+    }
+
+    // Made, but not proposed: a producer is told which info is refused and chooses for itself.
+    [[maybe_unused]] const auto candidates = MakeCandidates();
+    const std::shared_ptr<const IAudioInfo> audioInfo = input->GetAudioInfos().front();
+    const auto pcmAudioParams = PCMParametersOf(*audioInfo);
+    std::map<std::string, std::vector<std::shared_ptr<const IEncodingParameters>>> proposals;
+    proposals[audioInfo->GetId()] = {};
+    if (pcmAudioParams == nullptr) {
+        return CreateCheckInputReportEncodingError(proposals);
+    }
+
+    const SF_INFO sfInfo =
+        WrapperFormatAndAudioParametersToSfInfo(FormatFromType(config), audioInfo);
+    if (sf_format_check(&sfInfo) == 0) {
+        return CreateCheckInputReportEncodingError(proposals);
+    }
+    return CreateCheckInputReportNoError();
+}
+
+void LibsndfileSink::DefineInput(std::shared_ptr<const IInfoContainer> input, std::string name) {
+    KEL_CHECK_POINTER(input, kNoInput);
+    if (!IsSingleAudioInput(*input)) {
+        KEL_FAIL("Only one info supported in input. It must be audio.");
+    }
+    const std::shared_ptr<const IAudioInfo> audioInfo = input->GetAudioInfos().front();
+    const auto pcmAudioParams = PCMParametersOf(*audioInfo);
+    KEL_CHECK_POINTER(pcmAudioParams, "Only PCM audio is supported");
+    CheckMuxing(NumberOfChannelsOf(*audioInfo), pcmAudioParams->GetMuxing());
+
+    KEL_CHECK_POINTER(initConfig, kNotConfigured);
+    const std::wstring configPath = initConfig->GetWideStringValue("FilePath");
+    if (!configPath.empty() && !openedFilePath.empty()) {
+        KEL_FAIL("FilePath must be specified either by the config object or by the Open command "
+                 "but NOT by both!");
+    }
+    const std::wstring& path = !openedFilePath.empty() ? openedFilePath : configPath;
+
+    const WrapperFormat wrapperFormat =
+        ResolveFormat(FormatFromExtension(path), FormatFromType(config));
+
+    // The check knows "type" alone, so that a file is created only where "type" names a format that
+    // can be written; the extension decides no more than the record above.
+    const auto report = CheckInputAndAdaptIfNecessary(input, std::move(name));
+    if (report != nullptr && report->GetErrorType() != 0) {
+        KEL_FAIL("The defined input is not accepted. Please call CheckInputAndAdaptIfNecessary to "
+                 "receive more info about supported input infos.");
+    }
+
+    definedInput = std::move(input);
+    SF_INFO sfInfo = WrapperFormatAndAudioParametersToSfInfo(wrapperFormat, audioInfo);
+    const std::string platformPath = ConvertWideStringToPlatformString(path);
+    SNDFILE* file = sf_open(platformPath.c_str(), SFM_WRITE, &sfInfo);
+    if (file == nullptr) {
+        const char* error = sf_strerror(nullptr);
+        KEL_FAIL("Unable to open file \"" << platformPath << "\" with libsndfile. Error is:\""
+                                          << (error != nullptr ? error : "") << "\"");
+    }
+    // A file that was open before is left to itself: one input is defined per file.
+    sndFile = file;
+}
+
+void LibsndfileSink::PushSample(std::shared_ptr<const ISampleContainer> container) {
+    KEL_CHECK_POINTER(container, "LibsndfileSink got no sample container");
+    const auto samples = container->GetAudioSamples(nullptr, nullptr);
+    if (samples.empty()) {
+        return;
+    }
+    KEL_CHECK_EQUAL(samples.size(), 1U, "More than one audio sample received! This is forbidden");
+
+    const std::shared_ptr<const IBuffer> buffer = samples.front()->GetBuffer();
+    const std::uint32_t size = buffer->GetSize();
+    // Without a file libsndfile is given its null handle, writes nothing and says so.
+    const sf_count_t written = sf_write_raw(sndFile, buffer->GetData(), size);
+    if (written != static_cast<sf_count_t>(size)) {
+        KEL_LOG(LogLevel::Error, "Warning: tried to write " << size << " bytes but could only write "
+                                                            << written);
+    }
+}
+
+} // namespace kel

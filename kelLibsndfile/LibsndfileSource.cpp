@@ -1,0 +1,270 @@
+#include "LibsndfileSource.h"
+
+#include <Checks.h>
+#include <EditRate.h>
+#include <IAudioInfo.h>
+#include <IAudioSample.h>
+#include <IBuffer.h>
+#include <IChannelInfo.h>
+#include <IInfoContainer.h>
+#include <IMemoryBlock.h>
+#include <IMemoryBlockAllocator.h>
+#include <IMetadata.h>
+#include <ISampleContainer.h>
+#include <ITrack.h>
+#include <ITrackGroup.h>
+#include <Logging.h>
+#include <MediaTime.h>
+#include <ParametersCollection.h>
+#include <PlatformString.h>
+#include <TimeLimits.h>
+#include <WorkflowStepImplementation.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <sndfile.h>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel {
+
+namespace {
+
+constexpr std::uint32_t kBytesPerValue = 4; // 32-bit float
+
+// One edit unit is one frame.
+EditRate FrameRate(const SF_INFO& sfInfo) {
+    return {static_cast<std::uint32_t>(sfInfo.samplerate), 1};
+}
+
+bool IsNull(const EditRate& rate) { return rate.numerator == 0 || rate.denominator == 0; }
+
+// Equal as quotients: 96000/2 is the rate 48000/1. A null rate equals null rates only.
+bool IsSameRate(const EditRate& left, const EditRate& right) {
+    constexpr double kTolerance = 0.00006;
+    if (IsNull(left) || IsNull(right)) {
+        return IsNull(left) && IsNull(right);
+    }
+    left.CheckDenominator();
+    right.CheckDenominator();
+    const double leftQuotient = static_cast<double>(left.numerator) / left.denominator;
+    const double rightQuotient = static_cast<double>(right.numerator) / right.denominator;
+    return std::abs(leftQuotient - rightQuotient) <= kTolerance;
+}
+
+// A stream takes a null text for an error; here nothing is printed for it.
+const char* TextOrNothing(const char* text) { return text != nullptr ? text : ""; }
+
+constexpr const char* kNotConfigured = "LibsndfileSource needs SetInitConfig first";
+
+} // namespace
+
+LibsndfileSource::LibsndfileSource(std::shared_ptr<const IParametersCollectionInstance> config)
+    : manifest(std::move(config)) {}
+
+LibsndfileSource::~LibsndfileSource() { LibsndfileSource::Release(); }
+
+void LibsndfileSource::UpdateConfig(
+    std::shared_ptr<const IParametersCollectionInstance> /*config*/) {
+    KEL_FAIL("LibsndfileSource::UpdateConfig not supported");
+}
+
+std::shared_ptr<const IParametersCollectionInstance> LibsndfileSource::GetManifest() const {
+    return manifest;
+}
+
+void LibsndfileSource::SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) {
+    initConfig = std::move(config);
+    KEL_CHECK_POINTER(initConfig, kNotConfigured);
+    const std::wstring path = initConfig->GetWideStringValue("FilePath");
+    if (!path.empty()) {
+        Open(path);
+    }
+}
+
+void LibsndfileSource::Open(const std::wstring& path) {
+    KEL_CHECK(sndFile == nullptr, "Cannot open a file twice.");
+
+    const std::string name = ConvertWideStringToPlatformString(path);
+    SNDFILE* file = sf_open(name.c_str(), SFM_READ, &sfInfo);
+    if (file == nullptr) {
+        // Without a handle there is only the library's global error text.
+        KEL_FAIL("Unable to open file \"" << name << "\" with libsndfile. Error is:\""
+                                          << TextOrNothing(sf_strerror(nullptr)) << "\"");
+    }
+    if (sfInfo.channels <= 0) {
+        // The handle stays with libsndfile: a file without channels is one whose reader can not be
+        // trusted to close.
+        KEL_FAIL("The following file \"" << name << "\" has " << sfInfo.channels << " channels.");
+    }
+    KEL_LOG(LogLevel::Info, "Successfully opened \""
+                                << name << "\" -- nb channels: " << sfInfo.channels
+                                << " nb samples (in each channel): " << sfInfo.frames
+                                << " format: " << sfInfo.format);
+    sndFile = file;
+
+    KEL_CHECK_POINTER(initConfig, kNotConfigured);
+    const std::string allocatorName = initConfig->GetStringValue("AllocatorRef");
+    if (!allocatorName.empty()) {
+        allocator = GetAllocator(allocatorName);
+        KEL_CHECK_POINTER(allocator, "could not find allocator " << allocatorName);
+    }
+
+    audioParameters = CreateAudioParameters<ACodecFamily::PCM>();
+    audioParameters->SetMuxing(PCMMuxing::Multi);
+    audioParameters->SetSampleRate(static_cast<std::uint32_t>(sfInfo.samplerate));
+    audioParameters->SetBitsDepth(32);
+    audioParameters->SetEndianness(PCMEndianness::Little);
+    audioParameters->SetPCMType(AudioPCMType::Float);
+    audioParameters->SetSampleSize(kBytesPerValue);
+
+    const std::string trackName = ConvertWideStringToPlatformString(ExtractFilenameFromPath(path));
+    track = CreateTrack(ContentType::Audio, static_cast<std::uint32_t>(sfInfo.channels),
+                        CreateTrackGroup(trackName), TrackLayout::Default);
+    audioInfo = CreateAudioInfo(audioParameters, CreateChannelInfo(track), {}, {});
+
+    // A named allocator only has to exist: the buffers always come from a pool of the source's own,
+    // whose blocks suit a stream of one size.
+    allocator =
+        ImplementElement<ElementFactoryType::MemoryBlockAllocator>("kel", "Recycler", nullptr);
+}
+
+bool LibsndfileSource::IsMediaOpen() const { return sndFile != nullptr; }
+
+bool LibsndfileSource::IsGrowing() const { return false; }
+
+std::vector<std::shared_ptr<const IMetadata>> LibsndfileSource::GetMetadatas() const { return {}; }
+
+void LibsndfileSource::Interrupt() {}
+
+void LibsndfileSource::ClearInternalBuffer() {}
+
+void LibsndfileSource::SetOutputMediator(std::shared_ptr<IOutputMediator> /*mediator*/,
+                                         std::string /*output*/, std::string /*name*/) {}
+
+void LibsndfileSource::Release() {
+    if (sndFile == nullptr) {
+        return;
+    }
+    // Everything else stays, on purpose: what was chosen for one file holds for the next, and the
+    // stamps go on.
+    sf_close(sndFile);
+    sndFile = nullptr;
+}
+
+std::shared_ptr<const IInfoContainer> LibsndfileSource::GetDefinedOutput(std::string /*name*/) const {
+    // An Open that failed half-way may have left a file without a description.
+    if (!IsMediaOpen() || audioInfo == nullptr) {
+        return nullptr;
+    }
+    return CreateInfoContainer(audioInfo, nullptr);
+}
+
+std::vector<std::shared_ptr<const IChannelInfo>> LibsndfileSource::GetAvailableOutputs() const {
+    if (!IsMediaOpen() || audioInfo == nullptr) {
+        return {};
+    }
+    return {audioInfo->GetChannelInfo()};
+}
+
+void LibsndfileSource::ActivateOutputs(
+    const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) {
+    if (!IsMediaOpen()) {
+        KEL_FAIL("Cannot call ActivateOutputs without an opened file");
+    }
+    // There is one output, so that any choice at all is a choice of it.
+    outputsActivated = !outputs.empty();
+}
+
+std::vector<std::shared_ptr<const IChannelInfo>> LibsndfileSource::GetActivatedOutputs() const {
+    if (!outputsActivated) {
+        return {};
+    }
+    return GetAvailableOutputs();
+}
+
+std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
+    if (!IsMediaOpen() || !outputsActivated) {
+        return nullptr;
+    }
+    KEL_CHECK_POINTER(initConfig, kNotConfigured);
+    // Taken as it is: 0 delivers nothing, and a negative value is a very large one.
+    const auto maxFrames =
+        static_cast<std::uint32_t>(initConfig->GetIntegerValue("MaxSamplesPerBuffer"));
+    const std::uint32_t bytesPerFrame = static_cast<std::uint32_t>(sfInfo.channels) * kBytesPerValue;
+
+    const std::shared_ptr<IBuffer> buffer = CreateBuffer(allocator, nullptr);
+    // Unsigned 32-bit arithmetic, which wraps: the reservation may hold fewer frames than were asked
+    // for, and the read must not go past it.
+    const std::uint32_t reservedBytes = bytesPerFrame * maxFrames;
+    buffer->Reserve(reservedBytes);
+    const std::uint32_t framesToRead = std::min(maxFrames, reservedBytes / bytesPerFrame);
+
+    auto* values = static_cast<float*>(static_cast<void*>(buffer->GetData()));
+    const sf_count_t framesRead = sf_readf_float(sndFile, values, framesToRead);
+    if (framesRead == 0) {
+        return nullptr;
+    }
+    if (sf_error(sndFile) != SF_ERR_NO_ERROR) {
+        // What was read is delivered all the same.
+        KEL_LOG(LogLevel::Error, "Warning: tried to read "
+                                     << maxFrames << " frames but could only read " << framesRead
+                                     << " -- libsndfile error is "
+                                     << TextOrNothing(sf_strerror(sndFile)));
+    }
+    buffer->SetSize(bytesPerFrame * static_cast<std::uint32_t>(framesRead));
+
+    MediaTime start(FrameRate(sfInfo), position, nullptr);
+    position += framesRead;
+    const TimeLimits limits(std::move(start), framesRead);
+    return CreateSampleContainer(
+        CreateAudioSample(audioParameters, audioInfo, buffer, limits, {}), nullptr);
+}
+
+TimeLimits LibsndfileSource::GetTimeLimits(std::string /*track*/) {
+    if (!IsMediaOpen()) {
+        KEL_FAIL("Cannot call GetTimeLimits without an opened file");
+    }
+    return {MediaTime(FrameRate(sfInfo), 0, nullptr), sfInfo.frames};
+}
+
+MediaTime LibsndfileSource::GotoTimeOffset(const MediaTime& time, std::string /*track*/) {
+    if (!IsMediaOpen()) {
+        KEL_FAIL("Cannot call GotoTimeOffset without an opened file");
+    }
+    MediaTime result = time;
+    if (!IsSameRate(time.GetEditRate(), FrameRate(sfInfo))) {
+        KEL_FAIL("LibsndfileSource::GotoTimeOffset - must use same EditRate as the source "
+                 "TimeLimits");
+    }
+    const std::int64_t frame = time.GetTimeNumber();
+    if (frame < 0) {
+        KEL_FAIL("LibsndfileSource::GotoTimeOffset - mediaTime.GetTimeNumber() < 0");
+    }
+    if (frame > sfInfo.frames) {
+        KEL_FAIL("LibsndfileSource::GotoTimeOffset - mediaTime.GetTimeNumber() past file end!");
+    }
+    const sf_count_t reached = sf_seek(sndFile, frame, SEEK_SET);
+    if (reached < 0) {
+        KEL_FAIL("LibsndfileSource::GotoTimeOffset - returned frame offset < 0");
+    }
+    if (reached > sfInfo.frames) {
+        KEL_FAIL("LibsndfileSource::GotoTimeOffset - returned frame offset past file end!");
+    }
+    // The stamp of the next sample stays: it counts what was delivered.
+    result.SetTimeNumber(reached);
+    return result;
+}
+
+MediaSourceDirection LibsndfileSource::GetDirection() const {
+    return MediaSourceDirection::Forward;
+}
+
+void LibsndfileSource::SetDirection(MediaSourceDirection /*direction*/) {
+    KEL_FAIL("LibsndfileSource::SetDirection not supported");
+}
+
+} // namespace kel

@@ -1,0 +1,39 @@
+/// What the plug-in offers to the framework, and how it gets there.
+#pragma once
+
+#include <memory>
+
+namespace kel {
+
+class IParametersCollectionInstance;
+class LibsndfileSink;
+class LibsndfileSource;
+
+/// Makes a closed source. Any thread may call it.
+/// @param config the element's manifest, shared; nothing is read from it here
+std::shared_ptr<LibsndfileSource>
+CreateLibsndfileSource(std::shared_ptr<const IParametersCollectionInstance> config);
+
+/// Makes a sink without a file. Any thread may call it.
+/// @param config the element's manifest, shared; nothing is read from it here
+std::shared_ptr<LibsndfileSink>
+CreateLibsndfileSink(std::shared_ptr<const IParametersCollectionInstance> config);
+
+/// Registers the source for AIFF, WAVE and BWAVE.
+/// @param name what the host gave to RegisterAll
+/// @throws std::logic_error when @p name is null; whatever the framework throws. Registrations made
+/// before stay made.
+void RegisterLibsndfileSource(const char* name);
+
+/// Registers the sink for Unknown, AIFF, WAVE, BWAVE and RAW.
+/// @param name what the host gave to RegisterAll
+/// @throws as RegisterLibsndfileSource
+void RegisterLibsndfileSink(const char* name);
+
+} // namespace kel
+
+/// The plug-in's entry point: registers the source, then the sink. A host calls it once after
+/// loading the library; a second call registers everything a second time.
+/// @param name under which the host wants the registrations; not null
+/// @throws as RegisterLibsndfileSource
+extern "C" __attribute__((visibility("default"))) void RegisterAll(const char* name);

@@ -1,0 +1,123 @@
+/// The plug-in as a host meets it: a library that is loaded, and a registry that is asked.
+#pragma once
+
+#include <kelCore.h>
+
+#include <dlfcn.h>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace kel::test {
+
+/// The name that the tests give to the plug-in's entry point.
+inline const std::string kPluginName = "kelLibsndfile under test";
+
+/// Loads the library that KEL_TEST_PLUGIN names, once in a process, and registers its elements, once
+/// in a process. It stays loaded: the registry holds its factories.
+inline void* LoadPlugin() {
+    static void* const library = [] {
+        void* handle = dlopen(KEL_TEST_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+        if (handle == nullptr) {
+            throw std::runtime_error(dlerror());
+        }
+        auto* registerAll = reinterpret_cast<void (*)(const char*)>(dlsym(handle, "RegisterAll"));
+        if (registerAll == nullptr) {
+            throw std::runtime_error(dlerror());
+        }
+        registerAll(kPluginName.c_str());
+        return handle;
+    }();
+    return library;
+}
+
+/// An instance of the settings that the registration of an element declares.
+inline std::shared_ptr<IParametersCollectionInstance>
+MakeSettings(ElementFactoryType kind, const std::string& implementation, const std::string& type) {
+    LoadPlugin();
+    return CreateParametersCollectionInstance(
+        GetManifest(kind, implementation, type)->GetCollectionValue("init_config"));
+}
+
+/// Settings of the source.
+inline std::shared_ptr<IParametersCollectionInstance> MakeSourceSettings() {
+    return MakeSettings(ElementFactoryType::AudioSource, "kel.LibsndfileSource", "WAVE");
+}
+
+/// Settings of the sink.
+inline std::shared_ptr<IParametersCollectionInstance> MakeSinkSettings() {
+    return MakeSettings(ElementFactoryType::AudioSink, "kel.LibsndfileSink", "WAVE");
+}
+
+/// A new source that has had nothing done to it.
+inline std::shared_ptr<IAudioSource> MakeSource(const std::string& type = "WAVE") {
+    LoadPlugin();
+    return ImplementElement<ElementFactoryType::AudioSource>("kel.LibsndfileSource", type, nullptr);
+}
+
+/// A new sink that has had nothing done to it.
+inline std::shared_ptr<IAudioSink> MakeSink(const std::string& type = "WAVE") {
+    LoadPlugin();
+    return ImplementElement<ElementFactoryType::AudioSink>("kel.LibsndfileSink", type, nullptr);
+}
+
+/// A source that has a file open.
+inline std::shared_ptr<IAudioSource> OpenSource(const std::string& path, int maxFrames = 1024) {
+    auto settings = MakeSourceSettings();
+    settings->SetStringValue("FilePath", path);
+    settings->SetIntegerValue("MaxSamplesPerBuffer", maxFrames);
+    auto source = MakeSource();
+    source->SetInitConfig(settings);
+    return source;
+}
+
+/// A layout of PCM samples.
+struct Layout {
+    AudioPCMType type = AudioPCMType::Integer;
+    std::uint8_t bytes = 2;
+    std::uint8_t bits = 16;
+    PCMEndianness endianness = PCMEndianness::Little;
+    PCMMuxing muxing = PCMMuxing::Multi;
+    std::uint32_t rate = 48000;
+    std::uint32_t channels = 2;
+};
+
+/// The PCM parameters of a layout.
+inline std::shared_ptr<IAudioParameters_PCM> MakeParameters(const Layout& layout) {
+    auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
+    parameters->SetPCMType(layout.type);
+    parameters->SetSampleSize(layout.bytes);
+    parameters->SetBitsDepth(layout.bits);
+    parameters->SetEndianness(layout.endianness);
+    parameters->SetMuxing(layout.muxing);
+    parameters->SetSampleRate(layout.rate);
+    return parameters;
+}
+
+/// The channel info of so many channels.
+inline std::shared_ptr<IChannelInfo> MakeChannels(std::uint32_t channels) {
+    return CreateChannelInfo(CreateTrack(ContentType::Audio, channels, CreateTrackGroup("test"),
+                                         TrackLayout::Default));
+}
+
+/// The audio info of a layout.
+inline std::shared_ptr<IAudioInfo> MakeInfo(const Layout& layout) {
+    return CreateAudioInfo(MakeParameters(layout), MakeChannels(layout.channels), {}, {});
+}
+
+/// The input description of a layout.
+inline std::shared_ptr<IInfoContainer> MakeInput(const Layout& layout) {
+    return CreateInfoContainer(MakeInfo(layout), nullptr);
+}
+
+/// A container with one audio sample of these bytes.
+inline std::shared_ptr<ISampleContainer> MakeContainer(const std::string& bytes) {
+    auto buffer = CreateBuffer(nullptr, nullptr);
+    buffer->Reserve(static_cast<std::uint32_t>(bytes.size()));
+    bytes.copy(reinterpret_cast<char*>(buffer->GetData()), bytes.size());
+    buffer->SetSize(static_cast<std::uint32_t>(bytes.size()));
+    return CreateSampleContainer(CreateAudioSample(nullptr, nullptr, buffer, TimeLimits(), {}),
+                                 nullptr);
+}
+
+} // namespace kel::test
