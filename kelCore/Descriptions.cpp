@@ -176,11 +176,10 @@ std::shared_ptr<IChannelInfo> CreateChannelInfo(std::shared_ptr<const ITrack> tr
     return std::make_shared<ChannelInfo>(std::move(track));
 }
 
-std::shared_ptr<IAudioInfo>
-CreateAudioInfo(std::shared_ptr<const IAudioParameters> parameters,
-                std::shared_ptr<const IChannelInfo> channels,
-                std::vector<std::shared_ptr<const IMetadata>> metadata,
-                std::vector<std::shared_ptr<const IClockInfo>> clocks) {
+std::shared_ptr<IAudioInfo> CreateAudioInfo(std::shared_ptr<const IAudioParameters> parameters,
+                                            std::shared_ptr<const IChannelInfo> channels,
+                                            std::vector<std::shared_ptr<const IMetadata>> metadata,
+                                            std::vector<std::shared_ptr<const IClockInfo>> clocks) {
     return std::make_shared<AudioInfo>(std::move(parameters), std::move(channels),
                                        std::move(metadata), std::move(clocks));
 }

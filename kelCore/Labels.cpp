@@ -37,7 +37,9 @@ std::string GetLabel(WrapperFormat format) {
     return NumberLabel("WrapperFormat", format);
 }
 
-std::string ToString(WrapperFormat format) { return GetLabel(format); }
+std::string ToString(WrapperFormat format) {
+    return GetLabel(format);
+}
 
 bool FromString(WrapperFormat& out, const std::string& text) {
     for (const WrapperFormatLabel& entry : kWrapperFormatLabels) {
@@ -77,6 +79,8 @@ std::string ToString(LogLevel level) {
     return NumberLabel("LogLevel", level);
 }
 
-std::string ToString(int value) { return std::to_string(value); }
+std::string ToString(int value) {
+    return std::to_string(value);
+}
 
 } // namespace kel

@@ -81,12 +81,16 @@ std::string GetCurrentTimeString() {
     return text.data();
 }
 
-std::string GetThreadId() { return ToString(static_cast<int>(gettid())); }
+std::string GetThreadId() {
+    return ToString(static_cast<int>(gettid()));
+}
 
 ContextScope::ContextScope(std::string name)
     : m_name(std::move(name)), m_outer(std::exchange(t_innermostScope, this)) {}
 
-ContextScope::~ContextScope() { t_innermostScope = m_outer; }
+ContextScope::~ContextScope() {
+    t_innermostScope = m_outer;
+}
 
 std::string GetCurrentContextString() {
     std::string context;

@@ -27,8 +27,8 @@ struct DecodedCharacter {
     std::size_t length = 0; // bytes; 0 when the text does not begin with a well-formed character
 };
 
-// Decodes the first character of a text that begins with a byte of 0x80 or more. Well-formed is what
-// RFC 3629 section 4 says: the shortest form, no surrogates, nothing beyond U+10FFFF.
+// Decodes the first character of a text that begins with a byte of 0x80 or more. Well-formed is
+// what RFC 3629 section 4 says: the shortest form, no surrogates, nothing beyond U+10FFFF.
 DecodedCharacter DecodeMultibyte(std::string_view text) {
     const auto first = static_cast<unsigned char>(text[0]);
     DecodedCharacter result;

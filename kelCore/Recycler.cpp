@@ -37,8 +37,8 @@ std::uint8_t* DataOf(Chunk* chunk) {
 
 Chunk* NewChunk(std::uint32_t bytes) {
     const std::size_t capacity = (bytes + kAlignment - 1) / kAlignment * kAlignment;
-    void* memory = ::operator new(sizeof(Chunk) + kControlRoom + capacity,
-                                  std::align_val_t{kAlignment}, std::nothrow);
+    void* memory = ::operator new (sizeof(Chunk) + kControlRoom + capacity,
+                                   std::align_val_t{kAlignment}, std::nothrow);
     if (memory == nullptr) {
         KEL_FAIL("could not get a memory block of " << bytes << " bytes from the system");
     }
@@ -46,12 +46,12 @@ Chunk* NewChunk(std::uint32_t bytes) {
 }
 
 void DeleteChunk(Chunk* chunk) noexcept {
-    ::operator delete(chunk, std::align_val_t{kAlignment});
+    ::operator delete (chunk, std::align_val_t{kAlignment});
 }
 
-// The chunks that nobody uses at the moment. What it holds back is bounded by a number of chunks and
-// a number of bytes; the chunk that came back last is kept whatever its size, so that a stream of
-// one block size never asks the system again.
+// The chunks that nobody uses at the moment. What it holds back is bounded by a number of chunks
+// and a number of bytes; the chunk that came back last is kept whatever its size, so that a stream
+// of one block size never asks the system again.
 class Pool {
 public:
     Pool() = default;
@@ -80,8 +80,8 @@ public:
 
     void GiveBack(Chunk* chunk) noexcept {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        while (m_count > 0 && (m_count == m_chunks.size() ||
-                               m_heldBytes + chunk->capacity > kMostHeldBytes)) {
+        while (m_count > 0 &&
+               (m_count == m_chunks.size() || m_heldBytes + chunk->capacity > kMostHeldBytes)) {
             DeleteChunk(Remove(0));
         }
         m_chunks[m_count++] = chunk;
@@ -182,7 +182,9 @@ private:
 
 } // namespace
 
-std::shared_ptr<IMemoryBlockAllocator> CreateRecycler() { return std::make_shared<Recycler>(); }
+std::shared_ptr<IMemoryBlockAllocator> CreateRecycler() {
+    return std::make_shared<Recycler>();
+}
 
 std::shared_ptr<IMemoryBlock> AllocateHeapBlock(std::uint32_t bytes) {
     return MakeBlock(nullptr, NewChunk(bytes), bytes);

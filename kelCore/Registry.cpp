@@ -74,13 +74,12 @@ Registration Find(ElementFactoryType kind, const std::string& implementation,
                   const std::string& type) {
     Registry& registry = TheRegistry();
     const std::shared_lock<std::shared_mutex> lock(registry.mutex);
-    const auto found =
-        std::find_if(registry.registrations.begin(), registry.registrations.end(),
-                     [&](const IndexedRegistration& candidate) {
-                         return candidate.kind == static_cast<std::int32_t>(kind) &&
-                                candidate.implementation == implementation &&
-                                candidate.type == type;
-                     });
+    const auto found = std::find_if(registry.registrations.begin(), registry.registrations.end(),
+                                    [&](const IndexedRegistration& candidate) {
+                                        return candidate.kind == static_cast<std::int32_t>(kind) &&
+                                               candidate.implementation == implementation &&
+                                               candidate.type == type;
+                                    });
     return found == registry.registrations.end() ? Registration{} : found->registration;
 }
 
@@ -142,9 +141,8 @@ std::shared_ptr<const IParametersCollectionPrototype> GetRegistryEntryPrototype(
     return prototype;
 }
 
-std::shared_ptr<IElementFactory> GetFactory(ElementFactoryType kind,
-                                            const std::string& implementation,
-                                            const std::string& type) {
+std::shared_ptr<IElementFactory>
+GetFactory(ElementFactoryType kind, const std::string& implementation, const std::string& type) {
     return Find(kind, implementation, type).factory;
 }
 

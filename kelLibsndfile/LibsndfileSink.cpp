@@ -175,10 +175,10 @@ struct ExtensionFormat {
 };
 
 constexpr ExtensionFormat kExtensionFormats[] = {
-    {L".wav", WrapperFormat::WAVE},   {L".wave", WrapperFormat::WAVE},
-    {L".rf64", WrapperFormat::BWAVE}, {L".bwav", WrapperFormat::BWAVE},
+    {L".wav", WrapperFormat::WAVE},    {L".wave", WrapperFormat::WAVE},
+    {L".rf64", WrapperFormat::BWAVE},  {L".bwav", WrapperFormat::BWAVE},
     {L".bwave", WrapperFormat::BWAVE}, {L".aif", WrapperFormat::AIFF},
-    {L".aiff", WrapperFormat::AIFF},  {L".raw", WrapperFormat::RAW},
+    {L".aiff", WrapperFormat::AIFF},   {L".raw", WrapperFormat::RAW},
 };
 
 // Lower-cases ASCII letters, with the C library's function for single bytes; other characters are
@@ -234,8 +234,8 @@ WrapperFormat ResolveFormat(WrapperFormat extFormat, WrapperFormat typeFormat) {
         return typeFormat;
     }
     if (extKnown) {
-        KEL_LOG(LogLevel::Info, "Inferred the following WrapperFormat from extension: "
-                                    << ToString(extFormat));
+        KEL_LOG(LogLevel::Info,
+                "Inferred the following WrapperFormat from extension: " << ToString(extFormat));
         return extFormat;
     }
     if (typeKnown) {
@@ -332,7 +332,9 @@ void LibsndfileSink::Close(bool /*flag*/) {
     openedFilePath.clear();
 }
 
-void LibsndfileSink::Release() { Close(false); }
+void LibsndfileSink::Release() {
+    Close(false);
+}
 
 void LibsndfileSink::SetInputMediator(std::shared_ptr<IInputMediator> /*mediator*/,
                                       std::string /*input*/, std::string /*name*/) {
@@ -428,8 +430,8 @@ void LibsndfileSink::PushSample(std::shared_ptr<const ISampleContainer> containe
     // Without a file libsndfile is given its null handle, writes nothing and says so.
     const sf_count_t written = sf_write_raw(sndFile, buffer->GetData(), size);
     if (written != static_cast<sf_count_t>(size)) {
-        KEL_LOG(LogLevel::Error, "Warning: tried to write " << size << " bytes but could only write "
-                                                            << written);
+        KEL_LOG(LogLevel::Error,
+                "Warning: tried to write " << size << " bytes but could only write " << written);
     }
 }
 

@@ -40,7 +40,9 @@ EditRate FrameRate(const SF_INFO& sfInfo) {
     return {static_cast<std::uint32_t>(sfInfo.samplerate), 1};
 }
 
-bool IsNull(const EditRate& rate) { return rate.numerator == 0 || rate.denominator == 0; }
+bool IsNull(const EditRate& rate) {
+    return rate.numerator == 0 || rate.denominator == 0;
+}
 
 // Equal as quotients: 96000/2 is the rate 48000/1. A null rate equals null rates only.
 bool IsSameRate(const EditRate& left, const EditRate& right) {
@@ -56,7 +58,9 @@ bool IsSameRate(const EditRate& left, const EditRate& right) {
 }
 
 // A stream takes a null text for an error; here nothing is printed for it.
-const char* TextOrNothing(const char* text) { return text != nullptr ? text : ""; }
+const char* TextOrNothing(const char* text) {
+    return text != nullptr ? text : "";
+}
 
 constexpr const char* kNotConfigured = "LibsndfileSource needs SetInitConfig first";
 
@@ -65,7 +69,9 @@ constexpr const char* kNotConfigured = "LibsndfileSource needs SetInitConfig fir
 LibsndfileSource::LibsndfileSource(std::shared_ptr<const IParametersCollectionInstance> config)
     : manifest(std::move(config)) {}
 
-LibsndfileSource::~LibsndfileSource() { LibsndfileSource::Release(); }
+LibsndfileSource::~LibsndfileSource() {
+    LibsndfileSource::Release();
+}
 
 void LibsndfileSource::UpdateConfig(
     std::shared_ptr<const IParametersCollectionInstance> /*config*/) {
@@ -132,11 +138,17 @@ void LibsndfileSource::Open(const std::wstring& path) {
         ImplementElement<ElementFactoryType::MemoryBlockAllocator>("kel", "Recycler", nullptr);
 }
 
-bool LibsndfileSource::IsMediaOpen() const { return sndFile != nullptr; }
+bool LibsndfileSource::IsMediaOpen() const {
+    return sndFile != nullptr;
+}
 
-bool LibsndfileSource::IsGrowing() const { return false; }
+bool LibsndfileSource::IsGrowing() const {
+    return false;
+}
 
-std::vector<std::shared_ptr<const IMetadata>> LibsndfileSource::GetMetadatas() const { return {}; }
+std::vector<std::shared_ptr<const IMetadata>> LibsndfileSource::GetMetadatas() const {
+    return {};
+}
 
 void LibsndfileSource::Interrupt() {}
 
@@ -155,7 +167,8 @@ void LibsndfileSource::Release() {
     sndFile = nullptr;
 }
 
-std::shared_ptr<const IInfoContainer> LibsndfileSource::GetDefinedOutput(std::string /*name*/) const {
+std::shared_ptr<const IInfoContainer>
+LibsndfileSource::GetDefinedOutput(std::string /*name*/) const {
     // An Open that failed half-way may have left a file without a description.
     if (!IsMediaOpen() || audioInfo == nullptr) {
         return nullptr;
@@ -194,11 +207,12 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
     // Taken as it is: 0 delivers nothing, and a negative value is a very large one.
     const auto maxFrames =
         static_cast<std::uint32_t>(initConfig->GetIntegerValue("MaxSamplesPerBuffer"));
-    const std::uint32_t bytesPerFrame = static_cast<std::uint32_t>(sfInfo.channels) * kBytesPerValue;
+    const std::uint32_t bytesPerFrame =
+        static_cast<std::uint32_t>(sfInfo.channels) * kBytesPerValue;
 
     const std::shared_ptr<IBuffer> buffer = CreateBuffer(allocator, nullptr);
-    // Unsigned 32-bit arithmetic, which wraps: the reservation may hold fewer frames than were asked
-    // for, and the read must not go past it.
+    // Unsigned 32-bit arithmetic, which wraps: the reservation may hold fewer frames than were
+    // asked for, and the read must not go past it.
     const std::uint32_t reservedBytes = bytesPerFrame * maxFrames;
     buffer->Reserve(reservedBytes);
     const std::uint32_t framesToRead = std::min(maxFrames, reservedBytes / bytesPerFrame);
@@ -220,8 +234,8 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
     MediaTime start(FrameRate(sfInfo), position, nullptr);
     position += framesRead;
     const TimeLimits limits(std::move(start), framesRead);
-    return CreateSampleContainer(
-        CreateAudioSample(audioParameters, audioInfo, buffer, limits, {}), nullptr);
+    return CreateSampleContainer(CreateAudioSample(audioParameters, audioInfo, buffer, limits, {}),
+                                 nullptr);
 }
 
 TimeLimits LibsndfileSource::GetTimeLimits(std::string /*track*/) {

@@ -66,8 +66,8 @@ public:
     // IMediaSource
 
     std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string name) const override;
-    /// The next frames, at most "MaxSamplesPerBuffer" of them; empty at the end of the file, without
-    /// a file, and while the output is not active.
+    /// The next frames, at most "MaxSamplesPerBuffer" of them; empty at the end of the file,
+    /// without a file, and while the output is not active.
     std::shared_ptr<const ISampleContainer> GetSample() override;
     /// Does nothing.
     void Interrupt() override;

@@ -75,9 +75,9 @@ private:
     std::shared_ptr<CapturingWriter> m_writer = std::make_shared<CapturingWriter>();
 };
 
-/// Runs an operation that must fail with KELRuntimeError and exactly this message, after exactly one
-/// record at level Error, with the same text, from the given source file. Records of other levels
-/// are not looked at.
+/// Runs an operation that must fail with KELRuntimeError and exactly this message, after exactly
+/// one record at level Error, with the same text, from the given source file. Records of other
+/// levels are not looked at.
 template <typename Operation>
 void ExpectFailure(const std::string& message, const std::string& file, Operation operation) {
     const LogCapture log;

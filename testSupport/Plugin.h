@@ -13,8 +13,8 @@ namespace kel::test {
 /// The name that the tests give to the plug-in's entry point.
 inline const std::string kPluginName = "kelLibsndfile under test";
 
-/// Loads the library that KEL_TEST_PLUGIN names, once in a process, and registers its elements, once
-/// in a process. It stays loaded: the registry holds its factories.
+/// Loads the library that KEL_TEST_PLUGIN names, once in a process, and registers its elements,
+/// once in a process. It stays loaded: the registry holds its factories.
 inline void* LoadPlugin() {
     static void* const library = [] {
         void* handle = dlopen(KEL_TEST_PLUGIN, RTLD_NOW | RTLD_LOCAL);
@@ -96,8 +96,8 @@ inline std::shared_ptr<IAudioParameters_PCM> MakeParameters(const Layout& layout
 
 /// The channel info of so many channels.
 inline std::shared_ptr<IChannelInfo> MakeChannels(std::uint32_t channels) {
-    return CreateChannelInfo(CreateTrack(ContentType::Audio, channels, CreateTrackGroup("test"),
-                                         TrackLayout::Default));
+    return CreateChannelInfo(
+        CreateTrack(ContentType::Audio, channels, CreateTrackGroup("test"), TrackLayout::Default));
 }
 
 /// The audio info of a layout.

@@ -57,8 +57,8 @@ std::string DescribeComparison(const T1& value1, const char* relation, const T2&
         const auto& kelValue1_ = (value1);                                                         \
         const auto& kelValue2_ = (value2);                                                         \
         if (!(kelValue1_ relation kelValue2_)) {                                                   \
-            KEL_DETAIL_FAIL(                                                                       \
-                text, ::kel::detail::DescribeComparison(kelValue1_, #relation, kelValue2_));       \
+            KEL_DETAIL_FAIL(text,                                                                  \
+                            ::kel::detail::DescribeComparison(kelValue1_, #relation, kelValue2_)); \
         }                                                                                          \
     } while (false)
 

@@ -26,9 +26,7 @@ struct EditRate {
     /// Returns quietly when the denominator is not 0. A numerator of 0 is allowed.
     /// @throws KELRuntimeError with "denominator is 0" after one record at level Error. Written in
     /// the header so that every caller has it without a call into the library.
-    void CheckDenominator() const {
-        KEL_CHECK_NOT_EQUAL(denominator, 0U, "denominator is 0");
-    }
+    void CheckDenominator() const { KEL_CHECK_NOT_EQUAL(denominator, 0U, "denominator is 0"); }
 };
 
 /// True when both parts agree: 96000/2 and 48000/1 are not the same by this comparison.

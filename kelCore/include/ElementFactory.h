@@ -26,8 +26,9 @@ template <ElementFactoryType T>
 class KEL_CORE_EXPORT ElementFactory : public IElementFactory {
 public:
     /// Makes a new element from its manifest. Each call makes another one, owned by whoever called.
-    using Creator = std::function<std::shared_ptr<typename ElementFactoryType_traits<T>::InstanceType>(
-        std::shared_ptr<const IParametersCollectionInstance>)>;
+    using Creator =
+        std::function<std::shared_ptr<typename ElementFactoryType_traits<T>::InstanceType>(
+            std::shared_ptr<const IParametersCollectionInstance>)>;
 
     /// @param function kept as the creator; an empty one fails when it is called
     explicit ElementFactory(Creator function) : creator(std::move(function)) {}

@@ -25,6 +25,7 @@ public:
 /// Describes the channels of a track. Any thread may call it.
 /// @param track the track, shared
 /// @throws KELRuntimeError when @p track is empty
-KEL_CORE_EXPORT std::shared_ptr<IChannelInfo> CreateChannelInfo(std::shared_ptr<const ITrack> track);
+KEL_CORE_EXPORT std::shared_ptr<IChannelInfo>
+CreateChannelInfo(std::shared_ptr<const ITrack> track);
 
 } // namespace kel

@@ -25,7 +25,8 @@ public:
     virtual std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string name) const = 0;
 
     /// Delivers the next run of media.
-    /// @return the next samples, owned by the caller; an empty handle when nothing more is delivered
+    /// @return the next samples, owned by the caller; an empty handle when nothing more is
+    /// delivered
     /// @throws whatever the framework's creation functions throw
     virtual std::shared_ptr<const ISampleContainer> GetSample() = 0;
 

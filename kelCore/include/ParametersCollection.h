@@ -85,8 +85,9 @@ public:
     virtual void SetWideStringValue(std::string_view name, const std::wstring& value) = 0;
 
     /// Sets a collection, shared with the instance.
-    virtual void SetCollectionValue(std::string_view name,
-                                    std::shared_ptr<const IParametersCollectionPrototype> value) = 0;
+    virtual void
+    SetCollectionValue(std::string_view name,
+                       std::shared_ptr<const IParametersCollectionPrototype> value) = 0;
 
     /// Returns an integer.
     virtual std::int32_t GetIntegerValue(std::string_view name) const = 0;
@@ -103,7 +104,8 @@ public:
 };
 
 /// Makes a prototype that declares nothing. Any thread may call it.
-KEL_CORE_EXPORT std::shared_ptr<IParametersCollectionPrototype> CreateParametersCollectionPrototype();
+KEL_CORE_EXPORT std::shared_ptr<IParametersCollectionPrototype>
+CreateParametersCollectionPrototype();
 
 /// Makes an instance without values of its own. Any thread may call it.
 /// @param prototype declares the parameters; what is added to it later the instance does not know

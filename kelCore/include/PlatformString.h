@@ -2,8 +2,8 @@
 ///
 /// The narrow form is UTF-8 (RFC 3629), whatever the locale. A Linux file name is any bytes but NUL
 /// and "/", so bytes that are not UTF-8 are kept: each stands in wide text as one code point of
-/// U+DC80 to U+DCFF, which no UTF-8 text can contain. Narrow text comes back from wide text byte for
-/// byte. Pure functions of their arguments: any thread may call them.
+/// U+DC80 to U+DCFF, which no UTF-8 text can contain. Narrow text comes back from wide text byte
+/// for byte. Pure functions of their arguments: any thread may call them.
 #pragma once
 
 #include "Export.h"

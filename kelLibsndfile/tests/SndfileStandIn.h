@@ -1,8 +1,8 @@
 /// A stand-in in front of libsndfile, for what real files can not produce.
 ///
 /// A test program that links it defines libsndfile's functions itself; the plug-in that it loads
-/// then calls these, as the dynamic linker looks into the program first. Each call is recorded, then
-/// answered by the test's own function if there is one, else by the real library.
+/// then calls these, as the dynamic linker looks into the program first. Each call is recorded,
+/// then answered by the test's own function if there is one, else by the real library.
 #pragma once
 
 #include <functional>

@@ -1,0 +1,97 @@
+/// Elements as the host uses them: made by name through the registry, and ended whatever happens.
+#pragma once
+
+#include "Formats.h"
+
+#include <ElementFactoryType.h>
+#include <IAudioInfo.h>
+#include <IAudioSink.h>
+#include <IAudioSource.h>
+#include <IInfoContainer.h>
+#include <TimeLimits.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace kel::host {
+
+/// Where a file lies, and what the user knows it as: an output has a name of its own until it is
+/// whole.
+struct FileName {
+    FileName(std::string name) : path(name), shown(std::move(name)) {} // NOLINT: a name is both
+    FileName(std::string where, std::string name)
+        : path(std::move(where)), shown(std::move(name)) {}
+
+    std::string path;  ///< any bytes that Linux allows
+    std::string shown; ///< as the user gave it
+};
+
+/// A source with a file open. Releases it at the end. One thread at a time.
+class OpenSource {
+public:
+    /// Makes a source for the format that the path's extension means, the first registered one, and
+    /// opens the file.
+    /// @param file the file to read
+    /// @param blockFrames most frames in a sample
+    /// @throws JobError when the file is missing, is no file, or can not be opened
+    OpenSource(const FileName& file, std::uint32_t blockFrames);
+    ~OpenSource();
+    OpenSource(const OpenSource&) = delete;
+    OpenSource& operator=(const OpenSource&) = delete;
+
+    IAudioSource& Element() const { return *m_element; }
+
+    /// The description of its output.
+    const std::shared_ptr<const IInfoContainer>& Description() const { return m_description; }
+
+    /// The audio info in the description.
+    const std::shared_ptr<const IAudioInfo>& Info() const { return m_info; }
+
+    /// Number of channels.
+    std::uint32_t Channels() const;
+
+    /// Frames per second.
+    std::uint32_t Rate() const;
+
+    /// Number of frames that the source promises.
+    std::int64_t Frames() const;
+
+private:
+    std::shared_ptr<IAudioSource> m_element;
+    std::shared_ptr<const IInfoContainer> m_description;
+    std::shared_ptr<const IAudioInfo> m_info;
+    TimeLimits m_limits;
+};
+
+/// A sink with its input defined. Closes it at the end, if Close was not called. One thread at a
+/// time.
+class DefinedSink {
+public:
+    /// Makes a sink for a container, the first registered one, asks it whether it takes the input,
+    /// and has it create the file.
+    /// @param file the file to write
+    /// @throws JobError when no sink is registered, the input is refused or the file can not be
+    /// created
+    DefinedSink(const Container& container, const FileName& file,
+                const std::shared_ptr<const IInfoContainer>& input);
+    ~DefinedSink();
+    DefinedSink(const DefinedSink&) = delete;
+    DefinedSink& operator=(const DefinedSink&) = delete;
+
+    IAudioSink& Element() const { return *m_element; }
+
+    /// Finishes the file.
+    void Close();
+
+private:
+    std::shared_ptr<IAudioSink> m_element;
+};
+
+/// The name of the first registered element of a kind for a format.
+/// @param type label of the format
+/// @throws JobError when there is none
+std::string FindImplementation(ElementFactoryType kind, const std::string& type);
+
+} // namespace kel::host

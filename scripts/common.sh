@@ -1,0 +1,61 @@
+# What the scripts share: the Debian packages for each purpose, installing, building. Sourced.
+
+# To build and run the host program.
+build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev libfmt-dev"
+# To build and run the tests: the framework, and tools that judge the outputs.
+test_packages="$build_packages libgtest-dev libgmock-dev sox ffmpeg"
+# For the checks that a change passes before it lands: a second compiler, and readers of the code.
+check_packages="$test_packages clang clang-format clang-tidy"
+
+# install_packages PACKAGE...: installs those that are missing, and says so first.
+install_packages() {
+  local package missing=()
+  for package in "$@"; do
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
+      missing+=("$package")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  echo "Installing Debian packages: ${missing[*]}" >&2
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || {
+      echo "They can only be installed by root or with sudo. Install them, then try again." >&2
+      return 1
+    }
+    as_root=(sudo)
+  fi
+  local log
+  log=$(mktemp)
+  if ! {
+    "${as_root[@]}" apt-get update &&
+      "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y --no-install-recommends "${missing[@]}"
+  } >"$log" 2>&1 </dev/null; then
+    cat "$log" >&2
+    rm -f "$log"
+    echo "The packages could not be installed; the lines above say why." >&2
+    return 1
+  fi
+  rm -f "$log"
+}
+
+# build_preset PRESET TARGET [CONFIGURE_ARGUMENT...]: configures a preset, if it was not or if there
+# are arguments to add, and builds; quiet unless something fails. TARGET "all" is everything.
+build_preset() {
+  local preset=$1 target=$2
+  shift 2
+  local log
+  log=$(mktemp)
+  if ! {
+    if [ ! -f "build/$preset/build.ninja" ] || [ $# -gt 0 ]; then
+      cmake --preset "$preset" "$@"
+    fi &&
+      cmake --build --preset "$preset" --target "$target"
+  } >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -f "$log"
+    echo "The build of preset $preset failed; the lines above say why." >&2
+    return 1
+  fi
+  rm -f "$log"
+}
