@@ -3,13 +3,15 @@
 #include "KELRuntimeError.h"
 #include "Milestone.h"
 
-#include <array>
 #include <chrono>
-#include <cstdio>
+#include <cstddef>
 #include <ctime>
 #include <iostream>
+#include <locale>
 #include <memory>
 #include <mutex>
+#include <ostream>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -31,9 +33,18 @@ CurrentWriter& TheCurrentWriter() {
 
 thread_local ContextScope* t_innermostScope = nullptr;
 
-// One piece of text, so that lines of several threads do not mix.
+// One piece of text, so that lines of several threads do not mix. Through a stream of its own: the
+// standard one may be set to throw, even from where it can not be caught.
 void WriteToStandardError(LogLevel level, const std::string& message) {
-    std::cerr << ToString(level) + " " + message + "\n" << std::flush;
+    std::ostream stream(std::cerr.rdbuf());
+    stream << ToString(level) + " " + message + "\n" << std::flush;
+}
+
+// Replaces some characters of a text by a number in decimal, with leading zeros.
+void PutDigits(std::string& text, std::size_t begin, std::size_t digits, int number) {
+    for (std::size_t place = begin + digits; place-- > begin; number /= 10) {
+        text[place] = static_cast<char>('0' + number % 10);
+    }
 }
 
 void WriteToCurrentWriter(LogLevel level, const std::string& message, const char* file, int line) {
@@ -74,11 +85,15 @@ std::string GetCurrentTimeString() {
     const auto millis = static_cast<int>(sinceEpoch.count() % 1000);
     std::tm utc{};
     gmtime_r(&seconds, &utc);
-    std::array<char, 80> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ",
-                  utc.tm_year + 1900, utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
-                  utc.tm_sec, millis);
-    return text.data();
+    std::string text = "0000-00-00T00:00:00.000Z";
+    PutDigits(text, 0, 4, utc.tm_year + 1900);
+    PutDigits(text, 5, 2, utc.tm_mon + 1);
+    PutDigits(text, 8, 2, utc.tm_mday);
+    PutDigits(text, 11, 2, utc.tm_hour);
+    PutDigits(text, 14, 2, utc.tm_min);
+    PutDigits(text, 17, 2, utc.tm_sec);
+    PutDigits(text, 20, 3, millis);
+    return text;
 }
 
 std::string GetThreadId() {
@@ -105,6 +120,28 @@ std::shared_ptr<IMilestone> CreateMilestone(std::string /*name*/) {
 }
 
 namespace detail {
+
+MessageText& MessageText::operator<<(std::ostream& (*manipulator)(std::ostream&)) {
+    Stream() << manipulator;
+    return *this;
+}
+
+MessageText& MessageText::operator<<(std::ios_base& (*manipulator)(std::ios_base&)) {
+    Stream() << manipulator;
+    return *this;
+}
+
+std::string MessageText::Text() const {
+    return m_stream != nullptr ? m_text + m_stream->str() : m_text;
+}
+
+std::ostream& MessageText::Stream() {
+    if (m_stream == nullptr) {
+        m_stream = std::make_unique<std::ostringstream>();
+        m_stream->imbue(std::locale::classic());
+    }
+    return *m_stream;
+}
 
 void WriteRecord(LogLevel level, const std::string& message, const char* file, int line) noexcept {
     try {

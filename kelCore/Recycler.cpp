@@ -49,25 +49,22 @@ void DeleteChunk(Chunk* chunk) noexcept {
     ::operator delete (chunk, std::align_val_t{kAlignment});
 }
 
-// The chunks that nobody uses at the moment. What it holds back is bounded by a number of chunks
-// and a number of bytes; the chunk that came back last is kept whatever its size, so that a stream
-// of one block size never asks the system again.
+// The chunks that nobody uses at the moment. It lives as long as its allocator or one of its
+// blocks, which are counted under the lock that each of them takes anyway. What it holds back is
+// bounded by a number of chunks and a number of bytes; the chunk that came back last is kept
+// whatever its size, so that a stream of one block size never asks the system again.
 class Pool {
 public:
     Pool() = default;
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
 
-    ~Pool() {
-        for (std::size_t i = 0; i < m_count; ++i) {
-            DeleteChunk(m_chunks[i]);
-        }
-    }
-
     // The smallest chunk with room for so many bytes, among equals the one that came back last: its
     // memory is the likeliest to be in the processor's caches. Null when there is none.
+    // Either way the caller is one more user.
     Chunk* Take(std::uint32_t bytes) noexcept {
         const std::lock_guard<std::mutex> lock(m_mutex);
+        ++m_users;
         std::size_t best = m_count;
         for (std::size_t i = m_count; i-- > 0;) {
             if (m_chunks[i]->capacity >= bytes &&
@@ -78,8 +75,28 @@ public:
         return best == m_count ? nullptr : Remove(best);
     }
 
-    void GiveBack(Chunk* chunk) noexcept {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+    // A user is done, and returns its chunk if it has one. The last one to leave ends the pool.
+    void Leave(Chunk* chunk) noexcept {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (chunk != nullptr) {
+                Keep(chunk);
+            }
+            if (--m_users > 0) {
+                return;
+            }
+        }
+        delete this;
+    }
+
+private:
+    ~Pool() {
+        for (std::size_t i = 0; i < m_count; ++i) {
+            DeleteChunk(m_chunks[i]);
+        }
+    }
+
+    void Keep(Chunk* chunk) noexcept {
         while (m_count > 0 &&
                (m_count == m_chunks.size() || m_heldBytes + chunk->capacity > kMostHeldBytes)) {
             DeleteChunk(Remove(0));
@@ -88,7 +105,6 @@ public:
         m_heldBytes += chunk->capacity;
     }
 
-private:
     static constexpr std::size_t kMostHeldChunks = 32;
     static constexpr std::size_t kMostHeldBytes = std::size_t{64} << 20U;
 
@@ -106,11 +122,12 @@ private:
     std::array<Chunk*, kMostHeldChunks> m_chunks{}; // in the order in which they came back
     std::size_t m_count = 0;
     std::size_t m_heldBytes = 0;
+    std::size_t m_users = 1; // the allocator, and each block that is out
 };
 
 void GiveBackOrDelete(Pool* pool, Chunk* chunk) noexcept {
     if (pool != nullptr) {
-        pool->GiveBack(chunk);
+        pool->Leave(chunk);
     } else {
         DeleteChunk(chunk);
     }
@@ -129,13 +146,12 @@ private:
 };
 
 // Places a block and its shared handle's control block into a chunk, and gives the chunk back when
-// the last handle, weak ones included, is gone. It keeps the pool alive until then.
+// the last handle, weak ones included, is gone.
 template <typename T>
 struct ChunkAllocator {
     using value_type = T;
 
-    ChunkAllocator(std::shared_ptr<Pool> owner, Chunk* place)
-        : pool(std::move(owner)), chunk(place) {}
+    ChunkAllocator(Pool* owner, Chunk* place) : pool(owner), chunk(place) {}
 
     template <typename Other>
     ChunkAllocator(const ChunkAllocator<Other>& other) : pool(other.pool), chunk(other.chunk) {}
@@ -146,7 +162,7 @@ struct ChunkAllocator {
     }
 
     void deallocate(T* /*object*/, std::size_t /*count*/) noexcept {
-        GiveBackOrDelete(pool.get(), chunk);
+        GiveBackOrDelete(pool, chunk);
     }
 
     template <typename Other>
@@ -159,25 +175,36 @@ struct ChunkAllocator {
         return !(*this == other);
     }
 
-    std::shared_ptr<Pool> pool; // empty for a block of no pool
+    Pool* pool; // null for a block of no pool
     Chunk* chunk;
 };
 
-std::shared_ptr<IMemoryBlock> MakeBlock(std::shared_ptr<Pool> pool, Chunk* chunk,
-                                        std::uint32_t bytes) {
-    return std::allocate_shared<Block>(ChunkAllocator<Block>(std::move(pool), chunk), DataOf(chunk),
-                                       bytes);
+std::shared_ptr<IMemoryBlock> MakeBlock(Pool* pool, Chunk* chunk, std::uint32_t bytes) {
+    return std::allocate_shared<Block>(ChunkAllocator<Block>(pool, chunk), DataOf(chunk), bytes);
 }
 
 class Recycler final : public IMemoryBlockAllocator {
 public:
+    Recycler() = default;
+    ~Recycler() override { m_pool->Leave(nullptr); }
+    Recycler(const Recycler&) = delete;
+    Recycler& operator=(const Recycler&) = delete;
+
     std::shared_ptr<IMemoryBlock> Allocate(std::uint32_t bytes) override {
         Chunk* chunk = m_pool->Take(bytes);
-        return MakeBlock(m_pool, chunk != nullptr ? chunk : NewChunk(bytes), bytes);
+        if (chunk == nullptr) {
+            try {
+                chunk = NewChunk(bytes);
+            } catch (...) {
+                m_pool->Leave(nullptr);
+                throw;
+            }
+        }
+        return MakeBlock(m_pool, chunk, bytes);
     }
 
 private:
-    std::shared_ptr<Pool> m_pool = std::make_shared<Pool>();
+    Pool* m_pool = new Pool; // ends itself, see Leave
 };
 
 } // namespace

@@ -69,9 +69,10 @@ Registry& TheRegistry() {
     return registry;
 }
 
-// The first registration that matches; empty handles when there is none.
-Registration Find(ElementFactoryType kind, const std::string& implementation,
-                  const std::string& type) {
+// One handle of the first registration that matches; empty when there is none.
+template <typename Handle>
+Handle Find(Handle Registration::*handle, ElementFactoryType kind,
+            const std::string& implementation, const std::string& type) {
     Registry& registry = TheRegistry();
     const std::shared_lock<std::shared_mutex> lock(registry.mutex);
     const auto found = std::find_if(registry.registrations.begin(), registry.registrations.end(),
@@ -80,7 +81,7 @@ Registration Find(ElementFactoryType kind, const std::string& implementation,
                                                candidate.implementation == implementation &&
                                                candidate.type == type;
                                     });
-    return found == registry.registrations.end() ? Registration{} : found->registration;
+    return found == registry.registrations.end() ? Handle() : found->registration.*handle;
 }
 
 } // namespace
@@ -143,12 +144,12 @@ std::shared_ptr<const IParametersCollectionPrototype> GetRegistryEntryPrototype(
 
 std::shared_ptr<IElementFactory>
 GetFactory(ElementFactoryType kind, const std::string& implementation, const std::string& type) {
-    return Find(kind, implementation, type).factory;
+    return Find(&Registration::factory, kind, implementation, type);
 }
 
 std::shared_ptr<const IParametersCollectionInstance>
 GetManifest(ElementFactoryType kind, const std::string& implementation, const std::string& type) {
-    return Find(kind, implementation, type).entry;
+    return Find(&Registration::entry, kind, implementation, type);
 }
 
 void RegisterAllocator(const std::string& name, std::shared_ptr<IMemoryBlockAllocator> allocator) {

@@ -7,6 +7,7 @@
 #include "ITrack.h"
 
 #include <memory>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -41,6 +42,9 @@ private:
 };
 
 bool Matches(const IAudioSample& sample, const IAudioInfo* info, const ITrack* track) {
+    if (info == nullptr && track == nullptr) {
+        return true;
+    }
     const std::shared_ptr<const IAudioInfo> sampleInfo = sample.GetAudioInfo();
     if (info != nullptr && sampleInfo.get() != info) {
         return false;
@@ -63,25 +67,27 @@ void Select(std::vector<std::shared_ptr<const IAudioSample>>& selection,
     }
 }
 
-// The container on the path of every sample: one sample, held without a vector.
+// The container on the path of every sample: one audio sample, held without a vector and known for
+// what it is.
 class SingleSampleContainer final : public ISampleContainer {
 public:
-    SingleSampleContainer(std::shared_ptr<const ISample> sample,
+    SingleSampleContainer(std::shared_ptr<const IAudioSample> sample,
                           std::shared_ptr<const IPackagingInfo> packaging)
         : m_sample(std::move(sample)), m_packaging(std::move(packaging)) {}
 
     std::vector<std::shared_ptr<const IAudioSample>>
     GetAudioSamples(std::shared_ptr<const IAudioInfo> info,
                     std::shared_ptr<const ITrack> track) const override {
-        std::vector<std::shared_ptr<const IAudioSample>> selection;
-        Select(selection, m_sample, info.get(), track.get());
-        return selection;
+        if (!Matches(*m_sample, info.get(), track.get())) {
+            return {};
+        }
+        return {1, m_sample};
     }
 
     std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const override { return m_packaging; }
 
 private:
-    std::shared_ptr<const ISample> m_sample;
+    std::shared_ptr<const IAudioSample> m_sample;
     std::shared_ptr<const IPackagingInfo> m_packaging;
 };
 
@@ -126,7 +132,13 @@ std::shared_ptr<ISampleContainer>
 CreateSampleContainer(std::shared_ptr<const ISample> sample,
                       std::shared_ptr<const IPackagingInfo> packaging) {
     KEL_CHECK_POINTER(sample, kEmptySampleText);
-    return std::make_shared<SingleSampleContainer>(std::move(sample), std::move(packaging));
+    const ISample& object = *sample;
+    if (typeid(object) == typeid(AudioSample)) {
+        return std::make_shared<SingleSampleContainer>(
+            std::static_pointer_cast<const AudioSample>(std::move(sample)), std::move(packaging));
+    }
+    return CreateSampleContainer(std::vector<std::shared_ptr<const ISample>>{std::move(sample)},
+                                 std::move(packaging));
 }
 
 std::shared_ptr<ISampleContainer>

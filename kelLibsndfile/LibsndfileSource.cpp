@@ -210,7 +210,7 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
     const std::uint32_t bytesPerFrame =
         static_cast<std::uint32_t>(sfInfo.channels) * kBytesPerValue;
 
-    const std::shared_ptr<IBuffer> buffer = CreateBuffer(allocator, nullptr);
+    std::shared_ptr<IBuffer> buffer = CreateBuffer(allocator, nullptr);
     // Unsigned 32-bit arithmetic, which wraps: the reservation may hold fewer frames than were
     // asked for, and the read must not go past it.
     const std::uint32_t reservedBytes = bytesPerFrame * maxFrames;
@@ -234,8 +234,8 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
     MediaTime start(FrameRate(sfInfo), position, nullptr);
     position += framesRead;
     const TimeLimits limits(std::move(start), framesRead);
-    return CreateSampleContainer(CreateAudioSample(audioParameters, audioInfo, buffer, limits, {}),
-                                 nullptr);
+    return CreateSampleContainer(
+        CreateAudioSample(audioParameters, audioInfo, std::move(buffer), limits, {}), nullptr);
 }
 
 TimeLimits LibsndfileSource::GetTimeLimits(std::string /*track*/) {

@@ -8,7 +8,6 @@
 #include "KELRuntimeError.h"
 #include "Logging.h"
 
-#include <sstream>
 #include <string>
 #include <type_traits>
 
@@ -17,27 +16,27 @@ namespace kel::detail {
 /// Logs @p message at level Error and throws it as KELRuntimeError.
 [[noreturn]] KEL_CORE_EXPORT void Fail(const std::string& message, const char* file, int line);
 
-/// Streams a compared value; the one-byte integers, which a stream would take for characters, come
+/// Appends a compared value; the one-byte integers, which a stream would take for characters, come
 /// out in decimal like the others.
 template <typename T>
-void StreamValue(std::ostream& stream, const T& value) {
+void AppendValue(MessageText& text, const T& value) {
     if constexpr (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char>) {
-        stream << static_cast<int>(value);
+        text << static_cast<int>(value);
     } else {
-        stream << value;
+        text << value;
     }
 }
 
 /// The second bracket of the two comparing checks.
 template <typename T1, typename T2>
 std::string DescribeComparison(const T1& value1, const char* relation, const T2& value2) {
-    std::ostringstream stream = MakeMessageStream();
-    stream << " [ value1 (";
-    StreamValue(stream, value1);
-    stream << ") is not " << relation << " value2 (";
-    StreamValue(stream, value2);
-    stream << ") ]";
-    return stream.str();
+    MessageText text;
+    text << " [ value1 (";
+    AppendValue(text, value1);
+    text << ") is not " << relation << " value2 (";
+    AppendValue(text, value2);
+    text << ") ]";
+    return text.Text();
 }
 
 } // namespace kel::detail
@@ -47,9 +46,9 @@ std::string DescribeComparison(const T1& value1, const char* relation, const T2&
 
 #define KEL_DETAIL_FAIL(text, suffix)                                                              \
     do {                                                                                           \
-        std::ostringstream kelText_ = ::kel::detail::MakeMessageStream();                          \
+        ::kel::detail::MessageText kelText_;                                                       \
         kelText_ << "[" << text << "]" << suffix;                                                  \
-        ::kel::detail::Fail(kelText_.str(), __FILE__, __LINE__);                                   \
+        ::kel::detail::Fail(kelText_.Text(), __FILE__, __LINE__);                                  \
     } while (false)
 
 #define KEL_DETAIL_COMPARE(value1, relation, value2, text)                                         \

@@ -8,10 +8,13 @@
 #include "Export.h"
 #include "LogLevel.h"
 
-#include <locale>
+#include <ios>
 #include <memory>
+#include <ostream>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <type_traits>
 
 namespace kel {
 
@@ -85,12 +88,53 @@ namespace detail {
 KEL_CORE_EXPORT void WriteRecord(LogLevel level, const std::string& message, const char* file,
                                  int line) noexcept;
 
-/// A string stream whose numbers look the same whatever locale the host has made global.
-inline std::ostringstream MakeMessageStream() {
-    std::ostringstream stream;
-    stream.imbue(std::locale::classic());
-    return stream;
-}
+/// Collects the text of a record or a check, piece by piece, as a stream does; numbers look the
+/// same whatever locale the host has made global. Texts and integers are appended as they are; a
+/// stream, which costs several times as much, is there from the first piece on that needs one.
+class KEL_CORE_EXPORT MessageText {
+public:
+    template <typename T>
+    MessageText& operator<<(const T& piece) {
+        if (m_stream == nullptr) {
+            if constexpr (std::is_convertible_v<const T&, const char*>) {
+                const char* text = piece;
+                m_text += text != nullptr ? text : "";
+                return *this;
+            } else if constexpr (std::is_convertible_v<const T&, std::string_view>) {
+                m_text += std::string_view(piece);
+                return *this;
+            } else if constexpr (std::is_same_v<T, char>) {
+                m_text += piece;
+                return *this;
+            } else if constexpr (kIsNumber<T>) {
+                m_text += std::to_string(piece);
+                return *this;
+            }
+        }
+        Stream() << piece;
+        return *this;
+    }
+
+    MessageText& operator<<(std::ostream& (*manipulator)(std::ostream&));
+    MessageText& operator<<(std::ios_base& (*manipulator)(std::ios_base&));
+
+    /// What was collected.
+    std::string Text() const;
+
+private:
+    // Integers that a stream shows as numbers.
+    template <typename T>
+    static constexpr bool kIsNumber =
+        std::is_same_v<T, short> || std::is_same_v<T, unsigned short> || std::is_same_v<T, int> ||
+        std::is_same_v<T, unsigned> || std::is_same_v<T, long> ||
+        std::is_same_v<T, unsigned long> || std::is_same_v<T, long long> ||
+        std::is_same_v<T, unsigned long long>;
+
+    std::ostream& Stream();
+
+    std::string m_text;                           // up to the first piece that needs a stream
+    std::unique_ptr<std::ostringstream> m_stream; // from there on
+};
 
 } // namespace detail
 } // namespace kel
@@ -98,7 +142,7 @@ inline std::ostringstream MakeMessageStream() {
 /// Writes a record at @p level (a LogLevel). @p text may be streamed: `"has " << n << " channels."`
 #define KEL_LOG(level, text)                                                                       \
     do {                                                                                           \
-        std::ostringstream kelText_ = ::kel::detail::MakeMessageStream();                          \
+        ::kel::detail::MessageText kelText_;                                                       \
         kelText_ << text; /* NOLINT(bugprone-macro-parentheses): streamed piece by piece */        \
-        ::kel::detail::WriteRecord((level), kelText_.str(), __FILE__, __LINE__);                   \
+        ::kel::detail::WriteRecord((level), kelText_.Text(), __FILE__, __LINE__);                  \
     } while (false)
