@@ -231,11 +231,12 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
     }
     buffer->SetSize(bytesPerFrame * static_cast<std::uint32_t>(framesRead));
 
-    MediaTime start(FrameRate(sfInfo), position, nullptr);
-    position += framesRead;
-    const TimeLimits limits(std::move(start), framesRead);
-    return CreateSampleContainer(
+    const TimeLimits limits(MediaTime(FrameRate(sfInfo), position, nullptr), framesRead);
+    auto container = CreateSampleContainer(
         CreateAudioSample(audioParameters, audioInfo, std::move(buffer), limits, {}), nullptr);
+    // Counts what is delivered: a sample that could not be made leaves it.
+    position += framesRead;
+    return container;
 }
 
 TimeLimits LibsndfileSource::GetTimeLimits(std::string /*track*/) {

@@ -96,12 +96,14 @@ public:
     template <typename T>
     MessageText& operator<<(const T& piece) {
         if (m_stream == nullptr) {
-            if constexpr (std::is_convertible_v<const T&, const char*>) {
+            if constexpr (std::is_same_v<std::decay_t<T>, char*> ||
+                          std::is_same_v<std::decay_t<const T>, const char*>) {
                 const char* text = piece;
                 m_text += text != nullptr ? text : "";
                 return *this;
-            } else if constexpr (std::is_convertible_v<const T&, std::string_view>) {
-                m_text += std::string_view(piece);
+            } else if constexpr (std::is_same_v<T, std::string> ||
+                                 std::is_same_v<T, std::string_view>) {
+                m_text += piece;
                 return *this;
             } else if constexpr (std::is_same_v<T, char>) {
                 m_text += piece;

@@ -1,0 +1,293 @@
+#include "Elements.h"
+
+#include <CapturingWriter.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kel {
+
+namespace {
+
+using test::MakeEntry;
+using test::Manifest;
+using test::SinkFactory;
+using test::SourceFactory;
+using testing::ElementsAre;
+
+constexpr ElementFactoryType kSource = ElementFactoryType::AudioSource;
+constexpr ElementFactoryType kSink = ElementFactoryType::AudioSink;
+constexpr ElementFactoryType kAllocator = ElementFactoryType::MemoryBlockAllocator;
+
+/// Takes back what the tests register.
+class TheRegistry : public testing::Test {
+protected:
+    ~TheRegistry() override {
+        UnregisterFactories("one");
+        UnregisterFactories("two");
+    }
+
+    // The names of what is registered beside the framework's own.
+    static std::vector<std::string> OtherNames() {
+        std::vector<std::string> names;
+        for (const Registration& registration : GetRegistrations()) {
+            if (registration.name != "kelCore") {
+                names.push_back(registration.name);
+            }
+        }
+        return names;
+    }
+};
+
+TEST_F(TheRegistry, KnowsTheFrameworksOwnRecyclerFromTheStart) {
+    const std::vector<Registration> registrations = GetRegistrations();
+    ASSERT_EQ(registrations.size(), 1U);
+    const Registration& own = registrations[0];
+    EXPECT_EQ(own.name, "kelCore");
+    EXPECT_EQ(own.coreId, GetKELCoreIdInternal(KEL_EXPECTED_VERSION));
+    EXPECT_EQ(own.factory->GetFactoryType(), kAllocator);
+    EXPECT_EQ(own.entry->GetIntegerValue("class"), 23);
+    EXPECT_EQ(own.entry->GetStringValue("type"), "Recycler");
+    EXPECT_EQ(own.entry->GetStringValue("implementation"), "kel");
+    EXPECT_NE(own.entry->GetStringValue("doc"), "");
+    ASSERT_NE(own.entry->GetCollectionValue("init_config"), nullptr);
+    EXPECT_TRUE(own.entry->GetCollectionValue("init_config")->GetParameters().empty());
+    EXPECT_EQ(GetFactory(kAllocator, "kel", "Recycler"), own.factory);
+    EXPECT_EQ(GetManifest(kAllocator, "kel", "Recycler"), own.entry);
+}
+
+TEST_F(TheRegistry, AnswersWithTheFactoryAndWithTheEntryItself) {
+    const auto factory = test::MakeSourceFactory();
+    const auto entry = MakeEntry(kSource, "test.Source", "WAVE");
+    RegisterFactory("one", "core id", factory, entry);
+    EXPECT_EQ(GetFactory(kSource, "test.Source", "WAVE"), factory);
+    EXPECT_EQ(GetManifest(kSource, "test.Source", "WAVE"), entry);
+    EXPECT_EQ(GetManifest(kSource, "test.Source", "WAVE")->GetStringValue("type"), "WAVE");
+}
+
+TEST_F(TheRegistry, AnswersEmptyWhenOneOfTheThreeKeysDiffers) {
+    RegisterFactory("one", "", test::MakeSourceFactory(),
+                    MakeEntry(kSource, "test.Source", "WAVE"));
+    struct Keys {
+        ElementFactoryType kind;
+        const char* implementation;
+        const char* type;
+    };
+    for (const Keys& keys :
+         {Keys{kSink, "test.Source", "WAVE"}, Keys{kSource, "test.Sink", "WAVE"},
+          Keys{kSource, "test.Source", "AIFF"}, Keys{kSource, "", "WAVE"},
+          Keys{kSource, "test.Source", ""}, Keys{kSource, "", ""},
+          Keys{kSource, "test.source", "WAVE"}, Keys{kSource, "test.Source", "wave"},
+          Keys{kSource, "test.", "WAVE"}, Keys{kSource, "WAVE", "test.Source"},
+          Keys{static_cast<ElementFactoryType>(0), "test.Source", "WAVE"}}) {
+        EXPECT_EQ(GetFactory(keys.kind, keys.implementation, keys.type), nullptr);
+        EXPECT_EQ(GetManifest(keys.kind, keys.implementation, keys.type), nullptr);
+    }
+}
+
+TEST_F(TheRegistry, LooksAtTheClassOfTheEntryNotAtTheKindOfTheFactory) {
+    const auto sinks = std::make_shared<SinkFactory>(nullptr);
+    RegisterFactory("one", "", sinks, MakeEntry(kSource, "test.Source", "WAVE"));
+    EXPECT_EQ(GetFactory(kSource, "test.Source", "WAVE"), sinks);
+    EXPECT_EQ(GetFactory(kSink, "test.Source", "WAVE"), nullptr);
+}
+
+TEST_F(TheRegistry, LogsNothingWhenThereIsNothing) {
+    const test::LogCapture log;
+    EXPECT_EQ(GetFactory(kSource, "missing", "WAVE"), nullptr);
+    EXPECT_EQ(GetManifest(kSource, "missing", "WAVE"), nullptr);
+    EXPECT_TRUE(log->Records().empty());
+}
+
+TEST_F(TheRegistry, ListsRegistrationsInTheirOrderWithAllTheyWereMadeWith) {
+    const auto factory = test::MakeSourceFactory();
+    const auto wave = MakeEntry(kSource, "test.Source", "WAVE");
+    const auto aiff = MakeEntry(kSource, "test.Source", "AIFF");
+    RegisterFactory("two", "core id 2", factory, wave);
+    RegisterFactory("one", "core id 1", factory, aiff);
+    const std::vector<Registration> registrations = GetRegistrations();
+    ASSERT_EQ(registrations.size(), 3U);
+    EXPECT_EQ(registrations[0].name, "kelCore");
+    EXPECT_EQ(registrations[1].name, "two");
+    EXPECT_EQ(registrations[1].coreId, "core id 2");
+    EXPECT_EQ(registrations[1].factory, factory);
+    EXPECT_EQ(registrations[1].entry, wave);
+    EXPECT_EQ(registrations[2].name, "one");
+    EXPECT_EQ(registrations[2].coreId, "core id 1");
+    EXPECT_EQ(registrations[2].factory, factory);
+    EXPECT_EQ(registrations[2].entry, aiff);
+}
+
+TEST_F(TheRegistry, AnswersWithTheFirstOfSeveralThatMatch) {
+    const auto first = test::MakeSourceFactory();
+    const auto firstEntry = MakeEntry(kSource, "test.Source", "WAVE");
+    const auto second = test::MakeSourceFactory();
+    const auto secondEntry = MakeEntry(kSource, "test.Source", "WAVE");
+    RegisterFactory("one", "", first, firstEntry);
+    RegisterFactory("two", "", second, secondEntry);
+    EXPECT_EQ(GetFactory(kSource, "test.Source", "WAVE"), first);
+    EXPECT_EQ(GetManifest(kSource, "test.Source", "WAVE"), firstEntry);
+    EXPECT_THAT(OtherNames(), ElementsAre("one", "two")) << "nothing is replaced";
+
+    UnregisterFactories("one");
+    EXPECT_EQ(GetFactory(kSource, "test.Source", "WAVE"), second);
+    EXPECT_EQ(GetManifest(kSource, "test.Source", "WAVE"), secondEntry);
+}
+
+TEST_F(TheRegistry, RemovesAllRegistrationsOfAName) {
+    const auto factory = test::MakeSourceFactory();
+    for (const char* type : {"WAVE", "AIFF", "BWAVE"}) {
+        RegisterFactory("one", "", factory, MakeEntry(kSource, "test.One", type));
+        RegisterFactory("two", "", factory, MakeEntry(kSource, "test.Two", type));
+    }
+    EXPECT_EQ(UnregisterFactories("one"), 3U);
+    EXPECT_THAT(OtherNames(), ElementsAre("two", "two", "two"));
+    EXPECT_EQ(GetRegistrations()[1].entry->GetStringValue("type"), "WAVE");
+    EXPECT_EQ(GetRegistrations()[2].entry->GetStringValue("type"), "AIFF");
+    EXPECT_EQ(GetRegistrations()[3].entry->GetStringValue("type"), "BWAVE");
+    EXPECT_EQ(GetFactory(kSource, "test.One", "AIFF"), nullptr);
+    EXPECT_EQ(GetFactory(kSource, "test.Two", "AIFF"), factory);
+    EXPECT_EQ(UnregisterFactories("one"), 0U);
+    EXPECT_EQ(UnregisterFactories("two"), 3U);
+    EXPECT_THAT(OtherNames(), ElementsAre());
+}
+
+TEST_F(TheRegistry, SharesFactoriesAndEntriesUntilTheyAreRemoved) {
+    auto factory = test::MakeSourceFactory();
+    auto entry = MakeEntry(kSource, "test.Source", "WAVE");
+    const std::weak_ptr<IElementFactory> watchedFactory = factory;
+    const std::weak_ptr<IParametersCollectionInstance> watchedEntry = entry;
+    RegisterFactory("one", "", std::move(factory), std::move(entry));
+    EXPECT_FALSE(watchedFactory.expired());
+    EXPECT_FALSE(watchedEntry.expired());
+    UnregisterFactories("one");
+    EXPECT_TRUE(watchedFactory.expired());
+    EXPECT_TRUE(watchedEntry.expired());
+}
+
+TEST_F(TheRegistry, MayBeAskedWhileAFactoryGoes) {
+    std::size_t seen = 0;
+    std::shared_ptr<int> held(new int(0), [&seen](const int* value) {
+        seen = GetRegistrations().size();
+        delete value;
+    });
+    RegisterFactory("one", "", std::make_shared<SourceFactory>([held](const Manifest&) {
+                        return std::make_shared<test::SmallSource>();
+                    }),
+                    MakeEntry(kSource, "test.Source", "WAVE"));
+    held.reset();
+    EXPECT_EQ(seen, 0U) << "the factory is still there";
+    UnregisterFactories("one");
+    EXPECT_EQ(seen, 1U);
+}
+
+constexpr const char* kThisModule = "kelCore/Registry.cpp";
+
+TEST_F(TheRegistry, RefusesARegistrationWithoutAFactory) {
+    test::ExpectFailure(
+        "[the registration under \"one\" has no factory] [ Pointer is null ]", kThisModule,
+        [] { RegisterFactory("one", "", nullptr, MakeEntry(kSource, "test.Source", "WAVE")); });
+    EXPECT_THAT(OtherNames(), ElementsAre());
+}
+
+TEST_F(TheRegistry, RefusesARegistrationWithoutAnEntry) {
+    test::ExpectFailure(
+        "[the registration under \"one\" has no registry entry] [ Pointer is null ]", kThisModule,
+        [] { RegisterFactory("one", "", test::MakeSourceFactory(), nullptr); });
+    EXPECT_THAT(OtherNames(), ElementsAre());
+}
+
+TEST_F(TheRegistry, RefusesAnEntryWithoutOneOfTheKeysThatLookUpsCompare) {
+    for (const std::string missing : {"class", "implementation", "type"}) {
+        const auto prototype = CreateParametersCollectionPrototype();
+        std::string kind = "string";
+        if (missing == "class") {
+            kind = "integer";
+        } else {
+            prototype->AddIntegerParameter("class", 2, "");
+        }
+        for (const char* name : {"implementation", "type"}) {
+            if (missing != name) {
+                prototype->AddStringParameter(name, "");
+            }
+        }
+        test::ExpectFailure("[parameter \"" + missing + "\" is not declared (wanted: " + kind +
+                                ")]",
+                            "kelCore/ParametersCollection.cpp", [&] {
+                                RegisterFactory("one", "", test::MakeSourceFactory(),
+                                                CreateParametersCollectionInstance(prototype));
+                            });
+        EXPECT_THAT(OtherNames(), ElementsAre());
+    }
+}
+
+TEST(TheCoreId, NamesTheFrameworkAndThePlugIn) {
+    EXPECT_EQ(GetKELCoreIdInternal("1.2.3"), "kelCore " KEL_EXPECTED_VERSION " for plug-in 1.2.3");
+    EXPECT_EQ(GetKELCoreIdInternal(""), "kelCore " KEL_EXPECTED_VERSION " for plug-in ");
+}
+
+TEST(TheRegistryEntryPrototype, DeclaresFiveKeys) {
+    std::vector<std::string> keys;
+    for (const ParameterDescription& parameter : GetRegistryEntryPrototype()->GetParameters()) {
+        keys.push_back(parameter.name + ": " + ToString(parameter.kind));
+        EXPECT_NE(parameter.description, "") << parameter.name;
+    }
+    EXPECT_THAT(keys, testing::UnorderedElementsAre("class: integer", "type: string",
+                                                    "implementation: string", "doc: string",
+                                                    "init_config: collection"));
+}
+
+TEST(TheRegistryEntryPrototype, IsOne) {
+    EXPECT_NE(GetRegistryEntryPrototype(), nullptr);
+    EXPECT_EQ(GetRegistryEntryPrototype(), GetRegistryEntryPrototype());
+}
+
+/// An allocator with nothing but what it must have.
+class NoMemory final : public IMemoryBlockAllocator {
+public:
+    std::shared_ptr<IMemoryBlock> Allocate(std::uint32_t) override { return nullptr; }
+};
+
+TEST(RegisteredAllocators, AreFoundByTheirName) {
+    const auto one = std::make_shared<NoMemory>();
+    const auto other = std::make_shared<NoMemory>();
+    RegisterAllocator("one", one);
+    RegisterAllocator("", other);
+    EXPECT_EQ(GetAllocator("one"), one);
+    EXPECT_EQ(GetAllocator(""), other);
+    EXPECT_EQ(GetAllocator("One"), nullptr);
+    EXPECT_EQ(GetAllocator("on"), nullptr);
+}
+
+TEST(RegisteredAllocators, DoNotIncludeTheRecycler) {
+    EXPECT_EQ(GetAllocator("Recycler"), nullptr);
+    EXPECT_EQ(GetAllocator("kel"), nullptr);
+}
+
+TEST(RegisteredAllocators, AreReplacedByALaterOneOfTheSameName) {
+    auto first = std::make_shared<NoMemory>();
+    const std::weak_ptr<NoMemory> watch = first;
+    RegisterAllocator("replaced", std::move(first));
+    EXPECT_FALSE(watch.expired());
+    const auto second = std::make_shared<NoMemory>();
+    RegisterAllocator("replaced", second);
+    EXPECT_EQ(GetAllocator("replaced"), second);
+    EXPECT_TRUE(watch.expired());
+}
+
+TEST(RegisteredAllocators, CanNotBeEmpty) {
+    const auto kept = std::make_shared<NoMemory>();
+    RegisterAllocator("kept", kept);
+    test::ExpectFailure("[the allocator to register as \"kept\" is empty] [ Pointer is null ]",
+                        kThisModule, [] { RegisterAllocator("kept", nullptr); });
+    EXPECT_EQ(GetAllocator("kept"), kept);
+}
+
+} // namespace
+} // namespace kel

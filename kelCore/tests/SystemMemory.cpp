@@ -1,0 +1,146 @@
+#include "SystemMemory.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <malloc.h>
+#include <new>
+
+namespace {
+
+std::atomic<std::size_t> g_blocksTaken{0};
+std::atomic<std::size_t> g_liveBlocks{0};
+std::atomic<std::size_t> g_liveBytes{0};
+std::atomic<std::size_t> g_limit{SIZE_MAX};
+std::atomic<std::size_t> g_countedSize{SIZE_MAX};
+std::atomic<std::size_t> g_countedBlocks{0};
+
+constexpr std::size_t kOrdinary = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+
+void* Take(std::size_t bytes, std::size_t alignment) noexcept {
+    if (bytes >= g_limit) {
+        return nullptr;
+    }
+    const std::size_t whole = (bytes + alignment - 1) / alignment * alignment;
+    void* memory = alignment <= kOrdinary ? std::malloc(bytes == 0 ? 1 : bytes)
+                                          : std::aligned_alloc(alignment, whole);
+    if (memory != nullptr) {
+        ++g_blocksTaken;
+        ++g_liveBlocks;
+        g_liveBytes += malloc_usable_size(memory);
+        if (bytes >= g_countedSize) {
+            ++g_countedBlocks;
+        }
+    }
+    return memory;
+}
+
+void* TakeOrThrow(std::size_t bytes, std::size_t alignment) {
+    void* memory = Take(bytes, alignment);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void GiveBack(void* memory) noexcept {
+    if (memory != nullptr) {
+        --g_liveBlocks;
+        g_liveBytes -= malloc_usable_size(memory);
+        std::free(memory);
+    }
+}
+
+std::size_t Number(std::align_val_t alignment) {
+    return static_cast<std::size_t>(alignment);
+}
+
+} // namespace
+
+void* operator new(std::size_t bytes) {
+    return TakeOrThrow(bytes, kOrdinary);
+}
+void* operator new[](std::size_t bytes) {
+    return TakeOrThrow(bytes, kOrdinary);
+}
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+    return Take(bytes, kOrdinary);
+}
+void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
+    return Take(bytes, kOrdinary);
+}
+void* operator new(std::size_t bytes, std::align_val_t alignment) {
+    return TakeOrThrow(bytes, Number(alignment));
+}
+void* operator new[](std::size_t bytes, std::align_val_t alignment) {
+    return TakeOrThrow(bytes, Number(alignment));
+}
+void* operator new(std::size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    return Take(bytes, Number(alignment));
+}
+void* operator new[](std::size_t bytes, std::align_val_t alignment,
+                     const std::nothrow_t&) noexcept {
+    return Take(bytes, Number(alignment));
+}
+
+void operator delete(void* memory) noexcept {
+    GiveBack(memory);
+}
+void operator delete[](void* memory) noexcept {
+    GiveBack(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    GiveBack(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    GiveBack(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept {
+    GiveBack(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept {
+    GiveBack(memory);
+}
+void operator delete(void* memory, std::align_val_t) noexcept {
+    GiveBack(memory);
+}
+void operator delete[](void* memory, std::align_val_t) noexcept {
+    GiveBack(memory);
+}
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
+    GiveBack(memory);
+}
+void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept {
+    GiveBack(memory);
+}
+void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
+    GiveBack(memory);
+}
+void operator delete[](void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
+    GiveBack(memory);
+}
+
+namespace kel::test {
+
+SystemMemory GetSystemMemory() {
+    return {g_blocksTaken, g_liveBlocks, g_liveBytes};
+}
+
+void CountBlocksOfAtLeast(std::size_t bytes) {
+    g_countedSize = bytes;
+    g_countedBlocks = 0;
+}
+
+std::size_t BlocksOfThatSizeTaken() {
+    return g_countedBlocks;
+}
+
+MemoryLimit::MemoryLimit(std::size_t bytes) {
+    g_limit = bytes;
+}
+MemoryLimit::~MemoryLimit() {
+    g_limit = SIZE_MAX;
+}
+
+} // namespace kel::test

@@ -1,0 +1,181 @@
+/// Elements of many threads at once: each thread has a source and a sink of its own.
+#pragma once
+
+#include "AudioFiles.h"
+
+#include <CapturingWriter.h>
+#include <Plugin.h>
+#include <TemporaryFolder.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kel::test {
+
+constexpr std::size_t kThreads = 8;
+
+/// Lets go of the threads that wait once as many wait as there are, so that they run at once.
+class StartingLine {
+public:
+    explicit StartingLine(std::size_t threads) : m_missing(threads) {}
+
+    void Wait() {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (--m_missing == 0) {
+            m_everybodyIsHere.notify_all();
+        }
+        m_everybodyIsHere.wait(lock, [this] { return m_missing == 0; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_everybodyIsHere;
+    std::size_t m_missing;
+};
+
+/// Runs an operation on so many threads at once and waits for all of them.
+/// @param operation gets the number of the thread; must not throw
+inline void RunOnThreads(std::size_t threads, const std::function<void(std::size_t)>& operation) {
+    StartingLine line(threads);
+    std::vector<std::thread> running;
+    for (std::size_t i = 0; i < threads; ++i) {
+        running.emplace_back([&, i] {
+            line.Wait();
+            operation(i);
+        });
+    }
+    for (std::thread& thread : running) {
+        thread.join();
+    }
+}
+
+/// Copies a file by a source and a sink of its own.
+/// @throws KELRuntimeError as the elements do
+inline void CopyByNewElements(const std::string& in, const std::string& out) {
+    const auto source = OpenSource(in, 256);
+    auto settings = MakeSinkSettings();
+    settings->SetStringValue("FilePath", out);
+    const auto sink = MakeSink();
+    sink->SetInitConfig(settings);
+    sink->DefineInput(source->GetDefinedOutput(""), "");
+    while (const auto container = source->GetSample()) {
+        sink->PushSample(container);
+    }
+    sink->Close(false);
+}
+
+/// A copy that succeeds, or one that fails with a message that names its own file.
+struct Job {
+    std::string in;
+    std::string out;
+    std::vector<float> values; ///< of the file that comes out
+    std::string failedFile;    ///< empty when the copy succeeds
+    std::string failure;       ///< up to libsndfile's own words
+};
+
+/// Jobs in a folder: those with even numbers copy, the others fail in four ways.
+inline std::vector<Job> MakeJobs(const TemporaryFolder& folder, std::size_t count) {
+    std::vector<Job> jobs(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        Job& job = jobs[i];
+        const std::string name = "job" + std::to_string(i);
+        job.in = folder / (name + "-in.wav");
+        job.out = folder / (name + "-out.wav");
+        // The channels and the length tell the files apart, the noise their values.
+        const auto channels = static_cast<int>(i % 4) + 1;
+        job.values = FloatsOf(MakeNoise(static_cast<std::size_t>(channels) * (3000 + 100 * i),
+                                        static_cast<std::uint32_t>(i)));
+        WriteAudioFile(job.in, MakeSfInfo(SF_FORMAT_WAV | SF_FORMAT_FLOAT, channels, 48000),
+                       job.values);
+        if (i % 2 == 0) {
+            continue;
+        }
+        switch (i / 2 % 4) {
+        case 0: // missing
+            job.in = folder / (name + "-missing.wav");
+            job.failedFile = job.in;
+            break;
+        case 1: // no audio file at all
+            WriteFile(job.in, "a text that somebody called a sound");
+            job.failedFile = job.in;
+            break;
+        case 2: // ends in its header
+            std::filesystem::resize_file(job.in, 40);
+            job.failedFile = job.in;
+            break;
+        default: // nowhere to write to
+            job.out = folder / (name + "-folder/out.wav");
+            job.failedFile = job.out;
+            break;
+        }
+        job.failure =
+            "[Unable to open file \"" + job.failedFile + "\" with libsndfile. Error is:\"";
+    }
+    return jobs;
+}
+
+/// What a job failed with; empty when it did not fail.
+inline std::string RunJob(const Job& job) {
+    try {
+        CopyByNewElements(job.in, job.out);
+        return "";
+    } catch (const KELRuntimeError& error) {
+        return error.what();
+    }
+}
+
+/// Expects the outcome of a job that was run. libsndfile keeps the words about a file that does not
+/// open for all threads together, so that those are anybody's and are left out.
+inline void ExpectOutcome(const Job& job, const std::string& message) {
+    SCOPED_TRACE(job.in);
+    if (job.failedFile.empty()) {
+        EXPECT_EQ(message, "");
+        EXPECT_EQ(BitsOf(DecodeAudioFile(job.out).values), BitsOf(job.values));
+        return;
+    }
+    EXPECT_EQ(message.substr(0, job.failure.size()), job.failure);
+    ASSERT_GE(message.size(), job.failure.size() + 2);
+    EXPECT_EQ(message.substr(message.size() - 2), "\"]");
+}
+
+inline std::vector<std::string> Sorted(std::vector<std::string> texts) {
+    std::sort(texts.begin(), texts.end());
+    return texts;
+}
+
+/// Runs jobs at once, several times over.
+/// @param run answers what a job failed with, as RunJob does
+inline void RunJobsAtOnce(const std::function<std::string(const Job&)>& run) {
+    LoadPlugin();
+    for (int round = 0; round < 10; ++round) {
+        SCOPED_TRACE(round);
+        const TemporaryFolder folder;
+        const std::vector<Job> jobs = MakeJobs(folder, kThreads);
+        const LogCapture log;
+        std::vector<std::string> messages(kThreads);
+        RunOnThreads(kThreads, [&](std::size_t i) { messages[i] = run(jobs[i]); });
+
+        std::vector<std::string> failures;
+        for (std::size_t i = 0; i < kThreads; ++i) {
+            ExpectOutcome(jobs[i], messages[i]);
+            if (!messages[i].empty()) {
+                failures.push_back(messages[i]);
+            }
+        }
+        EXPECT_EQ(Sorted(log->Messages(LogLevel::Error)), Sorted(failures));
+        EXPECT_EQ(log->Messages(LogLevel::Warning), std::vector<std::string>());
+    }
+}
+
+} // namespace kel::test
