@@ -215,7 +215,10 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
     // asked for, and the read must not go past it.
     const std::uint32_t reservedBytes = bytesPerFrame * maxFrames;
     buffer->Reserve(reservedBytes);
-    const std::uint32_t framesToRead = std::min(maxFrames, reservedBytes / bytesPerFrame);
+    const std::uint64_t wholeFrame =
+        std::uint64_t{kBytesPerValue} * static_cast<std::uint32_t>(sfInfo.channels);
+    const auto framesToRead =
+        static_cast<sf_count_t>(std::min<std::uint64_t>(maxFrames, reservedBytes / wholeFrame));
 
     auto* values = static_cast<float*>(static_cast<void*>(buffer->GetData()));
     const sf_count_t framesRead = sf_readf_float(sndFile, values, framesToRead);
