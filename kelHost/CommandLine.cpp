@@ -1,143 +1,387 @@
 #include "CommandLine.h"
 
-#include "Copy.h"
-#include "Demonstration.h"
+#include "Commands.h"
 #include "Errors.h"
 #include "Formats.h"
 #include "HostLog.h"
-#include "Info.h"
 #include "Inspect.h"
 #include "PluginLoader.h"
 #include "Text.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <sys/ioctl.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace kel::host {
 
 namespace {
 
-// What the command line can say.
-struct Options {
+// What the command line says, as it says it.
+struct Arguments {
     std::optional<std::string> plugin;
     bool verbose = false;
+    bool json = false;
+    bool quiet = false;
+    std::string progress = "auto";
+    double openTimeout = 10;
+    unsigned jobs = 0;
 
-    CopyRequest copy;
-    std::string format;
-    std::vector<std::string> infoFiles;
+    CopyCommand copy;
+    std::optional<std::string> format;
+    std::optional<std::string> encoding;
+    std::optional<std::string> byteOrder;
+    std::optional<std::string> start;
+    std::optional<std::string> end;
+    std::optional<std::string> duration;
+    std::string onClip = "warn";
+    std::string dither;
+    std::uint64_t seed = 1;
+
+    InfoCommand info;
+    PlotRequest plot;
+    std::optional<std::string> size;
+    std::string level = "linear";
     std::optional<std::string> implementation;
     std::string demonstrationFolder = "kelhost-demo";
 };
 
 struct CommandLine {
-    CLI::App app{"Copies and describes audio files through the elements of a media-workflow "
-                 "framework.",
+    CLI::App app{"Copies, converts and describes audio files through the elements of a "
+                 "media-workflow framework.",
                  "kelhost"};
     CLI::App* copy = nullptr;
     CLI::App* info = nullptr;
+    CLI::App* plot = nullptr;
+    CLI::App* formats = nullptr;
     CLI::App* inspect = nullptr;
     CLI::App* demo = nullptr;
 };
 
-void Define(CommandLine& line, Options& options) {
+// The part of the file, for the commands that take one.
+void DefineRange(CLI::App& command, Arguments& arguments) {
+    command
+        .add_option("--start", arguments.start,
+                    "Where to begin: seconds (12.5), h:mm:ss.mmm or frames (48000f)")
+        ->type_name("TIME");
+    auto* end = command.add_option("--end", arguments.end, "Where to end")->type_name("TIME");
+    command.add_option("--duration", arguments.duration, "How much, instead of --end")
+        ->type_name("TIME")
+        ->excludes(end);
+}
+
+void DefineCopy(CLI::App& copy, Arguments& arguments) {
+    CopyOptions& options = arguments.copy.options;
+    copy.add_option("FILE", arguments.copy.files,
+                    "INPUT and OUTPUT; with --output-dir, inputs alone")
+        ->required()
+        ->type_name("");
+    copy.add_option("--output-dir", arguments.copy.outputFolder,
+                    "Copy every input into this folder, under its own name")
+        ->type_name("DIR");
+    copy.add_option("--format", arguments.format,
+                    "Container: wave, bwave (RF64) or aiff; else the extension says it: " +
+                        ListExtensions())
+        ->type_name("FORMAT");
+    copy.add_option("--encoding", arguments.encoding,
+                    "float32, float64, int16, int24 or int32; else float32, int24 in AIFF")
+        ->type_name("ENCODING");
+    copy.add_option("--byte-order", arguments.byteOrder, "little or big; else little, big in AIFF")
+        ->type_name("ORDER");
+    copy.add_option("--channels", options.channels,
+                    "Channels to copy and their order, counted from 1: 2,1")
+        ->delimiter(',')
+        ->type_name("LIST")
+        ->check(CLI::Range(1U, 1024U));
+    DefineRange(copy, arguments);
+    copy.add_option("--on-clip", arguments.onClip,
+                    "What to do when integers can not hold a value: warn or fail")
+        ->type_name("ACTION")
+        ->check(CLI::IsMember({"warn", "fail"}))
+        ->capture_default_str();
+    auto* dither =
+        copy.add_option("--dither", arguments.dither, "Noise before rounding to integers: tpdf")
+            ->type_name("KIND")
+            ->check(CLI::IsMember({"tpdf"}));
+    copy.add_option("--seed", arguments.seed, "Seed of the noise; the same seed, the same noise")
+        ->needs(dither)
+        ->capture_default_str();
+    copy.add_option("--block", options.blockFrames, "Frames that travel at once")
+        ->type_name("FRAMES")
+        ->check(CLI::Range(1U, 1U << 20U))
+        ->capture_default_str();
+    copy.add_flag("--verify", options.verify, "Read the whole output back and compare it");
+    copy.add_flag("--allow-short", options.allowShort,
+                  "Copy what there is of an input that is shorter than it promises");
+    copy.add_flag("--force", options.replace, "Replace an output that exists");
+    copy.footer("Examples:\n"
+                "  kelhost copy take.wav copy.wav\n"
+                "  kelhost copy take.flac take.rf64 --encoding int24\n"
+                "  kelhost copy take.wav part.wav --start 0:01:00 --duration 30\n"
+                "  kelhost copy take.wav mono.aiff --channels 1 --encoding int16 --dither tpdf\n"
+                "  kelhost copy *.flac --output-dir wave --format wave --verify");
+}
+
+void DefinePlot(CLI::App& plot, Arguments& arguments) {
+    plot.add_option("FILE", arguments.plot.input, "The file to draw")->required()->type_name("");
+    plot.add_option("-o,--output", arguments.plot.picture,
+                    "The picture, .png, .svg or .pdf; without it, characters")
+        ->type_name("PICTURE");
+    plot.add_option("--size", arguments.size, "Size of the picture: 1600x600")->type_name("WxH");
+    plot.add_option("--level", arguments.level, "The level axis: linear or db")
+        ->check(CLI::IsMember({"linear", "db"}))
+        ->type_name("SCALE")
+        ->capture_default_str();
+    DefineRange(plot, arguments);
+    plot.add_flag("--force", arguments.plot.replace, "Replace a picture that exists");
+    plot.footer("Examples:\n"
+                "  kelhost plot take.wav\n"
+                "  kelhost plot take.wav -o take.png --level db\n"
+                "  kelhost plot take.wav -o bar.svg --start 0:01:00 --duration 2 --size 800x300");
+}
+
+void Define(CommandLine& line, Arguments& arguments) {
     CLI::App& app = line.app;
     app.require_subcommand(1);
     app.set_version_flag("--version", "kelhost " KEL_HOST_VERSION);
     app.fallthrough();
-    app.add_option("--plugin", options.plugin,
+    app.add_option("--plugin", arguments.plugin,
                    "Load this plug-in instead of those in KEL_PLUGIN_PATH or beside the program")
         ->type_name("FILE");
-    app.add_flag("--verbose", options.verbose, "Show all log records");
+    app.add_flag("--json", arguments.json, "Results and errors as JSON");
+    app.add_flag("--quiet", arguments.quiet, "Errors alone");
+    app.add_option("--progress", arguments.progress,
+                   "auto (on a terminal), none, or json: lines of JSON on standard error")
+        ->type_name("STYLE")
+        ->check(CLI::IsMember({"auto", "none", "json"}))
+        ->capture_default_str();
+    app.add_option("--jobs", arguments.jobs, "Files worked on at once; else as many as processors")
+        ->type_name("N")
+        ->check(CLI::Range(1U, 256U));
+    app.add_option("--open-timeout", arguments.openTimeout, "Seconds that opening a file may take")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.001, 86400.0))
+        ->capture_default_str();
+    app.add_flag(
+        "--verbose", arguments.verbose,
+        "Show all log records; KEL_LOG=none, error, warning, milestone or info shows some");
     app.footer("Results go to standard output, everything else to standard error.\n"
                "Exit status: 0 all of it worked, 1 the job failed, 2 the command line was wrong, "
                "130 interrupted.");
 
-    line.copy = app.add_subcommand("copy", "Copy an audio file");
-    line.copy->add_option("INPUT", options.copy.input, "The file to read")->required();
-    line.copy
-        ->add_option("OUTPUT", options.copy.output,
-                     "The file to write; its extension says the format: " + ListExtensions())
-        ->required();
-    line.copy
-        ->add_option("--format", options.format,
-                     "Format of the output, whatever its extension: wave, bwave (RF64) or aiff")
-        ->type_name("FORMAT");
-    line.copy->add_flag("--force", options.copy.replace, "Replace OUTPUT if it exists");
-    line.copy->footer("Examples:\n"
-                      "  kelhost copy take.wav copy.wav\n"
-                      "  kelhost copy take.flac take.rf64\n"
-                      "  kelhost copy --force take.wav take.aiff\n"
-                      "WAVE and RF64 are written as 32-bit float, AIFF as 24-bit integers.");
+    line.copy = app.add_subcommand("copy", "Copy and convert audio files");
+    DefineCopy(*line.copy, arguments);
 
     line.info = app.add_subcommand("info", "Show what is in audio files");
-    line.info->add_option("FILE", options.infoFiles, "The files to look at")->required();
-    line.info->footer("Example:\n  kelhost info *.wav");
+    line.info->add_option("FILE", arguments.info.files, "The files to look at")
+        ->required()
+        ->type_name("");
+    line.info
+        ->add_option("--field", arguments.info.field,
+                     "Show this field of each file alone: channels, rate, frames, ...")
+        ->type_name("NAME");
+    line.info->add_flag("--measure", arguments.info.measure,
+                        "Read the files and measure peak, RMS, and loudness by EBU R 128");
+    line.info->footer("Examples:\n"
+                      "  kelhost info *.wav\n"
+                      "  kelhost info --field frames take.wav\n"
+                      "  kelhost info --measure --field measurement.integrated_lufs take.wav");
+
+    line.plot = app.add_subcommand("plot", "Draw the waveform of an audio file");
+    DefinePlot(*line.plot, arguments);
+
+    line.formats = app.add_subcommand("formats", "Show which encodings go into which containers");
+    line.formats->footer("Example:\n  kelhost formats");
 
     line.inspect = app.add_subcommand("inspect", "Show the elements that are registered");
-    line.inspect->add_option("IMPLEMENTATION", options.implementation,
-                             "Show this element with its documentation and settings");
+    line.inspect
+        ->add_option("IMPLEMENTATION", arguments.implementation,
+                     "Show this element with its documentation and settings")
+        ->type_name("");
     line.inspect->footer("Examples:\n  kelhost inspect\n  kelhost inspect kel.LibsndfileSource");
 
     line.demo = app.add_subcommand("demo", "Write a short tone and copy it into every format");
-    line.demo->add_option("FOLDER", options.demonstrationFolder, "Where the files go")
+    line.demo->add_option("FOLDER", arguments.demonstrationFolder, "Where the files go")
+        ->type_name("")
         ->capture_default_str();
+    line.demo->footer("Example:\n  kelhost demo /tmp/tone");
 }
 
-int Execute(const CommandLine& line, Options& options, std::ostream& out, std::ostream& err) {
-    const auto log = std::make_shared<HostLog>(err, options.verbose);
+std::optional<TimePoint> ParseOptionalTime(const std::string& option,
+                                           const std::optional<std::string>& text) {
+    return text.has_value() ? std::optional(ParseTime(option, *text)) : std::nullopt;
+}
+
+TimeRange InterpretRange(const Arguments& arguments) {
+    return {ParseOptionalTime("--start", arguments.start),
+            ParseOptionalTime("--end", arguments.end),
+            ParseOptionalTime("--duration", arguments.duration)};
+}
+
+// As many characters as the terminal is wide.
+std::size_t TerminalWidth() {
+    constexpr std::size_t kUsual = 80;
+    winsize size{};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
+}
+
+void InterpretPlot(Arguments& arguments) {
+    PlotRequest& plot = arguments.plot;
+    plot.range = InterpretRange(arguments);
+    plot.scale = arguments.level == "db" ? LevelScale::Decibels : LevelScale::Linear;
+    if (arguments.size.has_value()) {
+        constexpr unsigned kSmallest = 100;
+        constexpr unsigned kLargest = 30000;
+        unsigned width = 0;
+        unsigned height = 0;
+        char rest = 0;
+        if (std::sscanf(arguments.size->c_str(), "%5ux%5u%c", &width, &height, &rest) != 2 ||
+            std::min(width, height) < kSmallest || std::max(width, height) > kLargest) {
+            throw UsageError(fmt::format("--size does not understand \"{}\"; it is WIDTHxHEIGHT, "
+                                         "each from {} to {}",
+                                         Escape(*arguments.size), kSmallest, kLargest));
+        }
+        plot.width = width;
+        plot.height = height;
+    } else if (!plot.picture.has_value()) {
+        plot.width = TerminalWidth();
+    }
+}
+
+void InterpretCopy(Arguments& arguments) {
+    CopyOptions& options = arguments.copy.options;
+    if (arguments.format.has_value()) {
+        options.container = &ContainerByName(*arguments.format);
+    }
+    if (arguments.encoding.has_value()) {
+        options.encoding = &EncodingByName(*arguments.encoding);
+    }
+    if (arguments.byteOrder.has_value()) {
+        options.byteOrder = ByteOrderByName(*arguments.byteOrder);
+    }
+    options.range = InterpretRange(arguments);
+    options.failOnClip = arguments.onClip == "fail";
+    if (!arguments.dither.empty()) {
+        options.dither = arguments.seed;
+    }
+}
+
+CommonOptions InterpretCommon(const Arguments& arguments) {
+    CommonOptions common;
+    common.style.json = arguments.json;
+    common.style.quiet = arguments.quiet;
+    if (arguments.progress == "json") {
+        common.style.progress = ProgressStyle::JSON;
+    } else if (arguments.progress == "auto" && !arguments.json && isatty(STDERR_FILENO) == 1) {
+        common.style.progress = ProgressStyle::Line;
+    }
+    const char* level = std::getenv("KEL_LOG");
+    if (level != nullptr && *level != '\0') {
+        common.verbosity = ParseVerbosity(level);
+    }
+    if (arguments.verbose) {
+        common.verbosity = Verbosity::Everything;
+    }
+    common.openTimeout =
+        std::chrono::milliseconds(static_cast<std::int64_t>(arguments.openTimeout * 1000));
+    common.jobs =
+        arguments.jobs != 0 ? arguments.jobs : std::max(1U, std::thread::hardware_concurrency());
+    return common;
+}
+
+// The arguments, in the reverse order that the parser takes. A name in brackets, which it would
+// take for a list of names, gets the folder that it lies in.
+std::vector<std::string> PlainArguments(int argc, const char* const* argv) {
+    std::vector<std::string> arguments;
+    for (int i = argc - 1; i > 0; --i) {
+        const std::string argument = argv[i];
+        const bool inBrackets =
+            !argument.empty() && argument.front() == '[' && argument.back() == ']';
+        arguments.push_back(inBrackets ? "./" + argument : argument);
+    }
+    return arguments;
+}
+
+int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, std::ostream& err) {
+    const CommonOptions common = InterpretCommon(arguments);
+    InterpretCopy(arguments);
+    InterpretPlot(arguments);
+    const auto log = std::make_shared<HostLog>(
+        [&err](const std::string& text) { err << text << std::endl; }, common.verbosity);
     const InstalledLog installed(log);
-    const std::vector<LoadedPlugin> plugins = LoadPlugins(options.plugin, err);
+    const std::vector<LoadedPlugin> plugins = LoadPlugins(arguments.plugin, err);
 
     if (line.copy->parsed()) {
-        if (!options.format.empty()) {
-            options.copy.container = &ContainerByName(options.format);
-        }
-        out << Describe(options.copy, Copy(options.copy, *log));
-    } else if (line.info->parsed()) {
-        return ShowInfo(options.infoFiles, out, err) ? kSuccess : kFailure;
-    } else if (line.inspect->parsed()) {
-        Inspect(options.implementation, out);
-    } else {
-        Demonstrate(options.demonstrationFolder, *log, out);
+        return RunCopy(arguments.copy, common, out, err);
     }
+    if (line.info->parsed()) {
+        return RunInfo(arguments.info, common, out, err);
+    }
+    if (line.plot->parsed()) {
+        return RunPlot(arguments.plot, common, out, err);
+    }
+    if (line.formats->parsed()) {
+        return RunFormats(common, out);
+    }
+    if (line.demo->parsed()) {
+        return RunDemo(arguments.demonstrationFolder, common, out, err);
+    }
+    Inspect(arguments.implementation, common.style.json ? InspectStyle::JSON : InspectStyle::Text,
+            out);
     return kSuccess;
 }
 
 } // namespace
 
 int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+    // A reader that has gone and a file that may not grow are errors of the write that meets them.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+
     CommandLine line;
-    Options options;
-    Define(line, options);
+    Arguments arguments;
+    Define(line, arguments);
+    std::optional<int> status;
     try {
-        line.app.parse(argc, argv);
+        line.app.parse(PlainArguments(argc, argv));
     } catch (const CLI::ParseError& error) {
-        return line.app.exit(error, out, err) == 0 ? kSuccess : kUsage;
+        status = line.app.exit(error, out, err) == 0 ? kSuccess : kUsage;
     }
+    Console console(err, {arguments.json, arguments.quiet, ProgressStyle::Nothing});
     try {
-        const int status = Execute(line, options, out, err);
+        if (!status.has_value()) {
+            status = Execute(line, arguments, out, err);
+        }
         if (!out.flush()) {
             throw JobError("standard output can not be written");
         }
-        return status;
+        return *status;
     } catch (const UsageError& error) {
-        fmt::print(err, "kelhost: {}\n", error.what());
+        console.ShowError("", error.what());
         return kUsage;
+    } catch (const Interrupted& interrupted) {
+        console.ShowError("", "interrupted; nothing is left of what was not finished");
+        return 128 + interrupted.signal;
     } catch (const JobError& error) {
-        fmt::print(err, "kelhost: {}\n", error.what());
-        return kFailure;
+        console.ShowError("", error.what());
     } catch (const std::exception& error) {
-        fmt::print(err, "kelhost: {}\n", Escape(error.what()));
-        return kFailure;
+        console.ShowError("", Escape(error.what()));
     }
+    return kFailure;
 }
 
 } // namespace kel::host

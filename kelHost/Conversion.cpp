@@ -6,6 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace kel::host {
 
@@ -41,44 +45,110 @@ std::int32_t Saturate(float scaled, const Range& range) {
     return scaled > 0 ? range.largest : range.smallest;
 }
 
-// Rounds a run of values; tells whether all of them fitted.
-bool Quantise(const float* input, std::size_t values, const Range& range, std::int32_t* output) {
-    bool allFit = true;
+// Rounds a run of values one by one, and saturates those that do not fit.
+void QuantiseCarefully(const float* input, std::size_t values, const Range& range,
+                       std::int32_t* output) {
     for (std::size_t i = 0; i < values; ++i) {
         const float scaled = input[i] * range.scale;
-        if (Fits(scaled, range)) {
-            output[i] = static_cast<std::int32_t>(std::lrint(scaled));
-        } else {
-            output[i] = Saturate(scaled, range);
-            allFit = false;
-        }
+        output[i] = Fits(scaled, range) ? static_cast<std::int32_t>(std::lrint(scaled))
+                                        : Saturate(scaled, range);
+    }
+}
+
+// Rounds a run of values, several at once where the processor can; tells whether all of them
+// fitted. Only if they did, the output is right.
+bool QuantiseQuickly(const float* input, std::size_t values, const Range& range,
+                     std::int32_t* output) {
+    std::size_t done = 0;
+    bool allFit = true;
+#ifdef __SSE2__
+    constexpr std::size_t kLanes = 4;
+    const __m128 scale = _mm_set1_ps(range.scale);
+    const __m128 above = _mm_set1_ps(range.firstAbove);
+    const __m128 below = _mm_set1_ps(range.lastBelow);
+    __m128 fits = _mm_castsi128_ps(_mm_set1_epi32(-1));
+    for (; done + kLanes <= values; done += kLanes) {
+        const __m128 scaled = _mm_mul_ps(_mm_loadu_ps(input + done), scale);
+        fits =
+            _mm_and_ps(fits, _mm_and_ps(_mm_cmplt_ps(scaled, above), _mm_cmpge_ps(scaled, below)));
+        // Rounds to the nearest, to even between two: what lrint does, too, unless told otherwise.
+        const __m128i rounded = _mm_cvtps_epi32(scaled);
+        std::memcpy(output + done, &rounded, sizeof rounded);
+    }
+    allFit = _mm_movemask_ps(fits) == (1 << kLanes) - 1;
+#endif
+    for (; done < values; ++done) {
+        const float scaled = input[done] * range.scale;
+        const bool fitting = Fits(scaled, range);
+        allFit = allFit && fitting;
+        output[done] = fitting ? static_cast<std::int32_t>(std::lrint(scaled)) : 0;
     }
     return allFit;
 }
 
-template <std::size_t Bytes>
-void Pack(const std::int32_t* input, std::size_t values, bool bigEndian, std::uint8_t* output) {
+// Rounds a run of values; tells whether all of them fitted.
+bool Quantise(const float* input, std::size_t values, const Range& range, std::int32_t* output) {
+    if (QuantiseQuickly(input, values, range, output)) {
+        return true;
+    }
+    QuantiseCarefully(input, values, range, output);
+    return false;
+}
+
+// The bytes of integers are taken from the machine's own order.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+
+template <bool BigEndian>
+void Pack16(const std::int32_t* input, std::size_t values, std::uint8_t* output) {
     for (std::size_t i = 0; i < values; ++i) {
-        const auto value = static_cast<std::uint32_t>(input[i]);
-        for (std::size_t byte = 0; byte < Bytes; ++byte) {
-            const std::size_t place = bigEndian ? Bytes - 1 - byte : byte;
-            output[i * Bytes + place] = static_cast<std::uint8_t>(value >> (8 * byte));
+        auto value = static_cast<std::uint16_t>(input[i]);
+        if constexpr (BigEndian) {
+            value = static_cast<std::uint16_t>((value << 8U) | (value >> 8U));
         }
+        std::memcpy(output + i * sizeof value, &value, sizeof value);
     }
 }
 
-void PackIntegers(std::uint8_t bytes, const std::int32_t* input, std::size_t values, bool bigEndian,
-                  std::uint8_t* output) {
+// Each value is written as four bytes, the last of which the next value overwrites: one store for
+// three bytes. The last value has no room for that.
+template <bool BigEndian>
+void Pack24(const std::int32_t* input, std::size_t values, std::uint8_t* output) {
+    constexpr std::size_t kBytes = 3;
+    const auto order = [](std::int32_t value) {
+        const auto bits = static_cast<std::uint32_t>(value);
+        return BigEndian ? __builtin_bswap32(bits << 8U) : bits;
+    };
+    for (std::size_t i = 0; i + 1 < values; ++i) {
+        const std::uint32_t bits = order(input[i]);
+        std::memcpy(output + i * kBytes, &bits, sizeof bits);
+    }
+    if (values > 0) {
+        const std::uint32_t bits = order(input[values - 1]);
+        std::memcpy(output + (values - 1) * kBytes, &bits, kBytes);
+    }
+}
+
+template <bool BigEndian>
+void Pack32(const std::int32_t* input, std::size_t values, std::uint8_t* output) {
+    for (std::size_t i = 0; i < values; ++i) {
+        auto value = static_cast<std::uint32_t>(input[i]);
+        if constexpr (BigEndian) {
+            value = __builtin_bswap32(value);
+        }
+        std::memcpy(output + i * sizeof value, &value, sizeof value);
+    }
+}
+
+using PackFunction = void (*)(const std::int32_t*, std::size_t, std::uint8_t*);
+
+PackFunction PackerFor(std::uint8_t bytes, bool bigEndian) {
     switch (bytes) {
     case 2:
-        Pack<2>(input, values, bigEndian, output);
-        break;
+        return bigEndian ? Pack16<true> : Pack16<false>;
     case 3:
-        Pack<3>(input, values, bigEndian, output);
-        break;
+        return bigEndian ? Pack24<true> : Pack24<false>;
     default:
-        Pack<4>(input, values, bigEndian, output);
-        break;
+        return bigEndian ? Pack32<true> : Pack32<false>;
     }
 }
 
@@ -92,10 +162,34 @@ void StoreFloat(Value value, bool bigEndian, std::uint8_t* output) {
     }
 }
 
+// One value of a file as libsndfile reads it: integers over 2^(n-1), doubles rounded to floats.
+float DecodeValue(const Encoding& encoding, std::uint64_t bits) {
+    if (encoding.type == AudioPCMType::Integer) {
+        // Shifted to the top of 32 bits, so that the sign is in its place.
+        const auto value =
+            static_cast<std::int32_t>(static_cast<std::uint32_t>(bits) << (32U - encoding.bits));
+        return std::ldexp(static_cast<float>(value), -31);
+    }
+    if (encoding.bytes == sizeof(float)) {
+        const auto narrow = static_cast<std::uint32_t>(bits);
+        float value = 0;
+        std::memcpy(&value, &narrow, sizeof value);
+        return value;
+    }
+    double value = 0;
+    std::memcpy(&value, &bits, sizeof value);
+    return static_cast<float>(value);
+}
+
 } // namespace
 
-Converter::Converter(const Encoding& encoding, PCMEndianness byteOrder, std::uint32_t channels)
-    : m_encoding(encoding), m_byteOrder(byteOrder), m_channels(channels) {}
+Converter::Converter(const Encoding& encoding, PCMEndianness byteOrder, std::uint32_t channels,
+                     std::optional<std::uint64_t> ditherSeed)
+    : m_encoding(encoding), m_byteOrder(byteOrder), m_channels(channels) {
+    if (ditherSeed.has_value()) {
+        m_dither.emplace(*ditherSeed);
+    }
+}
 
 bool Converter::IsIdentity() const {
     return m_encoding.type == AudioPCMType::Float && m_encoding.bytes == sizeof(float) &&
@@ -116,18 +210,49 @@ void Converter::Convert(const float* input, std::size_t values, std::uint8_t* ou
         return;
     }
 
+    const float* const source = m_dither.has_value() ? Dither(input, values) : input;
     // In pieces that stay in the processor's nearest cache.
     constexpr std::size_t kPiece = 1024;
     std::array<std::int32_t, kPiece> integers{};
     const Range range = RangeOf(m_encoding.bits);
+    const PackFunction pack = PackerFor(m_encoding.bytes, bigEndian);
     bool allFit = true;
     for (std::size_t done = 0; done < values; done += kPiece) {
         const std::size_t count = std::min(kPiece, values - done);
-        allFit = Quantise(input + done, count, range, integers.data()) && allFit;
-        PackIntegers(m_encoding.bytes, integers.data(), count, bigEndian, output + SizeOf(done));
+        allFit = Quantise(source + done, count, range, integers.data()) && allFit;
+        pack(integers.data(), count, output + SizeOf(done));
     }
     if (!allFit) {
-        CountUnrepresentable(input, values);
+        CountUnrepresentable(source, values);
+    }
+}
+
+const float* Converter::Dither(const float* input, std::size_t values) {
+    // The difference of two even distributions is a triangular one. Both halves of one random
+    // number serve, so that the noise is the same on every machine.
+    constexpr double kUnit = 1.0 / 4294967296.0;
+    const double lastPlace = std::ldexp(1.0, 1 - static_cast<int>(m_encoding.bits));
+    m_dithered.resize(values);
+    for (std::size_t i = 0; i < values; ++i) {
+        const std::uint64_t random = (*m_dither)();
+        const auto high = static_cast<double>(random >> 32U);
+        const auto low = static_cast<double>(random & 0xFFFFFFFFU);
+        m_dithered[i] =
+            static_cast<float>(static_cast<double>(input[i]) + (high - low) * kUnit * lastPlace);
+    }
+    return m_dithered.data();
+}
+
+void Converter::ReadBack(const std::uint8_t* converted, std::size_t values, float* output) const {
+    const bool bigEndian = m_byteOrder == PCMEndianness::Big;
+    const std::size_t bytes = m_encoding.bytes;
+    for (std::size_t i = 0; i < values; ++i) {
+        std::uint64_t bits = 0;
+        for (std::size_t byte = 0; byte < bytes; ++byte) {
+            const std::size_t place = bigEndian ? bytes - 1 - byte : byte;
+            bits |= std::uint64_t{converted[i * bytes + place]} << (8 * byte);
+        }
+        output[i] = DecodeValue(m_encoding, bits);
     }
 }
 

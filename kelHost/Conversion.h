@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
+#include <random>
 #include <vector>
 
 namespace kel::host {
@@ -27,7 +29,12 @@ struct ChannelConversion {
 class Converter {
 public:
     /// @param channels values per frame, not 0
-    Converter(const Encoding& encoding, PCMEndianness byteOrder, std::uint32_t channels);
+    /// @param ditherSeed adds noise before rounding to integers, triangular and of one unit of the
+    /// last place to either side, so that the error does not follow the signal (Lipshitz,
+    /// Wannamaker and Vanderkooy, "Quantization and Dither", J. Audio Eng. Soc. 40, 1992); the same
+    /// seed gives the same noise. Without one, nothing is added.
+    Converter(const Encoding& encoding, PCMEndianness byteOrder, std::uint32_t channels,
+              std::optional<std::uint64_t> ditherSeed = std::nullopt);
 
     /// True when the result is the very bytes of the source's samples, so that they need no
     /// conversion at all.
@@ -42,14 +49,24 @@ public:
     /// @param output room for SizeOf(values) bytes
     void Convert(const float* input, std::size_t values, std::uint8_t* output);
 
+    /// What a source reads from the values of the last Convert: what they are in the file, as
+    /// floats again.
+    /// @param converted the result of Convert
+    /// @param values how many
+    /// @param output room for so many floats
+    void ReadBack(const std::uint8_t* converted, std::size_t values, float* output) const;
+
     /// What was clipped and not finite so far, channel by channel.
     const std::vector<ChannelConversion>& Channels() const { return m_channels; }
 
 private:
+    const float* Dither(const float* input, std::size_t values);
     void CountUnrepresentable(const float* input, std::size_t values);
 
     Encoding m_encoding;
     PCMEndianness m_byteOrder;
+    std::optional<std::mt19937_64> m_dither;
+    std::vector<float> m_dithered;
     std::vector<ChannelConversion> m_channels;
 };
 

@@ -1,29 +1,32 @@
 #include "Copy.h"
 
+#include "ContainerSize.h"
 #include "Elements.h"
 #include "Errors.h"
 #include "OutputFile.h"
+#include "Pipeline.h"
+#include "RangeReader.h"
+#include "SampleConverter.h"
 #include "Text.h"
 
-#include <ElementFactoryType.h>
-#include <IAudioInfo.h>
-#include <IAudioParameters_PCM.h>
 #include <IAudioSample.h>
 #include <IBuffer.h>
-#include <IInfoContainer.h>
 #include <IMemoryBlock.h>
 #include <IMemoryBlockAllocator.h>
 #include <ISampleContainer.h>
-#include <KELRuntimeError.h>
 #include <Logging.h>
-#include <WorkflowStepImplementation.h>
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+#include <xxhash.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,102 +35,254 @@ namespace kel::host {
 
 namespace {
 
-const Container& ChooseContainer(const CopyRequest& request) {
+// The largest file whose sizes fit into the 32 bits that WAVE and AIFF have for them.
+constexpr std::uint64_t kLargestClassicFile = std::numeric_limits<std::uint32_t>::max();
+
+// Room for the chunks around the samples: none of the headers that are written is near it, with a
+// peak chunk of 8 bytes a channel included.
+std::uint64_t HeaderRoom(std::uint32_t channels) {
+    constexpr std::uint64_t kFixed = 512;
+    constexpr std::uint64_t kPerChannel = 16;
+    return kFixed + kPerChannel * channels;
+}
+
+// A running hash of floats, bit for bit.
+class FloatHash {
+public:
+    FloatHash() : m_state(XXH3_createState(), XXH3_freeState) { XXH3_64bits_reset(m_state.get()); }
+
+    void Add(const float* values, std::size_t count) {
+        XXH3_64bits_update(m_state.get(), values, count * sizeof(float));
+    }
+
+    std::uint64_t Value() const { return XXH3_64bits_digest(m_state.get()); }
+
+private:
+    std::unique_ptr<XXH3_state_t, XXH_errorcode (*)(XXH3_state_t*)> m_state;
+};
+
+// A copy under way, step after step.
+class CopyJob {
+public:
+    CopyJob(const CopyRequest& request, const HostLog& log, Reporter& reporter)
+        : m_request(request), m_options(request.options), m_log(log), m_reporter(reporter),
+          m_container(&ChooseContainer(m_options, request.output)),
+          m_encoding(m_options.encoding != nullptr ? m_options.encoding
+                                                   : &DefaultEncoding(*m_container)),
+          m_byteOrder(m_options.byteOrder.value_or(DefaultByteOrder(*m_container))),
+          m_firstError(log.CountErrors()) {}
+
+    CopyResult Run() {
+        if (IsSameFile(m_request.input, m_request.output)) {
+            throw JobError(fmt::format("{}: is the same file as the input {}; name another output",
+                                       Escape(m_request.output), Escape(m_request.input)));
+        }
+        m_reporter.Opening(m_request.input);
+        OpenSource source(m_request.input, m_options.blockFrames);
+        m_reporter.Opened();
+        const FrameRange range =
+            Resolve(m_options.range, source.Frames(), source.Rate(), m_request.input);
+        SampleConverter converter(source.Description(), MakeTarget(source));
+        m_channels = static_cast<std::uint32_t>(converter.Channels().size());
+        m_bytes = static_cast<std::uint64_t>(range.count) * m_channels * m_encoding->bytes;
+        ChooseSize();
+
+        OutputFile output(m_request.output, m_options.replace);
+        output.CheckRoomFor(m_bytes + HeaderRoom(m_channels));
+        const FileName written(output.TemporaryPath(), m_request.output);
+        const std::int64_t frames = Transfer(source, range, converter, written);
+        CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+        CheckLength(range.count, frames);
+        CheckClipping(converter.Channels());
+        source.Release();
+        CheckContainerSize(written,
+                           static_cast<std::uint64_t>(frames) * m_channels * m_encoding->bytes,
+                           static_cast<std::uint64_t>(frames));
+        CheckReopens(written, frames, m_channels, source.Rate());
+        if (m_options.verify) {
+            Verify(written, frames);
+        }
+        CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+        output.Commit();
+
+        CopyResult result;
+        result.input = Escape(m_request.input);
+        result.output = Escape(m_request.output);
+        result.container = m_container->title;
+        result.encoding = m_encoding->name;
+        result.byteOrder = Describe(m_byteOrder);
+        result.channels = m_channels;
+        result.rate = source.Rate();
+        result.frames = frames;
+        result.bytes = static_cast<std::uint64_t>(frames) * m_channels * m_encoding->bytes;
+        result.verified = m_options.verify;
+        result.conversion = converter.Channels();
+        result.warnings = m_warnings;
+        return result;
+    }
+
+private:
+    TargetLayout MakeTarget(const OpenSource& source) const {
+        TargetLayout target{*m_encoding, m_byteOrder, {}, m_options.dither};
+        for (const std::uint32_t channel : m_options.channels) {
+            if (channel > source.Channels()) {
+                throw JobError(fmt::format("{}: has no channel {}, only {}",
+                                           Escape(m_request.input), channel, source.Channels()));
+            }
+            target.channels.push_back(channel - 1);
+        }
+        return target;
+    }
+
+    // A file that is larger than WAVE can say becomes RF64, unless WAVE was asked for.
+    void ChooseSize() {
+        const std::uint64_t size = m_bytes + HeaderRoom(m_channels);
+        if (size <= kLargestClassicFile || m_container->format == WrapperFormat::BWAVE) {
+            return;
+        }
+        if (m_container->format != WrapperFormat::WAVE || m_options.container != nullptr) {
+            throw JobError(fmt::format("{}: would have {} bytes of samples, and {} holds 4 GiB at "
+                                       "most; use --format bwave",
+                                       Escape(m_request.output), m_bytes, m_container->title));
+        }
+        m_container = &ContainerByName("bwave");
+        Warn(fmt::format("{}: is written as {}, as its {} bytes of samples do not fit into WAVE",
+                         Escape(m_request.output), m_container->title, m_bytes));
+    }
+
+    std::int64_t Transfer(const OpenSource& source, const FrameRange& range,
+                          SampleConverter& converter, const FileName& file) {
+        RangeReader reader(source, range);
+        try {
+            DefinedSink sink(*m_container, file, converter.Description());
+            Stages stages;
+            stages.pull = [&] {
+                return Pull(reader);
+            };
+            if (!converter.IsIdentity()) {
+                stages.convert = [&](const SampleHandle& sample) {
+                    return converter.Convert(sample);
+                };
+            }
+            std::vector<float> readBack;
+            std::int64_t pushed = 0;
+            stages.push = [&](const SampleHandle& sample) {
+                sink.Element().PushSample(sample);
+                // A failed write is told by an error record alone; what follows it would only fill
+                // a full disk once more.
+                CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+                if (m_options.verify) {
+                    if (converter.IsIdentity()) {
+                        const FloatView floats = FloatsOf(*sample);
+                        m_pushed.Add(floats.values, floats.count);
+                    } else {
+                        converter.ReadBack(sample, readBack);
+                        m_pushed.Add(readBack.data(), readBack.size());
+                    }
+                }
+                pushed += sample->GetAudioSamples(nullptr, nullptr)[0]->GetTimeLimits().duration;
+                m_reporter.Progress(pushed, range.count, source.Rate());
+            };
+            // Threads cost more than they bring where there is hardly anything to overlap.
+            if (range.count <= 2 * static_cast<std::int64_t>(m_options.blockFrames)) {
+                RunInline(stages);
+            } else {
+                RunOverlapped(stages);
+            }
+            sink.Close();
+            return pushed;
+        } catch (const JobError&) {
+            throw;
+        } catch (const std::exception& error) {
+            throw JobError(fmt::format("{}: {}", Escape(m_request.output), Escape(error.what())));
+        }
+    }
+
+    SampleHandle Pull(RangeReader& reader) const {
+        try {
+            return reader.Pull();
+        } catch (const std::exception& error) {
+            throw JobError(fmt::format("{}: {}", Escape(m_request.input), Escape(error.what())));
+        }
+    }
+
+    void CheckLength(std::int64_t promised, std::int64_t delivered) {
+        if (delivered == promised) {
+            return;
+        }
+        const std::string text = fmt::format("{}: promises {} frames and delivers {}",
+                                             Escape(m_request.input), promised, delivered);
+        if (!m_options.allowShort) {
+            throw JobError(text + "; it is damaged or was changed while it was read (--allow-short "
+                                  "copies what there is)");
+        }
+        Warn(text);
+    }
+
+    void CheckClipping(const std::vector<ChannelConversion>& channels) const {
+        const bool clipped =
+            std::any_of(channels.begin(), channels.end(), [](const ChannelConversion& channel) {
+                return channel.clipped > 0 || channel.nonFinite > 0;
+            });
+        if (clipped && m_options.failOnClip) {
+            throw JobError(fmt::format("{}: has values beyond full scale, and --on-clip fail was "
+                                       "given; --encoding float32 keeps them",
+                                       Escape(m_request.input)));
+        }
+    }
+
+    void Verify(const FileName& file, std::int64_t frames) {
+        const OpenSource source(file, m_options.blockFrames);
+        FloatHash hash;
+        std::int64_t read = 0;
+        while (const SampleHandle sample = source.Element().GetSample()) {
+            const FloatView floats = FloatsOf(*sample);
+            hash.Add(floats.values, floats.count);
+            read += static_cast<std::int64_t>(floats.count / m_channels);
+        }
+        if (read != frames || hash.Value() != m_pushed.Value()) {
+            throw JobError(fmt::format("{}: what was read back is not what was written; do not "
+                                       "trust this disk",
+                                       Escape(m_request.output)));
+        }
+    }
+
+    void Warn(const std::string& text) {
+        m_warnings.push_back(text);
+        m_reporter.Show("kelhost: warning: " + text);
+    }
+
+    const CopyRequest& m_request;
+    const CopyOptions& m_options;
+    const HostLog& m_log;
+    Reporter& m_reporter;
+    const Container* m_container;
+    const Encoding* m_encoding;
+    PCMEndianness m_byteOrder;
+    std::size_t m_firstError;
+    std::uint32_t m_channels = 0;
+    std::uint64_t m_bytes = 0; // of samples, as far as the input keeps its promise
+    FloatHash m_pushed;        // what a source should read from the output
+    std::vector<std::string> m_warnings;
+};
+
+} // namespace
+
+const Container& ChooseContainer(const CopyOptions& options, const std::string& output) {
     const Container* container =
-        request.container != nullptr ? request.container : ContainerByExtension(request.output);
+        options.container != nullptr ? options.container : ContainerByExtension(output);
     if (container == nullptr) {
         throw UsageError(
             fmt::format("{}: the extension means no format; use one of {}, or --format",
-                        Escape(request.output), ListExtensions()));
+                        Escape(output), ListExtensions()));
     }
     return *container;
 }
 
-std::shared_ptr<const IAudioParameters_PCM>
-MakeParameters(const Encoding& encoding, PCMEndianness byteOrder, std::uint32_t rate) {
-    auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
-    parameters->SetMuxing(PCMMuxing::Multi);
-    parameters->SetSampleRate(rate);
-    parameters->SetBitsDepth(encoding.bits);
-    parameters->SetEndianness(byteOrder);
-    parameters->SetPCMType(encoding.type);
-    parameters->SetSampleSize(encoding.bytes);
-    return parameters;
-}
-
-// Turns the source's samples into the sink's. Samples that need no conversion go through untouched.
-class SampleConverter {
-public:
-    SampleConverter(const OpenSource& source, const Encoding& encoding, PCMEndianness byteOrder)
-        : m_converter(encoding, byteOrder, source.Channels()) {
-        if (m_converter.IsIdentity()) {
-            m_description = source.Description();
-            return;
-        }
-        m_parameters = MakeParameters(encoding, byteOrder, source.Rate());
-        m_info = CreateAudioInfo(m_parameters, source.Info()->GetChannelInfo(), {}, {});
-        m_description = CreateInfoContainer(m_info, nullptr);
-        m_allocator =
-            ImplementElement<ElementFactoryType::MemoryBlockAllocator>("kel", "Recycler", nullptr);
-    }
-
-    /// The description of what Convert gives.
-    const std::shared_ptr<const IInfoContainer>& Description() const { return m_description; }
-
-    std::shared_ptr<const ISampleContainer>
-    Convert(const std::shared_ptr<const ISampleContainer>& container) {
-        if (m_converter.IsIdentity()) {
-            return container;
-        }
-        const auto sample = container->GetAudioSamples(nullptr, nullptr).at(0);
-        const auto input = sample->GetBuffer();
-        const std::size_t values = input->GetSize() / sizeof(float);
-        const auto outputSize = static_cast<std::uint32_t>(m_converter.SizeOf(values));
-        const auto output = CreateBuffer(m_allocator, nullptr);
-        output->Reserve(outputSize);
-        m_converter.Convert(static_cast<const float*>(static_cast<const void*>(input->GetData())),
-                            values, output->GetData());
-        output->SetSize(outputSize);
-        return CreateSampleContainer(
-            CreateAudioSample(m_parameters, m_info, output, sample->GetTimeLimits(), {}), nullptr);
-    }
-
-    const std::vector<ChannelConversion>& Channels() const { return m_converter.Channels(); }
-
-private:
-    Converter m_converter;
-    std::shared_ptr<const IAudioParameters_PCM> m_parameters;
-    std::shared_ptr<const IAudioInfo> m_info;
-    std::shared_ptr<const IInfoContainer> m_description;
-    std::shared_ptr<IMemoryBlockAllocator> m_allocator;
-};
-
-// Pulls everything and pushes it; returns the number of frames. A failed write is told by an error
-// record alone, so the loop looks for one: what follows would only fill a full disk once more.
-std::int64_t PullAndPush(const OpenSource& source, SampleConverter& converter, DefinedSink& sink,
-                         const HostLog& log, std::size_t firstError) {
-    std::int64_t frames = 0;
-    while (const auto container = source.Element().GetSample()) {
-        for (const auto& sample : container->GetAudioSamples(nullptr, nullptr)) {
-            frames += sample->GetTimeLimits().duration;
-        }
-        sink.Element().PushSample(converter.Convert(container));
-        if (log.CountErrors() != firstError) {
-            break;
-        }
-    }
-    return frames;
-}
-
-} // namespace
-
 void CheckNoErrorRecords(const HostLog& log, std::size_t first, const std::string& path) {
-    std::vector<std::string> errors;
-    for (const std::string& error : log.ErrorsSince(first)) {
-        errors.push_back(Escape(error));
-    }
-    if (!errors.empty()) {
-        throw JobError(fmt::format("{}: {}", Escape(path), fmt::join(errors, "; ")));
+    // Those that follow tell of the same thing, as often as it took to stop.
+    if (log.CountErrors() != first) {
+        throw JobError(fmt::format("{}: {}", Escape(path), Escape(log.ErrorsSince(first).front())));
     }
 }
 
@@ -143,48 +298,57 @@ void CheckReopens(const FileName& file, std::int64_t frames, std::uint32_t chann
     }
 }
 
-CopyResult Copy(const CopyRequest& request, const HostLog& log) {
+CopyResult Copy(const CopyRequest& request, const HostLog& log, Reporter& reporter) {
     const ContextScope context("copy " + request.input);
-    const Container& container = ChooseContainer(request);
-    const Encoding& encoding = DefaultEncoding(container);
-    const PCMEndianness byteOrder = DefaultByteOrder(container);
-    if (IsSameFile(request.input, request.output)) {
-        throw JobError(fmt::format("{}: is the same file as the input {}; name another output",
-                                   Escape(request.output), Escape(request.input)));
-    }
-
-    const std::size_t firstError = log.CountErrors();
-    const OpenSource source(request.input, request.blockFrames);
-    SampleConverter converter(source, encoding, byteOrder);
-    OutputFile output(request.output, request.replace);
-    const FileName written(output.TemporaryPath(), request.output);
-    std::int64_t frames = 0;
-    try {
-        DefinedSink sink(container, written, converter.Description());
-        frames = PullAndPush(source, converter, sink, log, firstError);
-        sink.Close();
-    } catch (const KELRuntimeError& error) {
-        throw JobError(fmt::format("{}: {}", Escape(request.output), Escape(error.what())));
-    }
-
-    CheckNoErrorRecords(log, firstError, request.output);
-    if (frames != source.Frames()) {
-        throw JobError(fmt::format("{}: the file promises {} frames and delivers {}; it is damaged "
-                                   "or was changed while it was read",
-                                   Escape(request.input), source.Frames(), frames));
-    }
-    CheckReopens(written, frames, source.Channels(), source.Rate());
-    output.Commit();
-    return {&container,    &encoding, byteOrder,           source.Channels(),
-            source.Rate(), frames,    converter.Channels()};
+    return CopyJob(request, log, reporter).Run();
 }
 
-std::string Describe(const CopyRequest& request, const CopyResult& result) {
+void to_json(nlohmann::json& json, const CopyResult& result) {
+    auto channels = nlohmann::json::array();
+    for (const ChannelConversion& channel : result.conversion) {
+        channels.push_back({{"clipped", channel.clipped},
+                            {"loudest", channel.loudest},
+                            {"non_finite", channel.nonFinite}});
+    }
+    json = {{"input", result.input},
+            {"output", result.output},
+            {"container", result.container},
+            {"encoding", result.encoding},
+            {"byte_order", result.byteOrder},
+            {"channels", result.channels},
+            {"rate", result.rate},
+            {"frames", result.frames},
+            {"bytes", result.bytes},
+            {"verified", result.verified},
+            {"conversion", channels},
+            {"warnings", result.warnings}};
+}
+
+void from_json(const nlohmann::json& json, CopyResult& result) {
+    json.at("input").get_to(result.input);
+    json.at("output").get_to(result.output);
+    json.at("container").get_to(result.container);
+    json.at("encoding").get_to(result.encoding);
+    json.at("byte_order").get_to(result.byteOrder);
+    json.at("channels").get_to(result.channels);
+    json.at("rate").get_to(result.rate);
+    json.at("frames").get_to(result.frames);
+    json.at("bytes").get_to(result.bytes);
+    json.at("verified").get_to(result.verified);
+    json.at("warnings").get_to(result.warnings);
+    result.conversion.clear();
+    for (const auto& channel : json.at("conversion")) {
+        result.conversion.push_back(
+            {channel.at("clipped"), channel.at("loudest"), channel.at("non_finite")});
+    }
+}
+
+std::string Describe(const CopyResult& result) {
     std::string text = fmt::format(
-        "{} -> {}: {}, {} {}, {} {}, {} Hz, {} frames, {}\n", Escape(request.input),
-        Escape(request.output), result.container->title, result.encoding->name,
-        Describe(result.byteOrder), result.channels, result.channels == 1 ? "channel" : "channels",
-        result.rate, result.frames, FormatDuration(result.frames, result.rate));
+        "{} -> {}: {}, {} {}, {} {}, {} Hz, {} frames, {}{}\n", result.input, result.output,
+        result.container, result.encoding, result.byteOrder, result.channels,
+        result.channels == 1 ? "channel" : "channels", result.rate, result.frames,
+        FormatDuration(result.frames, result.rate), result.verified ? ", verified" : "");
     for (std::size_t i = 0; i < result.conversion.size(); ++i) {
         const ChannelConversion& channel = result.conversion[i];
         if (channel.clipped > 0) {

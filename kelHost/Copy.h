@@ -5,48 +5,80 @@
 #include "Elements.h"
 #include "Formats.h"
 #include "HostLog.h"
+#include "TimeRange.h"
+#include "Workers.h"
 
 #include <PCMEndianness.h>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace kel::host {
 
-/// What to copy, and into what.
+/// How to copy, whatever file.
+struct CopyOptions {
+    const Container* container = nullptr;   ///< null: what the output's extension means
+    const Encoding* encoding = nullptr;     ///< null: the container's default
+    std::optional<PCMEndianness> byteOrder; ///< none: the container's default
+    std::vector<std::uint32_t> channels;    ///< which, in which order, counted from 1; empty: all
+    TimeRange range;                        ///< which part
+    std::optional<std::uint64_t> dither;    ///< seed of the noise; none: no noise
+    std::uint32_t blockFrames = 16384;      ///< most frames in a sample
+    bool failOnClip = false;                ///< whether a clipped value fails the copy
+    bool allowShort = false; ///< whether an input with fewer frames than it promises is copied
+    bool verify = false;     ///< whether the output is read back and compared
+    bool replace = false;    ///< whether a file that stands there may be replaced
+};
+
+/// What to copy, into what, and how.
 struct CopyRequest {
     std::string input;
     std::string output;
-    const Container* container = nullptr; ///< null: what the output's extension means
-    bool replace = false;                 ///< whether a file that stands there may be replaced
-    std::uint32_t blockFrames = 16384;    ///< most frames in a sample
+    CopyOptions options;
 };
 
 /// What came out of it.
 struct CopyResult {
-    const Container* container = nullptr;
-    const Encoding* encoding = nullptr;
-    PCMEndianness byteOrder = PCMEndianness::Little;
+    std::string input;  ///< as shown to the user
+    std::string output; ///< as shown to the user
+    std::string container;
+    std::string encoding;
+    std::string byteOrder;
     std::uint32_t channels = 0;
     std::uint32_t rate = 0;                    ///< frames per second
     std::int64_t frames = 0;                   ///< frames read, and as many written
-    std::vector<ChannelConversion> conversion; ///< per channel
+    std::uint64_t bytes = 0;                   ///< of sample data
+    bool verified = false;                     ///< read back and found the same
+    std::vector<ChannelConversion> conversion; ///< per channel of the output
+    std::vector<std::string> warnings;
 };
+
+void to_json(nlohmann::json& json, const CopyResult& result);
+void from_json(const nlohmann::json& json, CopyResult& result);
+
+/// The container that a request means.
+/// @throws UsageError when the extension means none
+const Container& ChooseContainer(const CopyOptions& options, const std::string& output);
 
 /// Copies one file. The output appears under its name only when it is whole: closed, without a
 /// record at level Error, and found to have the right frames, channels and rate when it is opened
-/// again.
+/// again. Reading, converting and writing overlap.
 /// @param log the current logger writer
-/// @throws UsageError when the container is not known, JobError when the copy failed; nothing is
-/// left under the output's name then but what stood there before
-CopyResult Copy(const CopyRequest& request, const HostLog& log);
+/// @param reporter told of opening and progress
+/// @throws JobError when the copy failed; nothing is left under the output's name then but what
+/// stood there before
+CopyResult Copy(const CopyRequest& request, const HostLog& log, Reporter& reporter);
 
 /// The report of a copy for people: one line, and one for each channel whose values were clipped or
 /// were no numbers.
-std::string Describe(const CopyRequest& request, const CopyResult& result);
+std::string Describe(const CopyResult& result);
 
-/// Throws JobError when records at level Error were logged since @p first, with their texts.
+/// Throws JobError when records at level Error were logged since @p first, with the text of the
+/// first of them.
 /// @param path the file that was worked on
 void CheckNoErrorRecords(const HostLog& log, std::size_t first, const std::string& path);
 

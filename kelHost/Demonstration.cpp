@@ -1,37 +1,30 @@
 #include "Demonstration.h"
 
+#include "ContainerSize.h"
 #include "Copy.h"
 #include "Elements.h"
 #include "Errors.h"
 #include "Formats.h"
-#include "Info.h"
 #include "OutputFile.h"
+#include "SampleConverter.h"
 #include "Text.h"
 
 #include <IAudioInfo.h>
-#include <IAudioParameters_PCM.h>
 #include <IAudioSample.h>
 #include <IBuffer.h>
-#include <IChannelInfo.h>
 #include <IInfoContainer.h>
 #include <IMemoryBlock.h>
-#include <IMemoryBlockAllocator.h>
 #include <ISampleContainer.h>
-#include <ITrack.h>
-#include <ITrackGroup.h>
 #include <KELRuntimeError.h>
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
 
 namespace kel::host {
@@ -92,22 +85,12 @@ std::vector<float> MakeTone() {
     return tone;
 }
 
-std::shared_ptr<const IAudioInfo> DescribeTone() {
-    auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
-    parameters->SetMuxing(PCMMuxing::Multi);
-    parameters->SetSampleRate(kRate);
-    parameters->SetBitsDepth(32);
-    parameters->SetEndianness(PCMEndianness::Little);
-    parameters->SetPCMType(AudioPCMType::Float);
-    parameters->SetSampleSize(sizeof(float));
-    const auto track =
-        CreateTrack(ContentType::Audio, kChannels, CreateTrackGroup("tone"), TrackLayout::Default);
-    return CreateAudioInfo(parameters, CreateChannelInfo(track), {}, {});
-}
+} // namespace
 
 void WriteTone(const std::string& path, const HostLog& log) {
     const std::vector<float> tone = MakeTone();
-    const auto info = DescribeTone();
+    const auto info =
+        DescribePCM(EncodingByName("float32"), PCMEndianness::Little, kRate, kChannels);
     const auto buffer = CreateBuffer(nullptr, nullptr);
     const auto bytes = static_cast<std::uint32_t>(tone.size() * sizeof(float));
     buffer->Reserve(bytes);
@@ -127,38 +110,9 @@ void WriteTone(const std::string& path, const HostLog& log) {
         throw JobError(fmt::format("{}: {}", Escape(path), Escape(error.what())));
     }
     CheckNoErrorRecords(log, firstError, path);
+    CheckContainerSize(file, bytes, kFrames);
     CheckReopens(file, kFrames, kChannels, kRate);
     output.Commit();
-}
-
-} // namespace
-
-void Demonstrate(const std::string& folder, const HostLog& log, std::ostream& out) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) {
-        throw JobError(fmt::format("{}: can not be made: {}", Escape(folder), error.message()));
-    }
-    const std::string tone = (fs::path(folder) / "tone.wav").string();
-    WriteTone(tone, log);
-    fmt::print(out,
-               "A tone of {} went through the sink into {}.\n\nCopied through source and sink:\n",
-               FormatDuration(kFrames, kRate), Escape(tone));
-
-    std::vector<std::string> files{tone};
-    for (const Container& container : Containers()) {
-        CopyRequest request;
-        request.input = tone;
-        request.output =
-            (fs::path(folder) / fmt::format("copy{}", container.extensions.front())).string();
-        request.replace = true;
-        out << Describe(request, Copy(request, log));
-        files.push_back(request.output);
-    }
-    out << "\nThe files:\n";
-    ShowInfo(files, out, out);
-    fmt::print(out, "\nListen to one, or copy a file of your own: kelhost copy INPUT OUTPUT\n");
 }
 
 } // namespace kel::host

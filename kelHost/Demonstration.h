@@ -1,18 +1,16 @@
-/// A short tone and its copies, to show and hear what the program does.
+/// A short tone, to show and hear what the program does.
 #pragma once
 
 #include "HostLog.h"
 
-#include <ostream>
 #include <string>
 
 namespace kel::host {
 
-/// Writes a short stereo tone into a folder, copies it into every container, and tells what was
-/// done and where the files are. Files of a former demonstration there are replaced.
-/// @param folder made if it is missing
+/// Writes a short stereo tone, 4 seconds of 48 kHz, as 32-bit float WAVE. A file that stands there
+/// is replaced.
 /// @param log the current logger writer
-/// @throws JobError when a file can not be written
-void Demonstrate(const std::string& folder, const HostLog& log, std::ostream& out);
+/// @throws JobError when the file can not be written
+void WriteTone(const std::string& path, const HostLog& log);
 
 } // namespace kel::host

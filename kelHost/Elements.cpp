@@ -1,6 +1,7 @@
 #include "Elements.h"
 
 #include "Errors.h"
+#include "OutputFile.h"
 #include "Text.h"
 
 #include <IAudioParameters_PCM.h>
@@ -40,6 +41,11 @@ std::wstring ElementPath(const std::string& path) {
 }
 
 void CheckReadableFile(const FileName& file) {
+    if (file.path.size() > kLongestPath) {
+        throw JobError(fmt::format("{}: the path is longer than {} bytes; change to its folder or "
+                                   "use a shorter name",
+                                   Escape(file.shown), kLongestPath));
+    }
     struct stat status {};
     if (stat(file.path.c_str(), &status) != 0) {
         throw JobError(fmt::format("{}: {}", Escape(file.shown), std::strerror(errno)));
@@ -55,11 +61,17 @@ std::string TypeForReading(const std::string& path) {
     return GetLabel(container != nullptr ? container->format : WrapperFormat::WAVE);
 }
 
+bool Accepts(const IAudioSink& sink, const std::shared_ptr<const IInfoContainer>& input) {
+    const auto report = sink.CheckInputAndAdaptIfNecessary(input, "");
+    return report == nullptr ||
+           report->GetErrorType() == static_cast<std::int32_t>(CheckInputErrorType::None);
+}
+
 template <typename Operation>
 void IgnoreErrors(Operation operation) {
     try {
         operation();
-    } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): the element has logged it
+    } catch (...) { // NOLINT(bugprone-empty-catch): another failure is under way
     }
 }
 
@@ -98,7 +110,11 @@ OpenSource::OpenSource(const FileName& file, std::uint32_t blockFrames) {
 }
 
 OpenSource::~OpenSource() {
-    IgnoreErrors([this] { m_element->Release(); });
+    IgnoreErrors([this] { Release(); });
+}
+
+void OpenSource::Release() {
+    m_element->Release();
 }
 
 std::uint32_t OpenSource::Channels() const {
@@ -123,16 +139,30 @@ DefinedSink::DefinedSink(const Container& container, const FileName& file,
         settings->SetWideStringValue("FilePath", ElementPath(file.path));
         m_element = ImplementElement<kKind>(implementation, type, nullptr);
         m_element->SetInitConfig(settings);
-        const auto report = m_element->CheckInputAndAdaptIfNecessary(input, "");
-        if (report->GetErrorType() != static_cast<std::int32_t>(CheckInputErrorType::None)) {
+        if (!Accepts(*m_element, input)) {
             throw JobError(fmt::format("{}: {} does not take this encoding; see kelhost formats",
                                        Escape(file.shown), container.title));
         }
-        m_element->DefineInput(input, "");
-    } catch (const KELRuntimeError& error) {
+        try {
+            m_element->DefineInput(input, "");
+        } catch (...) {
+            // It may have created its file before it failed.
+            IgnoreErrors([this] { Close(); });
+            throw;
+        }
+    } catch (const JobError&) {
+        throw;
+    } catch (const std::exception& error) {
         throw JobError(
             fmt::format("{}: can not be written: {}", Escape(file.shown), Escape(error.what())));
     }
+}
+
+bool SinkAccepts(const Container& container, const std::shared_ptr<const IInfoContainer>& input) {
+    constexpr auto kKind = ElementFactoryType::AudioSink;
+    const std::string type = GetLabel(container.format);
+    const auto sink = ImplementElement<kKind>(FindImplementation(kKind, type), type, nullptr);
+    return Accepts(*sink, input);
 }
 
 DefinedSink::~DefinedSink() {

@@ -28,7 +28,8 @@ struct FileName {
     std::string shown; ///< as the user gave it
 };
 
-/// A source with a file open. Releases it at the end. One thread at a time.
+/// A source with a file open. Releases it at the end, if Release was not called. One thread at a
+/// time.
 class OpenSource {
 public:
     /// Makes a source for the format that the path's extension means, the first registered one, and
@@ -42,6 +43,9 @@ public:
     OpenSource& operator=(const OpenSource&) = delete;
 
     IAudioSource& Element() const { return *m_element; }
+
+    /// Closes the file, where a failure of that is to be known.
+    void Release();
 
     /// The description of its output.
     const std::shared_ptr<const IInfoContainer>& Description() const { return m_description; }
@@ -88,6 +92,10 @@ public:
 private:
     std::shared_ptr<IAudioSink> m_element;
 };
+
+/// Asks a sink for a container whether it would take an input. No file is created.
+/// @throws JobError when no sink is registered, KELRuntimeError when the sink can not judge it
+bool SinkAccepts(const Container& container, const std::shared_ptr<const IInfoContainer>& input);
 
 /// The name of the first registered element of a kind for a format.
 /// @param type label of the format

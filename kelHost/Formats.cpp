@@ -1,6 +1,7 @@
 #include "Formats.h"
 
 #include "Errors.h"
+#include "Text.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -33,8 +34,8 @@ const Entry& ByName(const std::vector<Entry>& entries, std::string_view what,
         }
         names.push_back(entry.name);
     }
-    throw UsageError(
-        fmt::format("there is no {} \"{}\"; choose from {}", what, name, fmt::join(names, ", ")));
+    throw UsageError(fmt::format("there is no {} \"{}\"; choose from {}", what, Escape(name),
+                                 fmt::join(names, ", ")));
 }
 
 } // namespace
@@ -82,6 +83,16 @@ const Encoding& DefaultEncoding(const Container& container) {
 
 PCMEndianness DefaultByteOrder(const Container& container) {
     return container.format == WrapperFormat::AIFF ? PCMEndianness::Big : PCMEndianness::Little;
+}
+
+PCMEndianness ByteOrderByName(std::string_view name) {
+    struct ByteOrder {
+        std::string_view name;
+        PCMEndianness value;
+    };
+    static const std::vector<ByteOrder> byteOrders{{"little", PCMEndianness::Little},
+                                                   {"big", PCMEndianness::Big}};
+    return ByName(byteOrders, "byte order", name).value;
 }
 
 std::string_view Describe(PCMEndianness endianness) {

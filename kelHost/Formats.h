@@ -55,6 +55,10 @@ const Encoding& DefaultEncoding(const Container& container);
 /// The byte order that a container's readers expect: big in AIFF, little elsewhere.
 PCMEndianness DefaultByteOrder(const Container& container);
 
+/// The byte order that --byte-order NAME means: "little" or "big".
+/// @throws UsageError with the valid names
+PCMEndianness ByteOrderByName(std::string_view name);
+
 /// "little-endian" or "big-endian".
 std::string_view Describe(PCMEndianness endianness);
 

@@ -1,17 +1,53 @@
 #include "HostLog.h"
 
+#include "Errors.h"
 #include "Text.h"
 
-#include <fmt/ostream.h>
+#include <fmt/format.h>
 
 #include <cstddef>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace kel::host {
+
+namespace {
+
+// The verbosity from which on a record is shown.
+Verbosity VerbosityFor(LogLevel level) {
+    switch (level) {
+    case LogLevel::Error:
+        return Verbosity::Errors;
+    case LogLevel::Warning:
+        return Verbosity::Warnings;
+    case LogLevel::Milestone:
+        return Verbosity::Milestones;
+    default:
+        return Verbosity::Everything;
+    }
+}
+
+} // namespace
+
+Verbosity ParseVerbosity(std::string_view text) {
+    constexpr std::pair<std::string_view, Verbosity> kWords[] = {
+        {"none", Verbosity::Nothing},     {"error", Verbosity::Errors},
+        {"warning", Verbosity::Warnings}, {"milestone", Verbosity::Milestones},
+        {"info", Verbosity::Everything},
+    };
+    for (const auto& [word, verbosity] : kWords) {
+        if (word == text) {
+            return verbosity;
+        }
+    }
+    throw UsageError(fmt::format("there is no log level \"{}\"; choose from none, error, warning, "
+                                 "milestone, info",
+                                 Escape(text)));
+}
 
 void HostLog::Write(LogLevel level, const char* message, const char* context, const char* file,
                     const char* line, const char* /*reserved*/, const char* threadId,
@@ -20,11 +56,14 @@ void HostLog::Write(LogLevel level, const char* message, const char* context, co
     if (level == LogLevel::Error) {
         m_errors.emplace_back(message);
     }
-    if (m_verbose) {
-        fmt::print(m_stream, "{} {} [{}] {} ({}:{}){}{}\n", time, ToString(level), threadId,
-                   Escape(message), file, line, *context != '\0' ? " in " : "", Escape(context));
-    } else if (level == LogLevel::Warning) {
-        fmt::print(m_stream, "kelhost: warning: {}\n", Escape(message));
+    if (m_verbosity == Verbosity::Usual) {
+        if (level == LogLevel::Warning) {
+            m_show(fmt::format("kelhost: warning: {}", Escape(message)));
+        }
+    } else if (VerbosityFor(level) <= m_verbosity) {
+        m_show(fmt::format("{} {} [{}] {} ({}:{}){}{}", time, ToString(level), threadId,
+                           Escape(message), file, line, *context != '\0' ? " in " : "",
+                           Escape(context)));
     }
 }
 

@@ -5,21 +5,34 @@
 #include <Logging.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
-#include <ostream>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
+
+/// How much of the log is shown. Usual is warnings alone, in short: an error ends the job and is
+/// told with it. The others show records with their places, each all that the former shows and
+/// more.
+enum class Verbosity { Usual, Nothing, Errors, Warnings, Milestones, Everything };
+
+/// Parses "none", "error", "warning", "milestone" or "info".
+/// @throws UsageError with the valid words
+Verbosity ParseVerbosity(std::string_view text);
 
 /// Keeps the records at level Error, which tell of what elements do not throw, and shows records to
 /// the user. Any thread may log.
 class HostLog final : public ILoggerWriter {
 public:
-    /// @param stream where records are shown; outlives the log
-    /// @param verbose shows every record with its place; otherwise warnings alone
-    HostLog(std::ostream& stream, bool verbose) : m_stream(stream), m_verbose(verbose) {}
+    using Show = std::function<void(const std::string& line)>;
+
+    /// @param show is given each record that is shown, a line without its newline; called by one
+    /// thread at a time
+    HostLog(Show show, Verbosity verbosity) : m_show(std::move(show)), m_verbosity(verbosity) {}
 
     void Write(LogLevel level, const char* message, const char* context, const char* file,
                const char* line, const char* reserved, const char* threadId,
@@ -33,8 +46,8 @@ public:
 
 private:
     mutable std::mutex m_mutex;
-    std::ostream& m_stream;
-    bool m_verbose;
+    Show m_show;
+    Verbosity m_verbosity;
     std::vector<std::string> m_errors;
 };
 

@@ -1,7 +1,6 @@
 #include "Info.h"
 
 #include "Elements.h"
-#include "Errors.h"
 #include "Formats.h"
 #include "Text.h"
 
@@ -9,10 +8,9 @@
 #include <IAudioParameters_PCM.h>
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
+#include <nlohmann/json.hpp>
 
 #include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -32,37 +30,65 @@ std::string DescribeDelivery(const IAudioInfo& info) {
                        Describe(pcm->GetEndianness()));
 }
 
-std::vector<std::string> MakeRow(const std::string& file) {
-    const OpenSource source(file, 1);
-    return {Escape(file),
-            fmt::format("{}", source.Channels()),
-            fmt::format("{} Hz", source.Rate()),
-            fmt::format("{}", source.Frames()),
-            FormatDuration(source.Frames(), source.Rate()),
-            DescribeDelivery(*source.Info())};
-}
-
 } // namespace
 
-bool ShowInfo(const std::vector<std::string>& files, std::ostream& out, std::ostream& errors) {
+FileInfo GetInfo(const std::string& file, bool measure, Reporter& reporter) {
+    constexpr std::uint32_t kBlockFrames = 16384;
+    reporter.Opening(file);
+    const OpenSource source(file, kBlockFrames);
+    reporter.Opened();
+    FileInfo info{Escape(file),
+                  source.Channels(),
+                  source.Rate(),
+                  source.Frames(),
+                  DescribeDelivery(*source.Info()),
+                  std::nullopt};
+    if (measure) {
+        info.measurement = Measure(source, reporter);
+    }
+    return info;
+}
+
+void to_json(nlohmann::json& json, const FileInfo& info) {
+    json = {{"file", info.file},
+            {"channels", info.channels},
+            {"rate", info.rate},
+            {"frames", info.frames},
+            {"duration", FormatDuration(info.frames, info.rate)},
+            {"delivery", info.delivery}};
+    if (info.rate != 0) {
+        json["seconds"] = static_cast<double>(info.frames) / info.rate;
+    }
+    if (info.measurement.has_value()) {
+        json["measurement"] = *info.measurement;
+    }
+}
+
+void from_json(const nlohmann::json& json, FileInfo& info) {
+    json.at("file").get_to(info.file);
+    json.at("channels").get_to(info.channels);
+    json.at("rate").get_to(info.rate);
+    json.at("frames").get_to(info.frames);
+    json.at("delivery").get_to(info.delivery);
+    if (json.contains("measurement")) {
+        info.measurement = json["measurement"].get<Measurement>();
+    }
+}
+
+std::string FormatInfoTable(const std::vector<FileInfo>& files) {
     std::vector<std::vector<std::string>> rows;
-    for (const std::string& file : files) {
-        try {
-            rows.push_back(MakeRow(file));
-        } catch (const JobError& error) {
-            fmt::print(errors, "kelhost: {}\n", error.what());
-        }
+    for (const FileInfo& info : files) {
+        rows.push_back({info.file, fmt::format("{}", info.channels),
+                        fmt::format("{} Hz", info.rate), fmt::format("{}", info.frames),
+                        FormatDuration(info.frames, info.rate), info.delivery});
     }
-    if (!rows.empty()) {
-        out << FormatTable({{"File"},
-                            {"Channels", Align::Right},
-                            {"Rate", Align::Right},
-                            {"Frames", Align::Right},
-                            {"Duration", Align::Right},
-                            {"Delivered as"}},
-                           rows);
-    }
-    return rows.size() == files.size();
+    return FormatTable({{"File"},
+                        {"Channels", Align::Right},
+                        {"Rate", Align::Right},
+                        {"Frames", Align::Right},
+                        {"Duration", Align::Right},
+                        {"Delivered as"}},
+                       rows);
 }
 
 } // namespace kel::host

@@ -1,5 +1,6 @@
 #include "Inspect.h"
 
+#include "Documents.h"
 #include "Errors.h"
 #include "Text.h"
 
@@ -10,9 +11,11 @@
 #include <fmt/format.h>
 #include <fmt/ostream.h>
 #include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -71,6 +74,44 @@ std::string DescribeDefault(const ParameterDescription& parameter) {
     return "a collection";
 }
 
+nlohmann::json DefaultAsJSON(const ParameterDescription& parameter) {
+    if (parameter.defaultValue.has_value()) {
+        if (const auto* integer = std::get_if<std::int32_t>(&*parameter.defaultValue)) {
+            return *integer;
+        }
+        if (const auto* text = std::get_if<std::string>(&*parameter.defaultValue)) {
+            return Escape(*text);
+        }
+    }
+    return nullptr;
+}
+
+void to_json(nlohmann::json& json, const Element& element) {
+    auto settings = nlohmann::json::array();
+    if (element.settings != nullptr) {
+        for (const ParameterDescription& parameter : element.settings->GetParameters()) {
+            settings.push_back({{"name", Escape(parameter.name)},
+                                {"kind", ToString(parameter.kind)},
+                                {"default", DefaultAsJSON(parameter)},
+                                {"description", Escape(parameter.description)}});
+        }
+    }
+    json = {{"implementation", Escape(element.implementation)},
+            {"kind", element.kind},
+            {"types", element.types},
+            {"registered_by", Escape(element.registeredBy)},
+            {"documentation", element.documentation},
+            {"settings", settings}};
+}
+
+std::string ListNames(const std::vector<Element>& elements) {
+    std::vector<std::string> names;
+    for (const Element& element : elements) {
+        names.push_back(Escape(element.implementation));
+    }
+    return fmt::format("{}", fmt::join(names, ", "));
+}
+
 void ShowAll(const std::vector<Element>& elements, std::ostream& out) {
     std::vector<std::vector<std::string>> rows;
     for (const Element& element : elements) {
@@ -105,25 +146,29 @@ void ShowOne(const Element& element, std::ostream& out) {
 
 } // namespace
 
-void Inspect(const std::optional<std::string>& implementation, std::ostream& out) {
-    const std::vector<Element> elements = RegisteredElements();
-    if (!implementation.has_value()) {
-        ShowAll(elements, out);
-        return;
-    }
-    bool found = false;
-    std::vector<std::string> names;
-    for (const Element& element : elements) {
-        if (element.implementation == *implementation) {
-            out << (found ? "\n" : "");
-            ShowOne(element, out);
-            found = true;
+void Inspect(const std::optional<std::string>& implementation, InspectStyle style,
+             std::ostream& out) {
+    std::vector<Element> elements = RegisteredElements();
+    if (implementation.has_value()) {
+        std::vector<Element> wanted;
+        std::copy_if(
+            elements.begin(), elements.end(), std::back_inserter(wanted),
+            [&](const Element& element) { return element.implementation == *implementation; });
+        if (wanted.empty()) {
+            throw JobError(fmt::format("there is no element \"{}\"; registered are {}",
+                                       Escape(*implementation), ListNames(elements)));
         }
-        names.push_back(Escape(element.implementation));
+        elements = std::move(wanted);
     }
-    if (!found) {
-        throw JobError(fmt::format("there is no element \"{}\"; registered are {}",
-                                   Escape(*implementation), fmt::join(names, ", ")));
+    if (style == InspectStyle::JSON) {
+        out << FormatDocument("inspect", {{"elements", elements}});
+    } else if (implementation.has_value()) {
+        for (const Element& element : elements) {
+            out << (&element != &elements.front() ? "\n" : "");
+            ShowOne(element, out);
+        }
+    } else {
+        ShowAll(elements, out);
     }
 }
 

@@ -7,10 +7,14 @@
 
 namespace kel::host {
 
+/// How Inspect shows what it finds.
+enum class InspectStyle { Text, JSON };
+
 /// Shows the registered elements as a table; or one element with its documentation, types and
 /// settings.
 /// @param implementation the element's name; without one, all elements
 /// @throws JobError when no element of that name is registered, with the names that are
-void Inspect(const std::optional<std::string>& implementation, std::ostream& out);
+void Inspect(const std::optional<std::string>& implementation, InspectStyle style,
+             std::ostream& out);
 
 } // namespace kel::host

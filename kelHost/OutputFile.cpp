@@ -6,16 +6,18 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <mutex>
-#include <set>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/types.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -25,18 +27,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// libsndfile cuts longer names and would write to another file.
-constexpr std::size_t kLongestPath = 1023;
-
-// The temporary files that exist now.
-struct Unfinished {
-    std::mutex mutex;
-    std::set<std::string> paths;
-};
-
-Unfinished& TheUnfinished() {
-    static Unfinished& unfinished = *new Unfinished;
-    return unfinished;
+// What the temporary names of a process begin with.
+std::string TemporaryPrefix(pid_t process) {
+    return fmt::format(".kelhost-{}-", process);
 }
 
 [[noreturn]] void FailWithErrno(const std::string& path, std::string_view what) {
@@ -84,11 +77,6 @@ bool Flush(const std::string& path) {
     return flushed;
 }
 
-std::string FolderOf(const std::string& path) {
-    const fs::path folder = fs::path(path).parent_path();
-    return folder.empty() ? "." : folder.string();
-}
-
 // Renames; where nothing may be replaced, not even a file that has appeared meanwhile is.
 bool Rename(const std::string& from, const std::string& to, bool replace) {
     if (replace) {
@@ -110,62 +98,73 @@ bool Rename(const std::string& from, const std::string& to, bool replace) {
 
 } // namespace
 
+std::string FolderOf(const std::string& path) {
+    const fs::path folder = fs::path(path).parent_path();
+    return folder.empty() ? "." : folder.string();
+}
+
 OutputFile::OutputFile(std::string path, bool replace)
     : m_path(std::move(path)), m_replace(replace) {
     CheckWritableName(m_path, m_replace);
-    const std::string extension = fs::path(m_path).extension().string();
+    const std::string suffix = ".part" + fs::path(m_path).extension().string();
     std::string pattern =
-        (fs::path(m_path).parent_path() / (".kelhost-XXXXXX.part" + extension)).string();
+        (fs::path(m_path).parent_path() / (TemporaryPrefix(getpid()) + "XXXXXX" + suffix)).string();
     if (m_path.size() > kLongestPath || pattern.size() > kLongestPath) {
         throw JobError(fmt::format("{}: the path is longer than {} bytes; change to its folder or "
                                    "use a shorter name",
                                    Escape(m_path), kLongestPath));
     }
-    Unfinished& unfinished = TheUnfinished();
-    const std::lock_guard<std::mutex> lock(unfinished.mutex);
-    const int descriptor =
-        mkostemps(pattern.data(), static_cast<int>(extension.size() + 5), O_CLOEXEC);
+    const int descriptor = mkostemps(pattern.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
     if (descriptor < 0) {
         FailWithErrno(m_path, "can not be created");
     }
     m_temporaryPath = pattern;
-    unfinished.paths.insert(m_temporaryPath);
-    fchmod(descriptor, ModeFor(m_path));
     close(descriptor);
 }
 
 OutputFile::~OutputFile() {
-    if (m_temporaryPath.empty()) {
-        return;
+    if (!m_temporaryPath.empty()) {
+        unlink(m_temporaryPath.c_str());
     }
-    Unfinished& unfinished = TheUnfinished();
-    const std::lock_guard<std::mutex> lock(unfinished.mutex);
-    unlink(m_temporaryPath.c_str());
-    unfinished.paths.erase(m_temporaryPath);
+}
+
+void OutputFile::CheckRoomFor(std::uint64_t bytes) const {
+    struct statvfs status {};
+    if (statvfs(FolderOf(m_path).c_str(), &status) != 0) {
+        return; // not known; a full disk is told when it happens
+    }
+    const std::uint64_t room = std::uint64_t{status.f_bavail} * status.f_frsize;
+    if (bytes > room) {
+        throw JobError(fmt::format("{}: needs {} bytes, and its disk has {} left; nothing was "
+                                   "written",
+                                   Escape(m_path), bytes, room));
+    }
 }
 
 void OutputFile::Commit() {
     if (!Flush(m_temporaryPath)) {
         FailWithErrno(m_path, "can not be flushed to disk");
     }
-    {
-        Unfinished& unfinished = TheUnfinished();
-        const std::lock_guard<std::mutex> lock(unfinished.mutex);
-        if (!Rename(m_temporaryPath, m_path, m_replace)) {
-            FailWithErrno(m_path, "can not be given its name");
-        }
-        unfinished.paths.erase(m_temporaryPath);
-        m_temporaryPath.clear();
+    // Only now: the mode of a file that is replaced may forbid to write, or to read.
+    if (chmod(m_temporaryPath.c_str(), ModeFor(m_path)) != 0) {
+        FailWithErrno(m_path, "can not be given its mode");
     }
+    if (!Rename(m_temporaryPath, m_path, m_replace)) {
+        FailWithErrno(m_path, "can not be given its name");
+    }
+    m_temporaryPath.clear();
     // The file is whole by now; a folder that can not be flushed is no reason to call it lost.
     Flush(FolderOf(m_path));
 }
 
-void AbandonOutputs() {
-    Unfinished& unfinished = TheUnfinished();
-    unfinished.mutex.lock(); // and never unlocked: whoever wants to commit now is too late
-    for (const std::string& path : unfinished.paths) {
-        unlink(path.c_str());
+void RemoveTemporaryFiles(const std::string& folder, pid_t process) {
+    const std::string prefix = TemporaryPrefix(process);
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().filename().string().rfind(prefix, 0) == 0) {
+            unlink(entry->path().c_str());
+        }
     }
 }
 

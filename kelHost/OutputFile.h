@@ -1,7 +1,10 @@
 /// Outputs that appear under their name only when they are whole.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <sys/types.h>
 
 namespace kel::host {
 
@@ -9,8 +12,8 @@ namespace kel::host {
 /// same extension, and takes that name when it is whole. Until then nothing stands under the name
 /// but what stood there before; when the object goes without Commit, nothing is left.
 ///
-/// The temporary names begin with ".kelhost-" and contain ".part.", so that what a killed process
-/// leaves is recognisable.
+/// The temporary names are ".kelhost-PROCESS-XXXXXX.part" and the extension, so that what a killed
+/// process leaves is recognisable.
 class OutputFile {
 public:
     /// Makes the temporary file.
@@ -28,6 +31,10 @@ public:
     /// The name to write to.
     const std::string& TemporaryPath() const { return m_temporaryPath; }
 
+    /// Makes sure that so many bytes have room where the file lies, as far as that can be known.
+    /// @throws JobError when they do not, with both numbers
+    void CheckRoomFor(std::uint64_t bytes) const;
+
     /// Flushes the file to disk and gives it its name.
     /// @throws JobError when that fails; nothing is left then
     void Commit();
@@ -38,9 +45,15 @@ private:
     bool m_replace;
 };
 
-/// Removes the temporary files of all outputs that are not committed yet, and keeps others from
-/// appearing: for a process that is about to end. Any thread may call it.
-void AbandonOutputs();
+/// The longest path, in bytes, that can be handed to an element: libsndfile cuts longer ones, and
+/// would open another file.
+constexpr std::size_t kLongestPath = 1023;
+
+/// The folder that a path lies in; "." for a plain name.
+std::string FolderOf(const std::string& path);
+
+/// Removes the temporary files that a process which is gone has left in a folder.
+void RemoveTemporaryFiles(const std::string& folder, pid_t process);
 
 /// True when both names reach the same file, by links too.
 bool IsSameFile(const std::string& path1, const std::string& path2);

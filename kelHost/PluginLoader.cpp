@@ -15,6 +15,7 @@
 #include <exception>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -121,7 +122,12 @@ std::vector<LoadedPlugin> LoadPlugins(const std::optional<std::string>& file,
         return plugins;
     }
     std::vector<std::string> searched;
+    std::set<fs::path> seen;
     for (const fs::path& folder : SearchFolders()) {
+        std::error_code unresolved;
+        if (!seen.insert(fs::weakly_canonical(folder, unresolved)).second) {
+            continue;
+        }
         searched.push_back(Escape(folder.string()));
         for (const fs::path& candidate : PluginsIn(folder)) {
             try {

@@ -22,7 +22,6 @@ static_assert(sizeof(EditRate) == 8);
 static_assert(offsetof(EditRate, numerator) == 0);
 static_assert(offsetof(EditRate, denominator) == 4);
 
-// An ordinary integer type, so that no case is compared with a literal of another signedness.
 constexpr std::uint32_t kMost = 0xFFFFFFFF;
 
 constexpr const char* kRefusal = "[denominator is 0] [ value1 (0) is not != value2 (0) ]";

@@ -1,0 +1,310 @@
+#include "Commands.h"
+
+#include "Demonstration.h"
+#include "Documents.h"
+#include "Errors.h"
+#include "FormatMatrix.h"
+#include "Formats.h"
+#include "Info.h"
+#include "OutputFile.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+#include <fmt/ranges.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+// A job whose log goes where its reporter goes.
+Job MakeJob(const std::string& file, const CommonOptions& common,
+            std::function<json(const HostLog&, Reporter&)> run) {
+    Job job;
+    job.file = file;
+    job.run = [verbosity = common.verbosity, run = std::move(run)](Reporter& reporter) {
+        const auto log = std::make_shared<HostLog>(
+            [&reporter](const std::string& line) { reporter.Show(line); }, verbosity);
+        const InstalledLog installed(log);
+        return run(*log, reporter);
+    };
+    return job;
+}
+
+Job MakeCopyJob(const CopyRequest& request, const CommonOptions& common) {
+    Job job = MakeJob(request.input, common, [request](const HostLog& log, Reporter& reporter) {
+        return json(Copy(request, log, reporter));
+    });
+    job.outputFolder = FolderOf(request.output);
+    return job;
+}
+
+WorkerOptions MakeWorkerOptions(const CommonOptions& common) {
+    return {common.jobs, common.openTimeout};
+}
+
+void MakeFolder(const std::string& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) {
+        throw JobError(fmt::format("{}: can not be made: {}", Escape(folder), error.message()));
+    }
+}
+
+// The name of an output in a folder: the input's, with the extension of what is written.
+std::string OutputName(const std::string& input, const std::string& folder,
+                       const CopyOptions& options) {
+    fs::path name = fs::path(input).filename();
+    const Container* own = ContainerByExtension(input);
+    if (options.container != nullptr) {
+        if (own != options.container) {
+            name.replace_extension(options.container->extensions.front());
+        }
+    } else if (own == nullptr) {
+        name.replace_extension(ContainerByName("wave").extensions.front());
+    }
+    return (fs::path(folder) / name).string();
+}
+
+std::vector<CopyRequest> MakeRequests(const CopyCommand& command) {
+    if (!command.outputFolder.has_value()) {
+        if (command.files.size() != 2) {
+            throw UsageError("copy takes one INPUT and one OUTPUT, or several inputs with "
+                             "--output-dir");
+        }
+        return {{command.files[0], command.files[1], command.options}};
+    }
+    std::vector<CopyRequest> requests;
+    std::map<std::string, std::string> inputs; // by the output's name
+    for (const std::string& input : command.files) {
+        const std::string output = OutputName(input, *command.outputFolder, command.options);
+        const auto [other, isNew] = inputs.emplace(output, input);
+        if (!isNew) {
+            throw UsageError(fmt::format("{} and {} would both be written to {}",
+                                         Escape(other->second), Escape(input), Escape(output)));
+        }
+        requests.push_back({input, output, command.options});
+    }
+    return requests;
+}
+
+// Refuses what no sink takes before any file is touched.
+void CheckChoices(const std::vector<CopyRequest>& requests) {
+    const Container* checked = nullptr;
+    for (const CopyRequest& request : requests) {
+        const CopyOptions& options = request.options;
+        const Container& container = ChooseContainer(options, request.output);
+        const Encoding& encoding =
+            options.encoding != nullptr ? *options.encoding : DefaultEncoding(container);
+        if (options.dither.has_value() && encoding.type != AudioPCMType::Integer) {
+            throw UsageError(fmt::format("--dither is for integers, and {} is written as {}; add "
+                                         "--encoding int16, int24 or int32",
+                                         Escape(request.output), encoding.name));
+        }
+        const bool isChosen = options.encoding != nullptr || options.byteOrder.has_value();
+        if (isChosen && &container != checked) {
+            CheckChoice(container, encoding,
+                        options.byteOrder.value_or(DefaultByteOrder(container)));
+            checked = &container;
+        }
+    }
+}
+
+json FailuresAsJSON(const Console& console) {
+    auto failures = json::array();
+    for (const Console::Failure& failure : console.Failures()) {
+        failures.push_back({{"file", failure.file}, {"message", failure.error}});
+    }
+    return failures;
+}
+
+// Shows one member of a result, "measurement.range_lu" for what lies deeper.
+void ShowField(const json& result, const std::string& field, std::ostream& out) {
+    const json members = result.flatten();
+    std::string wanted = "/" + field;
+    std::replace(wanted.begin(), wanted.end(), '.', '/');
+    const auto member = members.find(wanted);
+    if (member == members.end()) {
+        std::vector<std::string> names;
+        for (const auto& [pointer, value] : members.items()) {
+            std::string name = pointer.substr(1);
+            std::replace(name.begin(), name.end(), '/', '.');
+            names.push_back(name);
+        }
+        throw UsageError(fmt::format("there is no field \"{}\"; choose from {}", Escape(field),
+                                     fmt::join(names, ", ")));
+    }
+    fmt::print(out, "{}\n", member->is_string() ? member->get<std::string>() : member->dump());
+}
+
+// Runs copies and shows each when it is done, or all as one document.
+std::size_t RunCopies(const std::vector<CopyRequest>& requests, const CommonOptions& common,
+                      std::ostream& out, std::ostream& err) {
+    std::vector<Job> jobs;
+    for (const CopyRequest& request : requests) {
+        jobs.push_back(MakeCopyJob(request, common));
+    }
+    Console console(err, common.style);
+    std::map<std::size_t, json> results; // in the order of the inputs
+    const std::size_t failed = console.Run(
+        jobs, MakeWorkerOptions(common), [&](std::size_t job, const std::string& result) {
+            results[job] = json::parse(result);
+            if (!common.style.json && !common.style.quiet) {
+                out << Describe(results[job].get<CopyResult>()) << std::flush;
+            }
+        });
+    if (common.style.json) {
+        auto list = json::array();
+        for (auto& [job, result] : results) {
+            list.push_back(std::move(result));
+        }
+        out << FormatDocument("copy", {{"results", list}, {"failures", FailuresAsJSON(console)}});
+    }
+    return failed;
+}
+
+} // namespace
+
+int RunCopy(const CopyCommand& command, const CommonOptions& common, std::ostream& out,
+            std::ostream& err) {
+    const std::vector<CopyRequest> requests = MakeRequests(command);
+    CheckChoices(requests);
+    if (command.outputFolder.has_value()) {
+        MakeFolder(*command.outputFolder);
+    }
+    const std::size_t failed = RunCopies(requests, common, out, err);
+    if (requests.size() > 1 && !common.style.quiet && !common.style.json) {
+        fmt::print(out, "{} files: {} copied, {} failed\n", requests.size(),
+                   requests.size() - failed, failed);
+    }
+    return failed == 0 ? kSuccess : kFailure;
+}
+
+int RunInfo(const InfoCommand& command, const CommonOptions& common, std::ostream& out,
+            std::ostream& err) {
+    std::vector<Job> jobs;
+    for (const std::string& file : command.files) {
+        jobs.push_back(MakeJob(
+            file, common, [file, measure = command.measure](const HostLog&, Reporter& reporter) {
+                return json(GetInfo(file, measure, reporter));
+            }));
+    }
+    Console console(err, common.style);
+    std::map<std::size_t, json> results; // in the order of the files
+    const std::size_t failed = console.Run(
+        jobs, MakeWorkerOptions(common),
+        [&](std::size_t job, const std::string& result) { results[job] = json::parse(result); });
+
+    std::vector<FileInfo> infos;
+    auto list = json::array();
+    for (const auto& [job, result] : results) {
+        infos.push_back(result.get<FileInfo>());
+        list.push_back(result);
+    }
+    if (command.field.has_value()) {
+        for (const json& result : list) {
+            ShowField(result, *command.field, out);
+        }
+    } else if (common.style.json) {
+        out << FormatDocument("info", {{"files", list}, {"failures", FailuresAsJSON(console)}});
+    } else if (!infos.empty()) {
+        out << FormatInfoTable(infos);
+        for (const FileInfo& info : infos) {
+            if (info.measurement.has_value()) {
+                out << "\n" << info.file << "\n" << FormatMeasurement(*info.measurement);
+            }
+        }
+    }
+    return failed == 0 ? kSuccess : kFailure;
+}
+
+int RunPlot(const PlotRequest& request, const CommonOptions& common, std::ostream& out,
+            std::ostream& err) {
+    if (request.picture.has_value()) {
+        CheckPictureName(*request.picture);
+    }
+    Job job = MakeJob(request.input, common, [request](const HostLog& log, Reporter& reporter) {
+        return json(Plot(request, log, reporter));
+    });
+    job.outputFolder = request.picture.has_value() ? FolderOf(*request.picture) : "";
+    Console console(err, common.style);
+    const std::size_t failed =
+        console.Run({job}, MakeWorkerOptions(common), [&](std::size_t, const std::string& text) {
+            const json document = json::parse(text);
+            const auto result = document.get<PlotResult>();
+            if (common.style.json) {
+                out << FormatDocument("plot", document);
+            } else if (!request.picture.has_value()) {
+                out << result.text;
+            } else if (!common.style.quiet) {
+                fmt::print(out, "{} -> {}: {} x {}\n", result.input, result.picture, result.width,
+                           result.height);
+            }
+        });
+    return failed == 0 ? kSuccess : kFailure;
+}
+
+int RunFormats(const CommonOptions& common, std::ostream& out) {
+    const std::vector<FormatChoice> choices = AskForFormats();
+    if (common.style.json) {
+        out << FormatDocument("formats", {{"formats", choices}});
+    } else {
+        out << FormatMatrixTable(choices);
+    }
+    return kSuccess;
+}
+
+int RunDemo(const std::string& folder, const CommonOptions& common, std::ostream& out,
+            std::ostream& err) {
+    MakeFolder(folder);
+    const std::string tone = (fs::path(folder) / "tone.wav").string();
+    Job toneJob = MakeJob(tone, common, [tone](const HostLog& log, Reporter&) {
+        WriteTone(tone, log);
+        return json();
+    });
+    toneJob.outputFolder = folder;
+    Console console(err, common.style);
+    if (console.Run({toneJob}, MakeWorkerOptions(common), [](std::size_t, const std::string&) {}) !=
+        0) {
+        return kFailure;
+    }
+    fmt::print(out, "A short tone went through the sink into {}.\n\n", Escape(tone));
+
+    fmt::print(out, "Copied through source and sink:\n");
+    std::vector<CopyRequest> requests;
+    InfoCommand info{{tone}, {}};
+    for (const Container& container : Containers()) {
+        CopyRequest request;
+        request.input = tone;
+        request.output =
+            (fs::path(folder) / fmt::format("copy{}", container.extensions.front())).string();
+        request.options.replace = true;
+        requests.push_back(request);
+        info.files.push_back(request.output);
+    }
+    if (RunCopies(requests, common, out, err) != 0) {
+        return kFailure;
+    }
+    fmt::print(out, "\nThe files:\n");
+    const int status = RunInfo(info, common, out, err);
+    fmt::print(out, "\nListen to one, or copy a file of your own: kelhost copy INPUT OUTPUT\n");
+    return status;
+}
+
+} // namespace kel::host

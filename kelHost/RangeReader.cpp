@@ -1,0 +1,60 @@
+#include "RangeReader.h"
+
+#include "SampleConverter.h"
+
+#include <IAudioSample.h>
+#include <IBuffer.h>
+#include <IMemoryBlock.h>
+#include <IMemoryBlockAllocator.h>
+#include <ISampleContainer.h>
+#include <MediaTime.h>
+#include <TimeLimits.h>
+
+#include <algorithm>
+#include <cstdint>
+
+namespace kel::host {
+
+namespace {
+
+// The first frames of a sample, in a buffer of their own.
+SampleHandle Shorten(const SampleHandle& container, std::int64_t frames, std::uint32_t channels) {
+    const auto sample = container->GetAudioSamples(nullptr, nullptr).at(0);
+    const auto bytes = static_cast<std::uint32_t>(frames) * channels * 4;
+    const auto buffer = CreateBuffer(nullptr, nullptr);
+    buffer->Reserve(bytes);
+    std::copy_n(sample->GetBuffer()->GetData(), bytes, buffer->GetData());
+    buffer->SetSize(bytes);
+    const TimeLimits limits(sample->GetTimeLimits().start, frames);
+    return CreateSampleContainer(
+        CreateAudioSample(sample->GetAudioParameters(), sample->GetAudioInfo(), buffer, limits, {}),
+        nullptr);
+}
+
+} // namespace
+
+RangeReader::RangeReader(const OpenSource& source, const FrameRange& range)
+    : m_source(source), m_channels(source.Channels()), m_left(range.count) {
+    if (range.first > 0) {
+        source.Element().GotoTimeOffset(MediaTime(EditRate(source.Rate(), 1), range.first, nullptr),
+                                        "");
+    }
+}
+
+SampleHandle RangeReader::Pull() {
+    if (m_left == 0) {
+        return nullptr;
+    }
+    SampleHandle container = m_source.Element().GetSample();
+    if (container == nullptr) {
+        return nullptr;
+    }
+    const auto frames = static_cast<std::int64_t>(FloatsOf(*container).count / m_channels);
+    if (frames > m_left) {
+        container = Shorten(container, m_left, m_channels);
+    }
+    m_left -= std::min(frames, m_left);
+    return container;
+}
+
+} // namespace kel::host
