@@ -1,0 +1,179 @@
+// What the host does when elements misbehave. The elements of the test read and write one line of
+// text, and have one fault at a time.
+
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+constexpr const char* kInput = "40000 2 48000\n"; // three samples of at most 16384 frames
+
+struct Fault {
+    std::string name;
+    std::string error; // with OUTPUT for the output's name
+};
+
+void PrintTo(const Fault& fault, std::ostream* stream) {
+    *stream << fault.name;
+}
+
+std::vector<Fault> Faults() {
+    const std::string reopened = "OUTPUT: the file that was written opens with ";
+    const std::string expected =
+        " instead of 40000 frames, 2 channels and 48000 Hz; is the disk full?";
+    return {
+        {"sink throws while it is configured",
+         "OUTPUT: can not be written: [fault sink throws while it is configured]"},
+        {"sink throws while checking",
+         "OUTPUT: can not be written: [fault sink throws while checking]"},
+        {"sink refuses the encoding",
+         "OUTPUT: CONTAINER does not take this encoding; see kelhost formats"},
+        {"sink refuses the tracks",
+         "OUTPUT: CONTAINER does not take this encoding; see kelhost formats"},
+        {"sink throws while the input is defined",
+         "OUTPUT: can not be written: [fault sink throws while the input is defined]"},
+        {"sink throws while writing", "OUTPUT: [fault sink throws while writing]"},
+        {"sink logs an error while writing", "OUTPUT: fault sink logs an error while writing"},
+        {"sink runs out of memory while writing", "OUTPUT: std::bad_alloc"},
+        {"sink throws while closing", "OUTPUT: [fault sink throws while closing]"},
+        {"sink logs an error while closing", "OUTPUT: fault sink logs an error while closing"},
+        {"source logs an error while opening", "OUTPUT: fault source logs an error while opening"},
+        {"source throws while reading", "in.wav: [fault source throws while reading]"},
+        {"source logs an error while reading", "OUTPUT: fault source logs an error while reading"},
+        {"source delivers fewer frames",
+         "in.wav: promises 40000 frames and delivers 39999; it is damaged or was changed "
+         "while it was read (--allow-short copies what there is)"},
+        {"file has other frames", reopened + "40001 frames, 2 channels and 48000 Hz" + expected},
+        {"file has other channels", reopened + "40000 frames, 3 channels and 48000 Hz" + expected},
+        {"file has another rate", reopened + "40000 frames, 2 channels and 48001 Hz" + expected},
+        {"file does not open again", "OUTPUT: can not be read: [no text recording]"},
+    };
+}
+
+std::string FaultName(const testing::TestParamInfo<Fault>& info) {
+    std::string name;
+    bool begins = true;
+    for (const char character : info.param.name) {
+        if (character == ' ') {
+            begins = true;
+            continue;
+        }
+        name.push_back(begins ? static_cast<char>(std::toupper(character)) : character);
+        begins = false;
+    }
+    return name;
+}
+
+std::string Replace(std::string text, const std::string& from, const std::string& to) {
+    const std::size_t place = text.find(from);
+    return place == std::string::npos ? text : text.replace(place, from.size(), to);
+}
+
+struct Output {
+    std::string name;
+    std::string container;
+};
+
+// Floats go through untouched, integers through the host's converter.
+const std::vector<Output> kOutputs{{"out.wav", "extensible WAVE"}, {"out.aiff", "AIFF-C"}};
+
+Command FaultyCopy(const TemporaryFolder& folder, const std::string& fault,
+                   const std::string& output) {
+    WriteFile(folder / "in.wav", kInput);
+    Command command =
+        Kelhost(folder, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "in.wav", output});
+    command.environment["KEL_TEST_FAULT"] = fault;
+    command.environment["KEL_TEST_SINK_MARKER"] = folder / "sink is not closed";
+    return command;
+}
+
+class ElementFault : public testing::TestWithParam<Fault> {};
+
+} // namespace
+
+TEST_P(ElementFault, LeavesNothing) {
+    for (const Output& output : kOutputs) {
+        SCOPED_TRACE(output.name);
+        const TemporaryFolder folder;
+        const std::string error = Replace(Replace(GetParam().error, "OUTPUT", output.name),
+                                          "CONTAINER", output.container);
+        ExpectResult(RunCommand(FaultyCopy(folder, GetParam().name, output.name)), 1, "",
+                     "kelhost: " + error + "\n");
+        EXPECT_EQ(SortedNames(folder), Names{"in.wav"});
+    }
+}
+
+TEST_P(ElementFault, LeavesWhatStoodThereUntouched) {
+    for (const Output& output : kOutputs) {
+        SCOPED_TRACE(output.name);
+        const TemporaryFolder folder;
+        WriteFile(folder / output.name, "before");
+        Command command = FaultyCopy(folder, GetParam().name, output.name);
+        command.arguments.emplace_back("--force");
+        EXPECT_EQ(RunCommand(command).status, 1);
+        EXPECT_EQ(SortedNames(folder), (Names{"in.wav", output.name}));
+        EXPECT_EQ(Content(folder / output.name), "before");
+        EXPECT_EQ(Content(folder / "in.wav"), kInput);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Elements, ElementFault, testing::ValuesIn(Faults()), FaultName);
+
+TEST(ElementWithoutFault, IsCopiedThrough) {
+    for (const Output& output : kOutputs) {
+        const TemporaryFolder folder;
+        ExpectResult(
+            RunCommand(FaultyCopy(folder, "", output.name)), 0,
+            "in.wav -> " + output.name + ": " + output.container +
+                (output.name == "out.aiff" ? ", int24 big-endian" : ", float32 little-endian") +
+                ", 2 channels, 48000 Hz, 40000 frames, 0:00:00.833\n",
+            "");
+        EXPECT_EQ(SortedNames(folder), (Names{"in.wav", output.name}));
+        EXPECT_EQ(Content(folder / output.name), kInput);
+    }
+}
+
+TEST(ElementThatWarns, IsCopiedThroughWithItsWarnings) {
+    const TemporaryFolder folder;
+    ExpectResult(RunCommand(FaultyCopy(folder, "sink logs a warning while writing", "out.wav")), 0,
+                 "in.wav -> out.wav: extensible WAVE, float32 little-endian, 2 channels, 48000 Hz, "
+                 "40000 frames, 0:00:00.833\n",
+                 "kelhost: warning: fault sink logs a warning while writing\n"
+                 "kelhost: warning: fault sink logs a warning while writing\n");
+    EXPECT_EQ(SortedNames(folder), (Names{"in.wav", "out.wav"}));
+}
+
+TEST(ElementThatFailsLate, IsNoticedBeforeTheFileGetsItsName) {
+    const TemporaryFolder folder;
+    const ProcessResult result =
+        RunCommand(FaultyCopy(folder, "source throws while it is released", "out.wav"));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(SortedNames(folder), Names{"in.wav"});
+}
+
+TEST(ElementThatThrowsANumber, LeavesNothing) {
+    const TemporaryFolder folder;
+    const ProcessResult result =
+        RunCommand(FaultyCopy(folder, "sink throws a number while writing", "out.wav"));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(SortedNames(folder), Names{"in.wav"});
+}
+
+TEST(ElementThatLogsErrors, IsStoppedAtTheFirstOne) {
+    // One record, though the fault would show at each of the two remaining samples.
+    const TemporaryFolder folder;
+    ExpectResult(RunCommand(FaultyCopy(folder, "sink logs an error while writing", "out.wav")), 1,
+                 "", "kelhost: out.wav: fault sink logs an error while writing\n");
+}
+
+} // namespace kel::test

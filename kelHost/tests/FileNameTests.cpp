@@ -1,0 +1,199 @@
+#include "AudioFiles.h"
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+struct FileName {
+    std::string what;
+    std::string name;
+    std::string shown;
+};
+
+// Names that careless programs stumble over.
+const std::vector<FileName>& DifficultNames() {
+    static const std::vector<FileName> names{
+        {"a blank", "a b.wav", "a b.wav"},
+        {"a newline", "a\nb.wav", "a\\nb.wav"},
+        {"an escape sequence", "\x1B[31m.wav", "\\x1B[31m.wav"},
+        {"a tab and a delete", "a\tb\x7F.wav", "a\\tb\\x7F.wav"},
+        {"a percent sign", "%s%n%d.wav", "%s%n%d.wav"},
+        {"braces", "{}{0}.wav", "{}{0}.wav"},
+        {"quotes", "'\"`.wav", "'\"`.wav"},
+        {"a backslash", "a\\n.wav", "a\\n.wav"},
+        {"a dollar sign", "$HOME.wav", "$HOME.wav"},
+        {"a star", "*.wav", "*.wav"},
+        {"UTF-8", "\xC3\xA4\xE6\x97\xA5\xF0\x9F\x8E\xB5.wav",
+         "\xC3\xA4\xE6\x97\xA5\xF0\x9F\x8E\xB5.wav"},
+        {"bytes that are no UTF-8", "caf\xE9\xFF.wav", "caf\\xE9\\xFF.wav"},
+        {"a C1 control", "a\xC2\x9B.wav", "a\\x9B.wav"},
+        {"the first of the two dots", "..wav", "..wav"},
+        {"an equals sign", "a=b.wav", "a=b.wav"},
+        {"brackets all around", "[a].wav", "[a].wav"},
+        {"a hash", "#.wav", "#.wav"},
+        {"a colon", "a:b.wav", "a:b.wav"},
+        {"255 bytes", std::string(251, 'n') + ".wav", std::string(251, 'n') + ".wav"},
+    };
+    return names;
+}
+
+const std::string kReport = ": extensible WAVE, float32 little-endian, 2 channels, 48000 Hz, 1000 "
+                            "frames, 0:00:00.021\n";
+
+std::string Table(const std::string& shown) {
+    // Widths count code points.
+    std::size_t width = 0;
+    for (const char character : shown) {
+        width += (static_cast<unsigned char>(character) & 0xC0U) != 0x80U ? 1 : 0;
+    }
+    const auto column = std::max<std::size_t>(width, 4);
+    return "File" + std::string(column - 4, ' ') +
+           "  Channels      Rate  Frames     Duration  Delivered as\n" + shown +
+           std::string(column - width, ' ') +
+           "         2  48000 Hz    1000  0:00:00.021  32-bit float little-endian\n";
+}
+
+// Expects that files of such names can be shown and copied.
+void ExpectUsable(const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        const TemporaryFolder folder;
+        WriteTake(folder / name);
+        ExpectResult(RunKelhost(folder, {"info", name}), 0, Table(name), "");
+        ExpectResult(RunKelhost(folder, {"copy", name, "result.wav"}), 0,
+                     name + " -> result.wav" + kReport, "");
+    }
+}
+
+} // namespace
+
+TEST(FileNames, CanBeReadWhateverTheyHold) {
+    for (const FileName& file : DifficultNames()) {
+        SCOPED_TRACE(file.what);
+        const TemporaryFolder folder;
+        WriteTake(folder / file.name);
+        ExpectResult(RunKelhost(folder, {"copy", file.name, "copy.wav"}), 0,
+                     file.shown + " -> copy.wav" + kReport, "");
+        ExpectResult(RunKelhost(folder, {"info", file.name}), 0, Table(file.shown), "");
+    }
+}
+
+TEST(FileNames, CanBeWrittenWhateverTheyHold) {
+    for (const FileName& file : DifficultNames()) {
+        SCOPED_TRACE(file.what);
+        const TemporaryFolder folder;
+        WriteTake(folder / "take");
+        ExpectResult(RunKelhost(folder, {"copy", "take", file.name}), 0,
+                     "take -> " + file.shown + kReport, "");
+        EXPECT_EQ(ReadAudio(folder / file.name).values, ReadAudio(folder / "take").values);
+        EXPECT_EQ(folder.Names().size(), 2U);
+    }
+}
+
+TEST(FileNames, AreShownOnOneLineInErrors) {
+    for (const FileName& file : DifficultNames()) {
+        SCOPED_TRACE(file.what);
+        const TemporaryFolder folder;
+        ExpectResult(RunKelhost(folder, {"copy", file.name, "copy.wav"}), 1, "",
+                     "kelhost: " + file.shown + ": No such file or directory\n");
+        ExpectResult(RunKelhost(folder, {"info", file.name}), 1, "",
+                     "kelhost: " + file.shown + ": No such file or directory\n");
+        WriteFile(folder / "take", "no audio at all, but a text of some length\n");
+        WriteFile(folder / file.name, "no audio at all, but a text of some length\n");
+        ExpectResult(RunKelhost(folder, {"info", file.name}), 1, "",
+                     "kelhost: " + file.shown + ": can not be read: [Unable to open file \"" +
+                         file.shown + "\" with libsndfile. Error is:\"Format not recognised.\"]\n");
+    }
+}
+
+TEST(FileNames, MayBeginWithADashBehindTwoDashes) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "-take.wav");
+    ExpectResult(RunKelhost(folder, {"copy", "--", "-take.wav", "--copy.wav"}), 0,
+                 "-take.wav -> --copy.wav" + kReport, "");
+    ExpectResult(RunKelhost(folder, {"info", "--", "-take.wav"}), 0, Table("-take.wav"), "");
+    EXPECT_EQ(SortedNames(folder), (Names{"--copy.wav", "-take.wav"}));
+}
+
+TEST(FileNames, MayBeADashWhichIsNoStandardStream) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "-");
+    ExpectResult(RunKelhost(folder, {"info", "-"}), 0, Table("-"), "");
+    ExpectResult(RunKelhost(folder, {"copy", "-", "copy.wav"}), 0, "- -> copy.wav" + kReport, "");
+    ExpectResult(RunKelhost(folder, {"copy", "--format", "wave", "--force", "copy.wav", "-"}), 0,
+                 "copy.wav -> -" + kReport, "");
+    EXPECT_EQ(ReadAudio(folder / "./-").values, ReadAudio(folder / "copy.wav").values);
+    EXPECT_EQ(SortedNames(folder), (Names{"-", "copy.wav"}));
+}
+
+TEST(FileNames, MayBeThoseOfCommands) {
+    ExpectUsable({"copy", "info", "demo", "help"});
+}
+
+TEST(FileNames, MayBeInBrackets) {
+    ExpectUsable({"{a}", "%take%", "(a)", "[take].wav"});
+    // Shown with the folder that keeps the command line from taking them for lists.
+    for (const std::string name : {"[take]", "[]", "[a,b]"}) {
+        const TemporaryFolder folder;
+        WriteTake(folder / name);
+        ExpectResult(RunKelhost(folder, {"info", name}), 0, Table("./" + name), "");
+    }
+}
+
+TEST(FileNames, MayNotBeEmpty) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    ExpectResult(RunKelhost(folder, {"info", ""}), 1, "", "kelhost: : No such file or directory\n");
+    ExpectResult(RunKelhost(folder, {"copy", "", "copy.wav"}), 1, "",
+                 "kelhost: : No such file or directory\n");
+    EXPECT_EQ(RunKelhost(folder, {"copy", "take.wav", ""}).status, 2);
+    EXPECT_EQ(RunKelhost(folder, {"copy", "--format", "wave", "take.wav", ""}).status, 1);
+    EXPECT_EQ(SortedNames(folder), Names{"take.wav"});
+}
+
+TEST(FileNames, MayHave1023BytesWithTheirFolders) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    std::string path = folder.Path().string();
+    while (path.size() < 900) {
+        path += "/" + std::string(99, 'd');
+    }
+    std::filesystem::create_directories(path);
+    const std::string name(1023 - path.size() - 5, 'n');
+    const std::string longest = path + "/" + name + ".wav";
+    ASSERT_EQ(longest.size(), 1023U);
+    ExpectResult(RunKelhost(folder, {"copy", "take.wav", longest}), 0,
+                 "take.wav -> " + longest + kReport, "");
+    ExpectResult(RunKelhost(folder, {"info", longest}), 0, Table(longest), "");
+    EXPECT_EQ(ReadAudio(longest).values, ReadAudio(folder / "take.wav").values);
+}
+
+TEST(FileNames, OfInputsAreNotCutWhenTheyAreLongerThanLibsndfileTakes) {
+    const TemporaryFolder folder;
+    std::string path = folder.Path().string();
+    while (path.size() < 900) {
+        path += "/" + std::string(99, 'd');
+    }
+    std::filesystem::create_directories(path);
+    // What a cut name would lead to is there, too.
+    const std::string cut = path + "/" + std::string(1023 - path.size() - 1, 'n');
+    const std::string wanted = cut + "m";
+    ASSERT_EQ(wanted.size(), 1024U);
+    WriteTake(cut, 7);
+    WriteTake(folder / "take", 1000);
+    std::filesystem::rename(folder / "take", wanted);
+    const ProcessResult result = RunKelhost(folder, {"info", wanted});
+    EXPECT_EQ(result.out, "") << "another file was opened";
+    EXPECT_EQ(result.status, 1);
+}
+
+} // namespace kel::test

@@ -1,0 +1,223 @@
+#include "AudioFiles.h"
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace kel::test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Waits until something has happened, or the process has ended.
+void WaitFor(const std::function<bool()>& happened, const RunningProcess& process) {
+    while (!happened() && !process.HasEnded()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    ASSERT_TRUE(happened()) << "the process has ended before";
+}
+
+bool HasUnfinishedOutput(const TemporaryFolder& folder) {
+    for (const std::string& name : folder.Names()) {
+        if (name.rfind(".kelhost-", 0) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// A copy whose source waits while the sink has the output open.
+class WaitingCopy {
+public:
+    explicit WaitingCopy(const std::vector<int>& ignoredSignals = {},
+                         const std::vector<std::string>& options = {}) {
+        WriteFile(m_folder / "in.wav", "1000 2 48000\n");
+        m_command = Kelhost(
+            m_folder, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "in.wav", "out.wav"});
+        m_command.arguments.insert(m_command.arguments.end(), options.begin(), options.end());
+        m_command.environment["KEL_TEST_FAULT"] = "source waits while reading";
+        m_command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
+        m_command.environment["KEL_TEST_GO_ON"] = m_signs / "go on";
+        m_command.ignoredSignals = ignoredSignals;
+    }
+
+    const TemporaryFolder& Folder() const { return m_folder; }
+
+    void ToStandardOutput(const std::string& path) { m_command.standardOutput = path; }
+
+    // Starts it and waits until it waits.
+    void Start() {
+        m_process.emplace(m_command);
+        WaitFor([this] { return fs::exists(m_signs / "waiting"); }, *m_process);
+        ASSERT_TRUE(HasUnfinishedOutput(m_folder));
+    }
+
+    RunningProcess& Process() { return *m_process; }
+
+    void GoOn() const { WriteFile(m_signs / "go on", ""); }
+
+private:
+    TemporaryFolder m_folder;
+    TemporaryFolder m_signs;
+    Command m_command;
+    std::optional<RunningProcess> m_process;
+};
+
+// An open file.
+class Descriptor {
+public:
+    Descriptor() = default;
+    ~Descriptor() { Close(); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    bool Open(const std::string& path, int flags) {
+        m_number = open(path.c_str(), flags | O_CLOEXEC);
+        return m_number >= 0;
+    }
+
+    void Close() {
+        if (m_number >= 0) {
+            close(m_number);
+        }
+        m_number = -1;
+    }
+
+    void Write(const std::string& bytes) const {
+        ASSERT_EQ(write(m_number, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+
+private:
+    int m_number = -1;
+};
+
+struct Ending {
+    int signal;
+    int status;
+};
+
+const std::string kInterrupted = "kelhost: interrupted; nothing is left of what was not finished\n";
+
+const std::vector<Ending> kEndings{{SIGINT, 130}, {SIGTERM, 143}, {SIGHUP, 129}};
+
+} // namespace
+
+TEST(Signal, EndsACopyAndLeavesNothing) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        WaitingCopy copy;
+        copy.Start();
+        copy.Process().Signal(ending.signal);
+        ExpectResult(copy.Process().Wait(), ending.status, "", kInterrupted);
+        EXPECT_EQ(SortedNames(copy.Folder()), Names{"in.wav"});
+    }
+}
+
+TEST(Signal, LeavesWhatStoodThereUntouched) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        WaitingCopy copy({}, {"--force"});
+        WriteFile(copy.Folder() / "out.wav", "before");
+        copy.Start();
+        copy.Process().Signal(ending.signal);
+        ExpectResult(copy.Process().Wait(), ending.status, "", kInterrupted);
+        EXPECT_EQ(SortedNames(copy.Folder()), (Names{"in.wav", "out.wav"}));
+        EXPECT_EQ(Content(copy.Folder() / "out.wav"), "before");
+    }
+}
+
+TEST(Signal, EndsACopyOfAFifoThatDeliversNoMore) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        const TemporaryFolder folder;
+        WriteTake(folder / "take.wav", 20000);
+        ASSERT_EQ(mkfifo((folder / "fifo.wav").c_str(), 0600), 0);
+        // For both directions, so that it is open before there is a reader.
+        Descriptor fifo;
+        ASSERT_TRUE(fifo.Open(folder / "fifo.wav", O_RDWR));
+        fifo.Write(Content(folder / "take.wav").substr(0, 20000));
+        RunningProcess process(Kelhost(folder, {"copy", "fifo.wav", "out.wav"}));
+        WaitFor([&] { return HasUnfinishedOutput(folder); }, process);
+        process.Signal(ending.signal);
+        ExpectResult(process.Wait(), ending.status, "", kInterrupted);
+        EXPECT_EQ(SortedNames(folder), (Names{"fifo.wav", "take.wav"}));
+    }
+}
+
+TEST(Signal, EndsAProgramThatHangsInAFifoThatNobodyWrites) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        const TemporaryFolder folder;
+        ASSERT_EQ(mkfifo((folder / "fifo.wav").c_str(), 0600), 0);
+        RunningProcess process(Kelhost(folder, {"copy", "fifo.wav", "out.wav"}));
+        // There is a reader once the program has come to the FIFO.
+        Descriptor writer;
+        WaitFor([&] { return writer.Open(folder / "fifo.wav", O_WRONLY | O_NONBLOCK); }, process);
+        process.Signal(ending.signal);
+        ExpectResult(process.Wait(), ending.status, "", kInterrupted);
+        EXPECT_EQ(SortedNames(folder), Names{"fifo.wav"});
+    }
+}
+
+TEST(Signal, ThatKillsLeavesOnlyAFileThatIsRecognisable) {
+    WaitingCopy copy;
+    copy.Start();
+    copy.Process().Signal(SIGKILL);
+    EXPECT_EQ(copy.Process().Wait().status, -SIGKILL);
+    const Names names = SortedNames(copy.Folder());
+    ASSERT_EQ(names.size(), 2U);
+    EXPECT_EQ(WithoutRandomNames(names[0]), ".kelhost-XXXXXX.part.wav");
+    EXPECT_EQ(names[1], "in.wav");
+}
+
+TEST(Signal, ThatTheCallerIgnoresDoesNotEndIt) {
+    // What nohup does, and a shell with what it starts in the background.
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        WaitingCopy copy({ending.signal});
+        copy.Start();
+        copy.Process().Signal(ending.signal);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        copy.GoOn();
+        EXPECT_EQ(copy.Process().Wait().status, 0);
+        EXPECT_EQ(SortedNames(copy.Folder()), (Names{"in.wav", "out.wav"}));
+    }
+}
+
+TEST(Signal, IsNotNeededForACopyToEnd) {
+    WaitingCopy copy;
+    copy.Start();
+    copy.GoOn();
+    ExpectResult(copy.Process().Wait(), 0,
+                 "in.wav -> out.wav: extensible WAVE, float32 little-endian, 2 channels, 48000 Hz, "
+                 "1000 frames, 0:00:00.021\n",
+                 "");
+    EXPECT_EQ(Content(copy.Folder() / "out.wav"), "1000 2 48000\n");
+}
+
+TEST(Signal, OfAReaderThatIsGoneIsAnErrorOfStandardOutput) {
+    const TemporaryFolder pipe;
+    ASSERT_EQ(mkfifo((pipe / "out").c_str(), 0600), 0);
+    Descriptor reader;
+    ASSERT_TRUE(reader.Open(pipe / "out", O_RDONLY | O_NONBLOCK));
+    WaitingCopy copy;
+    copy.ToStandardOutput(pipe / "out");
+    copy.Start();
+    reader.Close();
+    copy.GoOn();
+    ExpectResult(copy.Process().Wait(), 1, "", "kelhost: standard output can not be written\n");
+}
+
+} // namespace kel::test

@@ -1,0 +1,5 @@
+// A plug-in that has nothing to offer.
+
+#include "EntryPoint.h"
+
+void RegisterAll(const char* /*name*/) {}
