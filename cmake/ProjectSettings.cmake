@@ -25,8 +25,9 @@ target_compile_options(kelProjectSettings INTERFACE
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wundef -Wnull-dereference
   -Wdouble-promotion -Wimplicit-fallthrough
   # Paths in log records and debug information are relative to the project's root.
-  -ffile-prefix-map=${PROJECT_BINARY_DIR}/=build/
+  # Of the maps that match, the last one counts.
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+  -ffile-prefix-map=${PROJECT_BINARY_DIR}=build
   -fstack-protector-strong)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(kelProjectSettings INTERFACE
@@ -41,7 +42,7 @@ target_link_options(kelProjectSettings INTERFACE
 
 if(KEL_SANITIZE)
   target_compile_options(kelProjectSettings INTERFACE
-    -fsanitize=${KEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    -fsanitize=${KEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(kelProjectSettings INTERFACE -fsanitize=${KEL_SANITIZE})
 else()
   # The sanitizers' runtime is found at load time only.

@@ -3,6 +3,10 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# Builds the programs whose tests are labelled "threads", and no others.
+add_custom_target(kelThreadTests)
+add_dependencies(kelThreadTests kelLibsndfile kelhost)
+
 # kel_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...])
 # A test program whose tests each become a ctest entry of their own.
 function(kel_add_test name)
@@ -14,6 +18,9 @@ function(kel_add_test name)
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests
     INSTALL_RPATH "$ORIGIN/../lib")
+  if("threads" IN_LIST arg_LABELS)
+    add_dependencies(kelThreadTests ${name})
+  endif()
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300 LABELS "${arg_LABELS}")

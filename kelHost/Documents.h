@@ -8,7 +8,8 @@
 namespace kel::host {
 
 /// Returns a document as text, a line of its own: its kind, "kelhost.KIND", its version, and its
-/// members. Bytes that are not UTF-8 are replaced. The schemas are in docs/schemas.
+/// members. Bytes that are not UTF-8 are replaced. docs/json.md lists the
+/// kinds and their members.
 inline std::string FormatDocument(const std::string& kind, nlohmann::json members) {
     members["document"] = "kelhost." + kind;
     members["version"] = 1;
