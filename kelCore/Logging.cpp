@@ -110,7 +110,10 @@ ContextScope::~ContextScope() {
 std::string GetCurrentContextString() {
     std::string context;
     for (const ContextScope* scope = t_innermostScope; scope != nullptr; scope = scope->m_outer) {
-        context = context.empty() ? scope->m_name : scope->m_name + " / " + context;
+        if (!context.empty()) {
+            context.insert(0, " / ");
+        }
+        context.insert(0, scope->m_name);
     }
     return context;
 }

@@ -122,7 +122,10 @@ std::wstring ConvertPlatformStringToWideString(const std::string& text) {
 
 std::wstring ExtractFilenameFromPath(std::wstring path) {
     const std::size_t separator = path.rfind(L'/');
-    return separator == std::wstring::npos ? path : path.substr(separator + 1);
+    if (separator != std::wstring::npos) {
+        path.erase(0, separator + 1);
+    }
+    return path;
 }
 
 } // namespace kel

@@ -157,7 +157,8 @@ struct ChunkAllocator {
     ChunkAllocator(const ChunkAllocator<Other>& other) : pool(other.pool), chunk(other.chunk) {}
 
     T* allocate(std::size_t /*count*/) {
-        static_assert(sizeof(T) <= kControlRoom && alignof(T) <= kAlignment);
+        static_assert(sizeof(T) <= kControlRoom);
+        static_assert(alignof(T) <= kAlignment);
         return static_cast<T*>(ControlRoomOf(chunk));
     }
 

@@ -126,7 +126,7 @@ std::size_t UnregisterFactories(const std::string& name) {
 }
 
 std::string GetKELCoreIdInternal(std::string version) {
-    return "kelCore " KEL_CORE_VERSION " for plug-in " + version;
+    return version.insert(0, "kelCore " KEL_CORE_VERSION " for plug-in ");
 }
 
 std::shared_ptr<const IParametersCollectionPrototype> GetRegistryEntryPrototype() {

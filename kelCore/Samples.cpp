@@ -19,9 +19,9 @@ class AudioSample final : public IAudioSample {
 public:
     AudioSample(std::shared_ptr<const IAudioParameters> parameters,
                 std::shared_ptr<const IAudioInfo> info, std::shared_ptr<const IBuffer> buffer,
-                const TimeLimits& limits, std::vector<std::shared_ptr<const IMetadata>> metadata)
+                TimeLimits limits, std::vector<std::shared_ptr<const IMetadata>> metadata)
         : m_parameters(std::move(parameters)), m_info(std::move(info)), m_buffer(std::move(buffer)),
-          m_limits(limits), m_metadata(std::move(metadata)) {}
+          m_limits(std::move(limits)), m_metadata(std::move(metadata)) {}
 
     std::shared_ptr<const IBuffer> GetBuffer() const override { return m_buffer; }
     std::shared_ptr<const IAudioParameters> GetAudioParameters() const override {
@@ -135,7 +135,7 @@ CreateSampleContainer(std::shared_ptr<const ISample> sample,
     const ISample& object = *sample;
     if (typeid(object) == typeid(AudioSample)) {
         return std::make_shared<SingleSampleContainer>(
-            std::static_pointer_cast<const AudioSample>(std::move(sample)), std::move(packaging));
+            std::static_pointer_cast<const AudioSample>(sample), std::move(packaging));
     }
     return CreateSampleContainer(std::vector<std::shared_ptr<const ISample>>{std::move(sample)},
                                  std::move(packaging));

@@ -12,10 +12,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <memory>
@@ -23,6 +23,7 @@
 #include <ostream>
 #include <string>
 #include <sys/ioctl.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -239,6 +240,14 @@ std::size_t TerminalWidth() {
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
 }
 
+// A whole number, 0 for what is none.
+unsigned ParsePixels(const std::string& text) {
+    unsigned number = 0;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end ? number : 0;
+}
+
 void InterpretPlot(Arguments& arguments) {
     PlotRequest& plot = arguments.plot;
     plot.range = InterpretRange(arguments);
@@ -246,11 +255,11 @@ void InterpretPlot(Arguments& arguments) {
     if (arguments.size.has_value()) {
         constexpr unsigned kSmallest = 100;
         constexpr unsigned kLargest = 30000;
-        unsigned width = 0;
-        unsigned height = 0;
-        char rest = 0;
-        if (std::sscanf(arguments.size->c_str(), "%5ux%5u%c", &width, &height, &rest) != 2 ||
-            std::min(width, height) < kSmallest || std::max(width, height) > kLargest) {
+        const std::string& size = *arguments.size;
+        const std::size_t cross = std::min(size.find('x'), size.size());
+        const unsigned width = ParsePixels(size.substr(0, cross));
+        const unsigned height = ParsePixels(size.substr(std::min(cross + 1, size.size())));
+        if (std::min(width, height) < kSmallest || std::max(width, height) > kLargest) {
             throw UsageError(fmt::format("--size does not understand \"{}\"; it is WIDTHxHEIGHT, "
                                          "each from {} to {}",
                                          Escape(*arguments.size), kSmallest, kLargest));
@@ -349,8 +358,8 @@ int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, st
 
 int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
     // A reader that has gone and a file that may not grow are errors of the write that meets them.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
 
     CommandLine line;
     Arguments arguments;

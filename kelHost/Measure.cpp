@@ -36,7 +36,7 @@ public:
                 AddValue(channel, floats.values[i]);
             }
         }
-        m_frames += floats.count / channels;
+        m_frames += floats.count / std::max<std::size_t>(channels, 1);
     }
 
     std::vector<ChannelLevel> Result() const {

@@ -156,7 +156,7 @@ public:
     void Draw(const Envelope& envelope, const LevelAxis& axis, const std::string& title,
               double startSeconds, double seconds) {
         DrawText(title, kLeft, 18, 13, 0);
-        const double lanes = static_cast<double>(envelope.Channels());
+        const auto lanes = static_cast<double>(envelope.Channels());
         const double laneHeight = (m_height - kTop - kBottom) / lanes;
         DrawTimeAxis(startSeconds, seconds);
         for (std::size_t channel = 0; channel < envelope.Channels(); ++channel) {
@@ -209,8 +209,10 @@ private:
     void DrawTimeAxis(double start, double seconds) {
         const TimeTicks ticks = ChooseTicks(seconds, PlotWidth());
         const double bottom = m_height - kBottom;
-        for (double tick = std::ceil(start / ticks.step - 1e-9) * ticks.step;
-             tick <= start + seconds * (1 + 1e-9); tick += ticks.step) {
+        const double first = std::ceil(start / ticks.step - 1e-9) * ticks.step;
+        const auto count = static_cast<int>((start + seconds - first) / ticks.step + 1e-6) + 1;
+        for (int i = 0; i < count; ++i) {
+            const double tick = first + i * ticks.step;
             const double x = kLeft + (tick - start) / seconds * PlotWidth();
             DrawLine(kGrid, x, kTop, x, bottom + 4);
             DrawText(TimeLabel(tick, ticks.fraction), std::min(x, m_width - 40), bottom + 18, 11,

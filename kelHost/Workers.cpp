@@ -94,7 +94,7 @@ public:
 
     void Show(const std::string& line) override { Send({{"show", line}}); }
 
-    void Send(const json& message) {
+    void Send(const json& message) const {
         const std::string line =
             message.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
         if (!WriteAll(m_descriptor, line.data(), line.size())) {
