@@ -15,7 +15,27 @@ namespace kel {
 
 namespace {
 
-class AudioSample final : public IAudioSample {
+bool Matches(const IAudioSample& sample, const IAudioInfo* info, const ITrack* track) {
+    if (info == nullptr && track == nullptr) {
+        return true;
+    }
+    const std::shared_ptr<const IAudioInfo> sampleInfo = sample.GetAudioInfo();
+    if (info != nullptr && sampleInfo.get() != info) {
+        return false;
+    }
+    if (track == nullptr) {
+        return true;
+    }
+    const std::shared_ptr<const IChannelInfo> channels =
+        sampleInfo != nullptr ? sampleInfo->GetChannelInfo() : nullptr;
+    return channels != nullptr && channels->GetTrack().get() == track;
+}
+
+// Nearly every sample travels alone in a container without packaging. It is that container itself,
+// which spares one allocation on the path of every sample.
+class AudioSample final : public IAudioSample,
+                          public ISampleContainer,
+                          public std::enable_shared_from_this<AudioSample> {
 public:
     AudioSample(std::shared_ptr<const IAudioParameters> parameters,
                 std::shared_ptr<const IAudioInfo> info, std::shared_ptr<const IBuffer> buffer,
@@ -33,6 +53,17 @@ public:
         return m_metadata;
     }
 
+    std::vector<std::shared_ptr<const IAudioSample>>
+    GetAudioSamples(std::shared_ptr<const IAudioInfo> info,
+                    std::shared_ptr<const ITrack> track) const override {
+        if (!Matches(*this, info.get(), track.get())) {
+            return {};
+        }
+        return {1, shared_from_this()};
+    }
+
+    std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const override { return nullptr; }
+
 private:
     std::shared_ptr<const IAudioParameters> m_parameters;
     std::shared_ptr<const IAudioInfo> m_info;
@@ -40,22 +71,6 @@ private:
     TimeLimits m_limits;
     std::vector<std::shared_ptr<const IMetadata>> m_metadata;
 };
-
-bool Matches(const IAudioSample& sample, const IAudioInfo* info, const ITrack* track) {
-    if (info == nullptr && track == nullptr) {
-        return true;
-    }
-    const std::shared_ptr<const IAudioInfo> sampleInfo = sample.GetAudioInfo();
-    if (info != nullptr && sampleInfo.get() != info) {
-        return false;
-    }
-    if (track == nullptr) {
-        return true;
-    }
-    const std::shared_ptr<const IChannelInfo> channels =
-        sampleInfo != nullptr ? sampleInfo->GetChannelInfo() : nullptr;
-    return channels != nullptr && channels->GetTrack().get() == track;
-}
 
 // Appends the sample to the selection if it is audio and both filters let it through.
 void Select(std::vector<std::shared_ptr<const IAudioSample>>& selection,
@@ -66,30 +81,6 @@ void Select(std::vector<std::shared_ptr<const IAudioSample>>& selection,
         selection.push_back(std::move(audioSample));
     }
 }
-
-// The container on the path of every sample: one audio sample, held without a vector and known for
-// what it is.
-class SingleSampleContainer final : public ISampleContainer {
-public:
-    SingleSampleContainer(std::shared_ptr<const IAudioSample> sample,
-                          std::shared_ptr<const IPackagingInfo> packaging)
-        : m_sample(std::move(sample)), m_packaging(std::move(packaging)) {}
-
-    std::vector<std::shared_ptr<const IAudioSample>>
-    GetAudioSamples(std::shared_ptr<const IAudioInfo> info,
-                    std::shared_ptr<const ITrack> track) const override {
-        if (!Matches(*m_sample, info.get(), track.get())) {
-            return {};
-        }
-        return {1, m_sample};
-    }
-
-    std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const override { return m_packaging; }
-
-private:
-    std::shared_ptr<const IAudioSample> m_sample;
-    std::shared_ptr<const IPackagingInfo> m_packaging;
-};
 
 class SampleContainer final : public ISampleContainer {
 public:
@@ -133,9 +124,11 @@ CreateSampleContainer(std::shared_ptr<const ISample> sample,
                       std::shared_ptr<const IPackagingInfo> packaging) {
     KEL_CHECK_POINTER(sample, kEmptySampleText);
     const ISample& object = *sample;
-    if (typeid(object) == typeid(AudioSample)) {
-        return std::make_shared<SingleSampleContainer>(
-            std::static_pointer_cast<const AudioSample>(sample), std::move(packaging));
+    if (packaging == nullptr && typeid(object) == typeid(AudioSample)) {
+        // A container lets itself be read only, so that it may be the sample that was handed over
+        // as const.
+        auto* container = const_cast<AudioSample*>(static_cast<const AudioSample*>(&object));
+        return {std::move(sample), container};
     }
     return CreateSampleContainer(std::vector<std::shared_ptr<const ISample>>{std::move(sample)},
                                  std::move(packaging));

@@ -73,10 +73,14 @@ TEST_F(LibsndfileSinkPushSample, KeepsNoHandleToTheSample) {
     const auto buffer = MakeBuffer("abcd");
     const auto sample = MakeSample(buffer);
     const auto container = CreateSampleContainer(sample, nullptr);
+    const auto usersOfContainer = container.use_count();
+    const auto usersOfSample = sample.use_count();
+    const auto usersOfBuffer = buffer.use_count();
     sink->PushSample(container);
-    EXPECT_EQ(container.use_count(), 1);
-    EXPECT_EQ(sample.use_count(), 2);
-    EXPECT_EQ(buffer.use_count(), 2);
+    EXPECT_EQ(files.writings, WritingOf(*buffer, 4));
+    EXPECT_EQ(container.use_count(), usersOfContainer);
+    EXPECT_EQ(sample.use_count(), usersOfSample);
+    EXPECT_EQ(buffer.use_count(), usersOfBuffer);
 }
 
 TEST_F(LibsndfileSinkPushSample, DoesNotCompareTheBytesWithTheInput) {
