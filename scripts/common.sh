@@ -6,6 +6,8 @@ build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev li
 test_packages="$build_packages libgtest-dev libgmock-dev sox ffmpeg"
 # For the checks that a change passes before it lands: a second compiler, and readers of the code.
 check_packages="$test_packages clang clang-format clang-tidy libclang-rt-14-dev llvm"
+# To compare the core's binary interface with the accepted one.
+abi_packages="$build_packages abigail-tools xz-utils"
 
 # install_packages PACKAGE...: installs those that are missing, and says so first.
 install_packages() {
