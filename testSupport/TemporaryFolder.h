@@ -8,15 +8,26 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <unistd.h>
 #include <vector>
 
 namespace kel::test {
 
+/// Where a temporary folder lies.
+enum class FolderPlace {
+    Disk,  ///< where the system wants temporary files
+    Memory ///< in memory, where the system offers that; for tests that make very many files
+};
+
 /// A new empty folder, removed with everything in it at the end.
 class TemporaryFolder {
 public:
-    TemporaryFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kel-test-XXXXXX").string();
+    explicit TemporaryFolder(FolderPlace place = FolderPlace::Disk) {
+        const std::filesystem::path memory = "/dev/shm";
+        const bool inMemory =
+            place == FolderPlace::Memory && access(memory.c_str(), R_OK | W_OK | X_OK) == 0;
+        const auto parent = inMemory ? memory : std::filesystem::temp_directory_path();
+        std::string pattern = (parent / "kel-test-XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr) {
             throw std::runtime_error("can not make a folder like " + pattern);
         }
