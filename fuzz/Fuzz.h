@@ -1,0 +1,100 @@
+/// What the fuzz targets share: reading an input piece by piece, and saying what is wrong.
+#pragma once
+
+#include <kelCore.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+/// Ends the process, which the fuzzer reports with the input, when a condition does not hold.
+#define KEL_FUZZ_REQUIRE(condition)                                                                \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, #condition);    \
+            std::abort();                                                                          \
+        }                                                                                          \
+    } while (false)
+
+namespace kel::fuzz {
+
+/// An input, read from its beginning. What lies beyond its end reads as 0.
+class Input {
+public:
+    Input(const std::uint8_t* data, std::size_t size) : m_data(data), m_left(size) {}
+
+    std::uint8_t Byte() {
+        std::uint8_t byte = 0;
+        if (m_left > 0) {
+            byte = *m_data++;
+            --m_left;
+        }
+        return byte;
+    }
+
+    std::uint32_t Word() {
+        std::uint32_t word = 0;
+        for (unsigned shift = 0; shift < 32; shift += 8) {
+            word |= std::uint32_t{Byte()} << shift;
+        }
+        return word;
+    }
+
+    /// At most so many bytes.
+    std::string Text(std::size_t most) {
+        const std::size_t count = most < m_left ? most : m_left;
+        std::string text(reinterpret_cast<const char*>(m_data), count);
+        m_data += count;
+        m_left -= count;
+        return text;
+    }
+
+    std::string Rest() { return Text(m_left); }
+
+    bool IsAtEnd() const { return m_left == 0; }
+
+private:
+    const std::uint8_t* m_data;
+    std::size_t m_left;
+};
+
+/// Takes all records, and throws them away.
+class Silence final : public ILoggerWriter {
+public:
+    void Write(LogLevel /*level*/, const char* message, const char* context, const char* file,
+               const char* line, const char* reserved, const char* threadId,
+               const char* time) override {
+        // All of them are texts, whatever the input.
+        for (const char* piece : {message, context, file, line, reserved, threadId, time}) {
+            KEL_FUZZ_REQUIRE(std::strlen(piece) < (std::size_t{1} << 20U));
+        }
+    }
+};
+
+/// Once in a process, before the first input.
+inline void BeSilent() {
+    static const bool done = [] {
+        SetCurrentLoggerWriter(std::make_shared<Silence>());
+        return true;
+    }();
+    static_cast<void>(done);
+}
+
+/// True if the operation refuses with the framework's exception.
+template <typename Operation>
+bool Refuses(Operation operation) {
+    try {
+        operation();
+        return false;
+    } catch (const KELRuntimeError&) {
+        return true;
+    }
+}
+
+} // namespace kel::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
