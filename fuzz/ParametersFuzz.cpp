@@ -90,8 +90,8 @@ void Use(IParametersCollectionInstance& instance, std::map<std::string, Value>& 
     }
     default: {
         const bool refused = fuzz::Refuses([&] {
-            KEL_FUZZ_REQUIRE(ConvertWideStringToPlatformString(instance.GetWideStringValue(name)) ==
-                             found->second.text);
+            KEL_FUZZ_REQUIRE(instance.GetWideStringValue(name) ==
+                             ConvertPlatformStringToWideString(found->second.text));
         });
         KEL_FUZZ_REQUIRE(refused != is(ParameterKind::String));
         break;
