@@ -50,6 +50,7 @@ else()
 endif()
 
 if(KEL_COVERAGE)
-  target_compile_options(kelProjectSettings INTERFACE --coverage)
+  # Counted without losses also where threads run.
+  target_compile_options(kelProjectSettings INTERFACE --coverage -fprofile-update=atomic)
   target_link_options(kelProjectSettings INTERFACE --coverage)
 endif()

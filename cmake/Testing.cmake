@@ -3,6 +3,10 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# Builds the test programs of the core and the plug-in, and no others.
+add_custom_target(kelElementTests)
+add_dependencies(kelElementTests kelLibsndfile)
+
 # Builds the programs whose tests are labelled "threads", and no others.
 add_custom_target(kelThreadTests)
 add_dependencies(kelThreadTests kelLibsndfile kelhost)
@@ -18,6 +22,9 @@ function(kel_add_test name)
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests
     INSTALL_RPATH "$ORIGIN/../lib")
+  if(name MATCHES "^kel(Core|Libsndfile)")
+    add_dependencies(kelElementTests ${name})
+  endif()
   if("threads" IN_LIST arg_LABELS)
     add_dependencies(kelThreadTests ${name})
   endif()
