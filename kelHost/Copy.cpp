@@ -80,6 +80,7 @@ public:
         m_reporter.Opening(m_request.input);
         OpenSource source(m_request.input, m_options.blockFrames);
         m_reporter.Opened();
+        CheckNoErrorRecords(m_log, m_firstError, m_request.input);
         const FrameRange range =
             Resolve(m_options.range, source.Frames(), source.Rate(), m_request.input);
         SampleConverter converter(source.Description(), MakeTarget(source));
@@ -91,7 +92,7 @@ public:
         output.CheckRoomFor(m_bytes + HeaderRoom(m_channels));
         const FileName written(output.TemporaryPath(), m_request.output);
         const std::int64_t frames = Transfer(source, range, converter, written);
-        CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+        CheckWriting();
         CheckLength(range.count, frames);
         CheckClipping(converter.Channels());
         source.Release();
@@ -102,7 +103,7 @@ public:
         if (m_options.verify) {
             Verify(written, frames);
         }
-        CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+        CheckWriting();
         output.Commit();
 
         CopyResult result;
@@ -170,7 +171,7 @@ private:
                 sink.Element().PushSample(sample);
                 // A failed write is told by an error record alone; what follows it would only fill
                 // a full disk once more.
-                CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+                CheckWriting();
                 if (m_options.verify) {
                     if (converter.IsIdentity()) {
                         const FloatView floats = FloatsOf(*sample);
@@ -199,6 +200,7 @@ private:
     }
 
     SampleHandle Pull(RangeReader& reader) const {
+        const ContextScope context(ReadingContext());
         try {
             return reader.Pull();
         } catch (const std::exception& error) {
@@ -206,12 +208,30 @@ private:
         }
     }
 
+    // What the records say that come up while the source is asked for samples is about the input.
+    std::string ReadingContext() const { return "reading " + m_request.input; }
+
+    void CheckWriting() const {
+        const auto errors = m_log.ErrorsSince(m_firstError, ReadingContext(), false);
+        if (!errors.empty()) {
+            throw JobError(fmt::format("{}: {}", Escape(m_request.output), Escape(errors.front())));
+        }
+    }
+
+    // A damaged input may log an error, and deliver fewer frames: it is told as what it is.
     void CheckLength(std::int64_t promised, std::int64_t delivered) {
+        const auto errors = m_log.ErrorsSince(m_firstError, ReadingContext(), true);
         if (delivered == promised) {
+            if (!errors.empty()) {
+                throw JobError(
+                    fmt::format("{}: {}", Escape(m_request.input), Escape(errors.front())));
+            }
             return;
         }
-        const std::string text = fmt::format("{}: promises {} frames and delivers {}",
-                                             Escape(m_request.input), promised, delivered);
+        const std::string reason =
+            errors.empty() ? "" : fmt::format(" ({})", Escape(errors.front()));
+        const std::string text = fmt::format("{}: promises {} frames and delivers {}{}",
+                                             Escape(m_request.input), promised, delivered, reason);
         if (!m_options.allowShort) {
             throw JobError(text + "; it is damaged or was changed while it was read (--allow-short "
                                   "copies what there is)");
