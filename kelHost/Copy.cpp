@@ -85,6 +85,7 @@ public:
             Resolve(m_options.range, source.Frames(), source.Rate(), m_request.input);
         SampleConverter converter(source.Description(), MakeTarget(source));
         m_channels = static_cast<std::uint32_t>(converter.Channels().size());
+        CheckBlock(source);
         m_bytes = static_cast<std::uint64_t>(range.count) * m_channels * m_encoding->bytes;
         ChooseSize();
 
@@ -133,6 +134,19 @@ private:
             target.channels.push_back(channel - 1);
         }
         return target;
+    }
+
+    // The size of a sample is counted in 32 bits, before and after it is converted.
+    void CheckBlock(const OpenSource& source) const {
+        const std::uint64_t frameBytes = std::max(
+            std::uint64_t{source.Channels()} * sizeof(float),
+            std::uint64_t{m_channels} * std::max<std::uint64_t>(sizeof(float), m_encoding->bytes));
+        const std::uint64_t most = std::numeric_limits<std::uint32_t>::max() / frameBytes;
+        if (m_options.blockFrames > most) {
+            throw JobError(fmt::format("{}: blocks of {} frames are too large for its channels; "
+                                       "use --block {} or less",
+                                       Escape(m_request.input), m_options.blockFrames, most));
+        }
     }
 
     // A file that is larger than WAVE can say becomes RF64, unless WAVE was asked for.
