@@ -35,17 +35,6 @@ namespace kel::host {
 
 namespace {
 
-// The largest file whose sizes fit into the 32 bits that WAVE and AIFF have for them.
-constexpr std::uint64_t kLargestClassicFile = std::numeric_limits<std::uint32_t>::max();
-
-// Room for the chunks around the samples: none of the headers that are written is near it, with a
-// peak chunk of 8 bytes a channel included.
-std::uint64_t HeaderRoom(std::uint32_t channels) {
-    constexpr std::uint64_t kFixed = 512;
-    constexpr std::uint64_t kPerChannel = 16;
-    return kFixed + kPerChannel * channels;
-}
-
 // A running hash of floats, bit for bit.
 class FloatHash {
 public:
@@ -90,7 +79,7 @@ public:
         ChooseSize();
 
         OutputFile output(m_request.output, m_options.replace);
-        output.CheckRoomFor(m_bytes + HeaderRoom(m_channels));
+        output.CheckRoomFor(LargestFileSize(m_bytes, m_channels));
         const FileName written(output.TemporaryPath(), m_request.output);
         const std::int64_t frames = Transfer(source, range, converter, written);
         CheckWriting();
@@ -151,8 +140,7 @@ private:
 
     // A file that is larger than WAVE can say becomes RF64, unless WAVE was asked for.
     void ChooseSize() {
-        const std::uint64_t size = m_bytes + HeaderRoom(m_channels);
-        if (size <= kLargestClassicFile || m_container->format == WrapperFormat::BWAVE) {
+        if (FitsInto32Bits(m_bytes, m_channels) || m_container->format == WrapperFormat::BWAVE) {
             return;
         }
         if (m_container->format != WrapperFormat::WAVE || m_options.container != nullptr) {
