@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -50,6 +51,50 @@ inline void WriteAudio(const std::string& path, int format, int channels, int ra
     }
 }
 
+/// Writes an audio file whose samples are these very bytes.
+inline void WriteRawAudio(const std::string& path, int format, int channels, int rate,
+                          const std::string& bytes) {
+    SF_INFO info{};
+    info.format = format;
+    info.channels = channels;
+    info.samplerate = rate;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (file == nullptr) {
+        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    }
+    const auto count = static_cast<sf_count_t>(bytes.size());
+    const bool written = sf_write_raw(file, bytes.data(), count) == count;
+    if (sf_close(file) != 0 || !written) {
+        throw std::runtime_error(path + " can not be written");
+    }
+}
+
+/// The bytes of an audio file's samples, as they lie in the file.
+/// @param width bytes per value
+inline std::string ReadRawAudio(const std::string& path, std::size_t width) {
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr) {
+        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    }
+    std::string bytes(static_cast<std::size_t>(info.frames * info.channels) * width, '\0');
+    const auto count = static_cast<sf_count_t>(bytes.size());
+    const bool read = count == 0 || sf_read_raw(file, bytes.data(), count) == count;
+    sf_close(file);
+    if (!read) {
+        throw std::runtime_error(path + " can not be read");
+    }
+    return bytes;
+}
+
+/// The bytes of numbers, as they lie in memory.
+template <typename Number>
+std::string BytesOf(const std::vector<Number>& numbers) {
+    std::string bytes(numbers.size() * sizeof(Number), '\0');
+    std::memcpy(bytes.data(), numbers.data(), bytes.size());
+    return bytes;
+}
+
 /// A small 16-bit stereo WAVE file, the input of most tests.
 inline void WriteTake(const std::string& path, std::size_t frames = 1000) {
     WriteAudio(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 48000, MakeValues(2 * frames));
@@ -71,6 +116,13 @@ inline Audio ReadAudio(const std::string& path) {
         throw std::runtime_error(path + " can not be read");
     }
     return audio;
+}
+
+/// The bytes of a file without the time of writing, which a PEAK chunk holds behind its name, size
+/// and version.
+inline std::string WithoutTime(std::string bytes) {
+    const std::size_t peak = bytes.find("PEAK");
+    return peak == std::string::npos ? bytes : bytes.replace(peak + 12, 4, 4, '\0');
 }
 
 } // namespace kel::test

@@ -22,13 +22,6 @@ constexpr std::size_t kFrames = 40001; // three samples of at most 16384 frames
 
 const Names kOutputs{"out.wav", "out.rf64", "out.aiff"};
 
-// The bytes of a file without the time of writing, which a PEAK chunk holds behind its name, size
-// and version.
-std::string WithoutTime(std::string bytes) {
-    const std::size_t peak = bytes.find("PEAK");
-    return peak == std::string::npos ? bytes : bytes.replace(peak + 12, 4, 4, '\0');
-}
-
 // A copy in whose way a system call fails, the number-th one on the unfinished output.
 class FaultyCopy {
 public:

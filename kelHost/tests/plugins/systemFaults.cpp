@@ -1,7 +1,10 @@
 // Put in front of the system's library, it makes one call on an unfinished output of the host fail:
 // the call that KEL_TEST_FAULTY_CALL names (write, writes, fsync, lseek, rename), at its occurrence
-// number KEL_TEST_FAULTY_NUMBER. "writes" fails from that occurrence on, "write" once. A file at
-// KEL_TEST_FAULT_MARKER tells that it has happened.
+// number KEL_TEST_FAULTY_NUMBER. "writes" fails from that occurrence on, "write" once; "flip" is a
+// write that succeeds with its last byte changed, as on a bad disk; "thread" is one that can not be
+// started, with or without an output. A file at KEL_TEST_FAULT_MARKER tells that it has happened.
+//
+// Where KEL_TEST_DISK_ROOM is set, every disk has so many bytes left.
 
 #include <cerrno>
 #include <cstddef>
@@ -10,8 +13,11 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/statvfs.h>
 #include <sys/types.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -27,6 +33,12 @@ const char* Variable(const char* name) {
 
 bool IsUnfinished(const char* path) {
     return strstr(path, ".kelhost-") != nullptr;
+}
+
+struct AnyFile {};
+
+bool IsUnfinished(AnyFile /*file*/) {
+    return true;
 }
 
 bool IsUnfinished(int descriptor) {
@@ -64,8 +76,31 @@ int Fail(int error) {
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 
 INTERPOSED ssize_t write(int descriptor, const void* bytes, size_t count) {
+    if (count > 0 && Fails("flip", descriptor)) {
+        const auto* first = static_cast<const char*>(bytes);
+        std::vector<char> flipped(first, first + count);
+        flipped.back() = static_cast<char>(flipped.back() ^ 0x01);
+        return Next<decltype(write)>("write")(descriptor, flipped.data(), count);
+    }
     return Fails("write", descriptor) ? Fail(ENOSPC)
                                       : Next<decltype(write)>("write")(descriptor, bytes, count);
+}
+
+INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                              void* (*start)(void*), void* argument) noexcept {
+    return Fails("thread", AnyFile()) ? EAGAIN
+                                      : Next<decltype(pthread_create)>("pthread_create")(
+                                            thread, attributes, start, argument);
+}
+
+INTERPOSED int statvfs(const char* path, struct statvfs* status) noexcept {
+    const int result = Next<decltype(statvfs)>("statvfs")(path, status);
+    const char* room = Variable("KEL_TEST_DISK_ROOM");
+    if (*room != '\0') {
+        status->f_frsize = 1;
+        status->f_bavail = strtoull(room, nullptr, 10);
+    }
+    return result;
 }
 
 INTERPOSED int fsync(int descriptor) {
