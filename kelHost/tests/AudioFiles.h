@@ -7,8 +7,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
+#include <ios>
 #include <stdexcept>
 #include <string>
+#include <sys/types.h>
+#include <unistd.h>
 #include <vector>
 
 namespace kel::test {
@@ -93,6 +97,41 @@ std::string BytesOf(const std::vector<Number>& numbers) {
     std::string bytes(numbers.size() * sizeof(Number), '\0');
     std::memcpy(bytes.data(), numbers.data(), bytes.size());
     return bytes;
+}
+
+/// A number's lower bytes, the lowest first.
+inline std::string LittleEndian(std::uint64_t number, std::size_t bytes) {
+    std::string text;
+    for (std::size_t i = 0; i < bytes; ++i) {
+        text.push_back(static_cast<char>(number >> (8 * i)));
+    }
+    return text;
+}
+
+/// Writes an RF64 file of any size that has hardly anything on the disk but its header, and a few
+/// bytes of samples. All others are 0.
+/// @param width bytes per value, 1 to 4
+/// @param place where among the bytes of the samples the few stand
+inline void WriteSparseAudio(const std::string& path, std::uint64_t width, std::uint64_t channels,
+                             std::uint64_t frames, std::uint64_t place, const std::string& few) {
+    constexpr std::uint64_t kRate = 48000;
+    const std::uint64_t frameBytes = width * channels;
+    const std::uint64_t bytes = frames * frameBytes;
+    const std::string format = "fmt " + LittleEndian(16, 4) + LittleEndian(1, 2) +
+                               LittleEndian(channels, 2) + LittleEndian(kRate, 4) +
+                               LittleEndian(kRate * frameBytes, 4) + LittleEndian(frameBytes, 2) +
+                               LittleEndian(8 * width, 2);
+    const std::uint64_t header = 12 + 36 + format.size() + 8;
+    const std::string sizes = "ds64" + LittleEndian(28, 4) + LittleEndian(header + bytes - 8, 8) +
+                              LittleEndian(bytes, 8) + LittleEndian(frames, 8) + LittleEndian(0, 4);
+    std::ofstream file(path, std::ios::binary);
+    file << "RF64" << LittleEndian(0xFFFFFFFF, 4) << "WAVE" << sizes << format << "data"
+         << LittleEndian(0xFFFFFFFF, 4);
+    file.seekp(static_cast<std::streamoff>(header + place));
+    file << few << std::flush;
+    if (!file || truncate(path.c_str(), static_cast<off_t>(header + bytes)) != 0) {
+        throw std::runtime_error(path + " can not be written");
+    }
 }
 
 /// A small 16-bit stereo WAVE file, the input of most tests.

@@ -46,34 +46,6 @@ std::string OutOfFile(const std::string& from, const std::string& to) {
            " is not within the file, which has 96000 frames (0:00:02.000)\n";
 }
 
-// Writes a number's lower bytes, the lowest first.
-std::string Number(std::uint64_t number, std::size_t bytes) {
-    std::string text;
-    for (std::size_t i = 0; i < bytes; ++i) {
-        text.push_back(static_cast<char>(number >> (8 * i)));
-    }
-    return text;
-}
-
-// An RF64 file of one channel and 8 bits with hardly anything on the disk but its header, and a few
-// bytes at one place.
-void WriteSparse(const std::string& path, std::uint64_t frames, std::uint64_t place,
-                 const std::string& bytes) {
-    const std::string format = "fmt " + Number(16, 4) + Number(1, 2) + Number(1, 2) +
-                               Number(48000, 4) + Number(48000, 4) + Number(1, 2) + Number(8, 2);
-    const std::uint64_t header = 12 + 36 + format.size() + 8;
-    const std::string sizes = "ds64" + Number(28, 4) + Number(header + frames - 8, 8) +
-                              Number(frames, 8) + Number(frames, 8) + Number(0, 4);
-    WriteFile(path, "RF64" + Number(0xFFFFFFFF, 4) + "WAVE" + sizes + format + "data" +
-                        Number(0xFFFFFFFF, 4));
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    ASSERT_GE(descriptor, 0);
-    EXPECT_EQ(ftruncate(descriptor, static_cast<off_t>(header + frames)), 0);
-    EXPECT_EQ(pwrite(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(header + place)),
-              static_cast<ssize_t>(bytes.size()));
-    close(descriptor);
-}
-
 } // namespace
 
 TEST(CopyRange, IsCutToTheFrame) {
@@ -130,7 +102,7 @@ TEST(CopyRange, GoesBeyondWhat32BitsCount) {
     const TemporaryFolder folder;
     const std::uint64_t frames = (std::uint64_t{1} << 32U) + 1000000;
     const std::uint64_t place = (std::uint64_t{1} << 32U) + 12345;
-    WriteSparse(folder / "take.rf64", frames, place, "\x81\x90\xFF");
+    WriteSparseAudio(folder / "take.rf64", 1, 1, frames, place, "\x81\x90\xFF");
     ExpectResult(RunKelhost(folder, {"copy", "take.rf64", "part.wav", "--start",
                                      std::to_string(place - 1) + "f", "--duration", "5f"}),
                  0,

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <sys/resource.h>
@@ -31,11 +30,7 @@ public:
         WriteTake(m_folder / "in.wav", kFrames);
         m_command = Kelhost(m_folder, {"copy", "in.wav", output});
         m_command.arguments.insert(m_command.arguments.end(), options.begin(), options.end());
-        const char* sanitizerOptions = std::getenv("ASAN_OPTIONS");
-        m_command.environment["LD_PRELOAD"] = KEL_TEST_PLUGIN_FOLDER "/libsystemFaults.so";
-        m_command.environment["ASAN_OPTIONS"] =
-            std::string(sanitizerOptions != nullptr ? sanitizerOptions : "") +
-            ":verify_asan_link_order=0";
+        DisturbSystem(m_command);
         m_command.environment["KEL_TEST_FAULTY_CALL"] = call;
         m_command.environment["KEL_TEST_FAULTY_NUMBER"] = std::to_string(number);
         m_command.environment["KEL_TEST_FAULT_MARKER"] = m_marker / "marker";
@@ -178,6 +173,22 @@ TEST_P(SystemFault, AtALimitOfTheFileSizeLeavesNothing) {
         EXPECT_EQ(result.err.rfind("kelhost: " + GetParam() + ": ", 0), 0U) << result.err;
         EXPECT_EQ(SortedNames(folder), Names{"in.wav"});
     }
+}
+
+TEST_P(SystemFault, InStartingAThreadLeavesNothing) {
+    // Untouched samples take one thread more, converted ones two.
+    const int threads = GetParam() == "out.aiff" ? 2 : 1;
+    for (int number = 1; number <= threads; ++number) {
+        SCOPED_TRACE(number);
+        const FaultyCopy copy(GetParam(), "thread", number);
+        ExpectResult(copy.Run(), 1, "",
+                     "kelhost: " + GetParam() + ": Resource temporarily unavailable\n");
+        EXPECT_TRUE(copy.HasFailed());
+        EXPECT_EQ(SortedNames(copy.Folder()), Names{"in.wav"});
+    }
+    const FaultyCopy copy(GetParam(), "thread", threads + 1);
+    copy.ExpectWhole(copy.Run());
+    EXPECT_FALSE(copy.HasFailed());
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, SystemFault, testing::ValuesIn(kOutputs), FormatName);
