@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -119,6 +120,11 @@ std::string Encode(const std::vector<std::int16_t>& values, const EncodingFacts&
         bytes += one;
     }
     return bytes;
+}
+
+void PrintTo(const Combination& combination, std::ostream* stream) {
+    *stream << combination.container.name << " " << combination.encoding.name << " "
+            << combination.byteOrder;
 }
 
 std::string NameOf(const testing::TestParamInfo<Combination>& info) {
