@@ -321,11 +321,12 @@ TEST(PipelineOverlapped, FreesAReaderThatWaitsForRoomWhenConvertingFails) {
 
 TEST(PipelineOverlapped, ThrowsTheErrorOfAReaderWhileTheWriterIsBusy) {
     std::atomic<bool> fails{false};
-    std::int64_t pushed = 0;
+    std::atomic<std::int64_t> pushed{0};
     Stages stages;
     stages.pull = [&, pull = Count(5)]() mutable -> SampleHandle {
         SampleHandle sample = pull();
         if (NumberOf(sample) == 5) {
+            WaitFor([&] { return pushed > 0; });
             fails = true;
             throw std::runtime_error("damaged");
         }
