@@ -18,10 +18,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <system_error>
 #include <thread>
@@ -46,12 +48,13 @@ struct Arguments {
     std::optional<std::string> format;
     std::optional<std::string> encoding;
     std::optional<std::string> byteOrder;
+    std::optional<std::string> channels;
     std::optional<std::string> start;
     std::optional<std::string> end;
     std::optional<std::string> duration;
     std::string onClip = "warn";
     std::string dither;
-    std::uint64_t seed = 1;
+    std::string seed = "1";
 
     InfoCommand info;
     PlotRequest plot;
@@ -103,11 +106,9 @@ void DefineCopy(CLI::App& copy, Arguments& arguments) {
         ->type_name("ENCODING");
     copy.add_option("--byte-order", arguments.byteOrder, "little or big; else little, big in AIFF")
         ->type_name("ORDER");
-    copy.add_option("--channels", options.channels,
+    copy.add_option("--channels", arguments.channels,
                     "Channels to copy and their order, counted from 1: 2,1")
-        ->delimiter(',')
-        ->type_name("LIST")
-        ->check(CLI::Range(1U, 1024U));
+        ->type_name("LIST");
     DefineRange(copy, arguments);
     copy.add_option("--on-clip", arguments.onClip,
                     "What to do when integers can not hold a value: warn or fail")
@@ -120,6 +121,7 @@ void DefineCopy(CLI::App& copy, Arguments& arguments) {
             ->check(CLI::IsMember({"tpdf"}));
     copy.add_option("--seed", arguments.seed, "Seed of the noise; the same seed, the same noise")
         ->needs(dither)
+        ->type_name("NUMBER")
         ->capture_default_str();
     copy.add_option("--block", options.blockFrames, "Frames that travel at once")
         ->type_name("FRAMES")
@@ -240,12 +242,47 @@ std::size_t TerminalWidth() {
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
 }
 
-// A whole number, 0 for what is none.
-unsigned ParsePixels(const std::string& text) {
-    unsigned number = 0;
+// A whole number without a sign; none for every other text.
+template <typename Number>
+std::optional<Number> ParseWhole(std::string_view text) {
+    Number number = 0;
     const char* end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, number);
-    return result.ec == std::errc() && result.ptr == end ? number : 0;
+    return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
+}
+
+// 0 for what is no number.
+unsigned ParsePixels(const std::string& text) {
+    return ParseWhole<unsigned>(text).value_or(0);
+}
+
+// "2,1": what the channels of the output are, counted from 1.
+std::vector<std::uint32_t> ParseChannels(const std::string& text) {
+    constexpr std::uint32_t kMost = 1024; // no file has more
+    std::vector<std::uint32_t> channels;
+    for (std::size_t start = 0; start <= text.size();) {
+        const std::size_t comma = std::min(text.find(',', start), text.size());
+        const auto channel =
+            ParseWhole<std::uint32_t>(std::string_view(text).substr(start, comma - start));
+        if (!channel.has_value() || *channel < 1 || *channel > kMost || channels.size() == kMost) {
+            throw UsageError(fmt::format("--channels does not understand \"{}\"; it lists channels "
+                                         "counted from 1, at most {}: 2,1",
+                                         Escape(text), kMost));
+        }
+        channels.push_back(*channel);
+        start = comma + 1;
+    }
+    return channels;
+}
+
+std::uint64_t ParseSeed(const std::string& text) {
+    const auto seed = ParseWhole<std::uint64_t>(text);
+    if (!seed.has_value()) {
+        throw UsageError(fmt::format("--seed does not understand \"{}\"; it is a whole number from "
+                                     "0 to {}",
+                                     Escape(text), std::numeric_limits<std::uint64_t>::max()));
+    }
+    return *seed;
 }
 
 void InterpretPlot(Arguments& arguments) {
@@ -282,10 +319,13 @@ void InterpretCopy(Arguments& arguments) {
     if (arguments.byteOrder.has_value()) {
         options.byteOrder = ByteOrderByName(*arguments.byteOrder);
     }
+    if (arguments.channels.has_value()) {
+        options.channels = ParseChannels(*arguments.channels);
+    }
     options.range = InterpretRange(arguments);
     options.failOnClip = arguments.onClip == "fail";
     if (!arguments.dither.empty()) {
-        options.dither = arguments.seed;
+        options.dither = ParseSeed(arguments.seed);
     }
 }
 

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ios>
+#include <limits>
 #include <string>
 #include <system_error>
 
@@ -118,6 +119,17 @@ bool AreSizesRight(const std::string& path, const Sizes& sizes) {
 }
 
 } // namespace
+
+std::uint64_t LargestFileSize(std::uint64_t sampleBytes, std::uint32_t channels) {
+    // None of the headers that are written is near it, with a peak chunk of 8 bytes a channel.
+    constexpr std::uint64_t kFixed = 512;
+    constexpr std::uint64_t kPerChannel = 16;
+    return sampleBytes + kFixed + kPerChannel * channels;
+}
+
+bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels) {
+    return LargestFileSize(sampleBytes, channels) <= std::numeric_limits<std::uint32_t>::max();
+}
 
 void CheckContainerSize(const FileName& file, std::uint64_t sampleBytes, std::uint64_t frames) {
     std::error_code error;

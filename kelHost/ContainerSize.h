@@ -1,4 +1,4 @@
-/// What the header of a written file says of its size.
+/// What the header of a file says of its size, before and after it is written.
 #pragma once
 
 #include "Elements.h"
@@ -6,6 +6,13 @@
 #include <cstdint>
 
 namespace kel::host {
+
+/// The most bytes that a file with so many bytes of samples takes, the chunks around them included.
+/// @param channels values per frame: a chunk of peaks grows with them
+std::uint64_t LargestFileSize(std::uint64_t sampleBytes, std::uint32_t channels);
+
+/// True when every size in such a file fits into the 32 bits that WAVE and AIFF have for them.
+bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels);
 
 /// Makes sure that the sizes in a WAVE, RF64 or AIFF file are right: that of the whole, that of the
 /// sample data, and the number of frames where it is told. A header that could not be rewritten at

@@ -210,7 +210,6 @@ void Converter::Convert(const float* input, std::size_t values, std::uint8_t* ou
         return;
     }
 
-    const float* const source = m_dither.has_value() ? Dither(input, values) : input;
     // In pieces that stay in the processor's nearest cache.
     constexpr std::size_t kPiece = 1024;
     std::array<std::int32_t, kPiece> integers{};
@@ -219,28 +218,48 @@ void Converter::Convert(const float* input, std::size_t values, std::uint8_t* ou
     bool allFit = true;
     for (std::size_t done = 0; done < values; done += kPiece) {
         const std::size_t count = std::min(kPiece, values - done);
-        allFit = Quantise(source + done, count, range, integers.data()) && allFit;
+        if (m_dither.has_value()) {
+            QuantiseDithered(input, done, count, integers.data());
+        } else {
+            allFit = Quantise(input + done, count, range, integers.data()) && allFit;
+        }
         pack(integers.data(), count, output + SizeOf(done));
     }
     if (!allFit) {
-        CountUnrepresentable(source, values);
+        CountUnrepresentable(input, values);
     }
 }
 
-const float* Converter::Dither(const float* input, std::size_t values) {
+// Adds noise to a run of values, rounds them, and counts those that do not fit. In doubles: floats
+// near full scale have no room for noise of the size of one unit of 24 bits.
+void Converter::QuantiseDithered(const float* input, std::size_t first, std::size_t values,
+                                 std::int32_t* output) {
     // The difference of two even distributions is a triangular one. Both halves of one random
     // number serve, so that the noise is the same on every machine.
     constexpr double kUnit = 1.0 / 4294967296.0;
-    const double lastPlace = std::ldexp(1.0, 1 - static_cast<int>(m_encoding.bits));
-    m_dithered.resize(values);
+    const double scale = std::ldexp(1.0, m_encoding.bits - 1);
+    const double firstAbove = scale - 0.5;
+    const double lastBelow = -scale - 0.5;
     for (std::size_t i = 0; i < values; ++i) {
         const std::uint64_t random = (*m_dither)();
         const auto high = static_cast<double>(random >> 32U);
         const auto low = static_cast<double>(random & 0xFFFFFFFFU);
-        m_dithered[i] =
-            static_cast<float>(static_cast<double>(input[i]) + (high - low) * kUnit * lastPlace);
+        const double dithered =
+            static_cast<double>(input[first + i]) * scale + (high - low) * kUnit;
+        if (dithered < firstAbove && dithered >= lastBelow) {
+            output[i] = static_cast<std::int32_t>(std::lrint(dithered));
+            continue;
+        }
+        ChannelConversion& channel = m_channels[(first + i) % m_channels.size()];
+        if (std::isfinite(dithered)) {
+            ++channel.clipped;
+            channel.loudest =
+                std::max(channel.loudest, static_cast<float>(std::abs(dithered) / scale));
+        } else {
+            ++channel.nonFinite;
+        }
+        output[i] = Saturate(static_cast<float>(dithered), RangeOf(m_encoding.bits));
     }
-    return m_dithered.data();
 }
 
 void Converter::ReadBack(const std::uint8_t* converted, std::size_t values, float* output) const {

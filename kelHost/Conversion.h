@@ -60,13 +60,13 @@ public:
     const std::vector<ChannelConversion>& Channels() const { return m_channels; }
 
 private:
-    const float* Dither(const float* input, std::size_t values);
+    void QuantiseDithered(const float* input, std::size_t first, std::size_t values,
+                          std::int32_t* output);
     void CountUnrepresentable(const float* input, std::size_t values);
 
     Encoding m_encoding;
     PCMEndianness m_byteOrder;
     std::optional<std::mt19937_64> m_dither;
-    std::vector<float> m_dithered;
     std::vector<ChannelConversion> m_channels;
 };
 

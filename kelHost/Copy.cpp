@@ -35,17 +35,6 @@ namespace kel::host {
 
 namespace {
 
-// The largest file whose sizes fit into the 32 bits that WAVE and AIFF have for them.
-constexpr std::uint64_t kLargestClassicFile = std::numeric_limits<std::uint32_t>::max();
-
-// Room for the chunks around the samples: none of the headers that are written is near it, with a
-// peak chunk of 8 bytes a channel included.
-std::uint64_t HeaderRoom(std::uint32_t channels) {
-    constexpr std::uint64_t kFixed = 512;
-    constexpr std::uint64_t kPerChannel = 16;
-    return kFixed + kPerChannel * channels;
-}
-
 // A running hash of floats, bit for bit.
 class FloatHash {
 public:
@@ -80,18 +69,20 @@ public:
         m_reporter.Opening(m_request.input);
         OpenSource source(m_request.input, m_options.blockFrames);
         m_reporter.Opened();
+        CheckNoErrorRecords(m_log, m_firstError, m_request.input);
         const FrameRange range =
             Resolve(m_options.range, source.Frames(), source.Rate(), m_request.input);
         SampleConverter converter(source.Description(), MakeTarget(source));
         m_channels = static_cast<std::uint32_t>(converter.Channels().size());
+        CheckBlock(source);
         m_bytes = static_cast<std::uint64_t>(range.count) * m_channels * m_encoding->bytes;
         ChooseSize();
 
         OutputFile output(m_request.output, m_options.replace);
-        output.CheckRoomFor(m_bytes + HeaderRoom(m_channels));
+        output.CheckRoomFor(LargestFileSize(m_bytes, m_channels));
         const FileName written(output.TemporaryPath(), m_request.output);
         const std::int64_t frames = Transfer(source, range, converter, written);
-        CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+        CheckWriting();
         CheckLength(range.count, frames);
         CheckClipping(converter.Channels());
         source.Release();
@@ -102,7 +93,7 @@ public:
         if (m_options.verify) {
             Verify(written, frames);
         }
-        CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+        CheckWriting();
         output.Commit();
 
         CopyResult result;
@@ -134,10 +125,22 @@ private:
         return target;
     }
 
+    // The size of a sample is counted in 32 bits, before and after it is converted.
+    void CheckBlock(const OpenSource& source) const {
+        const std::uint64_t frameBytes = std::max(
+            std::uint64_t{source.Channels()} * sizeof(float),
+            std::uint64_t{m_channels} * std::max<std::uint64_t>(sizeof(float), m_encoding->bytes));
+        const std::uint64_t most = std::numeric_limits<std::uint32_t>::max() / frameBytes;
+        if (m_options.blockFrames > most) {
+            throw JobError(fmt::format("{}: blocks of {} frames are too large for its channels; "
+                                       "use --block {} or less",
+                                       Escape(m_request.input), m_options.blockFrames, most));
+        }
+    }
+
     // A file that is larger than WAVE can say becomes RF64, unless WAVE was asked for.
     void ChooseSize() {
-        const std::uint64_t size = m_bytes + HeaderRoom(m_channels);
-        if (size <= kLargestClassicFile || m_container->format == WrapperFormat::BWAVE) {
+        if (FitsInto32Bits(m_bytes, m_channels) || m_container->format == WrapperFormat::BWAVE) {
             return;
         }
         if (m_container->format != WrapperFormat::WAVE || m_options.container != nullptr) {
@@ -170,7 +173,7 @@ private:
                 sink.Element().PushSample(sample);
                 // A failed write is told by an error record alone; what follows it would only fill
                 // a full disk once more.
-                CheckNoErrorRecords(m_log, m_firstError, m_request.output);
+                CheckWriting();
                 if (m_options.verify) {
                     if (converter.IsIdentity()) {
                         const FloatView floats = FloatsOf(*sample);
@@ -199,6 +202,7 @@ private:
     }
 
     SampleHandle Pull(RangeReader& reader) const {
+        const ContextScope context(ReadingContext());
         try {
             return reader.Pull();
         } catch (const std::exception& error) {
@@ -206,12 +210,30 @@ private:
         }
     }
 
+    // What the records say that come up while the source is asked for samples is about the input.
+    std::string ReadingContext() const { return "reading " + m_request.input; }
+
+    void CheckWriting() const {
+        const auto errors = m_log.ErrorsSince(m_firstError, ReadingContext(), false);
+        if (!errors.empty()) {
+            throw JobError(fmt::format("{}: {}", Escape(m_request.output), Escape(errors.front())));
+        }
+    }
+
+    // A damaged input may log an error, and deliver fewer frames: it is told as what it is.
     void CheckLength(std::int64_t promised, std::int64_t delivered) {
+        const auto errors = m_log.ErrorsSince(m_firstError, ReadingContext(), true);
         if (delivered == promised) {
+            if (!errors.empty()) {
+                throw JobError(
+                    fmt::format("{}: {}", Escape(m_request.input), Escape(errors.front())));
+            }
             return;
         }
-        const std::string text = fmt::format("{}: promises {} frames and delivers {}",
-                                             Escape(m_request.input), promised, delivered);
+        const std::string reason =
+            errors.empty() ? "" : fmt::format(" ({})", Escape(errors.front()));
+        const std::string text = fmt::format("{}: promises {} frames and delivers {}{}",
+                                             Escape(m_request.input), promised, delivered, reason);
         if (!m_options.allowShort) {
             throw JobError(text + "; it is damaged or was changed while it was read (--allow-short "
                                   "copies what there is)");

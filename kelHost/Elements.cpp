@@ -89,7 +89,7 @@ std::string FindImplementation(ElementFactoryType kind, const std::string& type)
         fmt::format("no plug-in offers an {} for {}; see kelhost inspect", GetLabel(kind), type));
 }
 
-OpenSource::OpenSource(const FileName& file, std::uint32_t blockFrames) {
+OpenSource::OpenSource(const FileName& file, std::uint32_t blockFrames) : m_shownName(file.shown) {
     constexpr auto kKind = ElementFactoryType::AudioSource;
     CheckReadableFile(file);
     const std::string type = TypeForReading(file.path);

@@ -44,6 +44,9 @@ public:
 
     IAudioSource& Element() const { return *m_element; }
 
+    /// The file, as the user knows it.
+    const std::string& ShownName() const { return m_shownName; }
+
     /// Closes the file, where a failure of that is to be known.
     void Release();
 
@@ -63,6 +66,7 @@ public:
     std::int64_t Frames() const;
 
 private:
+    std::string m_shownName;
     std::shared_ptr<IAudioSource> m_element;
     std::shared_ptr<const IInfoContainer> m_description;
     std::shared_ptr<const IAudioInfo> m_info;

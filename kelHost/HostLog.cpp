@@ -31,6 +31,11 @@ Verbosity VerbosityFor(LogLevel level) {
     }
 }
 
+// The innermost context stands last.
+bool EndsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
 } // namespace
 
 Verbosity ParseVerbosity(std::string_view text) {
@@ -54,7 +59,7 @@ void HostLog::Write(LogLevel level, const char* message, const char* context, co
                     const char* time) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (level == LogLevel::Error) {
-        m_errors.emplace_back(message);
+        m_errors.emplace_back(message, context);
     }
     if (m_verbosity == Verbosity::Usual) {
         if (level == LogLevel::Warning) {
@@ -74,7 +79,24 @@ std::size_t HostLog::CountErrors() const {
 
 std::vector<std::string> HostLog::ErrorsSince(std::size_t first) const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return {m_errors.begin() + static_cast<std::ptrdiff_t>(first), m_errors.end()};
+    std::vector<std::string> messages;
+    for (std::size_t i = first; i < m_errors.size(); ++i) {
+        messages.push_back(m_errors[i].first);
+    }
+    return messages;
+}
+
+std::vector<std::string> HostLog::ErrorsSince(std::size_t first, const std::string& context,
+                                              bool within) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> messages;
+    for (std::size_t i = first; i < m_errors.size(); ++i) {
+        const auto& [message, place] = m_errors[i];
+        if (EndsWith(place, context) == within) {
+            messages.push_back(message);
+        }
+    }
+    return messages;
 }
 
 InstalledLog::InstalledLog(std::shared_ptr<HostLog> log) : m_former(GetCurrentLoggerWriter()) {

@@ -44,11 +44,15 @@ public:
     /// The records at level Error from number @p first on.
     std::vector<std::string> ErrorsSince(std::size_t first) const;
 
+    /// Those of them that were logged within a ContextScope of this name, or those that were not.
+    std::vector<std::string> ErrorsSince(std::size_t first, const std::string& context,
+                                         bool within) const;
+
 private:
     mutable std::mutex m_mutex;
     Show m_show;
     Verbosity m_verbosity;
-    std::vector<std::string> m_errors;
+    std::vector<std::pair<std::string, std::string>> m_errors; // messages and contexts
 };
 
 /// Makes a log the current logger writer for as long as it lives.

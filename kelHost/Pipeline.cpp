@@ -108,30 +108,38 @@ void RunOverlapped(const Stages& stages) {
         }
     };
 
-    std::thread reader([&] {
-        runStage(
-            [&] {
-                while (SampleHandle sample = stages.pull()) {
-                    if (!pulled.Push(std::move(sample))) {
-                        return;
-                    }
-                }
-            },
-            nullptr, &pulled);
-    });
+    std::thread reader;
     std::thread converter;
-    if (stages.convert) {
-        converter = std::thread([&] {
+    try {
+        reader = std::thread([&] {
             runStage(
                 [&] {
-                    while (SampleHandle sample = pulled.Pop()) {
-                        if (!converted.Push(stages.convert(std::move(sample)))) {
+                    while (SampleHandle sample = stages.pull()) {
+                        if (!pulled.Push(std::move(sample))) {
                             return;
                         }
                     }
                 },
-                &pulled, &converted);
+                nullptr, &pulled);
         });
+        if (stages.convert) {
+            converter = std::thread([&] {
+                runStage(
+                    [&] {
+                        while (SampleHandle sample = pulled.Pop()) {
+                            if (!converted.Push(stages.convert(std::move(sample)))) {
+                                return;
+                            }
+                        }
+                    },
+                    &pulled, &converted);
+            });
+        }
+    } catch (...) {
+        // The system has no thread to spare; one that was started finds its queue closed.
+        firstError.Keep(std::current_exception());
+        pulled.Close();
+        converted.Close();
     }
     Queue& last = stages.convert ? converted : pulled;
     runStage(
@@ -145,9 +153,10 @@ void RunOverlapped(const Stages& stages) {
             }
         },
         &last, nullptr);
-    reader.join();
-    if (converter.joinable()) {
-        converter.join();
+    for (std::thread* thread : {&reader, &converter}) {
+        if (thread->joinable()) {
+            thread->join();
+        }
     }
     firstError.Throw();
 }

@@ -1,5 +1,8 @@
 #include "RangeReader.h"
 
+#include "Errors.h"
+#include "Text.h"
+
 #include "SampleConverter.h"
 
 #include <IAudioSample.h>
@@ -10,8 +13,12 @@
 #include <MediaTime.h>
 #include <TimeLimits.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdint>
+#include <exception>
+#include <string>
 
 namespace kel::host {
 
@@ -31,13 +38,27 @@ SampleHandle Shorten(const SampleHandle& container, std::int64_t frames, std::ui
         nullptr);
 }
 
+void GoTo(const OpenSource& source, std::int64_t frame) {
+    std::string reason = "it went elsewhere";
+    try {
+        const MediaTime place(EditRate(source.Rate(), 1), frame, nullptr);
+        if (source.Element().GotoTimeOffset(place, "").GetTimeNumber() == frame) {
+            return;
+        }
+    } catch (const std::exception& error) {
+        reason = error.what();
+    }
+    throw JobError(fmt::format("{}: can not be read from frame {} on: {}; pipes and damaged files "
+                               "are only read from their beginning",
+                               Escape(source.ShownName()), frame, Escape(reason)));
+}
+
 } // namespace
 
 RangeReader::RangeReader(const OpenSource& source, const FrameRange& range)
     : m_source(source), m_channels(source.Channels()), m_left(range.count) {
     if (range.first > 0) {
-        source.Element().GotoTimeOffset(MediaTime(EditRate(source.Rate(), 1), range.first, nullptr),
-                                        "");
+        GoTo(source, range.first);
     }
 }
 

@@ -15,6 +15,7 @@ class RangeReader {
 public:
     /// Goes to the beginning of the part.
     /// @param source outlives the reader
+    /// @throws JobError when the source can not go there
     RangeReader(const OpenSource& source, const FrameRange& range);
 
     /// The next sample; empty at the end of the part, or of the file if that is earlier.

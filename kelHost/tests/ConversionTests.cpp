@@ -410,4 +410,171 @@ TEST(ConversionIdentity, IsLittleEndian32BitFloatAlone) {
     }
 }
 
+TEST(ConversionDither, AddsTriangularNoiseToEveryValueOfEveryWidth) {
+    // How far the results are from the exact value, in units of the last place, has the mean 0 and
+    // the variance 1/4 wherever the value lies between two integers: that of the noise and of the
+    // rounding, with nothing left of the signal. The bounds are five times what chance makes of it.
+    struct Row {
+        std::string encoding;
+        float value;
+    };
+    constexpr std::size_t kValues = 200000;
+    const float lastPlace24 = 1.0F / 8388608;
+    for (const Row& row :
+         {Row{"int16", 0.0F}, Row{"int16", 0.25F / 32768}, Row{"int16", 0.5F / 32768},
+          Row{"int16", 1000.3F / 32768}, Row{"int16", -0.75F}, Row{"int24", 0.0F},
+          Row{"int24", 0.375F * lastPlace24}, Row{"int24", 0.9F}, Row{"int24", -0.9F},
+          Row{"int24", 0.9F + lastPlace24}, Row{"int24", 0.75F + 0.5F * lastPlace24},
+          Row{"int32", 0.0F}, Row{"int32", 0.9F}, Row{"int32", -0.1F}}) {
+        SCOPED_TRACE(testing::Message() << row.encoding << " of " << row.value);
+        const Encoding& encoding = EncodingByName(row.encoding);
+        Converter converter(encoding, PCMEndianness::Little, 1, 1);
+        const std::vector<std::int64_t> integers =
+            Integers(Convert(converter, std::vector<float>(kValues, row.value)), encoding.bytes,
+                     PCMEndianness::Little);
+        const double exact = std::ldexp(static_cast<double>(row.value), encoding.bits - 1);
+        double sum = 0;
+        double squares = 0;
+        for (const std::int64_t integer : integers) {
+            const double error = static_cast<double>(integer) - exact;
+            ASSERT_LE(std::abs(error), 1.5);
+            sum += error;
+            squares += error * error;
+        }
+        EXPECT_NEAR(sum / kValues, 0, 5 * std::sqrt(0.25 / kValues));
+        EXPECT_NEAR(squares / kValues, 0.25, 5 * std::sqrt(0.25 / kValues));
+        EXPECT_EQ(converter.Channels()[0].clipped, 0U);
+    }
+}
+
+TEST(ConversionDither, IsTriangularAndTwoUnitsWide) {
+    // A value that lies so far above an integer is rounded up as often as a triangular distribution
+    // says, and never further than the noise reaches.
+    constexpr std::size_t kValues = 200000;
+    for (const double fraction : {0.0, 0.125, 0.25, 0.375, 0.5}) {
+        SCOPED_TRACE(fraction);
+        Converter converter(EncodingByName("int16"), PCMEndianness::Little, 1, 3);
+        const auto value = static_cast<float>((100 + fraction) / 32768);
+        const std::vector<std::int64_t> integers = Integers(
+            Convert(converter, std::vector<float>(kValues, value)), 2, PCMEndianness::Little);
+        const auto share = [&](std::int64_t integer) {
+            return static_cast<double>(std::count(integers.begin(), integers.end(), integer)) /
+                   kValues;
+        };
+        // How often noise is above a distance, up to 1.
+        const auto above = [](double distance) {
+            return distance >= 0 ? (1 - distance) * (1 - distance) / 2
+                                 : 1 - (1 + distance) * (1 + distance) / 2;
+        };
+        const double tolerance = 5 * std::sqrt(0.25 / kValues);
+        const double twice = fraction < 0.5 ? 0 : above(1.0);
+        EXPECT_NEAR(share(101), above(0.5 - fraction) - twice, tolerance);
+        EXPECT_NEAR(share(99), above(0.5 + fraction), tolerance);
+        EXPECT_NEAR(share(100), 1 - above(0.5 - fraction) - above(0.5 + fraction), tolerance);
+        EXPECT_DOUBLE_EQ(share(99) + share(100) + share(101), 1);
+    }
+}
+
+TEST(ConversionDither, IsIndependentFromChannelToChannelAndFromFrameToFrame) {
+    constexpr std::size_t kFrames = 100000;
+    constexpr std::size_t kChannels = 3;
+    Converter converter(EncodingByName("int16"), PCMEndianness::Big, kChannels, 5);
+    const std::vector<std::int64_t> noise = Integers(
+        Convert(converter, std::vector<float>(kFrames * kChannels, 0.0F)), 2, PCMEndianness::Big);
+    // The values at some distance, a channel or a frame away; 1/4 is the variance of each.
+    for (const std::size_t distance : {1U, 2U, 3U, 6U, 4U}) {
+        double product = 0;
+        std::size_t count = 0;
+        for (std::size_t i = 0; i + distance < noise.size(); i += kChannels, ++count) {
+            product += static_cast<double>(noise[i] * noise[i + distance]);
+        }
+        EXPECT_NEAR(product / static_cast<double>(count) / 0.25, 0,
+                    5 / std::sqrt(static_cast<double>(count)))
+            << distance;
+    }
+}
+
+TEST(ConversionDither, DependsOnTheSeedAndNotOnTheCalls) {
+    const std::vector<float> values(5000, 0.1F);
+    Converter whole(EncodingByName("int24"), PCMEndianness::Little, 2, 9);
+    const Bytes expected = Convert(whole, values);
+
+    Converter pieces(EncodingByName("int24"), PCMEndianness::Little, 2, 9);
+    Bytes joined;
+    for (std::size_t start = 0, count = 2; start < values.size(); start += count, count += 2) {
+        const std::size_t end = std::min(start + count, values.size());
+        const Bytes piece = Convert(pieces, std::vector<float>(end - start, 0.1F));
+        joined.insert(joined.end(), piece.begin(), piece.end());
+    }
+    EXPECT_TRUE(joined == expected);
+
+    Converter other(EncodingByName("int24"), PCMEndianness::Little, 2, 10);
+    EXPECT_FALSE(Convert(other, values) == expected);
+}
+
+TEST(ConversionDither, ClipsAndCountsWhatTheNoiseLiftsBeyondFullScale) {
+    for (const Bounds& bounds : AllBounds()) {
+        SCOPED_TRACE(bounds.encoding);
+        const Encoding& encoding = EncodingByName(bounds.encoding);
+        Converter converter(encoding, PCMEndianness::Little, 2, 2);
+        std::vector<float> values;
+        constexpr std::size_t kFrames = 1000;
+        for (std::size_t i = 0; i < kFrames; ++i) {
+            values.insert(values.end(), {1.0F, i % 2 == 0 ? kNaN : -2.0F});
+        }
+        const std::vector<std::int64_t> integers =
+            Integers(Convert(converter, values), encoding.bytes, PCMEndianness::Little);
+        std::size_t atCeiling = 0;
+        for (std::size_t i = 0; i < integers.size(); i += 2) {
+            ASSERT_GE(integers[i], bounds.ceiling - 1);
+            ASSERT_LE(integers[i], bounds.ceiling);
+            atCeiling += integers[i] == bounds.ceiling ? 1U : 0U;
+            ASSERT_EQ(integers[i + 1], i % 4 == 0 ? 0 : bounds.smallest);
+        }
+        const auto& channels = converter.Channels();
+        EXPECT_GT(channels[0].clipped, 0U);
+        EXPECT_LE(channels[0].clipped, atCeiling);
+        EXPECT_EQ(channels[0].nonFinite, 0U);
+        EXPECT_NEAR(channels[0].loudest, 1, std::ldexp(1.0, 1 - encoding.bits));
+        EXPECT_EQ(channels[1].clipped, kFrames / 2);
+        EXPECT_NEAR(channels[1].loudest, 2, std::ldexp(1.0, 1 - encoding.bits));
+        EXPECT_EQ(channels[1].nonFinite, kFrames / 2);
+    }
+}
+
+TEST(ConversionDither, LeavesFloatsAlone) {
+    const std::vector<std::uint32_t> bits = InterestingFloatBits();
+    Converter converter(EncodingByName("float32"), PCMEndianness::Little, 1, 1);
+    EXPECT_TRUE(converter.IsIdentity());
+    EXPECT_EQ(Convert(converter, FloatsOf(bits)), BytesOf(bits, PCMEndianness::Little));
+}
+
+TEST(ConversionReadBack, GivesWhatASourceReads) {
+    for (const Encoding& encoding : Encodings()) {
+        for (const PCMEndianness byteOrder : {PCMEndianness::Little, PCMEndianness::Big}) {
+            SCOPED_TRACE(std::string(encoding.name));
+            std::vector<float> values;
+            for (int value = -32768; value <= 32767; value += 7) {
+                values.push_back(static_cast<float>(value) / 32768);
+            }
+            Converter converter(encoding, byteOrder, 1);
+            const Bytes bytes = Convert(converter, values);
+            std::vector<float> back(values.size());
+            converter.ReadBack(bytes.data(), back.size(), back.data());
+            EXPECT_TRUE(back == values);
+        }
+    }
+    // 64 bits are rounded to 32 again, which loses nothing that came from 32; a NaN is quiet then.
+    const std::vector<std::uint32_t> bits = InterestingFloatBits();
+    Converter wide(EncodingByName("float64"), PCMEndianness::Little, 1);
+    const Bytes bytes = Convert(wide, FloatsOf(bits));
+    std::vector<float> back(bits.size());
+    wide.ReadBack(bytes.data(), back.size(), back.data());
+    std::vector<std::uint32_t> expected = bits;
+    for (std::uint32_t& entry : expected) {
+        entry |= std::isnan(FloatOf(entry)) ? 0x00400000U : 0U;
+    }
+    EXPECT_EQ(BytesOf(back, PCMEndianness::Little), BytesOf(expected, PCMEndianness::Little));
+}
+
 } // namespace kel::host

@@ -45,9 +45,9 @@ std::vector<Fault> Faults() {
         {"sink runs out of memory while writing", "OUTPUT: std::bad_alloc"},
         {"sink throws while closing", "OUTPUT: [fault sink throws while closing]"},
         {"sink logs an error while closing", "OUTPUT: fault sink logs an error while closing"},
-        {"source logs an error while opening", "OUTPUT: fault source logs an error while opening"},
+        {"source logs an error while opening", "in.wav: fault source logs an error while opening"},
         {"source throws while reading", "in.wav: [fault source throws while reading]"},
-        {"source logs an error while reading", "OUTPUT: fault source logs an error while reading"},
+        {"source logs an error while reading", "in.wav: fault source logs an error while reading"},
         {"source delivers fewer frames",
          "in.wav: promises 40000 frames and delivers 39999; it is damaged or was changed "
          "while it was read (--allow-short copies what there is)"},

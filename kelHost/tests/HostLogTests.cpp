@@ -84,6 +84,22 @@ TEST(HostLog, KeepsTheRecordsAtLevelErrorAsTheyAre) {
     EXPECT_EQ(log.ErrorsSince(2), std::vector<std::string>{});
 }
 
+TEST(HostLog, TellsErrorsOfOneContextFromAllOthers) {
+    std::ostringstream stream;
+    HostLog log = MakeLog(stream, false);
+    WriteTo(log, LogLevel::Error, "before", "reading a");
+    WriteTo(log, LogLevel::Error, "alone", "reading a");
+    WriteTo(log, LogLevel::Error, "inner", "copy a / reading a");
+    WriteTo(log, LogLevel::Error, "nowhere", "");
+    WriteTo(log, LogLevel::Error, "outer", "reading a / copy a");
+    WriteTo(log, LogLevel::Error, "other", "reading b");
+    WriteTo(log, LogLevel::Warning, "no error", "reading a");
+    using Messages = std::vector<std::string>;
+    EXPECT_EQ(log.ErrorsSince(1, "reading a", true), (Messages{"alone", "inner"}));
+    EXPECT_EQ(log.ErrorsSince(1, "reading a", false), (Messages{"nowhere", "outer", "other"}));
+    EXPECT_EQ(log.ErrorsSince(6, "reading a", true), Messages{});
+}
+
 TEST(InstalledHostLog, IsTheCurrentWriterForAsLongAsItLives) {
     const test::LogCapture outer;
     std::ostringstream stream;

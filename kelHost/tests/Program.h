@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <regex>
@@ -66,6 +67,15 @@ inline std::string Content(const std::string& path) {
 inline std::string WithoutRandomNames(const std::string& text) {
     static const std::regex name("\\.kelhost-[0-9]+-[A-Za-z0-9]{6}\\.part");
     return std::regex_replace(text, name, ".kelhost-XXXXXX.part");
+}
+
+/// Has a command run with the library in front that disturbs system calls, see systemFaults.cpp.
+inline void DisturbSystem(Command& command) {
+    const char* sanitizerOptions = std::getenv("ASAN_OPTIONS");
+    command.environment["LD_PRELOAD"] = KEL_TEST_PLUGIN_FOLDER "/libsystemFaults.so";
+    command.environment["ASAN_OPTIONS"] =
+        std::string(sanitizerOptions != nullptr ? sanitizerOptions : "") +
+        ":verify_asan_link_order=0";
 }
 
 /// Expects an exit status and exact texts; random parts of temporary names read as XXXXXX.

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <sys/resource.h>
@@ -22,13 +21,6 @@ constexpr std::size_t kFrames = 40001; // three samples of at most 16384 frames
 
 const Names kOutputs{"out.wav", "out.rf64", "out.aiff"};
 
-// The bytes of a file without the time of writing, which a PEAK chunk holds behind its name, size
-// and version.
-std::string WithoutTime(std::string bytes) {
-    const std::size_t peak = bytes.find("PEAK");
-    return peak == std::string::npos ? bytes : bytes.replace(peak + 12, 4, 4, '\0');
-}
-
 // A copy in whose way a system call fails, the number-th one on the unfinished output.
 class FaultyCopy {
 public:
@@ -38,11 +30,7 @@ public:
         WriteTake(m_folder / "in.wav", kFrames);
         m_command = Kelhost(m_folder, {"copy", "in.wav", output});
         m_command.arguments.insert(m_command.arguments.end(), options.begin(), options.end());
-        const char* sanitizerOptions = std::getenv("ASAN_OPTIONS");
-        m_command.environment["LD_PRELOAD"] = KEL_TEST_PLUGIN_FOLDER "/libsystemFaults.so";
-        m_command.environment["ASAN_OPTIONS"] =
-            std::string(sanitizerOptions != nullptr ? sanitizerOptions : "") +
-            ":verify_asan_link_order=0";
+        DisturbSystem(m_command);
         m_command.environment["KEL_TEST_FAULTY_CALL"] = call;
         m_command.environment["KEL_TEST_FAULTY_NUMBER"] = std::to_string(number);
         m_command.environment["KEL_TEST_FAULT_MARKER"] = m_marker / "marker";
@@ -185,6 +173,22 @@ TEST_P(SystemFault, AtALimitOfTheFileSizeLeavesNothing) {
         EXPECT_EQ(result.err.rfind("kelhost: " + GetParam() + ": ", 0), 0U) << result.err;
         EXPECT_EQ(SortedNames(folder), Names{"in.wav"});
     }
+}
+
+TEST_P(SystemFault, InStartingAThreadLeavesNothing) {
+    // Untouched samples take one thread more, converted ones two.
+    const int threads = GetParam() == "out.aiff" ? 2 : 1;
+    for (int number = 1; number <= threads; ++number) {
+        SCOPED_TRACE(number);
+        const FaultyCopy copy(GetParam(), "thread", number);
+        ExpectResult(copy.Run(), 1, "",
+                     "kelhost: " + GetParam() + ": Resource temporarily unavailable\n");
+        EXPECT_TRUE(copy.HasFailed());
+        EXPECT_EQ(SortedNames(copy.Folder()), Names{"in.wav"});
+    }
+    const FaultyCopy copy(GetParam(), "thread", threads + 1);
+    copy.ExpectWhole(copy.Run());
+    EXPECT_FALSE(copy.HasFailed());
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, SystemFault, testing::ValuesIn(kOutputs), FormatName);

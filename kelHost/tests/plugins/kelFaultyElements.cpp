@@ -131,8 +131,9 @@ public:
         return m_manifest;
     }
 
-    MediaTime GotoTimeOffset(const MediaTime& /*time*/, std::string /*track*/) override {
-        KEL_FAIL("not used");
+    MediaTime GotoTimeOffset(const MediaTime& time, std::string /*track*/) override {
+        m_position = time.GetTimeNumber() - (HasFault("source goes elsewhere") ? 1 : 0);
+        return {time.GetEditRate(), m_position, nullptr};
     }
 
     bool IsMediaOpen() const override { return m_info != nullptr; }
