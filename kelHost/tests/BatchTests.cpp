@@ -33,7 +33,7 @@ std::string Line(const std::string& input, const std::string& output,
 
 std::string TooSlow(const std::string& name) {
     return "kelhost: " + name +
-           ": could not be opened within 0.2 s; it is damaged, or nobody writes into it "
+           ": could not be opened within 0.5 s; it is damaged, or nobody writes into it "
            "(--open-timeout SECONDS allows more)\n";
 }
 
@@ -64,6 +64,7 @@ ProcessResult RunOnTexts(const TemporaryFolder& folder, std::vector<std::string>
 }
 
 const std::vector<std::string> kNumbersOfJobs{"1", "2", "4", "256"};
+const std::vector<std::string> kOneAndFourJobs{"1", "4"}; // where it takes a while
 
 } // namespace
 
@@ -276,7 +277,7 @@ TEST(Batch, GivesOneDocumentAndALineForEachError) {
 }
 
 TEST(Batch, GoesOnBehindFilesThatHangWhileTheyAreOpened) {
-    for (const std::string& jobs : kNumbersOfJobs) {
+    for (const std::string& jobs : kOneAndFourJobs) {
         SCOPED_TRACE(jobs);
         const Orphans orphans;
         const TemporaryFolder folder;
@@ -288,7 +289,7 @@ TEST(Batch, GoesOnBehindFilesThatHangWhileTheyAreOpened) {
         WriteTake(folder / "f.wav");
         ExpectResult(
             RunKelhost(folder, {"copy", "a.wav", "b.wav", "c.wav", "d.wav", "e.wav", "f.wav",
-                                "--output-dir", "out", "--open-timeout", "0.2", "--jobs", jobs}),
+                                "--output-dir", "out", "--open-timeout", "0.5", "--jobs", jobs}),
             1,
             Line("a.wav", "out/a.wav") + Line("d.wav", "out/d.wav") + Line("f.wav", "out/f.wav") +
                 "6 files: 3 copied, 3 failed\n",
@@ -352,9 +353,9 @@ TEST(BatchOfOne, EndsInAnErrorWhenOpeningHangs) {
     WriteEndlessList(folder / "a.wav");
     ASSERT_EQ(mkfifo((folder / "b.wav").c_str(), 0600), 0);
     for (const char* name : {"a.wav", "b.wav"}) {
-        ExpectResult(RunKelhost(folder, {"copy", name, "out.wav", "--open-timeout", "0.2"}), 1, "",
+        ExpectResult(RunKelhost(folder, {"copy", name, "out.wav", "--open-timeout", "0.5"}), 1, "",
                      TooSlow(name));
-        ExpectResult(RunKelhost(folder, {"info", name, "--open-timeout", "0.2"}), 1, "",
+        ExpectResult(RunKelhost(folder, {"info", name, "--open-timeout", "0.5"}), 1, "",
                      TooSlow(name));
     }
     EXPECT_EQ(SortedNames(folder), (Names{"a.wav", "b.wav"}));
@@ -382,7 +383,7 @@ TEST(BatchOfOne, EndsInAnErrorWhenTheWorkerCrashes) {
 }
 
 TEST(BatchOfInfos, GoesOnBehindFilesThatHangOrCrash) {
-    for (const std::string& jobs : kNumbersOfJobs) {
+    for (const std::string& jobs : kOneAndFourJobs) {
         SCOPED_TRACE(jobs);
         const Orphans orphans;
         const TemporaryFolder folder;
@@ -391,7 +392,7 @@ TEST(BatchOfInfos, GoesOnBehindFilesThatHangOrCrash) {
         ASSERT_EQ(mkfifo((folder / "c.wav").c_str(), 0600), 0);
         WriteFile(folder / "d.wav", "48000 1 48000\n");
         ExpectResult(RunOnTexts(folder, {"info", "a.wav", "b.wav", "c.wav", "d.wav",
-                                         "--open-timeout", "0.2", "--jobs", jobs}),
+                                         "--open-timeout", "0.5", "--jobs", jobs}),
                      1,
                      "File   Channels      Rate  Frames     Duration  Delivered as\n"
                      "a.wav         2  48000 Hz    1000  0:00:00.021  32-bit float little-endian\n"

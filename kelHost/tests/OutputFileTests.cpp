@@ -352,6 +352,10 @@ TEST(OutputFileShortage, IsAFullDiskWhenWhatIsMissingDoesNotFit) {
     constexpr std::uint64_t kBeyondEveryDisk = std::uint64_t{1} << 62U;
     EXPECT_EQ(output.ReasonForShortage(kBeyondEveryDisk), "; its disk is full");
     EXPECT_EQ(output.ReasonForShortage(0), "");
+    // What is written already needs no more room.
+    constexpr std::uint64_t kMuch = std::uint64_t{1} << 40U;
+    fs::resize_file(output.TemporaryPath(), kMuch - 1);
+    EXPECT_EQ(output.ReasonForShortage(kMuch), "");
 }
 
 TEST(OutputFileRoom, IsAskedForBeforeAnythingIsWritten) {

@@ -128,7 +128,8 @@ public:
         m_process.emplace(command);
         WaitFor(
             [this] {
-                return Unfinished().size() == 2 && Content(m_folder / "out/a.wav") == kWhole;
+                // In this order: the first is unfinished for a moment, too.
+                return Content(m_folder / "out/a.wav") == kWhole && Unfinished().size() == 2;
             },
             *m_process);
     }

@@ -299,6 +299,17 @@ TEST(SystemFaultText, SaysSoWhenTheFileCanNotBeCreated) {
                  "large.\"]; files may have 0 bytes at most here (ulimit -f)\n");
 }
 
+TEST(SystemFaultText, SaysSoWhenTheHeaderCanNotBeReadBack) {
+    for (const std::string& output : kOutputs) {
+        for (const bool lasts : {false, true}) {
+            const FaultyRun copy(output, {"read", 1, lasts});
+            ExpectResult(copy.Run(), 1, "",
+                         "kelhost: " + output + ": can not be read back: Input/output error\n");
+            EXPECT_EQ(SortedNames(copy.Folder()), Names{"in.wav"});
+        }
+    }
+}
+
 TEST(SystemFaultInDemonstration, LeavesNothing) {
     const TemporaryFolder folder;
     Command command = Kelhost(folder, {"demo", "d"});

@@ -12,9 +12,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
-#include <iterator>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -26,7 +24,6 @@
 
 namespace kel::host {
 
-namespace fs = std::filesystem;
 using nlohmann::json;
 using test::Orphans;
 using test::TemporaryFolder;
@@ -218,10 +215,10 @@ TEST_F(Workers, MayTakeAnyTimeForWhatIsNotOpening) {
     const std::vector<Job> jobs{MakeJob("a", [](Reporter& reporter) {
         reporter.Opening("a");
         reporter.Opened();
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
         return json(1);
     })};
-    EXPECT_EQ(OutcomesOf(jobs, 1, std::chrono::milliseconds(200)),
+    EXPECT_EQ(OutcomesOf(jobs, 1, std::chrono::milliseconds(500)),
               std::vector<std::string>{"result 1"});
 }
 
@@ -233,10 +230,10 @@ TEST_F(Workers, AreForgivenAnOpeningThatFails) {
                                             throw JobError("no");
                                         }),
                                 MakeJob("b", [](Reporter&) {
-                                    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+                                    std::this_thread::sleep_for(std::chrono::milliseconds(700));
                                     return json(1);
                                 })};
-    EXPECT_EQ(OutcomesOf(jobs, 1, std::chrono::milliseconds(200)),
+    EXPECT_EQ(OutcomesOf(jobs, 1, std::chrono::milliseconds(500)),
               (std::vector<std::string>{"no", "result 1"}));
 }
 
@@ -327,29 +324,37 @@ TEST_F(Workers, LeaveTheSignalMaskOfTheirHostAsItWas) {
 }
 
 TEST_F(Workers, AreAsManyAsTheSystemHasRoomFor) {
-    // Descriptors for the first worker, and not for the second.
     rlimit former{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &former), 0);
-    const auto open = std::distance(fs::directory_iterator("/proc/self/fd"), {});
-    std::vector<Job> jobs(5, MakeJob("a", [](Reporter&) { return json(1); }));
-    for (rlim_t more = 0; more < 12; ++more) {
-        SCOPED_TRACE(more);
-        const rlimit few{static_cast<rlim_t>(open) + more, former.rlim_max};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-        Recorder recorder(jobs.size());
+    const std::vector<Job> jobs(5, MakeJob("a", [](Reporter&) { return json(1); }));
+    // Runs the jobs where no more than so many descriptors may be open; returns the error.
+    const auto run = [&](rlim_t most, unsigned workers, Recorder& recorder) -> std::string {
+        const rlimit few{most, former.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
         std::string error;
         try {
-            RunJobs(jobs, {3, kLong}, recorder);
+            RunJobs(jobs, {workers, kLong}, recorder);
         } catch (const JobError& failure) {
             error = failure.what();
         }
         setrlimit(RLIMIT_NOFILE, &former);
-        if (error.empty()) {
-            EXPECT_EQ(recorder.Outcomes(), std::vector<std::string>(jobs.size(), "result 1"));
-        } else {
-            EXPECT_EQ(error, "can not start a worker: Too many open files");
-            EXPECT_EQ(recorder.finished, 0U) << "one worker would have done";
+        return error;
+    };
+    rlim_t enough = 3; // for one worker
+    for (std::string error = "none"; !error.empty(); ++enough) {
+        Recorder recorder(jobs.size());
+        error = run(enough, 1, recorder);
+        if (!error.empty()) {
+            ASSERT_EQ(error, "can not start a worker: Too many open files");
+            ASSERT_EQ(recorder.finished, 0U);
         }
+    }
+    EXPECT_GT(enough, 4U) << "there was never too little";
+    for (rlim_t more = 0; more < 6; ++more) {
+        SCOPED_TRACE(more);
+        Recorder recorder(jobs.size());
+        EXPECT_EQ(run(enough - 1 + more, 3, recorder), "");
+        EXPECT_EQ(recorder.Outcomes(), std::vector<std::string>(jobs.size(), "result 1"));
     }
 }
 
