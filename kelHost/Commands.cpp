@@ -90,6 +90,9 @@ std::vector<CopyRequest> MakeRequests(const CopyCommand& command) {
         }
         return {{command.files[0], command.files[1], command.options}};
     }
+    if (command.outputFolder->empty()) {
+        throw UsageError("--output-dir needs the name of a folder, and is empty");
+    }
     std::vector<CopyRequest> requests;
     std::map<std::string, std::string> inputs; // by the output's name
     for (const std::string& input : command.files) {

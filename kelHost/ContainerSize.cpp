@@ -6,14 +6,16 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <fcntl.h>
 #include <filesystem>
-#include <fstream>
-#include <ios>
 #include <limits>
 #include <string>
 #include <system_error>
+#include <unistd.h>
 
 namespace kel::host {
 
@@ -24,8 +26,15 @@ constexpr std::uint64_t kChunkHeader = 8; // a name and a size, each of four byt
 // The numbers at places of a file. What lies beyond its end reads as 0.
 class FileNumbers {
 public:
-    FileNumbers(const std::string& path, bool bigEndian)
-        : m_stream(path, std::ios::binary), m_bigEndian(bigEndian) {}
+    explicit FileNumbers(const FileName& file)
+        : m_file(file), m_descriptor(open(file.path.c_str(), O_RDONLY | O_CLOEXEC)) {
+        if (m_descriptor < 0) {
+            Fail();
+        }
+    }
+    ~FileNumbers() { close(m_descriptor); }
+    FileNumbers(const FileNumbers&) = delete;
+    FileNumbers& operator=(const FileNumbers&) = delete;
 
     void SetBigEndian(bool bigEndian) { m_bigEndian = bigEndian; }
 
@@ -49,13 +58,19 @@ public:
 
 private:
     void Read(std::uint64_t place, char* bytes, std::size_t count) {
-        m_stream.clear();
-        m_stream.seekg(static_cast<std::streamoff>(place));
-        m_stream.read(bytes, static_cast<std::streamsize>(count));
+        if (pread(m_descriptor, bytes, count, static_cast<off_t>(place)) < 0) {
+            Fail();
+        }
     }
 
-    std::ifstream m_stream;
-    bool m_bigEndian;
+    [[noreturn]] void Fail() const {
+        throw JobError(fmt::format("{}: can not be read back: {}", Escape(m_file.shown),
+                                   std::strerror(errno)));
+    }
+
+    const FileName& m_file;
+    int m_descriptor;
+    bool m_bigEndian = false;
 };
 
 // The sizes that are looked for.
@@ -94,9 +109,9 @@ bool IsChunkRight(FileNumbers& numbers, const std::string& name, std::uint64_t p
     return true;
 }
 
-bool AreSizesRight(const std::string& path, const Sizes& sizes) {
+bool AreSizesRight(const FileName& file, const Sizes& sizes) {
     constexpr std::uint64_t kFirstChunk = 12; // behind the kind of the form
-    FileNumbers numbers(path, false);
+    FileNumbers numbers(file);
     const std::string form = numbers.Name(0);
     if (form != "RIFF" && form != "RF64" && form != "FORM") {
         return true;
@@ -134,7 +149,7 @@ bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels) {
 void CheckContainerSize(const FileName& file, std::uint64_t sampleBytes, std::uint64_t frames) {
     std::error_code error;
     const std::uint64_t length = std::filesystem::file_size(file.path, error);
-    if (!error && !AreSizesRight(file.path, {length, sampleBytes, frames})) {
+    if (!error && !AreSizesRight(file, {length, sampleBytes, frames})) {
         throw JobError(fmt::format("{}: the header of the file that was written is wrong; is the "
                                    "disk full?",
                                    Escape(file.shown)));

@@ -24,7 +24,7 @@ bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels);
 /// @param file the file; one of another kind is not looked at
 /// @param sampleBytes how many bytes of samples are in it
 /// @param frames how many frames these are
-/// @throws JobError when a size is wrong
+/// @throws JobError when a size is wrong, or the file can not be read
 void CheckContainerSize(const FileName& file, std::uint64_t sampleBytes, std::uint64_t frames);
 
 } // namespace kel::host

@@ -79,21 +79,15 @@ public:
         ChooseSize();
 
         OutputFile output(m_request.output, m_options.replace);
-        output.CheckRoomFor(LargestFileSize(m_bytes, m_channels));
+        const std::uint64_t size = LargestFileSize(m_bytes, m_channels);
+        output.CheckRoomFor(size);
         const FileName written(output.TemporaryPath(), m_request.output);
-        const std::int64_t frames = Transfer(source, range, converter, written);
-        CheckWriting();
-        CheckLength(range.count, frames);
-        CheckClipping(converter.Channels());
-        source.Release();
-        CheckContainerSize(written,
-                           static_cast<std::uint64_t>(frames) * m_channels * m_encoding->bytes,
-                           static_cast<std::uint64_t>(frames));
-        CheckReopens(written, frames, m_channels, source.Rate());
-        if (m_options.verify) {
-            Verify(written, frames);
+        std::int64_t frames = 0;
+        try {
+            frames = Write(source, range, converter, written);
+        } catch (const JobError& error) {
+            throw JobError(error.what() + output.ReasonForShortage(size));
         }
-        CheckWriting();
         output.Commit();
 
         CopyResult result;
@@ -151,6 +145,25 @@ private:
         m_container = &ContainerByName("bwave");
         Warn(fmt::format("{}: is written as {}, as its {} bytes of samples do not fit into WAVE",
                          Escape(m_request.output), m_container->title, m_bytes));
+    }
+
+    // Writes the file and makes sure that it is whole; returns its frames.
+    std::int64_t Write(OpenSource& source, const FrameRange& range, SampleConverter& converter,
+                       const FileName& written) {
+        const std::int64_t frames = Transfer(source, range, converter, written);
+        CheckWriting();
+        CheckLength(range.count, frames);
+        CheckClipping(converter.Channels());
+        source.Release();
+        CheckContainerSize(written,
+                           static_cast<std::uint64_t>(frames) * m_channels * m_encoding->bytes,
+                           static_cast<std::uint64_t>(frames));
+        CheckReopens(written, frames, m_channels, source.Rate());
+        if (m_options.verify) {
+            Verify(written, frames);
+        }
+        CheckWriting();
+        return frames;
     }
 
     std::int64_t Transfer(const OpenSource& source, const FrameRange& range,

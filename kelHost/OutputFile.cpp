@@ -12,8 +12,10 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/types.h>
@@ -64,6 +66,13 @@ mode_t ModeFor(const std::string& path) {
     return 0666U & ~CurrentUmask();
 }
 
+// How many bytes fit into a folder. Where that is not known, a full disk is told when it happens.
+std::uint64_t RoomIn(const std::string& folder) {
+    struct statvfs status {};
+    return statvfs(folder.c_str(), &status) == 0 ? std::uint64_t{status.f_bavail} * status.f_frsize
+                                                 : std::numeric_limits<std::uint64_t>::max();
+}
+
 // Waits until the file, or a folder's list of names, is on disk.
 bool Flush(const std::string& path) {
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -105,13 +114,18 @@ std::string FolderOf(const std::string& path) {
 
 OutputFile::OutputFile(std::string path, bool replace)
     : m_path(std::move(path)), m_replace(replace) {
+    if (m_path.size() > kLongestPath) {
+        throw JobError(fmt::format("{}: the path is longer than {} bytes; change to its folder or "
+                                   "use a shorter name",
+                                   Escape(m_path), kLongestPath));
+    }
     CheckWritableName(m_path, m_replace);
     const std::string suffix = ".part" + fs::path(m_path).extension().string();
     std::string pattern =
         (fs::path(m_path).parent_path() / (TemporaryPrefix(getpid()) + "XXXXXX" + suffix)).string();
-    if (m_path.size() > kLongestPath || pattern.size() > kLongestPath) {
-        throw JobError(fmt::format("{}: the path is longer than {} bytes; change to its folder or "
-                                   "use a shorter name",
+    if (pattern.size() > kLongestPath) {
+        throw JobError(fmt::format("{}: is written under a temporary name first, whose path would "
+                                   "be longer than {} bytes; change to its folder",
                                    Escape(m_path), kLongestPath));
     }
     const int descriptor = mkostemps(pattern.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
@@ -129,16 +143,26 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::CheckRoomFor(std::uint64_t bytes) const {
-    struct statvfs status {};
-    if (statvfs(FolderOf(m_path).c_str(), &status) != 0) {
-        return; // not known; a full disk is told when it happens
-    }
-    const std::uint64_t room = std::uint64_t{status.f_bavail} * status.f_frsize;
+    const std::uint64_t room = RoomIn(FolderOf(m_path));
     if (bytes > room) {
         throw JobError(fmt::format("{}: needs {} bytes, and its disk has {} left; nothing was "
                                    "written",
                                    Escape(m_path), bytes, room));
     }
+}
+
+std::string OutputFile::ReasonForShortage(std::uint64_t bytes) const {
+    struct stat status {};
+    const bool isThere = stat(m_temporaryPath.c_str(), &status) == 0;
+    const std::uint64_t written = isThere ? static_cast<std::uint64_t>(status.st_size) : 0;
+    if (written < bytes && bytes - written > RoomIn(FolderOf(m_path))) {
+        return "; its disk is full";
+    }
+    rlimit limit{};
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && written >= limit.rlim_cur) {
+        return fmt::format("; files may have {} bytes at most here (ulimit -f)", limit.rlim_cur);
+    }
+    return "";
 }
 
 void OutputFile::Commit() {

@@ -35,6 +35,10 @@ public:
     /// @throws JobError when they do not, with both numbers
     void CheckRoomFor(std::uint64_t bytes) const;
 
+    /// What keeps the file from growing to so many bytes, in words that follow an error: a full
+    /// disk or a limit of the size of files. Empty when nothing is known to.
+    std::string ReasonForShortage(std::uint64_t bytes) const;
+
     /// Flushes the file to disk and gives it its name.
     /// @throws JobError when that fails; nothing is left then
     void Commit();

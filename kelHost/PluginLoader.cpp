@@ -10,10 +10,16 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
+#include <elf.h>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <ios>
+#include <link.h>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -37,6 +43,51 @@ std::string LoaderError() {
     return Escape(error != nullptr ? error : "the loader gave no reason");
 }
 
+// What the loader does not tell of a library: it ends the process over one that was cut off, and
+// calls one for another processor missing. Empty where it has words of its own.
+std::string HiddenDamage(const fs::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    ElfW(Ehdr) header{};
+    stream.read(reinterpret_cast<char*>(&header), sizeof header);
+    constexpr unsigned char kClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
+    if (!stream || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
+        header.e_ident[EI_CLASS] != kClass) {
+        return "";
+    }
+    // This very program is one for the right processor.
+    ElfW(Ehdr) own{};
+    std::ifstream("/proc/self/exe", std::ios::binary)
+        .read(reinterpret_cast<char*>(&own), sizeof own);
+    if (header.e_machine != own.e_machine) {
+        return "it is for another processor";
+    }
+    stream.seekg(0, std::ios::end);
+    const auto size = static_cast<std::uint64_t>(stream.tellg());
+    for (unsigned i = 0; i < header.e_phnum; ++i) {
+        ElfW(Phdr) segment{};
+        stream.seekg(static_cast<std::streamoff>(header.e_phoff + i * sizeof segment));
+        if (!stream.read(reinterpret_cast<char*>(&segment), sizeof segment)) {
+            return "";
+        }
+        const std::uint64_t end = segment.p_offset + segment.p_filesz;
+        if (segment.p_type == PT_LOAD && end > size) {
+            return fmt::format("it was cut off after {} bytes", size);
+        }
+    }
+    return "";
+}
+
+// Opens a library. A name without a slash would be looked for in the system's folders.
+void* OpenLibrary(const std::string& path) {
+    const std::string damage = HiddenDamage(path);
+    void* library = damage.empty() ? dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
+    if (library == nullptr) {
+        throw JobError(fmt::format("the plug-in {} can not be loaded: {}", Escape(path),
+                                   damage.empty() ? LoaderError() : damage));
+    }
+    return library;
+}
+
 fs::path FolderBesideProgram() {
     return (fs::read_symlink("/proc/self/exe").parent_path() / KEL_HOST_PLUGIN_FOLDER)
         .lexically_normal();
@@ -54,6 +105,11 @@ std::vector<fs::path> SearchFolders() {
         if (!folder.empty()) {
             folders.emplace_back(folder);
         }
+    }
+    if (folders.empty()) {
+        throw JobError(fmt::format("KEL_PLUGIN_PATH is \"{}\" and names no folder; name those of "
+                                   "the plug-ins, or unset it",
+                                   Escape(variable)));
     }
     return folders;
 }
@@ -78,13 +134,7 @@ std::vector<fs::path> PluginsIn(const fs::path& folder) {
 } // namespace
 
 LoadedPlugin::LoadedPlugin(const fs::path& file)
-    // A name without a slash would be looked for in the system's library folders.
-    : m_path(fs::absolute(file).string()),
-      m_library(dlopen(m_path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
-    if (m_library == nullptr) {
-        throw JobError(
-            fmt::format("the plug-in {} can not be loaded: {}", Escape(m_path), LoaderError()));
-    }
+    : m_path(fs::absolute(file).string()), m_library(OpenLibrary(m_path)) {
     const auto entryPoint = reinterpret_cast<EntryPoint>(dlsym(m_library, kEntryPoint));
     std::string failure;
     if (entryPoint == nullptr) {
@@ -118,6 +168,9 @@ std::vector<LoadedPlugin> LoadPlugins(const std::optional<std::string>& file,
                                       std::ostream& warnings) {
     std::vector<LoadedPlugin> plugins;
     if (file.has_value()) {
+        if (file->empty()) {
+            throw UsageError("--plugin needs the name of a file, and is empty");
+        }
         plugins.emplace_back(*file);
         return plugins;
     }

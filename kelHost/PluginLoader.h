@@ -36,7 +36,7 @@ private:
 /// that can not be loaded is warned of and left out.
 /// @param file what --plugin names, if anything
 /// @param warnings where plug-ins that were left out are named
-/// @throws JobError when there is none, with where was looked
+/// @throws JobError when there is none, with where was looked; UsageError when @p file is empty
 std::vector<LoadedPlugin> LoadPlugins(const std::optional<std::string>& file,
                                       std::ostream& warnings);
 

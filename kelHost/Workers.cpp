@@ -129,6 +129,10 @@ json RunOne(const Job& job, Reporter& reporter) {
     _exit(kSuccess);
 }
 
+[[noreturn]] void FailToStart(int error) {
+    throw JobError(fmt::format("can not start a worker: {}", std::strerror(error)));
+}
+
 struct Pipe {
     Descriptor in;  // to read from
     Descriptor out; // to write to
@@ -137,7 +141,7 @@ struct Pipe {
 Pipe MakePipe() {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        throw JobError(fmt::format("can not start a worker: {}", std::strerror(errno)));
+        FailToStart(errno);
     }
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
@@ -167,6 +171,11 @@ public:
         }
         sigprocmask(SIG_BLOCK, &signals, &m_former);
         m_descriptor = Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+        if (Number() < 0) {
+            const int error = errno;
+            sigprocmask(SIG_SETMASK, &m_former, nullptr);
+            FailToStart(error);
+        }
     }
     ~SignalReader() { sigprocmask(SIG_SETMASK, &m_former, nullptr); }
     SignalReader(const SignalReader&) = delete;
@@ -205,9 +214,7 @@ public:
     void Run() {
         const std::size_t wanted = std::min<std::size_t>(m_options.workers, m_jobs.size());
         while (m_finished < m_jobs.size()) {
-            while (m_workers.size() < wanted && m_next < m_jobs.size()) {
-                Start();
-            }
+            StartWorkers(wanted);
             WaitForMessages();
             EndThoseThatHang();
         }
@@ -219,13 +226,26 @@ public:
     }
 
 private:
+    // Where the system has no room for so many, fewer do.
+    void StartWorkers(std::size_t wanted) {
+        try {
+            while (m_workers.size() < wanted && m_next < m_jobs.size()) {
+                Start();
+            }
+        } catch (const JobError&) {
+            if (m_workers.empty()) {
+                throw;
+            }
+        }
+    }
+
     void Start() {
         Pipe commands = MakePipe();
         Pipe messages = MakePipe();
         const pid_t host = getpid();
         const pid_t process = fork();
         if (process < 0) {
-            throw JobError(fmt::format("can not start a worker: {}", std::strerror(errno)));
+            FailToStart(errno);
         }
         if (process == 0) {
             // A worker must not outlive its host, nor keep the pipes of the others open.

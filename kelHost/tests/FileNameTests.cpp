@@ -191,9 +191,53 @@ TEST(FileNames, OfInputsAreNotCutWhenTheyAreLongerThanLibsndfileTakes) {
     WriteTake(cut, 7);
     WriteTake(folder / "take", 1000);
     std::filesystem::rename(folder / "take", wanted);
-    const ProcessResult result = RunKelhost(folder, {"info", wanted});
-    EXPECT_EQ(result.out, "") << "another file was opened";
-    EXPECT_EQ(result.status, 1);
+    const std::string error = "kelhost: " + wanted +
+                              ": the path is longer than 1023 bytes; change to its folder or use a "
+                              "shorter name\n";
+    ExpectResult(RunKelhost(folder, {"info", wanted}), 1, "", error);
+    ExpectResult(RunKelhost(folder, {"copy", wanted, "copy.wav"}), 1, "", error);
+    EXPECT_FALSE(std::filesystem::exists(folder / "copy.wav"));
+    // From its folder it can be named.
+    Command command =
+        Kelhost(folder, {"info", "--field", "frames", wanted.substr(path.size() + 1)});
+    command.folder = path;
+    ExpectResult(RunCommand(command), 0, "1000\n", "");
+}
+
+TEST(FileNames, OfOutputsAreRefusedWhenTheyAreLongerThanLibsndfileTakes) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    std::string path = folder.Path().string();
+    while (path.size() < 900) {
+        path += "/" + std::string(99, 'd');
+    }
+    // Within the limit itself, but not with a temporary name.
+    const std::string deep = path + "/" + std::string(1023 - path.size() - 1 - 6, 'd');
+    std::filesystem::create_directories(deep);
+    struct Row {
+        std::string output;
+        std::string error;
+    };
+    const std::string tooLong =
+        ": the path is longer than 1023 bytes; change to its folder or use a shorter name\n";
+    const std::string tooLongUnfinished =
+        ": is written under a temporary name first, whose path would be longer than 1023 bytes; "
+        "change to its folder\n";
+    for (const Row& row :
+         {Row{path + "/" + std::string(1024 - path.size() - 5, 'n') + ".wav", tooLong},
+          Row{std::string(5000, 'n') + ".wav", tooLong}, Row{deep + "/ab.wav", tooLong},
+          Row{deep + "/a.wav", tooLongUnfinished}}) {
+        for (const std::string force : {"--quiet", "--force"}) {
+            ExpectResult(RunKelhost(folder, {"copy", force, "take.wav", row.output}), 1, "",
+                         "kelhost: " + row.output + row.error);
+        }
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(deep));
+    // From its folder it can be written.
+    Command command = Kelhost(folder, {"copy", "--quiet", folder / "take.wav", "a.wav"});
+    command.folder = deep;
+    ExpectResult(RunCommand(command), 0, "", "");
+    EXPECT_TRUE(std::filesystem::exists(deep + "/a.wav"));
 }
 
 } // namespace kel::test

@@ -6,8 +6,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -316,6 +318,57 @@ TEST(OutputFileLinks, AreReplacedThemselves) {
     EXPECT_EQ(Content(folder / "target.wav"), "target");
 }
 
+TEST(OutputFileLinks, ThatDangleAreReplacedThemselvesToo) {
+    const TemporaryFolder folder;
+    fs::create_symlink("nowhere.wav", folder / "take.wav");
+    OutputFile output(folder / "take.wav", true);
+    WriteFile(output.TemporaryPath(), "new");
+    output.Commit();
+    EXPECT_FALSE(fs::is_symlink(folder / "take.wav"));
+    EXPECT_EQ(Content(folder / "take.wav"), "new");
+    EXPECT_THAT(folder.Names(), ElementsAre("take.wav"));
+}
+
+TEST(OutputFileShortage, IsALimitOfTheFileSizeThatHasBeenReached) {
+    const TemporaryFolder folder;
+    const OutputFile output(folder / "take.wav", false);
+    rlimit former{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
+    const rlimit few{100, former.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &few), 0);
+    EXPECT_EQ(output.ReasonForShortage(1000), "");
+    WriteFile(output.TemporaryPath(), std::string(99, 'x'));
+    EXPECT_EQ(output.ReasonForShortage(1000), "");
+    WriteFile(output.TemporaryPath(), std::string(100, 'x'));
+    EXPECT_EQ(output.ReasonForShortage(1000),
+              "; files may have 100 bytes at most here (ulimit -f)");
+    setrlimit(RLIMIT_FSIZE, &former);
+    EXPECT_EQ(output.ReasonForShortage(1000), "");
+}
+
+TEST(OutputFileShortage, IsAFullDiskWhenWhatIsMissingDoesNotFit) {
+    const TemporaryFolder folder;
+    const OutputFile output(folder / "take.wav", false);
+    constexpr std::uint64_t kBeyondEveryDisk = std::uint64_t{1} << 62U;
+    EXPECT_EQ(output.ReasonForShortage(kBeyondEveryDisk), "; its disk is full");
+    EXPECT_EQ(output.ReasonForShortage(0), "");
+    // What is written already needs no more room.
+    constexpr std::uint64_t kMuch = std::uint64_t{1} << 40U;
+    fs::resize_file(output.TemporaryPath(), kMuch - 1);
+    EXPECT_EQ(output.ReasonForShortage(kMuch), "");
+}
+
+TEST(OutputFileRoom, IsAskedForBeforeAnythingIsWritten) {
+    const TemporaryFolder folder;
+    const OutputFile output(folder / "take.wav", false);
+    constexpr std::uint64_t kBeyondEveryDisk = std::uint64_t{1} << 62U;
+    output.CheckRoomFor(0);
+    EXPECT_THAT(JobErrorOf([&] { output.CheckRoomFor(kBeyondEveryDisk); }),
+                MatchesRegex((folder / "take.wav") +
+                             ": needs 4611686018427387904 bytes, and its disk has [0-9]+ left; "
+                             "nothing was written"));
+}
+
 TEST(OutputFilePath, MayHave1023BytesAndNoMore) {
     const TemporaryFolder folder;
     const std::string deep = MakeFolderOfLength(folder, 1023 - 101);
@@ -342,7 +395,9 @@ TEST(OutputFilePath, LeavesRoomForTheTemporaryName) {
     const std::string deep = MakeFolderOfLength(folder, 1023 - 6);
     const std::string path = deep + "/a.wav";
     ASSERT_EQ(path.size(), 1023U);
-    EXPECT_NE(RefusalOf(path, false), "no JobError");
+    EXPECT_EQ(RefusalOf(path, false),
+              path + ": is written under a temporary name first, whose path would be longer than "
+                     "1023 bytes; change to its folder");
     EXPECT_TRUE(fs::is_empty(deep));
 }
 

@@ -117,9 +117,9 @@ TEST(PluginSearch, NeverLooksIntoTheCurrentFolderForAnEmptyEntry) {
                      "kelhost: no plug-in was found in empty" + std::string(kHint));
     }
     for (const char* searchPath : {":", "::"}) {
-        const ProcessResult result = InspectWith(folder, searchPath);
-        EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.out, "");
+        ExpectResult(InspectWith(folder, searchPath), 1, "",
+                     "kelhost: KEL_PLUGIN_PATH is \"" + std::string(searchPath) +
+                         "\" and names no folder; name those of the plug-ins, or unset it\n");
     }
     ExpectResult(InspectWith(folder, "."), 0, TextElements(folder / "./libkelHere.so"), "");
 }
@@ -204,6 +204,58 @@ TEST(PluginSearch, FailsWhenTheFileThatIsNamedIsNoPlugin) {
         ExpectResult(RunKelhost(folder, {"--plugin", row.file, "inspect"}), 1, "",
                      "kelhost: the plug-in " + row.error + "\n");
     }
+}
+
+TEST(PluginSearch, FailsWhenTheFileThatIsNamedIsDamaged) {
+    const TemporaryFolder folder;
+    const std::string whole = Content(ProgramRoot() / "lib/kel/libkelLibsndfile.so");
+    const auto withByte = [&whole](std::size_t place, char byte) {
+        std::string bytes = whole;
+        bytes.at(place) = byte;
+        return bytes;
+    };
+    struct Row {
+        std::string bytes;
+        std::string error;
+    };
+    const std::string path = folder / "damaged.so";
+    const std::vector<Row> rows{
+        {"", path + ": file too short"},
+        {whole.substr(0, 3), path + ": file too short"},
+        {whole.substr(0, 63), path + ": file too short"},
+        {whole.substr(0, 1000), "it was cut off after 1000 bytes"},
+        {whole.substr(0, 20000), "it was cut off after 20000 bytes"},
+        {whole.substr(0, whole.size() / 2),
+         "it was cut off after " + std::to_string(whole.size() / 2) + " bytes"},
+        {withByte(0, 'x'), path + ": invalid ELF header"},
+        {withByte(4, 1), path + ": wrong ELF class: ELFCLASS32"},
+        {withByte(5, 2), path + ": ELF file data encoding not little-endian"},
+        {withByte(16, 2), path + ": cannot dynamically load executable"},
+        {withByte(18, 8), "it is for another processor"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.error);
+        WriteFile(path, row.bytes);
+        ExpectResult(RunKelhost(folder, {"--plugin", "damaged.so", "inspect"}), 1, "",
+                     "kelhost: the plug-in " + path + " can not be loaded: " + row.error + "\n");
+    }
+}
+
+TEST(PluginSearch, WarnsOfAPluginThatWasCutOffAndGoesOn) {
+    const TemporaryFolder folder;
+    AddPlugin(folder, "p", "kelFaultyElements");
+    const std::string cut = folder / "p/libkelCut.so";
+    WriteFile(cut, Content(ProgramRoot() / "lib/kel/libkelLibsndfile.so").substr(0, 20000));
+    ExpectResult(InspectWith(folder, folder / "p"), 0,
+                 TextElements(folder / "p/libkelFaultyElements.so"),
+                 "kelhost: warning: the plug-in " + cut +
+                     " can not be loaded: it was cut off after 20000 bytes\n");
+}
+
+TEST(PluginSearch, RefusesAnEmptyNameAsAWrongCommandLine) {
+    const TemporaryFolder folder;
+    ExpectResult(RunKelhost(folder, {"--plugin", "", "inspect"}), 2, "",
+                 "kelhost: --plugin needs the name of a file, and is empty\n");
 }
 
 TEST(PluginSearch, FailsWhenNoPluginOffersTheFormat) {

@@ -1,16 +1,19 @@
 #include "AudioFiles.h"
+#include "Orphans.h"
 #include "Program.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -102,6 +105,84 @@ public:
 private:
     int m_number = -1;
 };
+
+// A copy of three files: the first is whole at once, the sources of the others wait while their
+// sinks have the outputs open. What stood under the names before is to be replaced.
+class WaitingBatch {
+public:
+    explicit WaitingBatch(const std::vector<int>& ignoredSignals = {}) {
+        fs::create_directory(m_folder / "out");
+        WriteFile(m_folder / "a.wav", "1000 2 48000\n");
+        for (const char* name : {"b.wav", "c.wav"}) {
+            WriteFile(m_folder / name, "1000 2 48000 waits while reading\n");
+        }
+        for (const char* name : {"out/a.wav", "out/b.wav", "out/c.wav"}) {
+            WriteFile(m_folder / name, "before");
+        }
+        Command command =
+            Kelhost(m_folder, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "--force",
+                               "a.wav", "b.wav", "c.wav", "--output-dir", "out", "--jobs", "2"});
+        command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
+        command.environment["KEL_TEST_GO_ON"] = m_signs / "go on";
+        command.ignoredSignals = ignoredSignals;
+        m_process.emplace(command);
+        WaitFor(
+            [this] {
+                // In this order: the first is unfinished for a moment, too.
+                return Content(m_folder / "out/a.wav") == kWhole && Unfinished().size() == 2;
+            },
+            *m_process);
+    }
+
+    RunningProcess& Process() { return *m_process; }
+
+    // The names of the unfinished outputs.
+    Names Unfinished() const {
+        Names names;
+        for (const auto& entry : fs::directory_iterator(m_folder / "out")) {
+            if (entry.path().filename().string().rfind(".kelhost-", 0) == 0) {
+                names.push_back(entry.path().filename().string());
+            }
+        }
+        return names;
+    }
+
+    // The processes that write them.
+    std::vector<pid_t> Workers() const {
+        std::vector<pid_t> processes;
+        for (const std::string& name : Unfinished()) {
+            processes.push_back(std::stoi(name.substr(std::string(".kelhost-").size())));
+        }
+        return processes;
+    }
+
+    // What is in the three outputs, and that nothing else is there.
+    void ExpectOutputs(const std::vector<std::string>& contents) const {
+        EXPECT_EQ(Unfinished(), Names{});
+        std::vector<std::string> found;
+        for (const char* name : {"out/a.wav", "out/b.wav", "out/c.wav"}) {
+            found.push_back(Content(m_folder / name));
+        }
+        EXPECT_EQ(found, contents);
+    }
+
+    void GoOn() const { WriteFile(m_signs / "go on", ""); }
+
+    static constexpr const char* kWhole = "1000 2 48000\n";
+
+private:
+    Orphans m_orphans;
+    TemporaryFolder m_folder;
+    TemporaryFolder m_signs;
+    std::optional<RunningProcess> m_process;
+};
+
+// What is said of a file that was copied.
+std::string BatchLine(const std::string& name) {
+    return name + " -> out/" + name +
+           ": extensible WAVE, float32 little-endian, 2 channels, 48000 Hz, 1000 frames, "
+           "0:00:00.021\n";
+}
 
 struct Ending {
     int signal;
@@ -205,6 +286,93 @@ TEST(Signal, IsNotNeededForACopyToEnd) {
                  "1000 frames, 0:00:00.021\n",
                  "");
     EXPECT_EQ(Content(copy.Folder() / "out.wav"), "1000 2 48000\n");
+}
+
+TEST(BatchSignal, EndsEveryWorkerAndLeavesWhatWasWholeAndWhatStoodThere) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        WaitingBatch batch;
+        batch.Process().Signal(ending.signal);
+        ExpectResult(batch.Process().Wait(), ending.status, BatchLine("a.wav"), kInterrupted);
+        batch.ExpectOutputs({WaitingBatch::kWhole, "before", "before"});
+        EXPECT_TRUE(Orphans::AreNone());
+    }
+}
+
+TEST(BatchSignal, ThatTheCallerIgnoresDoesNotEndIt) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        WaitingBatch batch({ending.signal});
+        batch.Process().Signal(ending.signal);
+        for (const pid_t worker : batch.Workers()) {
+            kill(worker, ending.signal);
+        }
+        batch.GoOn();
+        ExpectResult(batch.Process().Wait(), 0,
+                     BatchLine("a.wav") + BatchLine("b.wav") + BatchLine("c.wav") +
+                         "3 files: 3 copied, 0 failed\n",
+                     "");
+        batch.ExpectOutputs({WaitingBatch::kWhole, WaitingBatch::kWhole, WaitingBatch::kWhole});
+        EXPECT_TRUE(Orphans::AreNone());
+    }
+}
+
+TEST(BatchSignal, ToAWorkerIsForItsHostToObey) {
+    // A terminal sends them to all of them at once.
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        WaitingBatch batch;
+        for (const pid_t worker : batch.Workers()) {
+            kill(worker, ending.signal);
+        }
+        batch.Process().Signal(ending.signal);
+        ExpectResult(batch.Process().Wait(), ending.status, BatchLine("a.wav"), kInterrupted);
+        batch.ExpectOutputs({WaitingBatch::kWhole, "before", "before"});
+        EXPECT_TRUE(Orphans::AreNone());
+    }
+}
+
+TEST(BatchSignal, ThatKillsAWorkerFailsItsFileAlone) {
+    for (const std::size_t place : {0U, 1U}) {
+        WaitingBatch batch;
+        ASSERT_EQ(batch.Workers().size(), 2U);
+        const pid_t killed = batch.Workers()[place];
+        const pid_t other = batch.Workers()[1 - place];
+        kill(killed, SIGKILL);
+        // Its temporary file goes with it, before the other has ended.
+        WaitFor([&batch] { return batch.Unfinished().size() == 1; }, batch.Process());
+        EXPECT_EQ(batch.Workers(), std::vector<pid_t>{other});
+        batch.GoOn();
+        const ProcessResult result = batch.Process().Wait();
+        // Which of the two had which file is for them to know.
+        const bool isFirst = result.err.rfind("kelhost: b.wav", 0) == 0;
+        const std::string lost = isFirst ? "b.wav" : "c.wav";
+        ExpectResult(result, 1,
+                     BatchLine("a.wav") + BatchLine(isFirst ? "c.wav" : "b.wav") +
+                         "3 files: 2 copied, 1 failed\n",
+                     "kelhost: " + lost +
+                         ": the process that worked on it was ended by signal 9 (Killed); the file "
+                         "is damaged, or the plug-in is\n");
+        batch.ExpectOutputs({WaitingBatch::kWhole, isFirst ? "before" : WaitingBatch::kWhole,
+                             isFirst ? WaitingBatch::kWhole : "before"});
+        EXPECT_TRUE(Orphans::AreNone());
+    }
+}
+
+TEST(BatchSignal, ThatKillsTheHostEndsItsWorkersAndLeavesRecognisableFiles) {
+    WaitingBatch batch;
+    const std::vector<pid_t> workers = batch.Workers();
+    ASSERT_EQ(workers.size(), 2U);
+    batch.Process().Signal(SIGKILL);
+    EXPECT_EQ(batch.Process().Wait().status, -SIGKILL);
+    for (const pid_t worker : workers) {
+        EXPECT_EQ(Orphans::WaitForSignalOf(worker), SIGKILL);
+    }
+    EXPECT_TRUE(Orphans::AreNone());
+    ASSERT_EQ(batch.Unfinished().size(), 2U);
+    for (const std::string& name : batch.Unfinished()) {
+        EXPECT_EQ(WithoutRandomNames(name), ".kelhost-XXXXXX.part.wav");
+    }
 }
 
 TEST(Signal, OfAReaderThatIsGoneIsAnErrorOfStandardOutput) {

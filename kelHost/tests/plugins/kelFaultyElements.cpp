@@ -1,5 +1,6 @@
 // A source and a sink whose files are one line of text: frames, channels and rate. They work, but
-// for the fault that the variable KEL_TEST_FAULT names.
+// for the fault that the variable KEL_TEST_FAULT names, and a source for the one that its file
+// names behind the numbers.
 //
 // While a sink has a file open, a marker lies where KEL_TEST_SINK_MARKER says.
 
@@ -9,12 +10,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <istream>
 #include <memory>
 #include <new>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -50,13 +54,20 @@ bool Exists(const std::string& path) {
 }
 
 // Tells that it waits, and does so until it is told to go on.
-void WaitIf(const std::string& fault) {
-    if (HasFault(fault)) {
-        std::ofstream(Variable("KEL_TEST_WAITING")).flush();
-        while (!Exists(Variable("KEL_TEST_GO_ON"))) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
+void Wait() {
+    std::ofstream(Variable("KEL_TEST_WAITING")).flush();
+    while (!Exists(Variable("KEL_TEST_GO_ON"))) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
+}
+
+// Ends the process by a signal, whatever would like to catch it, and without leaving its memory.
+[[noreturn]] void Crash(int signal) {
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_CORE, &none);
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+    _exit(0);
 }
 
 struct TextFile {
@@ -81,6 +92,14 @@ public:
         if (!(stream >> m_file.frames >> m_file.channels >> m_file.rate)) {
             KEL_FAIL("no text recording");
         }
+        std::getline(stream >> std::ws, m_fault);
+        if (m_fault == "crashes while opening") {
+            Crash(SIGSEGV);
+        } else if (m_fault == "aborts while opening") {
+            Crash(SIGABRT);
+        } else if (m_fault == "exits while opening") {
+            _exit(3);
+        }
         LogIf("source logs an error while opening", LogLevel::Error);
         m_parameters = CreateAudioParameters<ACodecFamily::PCM>();
         m_parameters->SetMuxing(PCMMuxing::Multi);
@@ -96,7 +115,9 @@ public:
     }
 
     std::shared_ptr<const ISampleContainer> GetSample() override {
-        WaitIf("source waits while reading");
+        if (HasFault("source waits while reading") || m_fault == "waits while reading") {
+            Wait();
+        }
         const std::int64_t promised =
             HasFault("source delivers fewer frames") ? m_file.frames - 1 : m_file.frames;
         const std::int64_t frames = std::min<std::int64_t>(promised - m_position, m_mostFrames);
@@ -104,6 +125,9 @@ public:
             return nullptr;
         }
         if (m_position > 0) {
+            if (m_fault == "crashes while reading") {
+                Crash(SIGSEGV);
+            }
             FailIf("source throws while reading");
             LogIf("source logs an error while reading", LogLevel::Error);
         }
@@ -161,6 +185,7 @@ private:
     std::shared_ptr<IAudioParameters_PCM> m_parameters;
     std::shared_ptr<const IAudioInfo> m_info;
     TextFile m_file;
+    std::string m_fault;
     std::int64_t m_mostFrames = 0;
     std::int64_t m_position = 0;
 };

@@ -1,14 +1,17 @@
-// Put in front of the system's library, it makes one call on an unfinished output of the host fail:
-// the call that KEL_TEST_FAULTY_CALL names (write, writes, fsync, lseek, rename), at its occurrence
-// number KEL_TEST_FAULTY_NUMBER. "writes" fails from that occurrence on, "write" once; "flip" is a
-// write that succeeds with its last bytes changed, as on a bad disk; "thread" is one that can not
-// be started, with or without an output. A file at KEL_TEST_FAULT_MARKER tells that it has
+// Put in front of the system's library, it makes a call on some files fail: the call that
+// KEL_TEST_FAULTY_CALL names, on the files in whose paths KEL_TEST_FAULTY_FILE occurs, at its
+// occurrence number KEL_TEST_FAULTY_NUMBER, once, or from then on if KEL_TEST_FAULT_LASTS is set.
+// "flip" is a write that succeeds with its last bytes changed, as on a bad disk; "thread" is one
+// that can not be started, whatever the files. A file at KEL_TEST_FAULT_MARKER tells that it has
 // happened.
 //
 // Where KEL_TEST_DISK_ROOM is set, every disk has so many bytes left. Where KEL_TEST_SPARSE is set,
-// zeros become holes, so that large outputs of silence take no room.
+// zeros that go into an unfinished output become holes, so that large outputs of silence take no
+// room.
 
+#include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +19,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -33,37 +37,41 @@ const char* Variable(const char* name) {
     return value != nullptr ? value : "";
 }
 
-bool IsUnfinished(const char* path) {
-    return strstr(path, ".kelhost-") != nullptr;
+bool IsFaulty(const char* path) {
+    return strstr(path, Variable("KEL_TEST_FAULTY_FILE")) != nullptr;
 }
 
 constexpr size_t kFlipped = 16; // at least one value of every width
 
 struct AnyFile {};
 
-bool IsUnfinished(AnyFile /*file*/) {
+bool IsFaulty(AnyFile /*file*/) {
     return true;
 }
 
-bool IsUnfinished(int descriptor) {
+// True if a text occurs in the path of an open file.
+bool PathHas(int descriptor, const char* text) {
     char link[64];
     char path[4096] = {};
     snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
-    return readlink(link, path, sizeof path - 1) > 0 && IsUnfinished(path);
+    return readlink(link, path, sizeof path - 1) > 0 && strstr(path, text) != nullptr;
+}
+
+bool IsFaulty(int descriptor) {
+    return PathHas(descriptor, Variable("KEL_TEST_FAULTY_FILE"));
 }
 
 // Tells whether this occurrence of a call is to fail.
 template <typename File>
 bool Fails(const char* call, File file) {
-    static int occurrence = 0;
-    const char* faulty = Variable("KEL_TEST_FAULTY_CALL");
-    const bool lasting = strcmp(faulty, "writes") == 0 && strcmp(call, "write") == 0;
-    if ((!lasting && strcmp(faulty, call) != 0) || !IsUnfinished(file)) {
+    static std::atomic<int> occurrences{0};
+    if (strcmp(Variable("KEL_TEST_FAULTY_CALL"), call) != 0 || !IsFaulty(file)) {
         return false;
     }
-    ++occurrence;
+    const int occurrence = ++occurrences;
     const int number = atoi(Variable("KEL_TEST_FAULTY_NUMBER"));
-    if (occurrence != number && !(lasting && occurrence > number)) {
+    const bool lasts = *Variable("KEL_TEST_FAULT_LASTS") != '\0';
+    if (occurrence != number && !(lasts && occurrence > number)) {
         return false;
     }
     close(open(Variable("KEL_TEST_FAULT_MARKER"), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
@@ -104,7 +112,7 @@ INTERPOSED ssize_t write(int descriptor, const void* bytes, size_t count) {
         return Fail(ENOSPC);
     }
     return *Variable("KEL_TEST_SPARSE") != '\0' && IsSilence(bytes, count) &&
-                   IsUnfinished(descriptor)
+                   PathHas(descriptor, ".kelhost-")
                ? WriteHole(descriptor, count)
                : Next<decltype(write)>("write")(descriptor, bytes, count);
 }
@@ -124,6 +132,50 @@ INTERPOSED int statvfs(const char* path, struct statvfs* status) noexcept {
         status->f_bavail = strtoull(room, nullptr, 10);
     }
     return result;
+}
+
+INTERPOSED ssize_t read(int descriptor, void* bytes, size_t count) {
+    return Fails("read", descriptor) ? Fail(EIO)
+                                     : Next<decltype(read)>("read")(descriptor, bytes, count);
+}
+
+INTERPOSED ssize_t pread(int descriptor, void* bytes, size_t count, off_t offset) {
+    return Fails("read", descriptor)
+               ? Fail(EIO)
+               : Next<decltype(pread)>("pread")(descriptor, bytes, count, offset);
+}
+
+INTERPOSED int open(const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if ((flags & O_CREAT) != 0) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    return Fails("open", path) ? Fail(EIO) : Next<decltype(open)>("open")(path, flags, mode);
+}
+
+// Closed all the same, as the system does it.
+INTERPOSED int close(int descriptor) {
+    const bool fails = Fails("close", descriptor);
+    const int closed = Next<decltype(close)>("close")(descriptor);
+    return fails ? Fail(EIO) : closed;
+}
+
+INTERPOSED int fstat(int descriptor, struct stat* status) noexcept {
+    return Fails("fstat", descriptor) ? Fail(EIO)
+                                      : Next<decltype(fstat)>("fstat")(descriptor, status);
+}
+
+INTERPOSED int ftruncate(int descriptor, off_t size) noexcept {
+    return Fails("ftruncate", descriptor)
+               ? Fail(EIO)
+               : Next<decltype(ftruncate)>("ftruncate")(descriptor, size);
+}
+
+INTERPOSED int chmod(const char* path, mode_t mode) noexcept {
+    return Fails("chmod", path) ? Fail(EPERM) : Next<decltype(chmod)>("chmod")(path, mode);
 }
 
 INTERPOSED int fsync(int descriptor) {
