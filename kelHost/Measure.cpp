@@ -88,12 +88,14 @@ public:
             EBUR128_SUCCESS) {
             throw JobError("the loudness could not be measured: out of memory");
         }
+        m_frames += floats.count / m_channels;
     }
 
     void Fill(Measurement& measurement) const {
         if (m_state == nullptr) {
             return;
         }
+        FillTruePeak(measurement);
         double integrated = 0;
         // Silence is infinitely quiet, and has no range either.
         if (ebur128_loudness_global(m_state.get(), &integrated) != EBUR128_SUCCESS ||
@@ -101,10 +103,17 @@ public:
             return;
         }
         measurement.integrated = integrated;
+        // The range is one of stretches of 3 s; the meter says 0 where there was none.
+        constexpr std::uint64_t kStretch = 3;
         double range = 0;
-        if (ebur128_loudness_range(m_state.get(), &range) == EBUR128_SUCCESS) {
+        if (m_frames >= kStretch * m_state->samplerate &&
+            ebur128_loudness_range(m_state.get(), &range) == EBUR128_SUCCESS) {
             measurement.range = range;
         }
+    }
+
+private:
+    void FillTruePeak(Measurement& measurement) const {
         double truePeak = 0;
         for (unsigned channel = 0; channel < m_channels; ++channel) {
             double peak = 0;
@@ -115,12 +124,12 @@ public:
         measurement.truePeak = Decibels(truePeak);
     }
 
-private:
     struct Destroy {
         void operator()(ebur128_state* state) const { ebur128_destroy(&state); }
     };
 
     std::uint32_t m_channels;
+    std::uint64_t m_frames = 0;
     std::unique_ptr<ebur128_state, Destroy> m_state;
     std::vector<float> m_values;
 };

@@ -23,7 +23,10 @@ struct ChannelLevel {
 
 /// Levels and loudness of a file. The loudness is that of EBU R 128 (ITU-R BS.1770-4, EBU Tech 3341
 /// and 3342); it is missing where there is none: for silence, for files that are too short to have
-/// one, and for rates and numbers of channels that are not defined for it.
+/// one (0.4 s, and 3 s for the range), and for rates and numbers of channels that are not defined
+/// for it. Channels are taken to be left, right, centre, low frequencies, left and right surround;
+/// four to be left, right and the surrounds, five to be the six without low frequencies. Others do
+/// not add to the loudness.
 struct Measurement {
     std::vector<ChannelLevel> channels;
     std::optional<double> integrated; ///< LUFS
