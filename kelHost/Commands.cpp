@@ -248,9 +248,10 @@ int RunInfo(const InfoCommand& command, const CommonOptions& common, std::ostrea
         command.measure || (command.field.has_value() && IsMeasured(*command.field));
     std::vector<Job> jobs;
     for (const std::string& file : command.files) {
-        jobs.push_back(MakeJob(file, common, [file, measure](const HostLog&, Reporter& reporter) {
-            return json(GetInfo(file, measure, reporter));
-        }));
+        jobs.push_back(
+            MakeJob(file, common, [file, measure](const HostLog& log, Reporter& reporter) {
+                return json(GetInfo(file, measure, log, reporter));
+            }));
     }
     Console console(err, common.style);
     std::map<std::size_t, json> results; // in the order of the files

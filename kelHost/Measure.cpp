@@ -1,6 +1,7 @@
 #include "Measure.h"
 
 #include "Errors.h"
+#include "RangeReader.h"
 #include "SampleConverter.h"
 #include "Text.h"
 
@@ -153,7 +154,9 @@ std::optional<double> Decibels(double level) {
     return level > 0 ? std::optional(kPerDecade * std::log10(level)) : std::nullopt;
 }
 
-Measurement Measure(const OpenSource& source, Reporter& reporter) {
+Measurement Measure(const OpenSource& source, const std::string& file, const HostLog& log,
+                    Reporter& reporter) {
+    const std::size_t firstError = log.CountErrors();
     Levels levels(source.Channels());
     Loudness loudness(source.Channels(), source.Rate());
     std::int64_t frames = 0;
@@ -164,6 +167,7 @@ Measurement Measure(const OpenSource& source, Reporter& reporter) {
         frames += static_cast<std::int64_t>(floats.count / source.Channels());
         reporter.Progress(frames, source.Frames(), source.Rate());
     }
+    CheckDelivered(log, firstError, file, source.Frames(), frames);
     Measurement measurement;
     measurement.channels = levels.Result();
     loudness.Fill(measurement);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Elements.h"
+#include "HostLog.h"
 #include "Workers.h"
 
 #include <nlohmann/json_fwd.hpp>
@@ -35,9 +36,12 @@ struct Measurement {
 };
 
 /// Reads a source to its end and measures what it delivers. Values that are not finite count as 0.
+/// @param file the source's file, for the error
+/// @param log the current logger writer
 /// @param reporter told of progress
-/// @throws JobError when reading fails
-Measurement Measure(const OpenSource& source, Reporter& reporter);
+/// @throws JobError when reading fails, or ends early
+Measurement Measure(const OpenSource& source, const std::string& file, const HostLog& log,
+                    Reporter& reporter);
 
 void to_json(nlohmann::json& json, const Measurement& measurement);
 void from_json(const nlohmann::json& json, Measurement& measurement);

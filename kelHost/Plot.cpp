@@ -1,6 +1,5 @@
 #include "Plot.h"
 
-#include "Copy.h"
 #include "Elements.h"
 #include "Envelope.h"
 #include "Errors.h"
@@ -414,14 +413,16 @@ std::size_t DefaultHeight(std::uint32_t channels) {
     return kAxes + channels * std::clamp<std::size_t>(kTogether / channels, 56, 240);
 }
 
-Envelope ReadEnvelope(const OpenSource& source, const FrameRange& range, std::size_t columns,
-                      Reporter& reporter) {
+Envelope ReadEnvelope(const OpenSource& source, const PlotRequest& request, const FrameRange& range,
+                      std::size_t columns, const HostLog& log, Reporter& reporter) {
+    const std::size_t firstError = log.CountErrors();
     Envelope envelope(source.Channels(), columns, range.count);
     RangeReader reader(source, range);
     while (const SampleHandle sample = reader.Pull()) {
         envelope.Add(FloatsOf(*sample));
         reporter.Progress(range.count - reader.Left(), range.count, source.Rate());
     }
+    CheckDelivered(log, firstError, request.input, range.count, range.count - reader.Left());
     return envelope;
 }
 
@@ -434,7 +435,6 @@ void CheckPictureName(const std::string& picture) {
 PlotResult Plot(const PlotRequest& request, const HostLog& log, Reporter& reporter) {
     constexpr std::uint32_t kBlockFrames = 16384;
     constexpr std::size_t kNarrowest = 20;
-    const std::size_t firstError = log.CountErrors();
     reporter.Opening(request.input);
     const OpenSource source(request.input, kBlockFrames);
     reporter.Opened();
@@ -448,9 +448,8 @@ PlotResult Plot(const PlotRequest& request, const HostLog& log, Reporter& report
     if (!request.picture.has_value()) {
         constexpr std::size_t kLabel = 4;
         result.width = request.width;
-        const Envelope envelope =
-            ReadEnvelope(source, range, std::max(kNarrowest, request.width) - kLabel, reporter);
-        CheckNoErrorRecords(log, firstError, request.input);
+        const Envelope envelope = ReadEnvelope(
+            source, request, range, std::max(kNarrowest, request.width) - kLabel, log, reporter);
         result.text = DrawCharacters(
             envelope, LevelAxis(request.scale, envelope.Peak()),
             fmt::format("{} to {}, {} Hz", FormatDuration(range.first, source.Rate()),
@@ -463,9 +462,8 @@ PlotResult Plot(const PlotRequest& request, const HostLog& log, Reporter& report
     result.height = request.height != 0 ? request.height : DefaultHeight(source.Channels());
     OutputFile output(*request.picture, request.replace);
     const Layout layout(result.width, result.height, source.Channels());
-    const Envelope envelope =
-        ReadEnvelope(source, range, static_cast<std::size_t>(layout.PlotWidth()), reporter);
-    CheckNoErrorRecords(log, firstError, request.input);
+    const Envelope envelope = ReadEnvelope(
+        source, request, range, static_cast<std::size_t>(layout.PlotWidth()), log, reporter);
     Drawing drawing(KindOf(*request.picture), output.TemporaryPath(), layout);
     drawing.Draw(
         envelope, LevelAxis(request.scale, envelope.Peak()),

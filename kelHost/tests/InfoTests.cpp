@@ -89,6 +89,29 @@ TEST(InfoMeasure, ShowsLevelsAndLoudnessOfEachFileBelowTheTable) {
                  "");
 }
 
+TEST(InfoMeasure, TellsOfAFileThatEndsEarlyAndShowsTheOthers) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav", 1);
+    WriteAudio(folder / "whole.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 1, 48000,
+               MakeValues(100000));
+    const std::string whole = ReadFile(folder / "whole.flac");
+    // The header, and nothing else.
+    WriteFile(folder / "broken.flac", whole.substr(0, 200));
+    const ProcessResult result =
+        RunKelhost(folder, {"info", "--measure", "broken.flac", "take.wav"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out.substr(0, result.out.find("\n\n")),
+              "File      Channels      Rate  Frames     Duration  Delivered as\n"
+              "take.wav         2  48000 Hz       1  0:00:00.000  32-bit float little-endian");
+    const std::string promise = "kelhost: broken.flac: promises 100000 frames and delivers 0";
+    EXPECT_EQ(result.err.substr(0, promise.size()), promise);
+    const std::string damaged = "; it is damaged or was changed while it was read\n";
+    EXPECT_EQ(result.err.substr(result.err.size() - damaged.size()), damaged);
+    EXPECT_EQ(RunKelhost(folder, {"plot", "broken.flac", "-o", "broken.png"}).err, result.err);
+    EXPECT_EQ(RunKelhost(folder, {"plot", "broken.flac"}).status, 1);
+    EXPECT_EQ(SortedNames(folder), (Names{"broken.flac", "take.wav", "whole.flac"}));
+}
+
 TEST(InfoField, ShowsEachThatThereIs) {
     const TemporaryFolder folder;
     WriteAudio(folder / "take.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 1000,
