@@ -272,6 +272,7 @@ private:
             DrawLine(kGrid, m_layout.Left(), middle - reach, m_layout.Right(), middle - reach);
             DrawLine(kGrid, m_layout.Left(), middle + reach, m_layout.Right(), middle + reach);
         }
+        DrawLine(kGrid, m_layout.Left(), middle, m_layout.Right(), middle);
         const auto peaks = [&](std::size_t i) {
             const Extremes extremes = Joined(envelope, channel, i);
             return Span{middle - axis.Place(extremes.highest) * reach,
@@ -285,7 +286,6 @@ private:
             const Span peak = peaks(i);
             return Span{std::max(middle - rms, peak.top), std::min(middle + rms, peak.bottom)};
         });
-        DrawLine(kGrid, m_layout.Left(), middle, m_layout.Right(), middle);
         DrawClipMarks(envelope, channel, middle, reach);
         DrawLevelLabels(axis, middle, reach);
         DrawChannelLabel(channel, middle);

@@ -152,6 +152,9 @@ TEST(Plot, ShowsSilenceAsALineInTheMiddle) {
     EXPECT_EQ(picture.Count(kPaper, kSomeColumn, middle + 3, kSomeColumn + 1, kBottom - 5),
               kBottom - 5 - middle - 3);
     EXPECT_LT(picture.Count(kPaper, kSomeColumn, middle - 2, kSomeColumn + 1, middle + 3), 5);
+    // Blue, other than the lines of the grid.
+    const std::uint32_t line = picture.At(kSomeColumn, middle - 1);
+    EXPECT_LT((line >> 16U) + 60, line & 0xFFU);
     EXPECT_EQ(picture.Count(kRMS), 0);
     EXPECT_EQ(picture.Count(kClip), 0);
 }
