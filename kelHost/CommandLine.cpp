@@ -1,6 +1,7 @@
 #include "CommandLine.h"
 
 #include "Commands.h"
+#include "Console.h"
 #include "Errors.h"
 #include "Formats.h"
 #include "HostLog.h"
@@ -10,6 +11,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <charconv>
@@ -22,6 +24,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <sys/ioctl.h>
@@ -165,8 +168,8 @@ void Define(CommandLine& line, Arguments& arguments) {
     app.add_option("--plugin", arguments.plugin,
                    "Load this plug-in instead of those in KEL_PLUGIN_PATH or beside the program")
         ->type_name("FILE");
-    app.add_flag("--json", arguments.json, "Results and errors as JSON");
-    app.add_flag("--quiet", arguments.quiet, "Errors alone");
+    app.add_flag("--json", arguments.json, "Results, errors and log records as JSON");
+    app.add_flag("--quiet", arguments.quiet, "No progress, no reports of what was written");
     app.add_option("--progress", arguments.progress,
                    "auto (on a terminal), none, or json: lines of JSON on standard error")
         ->type_name("STYLE")
@@ -182,9 +185,17 @@ void Define(CommandLine& line, Arguments& arguments) {
     app.add_flag(
         "--verbose", arguments.verbose,
         "Show all log records; KEL_LOG=none, error, warning, milestone or info shows some");
-    app.footer("Results go to standard output, everything else to standard error.\n"
+    app.footer("Examples:\n"
+               "  kelhost copy take.flac take.wav                   convert a recording\n"
+               "  kelhost copy *.flac --output-dir wave             convert a folder of them\n"
+               "  kelhost info *.wav                                what is in these files?\n"
+               "  kelhost info --measure take.wav                   its levels and loudness\n"
+               "  kelhost plot take.wav                             look at it\n"
+               "  kelhost copy --help                               more about a command\n"
+               "\n"
+               "Results go to standard output, everything else to standard error.\n"
                "Exit status: 0 all of it worked, 1 the job failed, 2 the command line was wrong, "
-               "130 interrupted.");
+               "130 interrupted, 143 terminated.");
 
     line.copy = app.add_subcommand("copy", "Copy and convert audio files");
     DefineCopy(*line.copy, arguments);
@@ -195,33 +206,36 @@ void Define(CommandLine& line, Arguments& arguments) {
         ->type_name("");
     line.info
         ->add_option("--field", arguments.info.field,
-                     "Show this field of each file alone: channels, rate, frames, ...")
+                     "Show this field of each file alone: frames, measurement.range_lu, ...")
         ->type_name("NAME");
     line.info->add_flag("--measure", arguments.info.measure,
                         "Read the files and measure peak, RMS, and loudness by EBU R 128");
     line.info->footer("Examples:\n"
                       "  kelhost info *.wav\n"
+                      "  kelhost info --measure take.wav\n"
                       "  kelhost info --field frames take.wav\n"
-                      "  kelhost info --measure --field measurement.integrated_lufs take.wav");
+                      "  kelhost info --field measurement.integrated_lufs *.wav\n"
+                      "  kelhost info --json --measure take.wav");
 
     line.plot = app.add_subcommand("plot", "Draw the waveform of an audio file");
     DefinePlot(*line.plot, arguments);
 
     line.formats = app.add_subcommand("formats", "Show which encodings go into which containers");
-    line.formats->footer("Example:\n  kelhost formats");
+    line.formats->footer("Examples:\n  kelhost formats\n  kelhost formats --json");
 
     line.inspect = app.add_subcommand("inspect", "Show the elements that are registered");
     line.inspect
         ->add_option("IMPLEMENTATION", arguments.implementation,
                      "Show this element with its documentation and settings")
         ->type_name("");
-    line.inspect->footer("Examples:\n  kelhost inspect\n  kelhost inspect kel.LibsndfileSource");
+    line.inspect->footer("Examples:\n  kelhost inspect\n  kelhost inspect kel.LibsndfileSource\n"
+                         "  kelhost inspect --json");
 
     line.demo = app.add_subcommand("demo", "Write a short tone and copy it into every format");
     line.demo->add_option("FOLDER", arguments.demonstrationFolder, "Where the files go")
         ->type_name("")
         ->capture_default_str();
-    line.demo->footer("Example:\n  kelhost demo /tmp/tone");
+    line.demo->footer("Examples:\n  kelhost demo\n  kelhost demo tone");
 }
 
 std::optional<TimePoint> ParseOptionalTime(const std::string& option,
@@ -235,11 +249,11 @@ TimeRange InterpretRange(const Arguments& arguments) {
             ParseOptionalTime("--duration", arguments.duration)};
 }
 
-// As many characters as the terminal is wide.
-std::size_t TerminalWidth() {
+// As many characters as the terminal is wide that a stream goes to.
+std::size_t TerminalWidth(int descriptor) {
     constexpr std::size_t kUsual = 80;
     winsize size{};
-    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
+    return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
 }
 
 // A whole number without a sign; none for every other text.
@@ -304,7 +318,7 @@ void InterpretPlot(Arguments& arguments) {
         plot.width = width;
         plot.height = height;
     } else if (!plot.picture.has_value()) {
-        plot.width = TerminalWidth();
+        plot.width = TerminalWidth(STDOUT_FILENO);
     }
 }
 
@@ -337,6 +351,7 @@ CommonOptions InterpretCommon(const Arguments& arguments) {
         common.style.progress = ProgressStyle::JSON;
     } else if (arguments.progress == "auto" && !arguments.json && isatty(STDERR_FILENO) == 1) {
         common.style.progress = ProgressStyle::Line;
+        common.style.width = TerminalWidth(STDERR_FILENO);
     }
     const char* level = std::getenv("KEL_LOG");
     if (level != nullptr && *level != '\0') {
@@ -365,14 +380,33 @@ std::vector<std::string> PlainArguments(int argc, const char* const* argv) {
     return arguments;
 }
 
-int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, std::ostream& err) {
+// Loads the plug-ins, and shows what is wrong with those that can not be loaded.
+std::vector<LoadedPlugin> Load(const Arguments& arguments, Console& console) {
+    std::stringstream warnings;
+    const auto show = [&] {
+        for (std::string line; std::getline(warnings, line);) {
+            console.ShowLog(line);
+        }
+    };
+    try {
+        std::vector<LoadedPlugin> plugins = LoadPlugins(arguments.plugin, warnings);
+        show();
+        return plugins;
+    } catch (...) {
+        show();
+        throw;
+    }
+}
+
+int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, std::ostream& err,
+            Console& console) {
     const CommonOptions common = InterpretCommon(arguments);
     InterpretCopy(arguments);
     InterpretPlot(arguments);
     const auto log = std::make_shared<HostLog>(
-        [&err](const std::string& text) { err << text << std::endl; }, common.verbosity);
+        [&console](const std::string& text) { console.ShowLog(text); }, common.verbosity);
     const InstalledLog installed(log);
-    const std::vector<LoadedPlugin> plugins = LoadPlugins(arguments.plugin, err);
+    const std::vector<LoadedPlugin> plugins = Load(arguments, console);
 
     if (line.copy->parsed()) {
         return RunCopy(arguments.copy, common, out, err);
@@ -394,6 +428,57 @@ int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, st
     return kSuccess;
 }
 
+std::string ListCommands(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands(nullptr)) {
+        names.push_back(command->get_name());
+    }
+    return fmt::format("{}", fmt::join(names, ", "));
+}
+
+// What is wrong with a command line that could not be parsed.
+std::string ParseProblem(const CLI::App& app, const CLI::ParseError& error) {
+    // Without a command, the parser misses that and nothing else.
+    if (error.get_exit_code() != static_cast<int>(CLI::ExitCodes::RequiredError) ||
+        !app.get_subcommands().empty()) {
+        return Escape(error.what());
+    }
+    const std::vector<std::string> rest = app.remaining();
+    if (rest.empty()) {
+        return "a command is missing: " + ListCommands(app);
+    }
+    const std::string first = Escape(rest.front());
+    return first.front() == '-' ? fmt::format("there is no option {} before a command", first)
+                                : fmt::format("there is no command \"{}\"; choose from {}", first,
+                                              ListCommands(app));
+}
+
+// Whether --json is among the arguments; for when they can not be parsed.
+bool AsksForJSON(int argc, const char* const* argv) {
+    return std::any_of(argv, argv + argc,
+                       [](const char* argument) { return std::string_view(argument) == "--json"; });
+}
+
+// Parses the arguments; an exit status where there is no more to do.
+std::optional<int> Parse(CommandLine& line, Arguments& arguments, int argc, const char* const* argv,
+                         std::ostream& out, std::ostream& err) {
+    try {
+        line.app.parse(PlainArguments(argc, argv));
+        return std::nullopt;
+    } catch (const CLI::Success& success) {
+        return line.app.exit(success, out, err); // help or the version
+    } catch (const CLI::ParseError& error) {
+        const std::string problem = ParseProblem(line.app, error);
+        arguments.json = AsksForJSON(argc, argv);
+        if (arguments.json) {
+            Console(err, {true}).ShowError("", problem);
+        } else {
+            err << problem << "\nRun with --help for more information.\n";
+        }
+        return kUsage;
+    }
+}
+
 } // namespace
 
 int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
@@ -404,16 +489,11 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     CommandLine line;
     Arguments arguments;
     Define(line, arguments);
-    std::optional<int> status;
-    try {
-        line.app.parse(PlainArguments(argc, argv));
-    } catch (const CLI::ParseError& error) {
-        status = line.app.exit(error, out, err) == 0 ? kSuccess : kUsage;
-    }
-    Console console(err, {arguments.json, arguments.quiet, ProgressStyle::Nothing});
+    std::optional<int> status = Parse(line, arguments, argc, argv, out, err);
+    Console console(err, {arguments.json});
     try {
         if (!status.has_value()) {
-            status = Execute(line, arguments, out, err);
+            status = Execute(line, arguments, out, err, console);
         }
         if (!out.flush()) {
             throw JobError("standard output can not be written");

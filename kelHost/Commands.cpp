@@ -21,6 +21,7 @@
 #include <map>
 #include <memory>
 #include <ostream>
+#include <regex>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -56,7 +57,8 @@ Job MakeCopyJob(const CopyRequest& request, const CommonOptions& common) {
 }
 
 WorkerOptions MakeWorkerOptions(const CommonOptions& common) {
-    return {common.jobs, common.openTimeout};
+    return {common.jobs, common.openTimeout,
+            !common.style.quiet && common.style.progress != ProgressStyle::Nothing};
 }
 
 void MakeFolder(const std::string& folder) {
@@ -137,23 +139,64 @@ json FailuresAsJSON(const Console& console) {
     return failures;
 }
 
-// Shows one member of a result, "measurement.range_lu" for what lies deeper.
-void ShowField(const json& result, const std::string& field, std::ostream& out) {
-    const json members = result.flatten();
-    std::string wanted = "/" + field;
-    std::replace(wanted.begin(), wanted.end(), '.', '/');
-    const auto member = members.find(wanted);
-    if (member == members.end()) {
-        std::vector<std::string> names;
-        for (const auto& [pointer, value] : members.items()) {
-            std::string name = pointer.substr(1);
-            std::replace(name.begin(), name.end(), '/', '.');
-            names.push_back(name);
-        }
+// Where a field lies in a result: "measurement.range_lu" is "/measurement/range_lu".
+json::json_pointer PointerTo(const std::string& field) {
+    std::string pointer = "/" + field;
+    std::replace(pointer.begin(), pointer.end(), '.', '/');
+    return json::json_pointer(pointer);
+}
+
+// The fields that the result of a mono file has, with all that can be asked for. Channels are
+// counted from 0, as in the JSON document.
+std::vector<std::string> FieldNames() {
+    FileInfo mono;
+    mono.rate = 1;
+    mono.measurement.emplace();
+    mono.measurement->channels.emplace_back();
+    std::vector<std::string> names;
+    const json members = json(mono).flatten();
+    for (const auto& [pointer, value] : members.items()) {
+        std::string name = pointer.substr(1);
+        std::replace(name.begin(), name.end(), '/', '.');
+        names.push_back(name);
+    }
+    return names;
+}
+
+bool IsMeasured(const std::string& field) {
+    return field.rfind("measurement.", 0) == 0;
+}
+
+// Refuses a field that no file has before any file is read.
+void CheckField(const std::string& field) {
+    static const std::regex channel("^(measurement\\.channels\\.)(0|[1-9][0-9]{0,3})\\.");
+    const std::string inMono = std::regex_replace(field, channel, "$010.");
+    const std::vector<std::string> names = FieldNames();
+    if (std::find(names.begin(), names.end(), inMono) == names.end()) {
         throw UsageError(fmt::format("there is no field \"{}\"; choose from {}", Escape(field),
                                      fmt::join(names, ", ")));
     }
-    fmt::print(out, "{}\n", member->is_string() ? member->get<std::string>() : member->dump());
+}
+
+// Shows one field of each file; how many do not have it.
+std::size_t ShowFields(const json& files, const std::string& field, bool asJSON, std::ostream& out,
+                       Console& console) {
+    std::size_t failed = 0;
+    for (const json& file : files) {
+        const json::json_pointer pointer = PointerTo(field);
+        if (!file.contains(pointer)) {
+            const auto name = file.at("file").get<std::string>();
+            console.ShowError(
+                name, fmt::format("{}: has no field {}; channels are counted from 0, and it has {}",
+                                  name, field, file.at("channels").dump()));
+            ++failed;
+            continue;
+        }
+        const json& value = file.at(pointer);
+        fmt::print(out, "{}\n",
+                   value.is_string() && !asJSON ? value.get<std::string>() : value.dump());
+    }
+    return failed;
 }
 
 // Runs copies and shows each when it is done, or all as one document.
@@ -201,16 +244,21 @@ int RunCopy(const CopyCommand& command, const CommonOptions& common, std::ostrea
 
 int RunInfo(const InfoCommand& command, const CommonOptions& common, std::ostream& out,
             std::ostream& err) {
+    if (command.field.has_value()) {
+        CheckField(*command.field);
+    }
+    const bool measure =
+        command.measure || (command.field.has_value() && IsMeasured(*command.field));
     std::vector<Job> jobs;
     for (const std::string& file : command.files) {
-        jobs.push_back(MakeJob(
-            file, common, [file, measure = command.measure](const HostLog&, Reporter& reporter) {
-                return json(GetInfo(file, measure, reporter));
+        jobs.push_back(
+            MakeJob(file, common, [file, measure](const HostLog& log, Reporter& reporter) {
+                return json(GetInfo(file, measure, log, reporter));
             }));
     }
     Console console(err, common.style);
     std::map<std::size_t, json> results; // in the order of the files
-    const std::size_t failed = console.Run(
+    std::size_t failed = console.Run(
         jobs, MakeWorkerOptions(common),
         [&](std::size_t job, const std::string& result) { results[job] = json::parse(result); });
 
@@ -221,9 +269,7 @@ int RunInfo(const InfoCommand& command, const CommonOptions& common, std::ostrea
         list.push_back(result);
     }
     if (command.field.has_value()) {
-        for (const json& result : list) {
-            ShowField(result, *command.field, out);
-        }
+        failed += ShowFields(list, *command.field, common.style.json, out, console);
     } else if (common.style.json) {
         out << FormatDocument("info", {{"files", list}, {"failures", FailuresAsJSON(console)}});
     } else if (!infos.empty()) {
@@ -287,9 +333,13 @@ int RunDemo(const std::string& folder, const CommonOptions& common, std::ostream
         0) {
         return kFailure;
     }
-    fmt::print(out, "A short tone went through the sink into {}.\n\n", Escape(tone));
-
-    fmt::print(out, "Copied through source and sink:\n");
+    const bool talks = !common.style.json && !common.style.quiet;
+    if (talks) {
+        fmt::print(out,
+                   "A short tone went through the sink into {}.\n\n"
+                   "Copied through source and sink:\n",
+                   Escape(tone));
+    }
     std::vector<CopyRequest> requests;
     InfoCommand info{{tone}, {}};
     for (const Container& container : Containers()) {
@@ -304,9 +354,13 @@ int RunDemo(const std::string& folder, const CommonOptions& common, std::ostream
     if (RunCopies(requests, common, out, err) != 0) {
         return kFailure;
     }
-    fmt::print(out, "\nThe files:\n");
+    if (talks) {
+        fmt::print(out, "\nThe files:\n");
+    }
     const int status = RunInfo(info, common, out, err);
-    fmt::print(out, "\nListen to one, or copy a file of your own: kelhost copy INPUT OUTPUT\n");
+    if (talks) {
+        fmt::print(out, "\nListen to one, or copy a file of your own: kelhost copy INPUT OUTPUT\n");
+    }
     return status;
 }
 

@@ -24,7 +24,8 @@ std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& opti
     for (const Job& job : jobs) {
         m_files.push_back(Escape(job.file));
     }
-    Progress progress(m_err, m_style.quiet ? ProgressStyle::Nothing : m_style.progress, m_files);
+    Progress progress(m_err, m_style.quiet ? ProgressStyle::Nothing : m_style.progress, m_files,
+                      m_style.width, Progress::Clock::now());
     m_progress = &progress;
     try {
         RunJobs(jobs, options, *this);
@@ -39,9 +40,15 @@ std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& opti
 }
 
 void Console::ShowError(const std::string& file, const std::string& message) {
-    const std::string line = m_style.json
-                                 ? FormatDocument("error", {{"file", file}, {"message", message}})
-                                 : fmt::format("kelhost: {}\n", message);
+    ShowLine(m_style.json ? FormatDocument("error", {{"file", file}, {"message", message}})
+                          : fmt::format("kelhost: {}\n", message));
+}
+
+void Console::ShowLog(const std::string& line) {
+    ShowLine(m_style.json ? FormatDocument("log", {{"text", line}}) : line + "\n");
+}
+
+void Console::ShowLine(const std::string& line) {
     if (m_progress != nullptr) {
         m_progress->Clear();
     }
@@ -54,7 +61,7 @@ void Console::OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
 }
 
 void Console::OnShow(std::size_t /*job*/, const std::string& line) {
-    m_progress->ShowLine(line);
+    ShowLog(line);
 }
 
 void Console::OnFinished(std::size_t job, const JobOutcome& outcome) {

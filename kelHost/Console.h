@@ -16,9 +16,10 @@ namespace kel::host {
 
 /// How results, errors and progress are given out.
 struct ConsoleStyle {
-    bool json = false;  ///< errors as JSON documents
-    bool quiet = false; ///< no results and no progress, errors alone
+    bool json = false;  ///< errors and log records as JSON documents
+    bool quiet = false; ///< no reports and no progress
     ProgressStyle progress = ProgressStyle::Nothing;
+    std::size_t width = 80; ///< characters in a line of the terminal that shows progress
 };
 
 /// Runs jobs and shows what becomes of them, in the order of the jobs, each as soon as those before
@@ -38,6 +39,9 @@ public:
     /// @param file the file that it is about, escaped; may be empty
     void ShowError(const std::string& file, const std::string& message);
 
+    /// Shows a line of the log in the style that was asked for.
+    void ShowLog(const std::string& line);
+
     /// What failed in the last run: the job's file and the error, escaped.
     struct Failure {
         std::string file;
@@ -51,6 +55,7 @@ public:
     void OnFinished(std::size_t job, const JobOutcome& outcome) override;
 
 private:
+    void ShowLine(const std::string& line);
     void Deliver(std::size_t job, const JobOutcome& outcome);
 
     std::ostream& m_err;

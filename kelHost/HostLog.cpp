@@ -49,7 +49,7 @@ Verbosity ParseVerbosity(std::string_view text) {
             return verbosity;
         }
     }
-    throw UsageError(fmt::format("there is no log level \"{}\"; choose from none, error, warning, "
+    throw UsageError(fmt::format("KEL_LOG knows no level \"{}\"; choose from none, error, warning, "
                                  "milestone, info",
                                  Escape(text)));
 }

@@ -20,7 +20,8 @@ namespace kel::host {
 /// more.
 enum class Verbosity { Usual, Nothing, Errors, Warnings, Milestones, Everything };
 
-/// Parses "none", "error", "warning", "milestone" or "info".
+/// Parses what the environment variable KEL_LOG says: "none", "error", "warning", "milestone" or
+/// "info".
 /// @throws UsageError with the valid words
 Verbosity ParseVerbosity(std::string_view text);
 

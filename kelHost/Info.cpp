@@ -32,7 +32,7 @@ std::string DescribeDelivery(const IAudioInfo& info) {
 
 } // namespace
 
-FileInfo GetInfo(const std::string& file, bool measure, Reporter& reporter) {
+FileInfo GetInfo(const std::string& file, bool measure, const HostLog& log, Reporter& reporter) {
     constexpr std::uint32_t kBlockFrames = 16384;
     reporter.Opening(file);
     const OpenSource source(file, kBlockFrames);
@@ -44,7 +44,7 @@ FileInfo GetInfo(const std::string& file, bool measure, Reporter& reporter) {
                   DescribeDelivery(*source.Info()),
                   std::nullopt};
     if (measure) {
-        info.measurement = Measure(source, reporter);
+        info.measurement = Measure(source, file, log, reporter);
     }
     return info;
 }

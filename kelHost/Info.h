@@ -28,9 +28,10 @@ void from_json(const nlohmann::json& json, FileInfo& info);
 
 /// Opens a file and asks what is in it.
 /// @param measure whether to read it to its end and measure it as well
+/// @param log the current logger writer
 /// @param reporter told of opening and progress
 /// @throws JobError when it can not be opened or read
-FileInfo GetInfo(const std::string& file, bool measure, Reporter& reporter);
+FileInfo GetInfo(const std::string& file, bool measure, const HostLog& log, Reporter& reporter);
 
 /// A table of files for people, a line for each.
 std::string FormatInfoTable(const std::vector<FileInfo>& files);

@@ -1,6 +1,7 @@
 #include "Measure.h"
 
 #include "Errors.h"
+#include "RangeReader.h"
 #include "SampleConverter.h"
 #include "Text.h"
 
@@ -88,12 +89,14 @@ public:
             EBUR128_SUCCESS) {
             throw JobError("the loudness could not be measured: out of memory");
         }
+        m_frames += floats.count / m_channels;
     }
 
     void Fill(Measurement& measurement) const {
         if (m_state == nullptr) {
             return;
         }
+        FillTruePeak(measurement);
         double integrated = 0;
         // Silence is infinitely quiet, and has no range either.
         if (ebur128_loudness_global(m_state.get(), &integrated) != EBUR128_SUCCESS ||
@@ -101,10 +104,17 @@ public:
             return;
         }
         measurement.integrated = integrated;
+        // The range is one of stretches of 3 s; the meter says 0 where there was none.
+        constexpr std::uint64_t kStretch = 3;
         double range = 0;
-        if (ebur128_loudness_range(m_state.get(), &range) == EBUR128_SUCCESS) {
+        if (m_frames >= kStretch * m_state->samplerate &&
+            ebur128_loudness_range(m_state.get(), &range) == EBUR128_SUCCESS) {
             measurement.range = range;
         }
+    }
+
+private:
+    void FillTruePeak(Measurement& measurement) const {
         double truePeak = 0;
         for (unsigned channel = 0; channel < m_channels; ++channel) {
             double peak = 0;
@@ -115,12 +125,12 @@ public:
         measurement.truePeak = Decibels(truePeak);
     }
 
-private:
     struct Destroy {
         void operator()(ebur128_state* state) const { ebur128_destroy(&state); }
     };
 
     std::uint32_t m_channels;
+    std::uint64_t m_frames = 0;
     std::unique_ptr<ebur128_state, Destroy> m_state;
     std::vector<float> m_values;
 };
@@ -144,7 +154,9 @@ std::optional<double> Decibels(double level) {
     return level > 0 ? std::optional(kPerDecade * std::log10(level)) : std::nullopt;
 }
 
-Measurement Measure(const OpenSource& source, Reporter& reporter) {
+Measurement Measure(const OpenSource& source, const std::string& file, const HostLog& log,
+                    Reporter& reporter) {
+    const std::size_t firstError = log.CountErrors();
     Levels levels(source.Channels());
     Loudness loudness(source.Channels(), source.Rate());
     std::int64_t frames = 0;
@@ -155,6 +167,7 @@ Measurement Measure(const OpenSource& source, Reporter& reporter) {
         frames += static_cast<std::int64_t>(floats.count / source.Channels());
         reporter.Progress(frames, source.Frames(), source.Rate());
     }
+    CheckDelivered(log, firstError, file, source.Frames(), frames);
     Measurement measurement;
     measurement.channels = levels.Result();
     loudness.Fill(measurement);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Elements.h"
+#include "HostLog.h"
 #include "Workers.h"
 
 #include <nlohmann/json_fwd.hpp>
@@ -23,7 +24,10 @@ struct ChannelLevel {
 
 /// Levels and loudness of a file. The loudness is that of EBU R 128 (ITU-R BS.1770-4, EBU Tech 3341
 /// and 3342); it is missing where there is none: for silence, for files that are too short to have
-/// one, and for rates and numbers of channels that are not defined for it.
+/// one (0.4 s, and 3 s for the range), and for rates and numbers of channels that are not defined
+/// for it. Channels are taken to be left, right, centre, low frequencies, left and right surround;
+/// four to be left, right and the surrounds, five to be the six without low frequencies. Others do
+/// not add to the loudness.
 struct Measurement {
     std::vector<ChannelLevel> channels;
     std::optional<double> integrated; ///< LUFS
@@ -32,9 +36,12 @@ struct Measurement {
 };
 
 /// Reads a source to its end and measures what it delivers. Values that are not finite count as 0.
+/// @param file the source's file, for the error
+/// @param log the current logger writer
 /// @param reporter told of progress
-/// @throws JobError when reading fails
-Measurement Measure(const OpenSource& source, Reporter& reporter);
+/// @throws JobError when reading fails, or ends early
+Measurement Measure(const OpenSource& source, const std::string& file, const HostLog& log,
+                    Reporter& reporter);
 
 void to_json(nlohmann::json& json, const Measurement& measurement);
 void from_json(const nlohmann::json& json, Measurement& measurement);

@@ -1,12 +1,12 @@
 #include "Plot.h"
 
-#include "Copy.h"
 #include "Elements.h"
 #include "Envelope.h"
 #include "Errors.h"
 #include "OutputFile.h"
 #include "RangeReader.h"
 #include "Text.h"
+#include "TimeAxis.h"
 
 #include <cairo-pdf.h>
 #include <cairo-svg.h>
@@ -80,16 +80,16 @@ public:
         std::string text;
     };
 
-    /// The labels of a lane that has so many pixels.
-    std::vector<Label> Labels(double height) const {
-        constexpr double kRoomy = 90;
+    /// The labels of a lane that has room for so many lines of text.
+    std::vector<Label> Labels(double lines) const {
+        constexpr double kRoomy = 10;
         std::vector<Label> labels;
         if (m_scale == LevelScale::Linear) {
             labels = {
                 {1, fmt::format("{:.3g}", m_full)}, {0, "0"}, {-1, fmt::format("-{:.3g}", m_full)}};
         } else {
-            labels = {{1, "0 dB"}, {0, "-60"}, {-1, "0 dB"}};
-            if (height > kRoomy) {
+            labels = {{1, "0 dBFS"}, {0, "-60"}, {-1, "0 dBFS"}};
+            if (lines > kRoomy) {
                 labels.push_back({Place(0.1), "-20"});
                 labels.push_back({Place(-0.1), "-20"});
             }
@@ -115,37 +115,65 @@ constexpr Color kPeakColor{0.53, 0.70, 0.88};
 constexpr Color kRMSColor{0.13, 0.36, 0.62};
 constexpr Color kClipColor{0.84, 0.10, 0.13};
 
-// The times at which the axis is labelled.
-struct TimeTicks {
-    double step;   // seconds
-    bool fraction; // whether labels show milliseconds
-};
+// Where things are in a picture, in pixels or points.
+class Layout {
+public:
+    Layout(std::size_t width, std::size_t height, std::size_t channels)
+        : m_width(static_cast<double>(width)), m_height(static_cast<double>(height)),
+          m_scale(std::clamp(std::min(m_width / kPlainWidth, m_height / kPlainHeight), 1.0,
+                             kLargestScale)),
+          m_lane((m_height - Scaled(kTop) - Scaled(kBottom)) / static_cast<double>(channels)) {}
 
-TimeTicks ChooseTicks(double seconds, double width) {
-    constexpr double kRoomForLabel = 100;
-    const double most = std::max(1.0, width / kRoomForLabel);
-    constexpr std::array<double, 22> kSteps{0.001, 0.002, 0.005, 0.01, 0.02, 0.05, 0.1, 0.2,
-                                            0.5,   1,     2,     5,    10,   15,   30,  60,
-                                            120,   300,   600,   900,  1800, 3600};
-    for (const double step : kSteps) {
-        if (seconds / step <= most) {
-            return {step, step < 1};
-        }
+    double Width() const { return m_width; }
+    double Height() const { return m_height; }
+
+    /// Whole pixels of what has so many in a picture of the plain size, so that large pictures have
+    /// large letters.
+    double Scaled(double pixels) const { return std::round(pixels * m_scale); }
+
+    double Left() const { return Scaled(kLeft); }
+    double Right() const { return m_width - Scaled(kRight); }
+    double Top() const { return Scaled(kTop); }
+    double Bottom() const { return m_height - Scaled(kBottom); }
+
+    /// What the columns have between them.
+    double PlotWidth() const { return std::max(Right() - Left(), 1.0); }
+
+    double LaneHeight() const { return m_lane; }
+    double Middle(std::size_t channel) const {
+        return Top() + m_lane * (static_cast<double>(channel) + 0.5);
     }
-    return {std::ceil(seconds / most / 3600) * 3600, false};
-}
 
-std::string TimeLabel(double seconds, bool fraction) {
-    std::string label = FormatDuration(std::llround(seconds * 1000), 1000);
-    return fraction ? label : label.substr(0, label.size() - 4);
-}
+    /// From the middle of a lane to full scale. Lanes that are low have no room to waste.
+    double Reach() const {
+        constexpr double kGap = 3;
+        constexpr double kMostOfLane = 0.1;
+        return m_lane / 2 - std::min(Scaled(kGap), m_lane * kMostOfLane);
+    }
+
+    static constexpr double kTop = 28;
+    static constexpr double kBottom = 30;
+
+private:
+    static constexpr double kLeft = 64;
+    static constexpr double kRight = 16;
+    static constexpr double kPlainWidth = 1600;
+    static constexpr double kPlainHeight = 600;
+    static constexpr double kLargestScale = 8;
+
+    double m_width;
+    double m_height;
+    double m_scale;
+    double m_lane;
+};
 
 // One picture under way.
 class Drawing {
 public:
-    Drawing(const PictureKind& kind, const std::string& path, std::size_t width, std::size_t height)
-        : m_path(path), m_width(static_cast<double>(width)), m_height(static_cast<double>(height)),
-          m_surface(kind.create(path.c_str(), m_width, m_height), cairo_surface_destroy),
+    Drawing(const PictureKind& kind, const std::string& path, const Layout& layout)
+        : m_path(path), m_layout(layout),
+          m_surface(kind.create(path.c_str(), layout.Width(), layout.Height()),
+                    cairo_surface_destroy),
           m_cairo(cairo_create(m_surface.get()), cairo_destroy) {
         SetColor(kPaper);
         cairo_paint(m_cairo.get());
@@ -153,15 +181,13 @@ public:
                                CAIRO_FONT_WEIGHT_NORMAL);
     }
 
-    void Draw(const Envelope& envelope, const LevelAxis& axis, const std::string& title,
-              double startSeconds, double seconds) {
-        DrawText(title, kLeft, 18, 13, 0);
-        const auto lanes = static_cast<double>(envelope.Channels());
-        const double laneHeight = (m_height - kTop - kBottom) / lanes;
+    /// @param name the file's, which gives way where there is no room; @p facts stand behind it
+    void Draw(const Envelope& envelope, const LevelAxis& axis, const std::string& name,
+              const std::string& facts, double startSeconds, double seconds) {
+        DrawTitle(name, facts);
         DrawTimeAxis(startSeconds, seconds);
         for (std::size_t channel = 0; channel < envelope.Channels(); ++channel) {
-            DrawLane(envelope, axis, channel, kTop + laneHeight * static_cast<double>(channel),
-                     laneHeight);
+            DrawLane(envelope, axis, channel);
         }
     }
 
@@ -177,75 +203,116 @@ public:
     }
 
 private:
-    static constexpr double kLeft = 64;
-    static constexpr double kRight = 16;
-    static constexpr double kTop = 28;
-    static constexpr double kBottom = 30;
+    static constexpr double kTitleSize = 13;
+    static constexpr double kTimeSize = 11;
+    static constexpr double kChannelSize = 12;
+    static constexpr double kLevelSize = 9;
 
-    double PlotWidth() const { return m_width - kLeft - kRight; }
+    double Scaled(double pixels) const { return m_layout.Scaled(pixels); }
 
     void SetColor(const Color& color) {
         cairo_set_source_rgb(m_cairo.get(), color.red, color.green, color.blue);
     }
 
-    // @param anchor 0 left, 0.5 middle, 1 right of the text at x
-    void DrawText(const std::string& text, double x, double y, double size, double anchor) {
-        SetColor(kInk);
+    double TextWidth(const std::string& text, double size) {
         cairo_set_font_size(m_cairo.get(), size);
         cairo_text_extents_t extents;
         cairo_text_extents(m_cairo.get(), text.c_str(), &extents);
-        cairo_move_to(m_cairo.get(), x - extents.x_advance * anchor, y);
+        return extents.x_advance;
+    }
+
+    // @param size of the letters, scaled
+    // @param anchor 0 left, 0.5 middle, 1 right of the text at x
+    void DrawText(const std::string& text, double x, double y, double size, double anchor) {
+        SetColor(kInk);
+        cairo_move_to(m_cairo.get(), x - TextWidth(text, size) * anchor, y);
         cairo_show_text(m_cairo.get(), text.c_str());
     }
 
+    // Along one row or column of pixels, not between two.
     void DrawLine(const Color& color, double x1, double y1, double x2, double y2) {
+        constexpr double kHalf = 0.5;
         SetColor(color);
         cairo_set_line_width(m_cairo.get(), 1);
-        cairo_move_to(m_cairo.get(), x1, y1);
-        cairo_line_to(m_cairo.get(), x2, y2);
+        cairo_move_to(m_cairo.get(), std::floor(x1) + kHalf, std::floor(y1) + kHalf);
+        cairo_line_to(m_cairo.get(), std::floor(x2) + kHalf, std::floor(y2) + kHalf);
         cairo_stroke(m_cairo.get());
     }
 
+    void DrawTitle(const std::string& name, const std::string& facts) {
+        const double size = Scaled(kTitleSize);
+        const double room = m_layout.Width() - m_layout.Left();
+        std::size_t most = CountCharacters(name);
+        while (most > 0 && TextWidth(KeepEnd(name, most) + facts, size) > room) {
+            --most;
+        }
+        DrawText(KeepEnd(name, most) + facts, m_layout.Left(), Scaled(18), size, 0);
+    }
+
     void DrawTimeAxis(double start, double seconds) {
-        const TimeTicks ticks = ChooseTicks(seconds, PlotWidth());
-        const double bottom = m_height - kBottom;
-        const double first = std::ceil(start / ticks.step - 1e-9) * ticks.step;
-        const auto count = static_cast<int>((start + seconds - first) / ticks.step + 1e-6) + 1;
-        for (int i = 0; i < count; ++i) {
-            const double tick = first + i * ticks.step;
-            const double x = kLeft + (tick - start) / seconds * PlotWidth();
-            DrawLine(kGrid, x, kTop, x, bottom + 4);
-            DrawText(TimeLabel(tick, ticks.fraction), std::min(x, m_width - 40), bottom + 18, 11,
-                     0.5);
+        const double size = Scaled(kTimeSize);
+        const double labelWidth = TextWidth("0:00:00.000 ", size) + Scaled(20);
+        const double width = m_layout.PlotWidth();
+        for (const TimeTick& tick :
+             TimeTicks(start, seconds, static_cast<std::size_t>(width / labelWidth))) {
+            const double x = m_layout.Left() + (tick.seconds - start) / seconds * width;
+            DrawLine(kGrid, x, m_layout.Top(), x, m_layout.Bottom() + Scaled(4));
+            // The last one may have no room on its right.
+            const double half = TextWidth(tick.label, size) / 2;
+            DrawText(tick.label, std::min(x, m_layout.Width() - half - 1),
+                     m_layout.Bottom() + Scaled(18), size, 0.5);
         }
     }
 
-    void DrawLane(const Envelope& envelope, const LevelAxis& axis, std::size_t channel, double top,
-                  double height) {
-        constexpr double kGap = 3; // between lanes
-        constexpr double kSmallestLabelled = 26;
-        const double middle = top + height / 2;
-        const double reach = height / 2 - kGap;
-        DrawLine(kGrid, kLeft, middle - reach, m_width - kRight, middle - reach);
-        DrawLine(kGrid, kLeft, middle + reach, m_width - kRight, middle + reach);
-        DrawColumns(envelope, channel, kPeakColor, [&](const EnvelopeColumn& column) {
-            return Span{middle - axis.Place(static_cast<double>(column.highest)) * reach,
-                        middle - axis.Place(static_cast<double>(column.lowest)) * reach};
-        });
-        DrawColumns(envelope, channel, kRMSColor, [&](const EnvelopeColumn& column) {
-            const double rms = axis.Place(static_cast<double>(column.RMS())) * reach;
-            return Span{middle - rms, middle + rms};
-        });
-        DrawLine(kGrid, kLeft, middle, m_width - kRight, middle);
-        DrawClipMarks(envelope, channel, middle, reach);
-        if (height >= kSmallestLabelled) {
-            for (const LevelAxis::Label& label : axis.Labels(height)) {
-                // Inside the lane, where the edge would cut the text.
-                const double y = middle - label.place * (reach - 4) + 3;
-                DrawText(label.text, kLeft - 6, y, 9, 1);
-            }
+    void DrawLane(const Envelope& envelope, const LevelAxis& axis, std::size_t channel) {
+        const double middle = m_layout.Middle(channel);
+        const double reach = m_layout.Reach();
+        constexpr double kEdged = 12; // lower lanes would be all lines
+        if (m_layout.LaneHeight() >= kEdged) {
+            DrawLine(kGrid, m_layout.Left(), middle - reach, m_layout.Right(), middle - reach);
+            DrawLine(kGrid, m_layout.Left(), middle + reach, m_layout.Right(), middle + reach);
         }
-        DrawText(fmt::format("{}", channel + 1), 6, middle + 4, std::min(12.0, height), 0);
+        DrawLine(kGrid, m_layout.Left(), middle, m_layout.Right(), middle);
+        const auto peaks = [&](std::size_t i) {
+            const Extremes extremes = Joined(envelope, channel, i);
+            return Span{middle - axis.Place(extremes.highest) * reach,
+                        middle - axis.Place(extremes.lowest) * reach};
+        };
+        DrawColumns(envelope, channel, kPeakColor, peaks);
+        DrawColumns(envelope, channel, kRMSColor, [&](std::size_t i) {
+            const double rms =
+                axis.Place(static_cast<double>(envelope.At(channel, i).RMS())) * reach;
+            // Where a column is shorter than a wave, the level lies beyond what is there.
+            const Span peak = peaks(i);
+            return Span{std::max(middle - rms, peak.top), std::min(middle + rms, peak.bottom)};
+        });
+        DrawClipMarks(envelope, channel, middle, reach);
+        DrawLevelLabels(axis, middle, reach);
+        DrawChannelLabel(channel, middle);
+    }
+
+    void DrawLevelLabels(const LevelAxis& axis, double middle, double reach) {
+        const double size = Scaled(kLevelSize);
+        constexpr double kLabelled = 2.8; // lines that a lane has room for at least
+        if (m_layout.LaneHeight() < kLabelled * size) {
+            return;
+        }
+        for (const LevelAxis::Label& label : axis.Labels(m_layout.LaneHeight() / size)) {
+            // Inside the lane, where the edge would cut the text.
+            const double y = middle - label.place * (reach - Scaled(4)) + Scaled(3);
+            DrawText(label.text, m_layout.Left() - Scaled(6), y, size, 1);
+        }
+    }
+
+    // Where lanes are lower than letters, not every one has its number.
+    void DrawChannelLabel(std::size_t channel, double middle) {
+        constexpr double kSmallest = 8;
+        const double size =
+            std::clamp(m_layout.LaneHeight(), Scaled(kSmallest), Scaled(kChannelSize));
+        const auto every = static_cast<std::size_t>(std::ceil(size / m_layout.LaneHeight()));
+        if (channel % every == 0) {
+            DrawText(fmt::format("{}", channel + 1), Scaled(6), middle + size / 3, size, 0);
+        }
     }
 
     struct Span {
@@ -253,34 +320,55 @@ private:
         double bottom;
     };
 
+    struct Extremes {
+        double lowest;
+        double highest;
+    };
+
+    // What a column shows: its extremes, and the way there from the column before.
+    static Extremes Joined(const Envelope& envelope, std::size_t channel, std::size_t i) {
+        const EnvelopeColumn& column = envelope.At(channel, i);
+        Extremes extremes{static_cast<double>(column.lowest), static_cast<double>(column.highest)};
+        if (i > 0 && envelope.At(channel, i - 1).values > 0) {
+            const EnvelopeColumn& before = envelope.At(channel, i - 1);
+            extremes.lowest = std::min(extremes.lowest, static_cast<double>(before.highest));
+            extremes.highest = std::max(extremes.highest, static_cast<double>(before.lowest));
+        }
+        return extremes;
+    }
+
+    double ColumnWidth(const Envelope& envelope) const {
+        return m_layout.PlotWidth() / static_cast<double>(envelope.Columns());
+    }
+
     template <typename SpanOf>
     void DrawColumns(const Envelope& envelope, std::size_t channel, const Color& color,
                      SpanOf spanOf) {
-        const double width = PlotWidth() / static_cast<double>(envelope.Columns());
+        constexpr double kHair = 0.75; // at least, so that silence is seen as a line
+        const double width = ColumnWidth(envelope);
         SetColor(color);
         for (std::size_t i = 0; i < envelope.Columns(); ++i) {
-            const EnvelopeColumn& column = envelope.At(channel, i);
-            if (column.values > 0) {
-                const Span span = spanOf(column);
-                // At least a hair, so that silence is seen as a line.
-                cairo_rectangle(m_cairo.get(), kLeft + static_cast<double>(i) * width,
-                                std::min(span.top, span.bottom - 0.75), width,
-                                std::max(span.bottom - span.top, 0.75));
+            if (envelope.At(channel, i).values > 0) {
+                const Span span = spanOf(i);
+                cairo_rectangle(m_cairo.get(), m_layout.Left() + static_cast<double>(i) * width,
+                                std::min(span.top, span.bottom - kHair), width,
+                                std::max(span.bottom - span.top, kHair));
             }
         }
         cairo_fill(m_cairo.get());
     }
 
     void DrawClipMarks(const Envelope& envelope, std::size_t channel, double middle, double reach) {
-        constexpr double kMarkHeight = 3;
-        constexpr double kMarkWidth = 2; // never thinner, so that a single value is seen
-        const double width = PlotWidth() / static_cast<double>(envelope.Columns());
+        // So that a single value is seen, and the waveform as well.
+        const double height = std::min(Scaled(3), reach / 3);
+        const double width = std::max(ColumnWidth(envelope), Scaled(2));
         SetColor(kClipColor);
         for (std::size_t i = 0; i < envelope.Columns(); ++i) {
             if (envelope.At(channel, i).clipped) {
-                const double x = kLeft + static_cast<double>(i) * width;
-                for (const double y : {middle - reach, middle + reach - kMarkHeight}) {
-                    cairo_rectangle(m_cairo.get(), x, y, std::max(width, kMarkWidth), kMarkHeight);
+                const double x = m_layout.Left() + static_cast<double>(i) * ColumnWidth(envelope);
+                for (const double y : {middle - reach, middle + reach - height}) {
+                    cairo_rectangle(m_cairo.get(), std::min(x, m_layout.Right() - width), y, width,
+                                    height);
                 }
             }
         }
@@ -288,8 +376,7 @@ private:
     }
 
     std::string m_path;
-    double m_width;
-    double m_height;
+    Layout m_layout;
     std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> m_surface;
     std::unique_ptr<cairo_t, void (*)(cairo_t*)> m_cairo;
 };
@@ -321,19 +408,21 @@ std::string DrawCharacters(const Envelope& envelope, const LevelAxis& axis,
 }
 
 std::size_t DefaultHeight(std::uint32_t channels) {
-    constexpr std::size_t kAxes = 58;
+    constexpr auto kAxes = static_cast<std::size_t>(Layout::kTop + Layout::kBottom);
     constexpr std::size_t kTogether = 600;
     return kAxes + channels * std::clamp<std::size_t>(kTogether / channels, 56, 240);
 }
 
-Envelope ReadEnvelope(const OpenSource& source, const FrameRange& range, std::size_t columns,
-                      Reporter& reporter) {
+Envelope ReadEnvelope(const OpenSource& source, const PlotRequest& request, const FrameRange& range,
+                      std::size_t columns, const HostLog& log, Reporter& reporter) {
+    const std::size_t firstError = log.CountErrors();
     Envelope envelope(source.Channels(), columns, range.count);
     RangeReader reader(source, range);
     while (const SampleHandle sample = reader.Pull()) {
         envelope.Add(FloatsOf(*sample));
         reporter.Progress(range.count - reader.Left(), range.count, source.Rate());
     }
+    CheckDelivered(log, firstError, request.input, range.count, range.count - reader.Left());
     return envelope;
 }
 
@@ -345,9 +434,7 @@ void CheckPictureName(const std::string& picture) {
 
 PlotResult Plot(const PlotRequest& request, const HostLog& log, Reporter& reporter) {
     constexpr std::uint32_t kBlockFrames = 16384;
-    constexpr std::size_t kMargins = 80; // left and right of the columns
     constexpr std::size_t kNarrowest = 20;
-    const std::size_t firstError = log.CountErrors();
     reporter.Opening(request.input);
     const OpenSource source(request.input, kBlockFrames);
     reporter.Opened();
@@ -361,9 +448,8 @@ PlotResult Plot(const PlotRequest& request, const HostLog& log, Reporter& report
     if (!request.picture.has_value()) {
         constexpr std::size_t kLabel = 4;
         result.width = request.width;
-        const Envelope envelope =
-            ReadEnvelope(source, range, std::max(kNarrowest, request.width) - kLabel, reporter);
-        CheckNoErrorRecords(log, firstError, request.input);
+        const Envelope envelope = ReadEnvelope(
+            source, request, range, std::max(kNarrowest, request.width) - kLabel, log, reporter);
         result.text = DrawCharacters(
             envelope, LevelAxis(request.scale, envelope.Peak()),
             fmt::format("{} to {}, {} Hz", FormatDuration(range.first, source.Rate()),
@@ -375,14 +461,15 @@ PlotResult Plot(const PlotRequest& request, const HostLog& log, Reporter& report
     result.width = request.width != 0 ? request.width : 1600;
     result.height = request.height != 0 ? request.height : DefaultHeight(source.Channels());
     OutputFile output(*request.picture, request.replace);
-    const Envelope envelope = ReadEnvelope(source, range, result.width - kMargins, reporter);
-    CheckNoErrorRecords(log, firstError, request.input);
-    Drawing drawing(KindOf(*request.picture), output.TemporaryPath(), result.width, result.height);
-    drawing.Draw(envelope, LevelAxis(request.scale, envelope.Peak()),
-                 fmt::format("{}   {} Hz   {}",
-                             Escape(std::filesystem::path(request.input).filename().string()),
-                             source.Rate(), FormatDuration(source.Frames(), source.Rate())),
-                 start, seconds);
+    const Layout layout(result.width, result.height, source.Channels());
+    const Envelope envelope = ReadEnvelope(
+        source, request, range, static_cast<std::size_t>(layout.PlotWidth()), log, reporter);
+    Drawing drawing(KindOf(*request.picture), output.TemporaryPath(), layout);
+    drawing.Draw(
+        envelope, LevelAxis(request.scale, envelope.Peak()),
+        Escape(std::filesystem::path(request.input).filename().string()),
+        fmt::format("   {} Hz   {}", source.Rate(), FormatDuration(source.Frames(), source.Rate())),
+        start, seconds);
     if (!drawing.Finish()) {
         throw JobError(
             fmt::format("{}: the picture can not be written; is the disk full?", result.picture));

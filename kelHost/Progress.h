@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -24,7 +25,10 @@ public:
 
     /// @param stream where it is shown; outlives the object
     /// @param files the names of the jobs' files, escaped
-    Progress(std::ostream& stream, ProgressStyle style, std::vector<std::string> files);
+    /// @param width characters that a line of the terminal holds
+    /// @param start when the work began
+    Progress(std::ostream& stream, ProgressStyle style, std::vector<std::string> files,
+             std::size_t width, Clock::time_point start);
 
     /// A job has done so much.
     /// @param done of @p total, in frames
@@ -36,14 +40,12 @@ public:
     /// A job has ended.
     void Finish(std::size_t job, bool succeeded, Clock::time_point now);
 
-    /// Shows a line of text without disturbing the display.
-    void ShowLine(const std::string& line);
-
-    /// Takes the display away.
+    /// Takes the display away, so that something else can be shown.
     void Clear();
 
 private:
     void Draw(Clock::time_point now);
+    std::string Line(double elapsed) const;
 
     std::ostream& m_stream;
     ProgressStyle m_style;
@@ -51,8 +53,9 @@ private:
     std::vector<double> m_done;    // of each job, 0 to 1
     std::vector<double> m_seconds; // of media, done of each job
     std::size_t m_finished = 0;
-    Clock::time_point m_start = Clock::now();
-    Clock::time_point m_lastDrawn;
+    std::size_t m_width;
+    Clock::time_point m_start;
+    std::optional<Clock::time_point> m_lastDrawn;
     bool m_drawn = false;
 };
 

@@ -1,9 +1,8 @@
 #include "RangeReader.h"
 
 #include "Errors.h"
-#include "Text.h"
-
 #include "SampleConverter.h"
+#include "Text.h"
 
 #include <IAudioSample.h>
 #include <IBuffer.h>
@@ -16,9 +15,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -76,6 +77,20 @@ SampleHandle RangeReader::Pull() {
     }
     m_left -= std::min(frames, m_left);
     return container;
+}
+
+void CheckDelivered(const HostLog& log, std::size_t firstError, const std::string& file,
+                    std::int64_t promised, std::int64_t delivered) {
+    const std::vector<std::string> errors = log.ErrorsSince(firstError);
+    const std::string reason = errors.empty() ? "" : fmt::format(" ({})", Escape(errors.front()));
+    if (delivered < promised) {
+        throw JobError(fmt::format("{}: promises {} frames and delivers {}{}; it is damaged or was "
+                                   "changed while it was read",
+                                   Escape(file), promised, delivered, reason));
+    }
+    if (!errors.empty()) {
+        throw JobError(fmt::format("{}: can not be read{}", Escape(file), reason));
+    }
 }
 
 } // namespace kel::host

@@ -2,10 +2,13 @@
 #pragma once
 
 #include "Elements.h"
+#include "HostLog.h"
 #include "Pipeline.h"
 #include "TimeRange.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace kel::host {
 
@@ -29,5 +32,13 @@ private:
     std::uint32_t m_channels;
     std::int64_t m_left;
 };
+
+/// Makes sure that a file was read to the end of what was wanted, and without an error.
+/// @param log the current logger writer, with @p firstError records at level Error before
+/// @param file the file, for the error
+/// @param promised frames that it should have delivered
+/// @throws JobError when it delivered fewer, or an error was logged
+void CheckDelivered(const HostLog& log, std::size_t firstError, const std::string& file,
+                    std::int64_t promised, std::int64_t delivered);
 
 } // namespace kel::host

@@ -44,11 +44,22 @@ std::string EscapeCharacter(wchar_t character) {
     return ConvertWideStringToPlatformString(std::wstring(1, character));
 }
 
-std::size_t Width(const std::string& text) {
+} // namespace
+
+std::size_t CountCharacters(const std::string& text) {
     return ConvertPlatformStringToWideString(text).size();
 }
 
-} // namespace
+std::string KeepEnd(const std::string& text, std::size_t most) {
+    const std::wstring characters = ConvertPlatformStringToWideString(text);
+    if (characters.size() <= most) {
+        return text;
+    }
+    constexpr std::size_t kDots = 3;
+    const std::size_t dots = std::min(most, kDots);
+    return std::string(dots, '.') +
+           ConvertWideStringToPlatformString(characters.substr(characters.size() - (most - dots)));
+}
 
 std::string Escape(std::string_view text) {
     std::string escaped;
@@ -62,11 +73,14 @@ std::string FormatDuration(std::int64_t frames, std::uint32_t rate) {
     if (rate == 0) {
         return "unknown";
     }
-    const std::int64_t seconds = frames / rate;
+    // Seconds and milliseconds apart, as the whole in milliseconds may be too large a number.
     const std::int64_t rest = frames % rate;
-    const std::int64_t millis = seconds * 1000 + (rest * 1000 + rate / 2) / rate;
-    return fmt::format("{}:{:02}:{:02}.{:03}", millis / 3600000, millis / 60000 % 60,
-                       millis / 1000 % 60, millis % 1000);
+    const std::int64_t millis = (rest * 1000 + rate / 2) / rate;
+    return fmt::format("{}.{:03}", FormatSeconds(frames / rate + millis / 1000), millis % 1000);
+}
+
+std::string FormatSeconds(std::int64_t seconds) {
+    return fmt::format("{}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
 }
 
 std::string FormatTable(const std::vector<Column>& columns,
@@ -74,9 +88,9 @@ std::string FormatTable(const std::vector<Column>& columns,
     std::vector<std::size_t> widths;
     std::vector<std::string> titles;
     for (std::size_t i = 0; i < columns.size(); ++i) {
-        std::size_t width = Width(columns[i].title);
+        std::size_t width = CountCharacters(columns[i].title);
         for (const auto& row : rows) {
-            width = std::max(width, Width(row[i]));
+            width = std::max(width, CountCharacters(row[i]));
         }
         widths.push_back(width);
         titles.push_back(columns[i].title);
@@ -86,7 +100,7 @@ std::string FormatTable(const std::vector<Column>& columns,
     const auto appendRow = [&](const std::vector<std::string>& row) {
         std::string line;
         for (std::size_t i = 0; i < columns.size(); ++i) {
-            const std::string padding(widths[i] - Width(row[i]), ' ');
+            const std::string padding(widths[i] - CountCharacters(row[i]), ' ');
             line += i == 0 ? "" : "  ";
             line += columns[i].align == Align::Right ? padding + row[i] : row[i] + padding;
         }

@@ -3,6 +3,7 @@
 /// Pure functions of their arguments.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -14,10 +15,21 @@ namespace kel::host {
 /// control characters and bytes that are not UTF-8 as \n, \t, \xHH; everything else as it is.
 std::string Escape(std::string_view text);
 
+/// Number of characters in a text, of code points to be exact.
+std::size_t CountCharacters(const std::string& text);
+
+/// Returns a text that has no more than so many characters: the end of one that has, behind dots,
+/// as files of one take differ at the end of their names.
+std::string KeepEnd(const std::string& text, std::size_t most);
+
 /// Returns a length as h:mm:ss.mmm, rounded to the millisecond.
 /// @param frames number of frames, not negative
 /// @param rate frames per second; 0 gives "unknown"
 std::string FormatDuration(std::int64_t frames, std::uint32_t rate);
+
+/// Returns a length as h:mm:ss.
+/// @param seconds not negative
+std::string FormatSeconds(std::int64_t seconds);
 
 /// How a column of a table is set.
 enum class Align { Left, Right };

@@ -78,15 +78,19 @@ bool WriteAll(int descriptor, const void* data, std::size_t size) {
 // The worker's side of a reporter: messages to the host.
 class PipeReporter final : public Reporter {
 public:
-    explicit PipeReporter(int descriptor) : m_descriptor(descriptor) {}
+    PipeReporter(int descriptor, bool progress)
+        : m_descriptor(descriptor), m_wantsProgress(progress) {}
 
     void Opening(const std::string& file) override { Send({{"opening", Escape(file)}}); }
     void Opened() override { Send({{"opened", true}}); }
 
     void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) override {
         constexpr std::chrono::milliseconds kInterval{100};
+        if (!m_wantsProgress) {
+            return;
+        }
         const Clock::time_point now = Clock::now();
-        if (now - m_lastProgress >= kInterval) {
+        if (done >= total || now - m_lastProgress >= kInterval) {
             m_lastProgress = now;
             Send({{"progress", {done, total, rate}}});
         }
@@ -104,6 +108,7 @@ public:
 
 private:
     int m_descriptor;
+    bool m_wantsProgress;
     Clock::time_point m_lastProgress = Clock::now();
 };
 
@@ -120,8 +125,8 @@ json RunOne(const Job& job, Reporter& reporter) {
 }
 
 // The life of a worker: takes numbers of jobs until there are no more.
-[[noreturn]] void Work(const std::vector<Job>& jobs, int commands, int messages) {
-    PipeReporter reporter(messages);
+[[noreturn]] void Work(const std::vector<Job>& jobs, bool progress, int commands, int messages) {
+    PipeReporter reporter(messages, progress);
     std::uint32_t number = 0;
     while (read(commands, &number, sizeof number) == sizeof number) {
         reporter.Send(RunOne(jobs[number], reporter));
@@ -259,7 +264,7 @@ private:
             }
             close(commands.out.Number());
             close(messages.in.Number());
-            Work(m_jobs, commands.in.Number(), messages.out.Number());
+            Work(m_jobs, m_options.progress, commands.in.Number(), messages.out.Number());
         }
         Worker worker;
         worker.process = process;

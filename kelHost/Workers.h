@@ -23,7 +23,8 @@ public:
     /// The file is open.
     virtual void Opened() = 0;
 
-    /// So much of the job is done; passed on ten times a second at most.
+    /// So much of the job is done; passed on ten times a second at most, and the end
+    /// always.
     /// @param done of @p total, in frames
     /// @param rate frames per second
     virtual void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) = 0;
@@ -61,6 +62,7 @@ public:
 struct WorkerOptions {
     unsigned workers = 1;                    ///< most processes at once, not 0
     std::chrono::milliseconds openTimeout{}; ///< how long opening a file may take
+    bool progress = true;                    ///< whether anybody wants to know of progress
 };
 
 /// Thrown when SIGINT, SIGTERM or SIGHUP ended the work; nothing is left of it.

@@ -38,6 +38,8 @@ struct Command {
     std::optional<mode_t> fileMask;      ///< the umask
     /// A file that takes standard output, /dev/full for one that takes nothing.
     std::string standardOutput;
+    /// The same for standard error.
+    std::string standardError;
     std::vector<int> closedDescriptors;
     std::vector<int> ignoredSignals;
     bool obeysPermissions = false; ///< file permissions count even when the test runs as root
@@ -223,12 +225,9 @@ private:
     // Runs in the child, between fork and exec.
     void Prepare(const Command& command) const {
         Require(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "prctl");
-        Redirect(m_err.WriteEnd(), STDERR_FILENO);
+        Redirect(m_err, command.standardError, STDERR_FILENO);
         Redirect(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-        Redirect(command.standardOutput.empty()
-                     ? m_out.WriteEnd()
-                     : open(command.standardOutput.c_str(), O_WRONLY | O_CLOEXEC),
-                 STDOUT_FILENO);
+        Redirect(m_out, command.standardOutput, STDOUT_FILENO);
         Require(command.folder.empty() || chdir(command.folder.c_str()) == 0, "chdir");
         if (command.mostFileBytes.has_value()) {
             const rlimit limit{*command.mostFileBytes, *command.mostFileBytes};
@@ -248,6 +247,13 @@ private:
 
     static void Redirect(int from, int to) {
         Require(from >= 0 && dup2(from, to) >= 0, "standard streams");
+    }
+
+    // To a file, if one is named.
+    static void Redirect(const detail::Capture& capture, const std::string& file, int to) {
+        Redirect(file.empty() ? capture.WriteEnd()
+                              : open(file.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY),
+                 to);
     }
 
     // Whatever the test was started with, the program can be interrupted.

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -72,8 +73,8 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
             "  --version                   Display program version information and exit\n"
             "  --plugin FILE               Load this plug-in instead of those in KEL_PLUGIN_PATH "
             "or beside the program\n"
-            "  --json                      Results and errors as JSON\n"
-            "  --quiet                     Errors alone\n"
+            "  --json                      Results, errors and log records as JSON\n"
+            "  --quiet                     No progress, no reports of what was written\n"
             "  --progress STYLE:{auto,none,json}=auto\n"
             "                              auto (on a terminal), none, or json: lines of JSON on "
             "standard error\n"
@@ -91,9 +92,17 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
             "  inspect                     Show the elements that are registered\n"
             "  demo                        Write a short tone and copy it into every format\n"
             "\n"
+            "Examples:\n"
+            "  kelhost copy take.flac take.wav                   convert a recording\n"
+            "  kelhost copy *.flac --output-dir wave             convert a folder of them\n"
+            "  kelhost info *.wav                                what is in these files?\n"
+            "  kelhost info --measure take.wav                   its levels and loudness\n"
+            "  kelhost plot take.wav                             look at it\n"
+            "  kelhost copy --help                               more about a command\n"
+            "\n"
             "Results go to standard output, everything else to standard error.\n"
             "Exit status: 0 all of it worked, 1 the job failed, 2 the command line was wrong, 130 "
-            "interrupted.\n",
+            "interrupted, 143 terminated.\n",
             "");
     }
 }
@@ -128,8 +137,16 @@ TEST(CommandLine, ShowsTheVersionOnStandardOutput) {
 TEST(CommandLine, IsRefusedWithStatus2WhenItIsWrong) {
     const TemporaryFolder folder;
     const std::vector<Usage> cases{
-        {{}, "A subcommand is required\n"},
-        {{"frobnicate"}, "A subcommand is required\n"},
+        {{}, "a command is missing: copy, info, plot, formats, inspect, demo\n"},
+        {{"frobnicate"},
+         "there is no command \"frobnicate\"; choose from copy, info, plot, formats, inspect, "
+         "demo\n"},
+        {{"fro\nb", "a.wav"},
+         "there is no command \"fro\\nb\"; choose from copy, info, plot, formats, inspect, "
+         "demo\n"},
+        {{"--frobnicate"}, "there is no option --frobnicate before a command\n"},
+        {{"info", "--fro\x1B[2J", "a.wav"},
+         "The following argument was not expected: --fro\\x1B[2J\n"},
         {{"copy"}, "FILE is required\n"},
         {{"copy", "--frobnicate", "a.wav", "b.wav"},
          "The following argument was not expected: --frobnicate\n"},
@@ -216,6 +233,74 @@ TEST(CommandLineVerbose, ShowsEveryRecordWithItsPlace) {
         records.push_back(WithoutChangingParts(line));
     }
     EXPECT_EQ(records, expected);
+}
+
+// The levels of the records that are shown, in their order, each as often as it comes.
+std::vector<std::string> LevelsShown(const std::string& err) {
+    std::vector<std::string> levels;
+    std::istringstream lines(err);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t level = line.find(' ') + 1;
+        levels.push_back(line.substr(level, line.find(' ', level) - level));
+    }
+    return levels;
+}
+
+TEST(CommandLineVerbose, ShowsTheRecordsThatKEL_LOGNames) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    WriteFile(folder / "text.wav", "no audio at all, but a text of some length\n");
+    using Levels = std::vector<std::string>;
+    struct Row {
+        std::optional<std::string> level;
+        Levels good; // of a file that can be opened
+        Levels bad;  // of one that can not
+    };
+    for (const Row& row :
+         std::vector<Row>{{std::nullopt, {}, {}},
+                          {"", {}, {}},
+                          {"none", {}, {}},
+                          {"error", {}, {"Error"}},
+                          {"warning", {}, {"Error"}},
+                          {"milestone", {"Milestone", "Milestone"}, {"Milestone", "Error"}},
+                          {"info", {"Milestone", "Info", "Milestone"}, {"Milestone", "Error"}}}) {
+        SCOPED_TRACE(row.level.value_or("not set"));
+        Command command = Kelhost(folder, {"info", "take.wav"});
+        command.environment["KEL_LOG"] = row.level;
+        const ProcessResult good = RunCommand(command);
+        EXPECT_EQ(good.status, 0);
+        EXPECT_EQ(LevelsShown(good.err), row.good);
+        command.arguments = {"info", "text.wav"};
+        const ProcessResult bad = RunCommand(command);
+        EXPECT_EQ(bad.status, 1);
+        const std::string message =
+            "kelhost: text.wav: can not be read: [Unable to open file \"text.wav\" with "
+            "libsndfile. Error is:\"Format not recognised.\"]\n";
+        ASSERT_GE(bad.err.size(), message.size());
+        EXPECT_EQ(bad.err.substr(bad.err.size() - message.size()), message);
+        EXPECT_EQ(LevelsShown(bad.err.substr(0, bad.err.size() - message.size())), row.bad);
+    }
+}
+
+TEST(CommandLineVerbose, OutdoesKEL_LOG) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    Command command = Kelhost(folder, {"info", "--verbose", "take.wav"});
+    command.environment["KEL_LOG"] = "none";
+    EXPECT_EQ(LevelsShown(RunCommand(command).err),
+              (std::vector<std::string>{"Milestone", "Info", "Milestone"}));
+}
+
+TEST(CommandLineVerbose, RefusesALevelThatKEL_LOGDoesNotKnow) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    for (const std::string level : {"loud", "Info", "errors", " info"}) {
+        Command command = Kelhost(folder, {"info", "take.wav"});
+        command.environment["KEL_LOG"] = level;
+        ExpectResult(RunCommand(command), 2, "",
+                     "kelhost: KEL_LOG knows no level \"" + level +
+                         "\"; choose from none, error, warning, milestone, info\n");
+    }
 }
 
 TEST(CommandLineOutput, MustNotBeFullOrClosedForResults) {

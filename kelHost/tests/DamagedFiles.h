@@ -1,6 +1,8 @@
 /// Audio files that are damaged in ways that libraries stumble over.
 #pragma once
 
+#include "AudioFiles.h"
+
 #include <TemporaryFolder.h>
 
 #include <cstdint>
@@ -8,18 +10,9 @@
 
 namespace kel::test {
 
-/// A number as WAVE stores it.
-inline std::string LittleEndian(std::uint32_t number, unsigned bytes) {
-    std::string text;
-    for (unsigned i = 0; i < bytes; ++i) {
-        text.push_back(static_cast<char>(number >> (8 * i)));
-    }
-    return text;
-}
-
 /// A chunk of a WAVE file whose size is right.
 inline std::string Chunk(const std::string& name, const std::string& content) {
-    return name + LittleEndian(static_cast<std::uint32_t>(content.size()), 4) + content;
+    return name + LittleEndian(content.size(), 4) + content;
 }
 
 /// Writes a mono WAVE file of some hundred bytes with a list of texts, the size of one of which is

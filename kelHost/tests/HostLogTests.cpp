@@ -1,5 +1,7 @@
 #include "HostLog.h"
 
+#include "Errors.h"
+
 #include <CapturingWriter.h>
 
 #include <gtest/gtest.h>
@@ -37,6 +39,45 @@ TEST(HostLog, ShowsWarningsAlone) {
         WriteTo(log, level, ("at " + ToString(level)).c_str());
     }
     EXPECT_EQ(stream.str(), "kelhost: warning: at Warning\n");
+}
+
+TEST(HostLog, ShowsMoreFromVerbosityToVerbosity) {
+    struct Row {
+        Verbosity verbosity;
+        std::vector<LogLevel> shown;
+    };
+    for (const Row& row : std::vector<Row>{
+             {Verbosity::Nothing, {}},
+             {Verbosity::Errors, {LogLevel::Error}},
+             {Verbosity::Warnings, {LogLevel::Warning, LogLevel::Error}},
+             {Verbosity::Milestones, {LogLevel::Warning, LogLevel::Error, LogLevel::Milestone}},
+             {Verbosity::Everything,
+              {LogLevel::Info, LogLevel::Warning, LogLevel::Error, LogLevel::Reserved,
+               LogLevel::Milestone}}}) {
+        std::vector<std::string> lines;
+        HostLog log([&lines](const std::string& line) { lines.push_back(line); }, row.verbosity);
+        for (const LogLevel level : kAllLevels) {
+            WriteTo(log, level, "text");
+        }
+        std::vector<std::string> expected;
+        for (const LogLevel level : row.shown) {
+            expected.push_back("2026-11-21T09:30:00.125Z " + ToString(level) +
+                               " [1234] text (folder/File.cpp:42)");
+        }
+        EXPECT_EQ(lines, expected);
+        EXPECT_EQ(log.CountErrors(), 1U);
+    }
+}
+
+TEST(HostLog, KnowsTheWordsForItsVerbosity) {
+    EXPECT_EQ(ParseVerbosity("none"), Verbosity::Nothing);
+    EXPECT_EQ(ParseVerbosity("error"), Verbosity::Errors);
+    EXPECT_EQ(ParseVerbosity("warning"), Verbosity::Warnings);
+    EXPECT_EQ(ParseVerbosity("milestone"), Verbosity::Milestones);
+    EXPECT_EQ(ParseVerbosity("info"), Verbosity::Everything);
+    for (const char* word : {"", "Info", "verbose"}) {
+        EXPECT_THROW(ParseVerbosity(word), UsageError) << word;
+    }
 }
 
 TEST(HostLog, ShowsEveryRecordWithItsPlaceWhenItIsVerbose) {

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace kel::test {
 
@@ -59,6 +60,131 @@ TEST(Info, ShowsAFileAsOftenAsItIsNamed) {
                  "take.wav           2  48000 Hz    1000  0:00:00.021  32-bit float "
                  "little-endian\n",
                  "");
+}
+
+TEST(InfoMeasure, ShowsLevelsAndLoudnessOfEachFileBelowTheTable) {
+    const TemporaryFolder folder;
+    WriteAudio(folder / "half.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 1000,
+               {0.5F, 0.0F, -0.5F, 0.0F});
+    WriteAudio(folder / "loud.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, 1000, {10.0F, -10.0F});
+    ExpectResult(RunKelhost(folder, {"info", "--measure", "half.wav", "loud.wav"}), 0,
+                 "File      Channels     Rate  Frames     Duration  Delivered as\n"
+                 "half.wav         2  1000 Hz       2  0:00:00.002  32-bit float little-endian\n"
+                 "loud.wav         1  1000 Hz       2  0:00:00.002  32-bit float little-endian\n"
+                 "\n"
+                 "half.wav\n"
+                 "Channel       Peak        RMS  At full scale  Not finite\n"
+                 "      1  -6.0 dBFS  -6.0 dBFS              0           0\n"
+                 "      2       none       none              0           0\n"
+                 "Integrated loudness  none\n"
+                 "Loudness range       none\n"
+                 "True peak            -6.0 dBTP\n"
+                 "\n"
+                 "loud.wav\n"
+                 "Channel       Peak        RMS  At full scale  Not finite\n"
+                 "      1  20.0 dBFS  20.0 dBFS              2           0\n"
+                 "Integrated loudness  none\n"
+                 "Loudness range       none\n"
+                 "True peak            20.0 dBTP\n",
+                 "");
+}
+
+TEST(InfoMeasure, TellsOfAFileThatEndsEarlyAndShowsTheOthers) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav", 1);
+    WriteAudio(folder / "whole.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 1, 48000,
+               MakeValues(100000));
+    const std::string whole = ReadFile(folder / "whole.flac");
+    // The header, and nothing else.
+    WriteFile(folder / "broken.flac", whole.substr(0, 200));
+    const ProcessResult result =
+        RunKelhost(folder, {"info", "--measure", "broken.flac", "take.wav"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out.substr(0, result.out.find("\n\n")),
+              "File      Channels      Rate  Frames     Duration  Delivered as\n"
+              "take.wav         2  48000 Hz       1  0:00:00.000  32-bit float little-endian");
+    const std::string promise = "kelhost: broken.flac: promises 100000 frames and delivers 0";
+    EXPECT_EQ(result.err.substr(0, promise.size()), promise);
+    const std::string damaged = "; it is damaged or was changed while it was read\n";
+    EXPECT_EQ(result.err.substr(result.err.size() - damaged.size()), damaged);
+    EXPECT_EQ(RunKelhost(folder, {"plot", "broken.flac", "-o", "broken.png"}).err, result.err);
+    EXPECT_EQ(RunKelhost(folder, {"plot", "broken.flac"}).status, 1);
+    EXPECT_EQ(SortedNames(folder), (Names{"broken.flac", "take.wav", "whole.flac"}));
+}
+
+TEST(InfoField, ShowsEachThatThereIs) {
+    const TemporaryFolder folder;
+    WriteAudio(folder / "take.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 1000,
+               {0.5F, 0.0F, -0.5F, 4.0F});
+    struct Row {
+        std::string field;
+        std::string value;
+        std::string asJSON;
+    };
+    const std::vector<Row> rows{
+        {"channels", "2", "2"},
+        {"delivery", "32-bit float little-endian", "\"32-bit float little-endian\""},
+        {"duration", "0:00:00.002", "\"0:00:00.002\""},
+        {"file", "take.wav", "\"take.wav\""},
+        {"frames", "2", "2"},
+        {"measurement.channels.0.at_full_scale", "0", "0"},
+        {"measurement.channels.0.non_finite", "0", "0"},
+        {"measurement.channels.0.peak", "0.5", "0.5"},
+        {"measurement.channels.0.peak_dbfs", "-6.020599913279624", "-6.020599913279624"},
+        {"measurement.channels.0.rms", "0.5", "0.5"},
+        {"measurement.channels.0.rms_dbfs", "-6.020599913279624", "-6.020599913279624"},
+        {"measurement.channels.1.at_full_scale", "1", "1"},
+        {"measurement.channels.1.peak", "4.0", "4.0"},
+        {"measurement.integrated_lufs", "null", "null"},
+        {"measurement.range_lu", "null", "null"},
+        {"rate", "1000", "1000"},
+        {"seconds", "0.002", "0.002"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.field);
+        ExpectResult(RunKelhost(folder, {"info", "--field", row.field, "take.wav"}), 0,
+                     row.value + "\n", "");
+        ExpectResult(RunKelhost(folder, {"info", "--json", "--field", row.field, "take.wav"}), 0,
+                     row.asJSON + "\n", "");
+    }
+}
+
+TEST(InfoField, IsShownOfTheOtherFilesWhenOneCanNotBeOpened) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    WriteTake(folder / "long.wav", 3000);
+    ExpectResult(
+        RunKelhost(folder, {"info", "--field", "frames", "take.wav", "missing.wav", "long.wav"}), 1,
+        "1000\n3000\n", "kelhost: missing.wav: No such file or directory\n");
+}
+
+TEST(InfoField, IsShownOfTheFilesThatHaveIt) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav", 1);
+    WriteAudio(folder / "mono.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000, {0.0F});
+    ExpectResult(RunKelhost(folder, {"info", "--field", "measurement.channels.1.non_finite",
+                                     "mono.wav", "take.wav"}),
+                 1, "0\n",
+                 "kelhost: mono.wav: has no field measurement.channels.1.non_finite; channels are "
+                 "counted from 0, and it has 1\n");
+}
+
+TEST(InfoField, IsRefusedWithTheValidOnesBeforeAnyFileIsRead) {
+    const TemporaryFolder folder;
+    const std::string names =
+        "; choose from channels, delivery, duration, file, frames, "
+        "measurement.channels.0.at_full_scale, measurement.channels.0.non_finite, "
+        "measurement.channels.0.peak, measurement.channels.0.peak_dbfs, "
+        "measurement.channels.0.rms, measurement.channels.0.rms_dbfs, "
+        "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, rate, "
+        "seconds\n";
+    for (const std::string field :
+         {"frame", "Frames", "measurement", "measurement.channels", "measurement.channels.0",
+          "measurement.channels.x.peak", "measurement.channels.01.peak", "measurement/range_lu",
+          "frames.", ".frames", "~"}) {
+        ExpectResult(RunKelhost(folder, {"info", "missing.wav", "--field=" + field}), 2, "",
+                     "kelhost: there is no field \"" + field + "\"" + names);
+    }
 }
 
 } // namespace kel::test

@@ -274,13 +274,13 @@ TEST_P(SystemFault, InStartingAThreadLeavesNothing) {
     const int threads = GetParam() == "out.aiff" ? 2 : 1;
     for (int number = 1; number <= threads; ++number) {
         SCOPED_TRACE(number);
-        const FaultyCopy copy(GetParam(), "thread", number);
+        const FaultyRun copy(GetParam(), {"thread", number});
         ExpectResult(copy.Run(), 1, "",
                      "kelhost: " + GetParam() + ": Resource temporarily unavailable\n");
         EXPECT_TRUE(copy.HasFailed());
         EXPECT_EQ(SortedNames(copy.Folder()), Names{"in.wav"});
     }
-    const FaultyCopy copy(GetParam(), "thread", threads + 1);
+    const FaultyRun copy(GetParam(), {"thread", threads + 1});
     copy.ExpectWhole(copy.Run());
     EXPECT_FALSE(copy.HasFailed());
 }

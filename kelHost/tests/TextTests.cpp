@@ -97,6 +97,8 @@ TEST(TextFormatDuration, ShowsHoursMinutesSecondsAndMilliseconds) {
         {std::int64_t{1234} * 3600 * 44100 + 44100, 44100, "1234:00:01.000"},
         {7, 1, "0:00:07.000"},
         {1, std::numeric_limits<std::uint32_t>::max(), "0:00:00.000"},
+        {std::numeric_limits<std::int64_t>::max(), 1, "2562047788015215:30:07.000"},
+        {std::numeric_limits<std::int64_t>::max(), 1000, "2562047788015:12:55.807"},
     };
     for (const Duration& entry : cases) {
         EXPECT_EQ(FormatDuration(entry.frames, entry.rate), entry.text)
@@ -125,6 +127,24 @@ TEST(TextFormatDuration, RoundsToTheNearestMillisecondAndCarries) {
 TEST(TextFormatDuration, IsUnknownWithoutARate) {
     EXPECT_EQ(FormatDuration(0, 0), "unknown");
     EXPECT_EQ(FormatDuration(48000, 0), "unknown");
+}
+
+TEST(TextFormatSeconds, ShowsHoursMinutesAndSeconds) {
+    EXPECT_EQ(FormatSeconds(0), "0:00:00");
+    EXPECT_EQ(FormatSeconds(59), "0:00:59");
+    EXPECT_EQ(FormatSeconds(3599), "0:59:59");
+    EXPECT_EQ(FormatSeconds(36061), "10:01:01");
+}
+
+TEST(TextKeepEnd, CutsInFrontAndCountsCharacters) {
+    EXPECT_EQ(KeepEnd("take.wav", 8), "take.wav");
+    EXPECT_EQ(KeepEnd("take.wav", 7), "....wav");
+    EXPECT_EQ(KeepEnd("take 1.wav", 9), "... 1.wav");
+    EXPECT_EQ(KeepEnd("\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F\xC3\xA4", 4), "...\xC3\xA4");
+    EXPECT_EQ(KeepEnd("\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F", 4), "\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F");
+    EXPECT_EQ(KeepEnd("take", 2), "..");
+    EXPECT_EQ(KeepEnd("take", 0), "");
+    EXPECT_EQ(CountCharacters("t\xC3\xA4ke"), 4U);
 }
 
 TEST(TextFormatTable, AlignsColumnsToTheirWidestCell) {

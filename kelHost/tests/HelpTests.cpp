@@ -1,0 +1,104 @@
+#include "AudioFiles.h"
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+const std::vector<std::string> kCommands{"copy", "info", "plot", "formats", "inspect", "demo"};
+
+// The lines below "Examples:", without what they say of them behind two blanks.
+std::vector<std::string> Examples(const std::string& help) {
+    std::vector<std::string> examples;
+    std::istringstream lines(help);
+    bool within = false;
+    for (std::string line; std::getline(lines, line);) {
+        const bool isExample = line.rfind("  kelhost ", 0) == 0;
+        if (within && isExample) {
+            examples.push_back(line.substr(2, line.find("  ", 2) - 2));
+        }
+        within = line == "Examples:" || (within && isExample);
+    }
+    return examples;
+}
+
+// A folder with the files that examples speak of.
+void MakeRecordings(const TemporaryFolder& folder) {
+    const std::vector<float> values(2U * 95 * 8000, 0.25F);
+    WriteAudio(folder / "take.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 8000, values);
+    WriteAudio(folder / "take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 8000, values);
+    WriteAudio(folder / "second.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 8000, {0.5F, 0.5F});
+}
+
+void RunExamples(const std::string& help) {
+    const std::string programs = std::filesystem::path(KEL_TEST_HOST).parent_path();
+    const char* path = std::getenv("PATH");
+    for (const std::string& example : Examples(help)) {
+        SCOPED_TRACE(example);
+        const TemporaryFolder folder;
+        MakeRecordings(folder);
+        // An example that makes what is already there.
+        if (example == "kelhost copy take.flac take.wav") {
+            std::filesystem::remove(folder / "take.wav");
+        }
+        Command command;
+        command.program = "/bin/sh";
+        command.arguments = {"-c", example};
+        command.folder = folder.Path();
+        command.environment["PATH"] = programs + ":" + (path != nullptr ? path : "");
+        command.environment["KEL_PLUGIN_PATH"] = std::nullopt;
+        const ProcessResult result = RunCommand(command);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+    }
+}
+
+} // namespace
+
+TEST(Help, ShowsExamplesOfTheMainTasksThatWork) {
+    const TemporaryFolder folder;
+    const std::string help = RunKelhost(folder, {"--help"}).out;
+    EXPECT_EQ(Examples(help),
+              (std::vector<std::string>{"kelhost copy take.flac take.wav",
+                                        "kelhost copy *.flac --output-dir wave",
+                                        "kelhost info *.wav", "kelhost info --measure take.wav",
+                                        "kelhost plot take.wav", "kelhost copy --help"}));
+    RunExamples(help);
+}
+
+TEST(Help, NamesEveryCommandInItsErrors) {
+    const TemporaryFolder folder;
+    std::string names;
+    for (const std::string& command : kCommands) {
+        names += (names.empty() ? "" : ", ") + command;
+    }
+    ExpectResult(RunKelhost(folder, {"record"}), 2, "",
+                 "there is no command \"record\"; choose from " + names +
+                     "\nRun with --help for more information.\n");
+}
+
+class HelpOfCommand : public testing::TestWithParam<std::string> {};
+
+TEST_P(HelpOfCommand, HasExamplesThatWork) {
+    const TemporaryFolder folder;
+    const std::string help = RunKelhost(folder, {GetParam(), "--help"}).out;
+    const std::vector<std::string> examples = Examples(help);
+    EXPECT_GE(examples.size(), 2U);
+    for (const std::string& example : examples) {
+        EXPECT_EQ(example.rfind("kelhost " + GetParam(), 0), 0U) << example;
+    }
+    RunExamples(help);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, HelpOfCommand, testing::ValuesIn(kCommands),
+                         [](const auto& test) { return test.param; });
+
+} // namespace kel::test
