@@ -101,6 +101,22 @@ TEST_F(LibsndfileSinkDefineInput, RefusesOneInfoThatCountsAsTwoAudioInfosOrNone)
         return AudioInfoList{};
     };
     ExpectRefusedFirst(input, kSingleInfo);
+    input->audioInfos = [] {
+        return AudioInfoList{nullptr};
+    };
+    ExpectRefusedFirst(input, kSingleInfo);
+}
+
+TEST_F(LibsndfileSinkDefineInput, JudgesTheInfoOfTheListThatItCounted) {
+    Script script;
+    const auto input = std::make_shared<InfoContainerDouble>(script, MakeInfo({}));
+    int asked = 0;
+    input->audioInfos = [&asked] {
+        return ++asked == 1 ? AudioInfoList{CreateAudioInfo(nullptr, MakeChannels(2), {}, {})}
+                            : AudioInfoList{MakeInfo({})};
+    };
+    ExpectRefusedFirst(input, kNotPCM);
+    EXPECT_EQ(script.calls, std::vector<std::string>({"GetInfos", "GetAudioInfos"}));
 }
 
 TEST_F(LibsndfileSinkDefineInput, RefusesAnInfoWithoutParameters) {
@@ -758,6 +774,7 @@ TEST_F(LibsndfileSinkDefineInputOfAScript, TakesItsStepsInOrder) {
         "GetAudioInfos",
         "GetAudioParameters",
         "GetNumberOfChannels",
+        "GetMuxing",
         "GetWideStringValue FilePath",
         "GetStringValue type",
         "FromString",
