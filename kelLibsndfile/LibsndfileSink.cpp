@@ -45,9 +45,13 @@ std::uint32_t NumberOfChannelsOf(const IAudioInfo& audioInfo) {
     return channels != nullptr ? channels->GetNumberOfChannels() : 0;
 }
 
-// Exactly one info, and that audio.
-bool IsSingleAudioInput(const IInfoContainer& input) {
-    return input.GetInfos().size() == 1 && input.GetAudioInfos().size() == 1;
+// The info of an input that has exactly one, and that audio; empty for every other input.
+std::shared_ptr<const IAudioInfo> SingleAudioInfoOf(const IInfoContainer& input) {
+    if (input.GetInfos().size() != 1) {
+        return nullptr;
+    }
+    const auto audioInfos = input.GetAudioInfos();
+    return audioInfos.size() == 1 ? audioInfos.front() : nullptr;
 }
 
 int MajorFormat(WrapperFormat wrapperFormat) {
@@ -353,7 +357,7 @@ std::shared_ptr<const ICheckInputReport>
 LibsndfileSink::CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer> input,
                                               std::string /*name*/) const {
     KEL_CHECK_POINTER(input, kNoInput);
-    if (!IsSingleAudioInput(*input)) {
+    if (SingleAudioInfoOf(*input) == nullptr) {
         return CreateCheckInputReportTrackError({ContentType::Audio});
     }
 
@@ -377,13 +381,14 @@ LibsndfileSink::CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContain
 
 void LibsndfileSink::DefineInput(std::shared_ptr<const IInfoContainer> input, std::string name) {
     KEL_CHECK_POINTER(input, kNoInput);
-    if (!IsSingleAudioInput(*input)) {
+    const std::shared_ptr<const IAudioInfo> audioInfo = SingleAudioInfoOf(*input);
+    if (audioInfo == nullptr) {
         KEL_FAIL("Only one info supported in input. It must be audio.");
     }
-    const std::shared_ptr<const IAudioInfo> audioInfo = input->GetAudioInfos().front();
     const auto pcmAudioParams = PCMParametersOf(*audioInfo);
     KEL_CHECK_POINTER(pcmAudioParams, "Only PCM audio is supported");
-    CheckMuxing(NumberOfChannelsOf(*audioInfo), pcmAudioParams->GetMuxing());
+    const std::uint32_t channels = NumberOfChannelsOf(*audioInfo);
+    CheckMuxing(channels, pcmAudioParams->GetMuxing());
 
     KEL_CHECK_POINTER(initConfig, kNotConfigured);
     const std::wstring configPath = initConfig->GetWideStringValue("FilePath");
@@ -393,8 +398,8 @@ void LibsndfileSink::DefineInput(std::shared_ptr<const IInfoContainer> input, st
     }
     const std::wstring& path = !openedFilePath.empty() ? openedFilePath : configPath;
 
-    const WrapperFormat wrapperFormat =
-        ResolveFormat(FormatFromExtension(path), FormatFromType(config));
+    const WrapperFormat extFormat = FormatFromExtension(path);
+    const WrapperFormat wrapperFormat = ResolveFormat(extFormat, FormatFromType(config));
 
     // The check knows "type" alone, so that a file is created only where "type" names a format that
     // can be written; the extension decides no more than the record above.
@@ -409,9 +414,8 @@ void LibsndfileSink::DefineInput(std::shared_ptr<const IInfoContainer> input, st
     const std::string platformPath = ConvertWideStringToPlatformString(path);
     SNDFILE* file = sf_open(platformPath.c_str(), SFM_WRITE, &sfInfo);
     if (file == nullptr) {
-        const char* error = sf_strerror(nullptr);
         KEL_FAIL("Unable to open file \"" << platformPath << "\" with libsndfile. Error is:\""
-                                          << (error != nullptr ? error : "") << "\"");
+                                          << sf_strerror(nullptr) << "\"");
     }
     // A file that was open before is left to itself: one input is defined per file.
     sndFile = file;

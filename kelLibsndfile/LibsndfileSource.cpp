@@ -57,11 +57,6 @@ bool IsSameRate(const EditRate& left, const EditRate& right) {
     return std::abs(leftQuotient - rightQuotient) <= kTolerance;
 }
 
-// A stream takes a null text for an error; here nothing is printed for it.
-const char* TextOrNothing(const char* text) {
-    return text != nullptr ? text : "";
-}
-
 constexpr const char* kNotConfigured = "LibsndfileSource needs SetInitConfig first";
 
 } // namespace
@@ -99,7 +94,7 @@ void LibsndfileSource::Open(const std::wstring& path) {
     if (file == nullptr) {
         // Without a handle there is only the library's global error text.
         KEL_FAIL("Unable to open file \"" << name << "\" with libsndfile. Error is:\""
-                                          << TextOrNothing(sf_strerror(nullptr)) << "\"");
+                                          << sf_strerror(nullptr) << "\"");
     }
     if (sfInfo.channels <= 0) {
         // The handle stays with libsndfile: a file without channels is one whose reader can not be
@@ -193,7 +188,7 @@ void LibsndfileSource::ActivateOutputs(
 }
 
 std::vector<std::shared_ptr<const IChannelInfo>> LibsndfileSource::GetActivatedOutputs() const {
-    if (!outputsActivated) {
+    if (!IsMediaOpen() || !outputsActivated) {
         return {};
     }
     return GetAvailableOutputs();
@@ -229,8 +224,7 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
         // What was read is delivered all the same.
         KEL_LOG(LogLevel::Error, "Warning: tried to read "
                                      << maxFrames << " frames but could only read " << framesRead
-                                     << " -- libsndfile error is "
-                                     << TextOrNothing(sf_strerror(sndFile)));
+                                     << " -- libsndfile error is " << sf_strerror(sndFile));
     }
     buffer->SetSize(bytesPerFrame * static_cast<std::uint32_t>(framesRead));
 

@@ -42,7 +42,9 @@ public:
     // ISourceControl
 
     /// Needs SetInitConfig before. A failure after libsndfile has opened the file, one of the
-    /// allocator for instance, leaves the source open.
+    /// allocator for instance, leaves the source open. libsndfile is handed the description of the
+    /// file before: after one that it took for headerless, by its extension, it reads the next file
+    /// as headerless, too. A new source starts from nothing.
     void Open(const std::wstring& path) override;
     /// Always refused.
     void SetDirection(MediaSourceDirection direction) override;

@@ -90,22 +90,22 @@ KEL_CORE_EXPORT void WriteRecord(LogLevel level, const std::string& message, con
 
 /// Collects the text of a record or a check, piece by piece, as a stream does; numbers look the
 /// same whatever locale the host has made global. Texts and integers are appended as they are; a
-/// stream, which costs several times as much, is there from the first piece on that needs one.
+/// stream, which costs several times as much, is there from the first piece on that needs one. A
+/// null pointer to text is no text, wherever it stands.
 class KEL_CORE_EXPORT MessageText {
 public:
     template <typename T>
     MessageText& operator<<(const T& piece) {
+        if constexpr (kIsPlainText<T>) {
+            const auto* const text = piece;
+            if (text == nullptr) {
+                return *this; // a stream would take it for a failure
+            }
+        }
         if (m_stream == nullptr) {
-            if constexpr (std::is_same_v<std::decay_t<T>, char*> ||
-                          std::is_same_v<std::decay_t<const T>, const char*>) {
-                const char* text = piece;
-                m_text += text != nullptr ? text : "";
-                return *this;
-            } else if constexpr (std::is_same_v<T, std::string> ||
-                                 std::is_same_v<T, std::string_view>) {
-                m_text += piece;
-                return *this;
-            } else if constexpr (std::is_same_v<T, char>) {
+            if constexpr (std::is_same_v<Decayed<T>, const char*> ||
+                          std::is_same_v<T, std::string> || std::is_same_v<T, std::string_view> ||
+                          std::is_same_v<T, char>) {
                 m_text += piece;
                 return *this;
             } else if constexpr (kIsNumber<T>) {
@@ -113,7 +113,9 @@ public:
                 return *this;
             }
         }
-        Stream() << piece;
+        std::ostream& stream = Stream();
+        stream << piece;
+        stream.clear(); // a piece that can not be written takes nothing else with it
         return *this;
     }
 
@@ -124,6 +126,18 @@ public:
     std::string Text() const;
 
 private:
+    // What a piece is as a value: the pointer that an array turns into, its characters constant.
+    template <typename T>
+    using Decayed =
+        std::conditional_t<std::is_pointer_v<std::decay_t<T>>,
+                           const std::remove_pointer_t<std::decay_t<T>>*, std::decay_t<T>>;
+
+    // Pointers that a stream follows to null-terminated text.
+    template <typename T>
+    static constexpr bool kIsPlainText =
+        std::is_same_v<Decayed<T>, const char*> || std::is_same_v<Decayed<T>, const signed char*> ||
+        std::is_same_v<Decayed<T>, const unsigned char*>;
+
     // Integers that a stream shows as numbers.
     template <typename T>
     static constexpr bool kIsNumber =

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <climits>
+#include <cstdlib>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -332,6 +333,21 @@ TEST(TheTime, IsThePresentInUtcWithMilliseconds) {
     const long long time = timegm(&utc) * 1000LL + std::stoi(rest + 1);
     EXPECT_GE(time, before);
     EXPECT_LE(time, after);
+}
+
+TEST(TheTime, IsInUtcWhateverTheTimeZone) {
+    // Texts of this form sort as their times do.
+    const std::string before = GetCurrentTimeString();
+    for (const char* const zone : {"FAR-13:45", "BEHIND+11:30"}) {
+        SCOPED_TRACE(zone);
+        ASSERT_EQ(setenv("TZ", zone, 1), 0);
+        tzset();
+        const std::string text = GetCurrentTimeString();
+        ASSERT_EQ(unsetenv("TZ"), 0);
+        tzset();
+        EXPECT_GE(text, before);
+        EXPECT_LE(text, GetCurrentTimeString());
+    }
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <locale>
 #include <ostream>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -122,6 +123,48 @@ TEST(AMessage, TakesNullAsAStreamDoes) {
     EXPECT_TEXT_AS_ON_A_STREAM(0.5 << nullptr);
     EXPECT_EQ(MessageOf([&] { KEL_CHECK_EQUAL(nullptr, pointer, "null"); }).substr(0, 34),
               "[null] [ value1 (nullptr) is not =");
+}
+
+template <typename Character>
+void ExpectNoTextWherever() {
+    Character* const text = nullptr;
+    const Character* const constantText = nullptr;
+    for (const bool throughAStream : {false, true}) {
+        SCOPED_TRACE(throughAStream);
+        EXPECT_EQ(MessageOf([&] {
+                      if (throughAStream) {
+                          KEL_FAIL(0.5 << " of \"" << text << constantText << "\", " << 3);
+                      }
+                      KEL_FAIL("0.5 of \"" << text << constantText << "\", " << 3);
+                  }),
+                  "[0.5 of \"\", 3]");
+    }
+    EXPECT_EQ(MessageOf([&] { KEL_CHECK_NOT_EQUAL(text, constantText, text << 0.5); }),
+              "[0.5] [ value1 () is not != value2 () ]");
+}
+
+TEST(AMessage, TakesANullTextForNoneAndKeepsTheRest) {
+    ExpectNoTextWherever<char>();
+    ExpectNoTextWherever<signed char>();
+    ExpectNoTextWherever<unsigned char>();
+
+    const char* const text = nullptr;
+    const test::LogCapture log;
+    KEL_LOG(LogLevel::Info, "half " << 0.5 << " of \"" << text << "\", " << 3 << " channels");
+    EXPECT_EQ(log->Messages(LogLevel::Info),
+              std::vector<std::string>{"half 0.5 of \"\", 3 channels"});
+}
+
+TEST(AMessage, KeepsWhatStandsAroundAPieceThatCanNotBeWritten) {
+    std::streambuf* const nothing = nullptr;
+    EXPECT_EQ(MessageOf([&] { KEL_FAIL("before" << nothing << ", after " << 1 << nothing); }),
+              "[before, after 1]");
+}
+
+TEST(AMessage, TakesTextsOfOneByteIntegers) {
+    const signed char signedText[] = {'s', 'i', 'g', 0};
+    const unsigned char unsignedText[] = {'u', 'n', 's', 0};
+    EXPECT_TEXT_AS_ON_A_STREAM(signedText << ' ' << unsignedText << ' ' << 0.5 << signedText);
 }
 
 TEST(AMessage, TakesWhatHasAnInserterOfItsOwn) {

@@ -101,6 +101,22 @@ TEST_F(LibsndfileSinkDefineInput, RefusesOneInfoThatCountsAsTwoAudioInfosOrNone)
         return AudioInfoList{};
     };
     ExpectRefusedFirst(input, kSingleInfo);
+    input->audioInfos = [] {
+        return AudioInfoList{nullptr};
+    };
+    ExpectRefusedFirst(input, kSingleInfo);
+}
+
+TEST_F(LibsndfileSinkDefineInput, JudgesTheInfoOfTheListThatItCounted) {
+    Script script;
+    const auto input = std::make_shared<InfoContainerDouble>(script, MakeInfo({}));
+    int asked = 0;
+    input->audioInfos = [&asked] {
+        return ++asked == 1 ? AudioInfoList{CreateAudioInfo(nullptr, MakeChannels(2), {}, {})}
+                            : AudioInfoList{MakeInfo({})};
+    };
+    ExpectRefusedFirst(input, kNotPCM);
+    EXPECT_EQ(script.calls, std::vector<std::string>({"GetInfos", "GetAudioInfos"}));
 }
 
 TEST_F(LibsndfileSinkDefineInput, RefusesAnInfoWithoutParameters) {
@@ -281,7 +297,12 @@ TEST_F(LibsndfileSinkDefineInput, FindsNoFormatWithoutAnExtensionOfTheTable) {
         L"take.wa",
         L"take.wav.txt",
         L"take.aifc",
+        L"take.bwf",
+        L"take.rf",
+        L"take.rifx",
+        L"take.wavex",
         L"take.w64",
+        L"take.pcm",
         L"take.unknown",
         L"/data/out.d/take",
         L"/data/out.wav/take",
@@ -758,6 +779,7 @@ TEST_F(LibsndfileSinkDefineInputOfAScript, TakesItsStepsInOrder) {
         "GetAudioInfos",
         "GetAudioParameters",
         "GetNumberOfChannels",
+        "GetMuxing",
         "GetWideStringValue FilePath",
         "GetStringValue type",
         "FromString",

@@ -3,6 +3,7 @@
 
 #include "SourceTestSupport.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -264,6 +265,25 @@ TEST(LibsndfileSourceRelease, AllowsAnotherFile) {
     EXPECT_TRUE(source->IsMediaOpen());
     EXPECT_EQ(source->GetTimeLimits("").duration, 300);
     EXPECT_EQ(ValuesOf(source->GetSample()), ExpectedValues(other, 0, 300));
+}
+
+TEST(LibsndfileSourceRelease, LetsTheNextFileBeReadLikeOneWithoutAHeader) {
+    // libsndfile takes the extension for the encoding of a file without a header, and what it is
+    // handed for the encoding of the next.
+    const TemporaryFolder folder;
+    const std::string headerless = folder / "speech.vox";
+    WriteFile(headerless, std::string(1000, '\x80'));
+    const std::string path = WriteWave(folder);
+    const auto bytes = static_cast<std::int64_t>(WaveBytes({}).size());
+    const auto source = OpenSource(headerless);
+    EXPECT_EQ(source->GetTimeLimits("").duration, 2 * 1000);
+    source->Release();
+    source->Open(ConvertPlatformStringToWideString(path));
+    const TimeLimits limits = source->GetTimeLimits("");
+    EXPECT_EQ(limits.duration, 2 * bytes);
+    EXPECT_EQ(limits.start.GetEditRate(), EditRate(8000, 1));
+    EXPECT_EQ(source->GetAvailableOutputs().at(0)->GetNumberOfChannels(), 1U);
+    EXPECT_EQ(OpenSource(path)->GetTimeLimits("").duration, 2500);
 }
 
 TEST(LibsndfileSourceRelease, LetsTheStampsGoOnInTheNextFile) {

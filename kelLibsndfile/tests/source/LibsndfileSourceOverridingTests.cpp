@@ -4,6 +4,8 @@
 
 #include "../../LibsndfileSource.h"
 
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -18,7 +20,10 @@ class OverridingSource final : public LibsndfileSource {
 public:
     using LibsndfileSource::LibsndfileSource;
 
-    bool IsMediaOpen() const override { return open.value_or(LibsndfileSource::IsMediaOpen()); }
+    bool IsMediaOpen() const override {
+        ++asked;
+        return open.value_or(LibsndfileSource::IsMediaOpen());
+    }
 
     void Open(const std::wstring& path) override {
         paths.push_back(path);
@@ -29,6 +34,7 @@ public:
     }
 
     std::optional<bool> open;
+    mutable int asked = 0; // how often whether a file is open
     std::vector<std::wstring> paths;
 };
 
@@ -76,6 +82,29 @@ TEST_F(LibsndfileSourceOverriding, OpensTheSourceForOperationsThatNeedAFile) {
         source->ActivateOutputs({});
         EXPECT_EQ(source->GetActivatedOutputs().size(), 0U);
     });
+}
+
+TEST_F(LibsndfileSourceOverriding, IsAskedByEachOperationThatNeedsAFile) {
+    OpenFile();
+    for (const bool active : {true, false}) {
+        source->ActivateOutputs(active ? source->GetAvailableOutputs()
+                                       : std::vector<std::shared_ptr<const IChannelInfo>>());
+        const std::vector<std::function<void()>> operations = {
+            [&] { source->GetDefinedOutput(""); },
+            [&] { source->GetAvailableOutputs(); },
+            [&] { source->GetActivatedOutputs(); },
+            [&] { source->GetSample(); },
+            [&] { source->GetTimeLimits(""); },
+            [&] { source->GotoTimeOffset(Frames(0, {44100, 1}), ""); },
+            [&] { source->ActivateOutputs({}); },
+        };
+        for (std::size_t i = 0; i < operations.size(); ++i) {
+            SCOPED_TRACE(i);
+            source->asked = 0;
+            operations[i]();
+            EXPECT_GE(source->asked, 1);
+        }
+    }
 }
 
 TEST_F(LibsndfileSourceOverriding, DoesNotDecideWhetherAFileCanBeOpened) {

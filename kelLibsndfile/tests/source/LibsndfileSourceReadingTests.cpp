@@ -183,6 +183,20 @@ TEST(LibsndfileSourceReading, GoesOnWithTheStampsAfterASeek) {
     EXPECT_EQ(ValuesOf(container), ExpectedValues({}, 0, 1024));
 }
 
+TEST(LibsndfileSourceReading, IsNotChangedByWhatTheSourceHasNoUseFor) {
+    const TemporaryFolder folder;
+    const auto source = OpenSource(WriteWave(folder));
+    source->GetSample();
+    ExpectRecords({}, [&] {
+        source->Interrupt();
+        source->ClearInternalBuffer();
+        source->SetOutputMediator(std::make_shared<IOutputMediator>(), "output", "name");
+    });
+    const auto container = source->GetSample();
+    EXPECT_EQ(StampOf(container), (Stamp{1024, 1024, 8192}));
+    EXPECT_EQ(ValuesOf(container), ExpectedValues({}, 1024, 1024));
+}
+
 TEST(LibsndfileSourceReading, FailsWhereTheSettingsDoNotDeclareTheSize) {
     const TemporaryFolder folder;
     const std::string path = WriteWave(folder);
