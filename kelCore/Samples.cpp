@@ -15,27 +15,7 @@ namespace kel {
 
 namespace {
 
-bool Matches(const IAudioSample& sample, const IAudioInfo* info, const ITrack* track) {
-    if (info == nullptr && track == nullptr) {
-        return true;
-    }
-    const std::shared_ptr<const IAudioInfo> sampleInfo = sample.GetAudioInfo();
-    if (info != nullptr && sampleInfo.get() != info) {
-        return false;
-    }
-    if (track == nullptr) {
-        return true;
-    }
-    const std::shared_ptr<const IChannelInfo> channels =
-        sampleInfo != nullptr ? sampleInfo->GetChannelInfo() : nullptr;
-    return channels != nullptr && channels->GetTrack().get() == track;
-}
-
-// Nearly every sample travels alone in a container without packaging. It is that container itself,
-// which spares one allocation on the path of every sample.
-class AudioSample final : public IAudioSample,
-                          public ISampleContainer,
-                          public std::enable_shared_from_this<AudioSample> {
+class AudioSample final : public IAudioSample {
 public:
     AudioSample(std::shared_ptr<const IAudioParameters> parameters,
                 std::shared_ptr<const IAudioInfo> info, std::shared_ptr<const IBuffer> buffer,
@@ -53,17 +33,6 @@ public:
         return m_metadata;
     }
 
-    std::vector<std::shared_ptr<const IAudioSample>>
-    GetAudioSamples(std::shared_ptr<const IAudioInfo> info,
-                    std::shared_ptr<const ITrack> track) const override {
-        if (!Matches(*this, info.get(), track.get())) {
-            return {};
-        }
-        return {1, shared_from_this()};
-    }
-
-    std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const override { return nullptr; }
-
 private:
     std::shared_ptr<const IAudioParameters> m_parameters;
     std::shared_ptr<const IAudioInfo> m_info;
@@ -71,6 +40,22 @@ private:
     TimeLimits m_limits;
     std::vector<std::shared_ptr<const IMetadata>> m_metadata;
 };
+
+bool Matches(const IAudioSample& sample, const IAudioInfo* info, const ITrack* track) {
+    if (info == nullptr && track == nullptr) {
+        return true;
+    }
+    const std::shared_ptr<const IAudioInfo> sampleInfo = sample.GetAudioInfo();
+    if (info != nullptr && sampleInfo.get() != info) {
+        return false;
+    }
+    if (track == nullptr) {
+        return true;
+    }
+    const std::shared_ptr<const IChannelInfo> channels =
+        sampleInfo != nullptr ? sampleInfo->GetChannelInfo() : nullptr;
+    return channels != nullptr && channels->GetTrack().get() == track;
+}
 
 // Appends the sample to the selection if it is audio and both filters let it through.
 void Select(std::vector<std::shared_ptr<const IAudioSample>>& selection,
@@ -81,6 +66,32 @@ void Select(std::vector<std::shared_ptr<const IAudioSample>>& selection,
         selection.push_back(std::move(audioSample));
     }
 }
+
+// The container on the path of every sample: one audio sample, held without a vector and known for
+// what it is.
+class SingleSampleContainer final : public ISampleContainer {
+public:
+    SingleSampleContainer(std::shared_ptr<const ISample> sample,
+                          std::shared_ptr<const IPackagingInfo> packaging)
+        : m_sample(std::move(sample)), m_packaging(std::move(packaging)) {}
+
+    std::vector<std::shared_ptr<const IAudioSample>>
+    GetAudioSamples(std::shared_ptr<const IAudioInfo> info,
+                    std::shared_ptr<const ITrack> track) const override {
+        std::vector<std::shared_ptr<const IAudioSample>> selection;
+        const auto& audioSample = static_cast<const AudioSample&>(*m_sample);
+        if (Matches(audioSample, info.get(), track.get())) {
+            selection.emplace_back(m_sample, &audioSample);
+        }
+        return selection;
+    }
+
+    std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const override { return m_packaging; }
+
+private:
+    std::shared_ptr<const ISample> m_sample; // an AudioSample
+    std::shared_ptr<const IPackagingInfo> m_packaging;
+};
 
 class SampleContainer final : public ISampleContainer {
 public:
@@ -124,11 +135,8 @@ CreateSampleContainer(std::shared_ptr<const ISample> sample,
                       std::shared_ptr<const IPackagingInfo> packaging) {
     KEL_CHECK_POINTER(sample, kEmptySampleText);
     const ISample& object = *sample;
-    if (packaging == nullptr && typeid(object) == typeid(AudioSample)) {
-        // A container lets itself be read only, so that it may be the sample that was handed over
-        // as const.
-        auto* container = const_cast<AudioSample*>(static_cast<const AudioSample*>(&object));
-        return {std::move(sample), container};
+    if (typeid(object) == typeid(AudioSample)) {
+        return std::make_shared<SingleSampleContainer>(std::move(sample), std::move(packaging));
     }
     return CreateSampleContainer(std::vector<std::shared_ptr<const ISample>>{std::move(sample)},
                                  std::move(packaging));

@@ -113,6 +113,13 @@ TEST(ASampleContainer, OfOneAudioSampleHasExactlyThatSample) {
     }
 }
 
+TEST(ASampleContainer, IsANewObjectEachTime) {
+    const SampleHandle sample = MakeSample(nullptr);
+    const auto container = CreateSampleContainer(sample, nullptr);
+    EXPECT_NE(CreateSampleContainer(sample, nullptr), container);
+    EXPECT_EQ(dynamic_cast<const ISampleContainer*>(sample.get()), nullptr);
+}
+
 TEST(ASampleContainer, WithoutAudioHasNoAudioSamples) {
     for (const auto& container : ContainersOf(std::make_shared<const OtherSample>())) {
         EXPECT_THAT(container->GetAudioSamples(nullptr, nullptr), IsEmpty());

@@ -20,10 +20,11 @@ namespace {
 
 // What GetSample makes anew at each call, each together with its shared handle's control block:
 // - the IBuffer of CreateBuffer,
-// - the IAudioSample of CreateAudioSample, which is its ISampleContainer too.
+// - the IAudioSample of CreateAudioSample,
+// - the ISampleContainer of CreateSampleContainer.
 // The bytes, their IMemoryBlock and its control block lie in one piece of memory, which the pool
 // gives out again.
-constexpr std::size_t kObjectsOfOneSample = 2;
+constexpr std::size_t kObjectsOfOneSample = 3;
 
 // What PushSample makes: the vector of samples that GetAudioSamples returns.
 constexpr std::size_t kObjectsOfOnePush = 1;
@@ -69,7 +70,7 @@ private:
     TemporaryFolder m_folder;
 };
 
-TEST_P(SampleAllocations, OfGetSampleAreItsTwoObjectsAndNoBlock) {
+TEST_P(SampleAllocations, OfGetSampleAreItsThreeObjectsAndNoBlock) {
     const auto source = OpenWarmSource();
     for (int i = 2; i < kSamples; ++i) {
         std::shared_ptr<const ISampleContainer> container;
