@@ -28,6 +28,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -203,7 +204,7 @@ private:
             if (range.count <= 2 * static_cast<std::int64_t>(m_options.blockFrames)) {
                 RunInline(stages);
             } else {
-                RunOverlapped(stages);
+                RunOverlapped(stages, std::thread::hardware_concurrency());
             }
             sink.Close();
             return pushed;

@@ -12,31 +12,37 @@ namespace kel::host {
 
 namespace {
 
-// A queue of so few samples that what is in it is still in the processor's caches.
+// A queue of so few samples that what is in it is still in the processor's caches, between one
+// stage and the next. A stage that had to wait is woken when there is work for a while, not for
+// each sample: waking a thread takes longer than converting a sample.
 class Queue {
 public:
     /// Waits for room. False when nobody will take the sample any more.
     bool Push(SampleHandle sample) {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_samples.size() < kMost || m_closed; });
+        m_hasRoom.wait(lock, [this] { return m_samples.size() < kMost || m_closed; });
         if (m_closed) {
             return false;
         }
         m_samples.push_back(std::move(sample));
-        m_changed.notify_all();
+        if (m_samples.size() == 1) {
+            m_hasSamples.notify_one();
+        }
         return true;
     }
 
     /// Waits for a sample. Empty at the end.
     SampleHandle Pop() {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return !m_samples.empty() || m_closed; });
+        m_hasSamples.wait(lock, [this] { return !m_samples.empty() || m_closed; });
         if (m_samples.empty()) {
             return nullptr;
         }
         SampleHandle sample = std::move(m_samples.front());
         m_samples.pop_front();
-        m_changed.notify_all();
+        if (m_samples.size() == kFew) {
+            m_hasRoom.notify_one();
+        }
         return sample;
     }
 
@@ -44,14 +50,17 @@ public:
     void Close() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_closed = true;
-        m_changed.notify_all();
+        m_hasRoom.notify_one();
+        m_hasSamples.notify_one();
     }
 
 private:
     static constexpr std::size_t kMost = 4;
+    static constexpr std::size_t kFew = 2; // when a stage that waits for room goes on
 
     std::mutex m_mutex;
-    std::condition_variable m_changed;
+    std::condition_variable m_hasRoom;
+    std::condition_variable m_hasSamples;
     std::deque<SampleHandle> m_samples;
     bool m_closed = false;
 };
@@ -90,7 +99,9 @@ void RunInline(const Stages& stages) {
     }
 }
 
-void RunOverlapped(const Stages& stages) {
+void RunOverlapped(const Stages& stages, unsigned processors) {
+    constexpr unsigned kStages = 3;
+    const bool hasConverter = stages.convert && processors >= kStages;
     Queue pulled;
     Queue converted;
     FirstError firstError;
@@ -115,6 +126,9 @@ void RunOverlapped(const Stages& stages) {
             runStage(
                 [&] {
                     while (SampleHandle sample = stages.pull()) {
+                        if (stages.convert && !hasConverter) {
+                            sample = stages.convert(std::move(sample));
+                        }
                         if (!pulled.Push(std::move(sample))) {
                             return;
                         }
@@ -122,7 +136,7 @@ void RunOverlapped(const Stages& stages) {
                 },
                 nullptr, &pulled);
         });
-        if (stages.convert) {
+        if (hasConverter) {
             converter = std::thread([&] {
                 runStage(
                     [&] {
@@ -141,7 +155,7 @@ void RunOverlapped(const Stages& stages) {
         pulled.Close();
         converted.Close();
     }
-    Queue& last = stages.convert ? converted : pulled;
+    Queue& last = hasConverter ? converted : pulled;
     runStage(
         [&] {
             while (SampleHandle sample = last.Pop()) {
