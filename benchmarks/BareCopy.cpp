@@ -1,5 +1,5 @@
-// The least that a copy through libsndfile can be: one loop, one thread, 16384-frame blocks of floats
-// that are read and written. What kelhost is compared with.
+// The least that a copy through libsndfile can be: one loop, one thread, 16384-frame blocks of
+// floats that are read and written. What kelhost is compared with.
 //
 // BareCopy INPUT OUTPUT wavex|rf64
 

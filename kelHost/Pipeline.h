@@ -21,8 +21,8 @@ struct Stages {
 /// Runs the stages until pull gives an empty handle, each on a thread of its own with short queues
 /// in between, so that memory does not grow with the length of the work. The first exception of any
 /// stage ends all and is thrown from here; nobody waits for a stage that has ended.
-/// @param processors how many there are to work on; with fewer than three, converting is done on the
-/// reader's thread, where the samples still are in the caches
+/// @param processors how many there are to work on; with fewer than three, converting is done on
+/// the reader's thread, where the samples still are in the caches
 void RunOverlapped(const Stages& stages, unsigned processors);
 
 /// Does the same on the calling thread alone, for work that is too short to be shared.
