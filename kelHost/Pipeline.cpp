@@ -95,7 +95,10 @@ private:
 
 void RunInline(const Stages& stages) {
     while (SampleHandle sample = stages.pull()) {
-        stages.push(stages.convert ? stages.convert(std::move(sample)) : std::move(sample));
+        if (stages.convert) {
+            sample = stages.convert(std::move(sample));
+        }
+        stages.push(std::move(sample));
     }
 }
 

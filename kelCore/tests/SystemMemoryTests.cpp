@@ -176,6 +176,15 @@ TEST_F(TheRecyclersMemory, GoesBackToTheSystemWithTheRecyclerAndItsLastBlock) {
     EXPECT_EQ(GetSystemMemory().liveBytes, before.liveBytes);
 }
 
+TEST_F(TheRecyclersMemory, GoesBackToTheSystemWithARecyclerThatHasAllItsBlocks) {
+    const auto before = GetSystemMemory();
+    auto other = MakeRecycler();
+    other->Allocate(4096);
+    other.reset();
+    EXPECT_EQ(GetSystemMemory().liveBlocks, before.liveBlocks);
+    EXPECT_EQ(GetSystemMemory().liveBytes, before.liveBytes);
+}
+
 TEST_F(TheRecyclersMemory, GoesBackToTheSystemWithTheLastWeakHandle) {
     const auto before = GetSystemMemory();
     auto other = MakeRecycler();

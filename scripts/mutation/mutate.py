@@ -114,7 +114,7 @@ def mutations_of(file):
             pattern = re.escape(before) if before.startswith(" ") else rf"\b{before}\b"
             for match in re.finditer(pattern, piece):
                 begin = offset + match.start()
-                if line_of(text, begin)[1].startswith(("#", "template")):
+                if line_of(text, begin)[1].startswith(("#", "template", "static_assert")):
                     continue
                 found.append(make(text, file, "operator", begin, begin + len(match.group()), after))
         for match in re.finditer(r"(?<![\w.\"'])(0x[0-9A-Fa-f]+|\d+)(?=U?\b(?!\w))", piece):
@@ -131,7 +131,7 @@ def mutations_of(file):
                 found.append(make(text, file, "check", begin, end, ";"))
     plain = list(statements(text))
     for begin, end, _ in plain:
-        if "KEL_FAIL" not in text[begin:end] and "KEL_CHECK" not in text[begin:end]:
+        if not re.search("KEL_FAIL|KEL_CHECK|= delete;|= default;", text[begin:end]):
             found.append(make(text, file, "statement", begin + len(text[begin:end]) -
                               len(text[begin:end].lstrip()), end, ";"))
     for (begin, end, indent), (next_begin, next_end, next_indent) in zip(plain, plain[1:]):
