@@ -169,7 +169,7 @@ bool IsMeasured(const std::string& field) {
 
 // Refuses a field that no file has before any file is read.
 void CheckField(const std::string& field) {
-    static const std::regex channel("^(measurement\\.channels\\.)(0|[1-9][0-9]{0,3})\\.");
+    static const std::regex channel(R"(^(measurement\.channels\.)(0|[1-9][0-9]{0,3})\.)");
     const std::string inMono = std::regex_replace(field, channel, "$010.");
     const std::vector<std::string> names = FieldNames();
     if (std::find(names.begin(), names.end(), inMono) == names.end()) {
