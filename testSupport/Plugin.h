@@ -3,6 +3,7 @@
 
 #include <kelCore.h>
 
+#include <cstdlib>
 #include <dlfcn.h>
 #include <memory>
 #include <stdexcept>
@@ -13,11 +14,18 @@ namespace kel::test {
 /// The name that the tests give to the plug-in's entry point.
 inline const std::string kPluginName = "kelLibsndfile under test";
 
-/// Loads the library that KEL_TEST_PLUGIN names, once in a process, and registers its elements,
-/// once in a process. It stays loaded: the registry holds its factories.
+/// The plug-in under test: the one that the environment's KEL_TEST_PLUGIN names, else the one that
+/// was built along with the tests.
+inline std::string PluginPath() {
+    const char* other = std::getenv("KEL_TEST_PLUGIN");
+    return other != nullptr ? other : KEL_TEST_PLUGIN;
+}
+
+/// Loads the plug-in under test and registers its elements, once in a process. It stays loaded: the
+/// registry holds its factories.
 inline void* LoadPlugin() {
     static void* const library = [] {
-        void* handle = dlopen(KEL_TEST_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+        void* handle = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
         if (handle == nullptr) {
             throw std::runtime_error(dlerror());
         }

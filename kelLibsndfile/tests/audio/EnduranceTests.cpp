@@ -121,7 +121,7 @@ TEST_F(Endurance, OfElementsThatAreMadeAndDropped) {
 
 TEST_F(Endurance, OfThePlugInBeingLoadedUsedAndUnloaded) {
     ExpectFlat([] {
-        void* const library = dlopen(KEL_TEST_PLUGIN, RTLD_NOW | RTLD_LOCAL);
+        void* const library = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << dlerror();
         reinterpret_cast<void (*)(const char*)>(dlsym(library, "RegisterAll"))("endurance");
         auto source = ImplementElement<ElementFactoryType::AudioSource>("kel.LibsndfileSource",
