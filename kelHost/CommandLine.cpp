@@ -1,5 +1,6 @@
 #include "CommandLine.h"
 
+#include "CommandLineGuides.h"
 #include "Commands.h"
 #include "Console.h"
 #include "Errors.h"
@@ -77,6 +78,8 @@ struct CommandLine {
     CLI::App* formats = nullptr;
     CLI::App* inspect = nullptr;
     CLI::App* demo = nullptr;
+    CLI::App* manual = nullptr;
+    CLI::App* completion = nullptr;
 };
 
 // The part of the file, for the commands that take one.
@@ -236,6 +239,10 @@ void Define(CommandLine& line, Arguments& arguments) {
         ->type_name("")
         ->capture_default_str();
     line.demo->footer("Examples:\n  kelhost demo\n  kelhost demo tone");
+
+    // For those who install the program; not listed.
+    line.manual = app.add_subcommand("manual", "Write the manual page")->group("");
+    line.completion = app.add_subcommand("completion", "Write the completion for bash")->group("");
 }
 
 std::optional<TimePoint> ParseOptionalTime(const std::string& option,
@@ -400,6 +407,14 @@ std::vector<LoadedPlugin> Load(const Arguments& arguments, Console& console) {
 
 int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, std::ostream& err,
             Console& console) {
+    if (line.manual->parsed()) {
+        WriteManual(line.app, KEL_HOST_VERSION, out);
+        return kSuccess;
+    }
+    if (line.completion->parsed()) {
+        WriteCompletion(line.app, out);
+        return kSuccess;
+    }
     const CommonOptions common = InterpretCommon(arguments);
     InterpretCopy(arguments);
     InterpretPlot(arguments);
@@ -431,7 +446,9 @@ int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, st
 std::string ListCommands(const CLI::App& app) {
     std::vector<std::string> names;
     for (const CLI::App* command : app.get_subcommands(nullptr)) {
-        names.push_back(command->get_name());
+        if (!command->get_group().empty()) {
+            names.push_back(command->get_name());
+        }
     }
     return fmt::format("{}", fmt::join(names, ", "));
 }
