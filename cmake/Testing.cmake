@@ -21,7 +21,7 @@ function(kel_add_test name)
   target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests
-    INSTALL_RPATH "$ORIGIN/../lib")
+    INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   if(name MATCHES "^kel(Core|Libsndfile)")
     add_dependencies(kelElementTests ${name})
   endif()
