@@ -1,8 +1,12 @@
 # Builds copies of the examples in EXAMPLES as a user does, against what is installed in the folder
 # "first" below STAGE, and installs them there; then calls the folder MOVED.
 #
-# COMPILER and GENERATOR are what they are built with. Warnings are errors, those in kelCore's headers
-# too.
+# COMPILER, or what the environment has as KEL_EXAMPLES_COMPILER, and GENERATOR are what they are built
+# with. Warnings are errors, those in kelCore's headers too.
+
+if(DEFINED ENV{KEL_EXAMPLES_COMPILER})
+  set(COMPILER $ENV{KEL_EXAMPLES_COMPILER})
+endif()
 
 # What ctest may have been started with is not for the examples.
 unset(ENV{CXXFLAGS})
