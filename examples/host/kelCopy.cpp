@@ -1,6 +1,9 @@
 // A host: loads a plug-in and copies an audio file with its elements.
 //
 // usage: kelCopy PLUGIN INPUT OUTPUT     the output becomes a 32-bit float WAVE file
+//
+// It is built by the CMakeLists.txt beside it, or by
+// g++ -std=c++17 kelCopy.cpp $(pkg-config --cflags --libs kelCore) -o kelCopy
 
 #include <kelCore.h>
 

@@ -41,6 +41,9 @@ TEST(TheHostExample, CopiesAFile) {
     EXPECT_EQ(copy.rate, take.rate);
     EXPECT_EQ(copy.channels, take.channels);
     EXPECT_EQ(copy.format, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT);
+    // A file that is not finished can be read, but its header has no size.
+    const std::string bytes = ReadFile(folder / "copy.wav");
+    EXPECT_EQ(bytes.substr(bytes.find("data"), 8), "data" + LittleEndian(5000 * 2 * 4, 4));
 }
 
 TEST(TheHostExample, SaysWhatFailed) {

@@ -91,19 +91,29 @@ TEST(LevelMeterSink, MeasuresEachChannelOfAFileThatAnotherPluginReads) {
                                                "channel 3: peak 0.00 dB, RMS -3.01 dB\n");
 }
 
-TEST(LevelMeterSink, MeasuresNothingAsSilenceAndCanMeasureAgain) {
+TEST(LevelMeterSink, MeasuresNothingAsSilence) {
     const TemporaryFolder folder;
-    const auto meter = MakeMeter(folder / "none.txt");
+    const auto meter = MakeMeter(folder / "levels.txt");
     meter->DefineInput(MakeInput(FloatParameters(), 1), "");
     meter->Release();
-    EXPECT_EQ(ReadFile(folder / "none.txt"), "channel 1: peak -inf dB, RMS -inf dB\n");
+    EXPECT_EQ(ReadFile(folder / "levels.txt"), "channel 1: peak -inf dB, RMS -inf dB\n");
+}
 
-    meter->Open(ConvertPlatformStringToWideString(folder / "again.txt"));
+TEST(LevelMeterSink, BeginsAnewWithTheNextInput) {
+    const TemporaryFolder folder;
+    const auto meter = MakeMeter(folder / "loud.txt");
     meter->DefineInput(MakeInput(FloatParameters(), 1), "");
-    meter->PushSample(MakeSample({1, 1}));
+    meter->PushSample(MakeSample({1, 1, -1}));
+    meter->Close(false);
+    EXPECT_EQ(ReadFile(folder / "loud.txt"), "channel 1: peak 0.00 dB, RMS 0.00 dB\n");
+
+    meter->Open(ConvertPlatformStringToWideString(folder / "quiet.txt"));
+    meter->DefineInput(MakeInput(FloatParameters(), 1), "");
+    meter->PushSample(MakeSample({0.5F, 0.5F}));
     meter->Close(true);
     meter->Close(true);
-    EXPECT_EQ(ReadFile(folder / "again.txt"), "channel 1: peak 0.00 dB, RMS 0.00 dB\n");
+    EXPECT_EQ(ReadFile(folder / "quiet.txt"), "channel 1: peak -6.02 dB, RMS -6.02 dB\n");
+    EXPECT_EQ(ReadFile(folder / "loud.txt"), "channel 1: peak 0.00 dB, RMS 0.00 dB\n");
 }
 
 TEST(LevelMeterSink, ProposesFloatsForAnInputThatHasNone) {
