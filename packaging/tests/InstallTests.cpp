@@ -60,7 +60,7 @@ TEST(TheInstallation, HasTheseFilesAndNoOthers) {
     std::vector<std::string> expected{
         "bin/kelCopy",
         "bin/kelhost",
-        "lib/cmake/kelCore/kelCoreConfig-release.cmake",
+        "lib/cmake/kelCore/kelCoreConfig-" KEL_TEST_BUILD_TYPE ".cmake",
         "lib/cmake/kelCore/kelCoreConfig.cmake",
         "lib/cmake/kelCore/kelCoreConfigVersion.cmake",
         "lib/kel/libkelLibsndfile.so",
