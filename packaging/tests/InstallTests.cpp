@@ -69,6 +69,8 @@ TEST(TheInstallation, HasTheseFilesAndNoOthers) {
         "lib/libkelCore.so.0",
         "lib/libkelCore.so." KEL_TEST_VERSION,
         "lib/pkgconfig/kelCore.pc",
+        "share/bash-completion/completions/kelhost",
+        "share/man/man1/kelhost.1.gz",
     };
     for (const std::string& header : FilesBelow(KEL_TEST_SOURCES "/kelCore/include")) {
         expected.push_back("include/kelCore/" + header);
