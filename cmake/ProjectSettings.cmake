@@ -10,10 +10,17 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # The build tree mirrors the install tree and is linked as if it were installed, so that it runs from
 # wherever it lies, and so that the libraries do not know the folder that they were built in.
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
-set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+include(GNUInstallDirs)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_BINDIR})
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+
+# Programs find the libraries, and the libraries' folder holds that of the plug-ins, wherever all of
+# it is moved.
+set(KEL_INSTALL_PLUGINDIR ${CMAKE_INSTALL_LIBDIR}/kel)
+file(RELATIVE_PATH KEL_BINDIR_TO_LIBDIR
+  ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 
 option(KEL_WARNINGS_AS_ERRORS "Warnings are errors in the project's own build" ${PROJECT_IS_TOP_LEVEL})
 set(KEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")

@@ -11,17 +11,18 @@ add_dependencies(kelElementTests kelLibsndfile)
 add_custom_target(kelThreadTests)
 add_dependencies(kelThreadTests kelLibsndfile kelhost)
 
-# kel_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...])
+# kel_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...]
+#              [LABELS label...] [FIXTURES fixture...])
 # A test program whose tests each become a ctest entry of their own.
 function(kel_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;DEFINITIONS;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES;DEFINITIONS;LABELS;FIXTURES")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE
     ${arg_LIBRARIES} kelTestSupport kelCore::kelCore GTest::gmock_main kelProjectSettings)
   target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests
-    INSTALL_RPATH "$ORIGIN/../lib")
+    INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   if(name MATCHES "^kel(Core|Libsndfile)")
     add_dependencies(kelElementTests ${name})
   endif()
@@ -30,5 +31,5 @@ function(kel_add_test name)
   endif()
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT 300 LABELS "${arg_LABELS}")
+    PROPERTIES TIMEOUT 300 LABELS "${arg_LABELS}" FIXTURES_REQUIRED "${arg_FIXTURES}")
 endfunction()

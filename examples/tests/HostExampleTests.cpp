@@ -1,0 +1,83 @@
+#include "Examples.h"
+
+#include <AudioFiles.h>
+#include <Process.h>
+#include <TemporaryFolder.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::test {
+namespace {
+
+ProcessResult RunCopy(const TemporaryFolder& folder, std::vector<std::string> arguments) {
+    Command command;
+    command.program = KEL_TEST_PREFIX "/bin/kelCopy";
+    command.arguments = std::move(arguments);
+    command.folder = folder.Path();
+    return RunCommand(command);
+}
+
+const std::string kPlugin = InstalledPlugin("kelLibsndfile");
+
+void ExpectError(const ProcessResult& result, int status, const std::string& error) {
+    EXPECT_EQ(result.status, status);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, error);
+}
+
+} // namespace
+
+TEST(TheHostExample, CopiesAFile) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav", 5000);
+    ExpectError(RunCopy(folder, {kPlugin, "take.wav", "copy.wav"}), 0, "");
+    const Audio copy = ReadAudio(folder / "copy.wav");
+    const Audio take = ReadAudio(folder / "take.wav");
+    EXPECT_EQ(copy.values, take.values);
+    EXPECT_EQ(copy.rate, take.rate);
+    EXPECT_EQ(copy.channels, take.channels);
+    EXPECT_EQ(copy.format, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT);
+}
+
+TEST(TheHostExample, SaysWhatFailed) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav", 100000);
+    ExpectError(RunCopy(folder, {kPlugin, "missing.wav", "copy.wav"}), 1,
+                "[Unable to open file \"missing.wav\" with libsndfile. Error is:\"System error : "
+                "No such file or directory.\"]\n");
+    ExpectError(RunCopy(folder, {"missing.so", "take.wav", "copy.wav"}), 1,
+                "kelCopy: " + (folder / "missing.so") +
+                    ": cannot open shared object file: No such file or directory\n");
+    ExpectError(RunCopy(folder, {KEL_TEST_PREFIX "/lib/libkelCore.so", "take.wav", "copy.wav"}), 1,
+                "kelCopy: " KEL_TEST_PREFIX
+                "/bin/../lib/libkelCore.so.0: undefined symbol: RegisterAll\n");
+    ExpectError(RunCopy(folder, {kPlugin, "take.wav"}), 2, "usage: kelCopy PLUGIN INPUT OUTPUT\n");
+}
+
+TEST(TheHostExample, SaysThatThePluginHasNoSuchElement) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    ExpectError(RunCopy(folder, {InstalledPlugin("kelTone"), "take.wav", "copy.wav"}), 1,
+                "[registryEntry] [ Pointer is null ]\n"
+                "can not implement AudioSource with implementation=\"kel.LibsndfileSource\" and "
+                "type=\"WAVE\"\n[registryEntry] [ Pointer is null ]\n");
+}
+
+TEST(TheHostExample, NoticesAWriteThatFailedInTheLogAlone) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav", 1024);
+    Command command;
+    command.program = KEL_TEST_PREFIX "/bin/kelCopy";
+    command.arguments = {kPlugin, "take.wav", "copy.wav"};
+    command.folder = folder.Path();
+    command.mostFileBytes = 4096;
+    command.ignoredSignals = {SIGXFSZ};
+    ExpectError(RunCommand(command), 1,
+                "Warning: tried to write 8192 bytes but could only write 3984\n");
+}
+
+} // namespace kel::test

@@ -1,0 +1,205 @@
+#include "Examples.h"
+
+#include <AudioFiles.h>
+#include <CapturingWriter.h>
+#include <TemporaryFolder.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::shared_ptr<IAudioParameters_PCM> FloatParameters() {
+    auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
+    parameters->SetSampleRate(48000);
+    parameters->SetPCMType(AudioPCMType::Float);
+    parameters->SetSampleSize(4);
+    parameters->SetBitsDepth(32);
+    parameters->SetEndianness(PCMEndianness::Little);
+    parameters->SetMuxing(PCMMuxing::Multi);
+    return parameters;
+}
+
+std::shared_ptr<const IInfoContainer>
+MakeInput(const std::shared_ptr<const IAudioParameters>& parameters, std::uint32_t channels) {
+    const auto track = CreateTrack(ContentType::Audio, channels, nullptr, TrackLayout::Default);
+    return CreateInfoContainer(CreateAudioInfo(parameters, CreateChannelInfo(track), {}, {}),
+                               nullptr);
+}
+
+std::shared_ptr<const ISampleContainer> MakeSample(const std::vector<float>& values,
+                                                   std::uint32_t lessBytes = 0) {
+    const auto buffer = CreateBuffer(nullptr, nullptr);
+    const auto bytes = static_cast<std::uint32_t>(values.size() * sizeof(float));
+    buffer->Reserve(bytes);
+    buffer->SetSize(bytes - lessBytes);
+    std::memcpy(buffer->GetData(), values.data(), bytes);
+    return CreateSampleContainer(CreateAudioSample(nullptr, nullptr, buffer, TimeLimits(), {}),
+                                 nullptr);
+}
+
+// Runs everything that a source delivers into a meter and closes it.
+void Measure(IAudioSource& source, IAudioSink& meter) {
+    meter.DefineInput(source.GetDefinedOutput(""), "");
+    while (const auto sample = source.GetSample()) {
+        meter.PushSample(sample);
+    }
+    meter.Close(false);
+}
+
+const std::string kRefusal =
+    "[LevelMeterSink takes one input of 32-bit float, little-endian] [ Condition is not true ]";
+
+} // namespace
+
+TEST(LevelMeterSink, MeasuresTheTone) {
+    const auto source = MakeTone({});
+    const auto meter = MakeMeter("");
+    const LogCapture log;
+    Measure(*source, *meter);
+    EXPECT_THAT(log->Messages(LogLevel::Info),
+                ElementsAre("channel 1: peak -20.00 dB, RMS -23.01 dB",
+                            "channel 2: peak -20.00 dB, RMS -23.01 dB"));
+}
+
+TEST(LevelMeterSink, MeasuresEachChannelOfAFileThatAnotherPluginReads) {
+    const TemporaryFolder folder;
+    WriteAudio(folder / "take.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 3, 48000,
+               {0.5F, 0, -1, 0.5F, 0, 0, -0.5F, 0, 1, -0.5F, 0, 0});
+    const auto settings =
+        SettingsOf<ElementFactoryType::AudioSource>("kel.LibsndfileSource", "WAVE");
+    settings->SetStringValue("FilePath", folder / "take.wav");
+    settings->SetIntegerValue("MaxSamplesPerBuffer", 3);
+    const auto source =
+        ImplementElement<ElementFactoryType::AudioSource>("kel.LibsndfileSource", "WAVE", nullptr);
+    source->SetInitConfig(settings);
+
+    const auto meter = MakeMeter(folder / "levels.txt");
+    Measure(*source, *meter);
+    EXPECT_EQ(ReadFile(folder / "levels.txt"), "channel 1: peak -6.02 dB, RMS -6.02 dB\n"
+                                               "channel 2: peak -inf dB, RMS -inf dB\n"
+                                               "channel 3: peak 0.00 dB, RMS -3.01 dB\n");
+}
+
+TEST(LevelMeterSink, MeasuresNothingAsSilenceAndCanMeasureAgain) {
+    const TemporaryFolder folder;
+    const auto meter = MakeMeter(folder / "none.txt");
+    meter->DefineInput(MakeInput(FloatParameters(), 1), "");
+    meter->Release();
+    EXPECT_EQ(ReadFile(folder / "none.txt"), "channel 1: peak -inf dB, RMS -inf dB\n");
+
+    meter->Open(ConvertPlatformStringToWideString(folder / "again.txt"));
+    meter->DefineInput(MakeInput(FloatParameters(), 1), "");
+    meter->PushSample(MakeSample({1, 1}));
+    meter->Close(true);
+    meter->Close(true);
+    EXPECT_EQ(ReadFile(folder / "again.txt"), "channel 1: peak 0.00 dB, RMS 0.00 dB\n");
+}
+
+TEST(LevelMeterSink, ProposesFloatsForAnInputThatHasNone) {
+    const TemporaryFolder folder;
+    const auto integers = FloatParameters();
+    integers->SetPCMType(AudioPCMType::Integer);
+    const auto doubles = FloatParameters();
+    doubles->SetSampleSize(8);
+    const auto bigEndian = FloatParameters();
+    bigEndian->SetEndianness(PCMEndianness::Big);
+    const auto meter = MakeMeter(folder / "levels.txt");
+    for (const auto& parameters : {integers, doubles, bigEndian}) {
+        const auto input = MakeInput(parameters, 2);
+        const auto report = meter->CheckInputAndAdaptIfNecessary(input, "");
+        EXPECT_EQ(report->GetErrorType(), static_cast<int>(CheckInputErrorType::Encoding));
+        const auto proposals =
+            report->GetAcceptedEncodings().at(input->GetAudioInfos().at(0)->GetId());
+        ASSERT_EQ(proposals.size(), 1U);
+        const auto proposal = std::dynamic_pointer_cast<const IAudioParameters>(proposals[0]);
+        EXPECT_EQ(meter->CheckInputAndAdaptIfNecessary(MakeInput(proposal, 2), "")->GetErrorType(),
+                  0);
+        ExpectFailure(kRefusal, ToneFile("LevelMeterSink.cpp"),
+                      [&] { meter->DefineInput(input, ""); });
+    }
+    EXPECT_THAT(folder.Names(), IsEmpty()) << "a refusal leaves no file";
+}
+
+TEST(LevelMeterSink, RefusesInputsThatAreNotOneTrackOfAudio) {
+    const auto meter = MakeMeter("");
+    const auto audio = MakeInput(FloatParameters(), 1)->GetAudioInfos().at(0);
+    for (const auto& input : std::vector<std::shared_ptr<const IInfoContainer>>{
+             CreateInfoContainer(std::vector<std::shared_ptr<const IInfo>>{}, nullptr),
+             CreateInfoContainer(std::vector<std::shared_ptr<const IInfo>>{audio, audio}, nullptr),
+             CreateInfoContainer(CreateAudioInfo(FloatParameters(), nullptr, {}, {}), nullptr),
+             MakeInput(FloatParameters(), 0)}) {
+        const auto report = meter->CheckInputAndAdaptIfNecessary(input, "");
+        EXPECT_EQ(report->GetErrorType(), static_cast<int>(CheckInputErrorType::Track));
+        EXPECT_THAT(report->GetExpectedContentTypes(), ElementsAre(ContentType::Audio));
+        ExpectFailure(kRefusal, ToneFile("LevelMeterSink.cpp"),
+                      [&] { meter->DefineInput(input, ""); });
+    }
+}
+
+TEST(LevelMeterSink, RefusesWhatComesAtTheWrongTime) {
+    const auto meter = MakeMeter("");
+    const std::string file = ToneFile("LevelMeterSink.cpp");
+    const auto input = MakeInput(FloatParameters(), 2);
+    const std::string tooEarly =
+        "[LevelMeterSink needs DefineInput first] [ Condition is not true ]";
+    ExpectFailure(tooEarly, file, [&] { meter->PushSample(MakeSample({0, 0})); });
+    meter->DefineInput(input, "");
+    EXPECT_EQ(meter->GetDefinedInput(""), input);
+    for (const auto& operation :
+         std::vector<std::function<void()>>{[&] { meter->DefineInput(input, ""); },
+                                            [&] {
+                                                meter->Open(L"");
+                                            }}) {
+        ExpectFailure("[LevelMeterSink is measuring] [ Condition is not true ]", file, operation);
+    }
+    ExpectFailure("[LevelMeterSink got 4 bytes, not whole frames] [ Condition is not true ]", file,
+                  [&] { meter->PushSample(MakeSample({0})); });
+    ExpectFailure("[LevelMeterSink got 7 bytes, not whole frames] [ Condition is not true ]", file,
+                  [&] {
+                      meter->PushSample(MakeSample({0, 0}, 1));
+                  });
+    ExpectFailure("[LevelMeterSink got no sample] [ Pointer is null ]", file,
+                  [&] { meter->PushSample(nullptr); });
+    meter->Close(false);
+    ExpectFailure(tooEarly, file, [&] { meter->PushSample(MakeSample({0, 0})); });
+}
+
+TEST(LevelMeterSink, RefusesWhatItDoesNotDo) {
+    const auto meter = MakeMeter("");
+    const std::string file = ToneFile("LevelMeterSink.cpp");
+    ExpectFailure("[LevelMeterSink takes no metadata]", file, [&] { meter->PushMetadata({}); });
+    ExpectFailure("[LevelMeterSink is pushed to]", file,
+                  [&] { meter->SetInputMediator(nullptr, "", ""); });
+    ExpectFailure("[LevelMeterSink does not change its settings]", file,
+                  [&] { meter->UpdateConfig(nullptr); });
+    ExpectFailure("[LevelMeterSink got no settings] [ Pointer is null ]", file,
+                  [&] { meter->SetInitConfig(nullptr); });
+    ExpectFailure("[LevelMeterSink got no input description] [ Pointer is null ]", file,
+                  [&] { meter->CheckInputAndAdaptIfNecessary(nullptr, ""); });
+}
+
+TEST(LevelMeterSink, SaysThatItsFileCanNotBeWritten) {
+    const auto input = MakeInput(FloatParameters(), 1);
+    const std::string file = ToneFile("LevelMeterSink.cpp");
+    const auto missing = MakeMeter("/missing/levels.txt");
+    ExpectFailure(
+        "[LevelMeterSink can not create \"/missing/levels.txt\"] [ Condition is not true ]", file,
+        [&] { missing->DefineInput(input, ""); });
+    const auto full = MakeMeter("/dev/full");
+    full->DefineInput(input, "");
+    ExpectFailure("[LevelMeterSink can not write \"/dev/full\"] [ Condition is not true ]", file,
+                  [&] { full->Close(false); });
+}
+
+} // namespace kel::test

@@ -1,0 +1,24 @@
+# Builds copies of the examples in EXAMPLES as a user does, against what is installed in the folder
+# "first" below STAGE, and installs them there; then calls the folder MOVED.
+#
+# COMPILER and GENERATOR are what they are built with. Warnings are errors, those in kelCore's headers
+# too.
+
+# What ctest may have been started with is not for the examples.
+unset(ENV{CXXFLAGS})
+unset(ENV{LDFLAGS})
+foreach(example tone host)
+  file(COPY ${EXAMPLES}/${example} DESTINATION ${STAGE}/sources)
+  set(build ${STAGE}/build/${example})
+  execute_process(
+    COMMAND ${CMAKE_COMMAND} -S ${STAGE}/sources/${example} -B ${build} -G ${GENERATOR}
+      -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=${COMPILER}
+      -DCMAKE_PREFIX_PATH=${STAGE}/first -DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON
+      "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror"
+    COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND ${CMAKE_COMMAND} --build ${build} COMMAND_ERROR_IS_FATAL ANY)
+  execute_process(COMMAND ${CMAKE_COMMAND} --install ${build} --prefix ${STAGE}/first
+    COMMAND_ERROR_IS_FATAL ANY)
+endforeach()
+file(RENAME ${STAGE}/first ${MOVED})
+file(REMOVE_RECURSE ${STAGE}/build)
