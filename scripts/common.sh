@@ -6,8 +6,10 @@ build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev li
 test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev sox ffmpeg patch python3 python3-jsonschema"
 # To make Debian packages of it.
 packaging_packages="$build_packages dpkg-dev file fakeroot"
+# To make the reference from the headers.
+reference_packages="doxygen"
 # For the checks that a change passes before it lands: a second compiler, and readers of the code.
-check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev lintian llvm"
+check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev lintian llvm $reference_packages"
 # To compare the core's binary interface with the accepted one.
 abi_packages="$build_packages abigail-tools xz-utils"
 
