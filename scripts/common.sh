@@ -3,11 +3,13 @@
 # To build and run the host program.
 build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev libfmt-dev nlohmann-json3-dev libxxhash-dev libebur128-dev libcairo2-dev"
 # To build and run the tests: the framework, and tools that judge the outputs.
-test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev groff-base sox ffmpeg python3 python3-jsonschema"
+test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev groff-base sox ffmpeg patch python3 python3-jsonschema"
 # To make Debian packages of it.
 packaging_packages="$build_packages dpkg-dev file fakeroot"
+# To make the reference from the headers.
+reference_packages="doxygen"
 # For the checks that a change passes before it lands: a second compiler, and readers of the code.
-check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev lintian llvm"
+check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev lintian llvm $reference_packages"
 # To compare the core's binary interface with the accepted one.
 abi_packages="$build_packages abigail-tools xz-utils"
 

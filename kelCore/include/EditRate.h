@@ -20,8 +20,8 @@ struct EditRate {
     constexpr EditRate(std::uint32_t unitsPerSecond, std::uint32_t divisor)
         : numerator(unitsPerSecond), denominator(divisor) {}
 
-    std::uint32_t numerator = 0;
-    std::uint32_t denominator = 0;
+    std::uint32_t numerator = 0;   ///< edit units in as many seconds as the denominator says
+    std::uint32_t denominator = 0; ///< seconds; 0 in the null rate
 
     /// Returns quietly when the denominator is not 0. A numerator of 0 is allowed.
     /// @throws KELRuntimeError with "denominator is 0" after one record at level Error. Written in
@@ -40,12 +40,12 @@ constexpr bool operator!=(const EditRate& left, const EditRate& right) {
 }
 
 // Each source file that includes this header has its own copies.
-constexpr EditRate kEditRateNull{0, 0};
-constexpr EditRate kEditRate23_976{23976, 1000};
-constexpr EditRate kEditRate24{24, 1};
-constexpr EditRate kEditRate25{25, 1};
-constexpr EditRate kEditRate29_97{2997, 100};
-constexpr EditRate kEditRate50{50, 1};
-constexpr EditRate kEditRate59_94{5994, 100};
+constexpr EditRate kEditRateNull{0, 0};          ///< no rate at all
+constexpr EditRate kEditRate23_976{23976, 1000}; ///< 23.976 edit units per second
+constexpr EditRate kEditRate24{24, 1};           ///< 24 edit units per second
+constexpr EditRate kEditRate25{25, 1};           ///< 25 edit units per second
+constexpr EditRate kEditRate29_97{2997, 100};    ///< 29.97 edit units per second
+constexpr EditRate kEditRate50{50, 1};           ///< 50 edit units per second
+constexpr EditRate kEditRate59_94{5994, 100};    ///< 59.94 edit units per second
 
 } // namespace kel

@@ -23,19 +23,22 @@ enum class ElementFactoryType : std::int32_t {
 template <ElementFactoryType T>
 struct ElementFactoryType_traits;
 
+/// Audio sources.
 template <>
 struct ElementFactoryType_traits<ElementFactoryType::AudioSource> {
-    using InstanceType = IAudioSource;
+    using InstanceType = IAudioSource; ///< what they are held by
 };
 
+/// Audio sinks.
 template <>
 struct ElementFactoryType_traits<ElementFactoryType::AudioSink> {
-    using InstanceType = IAudioSink;
+    using InstanceType = IAudioSink; ///< what they are held by
 };
 
+/// Allocators of memory blocks.
 template <>
 struct ElementFactoryType_traits<ElementFactoryType::MemoryBlockAllocator> {
-    using InstanceType = IMemoryBlockAllocator;
+    using InstanceType = IMemoryBlockAllocator; ///< what they are held by
 };
 
 /// Returns the label of an element kind: "AudioSource", "AudioSink" or "MemoryBlockAllocator";

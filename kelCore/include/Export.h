@@ -5,4 +5,5 @@
 /// users: on Linux importing needs no attribute of its own.
 #pragma once
 
+/// Marks what the library exports.
 #define KEL_CORE_EXPORT __attribute__((visibility("default")))

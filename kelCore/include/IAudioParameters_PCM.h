@@ -45,9 +45,10 @@ public:
     virtual void SetBitsDepth(std::uint8_t bits) = 0;
 };
 
+/// Linear PCM.
 template <>
 struct AudioParameters_trait<ACodecFamily::PCM> {
-    using AudioParametersPtr = std::shared_ptr<IAudioParameters_PCM>;
+    using AudioParametersPtr = std::shared_ptr<IAudioParameters_PCM>; ///< what it is held by
 };
 
 } // namespace kel

@@ -39,6 +39,9 @@ public:
     virtual std::shared_ptr<const IInfoContainer> GetDefinedInput(std::string name) const = 0;
 
     /// Hands the sink an object to pull its samples from.
+    /// @param mediator the host's object, shared with the sink
+    /// @param input the input that is meant
+    /// @param name what the host calls it
     /// @throws KELRuntimeError where the sink is only pushed to
     virtual void SetInputMediator(std::shared_ptr<IInputMediator> mediator, std::string input,
                                   std::string name) = 0;

@@ -41,6 +41,9 @@ public:
     virtual void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) = 0;
 
     /// Hands the source an object to push its samples to.
+    /// @param mediator the host's object, shared with the source
+    /// @param output the output that is meant
+    /// @param name what the host calls it
     virtual void SetOutputMediator(std::shared_ptr<IOutputMediator> mediator, std::string output,
                                    std::string name) = 0;
 

@@ -28,6 +28,7 @@ public:
 
 /// Makes an allocator known to GetAllocator under @p name, in place of an earlier one of that name.
 /// Any thread may call it.
+/// @param name what the allocator is found by, compared exactly
 /// @param allocator shared with the framework until the process ends
 /// @throws KELRuntimeError when @p allocator is empty
 KEL_CORE_EXPORT void RegisterAllocator(const std::string& name,

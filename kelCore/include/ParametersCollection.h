@@ -34,9 +34,9 @@ using ParameterValue =
 
 /// What a prototype declares of one parameter.
 struct ParameterDescription {
-    std::string name;
-    ParameterKind kind = ParameterKind::String;
-    std::string description;
+    std::string name;                           ///< unique in its prototype
+    ParameterKind kind = ParameterKind::String; ///< what kind of value it has
+    std::string description;                    ///< for people
     /// What the parameter reads as when it was not set. Without one, a string reads as the empty
     /// text, an integer as 0 and a collection as an empty handle.
     std::optional<ParameterValue> defaultValue;

@@ -19,9 +19,10 @@ class IParametersCollectionPrototype;
 
 /// One registration, as RegisterFactory was given it.
 struct Registration {
-    std::string name;   ///< what the host passed to the plug-in's entry point
-    std::string coreId; ///< see GetKELCoreIdInternal
-    std::shared_ptr<IElementFactory> factory;
+    std::string name;                         ///< what the host passed to the plug-in's entry point
+    std::string coreId;                       ///< see GetKELCoreIdInternal
+    std::shared_ptr<IElementFactory> factory; ///< makes the elements
+    /// Describes the element, see GetRegistryEntryPrototype.
     std::shared_ptr<const IParametersCollectionInstance> entry;
 };
 

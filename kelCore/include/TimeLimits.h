@@ -22,7 +22,7 @@ struct TimeLimits {
     TimeLimits(MediaTime from, std::int64_t length, std::shared_ptr<const void> attached = nullptr)
         : start(std::move(from)), duration(length), attachment(std::move(attached)) {}
 
-    MediaTime start;
+    MediaTime start;           ///< where the interval begins
     std::int64_t duration = 0; ///< edit units of the start's edit rate
 
     /// Anything that an application wants to travel with the interval and to live as long as it
