@@ -96,6 +96,16 @@ inline std::vector<float> FloatsOf(const std::vector<std::uint32_t>& bits) {
     return CopyBits<float>(bits);
 }
 
+/// The bytes of a file without the time of writing: a file of floats has it in its PEAK chunk, behind
+/// the chunk's name, size and version.
+inline std::string WithoutWritingTime(std::string bytes) {
+    const std::size_t peak = bytes.substr(0, 512).find("PEAK");
+    if (peak != std::string::npos && peak + 16 <= bytes.size()) {
+        bytes.replace(peak + 12, 4, "time");
+    }
+    return bytes;
+}
+
 /// The same noise at every run, over all 2^32 patterns.
 inline std::vector<std::uint32_t> MakeNoise(std::size_t count, std::uint32_t seed = 1) {
     std::mt19937 generator(seed);

@@ -3,6 +3,7 @@
 #include "AudioFiles.h"
 
 #include <CapturingWriter.h>
+#include <OpenDescriptors.h>
 #include <Plugin.h>
 #include <TemporaryFolder.h>
 
@@ -10,21 +11,13 @@
 
 #include <cstddef>
 #include <dlfcn.h>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 namespace kel::test {
 namespace {
 
 constexpr int kCycles = 10000;
-
-std::size_t OpenDescriptors() {
-    return static_cast<std::size_t>(
-        std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
-                      std::filesystem::directory_iterator()));
-}
 
 // Resident memory in kB.
 std::size_t ResidentMemory() {
