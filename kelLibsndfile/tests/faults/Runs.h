@@ -144,10 +144,10 @@ public:
     }
 
     void Seek() {
-        const MediaTime start = m_element->GetTimeLimits("").start;
-        MediaTime time = start;
+        MediaTime time = m_element->GetTimeLimits("").start;
         time.SetTimeNumber(kSoughtFrame);
-        m_transcript << " " << m_element->GotoTimeOffset(time, "").GetTimeNumber();
+        const MediaTime reached = m_element->GotoTimeOffset(time, "");
+        m_transcript << " " << reached.GetTimeNumber();
     }
 
     void Release() { m_element->Release(); }
@@ -240,6 +240,8 @@ public:
             m_file = nullptr;
         }
     }
+
+    void MakeClosed() { Release(); }
 
 private:
     Transcript& m_transcript;

@@ -7,11 +7,13 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <exception>
+#include <functional>
 #include <new>
 #include <string>
 #include <string_view>
 #include <typeinfo>
+#include <utility>
 
 namespace kel::test {
 
@@ -43,7 +45,7 @@ public:
         try {
             *this << name;
             call();
-            return EndLine(true);
+            return EndCall(name, true);
         } catch (const KELRuntimeError& error) {
             *this << " fails: " << error.what();
         } catch (const std::bad_alloc&) {
@@ -51,19 +53,29 @@ public:
         } catch (const std::exception& error) {
             *this << " throws another exception: " << typeid(error).name();
         }
-        return EndLine(false);
+        return EndCall(name, false);
     }
+
+    /// Remembers the first call after which this holds.
+    void WatchFor(std::function<bool()> event) { m_event = std::move(event); }
+    /// The name of that call; empty if there was none.
+    const std::string& CallWithEvent() const { return m_callWithEvent; }
 
     const std::string& Text() const { return m_text; }
     void Clear() { m_text.clear(); }
 
 private:
-    bool EndLine(bool succeeded) {
+    bool EndCall(std::string_view name, bool succeeded) {
         m_text += '\n';
+        if (m_event != nullptr && m_callWithEvent.empty() && m_event()) {
+            m_callWithEvent = name;
+        }
         return succeeded;
     }
 
     std::string m_text;
+    std::function<bool()> m_event;
+    std::string m_callWithEvent;
 };
 
 /// Writes records at level Error into a transcript.
