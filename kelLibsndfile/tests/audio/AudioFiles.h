@@ -96,8 +96,8 @@ inline std::vector<float> FloatsOf(const std::vector<std::uint32_t>& bits) {
     return CopyBits<float>(bits);
 }
 
-/// The bytes of a file without the time of writing: a file of floats has it in its PEAK chunk, behind
-/// the chunk's name, size and version.
+/// The bytes of a file without the time of writing: a file of floats has it in its PEAK chunk,
+/// behind the chunk's name, size and version.
 inline std::string WithoutWritingTime(std::string bytes) {
     const std::size_t peak = bytes.substr(0, 512).find("PEAK");
     if (peak != std::string::npos && peak + 16 <= bytes.size()) {

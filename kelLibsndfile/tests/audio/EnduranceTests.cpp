@@ -1,4 +1,5 @@
-// The same thing ten thousand times: what is opened is closed, what is taken is given back.
+// The same thing ten thousand times, or as often as KEL_ENDURANCE_CYCLES says: what is opened is
+// closed, what is taken is given back.
 
 #include "AudioFiles.h"
 
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdlib>
 #include <dlfcn.h>
 #include <fstream>
 #include <string>
@@ -17,7 +19,10 @@
 namespace kel::test {
 namespace {
 
-constexpr int kCycles = 10000;
+int Cycles() {
+    const char* count = std::getenv("KEL_ENDURANCE_CYCLES");
+    return count != nullptr ? std::stoi(count) : 10000;
+}
 
 // Resident memory in kB.
 std::size_t ResidentMemory() {
@@ -48,10 +53,10 @@ protected:
     void ExpectFlat(Cycle cycle) const {
         // A leak of 100 bytes a cycle would be a megabyte.
         constexpr std::size_t kMostGrowth = 512;
-        Repeat(kCycles / 10, cycle);
+        Repeat(Cycles() / 10, cycle);
         const std::size_t descriptors = OpenDescriptors();
         const std::size_t memory = ResidentMemory();
-        Repeat(kCycles, cycle);
+        Repeat(Cycles(), cycle);
         EXPECT_EQ(OpenDescriptors(), descriptors);
         EXPECT_LE(ResidentMemory(), memory + kMostGrowth);
     }
