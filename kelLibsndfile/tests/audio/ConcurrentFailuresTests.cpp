@@ -21,7 +21,7 @@ TEST(ElementsOfManyThreads, CopyTheirOwnFilesOrFailWithTheirOwnErrors) {
 
 // Many more threads than processors, each with a source and a sink, half of which meet bad files.
 TEST(ElementsOfSixtyFourThreads, CopyTheirOwnFilesOrFailWithTheirOwnErrors) {
-    RunJobsAtOnce(64, 3, RunJob);
+    RunJobsAtOnce(64, 2, RunJob);
 }
 
 } // namespace

@@ -283,13 +283,12 @@ inline std::string BytesToPush(int number) {
     return bytes;
 }
 
-/// The sink.
+/// The sink. Its calls answer nothing that a transcript could tell.
 class ElementSink {
 public:
-    ElementSink(const Kind& kind, std::string path, Transcript& transcript)
-        : m_transcript(transcript), m_type(kind.type),
-          m_path(ConvertPlatformStringToWideString(path)), m_settings(MakeSinkSettings()),
-          m_input(MakeInput(kind.layout)) {
+    ElementSink(const Kind& kind, const std::string& path, Transcript& /*transcript*/)
+        : m_type(kind.type), m_path(ConvertPlatformStringToWideString(path)),
+          m_settings(MakeSinkSettings()), m_input(MakeInput(kind.layout)) {
         for (int i = 0; i < kPushes; ++i) {
             m_samples.push_back(MakeContainer(BytesToPush(i)));
         }
@@ -337,7 +336,6 @@ public:
     }
 
 private:
-    Transcript& m_transcript;
     std::string m_type;
     std::wstring m_path;
     std::shared_ptr<IParametersCollectionInstance> m_settings;
