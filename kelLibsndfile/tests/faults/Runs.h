@@ -103,6 +103,13 @@ public:
     ElementSource(const std::string& path, Transcript& transcript)
         : m_transcript(transcript), m_path(ConvertPlatformStringToWideString(path)),
           m_settings(MakeSourceSettings()) {
+        // Too long to be copied without memory, which the source needs with its file open already.
+        const std::string allocator = "an allocator that only has to exist";
+        if (GetAllocator(allocator) == nullptr) {
+            RegisterAllocator(allocator, ImplementElement<ElementFactoryType::MemoryBlockAllocator>(
+                                             "kel", "Recycler", nullptr));
+        }
+        m_settings->SetStringValue("AllocatorRef", allocator);
         m_settings->SetIntegerValue("MaxSamplesPerBuffer", kMostFrames);
     }
 
