@@ -1,5 +1,6 @@
-// What becomes of loading the plug-in and of registering its elements when there is no memory. This
-// process never registers anything itself: each attempt does for the first time.
+// What becomes of loading the plug-in and of registering its elements when there is no memory, or
+// no descriptor. This process never registers anything itself: each attempt does for the first
+// time.
 
 #include "RefusedAllocations.h"
 #include "Transcript.h"
@@ -16,6 +17,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 namespace kel::test {
@@ -184,6 +186,34 @@ TEST(EachAllocationOfLoading, IsRefusedWithoutHarm) {
     const Sweep sweep = RefuseEach("loading", AttemptToLoad);
     EXPECT_GT(sweep.refusals, 50);
     EXPECT_EQ(sweep.crashes, std::set<std::string>());
+}
+
+std::string LoadWithoutADescriptor() {
+    Findings findings;
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max}; // what is open stays so
+    setrlimit(RLIMIT_NOFILE, &none);
+    void* library = Load();
+    setrlimit(RLIMIT_NOFILE, &limit);
+    findings.Require(library == nullptr, "it is loaded all the same");
+    const std::string expected =
+        KEL_TEST_PLUGIN ": cannot open shared object file: Too many open files";
+    const char* words = dlerror();
+    findings.Require(words != nullptr && words == expected, "other words");
+    library = Load();
+    findings.Require(library != nullptr, "it can not be loaded any more");
+    if (library != nullptr) {
+        Register(library);
+        Make();
+    }
+    return findings.Answer(1, "");
+}
+
+TEST(LoadingWithoutADescriptor, SaysSoAndWorksLater) {
+    const ChildResult result = RunInChild(LoadWithoutADescriptor);
+    EXPECT_EQ(result.crashedIn, "");
+    EXPECT_EQ(result.text, "");
 }
 
 } // namespace
