@@ -156,8 +156,8 @@ private:
 } // namespace kel
 
 /// Writes a record at @p level (a LogLevel). @p text may be streamed: `"has " << n << " channels."`
-/// Never throws. Where the text can not be made, for want of memory for instance, the record says no
-/// more than that it is lost, in words that take no memory.
+/// Never throws. Where the text can not be made, for want of memory for instance, the record says
+/// no more than that it is lost, in words that take no memory.
 // NOLINTBEGIN(bugprone-macro-parentheses): the text is streamed piece by piece
 #define KEL_LOG(level, text)                                                                       \
     do {                                                                                           \

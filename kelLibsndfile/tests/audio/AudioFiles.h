@@ -97,11 +97,16 @@ inline std::vector<float> FloatsOf(const std::vector<std::uint32_t>& bits) {
 }
 
 /// The bytes of a file without the time of writing: a file of floats has it in its PEAK chunk,
-/// behind the chunk's name, size and version.
+/// behind the chunk's name, size and version; and again where a header was written to a wrong
+/// place.
 inline std::string WithoutWritingTime(std::string bytes) {
-    const std::size_t peak = bytes.substr(0, 512).find("PEAK");
-    if (peak != std::string::npos && peak + 16 <= bytes.size()) {
-        bytes.replace(peak + 12, 4, "time");
+    const std::string name = "PEAK";
+    const std::string time = "time";
+    const std::size_t distance = 12;
+    for (std::size_t peak = bytes.find(name);
+         peak != std::string::npos && peak + distance + time.size() <= bytes.size();
+         peak = bytes.find(name, peak + name.size())) {
+        bytes.replace(peak + distance, time.size(), time);
     }
     return bytes;
 }
