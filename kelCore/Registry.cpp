@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -110,17 +111,20 @@ std::vector<Registration> GetRegistrations() {
 }
 
 std::size_t UnregisterFactories(const std::string& name) {
+    const auto isNamed = [&name](const IndexedRegistration& candidate) {
+        return candidate.registration.name == name;
+    };
     std::vector<IndexedRegistration> removed; // released outside of the lock
     Registry& registry = TheRegistry();
     {
         const std::unique_lock<std::shared_mutex> lock(registry.mutex);
+        auto& all = registry.registrations;
+        // Nothing has changed if there is no memory for this; nothing after it takes any.
+        removed.reserve(static_cast<std::size_t>(std::count_if(all.begin(), all.end(), isNamed)));
         const auto firstRemoved =
-            std::stable_partition(registry.registrations.begin(), registry.registrations.end(),
-                                  [&name](const IndexedRegistration& candidate) {
-                                      return candidate.registration.name != name;
-                                  });
-        std::move(firstRemoved, registry.registrations.end(), std::back_inserter(removed));
-        registry.registrations.erase(firstRemoved, registry.registrations.end());
+            std::stable_partition(all.begin(), all.end(), std::not_fn(isNamed));
+        std::move(firstRemoved, all.end(), std::back_inserter(removed));
+        all.erase(firstRemoved, all.end());
     }
     return removed.size();
 }

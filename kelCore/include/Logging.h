@@ -156,9 +156,17 @@ private:
 } // namespace kel
 
 /// Writes a record at @p level (a LogLevel). @p text may be streamed: `"has " << n << " channels."`
+/// Never throws. Where the text can not be made, for want of memory for instance, the record says
+/// no more than that it is lost, in words that take no memory.
+// NOLINTBEGIN(bugprone-macro-parentheses): the text is streamed piece by piece
 #define KEL_LOG(level, text)                                                                       \
     do {                                                                                           \
-        ::kel::detail::MessageText kelText_;                                                       \
-        kelText_ << text; /* NOLINT(bugprone-macro-parentheses): streamed piece by piece */        \
-        ::kel::detail::WriteRecord((level), kelText_.Text(), __FILE__, __LINE__);                  \
+        try {                                                                                      \
+            ::kel::detail::MessageText kelText_;                                                   \
+            kelText_ << text;                                                                      \
+            ::kel::detail::WriteRecord((level), kelText_.Text(), __FILE__, __LINE__);              \
+        } catch (...) {                                                                            \
+            ::kel::detail::WriteRecord((level), "(text is lost)", __FILE__, __LINE__);             \
+        }                                                                                          \
     } while (false)
+// NOLINTEND(bugprone-macro-parentheses)

@@ -12,6 +12,8 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
+#include <new>
+#include <ostream>
 #include <sstream>
 #include <stdexcept>
 #include <streambuf>
@@ -118,6 +120,23 @@ TEST(ARecord, IsOneStatement) {
         otherwise = true;
     EXPECT_TRUE(otherwise);
     EXPECT_TRUE(log->Records().empty());
+}
+
+/// Has no text.
+struct Unprintable {};
+
+std::ostream& operator<<(std::ostream& /*stream*/, const Unprintable& /*value*/) {
+    throw std::bad_alloc();
+}
+
+TEST(ARecordWhoseTextCanNotBeMade, SaysSoAtItsLevelAndPlace) {
+    const test::LogCapture log;
+    EXPECT_NO_THROW(KEL_LOG(LogLevel::Warning, "before " << Unprintable() << " after"));
+    ASSERT_EQ(log->Records().size(), 1U);
+    const test::Record record = log->Records()[0];
+    EXPECT_EQ(record.level, LogLevel::Warning);
+    EXPECT_EQ(record.message, "(text is lost)");
+    EXPECT_EQ(record.file, "kelCore/tests/LoggingTests.cpp");
 }
 
 TEST(ARecordWithoutAWriter, IsOneLineOnStandardError) {

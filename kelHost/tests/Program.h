@@ -69,7 +69,8 @@ inline std::string WithoutRandomNames(const std::string& text) {
     return std::regex_replace(text, name, ".kelhost-XXXXXX.part");
 }
 
-/// Has a command run with the library in front that disturbs system calls, see systemFaults.cpp.
+/// Has a command run with the library in front that disturbs system calls, see
+/// testSupport/systemFaults.cpp.
 inline void DisturbSystem(Command& command) {
     const char* sanitizerOptions = std::getenv("ASAN_OPTIONS");
     command.environment["LD_PRELOAD"] = KEL_TEST_PLUGIN_FOLDER "/libsystemFaults.so";

@@ -73,12 +73,16 @@ public:
         m_command.environment["KEL_TEST_FAULTY_NUMBER"] = std::to_string(fault.number);
         m_command.environment["KEL_TEST_FAULT_LASTS"] = fault.lasts ? "1" : "";
         m_command.environment["KEL_TEST_FAULT_MARKER"] = m_marker / "marker";
+        m_command.environment["KEL_TEST_STRAY_CLOSE_MARKER"] = m_marker / "stray";
     }
 
     ProcessResult Run() const { return RunCommand(m_command); }
 
     // Whether the call has failed.
     bool HasFailed() const { return fs::exists(m_marker / "marker"); }
+
+    // Whether a descriptor was closed that was not open.
+    bool HasClosedTooMuch() const { return fs::exists(m_marker / "stray"); }
 
     const TemporaryFolder& Folder() const { return m_folder; }
 
@@ -144,6 +148,7 @@ Tally FailAtEach(const std::string& output, Fault fault,
                                         << fault.file << (fault.lasts ? " and all after it" : ""));
         const FaultyRun copy(output, fault, options);
         const ProcessResult result = copy.Run();
+        EXPECT_FALSE(copy.HasClosedTooMuch());
         if (result.status == 0) {
             copy.ExpectWhole(result);
         } else {

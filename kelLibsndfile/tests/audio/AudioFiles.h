@@ -96,6 +96,21 @@ inline std::vector<float> FloatsOf(const std::vector<std::uint32_t>& bits) {
     return CopyBits<float>(bits);
 }
 
+/// The bytes of a file without the time of writing: a file of floats has it in its PEAK chunk,
+/// behind the chunk's name, size and version; and again where a header was written to a wrong
+/// place.
+inline std::string WithoutWritingTime(std::string bytes) {
+    const std::string name = "PEAK";
+    const std::string time = "time";
+    const std::size_t distance = 12;
+    for (std::size_t peak = bytes.find(name);
+         peak != std::string::npos && peak + distance + time.size() <= bytes.size();
+         peak = bytes.find(name, peak + name.size())) {
+        bytes.replace(peak + distance, time.size(), time);
+    }
+    return bytes;
+}
+
 /// The same noise at every run, over all 2^32 patterns.
 inline std::vector<std::uint32_t> MakeNoise(std::size_t count, std::uint32_t seed = 1) {
     std::mt19937 generator(seed);

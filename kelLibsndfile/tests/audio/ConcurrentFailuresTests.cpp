@@ -16,7 +16,12 @@ namespace kel::test {
 namespace {
 
 TEST(ElementsOfManyThreads, CopyTheirOwnFilesOrFailWithTheirOwnErrors) {
-    RunJobsAtOnce(RunJob);
+    RunJobsAtOnce(kThreads, 10, RunJob);
+}
+
+// Many more threads than processors, each with a source and a sink, half of which meet bad files.
+TEST(ElementsOfSixtyFourThreads, CopyTheirOwnFilesOrFailWithTheirOwnErrors) {
+    RunJobsAtOnce(64, 2, RunJob);
 }
 
 } // namespace

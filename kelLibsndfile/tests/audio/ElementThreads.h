@@ -84,7 +84,15 @@ struct Job {
     std::string failure;       ///< up to libsndfile's own words
 };
 
-/// Jobs in a folder: those with even numbers copy, the others fail in four ways.
+/// Makes a WAVE file one of samples whose encoding nobody knows.
+inline void ForgetEncoding(const std::string& path) {
+    constexpr std::size_t kEncodingTag = 20;
+    std::string bytes = ReadFile(path);
+    bytes.replace(kEncodingTag, 2, "\x34\x12");
+    WriteFile(path, bytes);
+}
+
+/// Jobs in a folder: those with even numbers copy, the others fail in five ways.
 inline std::vector<Job> MakeJobs(const TemporaryFolder& folder, std::size_t count) {
     std::vector<Job> jobs(count);
     for (std::size_t i = 0; i < count; ++i) {
@@ -101,7 +109,7 @@ inline std::vector<Job> MakeJobs(const TemporaryFolder& folder, std::size_t coun
         if (i % 2 == 0) {
             continue;
         }
-        switch (i / 2 % 4) {
+        switch (i / 2 % 5) {
         case 0: // missing
             job.in = folder / (name + "-missing.wav");
             job.failedFile = job.in;
@@ -114,9 +122,13 @@ inline std::vector<Job> MakeJobs(const TemporaryFolder& folder, std::size_t coun
             std::filesystem::resize_file(job.in, 40);
             job.failedFile = job.in;
             break;
-        default: // nowhere to write to
+        case 3: // nowhere to write to
             job.out = folder / (name + "-folder/out.wav");
             job.failedFile = job.out;
+            break;
+        default: // not to be decoded
+            ForgetEncoding(job.in);
+            job.failedFile = job.in;
             break;
         }
         job.failure =
@@ -155,19 +167,21 @@ inline std::vector<std::string> Sorted(std::vector<std::string> texts) {
 }
 
 /// Runs jobs at once, several times over.
+/// @param threads each has a job of its own
 /// @param run answers what a job failed with, as RunJob does
-inline void RunJobsAtOnce(const std::function<std::string(const Job&)>& run) {
+inline void RunJobsAtOnce(std::size_t threads, int rounds,
+                          const std::function<std::string(const Job&)>& run) {
     LoadPlugin();
-    for (int round = 0; round < 10; ++round) {
+    for (int round = 0; round < rounds; ++round) {
         SCOPED_TRACE(round);
         const TemporaryFolder folder;
-        const std::vector<Job> jobs = MakeJobs(folder, kThreads);
+        const std::vector<Job> jobs = MakeJobs(folder, threads);
         const LogCapture log;
-        std::vector<std::string> messages(kThreads);
-        RunOnThreads(kThreads, [&](std::size_t i) { messages[i] = run(jobs[i]); });
+        std::vector<std::string> messages(threads);
+        RunOnThreads(threads, [&](std::size_t i) { messages[i] = run(jobs[i]); });
 
         std::vector<std::string> failures;
-        for (std::size_t i = 0; i < kThreads; ++i) {
+        for (std::size_t i = 0; i < threads; ++i) {
             ExpectOutcome(jobs[i], messages[i]);
             if (!messages[i].empty()) {
                 failures.push_back(messages[i]);

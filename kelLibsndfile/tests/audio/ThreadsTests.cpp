@@ -21,7 +21,7 @@ namespace {
 // without a lock, and a race of its own would hide one of ours.
 TEST(ElementsOfManyThreads, CopyTheirOwnFilesWhileOthersFailOneAfterTheOther) {
     std::mutex failing;
-    RunJobsAtOnce([&failing](const Job& job) {
+    RunJobsAtOnce(kThreads, 10, [&failing](const Job& job) {
         std::unique_lock<std::mutex> lock(failing, std::defer_lock);
         if (!job.failure.empty()) {
             lock.lock();

@@ -1,5 +1,6 @@
 #include "SinkModel.h"
 
+#include <AudioFiles.h>
 #include <Plugin.h>
 #include <TemporaryFolder.h>
 
@@ -169,15 +170,6 @@ std::string ShowReport(const ICheckInputReport& report) {
     return "another error";
 }
 
-// A float file's header tells the second in which it was written, with its peaks.
-std::string WithoutTime(std::string bytes) {
-    const std::size_t peak = bytes.substr(0, 512).find("PEAK");
-    if (peak != std::string::npos && peak + 16 <= bytes.size()) {
-        bytes.replace(peak + 12, 4, "time");
-    }
-    return bytes;
-}
-
 // An element and its model, driven alike.
 class SinkPair {
 public:
@@ -324,7 +316,7 @@ std::string ShowFiles(const std::string& folder) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
         if (entry.is_regular_file()) {
             shown.push_back(std::filesystem::relative(entry.path(), folder).string() + ": " +
-                            WithoutTime(ReadFile(entry.path().string())));
+                            WithoutWritingTime(ReadFile(entry.path().string())));
         }
     }
     std::sort(shown.begin(), shown.end());

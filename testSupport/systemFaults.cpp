@@ -1,9 +1,13 @@
-// Put in front of the system's library, it makes a call on some files fail: the call that
+// Put in front of the system's library, this makes a call on some files fail: the call that
 // KEL_TEST_FAULTY_CALL names, on the files in whose paths KEL_TEST_FAULTY_FILE occurs, at its
 // occurrence number KEL_TEST_FAULTY_NUMBER, once, or from then on if KEL_TEST_FAULT_LASTS is set.
 // "flip" is a write that succeeds with its last bytes changed, as on a bad disk; "thread" is one
-// that can not be started, whatever the files. A file at KEL_TEST_FAULT_MARKER tells that it has
-// happened.
+// that can not be started, whatever the files. KEL_TEST_FAULT_ERROR is the error number, where it
+// is not to be the usual one; where KEL_TEST_FAULT_SHORT is set, reads and writes do not fail but
+// do no more than half of what they are asked for. A file at KEL_TEST_FAULT_MARKER tells that it
+// has happened. A program may also link this file, and set the variables itself.
+//
+// A file at KEL_TEST_STRAY_CLOSE_MARKER tells that a descriptor was closed that was not open.
 //
 // Where KEL_TEST_DISK_ROOM is set, every disk has so many bytes left. Where KEL_TEST_SPARSE is set,
 // zeros that go into an unfinished output become holes, so that large outputs of silence take no
@@ -61,6 +65,17 @@ bool IsFaulty(int descriptor) {
     return PathHas(descriptor, Variable("KEL_TEST_FAULTY_FILE"));
 }
 
+// Makes the empty file that a variable names.
+void Leave(const char* variable) {
+    const int error = errno;
+    const int descriptor =
+        Next<decltype(open)>("open")(Variable(variable), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+    if (descriptor >= 0) {
+        Next<decltype(close)>("close")(descriptor);
+    }
+    errno = error;
+}
+
 // Tells whether this occurrence of a call is to fail.
 template <typename File>
 bool Fails(const char* call, File file) {
@@ -74,13 +89,24 @@ bool Fails(const char* call, File file) {
     if (occurrence != number && !(lasts && occurrence > number)) {
         return false;
     }
-    close(open(Variable("KEL_TEST_FAULT_MARKER"), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    Leave("KEL_TEST_FAULT_MARKER");
     return true;
 }
 
+// @param error what is wrong unless KEL_TEST_FAULT_ERROR says something else
 int Fail(int error) {
-    errno = error;
+    const int other = atoi(Variable("KEL_TEST_FAULT_ERROR"));
+    errno = other != 0 ? other : error;
     return -1;
+}
+
+bool IsShort() {
+    return *Variable("KEL_TEST_FAULT_SHORT") != '\0';
+}
+
+// Half of it, but something.
+size_t Half(size_t count) {
+    return count - count / 2;
 }
 
 // True for many bytes that are all 0.
@@ -109,7 +135,10 @@ INTERPOSED ssize_t write(int descriptor, const void* bytes, size_t count) {
         return Next<decltype(write)>("write")(descriptor, flipped.data(), count);
     }
     if (Fails("write", descriptor)) {
-        return Fail(ENOSPC);
+        if (!IsShort()) {
+            return Fail(ENOSPC);
+        }
+        count = Half(count);
     }
     return *Variable("KEL_TEST_SPARSE") != '\0' && IsSilence(bytes, count) &&
                    PathHas(descriptor, ".kelhost-")
@@ -135,8 +164,13 @@ INTERPOSED int statvfs(const char* path, struct statvfs* status) noexcept {
 }
 
 INTERPOSED ssize_t read(int descriptor, void* bytes, size_t count) {
-    return Fails("read", descriptor) ? Fail(EIO)
-                                     : Next<decltype(read)>("read")(descriptor, bytes, count);
+    if (Fails("read", descriptor)) {
+        if (!IsShort()) {
+            return Fail(EIO);
+        }
+        count = Half(count);
+    }
+    return Next<decltype(read)>("read")(descriptor, bytes, count);
 }
 
 INTERPOSED ssize_t pread(int descriptor, void* bytes, size_t count, off_t offset) {
@@ -160,6 +194,9 @@ INTERPOSED int open(const char* path, int flags, ...) {
 INTERPOSED int close(int descriptor) {
     const bool fails = Fails("close", descriptor);
     const int closed = Next<decltype(close)>("close")(descriptor);
+    if (closed != 0 && errno == EBADF) {
+        Leave("KEL_TEST_STRAY_CLOSE_MARKER");
+    }
     return fails ? Fail(EIO) : closed;
 }
 
