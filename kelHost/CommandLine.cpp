@@ -39,7 +39,7 @@ namespace {
 
 // What the command line says, as it says it.
 struct Arguments {
-    std::optional<std::string> plugin;
+    std::vector<std::string> plugins;
     bool verbose = false;
     bool json = false;
     bool quiet = false;
@@ -165,8 +165,10 @@ void Define(CommandLine& line, Arguments& arguments) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "kelhost " KEL_HOST_VERSION);
     app.fallthrough();
-    app.add_option("--plugin", arguments.plugin,
-                   "Load this plug-in instead of those in KEL_PLUGIN_PATH or beside the program")
+    app.add_option("--plugin", arguments.plugins,
+                   "Load this plug-in instead of those in KEL_PLUGIN_PATH or beside the program; "
+                   "may be given several times")
+        ->allow_extra_args(false)
         ->type_name("FILE");
     app.add_flag("--json", arguments.json, "Results, errors and log records as JSON");
     app.add_flag("--quiet", arguments.quiet, "No progress, no reports of what was written");
@@ -389,7 +391,7 @@ std::vector<LoadedPlugin> Load(const Arguments& arguments, Console& console) {
         }
     };
     try {
-        std::vector<LoadedPlugin> plugins = LoadPlugins(arguments.plugin, warnings);
+        std::vector<LoadedPlugin> plugins = LoadPlugins(arguments.plugins, warnings);
         show();
         return plugins;
     } catch (...) {

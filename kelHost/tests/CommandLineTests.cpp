@@ -72,7 +72,7 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
             "  -h,--help                   Print this help message and exit\n"
             "  --version                   Display program version information and exit\n"
             "  --plugin FILE               Load this plug-in instead of those in KEL_PLUGIN_PATH "
-            "or beside the program\n"
+            "or beside the program; may be given several times\n"
             "  --json                      Results, errors and log records as JSON\n"
             "  --quiet                     No progress, no reports of what was written\n"
             "  --progress STYLE:{auto,none,json}=auto\n"
