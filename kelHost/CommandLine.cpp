@@ -133,13 +133,17 @@ void DefineCopy(CLI::App& copy, Arguments& arguments) {
     copy.add_flag("--verify", options.verify, "Read the whole output back and compare it");
     copy.add_flag("--allow-short", options.allowShort,
                   "Copy what there is of an input that is shorter than it promises");
-    copy.add_flag("--force", options.replace, "Replace an output that exists");
+    auto* force = copy.add_flag("--force", options.replace, "Replace an output that exists");
+    copy.add_flag("--skip-existing", options.skip,
+                  "Leave an output that exists as it is, and go on with the others")
+        ->excludes(force);
     copy.footer("Examples:\n"
                 "  kelhost copy take.wav copy.wav\n"
                 "  kelhost copy take.flac take.rf64 --encoding int24\n"
                 "  kelhost copy take.wav part.wav --start 0:01:00 --duration 30\n"
                 "  kelhost copy take.wav mono.aiff --channels 1 --encoding int16 --dither tpdf\n"
-                "  kelhost copy *.flac --output-dir wave --format wave --verify");
+                "  kelhost copy *.flac --output-dir wave --format wave --verify\n"
+                "  kelhost copy *.flac --output-dir wave --skip-existing");
 }
 
 void DefinePlot(CLI::App& plot, Arguments& arguments) {

@@ -24,10 +24,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -67,6 +69,16 @@ public:
             throw JobError(fmt::format("{}: is the same file as the input {}; name another output",
                                        Escape(m_request.output), Escape(m_request.input)));
         }
+        CopyResult result;
+        result.input = Escape(m_request.input);
+        result.output = Escape(m_request.output);
+        if (m_options.skip) {
+            std::error_code unknown;
+            result.skipped = std::filesystem::is_regular_file(m_request.output, unknown);
+            if (result.skipped) {
+                return result;
+            }
+        }
         m_reporter.Opening(m_request.input);
         OpenSource source(m_request.input, m_options.blockFrames);
         m_reporter.Opened();
@@ -91,9 +103,6 @@ public:
         }
         output.Commit();
 
-        CopyResult result;
-        result.input = Escape(m_request.input);
-        result.output = Escape(m_request.output);
         result.container = m_container->title;
         result.encoding = m_encoding->name;
         result.byteOrder = Describe(m_byteOrder);
@@ -340,6 +349,10 @@ CopyResult Copy(const CopyRequest& request, const HostLog& log, Reporter& report
 }
 
 void to_json(nlohmann::json& json, const CopyResult& result) {
+    if (result.skipped) {
+        json = {{"input", result.input}, {"output", result.output}, {"skipped", true}};
+        return;
+    }
     auto channels = nlohmann::json::array();
     for (const ChannelConversion& channel : result.conversion) {
         channels.push_back({{"clipped", channel.clipped},
@@ -363,6 +376,10 @@ void to_json(nlohmann::json& json, const CopyResult& result) {
 void from_json(const nlohmann::json& json, CopyResult& result) {
     json.at("input").get_to(result.input);
     json.at("output").get_to(result.output);
+    result.skipped = json.contains("skipped");
+    if (result.skipped) {
+        return;
+    }
     json.at("container").get_to(result.container);
     json.at("encoding").get_to(result.encoding);
     json.at("byte_order").get_to(result.byteOrder);
@@ -380,6 +397,9 @@ void from_json(const nlohmann::json& json, CopyResult& result) {
 }
 
 std::string Describe(const CopyResult& result) {
+    if (result.skipped) {
+        return fmt::format("{} -> {}: exists already, skipped\n", result.input, result.output);
+    }
     std::string text = fmt::format(
         "{} -> {}: {}, {} {}, {} {}, {} Hz, {} frames, {}{}\n", result.input, result.output,
         result.container, result.encoding, result.byteOrder, result.channels,
