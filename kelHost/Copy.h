@@ -80,13 +80,4 @@ CopyResult Copy(const CopyRequest& request, const HostLog& log, Reporter& report
 /// were no numbers.
 std::string Describe(const CopyResult& result);
 
-/// Throws JobError when records at level Error were logged since @p first, with the text of the
-/// first of them.
-/// @param path the file that was worked on
-void CheckNoErrorRecords(const HostLog& log, std::size_t first, const std::string& path);
-
-/// Throws JobError unless the file opens again with these frames, channels and rate.
-void CheckReopens(const FileName& file, std::int64_t frames, std::uint32_t channels,
-                  std::uint32_t rate);
-
 } // namespace kel::host

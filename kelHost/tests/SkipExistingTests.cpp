@@ -121,7 +121,7 @@ TEST(SkipExisting, GoesNotTogetherWithForce) {
     WriteTake(folder / "take.wav");
     ExpectResult(RunKelhost(folder, {"copy", "--skip-existing", "--force", "take.wav", "copy.wav"}),
                  2, "",
-                 "--skip-existing excludes --force\nRun with --help for more information.\n");
+                 "--force excludes --skip-existing\nRun with --help for more information.\n");
     EXPECT_EQ(SortedNames(folder), Names{"take.wav"});
 }
 
