@@ -59,6 +59,7 @@ struct Arguments {
     std::string dither;
     std::string seed = "1";
 
+    RunCommand run;
     InfoCommand info;
     PlotRequest plot;
     std::optional<std::string> size;
@@ -72,6 +73,7 @@ struct CommandLine {
                  "media-workflow framework.",
                  "kelhost"};
     CLI::App* copy = nullptr;
+    CLI::App* run = nullptr;
     CLI::App* info = nullptr;
     CLI::App* plot = nullptr;
     CLI::App* formats = nullptr;
@@ -146,6 +148,27 @@ void DefineCopy(CLI::App& copy, Arguments& arguments) {
                 "  kelhost copy *.flac --output-dir wave --skip-existing");
 }
 
+void DefineRun(CLI::App& run, Arguments& arguments) {
+    run.add_option("ELEMENT", arguments.run.words,
+                   "SOURCE[:TYPE] key=value ... ! SINK[:TYPE] key=value ...; the names, types and "
+                   "keys are those that inspect shows")
+        ->required()
+        ->type_name("");
+    run.add_flag("--allow-short", arguments.run.allowShort,
+                 "Take what there is of a source that delivers less than it promises");
+    run.add_flag("--force", arguments.run.replace, "Replace the sink's file if it exists");
+    run.footer("The type is needed where an element has several and the extension of its FilePath "
+               "means none of them.\n"
+               "Nothing is converted. The file that a sink's FilePath names appears when it is "
+               "whole.\n"
+               "\n"
+               "Examples:\n"
+               "  kelhost run kel.LibsndfileSource FilePath=take.wav ! kel.LibsndfileSink "
+               "FilePath=copy.wav\n"
+               "  kelhost run kel.LibsndfileSource:WAVE FilePath=take.wav MaxSamplesPerBuffer=480 "
+               "! kel.LibsndfileSink:BWAVE FilePath=take.rf64");
+}
+
 void DefinePlot(CLI::App& plot, Arguments& arguments) {
     plot.add_option("FILE", arguments.plot.input, "The file to draw")->required()->type_name("");
     plot.add_option("-o,--output", arguments.plot.picture,
@@ -205,6 +228,9 @@ void Define(CommandLine& line, Arguments& arguments) {
 
     line.copy = app.add_subcommand("copy", "Copy and convert audio files");
     DefineCopy(*line.copy, arguments);
+
+    line.run = app.add_subcommand("run", "Run any source into any sink");
+    DefineRun(*line.run, arguments);
 
     line.info = app.add_subcommand("info", "Show what is in audio files");
     line.info->add_option("FILE", arguments.info.files, "The files to look at")
@@ -416,6 +442,9 @@ int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, st
 
     if (line.copy->parsed()) {
         return RunCopy(arguments.copy, common, out, err);
+    }
+    if (line.run->parsed()) {
+        return RunRun(arguments.run, common, out, err);
     }
     if (line.info->parsed()) {
         return RunInfo(arguments.info, common, out, err);

@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include "Chain.h"
 #include "Demonstration.h"
 #include "Documents.h"
 #include "Errors.h"
@@ -264,6 +265,38 @@ int RunCopy(const CopyCommand& command, const CommonOptions& common, std::ostrea
                    counts.failed);
     }
     return counts.failed == 0 ? kSuccess : kFailure;
+}
+
+int RunRun(const RunCommand& command, const CommonOptions& common, std::ostream& out,
+           std::ostream& err) {
+    ChainRequest request = ParseChain(command.words);
+    request.allowShort = command.allowShort;
+    request.replace = command.replace;
+    Job job =
+        MakeJob(request.source.Name(), common, [request](const HostLog& log, Reporter& reporter) {
+            return json(RunChain(request, log, reporter));
+        });
+    job.outputFolder = request.sink.file.empty() ? "" : FolderOf(request.sink.file);
+    Console console(err, common.style);
+    auto results = json::array();
+    const std::size_t failed =
+        console.Run({job}, MakeWorkerOptions(common), [&](std::size_t, const std::string& text) {
+            results.push_back(json::parse(text));
+            if (common.style.json) {
+                return;
+            }
+            const auto result = results.back().get<ChainResult>();
+            if (!common.style.quiet) {
+                out << Describe(result);
+            }
+            for (const std::string& report : result.reports) {
+                out << report << "\n";
+            }
+        });
+    if (common.style.json) {
+        out << FormatDocument("run", {{"results", results}, {"failures", FailuresAsJSON(console)}});
+    }
+    return failed == 0 ? kSuccess : kFailure;
 }
 
 int RunInfo(const InfoCommand& command, const CommonOptions& common, std::ostream& out,

@@ -46,10 +46,11 @@ bool HasUnfinishedOutput(const TemporaryFolder& folder) {
 class WaitingCopy {
 public:
     explicit WaitingCopy(const std::vector<int>& ignoredSignals = {},
-                         const std::vector<std::string>& options = {}) {
+                         const std::vector<std::string>& options = {},
+                         const std::vector<std::string>& words = {"copy", "in.wav", "out.wav"}) {
         WriteFile(m_folder / "in.wav", "1000 2 48000\n");
-        m_command = Kelhost(
-            m_folder, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "in.wav", "out.wav"});
+        m_command = Kelhost(m_folder, {"--plugin", TestPlugin("kelFaultyElements")});
+        m_command.arguments.insert(m_command.arguments.end(), words.begin(), words.end());
         m_command.arguments.insert(m_command.arguments.end(), options.begin(), options.end());
         m_command.environment["KEL_TEST_FAULT"] = "source waits while reading";
         m_command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
@@ -215,6 +216,19 @@ TEST(Signal, EndsACopyAndLeavesNothing) {
     for (const Ending& ending : kEndings) {
         SCOPED_TRACE(ending.signal);
         WaitingCopy copy;
+        copy.Start();
+        copy.Process().Signal(ending.signal);
+        ExpectResult(copy.Process().Wait(), ending.status, "", kInterrupted);
+        EXPECT_EQ(SortedNames(copy.Folder()), Names{"in.wav"});
+    }
+}
+
+TEST(Signal, EndsARunAndLeavesNothing) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        WaitingCopy copy({}, {},
+                         {"run", "test.TextSource", "FilePath=in.wav", "!", "test.TextSink",
+                          "FilePath=out.wav"});
         copy.Start();
         copy.Process().Signal(ending.signal);
         ExpectResult(copy.Process().Wait(), ending.status, "", kInterrupted);
