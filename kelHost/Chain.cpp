@@ -145,7 +145,7 @@ std::string ChooseType(ElementFactoryType kind, const Choice& choice) {
 void Set(IParametersCollectionInstance& instance, const ParameterDescription& parameter,
          const std::string& implementation, const std::string& value) {
     const auto fail = [&](const std::string& expected) {
-        throw UsageError(fmt::format("\"{}\" of {} can not be \"{}\"; it is {}",
+        throw UsageError(fmt::format(R"("{}" of {} can not be "{}"; it is {})",
                                      Escape(parameter.name), Escape(implementation), Escape(value),
                                      expected));
     };
