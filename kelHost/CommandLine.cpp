@@ -40,7 +40,7 @@ namespace {
 
 // What the command line says, as it says it.
 struct Arguments {
-    std::optional<std::string> plugin;
+    std::vector<std::string> plugins;
     bool verbose = false;
     bool json = false;
     bool quiet = false;
@@ -60,6 +60,7 @@ struct Arguments {
     std::string dither;
     std::string seed = "1";
 
+    RunCommand run;
     InfoCommand info;
     PlotRequest plot;
     std::optional<std::string> size;
@@ -73,6 +74,7 @@ struct CommandLine {
                  "media-workflow framework.",
                  "kelhost"};
     CLI::App* copy = nullptr;
+    CLI::App* run = nullptr;
     CLI::App* info = nullptr;
     CLI::App* plot = nullptr;
     CLI::App* formats = nullptr;
@@ -136,13 +138,38 @@ void DefineCopy(CLI::App& copy, Arguments& arguments) {
     copy.add_flag("--verify", options.verify, "Read the whole output back and compare it");
     copy.add_flag("--allow-short", options.allowShort,
                   "Copy what there is of an input that is shorter than it promises");
-    copy.add_flag("--force", options.replace, "Replace an output that exists");
+    auto* force = copy.add_flag("--force", options.replace, "Replace an output that exists");
+    copy.add_flag("--skip-existing", options.skip,
+                  "Leave an output that exists as it is, and go on with the others")
+        ->excludes(force);
     copy.footer("Examples:\n"
                 "  kelhost copy take.wav copy.wav\n"
                 "  kelhost copy take.flac take.rf64 --encoding int24\n"
                 "  kelhost copy take.wav part.wav --start 0:01:00 --duration 30\n"
                 "  kelhost copy take.wav mono.aiff --channels 1 --encoding int16 --dither tpdf\n"
-                "  kelhost copy *.flac --output-dir wave --format wave --verify");
+                "  kelhost copy *.flac --output-dir wave --format wave --verify\n"
+                "  kelhost copy *.flac --output-dir wave --skip-existing");
+}
+
+void DefineRun(CLI::App& run, Arguments& arguments) {
+    run.add_option("ELEMENT", arguments.run.words,
+                   "SOURCE[:TYPE] key=value ... ! SINK[:TYPE] key=value ...; the names, types and "
+                   "keys are those that inspect shows")
+        ->required()
+        ->type_name("");
+    run.add_flag("--allow-short", arguments.run.allowShort,
+                 "Take what there is of a source that delivers less than it promises");
+    run.add_flag("--force", arguments.run.replace, "Replace the sink's file if it exists");
+    run.footer("The type is needed where an element has several and the extension of its FilePath "
+               "means none of them.\n"
+               "Nothing is converted. The file that a sink's FilePath names appears when it is "
+               "whole.\n"
+               "\n"
+               "Examples:\n"
+               "  kelhost run kel.LibsndfileSource FilePath=take.wav ! kel.LibsndfileSink "
+               "FilePath=copy.wav\n"
+               "  kelhost run kel.LibsndfileSource:WAVE FilePath=take.wav MaxSamplesPerBuffer=480 "
+               "! kel.LibsndfileSink:BWAVE FilePath=take.rf64");
 }
 
 void DefinePlot(CLI::App& plot, Arguments& arguments) {
@@ -168,8 +195,10 @@ void Define(CommandLine& line, Arguments& arguments) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "kelhost " KEL_HOST_VERSION);
     app.fallthrough();
-    app.add_option("--plugin", arguments.plugin,
-                   "Load this plug-in instead of those in KEL_PLUGIN_PATH or beside the program")
+    app.add_option("--plugin", arguments.plugins,
+                   "Load this plug-in instead of those in KEL_PLUGIN_PATH or beside the program; "
+                   "may be given several times")
+        ->allow_extra_args(false)
         ->type_name("FILE");
     app.add_flag("--json", arguments.json, "Results, errors and log records as JSON");
     app.add_flag("--quiet", arguments.quiet, "No progress, no reports of what was written");
@@ -202,6 +231,9 @@ void Define(CommandLine& line, Arguments& arguments) {
 
     line.copy = app.add_subcommand("copy", "Copy and convert audio files");
     DefineCopy(*line.copy, arguments);
+
+    line.run = app.add_subcommand("run", "Run any source into any sink");
+    DefineRun(*line.run, arguments);
 
     line.info = app.add_subcommand("info", "Show what is in audio files");
     line.info->add_option("FILE", arguments.info.files, "The files to look at")
@@ -396,7 +428,7 @@ std::vector<LoadedPlugin> Load(const Arguments& arguments, Console& console) {
         }
     };
     try {
-        std::vector<LoadedPlugin> plugins = LoadPlugins(arguments.plugin, warnings);
+        std::vector<LoadedPlugin> plugins = LoadPlugins(arguments.plugins, warnings);
         show();
         return plugins;
     } catch (...) {
@@ -425,6 +457,9 @@ int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, st
 
     if (line.copy->parsed()) {
         return RunCopy(arguments.copy, common, out, err);
+    }
+    if (line.run->parsed()) {
+        return RunRun(arguments.run, common, out, err);
     }
     if (line.info->parsed()) {
         return RunInfo(arguments.info, common, out, err);

@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include "Chain.h"
 #include "Demonstration.h"
 #include "Documents.h"
 #include "Errors.h"
@@ -139,6 +140,15 @@ json FailuresAsJSON(const Console& console) {
     return failures;
 }
 
+// What became of some of the jobs, in the order of the jobs.
+json ListOf(const std::map<std::size_t, json>& results) {
+    auto list = json::array();
+    for (const auto& [job, result] : results) {
+        list.push_back(result);
+    }
+    return list;
+}
+
 // Where a field lies in a result: "measurement.range_lu" is "/measurement/range_lu".
 json::json_pointer PointerTo(const std::string& field) {
     std::string pointer = "/" + field;
@@ -199,30 +209,43 @@ std::size_t ShowFields(const json& files, const std::string& field, bool asJSON,
     return failed;
 }
 
+// How many copies were not made, and why.
+struct CopyCounts {
+    std::size_t skipped = 0;
+    std::size_t failed = 0;
+};
+
 // Runs copies and shows each when it is done, or all as one document.
-std::size_t RunCopies(const std::vector<CopyRequest>& requests, const CommonOptions& common,
-                      std::ostream& out, std::ostream& err) {
+CopyCounts RunCopies(const std::vector<CopyRequest>& requests, const CommonOptions& common,
+                     std::ostream& out, std::ostream& err) {
     std::vector<Job> jobs;
     for (const CopyRequest& request : requests) {
         jobs.push_back(MakeCopyJob(request, common));
     }
     Console console(err, common.style);
     std::map<std::size_t, json> results; // in the order of the inputs
-    const std::size_t failed = console.Run(
+    std::map<std::size_t, json> skipped;
+    CopyCounts counts;
+    counts.failed = console.Run(
         jobs, MakeWorkerOptions(common), [&](std::size_t job, const std::string& result) {
-            results[job] = json::parse(result);
+            const json document = json::parse(result);
+            const auto copy = document.get<CopyResult>();
+            if (copy.skipped) {
+                skipped[job] = {{"input", copy.input}, {"output", copy.output}};
+            } else {
+                results[job] = document;
+            }
             if (!common.style.json && !common.style.quiet) {
-                out << Describe(results[job].get<CopyResult>()) << std::flush;
+                out << Describe(copy) << std::flush;
             }
         });
+    counts.skipped = skipped.size();
     if (common.style.json) {
-        auto list = json::array();
-        for (auto& [job, result] : results) {
-            list.push_back(std::move(result));
-        }
-        out << FormatDocument("copy", {{"results", list}, {"failures", FailuresAsJSON(console)}});
+        out << FormatDocument("copy", {{"results", ListOf(results)},
+                                       {"skipped", ListOf(skipped)},
+                                       {"failures", FailuresAsJSON(console)}});
     }
-    return failed;
+    return counts;
 }
 
 } // namespace
@@ -234,10 +257,44 @@ int RunCopy(const CopyCommand& command, const CommonOptions& common, std::ostrea
     if (command.outputFolder.has_value()) {
         MakeFolder(*command.outputFolder);
     }
-    const std::size_t failed = RunCopies(requests, common, out, err);
+    const CopyCounts counts = RunCopies(requests, common, out, err);
     if (requests.size() > 1 && !common.style.quiet && !common.style.json) {
-        fmt::print(out, "{} files: {} copied, {} failed\n", requests.size(),
-                   requests.size() - failed, failed);
+        fmt::print(out, "{} files: {} copied, {}{} failed\n", requests.size(),
+                   requests.size() - counts.skipped - counts.failed,
+                   command.options.skip ? fmt::format("{} skipped, ", counts.skipped) : "",
+                   counts.failed);
+    }
+    return counts.failed == 0 ? kSuccess : kFailure;
+}
+
+int RunRun(const RunCommand& command, const CommonOptions& common, std::ostream& out,
+           std::ostream& err) {
+    ChainRequest request = ParseChain(command.words);
+    request.allowShort = command.allowShort;
+    request.replace = command.replace;
+    Job job =
+        MakeJob(request.source.Name(), common, [request](const HostLog& log, Reporter& reporter) {
+            return json(RunChain(request, log, reporter));
+        });
+    job.outputFolder = request.sink.file.empty() ? "" : FolderOf(request.sink.file);
+    Console console(err, common.style);
+    auto results = json::array();
+    const std::size_t failed =
+        console.Run({job}, MakeWorkerOptions(common), [&](std::size_t, const std::string& text) {
+            results.push_back(json::parse(text));
+            if (common.style.json) {
+                return;
+            }
+            const auto result = results.back().get<ChainResult>();
+            if (!common.style.quiet) {
+                out << Describe(result);
+            }
+            for (const std::string& report : result.reports) {
+                out << report << "\n";
+            }
+        });
+    if (common.style.json) {
+        out << FormatDocument("run", {{"results", results}, {"failures", FailuresAsJSON(console)}});
     }
     return failed == 0 ? kSuccess : kFailure;
 }
@@ -263,11 +320,10 @@ int RunInfo(const InfoCommand& command, const CommonOptions& common, std::ostrea
         [&](std::size_t job, const std::string& result) { results[job] = json::parse(result); });
 
     std::vector<FileInfo> infos;
-    auto list = json::array();
     for (const auto& [job, result] : results) {
         infos.push_back(result.get<FileInfo>());
-        list.push_back(result);
     }
+    const json list = ListOf(results);
     if (command.field.has_value()) {
         failed += ShowFields(list, *command.field, common.style.json, out, console);
     } else if (common.style.json) {
@@ -351,7 +407,7 @@ int RunDemo(const std::string& folder, const CommonOptions& common, std::ostream
         requests.push_back(request);
         info.files.push_back(request.output);
     }
-    if (RunCopies(requests, common, out, err) != 0) {
+    if (RunCopies(requests, common, out, err).failed != 0) {
         return kFailure;
     }
     if (talks) {

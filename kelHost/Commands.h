@@ -29,6 +29,13 @@ struct CopyCommand {
     CopyOptions options;
 };
 
+/// `kelhost run`.
+struct RunCommand {
+    std::vector<std::string> words; ///< the source with its settings, "!", the sink with its own
+    bool allowShort = false;
+    bool replace = false;
+};
+
 /// `kelhost info`.
 struct InfoCommand {
     std::vector<std::string> files;
@@ -41,6 +48,8 @@ struct InfoCommand {
 /// @throws UsageError, JobError and Interrupted
 int RunCopy(const CopyCommand& command, const CommonOptions& common, std::ostream& out,
             std::ostream& err);
+int RunRun(const RunCommand& command, const CommonOptions& common, std::ostream& out,
+           std::ostream& err);
 int RunInfo(const InfoCommand& command, const CommonOptions& common, std::ostream& out,
             std::ostream& err);
 int RunPlot(const PlotRequest& request, const CommonOptions& common, std::ostream& out,

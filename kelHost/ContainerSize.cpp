@@ -146,6 +146,15 @@ bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels) {
     return LargestFileSize(sampleBytes, channels) <= std::numeric_limits<std::uint32_t>::max();
 }
 
+void CheckHolds(const Container& container, const std::string& output, std::uint64_t sampleBytes,
+                std::uint32_t channels, const std::string& instead) {
+    if (container.format != WrapperFormat::BWAVE && !FitsInto32Bits(sampleBytes, channels)) {
+        throw JobError(fmt::format("{}: would have {} bytes of samples, and {} holds 4 GiB at "
+                                   "most; use {}",
+                                   Escape(output), sampleBytes, container.title, instead));
+    }
+}
+
 void CheckContainerSize(const FileName& file, std::uint64_t sampleBytes, std::uint64_t frames) {
     std::error_code error;
     const std::uint64_t length = std::filesystem::file_size(file.path, error);

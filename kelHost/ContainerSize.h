@@ -2,8 +2,10 @@
 #pragma once
 
 #include "Elements.h"
+#include "Formats.h"
 
 #include <cstdint>
+#include <string>
 
 namespace kel::host {
 
@@ -13,6 +15,13 @@ std::uint64_t LargestFileSize(std::uint64_t sampleBytes, std::uint32_t channels)
 
 /// True when every size in such a file fits into the 32 bits that WAVE and AIFF have for them.
 bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels);
+
+/// Makes sure that a container can hold so many bytes of samples.
+/// @param output the file that is to be written, as the user knows it
+/// @param instead what to use otherwise
+/// @throws JobError when it can not
+void CheckHolds(const Container& container, const std::string& output, std::uint64_t sampleBytes,
+                std::uint32_t channels, const std::string& instead);
 
 /// Makes sure that the sizes in a WAVE, RF64 or AIFF file are right: that of the whole, that of the
 /// sample data, and the number of frames where it is told. A header that could not be rewritten at

@@ -8,12 +8,8 @@
 #include "RangeReader.h"
 #include "SampleConverter.h"
 #include "Text.h"
+#include "Transfer.h"
 
-#include <IAudioSample.h>
-#include <IBuffer.h>
-#include <IMemoryBlock.h>
-#include <IMemoryBlockAllocator.h>
-#include <ISampleContainer.h>
 #include <Logging.h>
 
 #include <fmt/format.h>
@@ -23,12 +19,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -55,22 +51,32 @@ private:
 class CopyJob {
 public:
     CopyJob(const CopyRequest& request, const HostLog& log, Reporter& reporter)
-        : m_request(request), m_options(request.options), m_log(log), m_reporter(reporter),
+        : m_request(request), m_options(request.options), m_reporter(reporter),
+          m_transfer(request.input, request.output, log, reporter),
           m_container(&ChooseContainer(m_options, request.output)),
           m_encoding(m_options.encoding != nullptr ? m_options.encoding
                                                    : &DefaultEncoding(*m_container)),
-          m_byteOrder(m_options.byteOrder.value_or(DefaultByteOrder(*m_container))),
-          m_firstError(log.CountErrors()) {}
+          m_byteOrder(m_options.byteOrder.value_or(DefaultByteOrder(*m_container))) {}
 
     CopyResult Run() {
         if (IsSameFile(m_request.input, m_request.output)) {
             throw JobError(fmt::format("{}: is the same file as the input {}; name another output",
                                        Escape(m_request.output), Escape(m_request.input)));
         }
+        CopyResult result;
+        result.input = Escape(m_request.input);
+        result.output = Escape(m_request.output);
+        if (m_options.skip) {
+            std::error_code unknown;
+            result.skipped = std::filesystem::is_regular_file(m_request.output, unknown);
+            if (result.skipped) {
+                return result;
+            }
+        }
         m_reporter.Opening(m_request.input);
         OpenSource source(m_request.input, m_options.blockFrames);
         m_reporter.Opened();
-        CheckNoErrorRecords(m_log, m_firstError, m_request.input);
+        m_transfer.CheckOpening();
         const FrameRange range =
             Resolve(m_options.range, source.Frames(), source.Rate(), m_request.input);
         SampleConverter converter(source.Description(), MakeTarget(source));
@@ -91,9 +97,6 @@ public:
         }
         output.Commit();
 
-        CopyResult result;
-        result.input = Escape(m_request.input);
-        result.output = Escape(m_request.output);
         result.container = m_container->title;
         result.encoding = m_encoding->name;
         result.byteOrder = Describe(m_byteOrder);
@@ -135,13 +138,12 @@ private:
 
     // A file that is larger than WAVE can say becomes RF64, unless WAVE was asked for.
     void ChooseSize() {
-        if (FitsInto32Bits(m_bytes, m_channels) || m_container->format == WrapperFormat::BWAVE) {
+        if (m_container->format != WrapperFormat::WAVE || m_options.container != nullptr) {
+            CheckHolds(*m_container, m_request.output, m_bytes, m_channels, "--format bwave");
             return;
         }
-        if (m_container->format != WrapperFormat::WAVE || m_options.container != nullptr) {
-            throw JobError(fmt::format("{}: would have {} bytes of samples, and {} holds 4 GiB at "
-                                       "most; use --format bwave",
-                                       Escape(m_request.output), m_bytes, m_container->title));
+        if (FitsInto32Bits(m_bytes, m_channels)) {
+            return;
         }
         m_container = &ContainerByName("bwave");
         Warn(fmt::format("{}: is written as {}, as its {} bytes of samples do not fit into WAVE",
@@ -151,9 +153,12 @@ private:
     // Writes the file and makes sure that it is whole; returns its frames.
     std::int64_t Write(OpenSource& source, const FrameRange& range, SampleConverter& converter,
                        const FileName& written) {
-        const std::int64_t frames = Transfer(source, range, converter, written);
-        CheckWriting();
-        CheckLength(range.count, frames);
+        const std::int64_t frames = PushAll(source, range, converter, written);
+        m_transfer.CheckWriting();
+        if (const auto warning =
+                m_transfer.CheckLength(range.count, frames, m_options.allowShort)) {
+            Warn(*warning);
+        }
         CheckClipping(converter.Channels());
         source.Release();
         CheckContainerSize(written,
@@ -163,96 +168,43 @@ private:
         if (m_options.verify) {
             Verify(written, frames);
         }
-        CheckWriting();
+        m_transfer.CheckWriting();
         return frames;
     }
 
-    std::int64_t Transfer(const OpenSource& source, const FrameRange& range,
-                          SampleConverter& converter, const FileName& file) {
+    std::int64_t PushAll(const OpenSource& source, const FrameRange& range,
+                         SampleConverter& converter, const FileName& file) {
         RangeReader reader(source, range);
-        try {
-            DefinedSink sink(*m_container, file, converter.Description());
-            Stages stages;
-            stages.pull = [&] {
-                return Pull(reader);
-            };
-            if (!converter.IsIdentity()) {
-                stages.convert = [&](const SampleHandle& sample) {
-                    return converter.Convert(sample);
-                };
-            }
-            std::vector<float> readBack;
-            std::int64_t pushed = 0;
-            stages.push = [&](const SampleHandle& sample) {
-                sink.Element().PushSample(sample);
-                // A failed write is told by an error record alone; what follows it would only fill
-                // a full disk once more.
-                CheckWriting();
-                if (m_options.verify) {
-                    if (converter.IsIdentity()) {
-                        const FloatView floats = FloatsOf(*sample);
-                        m_pushed.Add(floats.values, floats.count);
-                    } else {
-                        converter.ReadBack(sample, readBack);
-                        m_pushed.Add(readBack.data(), readBack.size());
-                    }
-                }
-                pushed += sample->GetAudioSamples(nullptr, nullptr)[0]->GetTimeLimits().duration;
-                m_reporter.Progress(pushed, range.count, source.Rate());
-            };
-            // Threads cost more than they bring where there is hardly anything to overlap.
-            if (range.count <= 2 * static_cast<std::int64_t>(m_options.blockFrames)) {
-                RunInline(stages);
-            } else {
-                RunOverlapped(stages, std::thread::hardware_concurrency());
-            }
-            sink.Close();
-            return pushed;
-        } catch (const JobError&) {
-            throw;
-        } catch (const std::exception& error) {
-            throw JobError(fmt::format("{}: {}", Escape(m_request.output), Escape(error.what())));
-        }
-    }
-
-    SampleHandle Pull(RangeReader& reader) const {
-        const ContextScope context(ReadingContext());
-        try {
+        DefinedSink sink(*m_container, file, converter.Description());
+        Stages stages;
+        stages.pull = [&] {
             return reader.Pull();
-        } catch (const std::exception& error) {
-            throw JobError(fmt::format("{}: {}", Escape(m_request.input), Escape(error.what())));
+        };
+        if (!converter.IsIdentity()) {
+            stages.convert = [&](const SampleHandle& sample) {
+                return converter.Convert(sample);
+            };
         }
-    }
-
-    // What the records say that come up while the source is asked for samples is about the input.
-    std::string ReadingContext() const { return "reading " + m_request.input; }
-
-    void CheckWriting() const {
-        const auto errors = m_log.ErrorsSince(m_firstError, ReadingContext(), false);
-        if (!errors.empty()) {
-            throw JobError(fmt::format("{}: {}", Escape(m_request.output), Escape(errors.front())));
-        }
-    }
-
-    // A damaged input may log an error, and deliver fewer frames: it is told as what it is.
-    void CheckLength(std::int64_t promised, std::int64_t delivered) {
-        const auto errors = m_log.ErrorsSince(m_firstError, ReadingContext(), true);
-        if (delivered == promised) {
-            if (!errors.empty()) {
-                throw JobError(
-                    fmt::format("{}: {}", Escape(m_request.input), Escape(errors.front())));
+        std::vector<float> readBack;
+        stages.push = [&](const SampleHandle& sample) {
+            sink.Element().PushSample(sample);
+            if (!m_options.verify) {
+                return;
             }
-            return;
-        }
-        const std::string reason =
-            errors.empty() ? "" : fmt::format(" ({})", Escape(errors.front()));
-        const std::string text = fmt::format("{}: promises {} frames and delivers {}{}",
-                                             Escape(m_request.input), promised, delivered, reason);
-        if (!m_options.allowShort) {
-            throw JobError(text + "; it is damaged or was changed while it was read (--allow-short "
-                                  "copies what there is)");
-        }
-        Warn(text);
+            if (converter.IsIdentity()) {
+                const FloatView floats = FloatsOf(*sample);
+                m_pushed.Add(floats.values, floats.count);
+            } else {
+                converter.ReadBack(sample, readBack);
+                m_pushed.Add(readBack.data(), readBack.size());
+            }
+        };
+        // Threads cost more than they bring where there is hardly anything to overlap.
+        const bool overlapped = range.count > 2 * static_cast<std::int64_t>(m_options.blockFrames);
+        const std::int64_t pushed =
+            m_transfer.Run(stages, {range.count, source.Rate()}, overlapped);
+        m_transfer.Close(sink);
+        return pushed;
     }
 
     void CheckClipping(const std::vector<ChannelConversion>& channels) const {
@@ -290,12 +242,11 @@ private:
 
     const CopyRequest& m_request;
     const CopyOptions& m_options;
-    const HostLog& m_log;
     Reporter& m_reporter;
+    Transfer m_transfer;
     const Container* m_container;
     const Encoding* m_encoding;
     PCMEndianness m_byteOrder;
-    std::size_t m_firstError;
     std::uint32_t m_channels = 0;
     std::uint64_t m_bytes = 0; // of samples, as far as the input keeps its promise
     FloatHash m_pushed;        // what a source should read from the output
@@ -315,31 +266,16 @@ const Container& ChooseContainer(const CopyOptions& options, const std::string& 
     return *container;
 }
 
-void CheckNoErrorRecords(const HostLog& log, std::size_t first, const std::string& path) {
-    // Those that follow tell of the same thing, as often as it took to stop.
-    if (log.CountErrors() != first) {
-        throw JobError(fmt::format("{}: {}", Escape(path), Escape(log.ErrorsSince(first).front())));
-    }
-}
-
-void CheckReopens(const FileName& file, std::int64_t frames, std::uint32_t channels,
-                  std::uint32_t rate) {
-    const OpenSource written(file, 1);
-    if (written.Frames() != frames || written.Channels() != channels || written.Rate() != rate) {
-        throw JobError(fmt::format(
-            "{}: the file that was written opens with {} frames, {} channels and {} Hz instead of "
-            "{} frames, {} channels and {} Hz; is the disk full?",
-            Escape(file.shown), written.Frames(), written.Channels(), written.Rate(), frames,
-            channels, rate));
-    }
-}
-
 CopyResult Copy(const CopyRequest& request, const HostLog& log, Reporter& reporter) {
     const ContextScope context("copy " + request.input);
     return CopyJob(request, log, reporter).Run();
 }
 
 void to_json(nlohmann::json& json, const CopyResult& result) {
+    if (result.skipped) {
+        json = {{"input", result.input}, {"output", result.output}, {"skipped", true}};
+        return;
+    }
     auto channels = nlohmann::json::array();
     for (const ChannelConversion& channel : result.conversion) {
         channels.push_back({{"clipped", channel.clipped},
@@ -363,6 +299,10 @@ void to_json(nlohmann::json& json, const CopyResult& result) {
 void from_json(const nlohmann::json& json, CopyResult& result) {
     json.at("input").get_to(result.input);
     json.at("output").get_to(result.output);
+    result.skipped = json.contains("skipped");
+    if (result.skipped) {
+        return;
+    }
     json.at("container").get_to(result.container);
     json.at("encoding").get_to(result.encoding);
     json.at("byte_order").get_to(result.byteOrder);
@@ -380,6 +320,9 @@ void from_json(const nlohmann::json& json, CopyResult& result) {
 }
 
 std::string Describe(const CopyResult& result) {
+    if (result.skipped) {
+        return fmt::format("{} -> {}: exists already, skipped\n", result.input, result.output);
+    }
     std::string text = fmt::format(
         "{} -> {}: {}, {} {}, {} {}, {} Hz, {} frames, {}{}\n", result.input, result.output,
         result.container, result.encoding, result.byteOrder, result.channels,

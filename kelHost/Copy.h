@@ -32,6 +32,7 @@ struct CopyOptions {
     bool allowShort = false; ///< whether an input with fewer frames than it promises is copied
     bool verify = false;     ///< whether the output is read back and compared
     bool replace = false;    ///< whether a file that stands there may be replaced
+    bool skip = false;       ///< whether nothing is done where a file stands there
 };
 
 /// What to copy, into what, and how.
@@ -43,8 +44,9 @@ struct CopyRequest {
 
 /// What came out of it.
 struct CopyResult {
-    std::string input;  ///< as shown to the user
-    std::string output; ///< as shown to the user
+    std::string input;    ///< as shown to the user
+    std::string output;   ///< as shown to the user
+    bool skipped = false; ///< a file stood there, and nothing was done; what follows is not known
     std::string container;
     std::string encoding;
     std::string byteOrder;
@@ -66,7 +68,8 @@ const Container& ChooseContainer(const CopyOptions& options, const std::string& 
 
 /// Copies one file. The output appears under its name only when it is whole: closed, without a
 /// record at level Error, and found to have the right frames, channels and rate when it is opened
-/// again. Reading, converting and writing overlap.
+/// again. Reading, converting and writing overlap. With CopyOptions::skip, any file that stands
+/// under the output's name is taken for whole, and the input is not even opened.
 /// @param log the current logger writer
 /// @param reporter told of opening and progress
 /// @throws JobError when the copy failed; nothing is left under the output's name then but what
@@ -76,14 +79,5 @@ CopyResult Copy(const CopyRequest& request, const HostLog& log, Reporter& report
 /// The report of a copy for people: one line, and one for each channel whose values were clipped or
 /// were no numbers.
 std::string Describe(const CopyResult& result);
-
-/// Throws JobError when records at level Error were logged since @p first, with the text of the
-/// first of them.
-/// @param path the file that was worked on
-void CheckNoErrorRecords(const HostLog& log, std::size_t first, const std::string& path);
-
-/// Throws JobError unless the file opens again with these frames, channels and rate.
-void CheckReopens(const FileName& file, std::int64_t frames, std::uint32_t channels,
-                  std::uint32_t rate);
 
 } // namespace kel::host

@@ -1,13 +1,13 @@
 #include "Demonstration.h"
 
 #include "ContainerSize.h"
-#include "Copy.h"
 #include "Elements.h"
 #include "Errors.h"
 #include "Formats.h"
 #include "OutputFile.h"
 #include "SampleConverter.h"
 #include "Text.h"
+#include "Transfer.h"
 
 #include <IAudioInfo.h>
 #include <IAudioSample.h>

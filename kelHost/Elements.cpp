@@ -21,9 +21,12 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <utility>
+#include <vector>
 
 namespace kel::host {
 
@@ -35,9 +38,38 @@ MakeSettings(ElementFactoryType kind, const std::string& implementation, const s
         GetManifest(kind, implementation, type)->GetCollectionValue("init_config"));
 }
 
-// A file may be called "-", which libraries take for standard input.
-std::wstring ElementPath(const std::string& path) {
-    return ConvertPlatformStringToWideString(path == "-" ? "./-" : path);
+bool Accepts(const IAudioSink& sink, const std::shared_ptr<const IInfoContainer>& input) {
+    const auto report = sink.CheckInputAndAdaptIfNecessary(input, "");
+    return report == nullptr ||
+           report->GetErrorType() == static_cast<std::int32_t>(CheckInputErrorType::None);
+}
+
+// Does something; where it fails, the file or the element "can not be read".
+template <typename Operation>
+void Telling(const std::string& shownName, std::string_view what, Operation operation) {
+    try {
+        operation();
+    } catch (const JobError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw JobError(
+            fmt::format("{}: can not be {}: {}", Escape(shownName), what, Escape(error.what())));
+    }
+}
+
+template <typename Operation>
+void IgnoreErrors(Operation operation) {
+    try {
+        operation();
+    } catch (...) { // NOLINT(bugprone-empty-catch): another failure is under way
+    }
+}
+
+} // namespace
+
+std::string TypeForReading(const std::string& path) {
+    const Container* container = ContainerByExtension(path);
+    return GetLabel(container != nullptr ? container->format : WrapperFormat::WAVE);
 }
 
 void CheckReadableFile(const FileName& file) {
@@ -56,26 +88,11 @@ void CheckReadableFile(const FileName& file) {
     }
 }
 
-std::string TypeForReading(const std::string& path) {
-    const Container* container = ContainerByExtension(path);
-    return GetLabel(container != nullptr ? container->format : WrapperFormat::WAVE);
+// A file may be called "-", which libraries take for standard input.
+void SetFilePath(IParametersCollectionInstance& settings, const std::string& path) {
+    settings.SetWideStringValue(kFilePath,
+                                ConvertPlatformStringToWideString(path == "-" ? "./-" : path));
 }
-
-bool Accepts(const IAudioSink& sink, const std::shared_ptr<const IInfoContainer>& input) {
-    const auto report = sink.CheckInputAndAdaptIfNecessary(input, "");
-    return report == nullptr ||
-           report->GetErrorType() == static_cast<std::int32_t>(CheckInputErrorType::None);
-}
-
-template <typename Operation>
-void IgnoreErrors(Operation operation) {
-    try {
-        operation();
-    } catch (...) { // NOLINT(bugprone-empty-catch): another failure is under way
-    }
-}
-
-} // namespace
 
 std::string FindImplementation(ElementFactoryType kind, const std::string& type) {
     for (const Registration& registration : GetRegistrations()) {
@@ -94,19 +111,31 @@ OpenSource::OpenSource(const FileName& file, std::uint32_t blockFrames) : m_show
     CheckReadableFile(file);
     const std::string type = TypeForReading(file.path);
     const std::string implementation = FindImplementation(kKind, type);
-    try {
+    Telling(m_shownName, "read", [&] {
         const auto settings = MakeSettings(kKind, implementation, type);
-        settings->SetWideStringValue("FilePath", ElementPath(file.path));
+        SetFilePath(*settings, file.path);
         settings->SetIntegerValue("MaxSamplesPerBuffer", static_cast<std::int32_t>(blockFrames));
-        m_element = ImplementElement<kKind>(implementation, type, nullptr);
-        m_element->SetInitConfig(settings);
-        m_limits = m_element->GetTimeLimits("");
-        m_description = m_element->GetDefinedOutput("");
-        m_info = m_description->GetAudioInfos().at(0);
-    } catch (const std::exception& error) {
-        throw JobError(
-            fmt::format("{}: can not be read: {}", Escape(file.shown), Escape(error.what())));
+        Open({implementation, type, settings});
+    });
+}
+
+OpenSource::OpenSource(std::string shownName, const ElementRecipe& recipe)
+    : m_shownName(std::move(shownName)) {
+    Telling(m_shownName, "read", [&] { Open(recipe); });
+}
+
+void OpenSource::Open(const ElementRecipe& recipe) {
+    m_element = ImplementElement<ElementFactoryType::AudioSource>(recipe.implementation,
+                                                                  recipe.type, nullptr);
+    m_element->SetInitConfig(recipe.settings);
+    m_limits = m_element->GetTimeLimits("");
+    m_description = m_element->GetDefinedOutput("");
+    const auto infos = m_description != nullptr ? m_description->GetAudioInfos()
+                                                : std::vector<std::shared_ptr<const IAudioInfo>>{};
+    if (infos.empty() || infos.front()->GetChannelInfo() == nullptr) {
+        throw std::runtime_error("it describes no audio");
     }
+    m_info = infos.front();
 }
 
 OpenSource::~OpenSource() {
@@ -134,27 +163,58 @@ DefinedSink::DefinedSink(const Container& container, const FileName& file,
     constexpr auto kKind = ElementFactoryType::AudioSink;
     const std::string type = GetLabel(container.format);
     const std::string implementation = FindImplementation(kKind, type);
-    try {
+    Telling(file.shown, "written", [&] {
         const auto settings = MakeSettings(kKind, implementation, type);
-        settings->SetWideStringValue("FilePath", ElementPath(file.path));
-        m_element = ImplementElement<kKind>(implementation, type, nullptr);
-        m_element->SetInitConfig(settings);
-        if (!Accepts(*m_element, input)) {
-            throw JobError(fmt::format("{}: {} does not take this encoding; see kelhost formats",
-                                       Escape(file.shown), container.title));
-        }
-        try {
-            m_element->DefineInput(input, "");
-        } catch (...) {
-            // It may have created its file before it failed.
-            IgnoreErrors([this] { Close(); });
-            throw;
-        }
-    } catch (const JobError&) {
+        SetFilePath(*settings, file.path);
+        Define(file.shown, {implementation, type, settings}, input,
+               fmt::format("{} does not take this encoding; see kelhost formats", container.title));
+    });
+}
+
+DefinedSink::DefinedSink(std::string shownName, const ElementRecipe& recipe,
+                         const std::shared_ptr<const IInfoContainer>& input,
+                         const std::string& refusal) {
+    Telling(shownName, "written", [&] { Define(shownName, recipe, input, refusal); });
+}
+
+void DefinedSink::Define(const std::string& shownName, const ElementRecipe& recipe,
+                         const std::shared_ptr<const IInfoContainer>& input,
+                         const std::string& refusal) {
+    m_element = ImplementElement<ElementFactoryType::AudioSink>(recipe.implementation, recipe.type,
+                                                                nullptr);
+    m_element->SetInitConfig(recipe.settings);
+    if (!Accepts(*m_element, input)) {
+        throw JobError(fmt::format("{}: {}", Escape(shownName), refusal));
+    }
+    try {
+        m_element->DefineInput(input, "");
+    } catch (...) {
+        // It may have created its file before it failed.
+        IgnoreErrors([this] { Close(); });
         throw;
-    } catch (const std::exception& error) {
-        throw JobError(
-            fmt::format("{}: can not be written: {}", Escape(file.shown), Escape(error.what())));
+    }
+}
+
+std::string DescribeDelivery(const IAudioInfo& info) {
+    const auto pcm =
+        std::dynamic_pointer_cast<const IAudioParameters_PCM>(info.GetAudioParameters());
+    if (pcm == nullptr) {
+        return "not PCM";
+    }
+    return fmt::format("{}-bit {} {}", pcm->GetBitsDepth(),
+                       pcm->GetPCMType() == AudioPCMType::Float ? "float" : "integer",
+                       Describe(pcm->GetEndianness()));
+}
+
+void CheckReopens(const FileName& file, std::int64_t frames, std::uint32_t channels,
+                  std::uint32_t rate) {
+    const OpenSource written(file, 1);
+    if (written.Frames() != frames || written.Channels() != channels || written.Rate() != rate) {
+        throw JobError(fmt::format(
+            "{}: the file that was written opens with {} frames, {} channels and {} Hz instead of "
+            "{} frames, {} channels and {} Hz; is the disk full?",
+            Escape(file.shown), written.Frames(), written.Channels(), written.Rate(), frames,
+            channels, rate));
     }
 }
 

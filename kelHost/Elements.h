@@ -8,6 +8,7 @@
 #include <IAudioSink.h>
 #include <IAudioSource.h>
 #include <IInfoContainer.h>
+#include <ParametersCollection.h>
 #include <TimeLimits.h>
 
 #include <cstdint>
@@ -28,8 +29,28 @@ struct FileName {
     std::string shown; ///< as the user gave it
 };
 
-/// A source with a file open. Releases it at the end, if Release was not called. One thread at a
-/// time.
+/// Makes sure that there is something to read under a name.
+/// @throws JobError when the file is missing, is no file, or has too long a path
+void CheckReadableFile(const FileName& file);
+
+/// The label of the format that a source is chosen by which is to read a file: what the extension
+/// means, else WAVE, as sources look into the file themselves.
+std::string TypeForReading(const std::string& path);
+
+/// The setting of elements that work on a file: its path.
+constexpr const char* kFilePath = "FilePath";
+
+/// Tells an element which file it is to work on.
+void SetFilePath(IParametersCollectionInstance& settings, const std::string& path);
+
+/// An element that is to be made, as it is registered, with its settings.
+struct ElementRecipe {
+    std::string implementation;
+    std::string type; ///< label of the format
+    std::shared_ptr<IParametersCollectionInstance> settings;
+};
+
+/// A source that is open. Releases it at the end, if Release was not called. One thread at a time.
 class OpenSource {
 public:
     /// Makes a source for the format that the path's extension means, the first registered one, and
@@ -38,13 +59,19 @@ public:
     /// @param blockFrames most frames in a sample
     /// @throws JobError when the file is missing, is no file, or can not be opened
     OpenSource(const FileName& file, std::uint32_t blockFrames);
+
+    /// Makes a source and opens it.
+    /// @param shownName the file that it reads, or the source itself, as the user knows it
+    /// @throws JobError when it can not be opened
+    OpenSource(std::string shownName, const ElementRecipe& recipe);
+
     ~OpenSource();
     OpenSource(const OpenSource&) = delete;
     OpenSource& operator=(const OpenSource&) = delete;
 
     IAudioSource& Element() const { return *m_element; }
 
-    /// The file, as the user knows it.
+    /// The file or the source, as the user knows it.
     const std::string& ShownName() const { return m_shownName; }
 
     /// Closes the file, where a failure of that is to be known.
@@ -62,10 +89,15 @@ public:
     /// Frames per second.
     std::uint32_t Rate() const;
 
+    /// What the source promises.
+    const TimeLimits& Limits() const { return m_limits; }
+
     /// Number of frames that the source promises.
     std::int64_t Frames() const;
 
 private:
+    void Open(const ElementRecipe& recipe);
+
     std::string m_shownName;
     std::shared_ptr<IAudioSource> m_element;
     std::shared_ptr<const IInfoContainer> m_description;
@@ -84,6 +116,14 @@ public:
     /// created
     DefinedSink(const Container& container, const FileName& file,
                 const std::shared_ptr<const IInfoContainer>& input);
+
+    /// Makes a sink, asks it whether it takes the input, and defines that.
+    /// @param shownName the file that it writes, or the sink itself, as the user knows it
+    /// @param refusal what to say when it does not take the input
+    /// @throws JobError when it does not, or fails
+    DefinedSink(std::string shownName, const ElementRecipe& recipe,
+                const std::shared_ptr<const IInfoContainer>& input, const std::string& refusal);
+
     ~DefinedSink();
     DefinedSink(const DefinedSink&) = delete;
     DefinedSink& operator=(const DefinedSink&) = delete;
@@ -94,8 +134,19 @@ public:
     void Close();
 
 private:
+    void Define(const std::string& shownName, const ElementRecipe& recipe,
+                const std::shared_ptr<const IInfoContainer>& input, const std::string& refusal);
+
     std::shared_ptr<IAudioSink> m_element;
 };
+
+/// What a source says that it delivers: "32-bit float little-endian".
+std::string DescribeDelivery(const IAudioInfo& info);
+
+/// Makes sure that a file opens again with these frames, channels and rate.
+/// @throws JobError when it does not
+void CheckReopens(const FileName& file, std::int64_t frames, std::uint32_t channels,
+                  std::uint32_t rate);
 
 /// Asks a sink for a container whether it would take an input. No file is created.
 /// @throws JobError when no sink is registered, KELRuntimeError when the sink can not judge it

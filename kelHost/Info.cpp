@@ -1,36 +1,15 @@
 #include "Info.h"
 
 #include "Elements.h"
-#include "Formats.h"
 #include "Text.h"
-
-#include <IAudioInfo.h>
-#include <IAudioParameters_PCM.h>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 namespace kel::host {
-
-namespace {
-
-// What the source says that it delivers, whatever the file holds.
-std::string DescribeDelivery(const IAudioInfo& info) {
-    const auto pcm =
-        std::dynamic_pointer_cast<const IAudioParameters_PCM>(info.GetAudioParameters());
-    if (pcm == nullptr) {
-        return "not PCM";
-    }
-    return fmt::format("{}-bit {} {}", pcm->GetBitsDepth(),
-                       pcm->GetPCMType() == AudioPCMType::Float ? "float" : "integer",
-                       Describe(pcm->GetEndianness()));
-}
-
-} // namespace
 
 FileInfo GetInfo(const std::string& file, bool measure, const HostLog& log, Reporter& reporter) {
     constexpr std::uint32_t kBlockFrames = 16384;

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -29,9 +31,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// What the temporary names of a process begin with.
-std::string TemporaryPrefix(pid_t process) {
-    return fmt::format(".kelhost-{}-", process);
+// Tells the system, and the container in it, within which numbers of processes are unique.
+std::uint32_t NumberOfMachine() {
+    std::string text;
+    std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), text);
+    std::error_code unknown;
+    text += fs::read_symlink("/proc/self/ns/pid", unknown).string();
+    return static_cast<std::uint32_t>(std::hash<std::string>()(text));
 }
 
 [[noreturn]] void FailWithErrno(const std::string& path, std::string_view what) {
@@ -106,6 +112,11 @@ bool Rename(const std::string& from, const std::string& to, bool replace) {
 }
 
 } // namespace
+
+std::string TemporaryPrefix(pid_t process) {
+    static const std::uint32_t machine = NumberOfMachine();
+    return fmt::format(".kelhost-{}-{:08x}-", process, machine);
+}
 
 std::string FolderOf(const std::string& path) {
     const fs::path folder = fs::path(path).parent_path();

@@ -12,8 +12,8 @@ namespace kel::host {
 /// same extension, and takes that name when it is whole. Until then nothing stands under the name
 /// but what stood there before; when the object goes without Commit, nothing is left.
 ///
-/// The temporary names are ".kelhost-PROCESS-XXXXXX.part" and the extension, so that what a killed
-/// process leaves is recognisable.
+/// The temporary names are ".kelhost-PROCESS-MACHINE-XXXXXX.part" and the extension, so that what a
+/// killed process leaves is recognisable.
 class OutputFile {
 public:
     /// Makes the temporary file.
@@ -56,7 +56,11 @@ constexpr std::size_t kLongestPath = 1023;
 /// The folder that a path lies in; "." for a plain name.
 std::string FolderOf(const std::string& path);
 
-/// Removes the temporary files that a process which is gone has left in a folder.
+/// What the temporary names of a process begin with. Where several machines or containers share a
+/// folder, the same number of a process does not make the same name.
+std::string TemporaryPrefix(pid_t process);
+
+/// Removes the temporary files that a process of this machine which is gone has left in a folder.
 void RemoveTemporaryFiles(const std::string& folder, pid_t process);
 
 /// True when both names reach the same file, by links too.

@@ -20,7 +20,6 @@
 #include <fstream>
 #include <ios>
 #include <link.h>
-#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -164,21 +163,28 @@ LoadedPlugin::~LoadedPlugin() {
 LoadedPlugin::LoadedPlugin(LoadedPlugin&& other) noexcept
     : m_path(std::move(other.m_path)), m_library(std::exchange(other.m_library, nullptr)) {}
 
-std::vector<LoadedPlugin> LoadPlugins(const std::optional<std::string>& file,
+std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
                                       std::ostream& warnings) {
     std::vector<LoadedPlugin> plugins;
-    if (file.has_value()) {
-        if (file->empty()) {
+    std::set<fs::path> seen;
+    const auto isNew = [&seen](const fs::path& path) {
+        std::error_code unresolved;
+        return seen.insert(fs::weakly_canonical(path, unresolved)).second;
+    };
+    for (const std::string& file : files) {
+        if (file.empty()) {
             throw UsageError("--plugin needs the name of a file, and is empty");
         }
-        plugins.emplace_back(*file);
+        if (isNew(file)) {
+            plugins.emplace_back(file);
+        }
+    }
+    if (!plugins.empty()) {
         return plugins;
     }
     std::vector<std::string> searched;
-    std::set<fs::path> seen;
     for (const fs::path& folder : SearchFolders()) {
-        std::error_code unresolved;
-        if (!seen.insert(fs::weakly_canonical(folder, unresolved)).second) {
+        if (!isNew(folder)) {
             continue;
         }
         searched.push_back(Escape(folder.string()));

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -30,14 +29,15 @@ private:
     void* m_library;
 };
 
-/// Loads the plug-ins that the host works with: the file that was asked for; else those in the
-/// folders of KEL_PLUGIN_PATH (separated by colons; not looked at when the process runs with raised
-/// rights); else those in the place beside the program. In a folder, every libkel*.so is one; one
-/// that can not be loaded is warned of and left out.
-/// @param file what --plugin names, if anything
+/// Loads the plug-ins that the host works with: the files that were asked for, in their order, each
+/// once; else those in the folders of KEL_PLUGIN_PATH (separated by colons; not looked at when the
+/// process runs with raised rights); else those in the place beside the program. In a folder, every
+/// libkel*.so is one; one that can not be loaded is warned of and left out.
+/// @param files what --plugin names, if anything
 /// @param warnings where plug-ins that were left out are named
-/// @throws JobError when there is none, with where was looked; UsageError when @p file is empty
-std::vector<LoadedPlugin> LoadPlugins(const std::optional<std::string>& file,
+/// @throws JobError when there is none, with where was looked, or one of @p files can not be
+/// loaded; UsageError when the name of one is empty
+std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
                                       std::ostream& warnings);
 
 } // namespace kel::host

@@ -110,7 +110,7 @@ void LevelMeterSink::PushSample(std::shared_ptr<const ISampleContainer> containe
             std::memcpy(&value, buffer->GetData() + i * kBytesPerValue, kBytesPerValue);
             Level& level = m_levels[i % m_levels.size()];
             level.peak = std::max(level.peak, std::abs(static_cast<double>(value)));
-            level.sumOfSquares += static_cast<double>(value) * value;
+            level.sumOfSquares += static_cast<double>(value) * static_cast<double>(value);
         }
         m_frames += values / m_levels.size();
     }

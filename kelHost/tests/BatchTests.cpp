@@ -270,7 +270,7 @@ TEST(Batch, GivesOneDocumentAndALineForEachError) {
                      1,
                      R"({"document":"kelhost.copy","failures":[{)" + missing + "},{" + folderError +
                          R"(}],"results":[)" + result("a.wav", "out/a.wav") + "," +
-                         result("d.wav", "out/d.wav") + "],\"version\":1}\n",
+                         result("d.wav", "out/d.wav") + "],\"skipped\":[],\"version\":1}\n",
                      R"({"document":"kelhost.error",)" + missing + ",\"version\":1}\n" +
                          R"({"document":"kelhost.error",)" + folderError + ",\"version\":1}\n");
     }

@@ -71,8 +71,8 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
             "Options:\n"
             "  -h,--help                   Print this help message and exit\n"
             "  --version                   Display program version information and exit\n"
-            "  --plugin FILE               Load this plug-in instead of those in KEL_PLUGIN_PATH "
-            "or beside the program\n"
+            "  --plugin FILE ...           Load this plug-in instead of those in KEL_PLUGIN_PATH "
+            "or beside the program; may be given several times\n"
             "  --json                      Results, errors and log records as JSON\n"
             "  --quiet                     No progress, no reports of what was written\n"
             "  --progress STYLE:{auto,none,json}=auto\n"
@@ -86,6 +86,7 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
             "\n"
             "Subcommands:\n"
             "  copy                        Copy and convert audio files\n"
+            "  run                         Run any source into any sink\n"
             "  info                        Show what is in audio files\n"
             "  plot                        Draw the waveform of an audio file\n"
             "  formats                     Show which encodings go into which containers\n"
@@ -137,12 +138,12 @@ TEST(CommandLine, ShowsTheVersionOnStandardOutput) {
 TEST(CommandLine, IsRefusedWithStatus2WhenItIsWrong) {
     const TemporaryFolder folder;
     const std::vector<Usage> cases{
-        {{}, "a command is missing: copy, info, plot, formats, inspect, demo\n"},
+        {{}, "a command is missing: copy, run, info, plot, formats, inspect, demo\n"},
         {{"frobnicate"},
-         "there is no command \"frobnicate\"; choose from copy, info, plot, formats, inspect, "
+         "there is no command \"frobnicate\"; choose from copy, run, info, plot, formats, inspect, "
          "demo\n"},
         {{"fro\nb", "a.wav"},
-         "there is no command \"fro\\nb\"; choose from copy, info, plot, formats, inspect, "
+         "there is no command \"fro\\nb\"; choose from copy, run, info, plot, formats, inspect, "
          "demo\n"},
         {{"--frobnicate"}, "there is no option --frobnicate before a command\n"},
         {{"info", "--fro\x1B[2J", "a.wav"},

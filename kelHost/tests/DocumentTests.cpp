@@ -66,6 +66,7 @@ TEST(Documents, OfCopiesSayWhatWasCopied) {
     EXPECT_EQ(Parse(result.out)[0], (json{{"document", "kelhost.copy"},
                                           {"version", 1},
                                           {"failures", json::array()},
+                                          {"skipped", json::array()},
                                           {"results",
                                            {{{"input", "take.wav"},
                                              {"output", "copy.aiff"},
@@ -233,7 +234,7 @@ TEST(Documents, OfErrorsTellOfEveryWrongCommandLine) {
         std::vector<std::string> arguments;
         std::string message;
     };
-    const std::string commands = "copy, info, plot, formats, inspect, demo";
+    const std::string commands = "copy, run, info, plot, formats, inspect, demo";
     std::string documents;
     const std::vector<Row> rows{
         {{"--json"}, "a command is missing: " + commands},
@@ -386,7 +387,7 @@ TEST(DocumentSchemas, RefuseWhatIsNotAsTheySay) {
         "\n"
         R"({"document":"kelhost.plot","version":1,"input":"f","picture":"","width":-1,"height":0,"text":""})"
         "\n"
-        R"({"document":"kelhost.copy","version":1,"results":[],"failures":[{"file":"f"}]})"
+        R"({"document":"kelhost.copy","version":1,"results":[],"skipped":[],"failures":[{"file":"f"}]})"
         "\n";
     const ProcessResult result = Validate(documents);
     EXPECT_EQ(result.status, 1);

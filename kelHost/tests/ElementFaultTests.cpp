@@ -8,6 +8,7 @@
 #include <cctype>
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel::test {
@@ -18,7 +19,8 @@ constexpr const char* kInput = "40000 2 48000\n"; // three samples of at most 16
 
 struct Fault {
     std::string name;
-    std::string error; // with OUTPUT for the output's name
+    std::string
+        error; // with OUTPUT for the output's name, REFUSAL for what is said of the encoding
 };
 
 void PrintTo(const Fault& fault, std::ostream* stream) {
@@ -34,10 +36,8 @@ std::vector<Fault> Faults() {
          "OUTPUT: can not be written: [fault sink throws while it is configured]"},
         {"sink throws while checking",
          "OUTPUT: can not be written: [fault sink throws while checking]"},
-        {"sink refuses the encoding",
-         "OUTPUT: CONTAINER does not take this encoding; see kelhost formats"},
-        {"sink refuses the tracks",
-         "OUTPUT: CONTAINER does not take this encoding; see kelhost formats"},
+        {"sink refuses the encoding", "OUTPUT: REFUSAL"},
+        {"sink refuses the tracks", "OUTPUT: REFUSAL"},
         {"sink throws while the input is defined",
          "OUTPUT: can not be written: [fault sink throws while the input is defined]"},
         {"sink throws while writing", "OUTPUT: [fault sink throws while writing]"},
@@ -85,14 +85,25 @@ struct Output {
 // Floats go through untouched, integers through the host's converter.
 const std::vector<Output> kOutputs{{"out.wav", "extensible WAVE"}, {"out.aiff", "AIFF-C"}};
 
-Command FaultyCopy(const TemporaryFolder& folder, const std::string& fault,
-                   const std::string& output) {
+Command Faulty(const TemporaryFolder& folder, const std::string& fault,
+               std::vector<std::string> arguments) {
     WriteFile(folder / "in.wav", kInput);
-    Command command =
-        Kelhost(folder, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "in.wav", output});
+    arguments.insert(arguments.begin(), {"--plugin", TestPlugin("kelFaultyElements")});
+    Command command = Kelhost(folder, std::move(arguments));
     command.environment["KEL_TEST_FAULT"] = fault;
     command.environment["KEL_TEST_SINK_MARKER"] = folder / "sink is not closed";
     return command;
+}
+
+Command FaultyCopy(const TemporaryFolder& folder, const std::string& fault,
+                   const std::string& output) {
+    return Faulty(folder, fault, {"copy", "in.wav", output});
+}
+
+Command FaultyRun(const TemporaryFolder& folder, const std::string& fault) {
+    return Faulty(folder, fault,
+                  {"run", "test.TextSource", "FilePath=in.wav", "MaxSamplesPerBuffer=16384", "!",
+                   "test.TextSink", "FilePath=out.wav"});
 }
 
 class ElementFault : public testing::TestWithParam<Fault> {};
@@ -103,12 +114,32 @@ TEST_P(ElementFault, LeavesNothing) {
     for (const Output& output : kOutputs) {
         SCOPED_TRACE(output.name);
         const TemporaryFolder folder;
-        const std::string error = Replace(Replace(GetParam().error, "OUTPUT", output.name),
-                                          "CONTAINER", output.container);
+        const std::string error =
+            Replace(Replace(GetParam().error, "OUTPUT", output.name), "REFUSAL",
+                    output.container + " does not take this encoding; see kelhost formats");
         ExpectResult(RunCommand(FaultyCopy(folder, GetParam().name, output.name)), 1, "",
                      "kelhost: " + error + "\n");
         EXPECT_EQ(SortedNames(folder), Names{"in.wav"});
     }
+}
+
+TEST_P(ElementFault, LeavesNothingOfARun) {
+    const TemporaryFolder folder;
+    const std::string error =
+        Replace(Replace(GetParam().error, "OUTPUT", "out.wav"), "REFUSAL",
+                "test.TextSink:WAVE does not take 32-bit float little-endian");
+    ExpectResult(RunCommand(FaultyRun(folder, GetParam().name)), 1, "", "kelhost: " + error + "\n");
+    EXPECT_EQ(SortedNames(folder), Names{"in.wav"});
+}
+
+TEST_P(ElementFault, LeavesWhatStoodThereUntouchedByARun) {
+    const TemporaryFolder folder;
+    WriteFile(folder / "out.wav", "before");
+    Command command = FaultyRun(folder, GetParam().name);
+    command.arguments.emplace_back("--force");
+    EXPECT_EQ(RunCommand(command).status, 1);
+    EXPECT_EQ(SortedNames(folder), (Names{"in.wav", "out.wav"}));
+    EXPECT_EQ(Content(folder / "out.wav"), "before");
 }
 
 TEST_P(ElementFault, LeavesWhatStoodThereUntouched) {
@@ -139,6 +170,68 @@ TEST(ElementWithoutFault, IsCopiedThrough) {
         EXPECT_EQ(SortedNames(folder), (Names{"in.wav", output.name}));
         EXPECT_EQ(Content(folder / output.name), kInput);
     }
+}
+
+TEST(ElementWithoutFault, IsRunThrough) {
+    const TemporaryFolder folder;
+    ExpectResult(RunCommand(FaultyRun(folder, "")), 0,
+                 "in.wav -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, 40000 "
+                 "frames, 0:00:00.833\n",
+                 "");
+    EXPECT_EQ(SortedNames(folder), (Names{"in.wav", "out.wav"}));
+    EXPECT_EQ(Content(folder / "out.wav"), kInput);
+}
+
+// Faults that a copy does not meet: it reads no more than it wants, and no source but one that was
+// made for files.
+TEST(ElementThatLies, IsNotRunOn) {
+    for (const Fault& fault : {
+             Fault{"source delivers more frames", "promises 40000 frames and delivers more"},
+             Fault{"source stamps one frame more",
+                   "delivers a sample of 131072 bytes that it stamps as 16385 frames of 8 bytes"},
+             Fault{"source delivers two samples at once",
+                   "delivers a sample container with 2 audio samples instead of one"},
+             Fault{"source counts milliseconds",
+                   "does not count its time in frames, so that nobody can tell whether all came"},
+             Fault{"source describes two tracks",
+                   "delivers several audio tracks at once, and run takes one"},
+             Fault{"source describes nothing", "can not be read: it describes no audio"},
+         }) {
+        SCOPED_TRACE(fault.name);
+        const TemporaryFolder folder;
+        ExpectResult(RunCommand(FaultyRun(folder, fault.name)), 1, "",
+                     "kelhost: in.wav: " + fault.error + "\n");
+        EXPECT_EQ(SortedNames(folder), Names{"in.wav"});
+    }
+}
+
+TEST(ElementThatGrows, IsRunToTheEndThatItHasByThen) {
+    const TemporaryFolder folder;
+    ExpectResult(RunCommand(FaultyRun(folder, "source grows")), 0,
+                 "in.wav -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, 40001 "
+                 "frames, 0:00:00.833\n",
+                 "");
+    EXPECT_EQ(Content(folder / "out.wav"), "40001 2 48000\n");
+}
+
+TEST(ElementThatIsShort, IsRunThroughWhereThatIsAllowed) {
+    const TemporaryFolder folder;
+    Command command = FaultyRun(folder, "source delivers fewer frames");
+    command.arguments.emplace_back("--allow-short");
+    ExpectResult(RunCommand(command), 0,
+                 "in.wav -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, 39999 "
+                 "frames, 0:00:00.833\n",
+                 "kelhost: warning: in.wav: promises 40000 frames and delivers 39999\n");
+    EXPECT_EQ(Content(folder / "out.wav"), "39999 2 48000\n");
+}
+
+TEST(ElementThatReports, IsHeardWhenItCloses) {
+    const TemporaryFolder folder;
+    ExpectResult(RunCommand(FaultyRun(folder, "sink reports when it closes")), 0,
+                 "in.wav -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, 40000 "
+                 "frames, 0:00:00.833\n"
+                 "fault sink reports when it closes\n",
+                 "");
 }
 
 TEST(ElementThatWarns, IsCopiedThroughWithItsWarnings) {

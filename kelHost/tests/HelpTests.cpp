@@ -13,7 +13,7 @@ namespace kel::test {
 
 namespace {
 
-const std::vector<std::string> kCommands{"copy", "info", "plot", "formats", "inspect", "demo"};
+const std::vector<std::string> kCommands{"copy", "run", "info", "plot", "formats", "inspect", "demo"};
 
 // The lines below "Examples:", without what they say of them behind two blanks.
 std::vector<std::string> Examples(const std::string& help) {

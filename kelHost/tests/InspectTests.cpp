@@ -139,9 +139,10 @@ TEST(Inspect, ShowsEachElementOfThatNameWhenSeveralPluginsHaveIt) {
                "\n"
                "Files of one line of text.\n"
                "\n"
-               "Setting              Kind     Default  Description\n"
-               "FilePath             string   none     Where the text is\n"
-               "MaxSamplesPerBuffer  integer  1024     Most frames at once\n";
+               "Setting              Kind        Default  Description\n"
+               "FilePath             string      none     Where the text is\n"
+               "MaxSamplesPerBuffer  integer     1024     Most frames at once\n"
+               "Details              collection  none     Nothing that anybody reads\n";
     };
     ExpectResult(RunCommand(command), 0,
                  description("libkel1.so") + "\n" + description("libkel2.so"), "");

@@ -110,8 +110,9 @@ TEST(OutputFileTemporary, LiesBesideTheNameWithTheSameExtension) {
         const OutputFile output(folder / row.name, false);
         EXPECT_EQ(output.Path(), folder / row.name);
         EXPECT_EQ(fs::path(output.TemporaryPath()).parent_path(), folder.Path());
-        EXPECT_THAT(fs::path(output.TemporaryPath()).filename().string(),
-                    MatchesRegex("\\.kelhost-[0-9]+-[0-9A-Za-z]{6}\\.part" + row.extension));
+        EXPECT_THAT(
+            fs::path(output.TemporaryPath()).filename().string(),
+            MatchesRegex("\\.kelhost-[0-9]+-[0-9a-f]{8}-[0-9A-Za-z]{6}\\.part" + row.extension));
         EXPECT_EQ(folder.Names(),
                   std::vector<std::string>{fs::path(output.TemporaryPath()).filename().string()});
         EXPECT_EQ(Content(output.TemporaryPath()), "");
@@ -123,7 +124,7 @@ TEST(OutputFileTemporary, LiesInTheCurrentFolderForABareName) {
     const CurrentFolder current(folder.Path());
     OutputFile output("take.wav", false);
     EXPECT_THAT(output.TemporaryPath(),
-                MatchesRegex("\\.kelhost-[0-9]+-[0-9A-Za-z]{6}\\.part\\.wav"));
+                MatchesRegex("\\.kelhost-[0-9]+-[0-9a-f]{8}-[0-9A-Za-z]{6}\\.part\\.wav"));
     EXPECT_TRUE(fs::exists(folder / output.TemporaryPath()));
     output.Commit();
     EXPECT_THAT(folder.Names(), ElementsAre("take.wav"));
@@ -253,9 +254,14 @@ TEST(OutputFileOfAProcessThatIsGone, IsRemovedAndNoOther) {
     ASSERT_EQ(waitpid(process, &status, 0), process);
     ASSERT_EQ(status, 0);
     EXPECT_EQ(folder.Names().size(), 4U);
+    // A process of the same number, on another machine that shares the folder.
+    const std::string elsewhere =
+        ".kelhost-" + std::to_string(process) + "-not this-abcdef.part.wav";
+    WriteFile(folder / elsewhere, "");
     RemoveTemporaryFiles(folder.Path().string(), process);
     EXPECT_THAT(folder.Names(),
-                UnorderedElementsAre("other", fs::path(own.TemporaryPath()).filename().string()));
+                UnorderedElementsAre("other", elsewhere,
+                                     fs::path(own.TemporaryPath()).filename().string()));
 }
 
 TEST(OutputFileRefusal, NamesAFolderThatIsMissing) {

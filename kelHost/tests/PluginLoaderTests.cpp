@@ -45,7 +45,7 @@ std::string ErrorOfLoading(const std::string& file) {
 
 std::string ErrorOfSearching(std::ostream& warnings) {
     try {
-        LoadPlugins(std::nullopt, warnings);
+        LoadPlugins({}, warnings);
     } catch (const JobError& error) {
         return error.what();
     }
@@ -178,16 +178,38 @@ TEST(LoadPlugins, LoadsTheFileThatIsNamedAndNoOther) {
     SetSearchPath(folder.Path());
     std::ostringstream warnings;
     {
-        const auto plugins = LoadPlugins(TestPlugin("kelFaultyElements"), warnings);
+        const auto plugins = LoadPlugins({TestPlugin("kelFaultyElements")}, warnings);
         EXPECT_EQ(RegisteredBy(), CoreAnd({TestPlugin("kelFaultyElements")}));
     }
     EXPECT_EQ(warnings.str(), "");
     EXPECT_EQ(RegisteredBy(), kCoreAlone);
 }
 
+TEST(LoadPlugins, LoadsTheFilesThatAreNamedInTheirOrderAndEachOnce) {
+    const TemporaryFolder folder;
+    const std::string first = folder / "b.so";
+    const std::string second = folder / "a.so";
+    for (const std::string& copy : {first, second}) {
+        fs::copy_file(TestPlugin("kelFaultyElements"), copy);
+    }
+    fs::create_symlink(second, folder / "c.so");
+    std::ostringstream warnings;
+    const auto plugins = LoadPlugins({first, second, first, folder / "c.so"}, warnings);
+    EXPECT_EQ(RegisteredBy(), CoreAnd({first, second}));
+    EXPECT_EQ(warnings.str(), "");
+}
+
+TEST(LoadPlugins, LoadsNoneOfTheFilesThatAreNamedWhenOneCanNotBeLoaded) {
+    std::ostringstream warnings;
+    EXPECT_THROW(
+        LoadPlugins({TestPlugin("kelFaultyElements"), TestPlugin("kelNoEntryPoint")}, warnings),
+        JobError);
+    EXPECT_EQ(RegisteredBy(), kCoreAlone);
+}
+
 TEST(LoadPlugins, FailsWhenTheFileThatIsNamedCanNotBeLoaded) {
     std::ostringstream warnings;
-    EXPECT_THROW(LoadPlugins(TestPlugin("kelNoEntryPoint"), warnings), JobError);
+    EXPECT_THROW(LoadPlugins({TestPlugin("kelNoEntryPoint")}, warnings), JobError);
     EXPECT_EQ(warnings.str(), "");
 }
 
@@ -200,7 +222,7 @@ TEST(LoadPlugins, LooksThroughTheFoldersInTheirOrderAndInEachByName) {
     const std::string third = LinkPlugin("kelFaultyElements", folder / "a/libkel.so");
     SetSearchPath((folder / "b") + ":" + (folder / "missing") + ":" + (folder / "a"));
     std::ostringstream warnings;
-    const auto plugins = LoadPlugins(std::nullopt, warnings);
+    const auto plugins = LoadPlugins({}, warnings);
     EXPECT_EQ(RegisteredBy(), CoreAnd({first, second, third}));
     EXPECT_EQ(warnings.str(), "");
 }
@@ -230,7 +252,7 @@ TEST(LoadPlugins, WarnsOfWhatCanNotBeLoadedAndLoadsTheOthers) {
     const std::string error = LinkPlugin("kelThrowsError", folder / "libkelE.so");
     SetSearchPath(folder.Path());
     std::ostringstream warnings;
-    const auto plugins = LoadPlugins(std::nullopt, warnings);
+    const auto plugins = LoadPlugins({}, warnings);
     EXPECT_EQ(RegisteredBy(), CoreAnd({good}));
     const std::string text = folder / "libkelA.so";
     EXPECT_EQ(warnings.str(),
@@ -274,7 +296,7 @@ TEST(LoadPlugins, LoadsAFolderThatIsNamedTwiceOnce) {
     const std::string plugin = LinkPlugin("kelFaultyElements", folder / "libkelPlugin.so");
     SetSearchPath(folder.Path().string() + ":" + folder.Path().string());
     std::ostringstream warnings;
-    const auto plugins = LoadPlugins(std::nullopt, warnings);
+    const auto plugins = LoadPlugins({}, warnings);
     EXPECT_EQ(RegisteredBy(), CoreAnd({plugin}));
 }
 

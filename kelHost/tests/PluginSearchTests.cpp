@@ -174,6 +174,21 @@ TEST(PluginSearch, TakesTheFileThatIsNamedInsteadOfAllFolders) {
     }
 }
 
+TEST(PluginSearch, TakesSeveralFilesThatAreNamedAndTheFirstElementOfAFormatIsUsed) {
+    const TemporaryFolder folder;
+    WriteTake(folder / "take.wav");
+    WriteFile(folder / "text.wav", "1000 2 48000\n");
+    const std::string texts = TestPlugin("kelFaultyElements");
+    const auto status = [&](const std::string& first, const std::string& second,
+                            const std::string& file) {
+        return RunKelhost(folder, {"--plugin", first, "info", file, "--plugin", second}).status;
+    };
+    EXPECT_EQ(status(KEL_TEST_PLUGIN, texts, "take.wav"), 0);
+    EXPECT_EQ(status(KEL_TEST_PLUGIN, texts, "text.wav"), 1);
+    EXPECT_EQ(status(texts, KEL_TEST_PLUGIN, "take.wav"), 1);
+    EXPECT_EQ(status(texts, KEL_TEST_PLUGIN, "text.wav"), 0);
+}
+
 TEST(PluginSearch, FailsWhenTheFileThatIsNamedIsNoPlugin) {
     const TemporaryFolder folder;
     WriteFile(folder / "text.so", "short\n");

@@ -65,7 +65,7 @@ inline std::string Content(const std::string& path) {
 
 /// A text with "XXXXXX" for the random part of every temporary name.
 inline std::string WithoutRandomNames(const std::string& text) {
-    static const std::regex name("\\.kelhost-[0-9]+-[A-Za-z0-9]{6}\\.part");
+    static const std::regex name("\\.kelhost-[0-9]+-[0-9a-f]{8}-[A-Za-z0-9]{6}\\.part");
     return std::regex_replace(text, name, ".kelhost-XXXXXX.part");
 }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -45,10 +46,11 @@ bool HasUnfinishedOutput(const TemporaryFolder& folder) {
 class WaitingCopy {
 public:
     explicit WaitingCopy(const std::vector<int>& ignoredSignals = {},
-                         const std::vector<std::string>& options = {}) {
+                         const std::vector<std::string>& options = {},
+                         const std::vector<std::string>& words = {"copy", "in.wav", "out.wav"}) {
         WriteFile(m_folder / "in.wav", "1000 2 48000\n");
-        m_command = Kelhost(
-            m_folder, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "in.wav", "out.wav"});
+        m_command = Kelhost(m_folder, {"--plugin", TestPlugin("kelFaultyElements")});
+        m_command.arguments.insert(m_command.arguments.end(), words.begin(), words.end());
         m_command.arguments.insert(m_command.arguments.end(), options.begin(), options.end());
         m_command.environment["KEL_TEST_FAULT"] = "source waits while reading";
         m_command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
@@ -106,33 +108,46 @@ private:
     int m_number = -1;
 };
 
+// What is there under the names of the outputs, and is to be done with it.
+enum class Before { Replaced, Nothing };
+
 // A copy of three files: the first is whole at once, the sources of the others wait while their
-// sinks have the outputs open. What stood under the names before is to be replaced.
+// sinks have the outputs open. What stood under the names before is to be replaced; or nothing did,
+// and the copy can be started again.
 class WaitingBatch {
 public:
-    explicit WaitingBatch(const std::vector<int>& ignoredSignals = {}) {
+    explicit WaitingBatch(const std::vector<int>& ignoredSignals = {},
+                          Before before = Before::Replaced) {
         fs::create_directory(m_folder / "out");
         WriteFile(m_folder / "a.wav", "1000 2 48000\n");
         for (const char* name : {"b.wav", "c.wav"}) {
             WriteFile(m_folder / name, "1000 2 48000 waits while reading\n");
         }
-        for (const char* name : {"out/a.wav", "out/b.wav", "out/c.wav"}) {
-            WriteFile(m_folder / name, "before");
+        if (before == Before::Replaced) {
+            for (const char* name : {"out/a.wav", "out/b.wav", "out/c.wav"}) {
+                WriteFile(m_folder / name, "before");
+            }
         }
-        Command command =
-            Kelhost(m_folder, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "--force",
-                               "a.wav", "b.wav", "c.wav", "--output-dir", "out", "--jobs", "2"});
-        command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
-        command.environment["KEL_TEST_GO_ON"] = m_signs / "go on";
-        command.ignoredSignals = ignoredSignals;
-        m_process.emplace(command);
+        m_command = Kelhost(m_folder, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "a.wav",
+                                       "b.wav", "c.wav", "--output-dir", "out", "--jobs", "2",
+                                       before == Before::Replaced ? "--force" : "--skip-existing"});
+        m_command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
+        m_command.environment["KEL_TEST_GO_ON"] = m_signs / "go on";
+        m_command.ignoredSignals = ignoredSignals;
+        m_process.emplace(m_command);
         WaitFor(
             [this] {
                 // In this order: the first is unfinished for a moment, too.
-                return Content(m_folder / "out/a.wav") == kWhole && Unfinished().size() == 2;
+                return fs::exists(m_folder / "out/a.wav") &&
+                       Content(m_folder / "out/a.wav") == kWhole && Unfinished().size() == 2;
             },
             *m_process);
     }
+
+    // Starts the same command again.
+    void Restart() { m_process.emplace(m_command); }
+
+    std::string Output(const std::string& name) const { return m_folder / ("out/" + name); }
 
     RunningProcess& Process() { return *m_process; }
 
@@ -144,6 +159,7 @@ public:
                 names.push_back(entry.path().filename().string());
             }
         }
+        std::sort(names.begin(), names.end());
         return names;
     }
 
@@ -174,6 +190,7 @@ private:
     Orphans m_orphans;
     TemporaryFolder m_folder;
     TemporaryFolder m_signs;
+    Command m_command;
     std::optional<RunningProcess> m_process;
 };
 
@@ -199,6 +216,19 @@ TEST(Signal, EndsACopyAndLeavesNothing) {
     for (const Ending& ending : kEndings) {
         SCOPED_TRACE(ending.signal);
         WaitingCopy copy;
+        copy.Start();
+        copy.Process().Signal(ending.signal);
+        ExpectResult(copy.Process().Wait(), ending.status, "", kInterrupted);
+        EXPECT_EQ(SortedNames(copy.Folder()), Names{"in.wav"});
+    }
+}
+
+TEST(Signal, EndsARunAndLeavesNothing) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        WaitingCopy copy({}, {},
+                         {"run", "test.TextSource", "FilePath=in.wav", "!", "test.TextSink",
+                          "FilePath=out.wav"});
         copy.Start();
         copy.Process().Signal(ending.signal);
         ExpectResult(copy.Process().Wait(), ending.status, "", kInterrupted);
@@ -373,6 +403,40 @@ TEST(BatchSignal, ThatKillsTheHostEndsItsWorkersAndLeavesRecognisableFiles) {
     for (const std::string& name : batch.Unfinished()) {
         EXPECT_EQ(WithoutRandomNames(name), ".kelhost-XXXXXX.part.wav");
     }
+}
+
+TEST(BatchSignal, ThatKillsTheHostLeavesABatchThatGoesOnWhereItWas) {
+    WaitingBatch batch({}, Before::Nothing);
+    const std::vector<pid_t> workers = batch.Workers();
+    batch.Process().Signal(SIGKILL);
+    EXPECT_EQ(batch.Process().Wait().status, -SIGKILL);
+    for (const pid_t worker : workers) {
+        Orphans::WaitForSignalOf(worker);
+    }
+    const Names leftOver = batch.Unfinished();
+    EXPECT_EQ(leftOver.size(), 2U);
+    EXPECT_FALSE(fs::exists(batch.Output("b.wav")));
+    EXPECT_FALSE(fs::exists(batch.Output("c.wav")));
+    struct stat before {};
+    ASSERT_EQ(stat(batch.Output("a.wav").c_str(), &before), 0);
+
+    batch.GoOn();
+    batch.Restart();
+    ExpectResult(batch.Process().Wait(), 0,
+                 "a.wav -> out/a.wav: exists already, skipped\n" + BatchLine("b.wav") +
+                     BatchLine("c.wav") + "3 files: 2 copied, 1 skipped, 0 failed\n",
+                 "");
+    struct stat after {};
+    ASSERT_EQ(stat(batch.Output("a.wav").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    // Nobody but who started them knows that those processes are gone.
+    EXPECT_EQ(batch.Unfinished(), leftOver);
+    for (const std::string& name : leftOver) {
+        fs::remove(batch.Output(name));
+    }
+    batch.ExpectOutputs({WaitingBatch::kWhole, WaitingBatch::kWhole, WaitingBatch::kWhole});
 }
 
 TEST(Signal, OfAReaderThatIsGoneIsAnErrorOfStandardOutput) {

@@ -2,6 +2,7 @@
 
 #include "Errors.h"
 #include "Orphans.h"
+#include "OutputFile.h"
 #include "Program.h"
 
 #include <gtest/gtest.h>
@@ -242,7 +243,7 @@ TEST_F(Workers, LeaveNoTemporaryFilesWhenTheyDie) {
     const TemporaryFolder folder;
     WriteFile(folder / "other", "");
     const auto leave = [&folder] {
-        WriteFile(folder / (".kelhost-" + std::to_string(getpid()) + "-abcdef.part.wav"), "");
+        WriteFile(folder / (TemporaryPrefix(getpid()) + "abcdef.part.wav"), "");
     };
     const std::vector<Job> jobs{MakeJob(
                                     "a",
@@ -273,8 +274,7 @@ TEST_F(Workers, AreEndedBySignalsToTheHostAndLeaveNothing) {
             jobs.push_back(MakeJob(
                 "a",
                 [&folder, host, signal, i](Reporter&) -> json {
-                    WriteFile(folder / (".kelhost-" + std::to_string(getpid()) + "-abcdef.part"),
-                              "");
+                    WriteFile(folder / (TemporaryPrefix(getpid()) + "abcdef.part"), "");
                     if (i == 2) {
                         kill(host, signal);
                     }

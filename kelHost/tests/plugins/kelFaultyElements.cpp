@@ -118,8 +118,9 @@ public:
         if (HasFault("source waits while reading") || m_fault == "waits while reading") {
             Wait();
         }
-        const std::int64_t promised =
-            HasFault("source delivers fewer frames") ? m_file.frames - 1 : m_file.frames;
+        const std::int64_t promised = m_file.frames -
+                                      (HasFault("source delivers fewer frames") ? 1 : 0) +
+                                      (DeliversMore() ? 1 : 0);
         const std::int64_t frames = std::min<std::int64_t>(promised - m_position, m_mostFrames);
         if (frames <= 0) {
             return nullptr;
@@ -137,18 +138,31 @@ public:
         buffer->Reserve(bytes);
         std::fill_n(buffer->GetData(), bytes, std::uint8_t{0});
         buffer->SetSize(bytes);
-        const TimeLimits limits(MediaTime(EditRate(m_file.rate, 1), m_position, nullptr), frames);
+        const TimeLimits limits(MediaTime(EditRate(m_file.rate, 1), m_position, nullptr),
+                                frames + (HasFault("source stamps one frame more") ? 1 : 0));
         m_position += frames;
-        return CreateSampleContainer(CreateAudioSample(m_parameters, m_info, buffer, limits, {}),
-                                     nullptr);
+        const std::shared_ptr<const ISample> sample =
+            CreateAudioSample(m_parameters, m_info, buffer, limits, {});
+        if (HasFault("source delivers two samples at once")) {
+            return CreateSampleContainer({sample, sample}, nullptr);
+        }
+        return CreateSampleContainer(sample, nullptr);
     }
 
     TimeLimits GetTimeLimits(std::string /*track*/) override {
-        return {MediaTime(EditRate(m_file.rate, 1), 0, nullptr), m_file.frames};
+        const std::uint32_t rate = HasFault("source counts milliseconds") ? 1000 : m_file.rate;
+        return {MediaTime(EditRate(rate, 1), 0, nullptr), m_file.frames};
     }
 
     std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string /*name*/) const override {
-        return CreateInfoContainer(m_info, nullptr);
+        if (HasFault("source describes nothing")) {
+            return nullptr;
+        }
+        const std::shared_ptr<const IInfo> info = m_info;
+        if (HasFault("source describes two tracks")) {
+            return CreateInfoContainer({info, info}, nullptr);
+        }
+        return CreateInfoContainer(info, nullptr);
     }
 
     std::shared_ptr<const IParametersCollectionInstance> GetManifest() const override {
@@ -161,7 +175,7 @@ public:
     }
 
     bool IsMediaOpen() const override { return m_info != nullptr; }
-    bool IsGrowing() const override { return false; }
+    bool IsGrowing() const override { return HasFault("source grows"); }
     void UpdateConfig(std::shared_ptr<const IParametersCollectionInstance> /*config*/) override {}
     void SetDirection(MediaSourceDirection /*direction*/) override {}
     MediaSourceDirection GetDirection() const override { return MediaSourceDirection::Forward; }
@@ -181,6 +195,10 @@ public:
     void Release() override { FailIf("source throws while it is released"); }
 
 private:
+    static bool DeliversMore() {
+        return HasFault("source delivers more frames") || HasFault("source grows");
+    }
+
     std::shared_ptr<const IParametersCollectionInstance> m_manifest;
     std::shared_ptr<IAudioParameters_PCM> m_parameters;
     std::shared_ptr<const IAudioInfo> m_info;
@@ -250,6 +268,7 @@ public:
         if (!m_stream.is_open()) {
             return;
         }
+        LogIf("sink reports when it closes", LogLevel::Milestone);
         m_stream.close();
         unlink(Variable("KEL_TEST_SINK_MARKER").c_str());
         TextFile file = m_file;
@@ -318,6 +337,7 @@ void RegisterAll(const char* name) {
     auto settings = CreateParametersCollectionPrototype();
     settings->AddStringParameter("FilePath", "Where the text is");
     settings->AddIntegerParameter("MaxSamplesPerBuffer", 1024, "Most frames at once");
+    settings->AddCollectionParameter("Details", "Nothing that anybody reads");
     Register<ElementFactoryType::AudioSource, TextSource>(name, "test.TextSource", settings);
     Register<ElementFactoryType::AudioSink, TextSink>(name, "test.TextSink", settings);
 }
