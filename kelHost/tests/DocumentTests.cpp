@@ -233,7 +233,7 @@ TEST(Documents, OfErrorsTellOfEveryWrongCommandLine) {
         std::vector<std::string> arguments;
         std::string message;
     };
-    const std::string commands = "copy, info, plot, formats, inspect, demo";
+    const std::string commands = "copy, info, plot, formats, inspect, validate, demo";
     std::string documents;
     const std::vector<Row> rows{
         {{"--json"}, "a command is missing: " + commands},
