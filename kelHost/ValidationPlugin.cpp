@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <dlfcn.h>
 #include <exception>
 #include <iterator>
 #include <map>
@@ -195,6 +196,10 @@ void Unloads(CheckContext& context) {
             context.Note("unloading");
         } catch (const JobError&) {
             throw NotApplicable("it can not be loaded, see plugin.loads and plugin.registers");
+        }
+        // The loader keeps what has names that must be unique in a process, or is marked so.
+        if (dlopen(context.Subject().plugin.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr) {
+            throw NotApplicable("the loader keeps it loaded; hide all symbols but RegisterAll");
         }
     }
 }

@@ -117,10 +117,10 @@ std::string FormatLine(const CheckResult& result, const ReportColumns& columns) 
 }
 
 std::string FormatSummary(const ValidationReport& report) {
-    return fmt::format("{} checks: {} passed, {} failed, {} not applicable; --seed {} repeats the "
+    return fmt::format("{} check{}: {} passed, {} failed, {} not applicable; --seed {} repeats the "
                        "random calls\n",
-                       report.results.size(), report.Count(CheckVerdict::Passed),
-                       report.Count(CheckVerdict::Failed),
+                       report.results.size(), report.results.size() == 1 ? "" : "s",
+                       report.Count(CheckVerdict::Passed), report.Count(CheckVerdict::Failed),
                        report.Count(CheckVerdict::NotApplicable), report.seed);
 }
 

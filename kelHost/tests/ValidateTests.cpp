@@ -255,7 +255,7 @@ TEST(Validate, PrintsTheSeedThatItHasChosen) {
         return RunKelhost(folder, {"validate", TestPlugin("kelBroken"), "--check", "plugin.loads"});
     };
     const std::regex summary(
-        "1 checks: 1 passed, 0 failed, 0 not applicable; --seed ([0-9]+) repeats the random calls");
+        "1 check: 1 passed, 0 failed, 0 not applicable; --seed ([0-9]+) repeats the random calls");
     std::smatch first;
     std::smatch second;
     const std::string firstLine = LinesOf(run().out).back();
