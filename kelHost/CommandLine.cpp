@@ -9,6 +9,7 @@
 #include "Inspect.h"
 #include "PluginLoader.h"
 #include "Text.h"
+#include "Validation.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -66,6 +67,9 @@ struct Arguments {
     std::optional<std::string> size;
     std::string level = "linear";
     std::optional<std::string> implementation;
+    ValidateCommand validate;
+    double timeout = 30;
+    std::optional<std::string> validationSeed;
     std::string demonstrationFolder = "kelhost-demo";
 };
 
@@ -79,6 +83,7 @@ struct CommandLine {
     CLI::App* plot = nullptr;
     CLI::App* formats = nullptr;
     CLI::App* inspect = nullptr;
+    CLI::App* validate = nullptr;
     CLI::App* demo = nullptr;
     CLI::App* manual = nullptr;
     CLI::App* completion = nullptr;
@@ -190,6 +195,53 @@ void DefinePlot(CLI::App& plot, Arguments& arguments) {
                 "  kelhost plot take.wav -o bar.svg --start 0:01:00 --duration 2 --size 800x300");
 }
 
+void DefineValidate(CLI::App& validate, Arguments& arguments) {
+    ValidateCommand& command = arguments.validate;
+    validate.add_option("PLUGIN", command.plugin, "The plug-in's library")
+        ->required()
+        ->type_name("");
+    validate
+        .add_option("--check", command.checks, "Make this check alone; may be given several times")
+        ->allow_extra_args(false)
+        ->type_name("NAME");
+    validate
+        .add_option("--element", command.elements,
+                    "Check this element alone, IMPLEMENTATION or IMPLEMENTATION:TYPE; may be given "
+                    "several times")
+        ->allow_extra_args(false)
+        ->type_name("NAME");
+    validate
+        .add_option("--input", command.input,
+                    "What sources open that read files; else a short recording of their type")
+        ->type_name("FILE");
+    validate
+        .add_option("--set", command.settings,
+                    "A setting, NAME=VALUE, for the elements that have it; may be given several "
+                    "times")
+        ->allow_extra_args(false)
+        ->type_name("SETTING");
+    validate
+        .add_option("--seed", arguments.validationSeed,
+                    "Seed of the random calls; the same seed, the same calls")
+        ->type_name("NUMBER");
+    validate.add_option("--timeout", arguments.timeout, "Seconds that each check may take")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.001, 86400.0))
+        ->capture_default_str();
+    validate.add_option("--junit", command.junit, "Write a report in JUnit's format, too")
+        ->type_name("FILE");
+    validate.footer("Examples:\n"
+                    "  kelhost validate libkelLibsndfile.so\n"
+                    "  kelhost validate libkelLibsndfile.so --element kel.LibsndfileSink "
+                    "--junit report.xml --seed 7\n"
+                    "  kelhost validate libkelLibsndfile.so --check source.seek-to-each-edge\n"
+                    "  kelhost validate libkelLibsndfile.so --element kel.LibsndfileSource:WAVE "
+                    "--input take.wav\n"
+                    "\n"
+                    "Each check runs in a process of its own. Exit status: 0 nothing failed, "
+                    "1 something did.");
+}
+
 void Define(CommandLine& line, Arguments& arguments) {
     CLI::App& app = line.app;
     app.require_subcommand(1);
@@ -265,6 +317,10 @@ void Define(CommandLine& line, Arguments& arguments) {
         ->type_name("");
     line.inspect->footer("Examples:\n  kelhost inspect\n  kelhost inspect kel.LibsndfileSource\n"
                          "  kelhost inspect --json");
+
+    line.validate =
+        app.add_subcommand("validate", "Check that a plug-in does what the framework demands");
+    DefineValidate(*line.validate, arguments);
 
     line.demo = app.add_subcommand("demo", "Write a short tone and copy it into every format");
     line.demo->add_option("FOLDER", arguments.demonstrationFolder, "Where the files go")
@@ -382,6 +438,20 @@ void InterpretCopy(Arguments& arguments) {
     }
 }
 
+std::chrono::milliseconds Milliseconds(double seconds) {
+    return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+}
+
+void InterpretValidate(Arguments& arguments) {
+    arguments.validate.timeout = Milliseconds(arguments.timeout);
+    if (arguments.validationSeed.has_value()) {
+        arguments.validate.seed = ParseSeed(*arguments.validationSeed);
+    }
+    if (arguments.plugin.has_value()) {
+        throw UsageError("validate takes the plug-in as its argument; leave --plugin away");
+    }
+}
+
 CommonOptions InterpretCommon(const Arguments& arguments) {
     CommonOptions common;
     common.style.json = arguments.json;
@@ -399,8 +469,7 @@ CommonOptions InterpretCommon(const Arguments& arguments) {
     if (arguments.verbose) {
         common.verbosity = Verbosity::Everything;
     }
-    common.openTimeout =
-        std::chrono::milliseconds(static_cast<std::int64_t>(arguments.openTimeout * 1000));
+    common.openTimeout = Milliseconds(arguments.openTimeout);
     common.jobs =
         arguments.jobs != 0 ? arguments.jobs : std::max(1U, std::thread::hardware_concurrency());
     return common;
@@ -453,6 +522,11 @@ int Execute(const CommandLine& line, Arguments& arguments, std::ostream& out, st
     const auto log = std::make_shared<HostLog>(
         [&console](const std::string& text) { console.ShowLog(text); }, common.verbosity);
     const InstalledLog installed(log);
+    if (line.validate->parsed()) {
+        // No plug-in is loaded into this process, not even another.
+        InterpretValidate(arguments);
+        return RunValidate(arguments.validate, common, out, err);
+    }
     const std::vector<LoadedPlugin> plugins = Load(arguments, console);
 
     if (line.copy->parsed()) {

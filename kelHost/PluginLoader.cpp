@@ -35,8 +35,6 @@ namespace {
 
 constexpr const char* kEntryPoint = "RegisterAll";
 
-using EntryPoint = void (*)(const char*);
-
 std::string LoaderError() {
     const char* error = dlerror();
     return Escape(error != nullptr ? error : "the loader gave no reason");
@@ -92,10 +90,19 @@ fs::path FolderBesideProgram() {
         .lexically_normal();
 }
 
-std::vector<fs::path> SearchFolders() {
+// The core may lie elsewhere than the program, such as in the folder of one processor's libraries.
+fs::path FolderBesideCore() {
+    Dl_info core{};
+    dladdr(reinterpret_cast<const void*>(&GetRegistrations), &core);
+    return (fs::absolute(core.dli_fname).parent_path() / "kel").lexically_normal();
+}
+
+// The folders of KEL_PLUGIN_PATH; none when it is not set. The C library keeps it from a process
+// with raised rights: whoever starts it must not choose what it loads.
+std::vector<fs::path> FoldersOfVariable() {
     const char* variable = secure_getenv("KEL_PLUGIN_PATH");
     if (variable == nullptr || *variable == '\0') {
-        return {FolderBesideProgram()};
+        return {};
     }
     std::vector<fs::path> folders;
     std::istringstream list(variable);
@@ -132,36 +139,48 @@ std::vector<fs::path> PluginsIn(const fs::path& folder) {
 
 } // namespace
 
-LoadedPlugin::LoadedPlugin(const fs::path& file)
-    : m_path(fs::absolute(file).string()), m_library(OpenLibrary(m_path)) {
-    const auto entryPoint = reinterpret_cast<EntryPoint>(dlsym(m_library, kEntryPoint));
-    std::string failure;
-    if (entryPoint == nullptr) {
-        failure = fmt::format("has no entry point {}: {}", kEntryPoint, LoaderError());
-    } else {
-        try {
-            entryPoint(m_path.c_str());
-            return;
-        } catch (const std::exception& error) {
-            failure = fmt::format("failed in {}: {}", kEntryPoint, Escape(error.what()));
-        } catch (...) {
-            failure = fmt::format("failed in {} with an exception of an unknown type", kEntryPoint);
-        }
-    }
-    UnregisterFactories(m_path);
-    dlclose(m_library);
-    throw JobError(fmt::format("the plug-in {} {}", Escape(m_path), failure));
-}
+PluginLibrary::PluginLibrary(const fs::path& file)
+    : m_path(fs::absolute(file).string()), m_library(OpenLibrary(m_path)) {}
 
-LoadedPlugin::~LoadedPlugin() {
-    if (m_library != nullptr) {
-        UnregisterFactories(m_path);
+PluginLibrary::~PluginLibrary() {
+    if (IsLoaded()) {
         dlclose(m_library);
     }
 }
 
-LoadedPlugin::LoadedPlugin(LoadedPlugin&& other) noexcept
+PluginLibrary::PluginLibrary(PluginLibrary&& other) noexcept
     : m_path(std::move(other.m_path)), m_library(std::exchange(other.m_library, nullptr)) {}
+
+PluginLibrary::EntryPoint PluginLibrary::FindEntryPoint() const {
+    const auto entryPoint = reinterpret_cast<EntryPoint>(dlsym(m_library, kEntryPoint));
+    if (entryPoint == nullptr) {
+        throw JobError(fmt::format("the plug-in {} has no entry point {}: {}", Escape(m_path),
+                                   kEntryPoint, LoaderError()));
+    }
+    return entryPoint;
+}
+
+LoadedPlugin::LoadedPlugin(const fs::path& file) : m_library(file) {
+    const PluginLibrary::EntryPoint entryPoint = m_library.FindEntryPoint();
+    std::string failure;
+    try {
+        entryPoint(Path().c_str());
+        return;
+    } catch (const std::exception& error) {
+        failure = fmt::format(": {}", Escape(error.what()));
+    } catch (...) {
+        failure = " with an exception of an unknown type";
+    }
+    UnregisterFactories(Path());
+    throw JobError(
+        fmt::format("the plug-in {} failed in {}{}", Escape(Path()), kEntryPoint, failure));
+}
+
+LoadedPlugin::~LoadedPlugin() {
+    if (m_library.IsLoaded()) {
+        UnregisterFactories(Path());
+    }
+}
 
 std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
                                       std::ostream& warnings) {
@@ -183,9 +202,18 @@ std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
         return plugins;
     }
     std::vector<std::string> searched;
-    for (const fs::path& folder : SearchFolders()) {
+    std::vector<fs::path> folders = FoldersOfVariable();
+    const bool isOwnChoice = folders.empty();
+    if (isOwnChoice) {
+        folders = {FolderBesideProgram(), FolderBesideCore()};
+    }
+    for (const fs::path& folder : folders) {
         if (!isNew(folder)) {
             continue;
+        }
+        // Installed twice, it is the same plug-in.
+        if (isOwnChoice && !plugins.empty()) {
+            break;
         }
         searched.push_back(Escape(folder.string()));
         for (const fs::path& candidate : PluginsIn(folder)) {

@@ -2,6 +2,7 @@
 
 #include "Errors.h"
 #include "OutputFile.h"
+#include "Processes.h"
 #include "Text.h"
 
 #include <fmt/format.h>
@@ -16,13 +17,11 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
-#include <fcntl.h>
 #include <memory>
 #include <optional>
 #include <poll.h>
 #include <string>
 #include <sys/prctl.h>
-#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -35,47 +34,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using nlohmann::json;
 
-// A file descriptor that closes itself.
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : m_number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(m_number, other.m_number);
-        return *this;
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (m_number >= 0) {
-            close(m_number);
-        }
-    }
-    int Number() const { return m_number; }
-
-private:
-    int m_number = -1;
-};
-
-// Messages are JSON texts, a line each; texts in them are escaped for display, and so are UTF-8.
-bool WriteAll(int descriptor, const void* data, std::size_t size) {
-    const auto* bytes = static_cast<const char*>(data);
-    while (size > 0) {
-        const ssize_t written = write(descriptor, bytes, size);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        bytes += written;
-        size -= static_cast<std::size_t>(written);
-    }
-    return true;
-}
-
-// The worker's side of a reporter: messages to the host.
+// The worker's side of a reporter: messages to the host. They are JSON texts, a line each; texts in
+// them are escaped for display, and so are UTF-8.
 class PipeReporter final : public Reporter {
 public:
     PipeReporter(int descriptor, bool progress)
@@ -134,23 +94,6 @@ json RunOne(const Job& job, Reporter& reporter) {
     _exit(kSuccess);
 }
 
-[[noreturn]] void FailToStart(int error) {
-    throw JobError(fmt::format("can not start a worker: {}", std::strerror(error)));
-}
-
-struct Pipe {
-    Descriptor in;  // to read from
-    Descriptor out; // to write to
-};
-
-Pipe MakePipe() {
-    std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        FailToStart(errno);
-    }
-    return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
-
 struct Worker {
     pid_t process = -1;
     Descriptor commands;
@@ -159,46 +102,6 @@ struct Worker {
     std::optional<std::size_t> job;
     std::string opening; // the file that is being opened, "" for none
     Clock::time_point openBy;
-};
-
-// SIGINT, SIGTERM and SIGHUP are read from a descriptor while this lives, and do nothing else.
-class SignalReader {
-public:
-    SignalReader() {
-        sigset_t signals;
-        sigemptyset(&signals);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-            // Not those that are ignored, as under nohup.
-            struct sigaction action {};
-            if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
-                sigaddset(&signals, signal);
-            }
-        }
-        sigprocmask(SIG_BLOCK, &signals, &m_former);
-        m_descriptor = Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-        if (Number() < 0) {
-            const int error = errno;
-            sigprocmask(SIG_SETMASK, &m_former, nullptr);
-            FailToStart(error);
-        }
-    }
-    ~SignalReader() { sigprocmask(SIG_SETMASK, &m_former, nullptr); }
-    SignalReader(const SignalReader&) = delete;
-    SignalReader& operator=(const SignalReader&) = delete;
-
-    int Number() const { return m_descriptor.Number(); }
-
-    std::optional<int> Read() const {
-        signalfd_siginfo info{};
-        if (read(m_descriptor.Number(), &info, sizeof info) != sizeof info) {
-            return std::nullopt;
-        }
-        return static_cast<int>(info.ssi_signo);
-    }
-
-private:
-    sigset_t m_former{};
-    Descriptor m_descriptor;
 };
 
 class Host {
@@ -291,9 +194,7 @@ private:
             polled.push_back({worker.messages.Number(), POLLIN, 0});
         }
         poll(polled.data(), polled.size(), MillisecondsToWait());
-        if (const auto signal = m_signals.Read()) {
-            throw Interrupted{*signal};
-        }
+        m_signals.Check();
         // Backwards, as a worker that has died is taken out.
         for (std::size_t i = m_workers.size(); i-- > 0;) {
             if (polled[i + 1].revents != 0) {

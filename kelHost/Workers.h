@@ -1,6 +1,8 @@
 /// Work in processes of its own: a file that hangs or crashes the one that works on it ends alone.
 #pragma once
 
+#include "Processes.h"
+
 #include <nlohmann/json_fwd.hpp>
 
 #include <chrono>
@@ -63,11 +65,6 @@ struct WorkerOptions {
     unsigned workers = 1;                    ///< most processes at once, not 0
     std::chrono::milliseconds openTimeout{}; ///< how long opening a file may take
     bool progress = true;                    ///< whether anybody wants to know of progress
-};
-
-/// Thrown when SIGINT, SIGTERM or SIGHUP ended the work; nothing is left of it.
-struct Interrupted {
-    int signal;
 };
 
 /// Runs jobs in worker processes, in order of their numbers, several at once. A worker does one job

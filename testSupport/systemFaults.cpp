@@ -11,7 +11,8 @@
 //
 // Where KEL_TEST_DISK_ROOM is set, every disk has so many bytes left. Where KEL_TEST_SPARSE is set,
 // zeros that go into an unfinished output become holes, so that large outputs of silence take no
-// room.
+// room. Where KEL_TEST_RAISED_RIGHTS is set, the process seems to have been given more rights than
+// whoever started it: variables that could be used against it are not told.
 
 #include <atomic>
 #include <cerrno>
@@ -161,6 +162,12 @@ INTERPOSED int statvfs(const char* path, struct statvfs* status) noexcept {
         status->f_bavail = strtoull(room, nullptr, 10);
     }
     return result;
+}
+
+INTERPOSED char* secure_getenv(const char* name) noexcept {
+    return *Variable("KEL_TEST_RAISED_RIGHTS") != '\0'
+               ? nullptr
+               : Next<decltype(secure_getenv)>("secure_getenv")(name);
 }
 
 INTERPOSED ssize_t read(int descriptor, void* bytes, size_t count) {

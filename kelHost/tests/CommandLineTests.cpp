@@ -91,6 +91,7 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
             "  plot                        Draw the waveform of an audio file\n"
             "  formats                     Show which encodings go into which containers\n"
             "  inspect                     Show the elements that are registered\n"
+            "  validate                    Check that a plug-in does what the framework demands\n"
             "  demo                        Write a short tone and copy it into every format\n"
             "\n"
             "Examples:\n"
@@ -138,13 +139,13 @@ TEST(CommandLine, ShowsTheVersionOnStandardOutput) {
 TEST(CommandLine, IsRefusedWithStatus2WhenItIsWrong) {
     const TemporaryFolder folder;
     const std::vector<Usage> cases{
-        {{}, "a command is missing: copy, run, info, plot, formats, inspect, demo\n"},
+        {{}, "a command is missing: copy, run, info, plot, formats, inspect, validate, demo\n"},
         {{"frobnicate"},
          "there is no command \"frobnicate\"; choose from copy, run, info, plot, formats, inspect, "
-         "demo\n"},
+         "validate, demo\n"},
         {{"fro\nb", "a.wav"},
          "there is no command \"fro\\nb\"; choose from copy, run, info, plot, formats, inspect, "
-         "demo\n"},
+         "validate, demo\n"},
         {{"--frobnicate"}, "there is no option --frobnicate before a command\n"},
         {{"info", "--fro\x1B[2J", "a.wav"},
          "The following argument was not expected: --fro\\x1B[2J\n"},

@@ -234,7 +234,7 @@ TEST(Documents, OfErrorsTellOfEveryWrongCommandLine) {
         std::vector<std::string> arguments;
         std::string message;
     };
-    const std::string commands = "copy, run, info, plot, formats, inspect, demo";
+    const std::string commands = "copy, run, info, plot, formats, inspect, validate, demo";
     std::string documents;
     const std::vector<Row> rows{
         {{"--json"}, "a command is missing: " + commands},

@@ -13,7 +13,8 @@ namespace kel::test {
 
 namespace {
 
-const std::vector<std::string> kCommands{"copy", "run", "info", "plot", "formats", "inspect", "demo"};
+const std::vector<std::string> kCommands{"copy",    "run",     "info",     "plot",
+                                         "formats", "inspect", "validate", "demo"};
 
 // The lines below "Examples:", without what they say of them behind two blanks.
 std::vector<std::string> Examples(const std::string& help) {
@@ -36,6 +37,7 @@ void MakeRecordings(const TemporaryFolder& folder) {
     WriteAudio(folder / "take.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 8000, values);
     WriteAudio(folder / "take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 8000, values);
     WriteAudio(folder / "second.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 8000, {0.5F, 0.5F});
+    std::filesystem::create_symlink(KEL_TEST_PLUGIN, folder / "libkelLibsndfile.so");
 }
 
 void RunExamples(const std::string& help) {

@@ -3,8 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 #include <vector>
 
 namespace kel::test {
@@ -37,6 +44,45 @@ std::string TextElements(const std::string& plugin) {
            "test.TextSource  AudioSource           WAVE, AIFF, BWAVE  " +
            plugin + "\n" + "test.TextSink    AudioSink             WAVE, AIFF, BWAVE  " + plugin +
            "\n";
+}
+
+// A program that lies elsewhere than the core, with a plug-in of the tests beside it if one is
+// named.
+std::string ProgramElsewhere(const TemporaryFolder& folder, const std::string& plugin) {
+    std::string program = folder / "bin/kelhost";
+    fs::create_directory(folder / "bin");
+    fs::copy_file(KEL_TEST_HOST_ELSEWHERE, program);
+    if (!plugin.empty()) {
+        fs::create_directory(folder / "lib");
+        AddPlugin(folder, "lib/kel", plugin);
+    }
+    return program;
+}
+
+// Another group than the user's own that the user may give a file to; none where there is none.
+std::optional<gid_t> OtherGroup() {
+    if (geteuid() == 0) {
+        return getegid() + 1;
+    }
+    std::vector<gid_t> groups(static_cast<std::size_t>(std::max(0, getgroups(0, nullptr))));
+    groups.resize(static_cast<std::size_t>(
+        std::max(0, getgroups(static_cast<int>(groups.size()), groups.data()))));
+    for (const gid_t group : groups) {
+        if (group != getegid()) {
+            return group;
+        }
+    }
+    return std::nullopt;
+}
+
+// Gives a program the rights of another group; false where the system does not.
+bool RaiseRights(const std::string& program) {
+    struct statvfs disk {};
+    const std::optional<gid_t> group = OtherGroup();
+    return group.has_value() && prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0) == 0 &&
+           statvfs(program.c_str(), &disk) == 0 && (disk.f_flag & ST_NOSUID) == 0 &&
+           chown(program.c_str(), static_cast<uid_t>(-1), *group) == 0 &&
+           chmod(program.c_str(), S_ISGID | S_IRWXU | S_IRWXG) == 0;
 }
 
 } // namespace
@@ -77,6 +123,64 @@ TEST(PluginSearch, NamesThePlaceBesideTheProgramWhenNothingIsThere) {
     fs::create_directory(folder / "lib/kel");
     fs::create_symlink(TestPlugin("kelFaultyElements"), folder / "lib/kel/libkelText.so");
     ExpectResult(RunCommand(command), 0, TextElements(folder / "lib/kel/libkelText.so"), "");
+}
+
+TEST(PluginSearch, FindsThePluginBesideTheCoreWhenNoneIsBesideTheProgram) {
+    const TemporaryFolder folder;
+    Command command = Kelhost(folder, {"inspect"});
+    command.program = ProgramElsewhere(folder, "");
+    ExpectResult(RunCommand(command), 0, RunKelhost(folder, {"inspect"}).out, "");
+}
+
+TEST(PluginSearch, PrefersThePluginBesideTheProgramToThatBesideTheCore) {
+    const TemporaryFolder folder;
+    Command command = Kelhost(folder, {"inspect"});
+    command.program = ProgramElsewhere(folder, "kelFaultyElements");
+    ExpectResult(RunCommand(command), 0, TextElements(folder / "lib/kel/libkelFaultyElements.so"),
+                 "");
+}
+
+TEST(PluginSearch, NamesBothPlacesWhenNothingIsThere) {
+    const TemporaryFolder folder;
+    fs::create_directories(folder / "a/bin");
+    fs::create_directories(folder / "b");
+    fs::copy_file(KEL_TEST_HOST, folder / "a/bin/kelhost");
+    for (const auto& entry : fs::directory_iterator(ProgramRoot() / "lib")) {
+        if (entry.path().filename().string().rfind("libkelCore", 0) == 0) {
+            fs::create_symlink(entry.path(), folder / ("b/" + entry.path().filename().string()));
+        }
+    }
+    Command command = Kelhost(folder, {"inspect"});
+    command.program = folder / "a/bin/kelhost";
+    command.environment["LD_LIBRARY_PATH"] = folder / "b";
+    ExpectResult(RunCommand(command), 1, "",
+                 "kelhost: no plug-in was found in " + (folder / "a/lib/kel") + ", " +
+                     (folder / "b/kel") + kHint);
+}
+
+// Whoever starts a program that has more rights must not choose what it loads.
+TEST(PluginSearch, DoesNotLookAtTheVariableWithRaisedRights) {
+    const TemporaryFolder folder;
+    AddPlugin(folder, "p", "kelFaultyElements");
+    const std::string withoutVariable = RunKelhost(folder, {"inspect"}).out;
+    ExpectResult(InspectWith(folder, folder / "p"), 0,
+                 TextElements(folder / "p/libkelFaultyElements.so"), "");
+
+    // As far as the C library tells the program, which is so for every user and everywhere.
+    Command command = Kelhost(folder, {"inspect"});
+    command.environment["KEL_PLUGIN_PATH"] = folder / "p";
+    DisturbSystem(command);
+    command.environment["KEL_TEST_RAISED_RIGHTS"] = "1";
+    ExpectResult(RunCommand(command), 0, withoutVariable, "");
+
+    // And in truth, where the user and the system can give them.
+    Command raised = Kelhost(folder, {"inspect"});
+    raised.program = ProgramElsewhere(folder, "");
+    raised.environment["KEL_PLUGIN_PATH"] = folder / "p";
+    const bool isRaised = RaiseRights(raised.program);
+    ExpectResult(RunCommand(raised), 0,
+                 isRaised ? withoutVariable : TextElements(folder / "p/libkelFaultyElements.so"),
+                 "");
 }
 
 TEST(PluginSearch, GoesThroughSeveralFoldersAndTheFirstElementOfAFormatIsUsed) {

@@ -452,4 +452,26 @@ TEST(Signal, OfAReaderThatIsGoneIsAnErrorOfStandardOutput) {
     ExpectResult(copy.Process().Wait(), 1, "", "kelhost: standard output can not be written\n");
 }
 
+TEST(Signal, EndsAValidationThatHangsAndLeavesNothing) {
+    const Orphans orphans;
+    const TemporaryFolder folder;
+    const TemporaryFolder temporary;
+    const std::string plugin = folder / "libkelBroken-hangs.so";
+    fs::create_symlink(TestPlugin("kelBroken"), plugin);
+    const std::string lines = folder / "lines";
+    WriteFile(lines, "");
+    Command command = Kelhost(folder, {"validate", plugin, "--check", "source.seek-to-each-edge",
+                                       "--check", "source.seek-outside", "--junit", "report.xml"});
+    command.environment["TMPDIR"] = temporary.Path().string();
+    command.standardOutput = lines;
+    RunningProcess process(command);
+    WaitFor([&] { return !ReadFile(lines).empty(); }, process);
+    process.Signal(SIGINT);
+    ExpectResult(process.Wait(), 130, "",
+                 "kelhost: interrupted; nothing is left of what was not finished\n");
+    EXPECT_EQ(SortedNames(folder), (Names{"libkelBroken-hangs.so", "lines"}));
+    EXPECT_EQ(SortedNames(temporary), Names{});
+    EXPECT_TRUE(Orphans::AreNone());
+}
+
 } // namespace kel::test
