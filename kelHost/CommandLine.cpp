@@ -447,7 +447,7 @@ void InterpretValidate(Arguments& arguments) {
     if (arguments.validationSeed.has_value()) {
         arguments.validate.seed = ParseSeed(*arguments.validationSeed);
     }
-    if (arguments.plugin.has_value()) {
+    if (!arguments.plugins.empty()) {
         throw UsageError("validate takes the plug-in as its argument; leave --plugin away");
     }
 }
