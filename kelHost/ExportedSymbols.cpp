@@ -42,7 +42,7 @@ public:
         if (offset > m_bytes.size() || m_bytes.size() - offset < sizeof(Record)) {
             throw JobError(fmt::format("{}: its tables are damaged", Escape(m_name)));
         }
-        Record record;
+        Record record{};
         std::memcpy(&record, m_bytes.data() + offset, sizeof record);
         return record;
     }

@@ -59,6 +59,19 @@ bool HeapIsCounted() {
     return block->size() == kMuch && HeapInUse() >= before + kMuch;
 }
 
+// Each element has a sequence of its own, whatever others there are.
+std::mt19937_64 MakeEngine(CheckContext& context) {
+    const IParametersCollectionInstance& entry = *context.Element().entry;
+    const std::string name =
+        entry.GetStringValue("implementation") + ":" + entry.GetStringValue("type");
+    const std::uint64_t seed = context.Subject().seed;
+    std::vector<std::uint32_t> words{static_cast<std::uint32_t>(seed),
+                                     static_cast<std::uint32_t>(seed >> 32U)};
+    words.insert(words.end(), name.begin(), name.end());
+    std::seed_seq seeds(words.begin(), words.end());
+    return std::mt19937_64(seeds);
+}
+
 } // namespace
 
 void RequireNoOpenDescriptors(const Cycle& cycle) {
@@ -108,17 +121,8 @@ void RequireNoGrowth(const Cycle& cycle) {
                                 third > second ? (third - second) / kCycles : 0));
 }
 
-RandomSequence::RandomSequence(CheckContext& context) : m_context(context) {
-    const IParametersCollectionInstance& entry = *context.Element().entry;
-    const std::string name =
-        entry.GetStringValue("implementation") + ":" + entry.GetStringValue("type");
-    // Each element has a sequence of its own, whatever others there are.
-    std::vector<std::uint32_t> words{static_cast<std::uint32_t>(context.Subject().seed),
-                                     static_cast<std::uint32_t>(context.Subject().seed >> 32U)};
-    words.insert(words.end(), name.begin(), name.end());
-    std::seed_seq seeds(words.begin(), words.end());
-    m_engine.seed(seeds);
-}
+RandomSequence::RandomSequence(CheckContext& context)
+    : m_context(context), m_engine(MakeEngine(context)) {}
 
 void RandomSequence::Tell(const char* step) {
     constexpr std::size_t kTold = 8;

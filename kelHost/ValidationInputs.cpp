@@ -37,9 +37,12 @@ namespace {
 constexpr std::uint32_t kRate = 48000;
 constexpr std::uint32_t kChannels = 2;
 constexpr std::uint32_t kBytesPerValue = 2;
+constexpr std::uint32_t kBitsPerValue = 16;
+constexpr std::uint32_t kFrameBytes = kChannels * kBytesPerValue;
+constexpr std::uint32_t kBytesPerSecond = kRate * kFrameBytes;
 // Not a multiple of any block that a source may read at once.
 constexpr std::uint32_t kFrames = 10007;
-constexpr std::uint32_t kDataBytes = kFrames * kChannels * kBytesPerValue;
+constexpr std::uint32_t kDataBytes = kFrames * kFrameBytes;
 
 std::string Little(std::uint64_t number, unsigned bytes) {
     std::string text;
@@ -68,9 +71,8 @@ std::string MakeData(Number number) {
 }
 
 std::string FormatChunk() {
-    constexpr std::uint32_t kFrameBytes = kChannels * kBytesPerValue;
     return "fmt " + Little(16, 4) + Little(1, 2) + Little(kChannels, 2) + Little(kRate, 4) +
-           Little(kRate * kFrameBytes, 4) + Little(kFrameBytes, 2) + Little(8 * kBytesPerValue, 2);
+           Little(kBytesPerSecond, 4) + Little(kFrameBytes, 2) + Little(kBitsPerValue, 2);
 }
 
 std::string MakeWAVE() {
@@ -94,7 +96,7 @@ std::string MakeAIFF() {
     constexpr std::uint64_t kExponent = 16383 + 15;
     const std::string rate = Big(kExponent, 2) + Big(static_cast<std::uint64_t>(kRate) << 48U, 8);
     const std::string body = "AIFFCOMM" + Big(18, 4) + Big(kChannels, 2) + Big(kFrames, 4) +
-                             Big(8 * kBytesPerValue, 2) + rate + "SSND" + Big(8 + kDataBytes, 4) +
+                             Big(kBitsPerValue, 2) + rate + "SSND" + Big(8 + kDataBytes, 4) +
                              Big(0, 4) + Big(0, 4) + MakeData(Big);
     return "FORM" + Big(body.size(), 4) + body;
 }

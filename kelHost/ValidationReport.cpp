@@ -91,7 +91,7 @@ std::string TestCase(const CheckResult& result) {
                              EscapeXML(EscapeLines(result.output)));
     }
     const std::string head =
-        fmt::format("    <testcase classname=\"{}\" name=\"{}\" time=\"{:.3f}\"",
+        fmt::format(R"(    <testcase classname="{}" name="{}" time="{:.3f}")",
                     XMLAttribute(result.element.empty() ? "plug-in" : result.element),
                     result.check->name, result.seconds);
     return inner.empty() ? head + "/>\n" : head + ">\n" + inner + "    </testcase>\n";
@@ -151,10 +151,9 @@ std::string ReportAsJUnit(const ValidationReport& report) {
         seconds += result.seconds;
         cases += TestCase(result);
     }
-    const std::string counts =
-        fmt::format("tests=\"{}\" failures=\"{}\" errors=\"0\" skipped=\"{}\" time=\"{:.3f}\"",
-                    report.results.size(), report.Count(CheckVerdict::Failed),
-                    report.Count(CheckVerdict::NotApplicable), seconds);
+    const std::string counts = fmt::format(
+        R"(tests="{}" failures="{}" errors="0" skipped="{}" time="{:.3f}")", report.results.size(),
+        report.Count(CheckVerdict::Failed), report.Count(CheckVerdict::NotApplicable), seconds);
     const std::string plugin = XMLAttribute(report.plugin);
     return fmt::format("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
                        "<testsuites name=\"kelhost validate\" {}>\n"

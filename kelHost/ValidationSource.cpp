@@ -207,7 +207,7 @@ public:
 
     // Everything up to the end, or until more has come than was promised.
     Recording TakeAll() const {
-        constexpr std::int64_t kMostBytes = 256 * 1024 * 1024;
+        constexpr std::int64_t kMostBytes = std::int64_t{256} * 1024 * 1024;
         if (m_limits.duration > kMostBytes / static_cast<std::int64_t>(m_bytesPerFrame)) {
             throw NotApplicable(fmt::format("its medium has {} frames, too many to be kept; give "
                                             "it a shorter one with --input or --set",

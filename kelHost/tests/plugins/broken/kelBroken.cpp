@@ -75,10 +75,11 @@ void LeaveFile() {
 
 struct CrashesWhenUnloaded {
     ~CrashesWhenUnloaded() {
-        if (HasFault("crashes-when-unloaded")) {
+        if (crashes) {
             Crash(SIGSEGV);
         }
     }
+    bool crashes = HasFault("crashes-when-unloaded"); // asked while there is a name to look at
 };
 const CrashesWhenUnloaded kCrashesWhenUnloaded;
 
