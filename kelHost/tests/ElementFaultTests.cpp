@@ -3,8 +3,10 @@
 
 #include "Program.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <ostream>
 #include <string>
@@ -264,9 +266,18 @@ TEST(ElementThatThrowsANumber, LeavesNothing) {
 
 TEST(ElementThatLogsErrors, IsStoppedAtTheFirstOne) {
     // One record, though the fault would show at each of the two remaining samples.
-    const TemporaryFolder folder;
-    ExpectResult(RunCommand(FaultyCopy(folder, "sink logs an error while writing", "out.wav")), 1,
-                 "", "kelhost: out.wav: fault sink logs an error while writing\n");
+    for (const bool runs : {false, true}) {
+        const TemporaryFolder folder;
+        const std::string fault = "sink logs an error while writing";
+        Command command = runs ? FaultyRun(folder, fault) : FaultyCopy(folder, fault, "out.wav");
+        command.environment["KEL_LOG"] = "error";
+        const ProcessResult result = RunCommand(command);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.err, testing::MatchesRegex(
+                                    ".* Error .* fault sink logs an error while writing .*\n"
+                                    "kelhost: out.wav: fault sink logs an error while writing\n"));
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 2) << result.err;
+    }
 }
 
 } // namespace kel::test

@@ -3,6 +3,7 @@
 #include "AudioFiles.h"
 #include "Program.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -188,6 +189,19 @@ TEST(RunErrors, TellOfATypeThatIsTooSmallBeforeAnythingIsWritten) {
                        "FilePath=a.wav"},
                       "a.wav: would have 4800000000 bytes of samples, and extensible WAVE holds 4 "
                       "GiB at most; use the type BWAVE"}});
+}
+
+TEST(RunErrors, TellOfADiskThatIsTooSmallBeforeAnythingIsWritten) {
+    const TemporaryFolder folder;
+    Command command = MakeRun(folder, {"example.ToneSource", "Channels=1000", "Length=2147483647",
+                                       "!", "kel.LibsndfileSink", "FilePath=a.rf64"});
+    command.mostFileBytes = 1U << 20U; // else the disk of who breaks this would be full
+    const ProcessResult result = RunCommand(command);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, testing::MatchesRegex(
+                                "kelhost: a\\.rf64: needs 8589934[0-9]+ bytes, and its disk has "
+                                "[0-9]+ left; nothing was written\n"));
+    EXPECT_EQ(SortedNames(folder), Names{});
 }
 
 TEST(RunErrors, TellOfAFileThatMayNotGrow) {
