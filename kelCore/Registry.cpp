@@ -9,11 +9,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <shared_mutex>
 #include <string>
 #include <utility>
@@ -111,22 +110,23 @@ std::vector<Registration> GetRegistrations() {
 }
 
 std::size_t UnregisterFactories(const std::string& name) {
-    const auto isNamed = [&name](const IndexedRegistration& candidate) {
-        return candidate.registration.name == name;
-    };
-    std::vector<IndexedRegistration> removed; // released outside of the lock
     Registry& registry = TheRegistry();
-    {
+    std::vector<IndexedRegistration>& all = registry.registrations;
+    // One after the other, which takes no memory: a host must be able to let go of a library
+    // always.
+    for (std::size_t count = 0;; ++count) {
+        std::optional<IndexedRegistration> removed; // released outside of the lock
         const std::unique_lock<std::shared_mutex> lock(registry.mutex);
-        auto& all = registry.registrations;
-        // Nothing has changed if there is no memory for this; nothing after it takes any.
-        removed.reserve(static_cast<std::size_t>(std::count_if(all.begin(), all.end(), isNamed)));
-        const auto firstRemoved =
-            std::stable_partition(all.begin(), all.end(), std::not_fn(isNamed));
-        std::move(firstRemoved, all.end(), std::back_inserter(removed));
-        all.erase(firstRemoved, all.end());
+        const auto place =
+            std::find_if(all.begin(), all.end(), [&name](const IndexedRegistration& candidate) {
+                return candidate.registration.name == name;
+            });
+        if (place == all.end()) {
+            return count;
+        }
+        removed = std::move(*place);
+        all.erase(place);
     }
-    return removed.size();
 }
 
 std::string GetKELCoreIdInternal(std::string version) {

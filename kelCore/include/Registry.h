@@ -43,7 +43,8 @@ RegisterFactory(std::string name, std::string coreId, std::shared_ptr<IElementFa
 KEL_CORE_EXPORT std::vector<Registration> GetRegistrations();
 
 /// Removes all registrations that were made under @p name, so that a host can unload the library
-/// that they come from once it has let go of the elements as well.
+/// that they come from once it has let go of the elements as well. They go one after the other; it
+/// takes no memory and does not throw.
 /// @return how many there were
 KEL_CORE_EXPORT std::size_t UnregisterFactories(const std::string& name);
 
