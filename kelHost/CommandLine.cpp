@@ -605,13 +605,7 @@ std::optional<int> Parse(CommandLine& line, Arguments& arguments, int argc, cons
     }
 }
 
-} // namespace
-
-int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
-    // A reader that has gone and a file that may not grow are errors of the write that meets them.
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-
+int RunCommandLine(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
     CommandLine line;
     Arguments arguments;
     Define(line, arguments);
@@ -634,9 +628,24 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     } catch (const JobError& error) {
         console.ShowError("", error.what());
     } catch (const std::exception& error) {
-        console.ShowError("", Escape(error.what()));
+        console.ShowError("", Escape(WordsOf(error)));
     }
     return kFailure;
+}
+
+} // namespace
+
+int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+    // A reader that has gone and a file that may not grow are errors of the write that meets them.
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+    try {
+        return RunCommandLine(argc, argv, out, err);
+    } catch (...) {
+        // There was not even the memory to tell of it.
+        err << "kelhost: " << kNoMemory << '\n';
+        return kFailure;
+    }
 }
 
 } // namespace kel::host

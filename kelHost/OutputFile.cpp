@@ -10,11 +10,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <sys/resource.h>
@@ -143,7 +145,7 @@ OutputFile::OutputFile(std::string path, bool replace)
     if (descriptor < 0) {
         FailWithErrno(m_path, "can not be created");
     }
-    m_temporaryPath = pattern;
+    m_temporaryPath = std::move(pattern); // takes no memory, which might be missing
     close(descriptor);
 }
 
@@ -194,11 +196,11 @@ void OutputFile::Commit() {
 
 void RemoveTemporaryFiles(const std::string& folder, pid_t process) {
     const std::string prefix = TemporaryPrefix(process);
-    std::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (entry->path().filename().string().rfind(prefix, 0) == 0) {
-            unlink(entry->path().c_str());
+    // The C++ library's own iterator ends the process where memory runs out.
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+    while (const dirent* entry = entries != nullptr ? readdir(entries.get()) : nullptr) {
+        if (std::string_view(entry->d_name).substr(0, prefix.size()) == prefix) {
+            unlinkat(dirfd(entries.get()), entry->d_name, 0);
         }
     }
 }

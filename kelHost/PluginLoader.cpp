@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <dlfcn.h>
 #include <elf.h>
 #include <exception>
@@ -20,6 +21,7 @@
 #include <fstream>
 #include <ios>
 #include <link.h>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -126,11 +128,11 @@ bool IsPluginName(const std::string& name) {
 
 std::vector<fs::path> PluginsIn(const fs::path& folder) {
     std::vector<fs::path> files;
-    std::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        if (IsPluginName(entry->path().filename().string())) {
-            files.push_back(entry->path());
+    // The C++ library's own iterator ends the process where memory runs out.
+    const std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder.c_str()), closedir);
+    while (const dirent* entry = entries != nullptr ? readdir(entries.get()) : nullptr) {
+        if (IsPluginName(entry->d_name)) {
+            files.push_back(folder / entry->d_name);
         }
     }
     std::sort(files.begin(), files.end());

@@ -30,7 +30,7 @@ auto About(const std::string& name, Operation operation) {
     } catch (const JobError&) {
         throw;
     } catch (const std::exception& error) {
-        throw JobError(fmt::format("{}: {}", Escape(name), Escape(error.what())));
+        throw JobError(fmt::format("{}: {}", Escape(name), Escape(WordsOf(error))));
     }
 }
 

@@ -78,7 +78,7 @@ json RunOne(const Job& job, Reporter& reporter) {
     } catch (const JobError& error) {
         return {{"error", error.what()}};
     } catch (const std::exception& error) {
-        return {{"error", fmt::format("{}: {}", Escape(job.file), Escape(error.what()))}};
+        return {{"error", fmt::format("{}: {}", Escape(job.file), Escape(WordsOf(error)))}};
     } catch (...) {
         return {{"error", fmt::format("{}: an exception of an unknown type", Escape(job.file))}};
     }
@@ -86,10 +86,15 @@ json RunOne(const Job& job, Reporter& reporter) {
 
 // The life of a worker: takes numbers of jobs until there are no more.
 [[noreturn]] void Work(const std::vector<Job>& jobs, bool progress, int commands, int messages) {
-    PipeReporter reporter(messages, progress);
-    std::uint32_t number = 0;
-    while (read(commands, &number, sizeof number) == sizeof number) {
-        reporter.Send(RunOne(jobs[number], reporter));
+    try {
+        PipeReporter reporter(messages, progress);
+        std::uint32_t number = 0;
+        while (read(commands, &number, sizeof number) == sizeof number) {
+            reporter.Send(RunOne(jobs[number], reporter));
+        }
+    } catch (...) {
+        // What the host does in such a case is not for its copy in this process.
+        _exit(kFailure);
     }
     _exit(kSuccess);
 }
@@ -113,7 +118,10 @@ public:
         for (Worker& worker : m_workers) {
             kill(worker.process, SIGKILL);
             waitpid(worker.process, nullptr, 0);
-            RemoveLeftovers(worker);
+            try {
+                RemoveLeftovers(worker);
+            } catch (...) { // NOLINT(bugprone-empty-catch): no memory, and nobody left to tell
+            }
         }
     }
     Host(const Host&) = delete;
@@ -148,6 +156,7 @@ private:
     }
 
     void Start() {
+        m_workers.reserve(m_workers.size() + 1); // nothing may fail once there is a process
         Pipe commands = MakePipe();
         Pipe messages = MakePipe();
         const pid_t host = getpid();
