@@ -44,7 +44,7 @@ std::vector<Fault> Faults() {
          "OUTPUT: can not be written: [fault sink throws while the input is defined]"},
         {"sink throws while writing", "OUTPUT: [fault sink throws while writing]"},
         {"sink logs an error while writing", "OUTPUT: fault sink logs an error while writing"},
-        {"sink runs out of memory while writing", "OUTPUT: std::bad_alloc"},
+        {"sink runs out of memory while writing", "OUTPUT: there is not enough memory"},
         {"sink throws while closing", "OUTPUT: [fault sink throws while closing]"},
         {"sink logs an error while closing", "OUTPUT: fault sink logs an error while closing"},
         {"source logs an error while opening", "in.wav: fault source logs an error while opening"},
