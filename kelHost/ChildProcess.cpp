@@ -126,8 +126,9 @@ bool Collect(Child& child, int result, Clock::time_point end, const SignalReader
         if (left < 0) {
             return false;
         }
-        // Behind the result nothing tells of the end, which is near.
-        const std::int64_t most = isOpen ? 60000 : 1;
+        // Behind the result nothing tells of the end, which is near; and before, a process that the
+        // child started may keep the pipe open.
+        const std::int64_t most = isOpen ? 100 : 1;
         // A negative descriptor is left out.
         std::array<pollfd, 2> polled{
             {{signals.Number(), POLLIN, 0}, {isOpen ? result : -1, POLLIN, 0}}};
