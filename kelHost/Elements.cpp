@@ -171,7 +171,7 @@ DefinedSink::DefinedSink(const Container& container, const FileName& file,
     });
 }
 
-DefinedSink::DefinedSink(std::string shownName, const ElementRecipe& recipe,
+DefinedSink::DefinedSink(const std::string& shownName, const ElementRecipe& recipe,
                          const std::shared_ptr<const IInfoContainer>& input,
                          const std::string& refusal) {
     Telling(shownName, "written", [&] { Define(shownName, recipe, input, refusal); });

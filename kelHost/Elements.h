@@ -121,7 +121,7 @@ public:
     /// @param shownName the file that it writes, or the sink itself, as the user knows it
     /// @param refusal what to say when it does not take the input
     /// @throws JobError when it does not, or fails
-    DefinedSink(std::string shownName, const ElementRecipe& recipe,
+    DefinedSink(const std::string& shownName, const ElementRecipe& recipe,
                 const std::shared_ptr<const IInfoContainer>& input, const std::string& refusal);
 
     ~DefinedSink();
