@@ -232,15 +232,22 @@ TEST(TheCoreId, NamesTheFrameworkAndThePlugIn) {
     EXPECT_EQ(GetKELCoreIdInternal(""), "kelCore " KEL_EXPECTED_VERSION " for plug-in ");
 }
 
-TEST(TheRegistryEntryPrototype, DeclaresFiveKeys) {
+TEST(TheRegistryEntryPrototype, DeclaresFiveKeysInThisOrder) {
     std::vector<std::string> keys;
     for (const ParameterDescription& parameter : GetRegistryEntryPrototype()->GetParameters()) {
-        keys.push_back(parameter.name + ": " + ToString(parameter.kind));
-        EXPECT_NE(parameter.description, "") << parameter.name;
+        keys.push_back(parameter.name + ", " + ToString(parameter.kind) + ": " +
+                       parameter.description);
     }
-    EXPECT_THAT(keys, testing::UnorderedElementsAre("class: integer", "type: string",
-                                                    "implementation: string", "doc: string",
-                                                    "init_config: collection"));
+    EXPECT_THAT(keys, ElementsAre("class, integer: Kind of element, a numeric ElementFactoryType.",
+                                  "type, string: Label of the format that the element is for.",
+                                  "implementation, string: Name of the element.",
+                                  "doc, string: Documentation of the element.",
+                                  "init_config, collection: Settings of the element."));
+}
+
+TEST(TheRegistryEntryPrototype, ReadsAsNoKindUnlessItIsSet) {
+    const auto entry = CreateParametersCollectionInstance(GetRegistryEntryPrototype());
+    EXPECT_EQ(entry->GetIntegerValue("class"), 0);
 }
 
 TEST(TheRegistryEntryPrototype, IsOne) {
