@@ -67,11 +67,13 @@ std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& fil
         return image.At<ElfW(Shdr)>(header.e_shoff + number * sizeof(ElfW(Shdr)));
     };
     std::vector<ExportedSymbol> symbols;
+    bool isListed = false;
     for (unsigned i = 0; i < header.e_shnum; ++i) {
         const auto section = sectionAt(i);
         if (section.sh_type != SHT_DYNSYM) {
             continue;
         }
+        isListed = true;
         const auto names = sectionAt(section.sh_link);
         for (std::uint64_t place = 0; place + sizeof(ElfW(Sym)) <= section.sh_size;
              place += sizeof(ElfW(Sym))) {
@@ -85,6 +87,10 @@ std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& fil
                                    binding != STB_GLOBAL});
             }
         }
+    }
+    // The loader needs no sections, and some tools take them away.
+    if (!isListed) {
+        throw JobError(fmt::format("{}: has no section of dynamic symbols", Escape(file.string())));
     }
     return symbols;
 }

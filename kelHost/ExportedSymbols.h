@@ -16,7 +16,8 @@ struct ExportedSymbol {
 };
 
 /// Reads the table of dynamic symbols of a library; nothing of the library is run.
-/// @throws JobError when the file can not be read or is no library for this machine
+/// @throws JobError when the file can not be read, is no library for this machine or does not list
+/// them
 std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& file);
 
 } // namespace kel::host

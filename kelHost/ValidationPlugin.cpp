@@ -117,8 +117,9 @@ void ExportsOneEntryPoint(CheckContext& context) {
     std::vector<ExportedSymbol> symbols;
     try {
         symbols = ReadExportedSymbols(context.Subject().plugin);
-    } catch (const JobError&) {
-        throw NotApplicable("it is no library, see plugin.loads");
+    } catch (const JobError& error) {
+        // Where it can not be loaded either, that is told by another check.
+        throw NotApplicable(error.what());
     }
     bool hasEntryPoint = false;
     std::vector<std::string> others;

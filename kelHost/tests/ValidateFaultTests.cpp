@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <elf.h>
 #include <filesystem>
 #include <ostream>
 #include <regex>
@@ -296,6 +297,42 @@ TEST(ValidateFaults, OfTheLibraryItselfAreFound) {
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(result.err, "");
         EXPECT_EQ(FindingsOf(result), row.findings);
+    }
+}
+
+TEST(Validate, TellsWhyItDoesNotLookAtWhatALibraryExports) {
+    const TemporaryFolder folder;
+    const std::string file = folder / "library.so";
+    const std::string whole = Content(KEL_TEST_PLUGIN);
+    // Where the header of a library tells the place of its sections, and their number.
+    constexpr std::size_t kSections = offsetof(Elf64_Ehdr, e_shoff);
+    constexpr std::size_t kCount = offsetof(Elf64_Ehdr, e_shnum);
+    const auto with = [&](std::size_t place, const std::string& bytes) {
+        return std::string(whole).replace(place, bytes.size(), bytes);
+    };
+    struct Row {
+        std::string bytes;
+        std::string reason;
+        bool isLoaded;
+    };
+    const std::vector<Row> rows{
+        {"no library\n", "is no library for this machine", false},
+        {whole.substr(0, 20000), "its tables are damaged", false},
+        {with(kSections, std::string(8, '\xff')), "its tables are damaged", true},
+        {with(kCount, std::string(2, '\0')), "has no section of dynamic symbols", true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.reason);
+        WriteFile(file, row.bytes);
+        const ProcessResult result =
+            RunKelhost(folder, {"validate", file, "--json", "--check", "plugin.loads", "--check",
+                                "plugin.one-entry-point"});
+        EXPECT_EQ(result.status, row.isLoaded ? 0 : 1);
+        const json results = json::parse(result.out).at("results");
+        ASSERT_EQ(results.size(), 2U);
+        EXPECT_EQ(results[0].at("verdict"), row.isLoaded ? "passed" : "failed");
+        EXPECT_EQ(results[1].at("verdict"), "not-applicable");
+        EXPECT_EQ(results[1].at("message"), file + ": " + row.reason);
     }
 }
 
