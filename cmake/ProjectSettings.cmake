@@ -25,6 +25,18 @@ file(RELATIVE_PATH KEL_BINDIR_TO_LIBDIR
 option(KEL_WARNINGS_AS_ERRORS "Warnings are errors in the project's own build" ${PROJECT_IS_TOP_LEVEL})
 set(KEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
 option(KEL_COVERAGE "Build for coverage measurement" OFF)
+option(KEL_GROUPS "Compile the files of a group as one, which is faster where all are compiled" OFF)
+
+# kel_group_files(TARGET file...)
+# Files that may be compiled as one: names that are a file's own are so in all of them together. A
+# file in no group is always compiled by itself. The core and the plug-in have none: they are checked
+# as they are shipped.
+function(kel_group_files target)
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ${KEL_GROUPS} UNITY_BUILD_MODE GROUP)
+  list(GET ARGN 0 first)
+  cmake_path(GET first STEM group)
+  set_source_files_properties(${ARGN} PROPERTIES UNITY_GROUP ${group})
+endfunction()
 
 add_library(kelProjectSettings INTERFACE)
 target_compile_options(kelProjectSettings INTERFACE

@@ -13,6 +13,9 @@ check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-r
 # To compare the core's binary interface with the accepted one.
 abi_packages="$build_packages abigail-tools xz-utils"
 
+# How many tests run at once: many wait for something, so one more than there are processors.
+test_jobs=$(($(nproc) + 1))
+
 # install_packages PACKAGE...: installs those that are missing, and says so first.
 install_packages() {
   local package missing=()
