@@ -55,7 +55,10 @@ TEST_F(TheRegistry, KnowsTheFrameworksOwnRecyclerFromTheStart) {
     EXPECT_EQ(own.entry->GetIntegerValue("class"), 23);
     EXPECT_EQ(own.entry->GetStringValue("type"), "Recycler");
     EXPECT_EQ(own.entry->GetStringValue("implementation"), "kel");
-    EXPECT_NE(own.entry->GetStringValue("doc"), "");
+    EXPECT_EQ(own.entry->GetStringValue("doc"),
+              "This allocator gives released memory blocks out again, so that a stream of samples "
+              "needs only a handful of blocks from the system. Each allocator made here has a pool "
+              "of its own.");
     ASSERT_NE(own.entry->GetCollectionValue("init_config"), nullptr);
     EXPECT_TRUE(own.entry->GetCollectionValue("init_config")->GetParameters().empty());
     EXPECT_EQ(GetFactory(kAllocator, "kel", "Recycler"), own.factory);
