@@ -36,6 +36,10 @@ function(kel_group_files target)
   list(GET ARGN 0 first)
   cmake_path(GET first STEM group)
   set_source_files_properties(${ARGN} PROPERTIES UNITY_GROUP ${group})
+  if(KEL_GROUPS AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # It takes the files of a group for headers, whose types others could see.
+    target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
+  endif()
 endfunction()
 
 add_library(kelProjectSettings INTERFACE)

@@ -14,17 +14,17 @@ namespace {
 
 constexpr std::size_t kWide = 120;
 
-// A display whose time is what the test says.
+// A display whose time, in milliseconds, is what the test says.
 class Display {
 public:
     Display(ProgressStyle style, const std::vector<std::string>& files, std::size_t width = kWide)
         : m_progress(m_stream, style, files, width, Progress::Clock::time_point{}) {}
 
-    void Update(std::size_t job, std::int64_t done, std::int64_t total, int milliseconds) {
-        m_progress.Update(job, done, total, 1000, At(milliseconds));
+    void Update(std::size_t job, std::int64_t done, std::int64_t total, int time) {
+        m_progress.Update(job, done, total, 1000, At(time));
     }
-    void Finish(std::size_t job, bool succeeded, int milliseconds) {
-        m_progress.Finish(job, succeeded, At(milliseconds));
+    void Finish(std::size_t job, bool succeeded, int time) {
+        m_progress.Finish(job, succeeded, At(time));
     }
     void Clear() { m_progress.Clear(); }
 
@@ -36,8 +36,8 @@ public:
     }
 
 private:
-    static Progress::Clock::time_point At(int milliseconds) {
-        return Progress::Clock::time_point{} + std::chrono::milliseconds(milliseconds);
+    static Progress::Clock::time_point At(int time) {
+        return Progress::Clock::time_point{} + std::chrono::milliseconds(time);
     }
 
     std::ostringstream m_stream;
