@@ -28,6 +28,7 @@ static_assert(kIsScopedInt32<PCMEndianness>);
 static_assert(kIsScopedInt32<PCMMuxing>);
 static_assert(kIsScopedInt32<MediaSourceDirection>);
 static_assert(kIsScopedInt32<CheckInputErrorType>);
+static_assert(kIsScopedInt32<ParameterKind>);
 
 template <ElementFactoryType T>
 using InstanceTypeOf = typename ElementFactoryType_traits<T>::InstanceType;
@@ -77,21 +78,28 @@ INSTANTIATE_TEST_SUITE_P(
         {"LogLevel_Milestone", Number(LogLevel::Milestone), 4},
         {"ContentType_Audio", Number(ContentType::Audio), 1},
         {"TrackLayout_Default", Number(TrackLayout::Default), 0},
+        {"ACodecFamily_Unknown", Number(ACodecFamily::Unknown), 0},
         {"ACodecFamily_PCM", Number(ACodecFamily::PCM), 2},
+        {"AudioPCMType_Undefined", Number(AudioPCMType::Undefined), 0},
         {"AudioPCMType_Integer", Number(AudioPCMType::Integer), 1},
         {"AudioPCMType_Float", Number(AudioPCMType::Float), 2},
+        {"PCMEndianness_Undefined", Number(PCMEndianness::Undefined), 0},
         {"PCMEndianness_Little", Number(PCMEndianness::Little), 1},
         {"PCMEndianness_Big", Number(PCMEndianness::Big), 2},
+        {"PCMMuxing_Undefined", Number(PCMMuxing::Undefined), 0},
         {"PCMMuxing_None", Number(PCMMuxing::None), 1},
         {"PCMMuxing_Multi", Number(PCMMuxing::Multi), 2},
         {"PCMMuxing_Stereo", Number(PCMMuxing::Stereo), 3},
+        {"MediaSourceDirection_Forward", Number(MediaSourceDirection::Forward), 0},
+        {"MediaSourceDirection_Backward", Number(MediaSourceDirection::Backward), 1},
         {"CheckInputErrorType_None", Number(CheckInputErrorType::None), 0},
+        {"CheckInputErrorType_Track", Number(CheckInputErrorType::Track), 1},
+        {"CheckInputErrorType_Encoding", Number(CheckInputErrorType::Encoding), 2},
+        {"ParameterKind_Integer", Number(ParameterKind::Integer), 0},
+        {"ParameterKind_String", Number(ParameterKind::String), 1},
+        {"ParameterKind_Collection", Number(ParameterKind::Collection), 2},
     }),
     [](const testing::TestParamInfo<Value>& tested) { return std::string(tested.param.name); });
-
-TEST(MediaSourceDirectionValues, AreTwo) {
-    EXPECT_NE(MediaSourceDirection::Forward, MediaSourceDirection::Backward);
-}
 
 } // namespace
 } // namespace kel
