@@ -89,7 +89,7 @@ def matching_end(text, begin):
 STATEMENT = re.compile(
     r"^(?P<indent> {4,})(?!return|throw|using|static_assert|case|default|break|continue|public|private"
     r"|class|struct|const |constexpr|auto|delete|if|for|while|else|\})"
-    r"(?P<body>[A-Za-z_:*+~\-][^\n]*);[^\n]*$", re.M)
+    r"(?P<body>[A-Za-z_:*+~\-][^\n]*);[^\n]*?(?= *\\?$)", re.M)
 # What stands before the 0 of a function that is left to others.
 PURE = re.compile(r"\)(?:\s+const)?(?:\s+noexcept)?\s*=\s*$")
 DECLARATION = re.compile(r"^[\w:<>,\s*&]+[\s&*>]\w+(\s*[({=]|\s*$)")
