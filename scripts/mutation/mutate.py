@@ -92,7 +92,6 @@ STATEMENT = re.compile(
     r"(?P<body>[A-Za-z_:*+~\-][^\n]*);[^\n]*?(?= *\\?$)", re.M)
 # What stands before the 0 of a function that is left to others.
 PURE = re.compile(r"\)(?:\s+const)?(?:\s+noexcept)?\s*=\s*$")
-DECLARATION = re.compile(r"^[\w:<>,\s*&]+[\s&*>]\w+(\s*[({=]|\s*$)")
 
 
 def statements(text):
