@@ -3,7 +3,7 @@
 
 #include "Jobs.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -211,11 +211,11 @@ void PrintWhole(const std::string& file, const std::string& output, std::int64_t
 
 void Run() {
     DiscardLogRecords();
-    const test::TemporaryFolder folder;
+    const test::TemporaryDirectory directory;
     constexpr std::int64_t kFrames = 1024;
-    const std::string shorter = folder / "shorter.wav";
-    const std::string longer = folder / "longer.wav";
-    const std::string output = folder / "copy.wav";
+    const std::string shorter = directory / "shorter.wav";
+    const std::string longer = directory / "longer.wav";
+    const std::string output = directory / "copy.wav";
     WriteWave(shorter, {48000, 2, 48000 * std::int64_t{10}});
     WriteWave(longer, {48000, 2, 48000 * std::int64_t{100}});
 

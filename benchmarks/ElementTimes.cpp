@@ -3,7 +3,7 @@
 #include "Jobs.h"
 #include "Pairs.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -23,10 +23,12 @@ namespace kel::benchmarks {
 namespace {
 
 constexpr const char* kUsage =
-    "usage: kelElementTimes [--json] [--folder FOLDER] [--rounds N] [--seconds N] [--files N]\n"
+    "usage: kelElementTimes [--json] [--directory DIRECTORY] [--rounds N] [--seconds N] [--files "
+    "N]\n"
     "                       [--only pulling|copying|opening]\n"
-    "  --folder   where the files are made; a memory file system (default: /dev/shm if there is\n"
-    "             one, else the folder for temporary files)\n"
+    "  --directory   where the files are made; a memory file system (default: /dev/shm if there "
+    "is\n"
+    "             one, else the directory for temporary files)\n"
     "  --rounds   rounds of pulling and of copying per block size (default 501)\n"
     "  --seconds  length of the stereo file that is pulled and copied (default 10)\n"
     "  --files    files that are opened, each by every contestant; 200 different ones, over and\n"
@@ -34,7 +36,7 @@ constexpr const char* kUsage =
 
 struct Options {
     bool json = false;
-    std::string folder;
+    std::string directory;
     std::size_t rounds = 501;
     std::int64_t seconds = 10;
     std::size_t files = 10000;
@@ -66,8 +68,8 @@ Options Parse(const std::vector<std::string>& arguments) {
             throw std::runtime_error(kUsage);
         }
         const std::string& value = arguments[++i];
-        if (name == "--folder") {
-            options.folder = value;
+        if (name == "--directory") {
+            options.directory = value;
         } else if (name == "--rounds") {
             options.rounds = ParseCount(value);
         } else if (name == "--seconds") {
@@ -81,8 +83,8 @@ Options Parse(const std::vector<std::string>& arguments) {
         }
     }
     const char* const kMemoryFileSystem = "/dev/shm";
-    if (options.folder.empty() && std::filesystem::is_directory(kMemoryFileSystem)) {
-        options.folder = kMemoryFileSystem;
+    if (options.directory.empty() && std::filesystem::is_directory(kMemoryFileSystem)) {
+        options.directory = kMemoryFileSystem;
     }
     return options;
 }
@@ -216,7 +218,7 @@ void CompareCopying(std::vector<Row>& rows, const Options& options, const std::s
 
 // The contestants take turns of some files each, so that a pass is long enough to be timed.
 void CompareOpening(std::vector<Row>& rows, const Options& options,
-                    const test::TemporaryFolder& folder) {
+                    const test::TemporaryDirectory& directory) {
     constexpr std::size_t kDifferentFiles = 200;
     constexpr std::size_t kFilesPerTurn = 20;
     constexpr std::int64_t kFrames = 1024;
@@ -224,7 +226,7 @@ void CompareOpening(std::vector<Row>& rows, const Options& options,
     std::vector<std::string> paths;
     std::vector<std::wstring> widePaths;
     for (std::size_t i = 0; i < kDifferentFiles; ++i) {
-        paths.push_back(folder / ("short" + std::to_string(i) + ".wav"));
+        paths.push_back(directory / ("short" + std::to_string(i) + ".wav"));
         widePaths.push_back(ConvertPlatformStringToWideString(paths.back()));
         WriteWave(paths.back(), {48000, 2, 24000});
     }
@@ -253,12 +255,12 @@ void CompareOpening(std::vector<Row>& rows, const Options& options,
 }
 
 int Run(const Options& options) {
-    if (!options.folder.empty()) {
-        setenv("TMPDIR", options.folder.c_str(), 1);
+    if (!options.directory.empty()) {
+        setenv("TMPDIR", options.directory.c_str(), 1);
     }
-    const test::TemporaryFolder folder;
+    const test::TemporaryDirectory directory;
     DiscardLogRecords();
-    const std::string file = folder / "long.wav";
+    const std::string file = directory / "long.wav";
     WriteWave(file, {48000, 2, 48000 * options.seconds});
 
     std::vector<Row> rows;
@@ -273,7 +275,7 @@ int Run(const Options& options) {
         CompareCopying(rows, options, file, 16384, 1.01);
     }
     if (options.Wants("opening")) {
-        CompareOpening(rows, options, folder);
+        CompareOpening(rows, options, directory);
     }
     (options.json ? PrintJson : PrintTable)(std::cout, rows);
     return 0;

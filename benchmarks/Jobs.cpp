@@ -21,7 +21,7 @@ public:
 SoundFile Open(const std::string& path, int mode, SF_INFO& info) {
     SoundFile file(sf_open(path.c_str(), mode, &info), sf_close);
     if (file == nullptr) {
-        throw std::runtime_error("can not open " + path + ": " + sf_strerror(nullptr));
+        throw std::runtime_error("cannot open " + path + ": " + sf_strerror(nullptr));
     }
     return file;
 }
@@ -61,7 +61,7 @@ void WriteWave(const std::string& path, const WaveShape& shape) {
         }
         const std::int64_t frames = std::min(kFramesPerWrite, shape.frames - written);
         if (sf_writef_short(file.get(), values.data(), frames) != frames) {
-            throw std::runtime_error("can not write " + path + ": " + sf_strerror(file.get()));
+            throw std::runtime_error("cannot write " + path + ": " + sf_strerror(file.get()));
         }
         written += frames;
     }
@@ -94,7 +94,7 @@ std::int64_t BarePull::PullAll() {
 }
 
 ElementPull::ElementPull(const std::string& path, std::int64_t blockFrames)
-    : m_source(test::OpenSource(path, static_cast<int>(blockFrames))) {}
+    : m_source(test::SourceReader(path, static_cast<int>(blockFrames))) {}
 
 void ElementPull::Rewind() {
     RewindSource(*m_source);
@@ -127,7 +127,7 @@ std::int64_t BareCopy::CopyAll() {
         }
         const sf_count_t bytes = frames * bytesPerFrame;
         if (sf_write_raw(m_output.get(), m_block.Data(), bytes) != bytes) {
-            throw std::runtime_error("can not write " + m_outputPath);
+            throw std::runtime_error("cannot write " + m_outputPath);
         }
         ++blocks;
     }
@@ -139,7 +139,7 @@ void BareCopy::End() {
 
 ElementCopy::ElementCopy(const std::string& input, const std::string& output,
                          std::int64_t blockFrames)
-    : m_source(test::OpenSource(input, static_cast<int>(blockFrames))), m_sink(test::MakeSink()) {
+    : m_source(test::SourceReader(input, static_cast<int>(blockFrames))), m_sink(test::MakeSink()) {
     const auto settings = test::MakeSinkSettings();
     settings->SetStringValue("FilePath", output);
     m_sink->SetInitConfig(settings);

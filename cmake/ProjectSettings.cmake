@@ -9,14 +9,14 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # The build tree mirrors the install tree and is linked as if it were installed, so that it runs from
-# wherever it lies, and so that the libraries do not know the folder that they were built in.
+# wherever it lies, and so that the libraries do not know the directory that they were built in.
 include(GNUInstallDirs)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_BINDIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 
-# Programs find the libraries, and the libraries' folder holds that of the plug-ins, wherever all of
+# Programs find the libraries, and the libraries' directory holds that of the plug-ins, wherever all of
 # it is moved.
 set(KEL_INSTALL_PLUGINDIR ${CMAKE_INSTALL_LIBDIR}/kel)
 file(RELATIVE_PATH KEL_BINDIR_TO_LIBDIR

@@ -1,9 +1,9 @@
 // Writes the inputs that fuzzing begins with: for the source a small file of every container and
 // encoding that libsndfile can write, for the other targets something of every shape.
 //
-// MakeSeeds FOLDER: makes FOLDER/Source, FOLDER/Sink and so on.
+// MakeSeeds DIRECTORY: makes DIRECTORY/Source, DIRECTORY/Sink and so on.
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <sndfile.h>
 
@@ -36,10 +36,10 @@ std::vector<Description> Formats(int countCommand, int command) {
     return formats;
 }
 
-void WriteSourceSeeds(const fs::path& folder) {
+void WriteSourceSeeds(const fs::path& directory) {
     constexpr int kFrames = 20;
     const std::vector<float> values(static_cast<std::size_t>(2 * kFrames), 0.25F);
-    const kel::test::TemporaryFolder work;
+    const kel::test::TemporaryDirectory work;
     for (const SF_FORMAT_INFO& container :
          Formats<SF_FORMAT_INFO>(SFC_GET_FORMAT_MAJOR_COUNT, SFC_GET_FORMAT_MAJOR)) {
         for (const SF_FORMAT_INFO& encoding :
@@ -60,16 +60,16 @@ void WriteSourceSeeds(const fs::path& folder) {
             sf_set_string(file, SF_STR_TITLE, "seed");
             sf_writef_float(file, values.data(), kFrames);
             sf_close(file);
-            kel::test::WriteFile((folder / std::to_string(info.format)).string(),
+            kel::test::WriteFile((directory / std::to_string(info.format)).string(),
                                  kSourcePrefix + kel::test::ReadFile(path));
         }
     }
-    kel::test::WriteFile((folder / "nothing").string(), kSourcePrefix);
+    kel::test::WriteFile((directory / "nothing").string(), kSourcePrefix);
 }
 
-void WriteSeeds(const fs::path& folder, const std::vector<std::string>& contents) {
+void WriteSeeds(const fs::path& directory, const std::vector<std::string>& contents) {
     for (std::size_t i = 0; i < contents.size(); ++i) {
-        kel::test::WriteFile((folder / std::to_string(i)).string(), contents[i]);
+        kel::test::WriteFile((directory / std::to_string(i)).string(), contents[i]);
     }
 }
 
@@ -91,21 +91,22 @@ std::vector<std::string> SinkSeeds() {
 int main(int argc, char** argv) {
     try {
         if (argc != 2) {
-            std::cerr << "usage: MakeSeeds FOLDER\n";
+            std::cerr << "usage: MakeSeeds DIRECTORY\n";
             return 2;
         }
-        const fs::path folder = argv[1];
+        const fs::path directory = argv[1];
         for (const char* target : {"Source", "Sink", "Text", "Parameters", "Registry"}) {
-            fs::create_directories(folder / target);
+            fs::create_directories(directory / target);
         }
-        WriteSourceSeeds(folder / "Source");
-        WriteSeeds(folder / "Sink", SinkSeeds());
-        WriteSeeds(folder / "Text", {"take.wav", "/folder/t\xC3\xA4ke.wav", "\xED\xA0\x80\xFF/\x80",
-                                     "\xF0\x9F\x8E\xB5", std::string("a\0\0\0/\0\0\0b\0\0\0", 12),
-                                     std::string("\x80\xDC\0\0", 4)});
-        WriteSeeds(folder / "Parameters",
+        WriteSourceSeeds(directory / "Source");
+        WriteSeeds(directory / "Sink", SinkSeeds());
+        WriteSeeds(directory / "Text",
+                   {"take.wav", "/directory/t\xC3\xA4ke.wav", "\xED\xA0\x80\xFF/\x80",
+                    "\xF0\x9F\x8E\xB5", std::string("a\0\0\0/\0\0\0b\0\0\0", 12),
+                    std::string("\x80\xDC\0\0", 4)});
+        WriteSeeds(directory / "Parameters",
                    {std::string("\3\1\0\0\1\1\1\1\4text\1\2\2\1\0\0\7\1\1\1\2hi\1\1\3", 27)});
-        WriteSeeds(folder / "Registry",
+        WriteSeeds(directory / "Registry",
                    {std::string("\0\1\0\0\0\1\1\0\0\0\1\0\2\1\1\0\0\0\1", 19)});
         return 0;
     } catch (const std::exception& error) {

@@ -1,9 +1,9 @@
-// Runs a fuzz target once for each file that is named, or that lies in a folder that is named: what
-// fuzzing found stays found, also where there is no fuzzer.
+// Runs a fuzz target once for each file that is named, or that lies in a directory that is named:
+// what fuzzing found stays found, also where there is no fuzzer.
 
 #include "Fuzz.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <algorithm>
 #include <exception>

@@ -4,7 +4,7 @@
 #include "Fuzz.h"
 
 #include <Plugin.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <sndfile.h>
 
@@ -51,9 +51,9 @@ std::string ReadBack(const std::string& path, std::size_t bytes) {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::BeSilent();
-    static const test::TemporaryFolder folder(test::FolderPlace::Memory);
+    static const test::TemporaryDirectory directory(test::DirectoryPlace::Memory);
     Input input(data, size);
-    const std::string path = folder / kNames[input.Byte() % 5];
+    const std::string path = directory / kNames[input.Byte() % 5];
     auto settings = test::MakeSinkSettings();
     settings->SetStringValue("FilePath", path);
     const auto sink = test::MakeSink(kTypes[input.Byte() % 5]);

@@ -29,7 +29,7 @@ public:
 
     void SetSize(std::uint32_t bytes) override {
         if (bytes > m_reserved) {
-            KEL_FAIL("a buffer with " << m_reserved << " bytes reserved can not have " << bytes
+            KEL_FAIL("a buffer with " << m_reserved << " bytes reserved cannot have " << bytes
                                       << " valid bytes");
         }
         m_size = bytes;

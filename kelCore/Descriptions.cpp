@@ -195,7 +195,7 @@ std::shared_ptr<IInfoContainer>
 CreateInfoContainer(std::vector<std::shared_ptr<const IInfo>> infos,
                     std::shared_ptr<const IPackagingInfo> packaging) {
     for (const std::shared_ptr<const IInfo>& info : infos) {
-        KEL_CHECK_POINTER(info, "an info container can not hold an empty info");
+        KEL_CHECK_POINTER(info, "an info container cannot hold an empty info");
     }
     return std::make_shared<InfoContainer>(std::move(infos), std::move(packaging));
 }

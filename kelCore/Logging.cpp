@@ -34,7 +34,7 @@ CurrentWriter& TheCurrentWriter() {
 thread_local ContextScope* t_innermostScope = nullptr;
 
 // One piece of text, so that lines of several threads do not mix. Through a stream of its own: the
-// standard one may be set to throw, even from where it can not be caught.
+// standard one may be set to throw, even from where it cannot be caught.
 void WriteToStandardError(LogLevel level, const std::string& message) {
     std::ostream stream(std::cerr.rdbuf());
     stream << ToString(level) + " " + message + "\n" << std::flush;

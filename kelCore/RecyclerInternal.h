@@ -13,7 +13,7 @@ class IMemoryBlockAllocator;
 std::shared_ptr<IMemoryBlockAllocator> CreateRecycler();
 
 /// Makes a block that belongs to no pool: its memory goes back to the heap.
-/// @throws KELRuntimeError when the memory can not be had
+/// @throws KELRuntimeError when the memory cannot be had
 std::shared_ptr<IMemoryBlock> AllocateHeapBlock(std::uint32_t bytes);
 
 } // namespace kel

@@ -116,7 +116,7 @@ private:
     std::shared_ptr<const IPackagingInfo> m_packaging;
 };
 
-constexpr const char* kEmptySampleText = "a sample container can not hold an empty sample";
+constexpr const char* kEmptySampleText = "a sample container cannot hold an empty sample";
 
 } // namespace
 

@@ -194,8 +194,8 @@ wchar_t ToLower(wchar_t character) {
                : static_cast<wchar_t>(std::tolower(static_cast<int>(character)));
 }
 
-// The extension is what follows the last dot of the whole path: a dot in a folder's name counts, so
-// that such a path has an extension that nothing matches.
+// The extension is what follows the last dot of the whole path: a dot in a directory's name counts,
+// so that such a path has an extension that nothing matches.
 WrapperFormat FormatFromExtension(const std::wstring& path) {
     const std::size_t dot = path.rfind(L'.');
     if (dot == std::wstring::npos) {

@@ -97,7 +97,7 @@ void LibsndfileSource::Open(const std::wstring& path) {
                                           << sf_strerror(nullptr) << "\"");
     }
     if (sfInfo.channels <= 0) {
-        // The handle stays with libsndfile: a file without channels is one whose reader can not be
+        // The handle stays with libsndfile: a file without channels is one whose reader cannot be
         // trusted to close.
         KEL_FAIL("The following file \"" << name << "\" has " << sfInfo.channels << " channels.");
     }

@@ -1,7 +1,7 @@
 /// Memory that is refused, and memory that is not given back.
 ///
 /// A program that links AllocationFaults.cpp and exports its symbols has malloc and its relatives
-/// replaced, and with them operator new, in the libraries that it loads as well. It can not be
+/// replaced, and with them operator new, in the libraries that it loads as well. It cannot be
 /// linked with a sanitizer, which replaces them itself. Nothing here takes memory, so that it works
 /// while none is to be had.
 #pragma once

@@ -92,7 +92,7 @@ public:
         return names;
     }
 
-    /// What the loader can not resolve, in its words; empty when all is found.
+    /// What the loader cannot resolve, in its words; empty when all is found.
     std::string Unresolved() const {
         const ProcessResult result = Run("/usr/bin/ldd", {"-r", m_path});
         std::string missing;

@@ -33,7 +33,7 @@ struct Command {
     std::vector<std::string> arguments;
     /// Variables that differ from those of the test: their values, or none to take them away.
     std::map<std::string, std::optional<std::string>> environment;
-    std::string folder;                  ///< the working directory; empty for that of the test
+    std::string directory;               ///< the working directory; empty for that of the test
     std::optional<rlim_t> mostFileBytes; ///< RLIMIT_FSIZE
     std::optional<mode_t> fileMask;      ///< the umask
     /// A file that takes standard output, /dev/full for one that takes nothing.
@@ -205,7 +205,7 @@ public:
         }
         m_pid = -1;
         if (WIFEXITED(status) && WEXITSTATUS(status) == kNotStarted) {
-            throw std::runtime_error("the program can not be started: " + m_err.Text());
+            throw std::runtime_error("the program cannot be started: " + m_err.Text());
         }
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), m_out.Text(),
                 m_err.Text()};
@@ -228,7 +228,7 @@ private:
         Redirect(m_err, command.standardError, STDERR_FILENO);
         Redirect(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
         Redirect(m_out, command.standardOutput, STDOUT_FILENO);
-        Require(command.folder.empty() || chdir(command.folder.c_str()) == 0, "chdir");
+        Require(command.directory.empty() || chdir(command.directory.c_str()) == 0, "chdir");
         if (command.mostFileBytes.has_value()) {
             const rlimit limit{*command.mostFileBytes, *command.mostFileBytes};
             Require(setrlimit(RLIMIT_FSIZE, &limit) == 0, "setrlimit");

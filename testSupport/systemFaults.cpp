@@ -2,7 +2,7 @@
 // KEL_TEST_FAULTY_CALL names, on the files in whose paths KEL_TEST_FAULTY_FILE occurs, at its
 // occurrence number KEL_TEST_FAULTY_NUMBER, once, or from then on if KEL_TEST_FAULT_LASTS is set.
 // "flip" is a write that succeeds with its last bytes changed, as on a bad disk; "thread" is one
-// that can not be started, whatever the files. KEL_TEST_FAULT_ERROR is the error number, where it
+// that cannot be started, whatever the files. KEL_TEST_FAULT_ERROR is the error number, where it
 // is not to be the usual one; where KEL_TEST_FAULT_SHORT is set, reads and writes do not fail but
 // do no more than half of what they are asked for. A file at KEL_TEST_FAULT_MARKER tells that it
 // has happened. A program may also link this file, and set the variables itself.
@@ -241,13 +241,13 @@ INTERPOSED int rename(const char* from, const char* to) noexcept {
     return Fails("rename", from) ? Fail(EROFS) : Next<decltype(rename)>("rename")(from, to);
 }
 
-INTERPOSED int renameat2(int folder, const char* from, int otherFolder, const char* to,
+INTERPOSED int renameat2(int directory, const char* from, int otherDirectory, const char* to,
                          unsigned flags) noexcept {
-    // "renameat2" is a file system that can not do without replacing.
+    // "renameat2" is a file system that cannot do without replacing.
     if (Fails("renameat2", from)) {
         return Fail(EINVAL);
     }
     return Fails("rename", from)
                ? Fail(EROFS)
-               : Next<decltype(renameat2)>("renameat2")(folder, from, otherFolder, to, flags);
+               : Next<decltype(renameat2)>("renameat2")(directory, from, otherDirectory, to, flags);
 }

@@ -2,7 +2,7 @@
 
 #include <AudioFiles.h>
 #include <Process.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -13,11 +13,11 @@
 namespace kel::test {
 namespace {
 
-ProcessResult RunCopy(const TemporaryFolder& folder, std::vector<std::string> arguments) {
+ProcessResult RunCopy(const TemporaryDirectory& directory, std::vector<std::string> arguments) {
     Command command;
     command.program = KEL_TEST_PREFIX "/bin/kelCopy";
     command.arguments = std::move(arguments);
-    command.folder = folder.Path();
+    command.directory = directory.Path();
     return RunCommand(command);
 }
 
@@ -32,51 +32,52 @@ void ExpectError(const ProcessResult& result, int status, const std::string& err
 } // namespace
 
 TEST(TheHostExample, CopiesAFile) {
-    const TemporaryFolder folder;
-    WriteTake(folder / "take.wav", 5000);
-    ExpectError(RunCopy(folder, {kPlugin, "take.wav", "copy.wav"}), 0, "");
-    const Audio copy = ReadAudio(folder / "copy.wav");
-    const Audio take = ReadAudio(folder / "take.wav");
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav", 5000);
+    ExpectError(RunCopy(directory, {kPlugin, "take.wav", "copy.wav"}), 0, "");
+    const Audio copy = ReadAudio(directory / "copy.wav");
+    const Audio take = ReadAudio(directory / "take.wav");
     EXPECT_EQ(copy.values, take.values);
     EXPECT_EQ(copy.rate, take.rate);
     EXPECT_EQ(copy.channels, take.channels);
     EXPECT_EQ(copy.format, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT);
     // A file that is not finished can be read, but its header has no size.
-    const std::string bytes = ReadFile(folder / "copy.wav");
+    const std::string bytes = ReadFile(directory / "copy.wav");
     EXPECT_EQ(bytes.substr(bytes.find("data"), 8), "data" + LittleEndian(5000 * 2 * 4, 4));
 }
 
 TEST(TheHostExample, SaysWhatFailed) {
-    const TemporaryFolder folder;
-    WriteTake(folder / "take.wav", 100000);
-    ExpectError(RunCopy(folder, {kPlugin, "missing.wav", "copy.wav"}), 1,
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav", 100000);
+    ExpectError(RunCopy(directory, {kPlugin, "missing.wav", "copy.wav"}), 1,
                 "[Unable to open file \"missing.wav\" with libsndfile. Error is:\"System error : "
                 "No such file or directory.\"]\n");
-    ExpectError(RunCopy(folder, {"missing.so", "take.wav", "copy.wav"}), 1,
-                "kelCopy: " + (folder / "missing.so") +
+    ExpectError(RunCopy(directory, {"missing.so", "take.wav", "copy.wav"}), 1,
+                "kelCopy: " + (directory / "missing.so") +
                     ": cannot open shared object file: No such file or directory\n");
-    ExpectError(RunCopy(folder, {KEL_TEST_PREFIX "/lib/libkelCore.so", "take.wav", "copy.wav"}), 1,
-                "kelCopy: " KEL_TEST_PREFIX
-                "/bin/../lib/libkelCore.so.0: undefined symbol: RegisterAll\n");
-    ExpectError(RunCopy(folder, {kPlugin, "take.wav"}), 2, "usage: kelCopy PLUGIN INPUT OUTPUT\n");
+    ExpectError(
+        RunCopy(directory, {KEL_TEST_PREFIX "/lib/libkelCore.so", "take.wav", "copy.wav"}), 1,
+        "kelCopy: " KEL_TEST_PREFIX "/bin/../lib/libkelCore.so.0: undefined symbol: RegisterAll\n");
+    ExpectError(RunCopy(directory, {kPlugin, "take.wav"}), 2,
+                "usage: kelCopy PLUGIN INPUT OUTPUT\n");
 }
 
 TEST(TheHostExample, SaysThatThePluginHasNoSuchElement) {
-    const TemporaryFolder folder;
-    WriteTake(folder / "take.wav");
-    ExpectError(RunCopy(folder, {InstalledPlugin("kelTone"), "take.wav", "copy.wav"}), 1,
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    ExpectError(RunCopy(directory, {InstalledPlugin("kelTone"), "take.wav", "copy.wav"}), 1,
                 "[registryEntry] [ Pointer is null ]\n"
                 "can not implement AudioSource with implementation=\"kel.LibsndfileSource\" and "
                 "type=\"WAVE\"\n[registryEntry] [ Pointer is null ]\n");
 }
 
 TEST(TheHostExample, NoticesAWriteThatFailedInTheLogAlone) {
-    const TemporaryFolder folder;
-    WriteTake(folder / "take.wav", 1024);
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav", 1024);
     Command command;
     command.program = KEL_TEST_PREFIX "/bin/kelCopy";
     command.arguments = {kPlugin, "take.wav", "copy.wav"};
-    command.folder = folder.Path();
+    command.directory = directory.Path();
     command.mostFileBytes = 4096;
     command.ignoredSignals = {SIGXFSZ};
     ExpectError(RunCommand(command), 1,

@@ -2,7 +2,7 @@
 
 #include <AudioFiles.h>
 #include <CapturingWriter.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -73,58 +73,58 @@ TEST(LevelMeterSink, MeasuresTheTone) {
 }
 
 TEST(LevelMeterSink, MeasuresEachChannelOfAFileThatAnotherPluginReads) {
-    const TemporaryFolder folder;
-    WriteAudio(folder / "take.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 3, 48000,
+    const TemporaryDirectory directory;
+    WriteAudio(directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 3, 48000,
                {0.5F, 0, -1, 0.5F, 0, 0, -0.5F, 0, 1, -0.5F, 0, 0});
     const auto settings =
         SettingsOf<ElementFactoryType::AudioSource>("kel.LibsndfileSource", "WAVE");
-    settings->SetStringValue("FilePath", folder / "take.wav");
+    settings->SetStringValue("FilePath", directory / "take.wav");
     settings->SetIntegerValue("MaxSamplesPerBuffer", 3);
     const auto source =
         ImplementElement<ElementFactoryType::AudioSource>("kel.LibsndfileSource", "WAVE", nullptr);
     source->SetInitConfig(settings);
 
-    const auto meter = MakeMeter(folder / "levels.txt");
+    const auto meter = MakeMeter(directory / "levels.txt");
     Measure(*source, *meter);
-    EXPECT_EQ(ReadFile(folder / "levels.txt"), "channel 1: peak -6.02 dB, RMS -6.02 dB\n"
-                                               "channel 2: peak -inf dB, RMS -inf dB\n"
-                                               "channel 3: peak 0.00 dB, RMS -3.01 dB\n");
+    EXPECT_EQ(ReadFile(directory / "levels.txt"), "channel 1: peak -6.02 dB, RMS -6.02 dB\n"
+                                                  "channel 2: peak -inf dB, RMS -inf dB\n"
+                                                  "channel 3: peak 0.00 dB, RMS -3.01 dB\n");
 }
 
 TEST(LevelMeterSink, MeasuresNothingAsSilence) {
-    const TemporaryFolder folder;
-    const auto meter = MakeMeter(folder / "levels.txt");
+    const TemporaryDirectory directory;
+    const auto meter = MakeMeter(directory / "levels.txt");
     meter->DefineInput(MakeInput(FloatParameters(), 1), "");
     meter->Release();
-    EXPECT_EQ(ReadFile(folder / "levels.txt"), "channel 1: peak -inf dB, RMS -inf dB\n");
+    EXPECT_EQ(ReadFile(directory / "levels.txt"), "channel 1: peak -inf dB, RMS -inf dB\n");
 }
 
 TEST(LevelMeterSink, BeginsAnewWithTheNextInput) {
-    const TemporaryFolder folder;
-    const auto meter = MakeMeter(folder / "loud.txt");
+    const TemporaryDirectory directory;
+    const auto meter = MakeMeter(directory / "loud.txt");
     meter->DefineInput(MakeInput(FloatParameters(), 1), "");
     meter->PushSample(MakeSample({1, 1, -1}));
     meter->Close(false);
-    EXPECT_EQ(ReadFile(folder / "loud.txt"), "channel 1: peak 0.00 dB, RMS 0.00 dB\n");
+    EXPECT_EQ(ReadFile(directory / "loud.txt"), "channel 1: peak 0.00 dB, RMS 0.00 dB\n");
 
-    meter->Open(ConvertPlatformStringToWideString(folder / "quiet.txt"));
+    meter->Open(ConvertPlatformStringToWideString(directory / "quiet.txt"));
     meter->DefineInput(MakeInput(FloatParameters(), 1), "");
     meter->PushSample(MakeSample({0.5F, 0.5F}));
     meter->Close(true);
     meter->Close(true);
-    EXPECT_EQ(ReadFile(folder / "quiet.txt"), "channel 1: peak -6.02 dB, RMS -6.02 dB\n");
-    EXPECT_EQ(ReadFile(folder / "loud.txt"), "channel 1: peak 0.00 dB, RMS 0.00 dB\n");
+    EXPECT_EQ(ReadFile(directory / "quiet.txt"), "channel 1: peak -6.02 dB, RMS -6.02 dB\n");
+    EXPECT_EQ(ReadFile(directory / "loud.txt"), "channel 1: peak 0.00 dB, RMS 0.00 dB\n");
 }
 
 TEST(LevelMeterSink, ProposesFloatsForAnInputThatHasNone) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const auto integers = FloatParameters();
     integers->SetPCMType(AudioPCMType::Integer);
     const auto doubles = FloatParameters();
     doubles->SetSampleSize(8);
     const auto bigEndian = FloatParameters();
     bigEndian->SetEndianness(PCMEndianness::Big);
-    const auto meter = MakeMeter(folder / "levels.txt");
+    const auto meter = MakeMeter(directory / "levels.txt");
     for (const auto& parameters : {integers, doubles, bigEndian}) {
         const auto input = MakeInput(parameters, 2);
         const auto report = meter->CheckInputAndAdaptIfNecessary(input, "");
@@ -138,7 +138,7 @@ TEST(LevelMeterSink, ProposesFloatsForAnInputThatHasNone) {
         ExpectFailure(kRefusal, ToneFile("LevelMeterSink.cpp"),
                       [&] { meter->DefineInput(input, ""); });
     }
-    EXPECT_THAT(folder.Names(), IsEmpty()) << "a refusal leaves no file";
+    EXPECT_THAT(directory.Names(), IsEmpty()) << "a refusal leaves no file";
 }
 
 TEST(LevelMeterSink, RefusesInputsThatAreNotOneTrackOfAudio) {
@@ -204,11 +204,11 @@ TEST(LevelMeterSink, SaysThatItsFileCanNotBeWritten) {
     const std::string file = ToneFile("LevelMeterSink.cpp");
     const auto missing = MakeMeter("/missing/levels.txt");
     ExpectFailure(
-        "[LevelMeterSink can not create \"/missing/levels.txt\"] [ Condition is not true ]", file,
+        "[LevelMeterSink cannot create \"/missing/levels.txt\"] [ Condition is not true ]", file,
         [&] { missing->DefineInput(input, ""); });
     const auto full = MakeMeter("/dev/full");
     full->DefineInput(input, "");
-    ExpectFailure("[LevelMeterSink can not write \"/dev/full\"] [ Condition is not true ]", file,
+    ExpectFailure("[LevelMeterSink cannot write \"/dev/full\"] [ Condition is not true ]", file,
                   [&] { full->Close(false); });
 }
 

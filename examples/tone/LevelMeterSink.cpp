@@ -85,7 +85,7 @@ void LevelMeterSink::DefineInput(std::shared_ptr<const IInfoContainer> input, st
               "LevelMeterSink takes one input of 32-bit float, little-endian");
     if (!m_path.empty()) {
         m_file.open(m_path);
-        KEL_CHECK(m_file.is_open(), "LevelMeterSink can not create \"" << m_path << "\"");
+        KEL_CHECK(m_file.is_open(), "LevelMeterSink cannot create \"" << m_path << "\"");
     }
     m_levels.assign(input->GetAudioInfos().front()->GetChannelInfo()->GetNumberOfChannels(), {});
     m_frames = 0;
@@ -131,7 +131,7 @@ void LevelMeterSink::Close(bool /*flag*/) {
     }
     if (!m_path.empty()) {
         m_file.close();
-        KEL_CHECK(m_file.good(), "LevelMeterSink can not write \"" << m_path << "\"");
+        KEL_CHECK(m_file.good(), "LevelMeterSink cannot write \"" << m_path << "\"");
     }
 }
 

@@ -41,7 +41,7 @@ std::string DescribeComparison(const T1& value1, const char* relation, const T2&
 
 } // namespace kel::detail
 
-// The texts are streamed piece by piece and can not be put in parentheses.
+// The texts are streamed piece by piece and cannot be put in parentheses.
 // NOLINTBEGIN(bugprone-macro-parentheses)
 
 #define KEL_DETAIL_FAIL(text, suffix)                                                              \

@@ -18,7 +18,7 @@ public:
 
     /// Changes the configuration of a running element.
     /// @param config shared with the element from here on
-    /// @throws KELRuntimeError where the element can not be reconfigured
+    /// @throws KELRuntimeError where the element cannot be reconfigured
     virtual void UpdateConfig(std::shared_ptr<const IParametersCollectionInstance> config) = 0;
 
     /// Returns the collection that the element was constructed with, the registry entry's keys

@@ -31,7 +31,7 @@ public:
     /// Tells the sink what it will receive; a sink that writes creates its medium here.
     /// @param input the description of what will be pushed, shared with the sink
     /// @param name the input that is meant; sinks with one input ignore it
-    /// @throws KELRuntimeError when the input is refused or the medium can not be created
+    /// @throws KELRuntimeError when the input is refused or the medium cannot be created
     virtual void DefineInput(std::shared_ptr<const IInfoContainer> input, std::string name) = 0;
 
     /// Returns what DefineInput accepted last; empty before.
@@ -55,13 +55,13 @@ public:
     /// Gives the element its settings; must be called once before the element is used.
     /// @param config an instance of the registry entry's "init_config" prototype, shared with the
     /// element from here on
-    /// @throws KELRuntimeError when the settings can not be read
+    /// @throws KELRuntimeError when the settings cannot be read
     virtual void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) = 0;
 
     /// Says whether the sink would take an input. Changes nothing.
     /// @param input the description of what would be pushed
     /// @param name the input that is meant; sinks with one input ignore it
-    /// @throws KELRuntimeError when the input can not be judged at all
+    /// @throws KELRuntimeError when the input cannot be judged at all
     virtual std::shared_ptr<const ICheckInputReport>
     CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer> input,
                                   std::string name) const = 0;

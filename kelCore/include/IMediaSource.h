@@ -36,7 +36,7 @@ public:
     /// Gives the element its settings; must be called once before the element is used.
     /// @param config an instance of the registry entry's "init_config" prototype, shared with the
     /// element from here on
-    /// @throws KELRuntimeError when the settings can not be read, or the medium that they name can
+    /// @throws KELRuntimeError when the settings cannot be read, or the medium that they name can
     /// not be opened
     virtual void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) = 0;
 

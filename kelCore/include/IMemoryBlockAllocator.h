@@ -22,7 +22,7 @@ public:
 
     /// Makes a block of at least @p bytes bytes, not cleared, shared with the caller. The Recycler
     /// may be called from several threads.
-    /// @throws KELRuntimeError when the memory can not be had
+    /// @throws KELRuntimeError when the memory cannot be had
     virtual std::shared_ptr<IMemoryBlock> Allocate(std::uint32_t bytes) = 0;
 };
 

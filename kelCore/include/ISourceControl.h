@@ -26,11 +26,11 @@ public:
 
     /// Opens the medium.
     /// @param path wide path, see ConvertWideStringToPlatformString
-    /// @throws KELRuntimeError when the medium can not be opened, or one is open already
+    /// @throws KELRuntimeError when the medium cannot be opened, or one is open already
     virtual void Open(const std::wstring& path) = 0;
 
     /// Sets the direction in which the medium is delivered.
-    /// @throws KELRuntimeError where the source can not deliver in that direction
+    /// @throws KELRuntimeError where the source cannot deliver in that direction
     virtual void SetDirection(MediaSourceDirection direction) = 0;
 
     /// Returns the direction in which the medium is delivered.

@@ -115,7 +115,7 @@ public:
         }
         std::ostream& stream = Stream();
         stream << piece;
-        stream.clear(); // a piece that can not be written takes nothing else with it
+        stream.clear(); // a piece that cannot be written takes nothing else with it
         return *this;
     }
 
@@ -156,7 +156,7 @@ private:
 } // namespace kel
 
 /// Writes a record at @p level (a LogLevel). @p text may be streamed: `"has " << n << " channels."`
-/// Never throws. Where the text can not be made, for want of memory for instance, the record says
+/// Never throws. Where the text cannot be made, for want of memory for instance, the record says
 /// no more than that it is lost, in words that take no memory.
 // NOLINTBEGIN(bugprone-macro-parentheses): the text is streamed piece by piece
 #define KEL_LOG(level, text)                                                                       \

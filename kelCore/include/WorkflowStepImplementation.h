@@ -26,7 +26,7 @@ namespace kel {
 /// @param type the label of the format
 /// @param step the step that the element is made for; not used
 /// @return what the factory's creator returns
-/// @throws KELRuntimeError when the element can not be made: its message names the kind,
+/// @throws KELRuntimeError when the element cannot be made: its message names the kind,
 /// implementation and type, and has the reason in its second line. The reason is logged first where
 /// it is a failed check, then the whole message, both at level Error. What is thrown and is not a
 /// std::exception passes through.

@@ -196,9 +196,9 @@ TEST(ABuffer, TakesAnySizeThatIsReserved) {
 TEST(ABuffer, RefusesASizeBeyondWhatIsReservedAndKeepsItsOwn) {
     const auto buffer = CreateBuffer(nullptr, MakeBlock(16));
     buffer->SetSize(7);
-    test::ExpectFailure("[a buffer with 16 bytes reserved can not have 17 valid bytes]",
-                        kThisModule, [&] { buffer->SetSize(17); });
-    test::ExpectFailure("[a buffer with 16 bytes reserved can not have 4294967295 valid bytes]",
+    test::ExpectFailure("[a buffer with 16 bytes reserved cannot have 17 valid bytes]", kThisModule,
+                        [&] { buffer->SetSize(17); });
+    test::ExpectFailure("[a buffer with 16 bytes reserved cannot have 4294967295 valid bytes]",
                         kThisModule, [&] { buffer->SetSize(0xFFFFFFFF); });
     EXPECT_EQ(buffer->GetSize(), 7U);
 }
@@ -206,7 +206,7 @@ TEST(ABuffer, RefusesASizeBeyondWhatIsReservedAndKeepsItsOwn) {
 TEST(ABuffer, RefusesAnySizeButZeroBeforeAnythingIsReserved) {
     const auto buffer = CreateBuffer(nullptr, nullptr);
     buffer->SetSize(0);
-    test::ExpectFailure("[a buffer with 0 bytes reserved can not have 1 valid bytes]", kThisModule,
+    test::ExpectFailure("[a buffer with 0 bytes reserved cannot have 1 valid bytes]", kThisModule,
                         [&] { buffer->SetSize(1); });
 }
 

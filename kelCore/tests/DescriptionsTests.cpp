@@ -262,7 +262,7 @@ TEST(AnInfoContainer, HasItsPackaging) {
 
 TEST(AnInfoContainer, CanNotHoldAnEmptyInfo) {
     constexpr const char* kRefusal =
-        "[an info container can not hold an empty info] [ Pointer is null ]";
+        "[an info container cannot hold an empty info] [ Pointer is null ]";
     test::ExpectFailure(kRefusal, kThisModule,
                         [] { CreateInfoContainer(std::shared_ptr<const IInfo>(), nullptr); });
     test::ExpectFailure(kRefusal, kThisModule, [] {

@@ -91,7 +91,7 @@ TEST_F(UnderAnotherLocale, RefusalsOfWideTextKeepTheirNumbers) {
 TEST_F(UnderAnotherLocale, RefusalsOfBuffersKeepTheirNumbers) {
     const auto buffer = CreateBuffer(nullptr, nullptr);
     buffer->Reserve(4096);
-    test::ExpectFailure("[a buffer with 4096 bytes reserved can not have 5000 valid bytes]",
+    test::ExpectFailure("[a buffer with 4096 bytes reserved cannot have 5000 valid bytes]",
                         "kelCore/Buffer.cpp", [&] { buffer->SetSize(5000); });
 }
 

@@ -75,7 +75,7 @@ TEST(AMessage, TakesTexts) {
     EXPECT_TEXT_AS_ON_A_STREAM(array);
     EXPECT_TEXT_AS_ON_A_STREAM(view);
     EXPECT_TEXT_AS_ON_A_STREAM(std::string("text") << "" << std::string());
-    EXPECT_TEXT_AS_ON_A_STREAM(std::filesystem::path("a folder/\"file\""));
+    EXPECT_TEXT_AS_ON_A_STREAM(std::filesystem::path("a directory/\"file\""));
 }
 
 TEST(AMessage, TakesCharactersAndOneByteIntegersAsAStreamDoes) {

@@ -12,7 +12,7 @@ namespace kel {
 
 namespace {
 
-// Code points one after the other; a literal can not hold surrogates.
+// Code points one after the other; a literal cannot hold surrogates.
 std::wstring Wide(const std::vector<std::uint32_t>& codePoints) {
     std::wstring text;
     for (const std::uint32_t codePoint : codePoints) {

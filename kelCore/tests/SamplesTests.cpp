@@ -149,7 +149,7 @@ TEST(ASampleContainer, HasItsPackaging) {
 
 TEST(ASampleContainer, CanNotHoldAnEmptySample) {
     constexpr const char* kRefusal =
-        "[a sample container can not hold an empty sample] [ Pointer is null ]";
+        "[a sample container cannot hold an empty sample] [ Pointer is null ]";
     test::ExpectFailure(kRefusal, kThisModule,
                         [] { CreateSampleContainer(std::shared_ptr<const ISample>(), nullptr); });
     test::ExpectFailure(kRefusal, kThisModule, [] {

@@ -15,7 +15,7 @@ class StandardErrorCapture {
 public:
     StandardErrorCapture() {
         if (m_file == nullptr || m_original < 0 || dup2(fileno(m_file), STDERR_FILENO) < 0) {
-            throw std::runtime_error("can not redirect standard error");
+            throw std::runtime_error("cannot redirect standard error");
         }
     }
 
@@ -73,7 +73,7 @@ protected:
     std::streamsize xsputn(const char*, std::streamsize) override { throw 42; }
 };
 
-/// Takes everything, but can not be flushed.
+/// Takes everything, but cannot be flushed.
 class UnflushableBuffer final : public std::streambuf {
 protected:
     int_type overflow(int_type character) override { return traits_type::not_eof(character); }

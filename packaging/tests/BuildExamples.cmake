@@ -1,5 +1,5 @@
-# Builds copies of the examples in EXAMPLES as a user does, against what is installed in the folder
-# "first" below STAGE, and installs them there; then calls the folder MOVED.
+# Builds copies of the examples in EXAMPLES as a user does, against what is installed in the directory
+# "first" below STAGE, and installs them there; then calls the directory MOVED.
 #
 # COMPILER, or what the environment has as KEL_EXAMPLES_COMPILER, and GENERATOR are what they are built
 # with. Warnings are errors, those in kelCore's headers too.

@@ -1,7 +1,7 @@
 #include <AudioFiles.h>
 #include <Binary.h>
 #include <Process.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,22 +23,23 @@ using testing::UnorderedElementsAreArray;
 
 const std::string kPrefix = KEL_TEST_PREFIX;
 
-// All files and links below a folder, as paths from it.
-std::vector<std::string> FilesBelow(const fs::path& folder) {
+// All files and links below a directory, as paths from it.
+std::vector<std::string> FilesBelow(const fs::path& directory) {
     std::vector<std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    for (const auto& entry : fs::recursive_directory_iterator(directory)) {
         if (!entry.is_directory() || entry.is_symlink()) {
-            files.push_back(entry.path().lexically_relative(folder).string());
+            files.push_back(entry.path().lexically_relative(directory).string());
         }
     }
     return files;
 }
 
-ProcessResult RunInstalled(const TemporaryFolder& folder, std::vector<std::string> arguments) {
+ProcessResult RunInstalled(const TemporaryDirectory& directory,
+                           std::vector<std::string> arguments) {
     Command command;
     command.program = kPrefix + "/bin/kelhost";
     command.arguments = std::move(arguments);
-    command.folder = folder.Path();
+    command.directory = directory.Path();
     command.environment["KEL_PLUGIN_PATH"] = std::nullopt;
     return RunCommand(command);
 }
@@ -79,16 +80,16 @@ TEST(TheInstallation, HasTheseFilesAndNoOthers) {
 }
 
 TEST(TheInstallation, RunsWhereItWasMoved) {
-    const TemporaryFolder folder;
-    WriteTake(folder / "take.wav");
-    const ProcessResult copied = RunInstalled(folder, {"copy", "take.wav", "copy.aiff"});
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    const ProcessResult copied = RunInstalled(directory, {"copy", "take.wav", "copy.aiff"});
     EXPECT_EQ(copied.status, 0) << copied.err;
-    EXPECT_EQ(ReadAudio(folder / "copy.aiff").values, ReadAudio(folder / "take.wav").values);
+    EXPECT_EQ(ReadAudio(directory / "copy.aiff").values, ReadAudio(directory / "take.wav").values);
 }
 
 TEST(TheInstallation, FindsAllPluginsBesideIt) {
-    const TemporaryFolder folder;
-    const ProcessResult result = RunInstalled(folder, {"inspect"});
+    const TemporaryDirectory directory;
+    const ProcessResult result = RunInstalled(directory, {"inspect"});
     EXPECT_EQ(result.status, 0) << result.err;
     const std::string sndfile = kPrefix + "/lib/kel/libkelLibsndfile.so\n";
     const std::string tone = kPrefix + "/lib/kel/libkelTone.so\n";
@@ -108,7 +109,7 @@ TEST(TheInstallation, FindsAllPluginsBesideIt) {
             tone);
 }
 
-TEST(TheInstallation, KnowsNoFolderOfTheBuild) {
+TEST(TheInstallation, KnowsNoDirectoryOfTheBuild) {
     for (const std::string& file : FilesBelow(kPrefix)) {
         // The examples are built with a user's settings.
         if (file != "bin/kelCopy" && file != "lib/kel/libkelTone.so") {
@@ -136,10 +137,10 @@ TEST(TheInstallation, TellsPkgConfigWhereItIs) {
 // Beside the place of the headers and the language that they are written in, a consumer gets
 // nothing: no warnings, no definitions.
 TEST(TheInstallation, LeavesTheSettingsOfCMakeProjectsAloneAndIsFoundByItsMajorVersion) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     Command command;
     command.program = KEL_TEST_CMAKE;
-    command.arguments = {"-S", KEL_TEST_CONSUMER, "-B", folder.Path(),
+    command.arguments = {"-S", KEL_TEST_CONSUMER, "-B", directory.Path(),
                          "-DCMAKE_PREFIX_PATH=" + kPrefix};
     const ProcessResult result = RunCommand(command);
     EXPECT_EQ(result.status, 0) << result.err;

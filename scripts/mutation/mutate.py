@@ -17,7 +17,7 @@ from dataclasses import dataclass
 
 ROOT = pathlib.Path.cwd()
 HERE = pathlib.Path(__file__).resolve().parent
-FOLDERS = ("kelCore", "kelLibsndfile")
+DIRECTORIES = ("kelCore", "kelLibsndfile")
 # So long that a program that hangs is not taken for one that had to wait for the processor.
 TEST_TIMEOUT_SECONDS = 600
 
@@ -159,7 +159,7 @@ def oddities():
 
 
 def equivalents():
-    """The keys of what can not be noticed, each with its reason on the line below it."""
+    """The keys of what cannot be noticed, each with its reason on the line below it."""
     lines = (HERE / "equivalent.txt").read_text().splitlines()
     keys = {}
     for line, reason in zip(lines, lines[1:]):
@@ -171,14 +171,14 @@ def equivalents():
 class Tree:
     """A copy of the project that is built, changed, tested and put right again."""
 
-    def __init__(self, folder):
-        self.folder = folder
-        self.build = folder / "build" / "mutate"
-        folder.mkdir(parents=True, exist_ok=True)
+    def __init__(self, directory):
+        self.directory = directory
+        self.build = directory / "build" / "mutate"
+        directory.mkdir(parents=True, exist_ok=True)
         tracked = subprocess.run(["git", "ls-files", "-z"], check=True, capture_output=True)
         for name in tracked.stdout.decode().split("\0"):
             if name and (ROOT / name).is_file():
-                target = folder / name
+                target = directory / name
                 target.parent.mkdir(parents=True, exist_ok=True)
                 data = (ROOT / name).read_bytes()
                 if not target.exists() or target.read_bytes() != data:
@@ -198,7 +198,7 @@ class Tree:
             sys.exit(f"The tests fail without a change: {failed}")
 
     def run(self, command):
-        result = subprocess.run([str(part) for part in command], cwd=self.folder, text=True,
+        result = subprocess.run([str(part) for part in command], cwd=self.directory, text=True,
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         if result.returncode != 0:
             sys.exit(result.stdout)
@@ -213,7 +213,7 @@ class Tree:
         for target in sorted(self.targets, key=lambda one: (-self.noticed[one], self.times[one])):
             # The plug-in is loaded by the tests; some of them have its sources built in.
             built = subprocess.run(["ninja", "-C", str(self.build), "kelLibsndfile", target],
-                                   cwd=self.folder, stdout=subprocess.DEVNULL,
+                                   cwd=self.directory, stdout=subprocess.DEVNULL,
                                    stderr=subprocess.DEVNULL)
             if built.returncode != 0:
                 return "does not compile"
@@ -242,7 +242,7 @@ class Tree:
 
     def attempt(self, mutation):
         """What noticed the change: "does not compile", a test, or None."""
-        path = self.folder / mutation.file
+        path = self.directory / mutation.file
         text = path.read_text()
         path.write_text(text[:mutation.begin] + mutation.replacement + text[mutation.end:])
         try:
@@ -261,8 +261,8 @@ def main():
     arguments = parser.parse_args()
 
     files = []
-    for folder in FOLDERS:
-        files += sorted((ROOT / folder).glob("*.cpp")) + sorted((ROOT / folder).glob("include/*.h"))
+    for directory in DIRECTORIES:
+        files += sorted((ROOT / directory).glob("*.cpp")) + sorted((ROOT / directory).glob("include/*.h"))
     mutations = oddities()
     for file in files:
         mutations += mutations_of(str(file.relative_to(ROOT)))

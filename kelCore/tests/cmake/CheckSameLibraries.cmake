@@ -1,12 +1,12 @@
-# Builds the libraries once more, from a copy of the sources in another folder, and fails unless they
+# Builds the libraries once more, from a copy of the sources in another directory, and fails unless they
 # come out byte for byte as in this build.
 #
-# SOURCES and BUILD are the folders of this build; the copy goes below FOLDER. GENERATOR, COMPILER,
+# SOURCES and BUILD are the directories of this build; the copy goes below DIRECTORY. GENERATOR, COMPILER,
 # FLAGS and TYPE are what this build is made with. LIBRARIES are the files to compare, in BUILD;
 # TARGETS build them.
 
-file(REMOVE_RECURSE ${FOLDER})
-set(copy ${FOLDER}/copy-whose-path-has-another-length)
+file(REMOVE_RECURSE ${DIRECTORY})
+set(copy ${DIRECTORY}/copy-whose-path-has-another-length)
 set(copiedBuild ${copy}/out)
 
 # Whatever holds a build is left out.
@@ -37,4 +37,4 @@ foreach(library IN LISTS LIBRARIES)
     message(FATAL_ERROR "${name} is not the same when it is built in ${copy}")
   endif()
 endforeach()
-file(REMOVE_RECURSE ${FOLDER})
+file(REMOVE_RECURSE ${DIRECTORY})

@@ -240,7 +240,7 @@ public:
             info->GetChannelInfo()->GetNumberOfChannels() * parameters->GetSampleSize();
         m_file = {0, info->GetChannelInfo()->GetNumberOfChannels(), parameters->GetSampleRate()};
         m_stream.open(m_path);
-        KEL_CHECK(m_stream.is_open(), "the file can not be created");
+        KEL_CHECK(m_stream.is_open(), "the file cannot be created");
         m_stream << "unfinished" << std::flush;
         std::ofstream(Variable("KEL_TEST_SINK_MARKER")).flush();
         m_defined = std::move(input);

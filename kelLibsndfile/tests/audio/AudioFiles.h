@@ -46,10 +46,10 @@ template <typename Value>
 void WriteAudioFile(const std::string& path, SF_INFO info, const std::vector<Value>& values) {
     const SndfileHandle file(sf_open(path.c_str(), SFM_WRITE, &info));
     if (file == nullptr) {
-        throw std::runtime_error("can not create " + path + ": " + sf_strerror(nullptr));
+        throw std::runtime_error("cannot create " + path + ": " + sf_strerror(nullptr));
     }
     if (WriteValues(file.get(), values) != static_cast<sf_count_t>(values.size())) {
-        throw std::runtime_error("can not write " + path + ": " + sf_strerror(file.get()));
+        throw std::runtime_error("cannot write " + path + ": " + sf_strerror(file.get()));
     }
 }
 
@@ -64,13 +64,13 @@ inline DecodedFile DecodeAudioFile(const std::string& path) {
     DecodedFile decoded{};
     const SndfileHandle file(sf_open(path.c_str(), SFM_READ, &decoded.info));
     if (file == nullptr) {
-        throw std::runtime_error("can not open " + path + ": " + sf_strerror(nullptr));
+        throw std::runtime_error("cannot open " + path + ": " + sf_strerror(nullptr));
     }
     decoded.values.resize(static_cast<std::size_t>(decoded.info.frames) *
                           static_cast<std::size_t>(decoded.info.channels));
     if (sf_readf_float(file.get(), decoded.values.data(), decoded.info.frames) !=
         decoded.info.frames) {
-        throw std::runtime_error("can not read all of " + path);
+        throw std::runtime_error("cannot read all of " + path);
     }
     return decoded;
 }

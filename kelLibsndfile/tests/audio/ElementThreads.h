@@ -5,7 +5,7 @@
 
 #include <CapturingWriter.h>
 #include <Plugin.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -92,14 +92,14 @@ inline void ForgetEncoding(const std::string& path) {
     WriteFile(path, bytes);
 }
 
-/// Jobs in a folder: those with even numbers copy, the others fail in five ways.
-inline std::vector<Job> MakeJobs(const TemporaryFolder& folder, std::size_t count) {
+/// Jobs in a directory: those with even numbers copy, the others fail in five ways.
+inline std::vector<Job> MakeJobs(const TemporaryDirectory& directory, std::size_t count) {
     std::vector<Job> jobs(count);
     for (std::size_t i = 0; i < count; ++i) {
         Job& job = jobs[i];
         const std::string name = "job" + std::to_string(i);
-        job.in = folder / (name + "-in.wav");
-        job.out = folder / (name + "-out.wav");
+        job.in = directory / (name + "-in.wav");
+        job.out = directory / (name + "-out.wav");
         // The channels and the length tell the files apart, the noise their values.
         const auto channels = static_cast<int>(i % 4) + 1;
         job.values = FloatsOf(MakeNoise(static_cast<std::size_t>(channels) * (3000 + 100 * i),
@@ -111,7 +111,7 @@ inline std::vector<Job> MakeJobs(const TemporaryFolder& folder, std::size_t coun
         }
         switch (i / 2 % 5) {
         case 0: // missing
-            job.in = folder / (name + "-missing.wav");
+            job.in = directory / (name + "-missing.wav");
             job.failedFile = job.in;
             break;
         case 1: // no audio file at all
@@ -123,7 +123,7 @@ inline std::vector<Job> MakeJobs(const TemporaryFolder& folder, std::size_t coun
             job.failedFile = job.in;
             break;
         case 3: // nowhere to write to
-            job.out = folder / (name + "-folder/out.wav");
+            job.out = directory / (name + "-directory/out.wav");
             job.failedFile = job.out;
             break;
         default: // not to be decoded
@@ -174,8 +174,8 @@ inline void RunJobsAtOnce(std::size_t threads, int rounds,
     LoadPlugin();
     for (int round = 0; round < rounds; ++round) {
         SCOPED_TRACE(round);
-        const TemporaryFolder folder;
-        const std::vector<Job> jobs = MakeJobs(folder, threads);
+        const TemporaryDirectory directory;
+        const std::vector<Job> jobs = MakeJobs(directory, threads);
         const LogCapture log;
         std::vector<std::string> messages(threads);
         RunOnThreads(threads, [&](std::size_t i) { messages[i] = run(jobs[i]); });

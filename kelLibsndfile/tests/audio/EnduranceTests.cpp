@@ -6,7 +6,7 @@
 #include <CapturingWriter.h>
 #include <OpenDescriptors.h>
 #include <Plugin.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -61,7 +61,7 @@ protected:
         EXPECT_LE(ResidentMemory(), memory + kMostGrowth);
     }
 
-    const TemporaryFolder m_folder{FolderPlace::Memory};
+    const TemporaryDirectory m_directory{DirectoryPlace::Memory};
 
 private:
     template <typename Cycle>
@@ -73,7 +73,7 @@ private:
 };
 
 TEST_F(Endurance, OfOpeningReadingAndReleasingFiles) {
-    const std::string path = m_folder / "in.wav";
+    const std::string path = m_directory / "in.wav";
     WriteAudioFile(path, MakeSfInfo(SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 48000),
                    std::vector<float>(2 * 500, 0.25F));
     auto source = MakeSource();
@@ -88,7 +88,7 @@ TEST_F(Endurance, OfOpeningReadingAndReleasingFiles) {
 }
 
 TEST_F(Endurance, OfFilesThatCanNotBeOpened) {
-    const std::string path = m_folder / "in.wav";
+    const std::string path = m_directory / "in.wav";
     WriteFile(path, "This is no audio.");
     auto source = MakeSource();
     source->SetInitConfig(MakeSourceSettings());
@@ -99,7 +99,7 @@ TEST_F(Endurance, OfFilesThatCanNotBeOpened) {
 TEST_F(Endurance, OfDefiningPushingAndClosing) {
     auto sink = MakeSink();
     sink->SetInitConfig(MakeSinkSettings());
-    const std::wstring path = ConvertPlatformStringToWideString(m_folder / "out.wav");
+    const std::wstring path = ConvertPlatformStringToWideString(m_directory / "out.wav");
     const auto input = MakeInput({});
     const auto sample = MakeContainer(std::string(4000, 'x'));
     ExpectFlat([&] {

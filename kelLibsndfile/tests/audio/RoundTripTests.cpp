@@ -5,7 +5,7 @@
 
 #include <CapturingWriter.h>
 #include <Plugin.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -108,11 +108,11 @@ void ExpectFloatFile(const std::string& path, const SF_INFO& info,
 
 class RoundTrip : public testing::TestWithParam<Target> {
 protected:
-    std::string In() const { return m_folder / "in"; }
-    std::string Out() const { return m_folder / "out"; }
+    std::string In() const { return m_directory / "in"; }
+    std::string Out() const { return m_directory / "out"; }
 
 private:
-    TemporaryFolder m_folder;
+    TemporaryDirectory m_directory;
 };
 
 TEST_P(RoundTrip, KeepsTheBitsOfEveryFloat) {
@@ -182,14 +182,14 @@ class SeriesOfFiles : public RoundTrip {};
 
 TEST_P(SeriesOfFiles, GoThroughTheSameTwoElements) {
     constexpr int kMaxFrames = 1024;
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const auto source = MakeConfiguredSource(kMaxFrames);
     const auto sink = MakeConfiguredSink(GetParam());
     for (std::size_t i = 0; i < kSeries.size(); ++i) {
         const File& file = kSeries[i];
         SCOPED_TRACE(file.name);
-        const std::string in = folder / (std::string(file.name) + ".in");
-        const std::string out = folder / (std::string(file.name) + ".out");
+        const std::string in = directory / (std::string(file.name) + ".in");
+        const std::string out = directory / (std::string(file.name) + ".out");
         const std::vector<float> values = MakeValues(
             file.frames * static_cast<std::size_t>(file.channels), static_cast<std::uint32_t>(i));
         WriteAudioFile(in, MakeSfInfo(SF_FORMAT_WAV | SF_FORMAT_FLOAT, file.channels, file.hertz),

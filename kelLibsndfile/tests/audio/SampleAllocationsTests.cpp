@@ -4,7 +4,7 @@
 #include "HeapCounts.h"
 
 #include <Plugin.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -47,7 +47,7 @@ protected:
 
     // The first samples fill the pool.
     std::shared_ptr<IAudioSource> OpenWarmSource() {
-        const std::string path = m_folder / "in.wav";
+        const std::string path = m_directory / "in.wav";
         WriteSamples(path, kSamples, GetParam());
         auto source = OpenSource(path, GetParam());
         for (int i = 0; i < 2; ++i) {
@@ -58,7 +58,7 @@ protected:
 
     std::shared_ptr<IAudioSink> OpenWarmSink(IAudioSource& source) {
         auto settings = MakeSinkSettings();
-        settings->SetStringValue("FilePath", m_folder / "out.wav");
+        settings->SetStringValue("FilePath", m_directory / "out.wav");
         auto sink = MakeSink();
         sink->SetInitConfig(settings);
         sink->DefineInput(source.GetDefinedOutput(""), "");
@@ -67,7 +67,7 @@ protected:
     }
 
 private:
-    TemporaryFolder m_folder;
+    TemporaryDirectory m_directory;
 };
 
 TEST_P(SampleAllocations, OfGetSampleAreItsThreeObjectsAndNoBlock) {
@@ -109,8 +109,8 @@ INSTANTIATE_TEST_SUITE_P(Frames, SampleAllocations, testing::Values(256, 1024, 1
 // Reads a whole file, and holds so many samples back, as a queue between two threads does.
 std::size_t BlocksOfReading(int samples, std::size_t heldSamples) {
     constexpr int kFramesPerSample = 256;
-    const TemporaryFolder folder;
-    const std::string path = folder / "in.wav";
+    const TemporaryDirectory directory;
+    const std::string path = directory / "in.wav";
     WriteSamples(path, samples, kFramesPerSample);
     const auto source = OpenSource(path, kFramesPerSample);
     std::deque<std::shared_ptr<const ISampleContainer>> held;

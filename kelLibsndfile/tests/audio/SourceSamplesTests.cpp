@@ -5,7 +5,7 @@
 
 #include <CapturingWriter.h>
 #include <Plugin.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -207,8 +207,8 @@ void CheckReading(const std::string& path, const DecodedFile& decoded, int maxFr
 void CheckFile(const SF_INFO& info, std::size_t frames, const std::vector<int>& blockSizes) {
     SCOPED_TRACE(std::to_string(info.channels) + " channels, " + std::to_string(frames) +
                  " frames");
-    const TemporaryFolder folder;
-    const std::string path = folder / "noise";
+    const TemporaryDirectory directory;
+    const std::string path = directory / "noise";
     WriteNoise(path, info, frames);
 
     // The file is what it was meant to be, and holds at least the frames written: some encodings
@@ -227,9 +227,9 @@ void CheckFile(const SF_INFO& info, std::size_t frames, const std::vector<int>& 
 void ExpectRefusal(const SF_INFO& info) {
     SCOPED_TRACE(std::to_string(info.channels) + " channels");
     EXPECT_EQ(sf_format_check(&info), 0);
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     SF_INFO wanted = info;
-    EXPECT_EQ(SndfileHandle(sf_open((folder / "refused").c_str(), SFM_WRITE, &wanted)), nullptr);
+    EXPECT_EQ(SndfileHandle(sf_open((directory / "refused").c_str(), SFM_WRITE, &wanted)), nullptr);
     EXPECT_STREQ(sf_strerror(nullptr), "Format not recognised.");
 }
 

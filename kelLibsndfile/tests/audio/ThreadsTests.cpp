@@ -88,13 +88,13 @@ TEST(ElementsOfManyThreads, HandSamplesFromAReadingToAWritingThread) {
         std::shared_ptr<IAudioSink> sink;
         SampleQueue queue;
     };
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     std::vector<Pipeline> pipelines(kThreads / 2);
     for (std::size_t i = 0; i < pipelines.size(); ++i) {
         Pipeline& pipeline = pipelines[i];
         const std::string name = std::to_string(i);
-        const std::string in = folder / ("in" + name);
-        pipeline.out = folder / ("out" + name);
+        const std::string in = directory / ("in" + name);
+        pipeline.out = directory / ("out" + name);
         pipeline.values = FloatsOf(MakeNoise(100000, static_cast<std::uint32_t>(i)));
         WriteAudioFile(in, MakeSfInfo(SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 48000), pipeline.values);
         pipeline.source = OpenSource(in, 16);

@@ -6,7 +6,7 @@
 
 #include <AudioFiles.h>
 #include <OpenDescriptors.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -93,8 +93,8 @@ protected:
         return findings.Answer(refused, LeftSince(allocations));
     }
 
-    const TemporaryFolder m_folder{FolderPlace::Memory};
-    const std::string m_path = m_folder / "in";
+    const TemporaryDirectory m_directory{DirectoryPlace::Memory};
+    const std::string m_path = m_directory / "in";
     Transcript m_transcript;
     std::string m_undisturbed;
 };
@@ -180,8 +180,8 @@ protected:
         return findings.Answer(refused, LeftSince(allocations));
     }
 
-    const TemporaryFolder m_folder{FolderPlace::Memory};
-    const std::string m_path = m_folder / "out";
+    const TemporaryDirectory m_directory{DirectoryPlace::Memory};
+    const std::string m_path = m_directory / "out";
     Transcript m_transcript;
     std::string m_undisturbed;
     std::vector<std::string> m_contents; // by the number of samples

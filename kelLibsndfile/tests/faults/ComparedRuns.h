@@ -10,7 +10,7 @@
 #include <AudioFiles.h>
 #include <Child.h>
 #include <OpenDescriptors.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -114,7 +114,7 @@ public:
         return m_outcomes;
     }
 
-    const std::string& Folder() const { return m_folderName; }
+    const std::string& Directory() const { return m_directoryName; }
 
 protected:
     /// To be called when everything is there; the run must go well.
@@ -138,7 +138,7 @@ protected:
         return text;
     }
 
-    const TemporaryFolder m_folder{FolderPlace::Memory};
+    const TemporaryDirectory m_directory{DirectoryPlace::Memory};
     Transcript m_transcript;
 
 private:
@@ -162,7 +162,7 @@ private:
         return {result.text.substr(0, end), result.text.substr(end + 1)};
     }
 
-    const std::string m_folderName = m_folder.Path();
+    const std::string m_directoryName = m_directory.Path();
     std::string m_undisturbed;
     Outcomes m_outcomes;
 };
@@ -226,7 +226,7 @@ private:
         return RunAgain(source);
     }
 
-    const std::string m_path = m_folder / "in";
+    const std::string m_path = m_directory / "in";
 };
 
 /// Runs of sinks that write one file.
@@ -298,7 +298,7 @@ private:
     }
 
     Kind m_kind;
-    const std::string m_path = m_folder / "out";
+    const std::string m_path = m_directory / "out";
 };
 
 } // namespace kel::test

@@ -108,7 +108,7 @@ protected:
         const std::string left = isFirst ? "" : LeftSince(allocations);
 
         Register(m_library);
-        findings.Require(Registered() == kElements, "it can not be registered any more");
+        findings.Require(Registered() == kElements, "it cannot be registered any more");
         UnregisterFactories(kName);
         return findings.Answer(refused, left + LeftByAnotherRun(transcript));
     }
@@ -170,11 +170,11 @@ std::string AttemptToLoad(Refusal refusal) {
         findings.Require(refused > 0 && words != nullptr && *words != '\0', "no reason is told");
         library = Load();
     }
-    findings.Require(library != nullptr, "it can not be loaded any more");
+    findings.Require(library != nullptr, "it cannot be loaded any more");
     findings.Require(OpenDescriptors() == descriptors, "a descriptor is left");
     if (library != nullptr) {
         Register(library);
-        findings.Require(Registered() == kElements, "it can not be registered");
+        findings.Require(Registered() == kElements, "it cannot be registered");
         Make();
         UnregisterFactories(kName);
         dlclose(library);
@@ -202,7 +202,7 @@ std::string LoadWithoutADescriptor() {
     const char* words = dlerror();
     findings.Require(words != nullptr && words == expected, "other words");
     library = Load();
-    findings.Require(library != nullptr, "it can not be loaded any more");
+    findings.Require(library != nullptr, "it cannot be loaded any more");
     if (library != nullptr) {
         Register(library);
         Make();

@@ -90,7 +90,7 @@ inline std::vector<Kind> Kinds() {
     throw KELRuntimeError(message);
 }
 
-/// Why a file can not be opened.
+/// Why a file cannot be opened.
 inline std::string OpeningError(const std::string& path) {
     const char* words = sf_strerror(nullptr);
     return "Unable to open file \"" + path + "\" with libsndfile. Error is:\"" +

@@ -3,7 +3,7 @@
 
 #include "ComparedRuns.h"
 
-#include <SndfileStandIn.h>
+#include <FakeSndfile.h>
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 
 #include "ComparedRuns.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -45,14 +45,14 @@ const std::vector<SystemFault> kSinkFaults{{"open", "open", EACCES},
                                            {"interrupted write", "write", EINTR, false},
                                            {"close", "close", EIO}};
 
-// The n-th call of its kind on a file in a folder fails, see testSupport/systemFaults.cpp.
-Disturbance MakeDisturbance(const std::string& folder, const std::string& notes,
+// The n-th call of its kind on a file in a directory fails, see testSupport/systemFaults.cpp.
+Disturbance MakeDisturbance(const std::string& directory, const std::string& notes,
                             const SystemFault& fault, int number, bool lasts) {
     const std::string marker = notes + "/marker";
     const std::string stray = notes + "/stray";
     std::filesystem::remove(marker);
     const auto begin = [=] {
-        setenv("KEL_TEST_FAULTY_FILE", folder.c_str(), 1);
+        setenv("KEL_TEST_FAULTY_FILE", directory.c_str(), 1);
         setenv("KEL_TEST_FAULTY_NUMBER", std::to_string(number).c_str(), 1);
         setenv("KEL_TEST_FAULT_LASTS", lasts ? "1" : "", 1);
         setenv("KEL_TEST_FAULT_ERROR", std::to_string(fault.error).c_str(), 1);
@@ -69,12 +69,12 @@ Disturbance MakeDisturbance(const std::string& folder, const std::string& notes,
 }
 
 void DisturbAll(ComparedRuns& runs, const std::vector<SystemFault>& faults) {
-    const TemporaryFolder notes(FolderPlace::Memory);
+    const TemporaryDirectory notes(DirectoryPlace::Memory);
     for (const SystemFault& fault : faults) {
         for (const bool lasts : {false, true}) {
             if (fault.mayLast || !lasts) {
                 runs.DisturbEach(fault.name, [&](int number) {
-                    return MakeDisturbance(runs.Folder(), notes.Path(), fault, number, lasts);
+                    return MakeDisturbance(runs.Directory(), notes.Path(), fault, number, lasts);
                 });
             }
         }

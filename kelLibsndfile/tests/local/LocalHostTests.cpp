@@ -3,7 +3,7 @@
 
 #include "LocalHost.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -42,10 +42,11 @@ TEST(LocalHost, CatchesAndCastsAcrossTheBordersOfLibraries) {
     ASSERT_NE(library, nullptr) << dlerror();
     auto* const run = reinterpret_cast<LocalHostFunction*>(dlsym(library, "RunLocalHost"));
     ASSERT_NE(run, nullptr) << dlerror();
-    const TemporaryFolder folder;
-    WriteWave(folder / "in.wav");
+    const TemporaryDirectory directory;
+    WriteWave(directory / "in.wav");
 
-    const LocalHostReport report = run((folder / "in.wav").c_str(), (folder / "out.wav").c_str());
+    const LocalHostReport report =
+        run((directory / "in.wav").c_str(), (directory / "out.wav").c_str());
 
     EXPECT_STREQ(report.failure, "");
     EXPECT_TRUE(report.errorCaughtByItsType);

@@ -4,7 +4,7 @@
 
 #include "Sequences.h"
 
-#include <SndfileStandIn.h>
+#include <FakeSndfile.h>
 
 #include <sndfile.h>
 
@@ -39,10 +39,10 @@ struct ModelInput {
 class SinkModel {
 public:
     /// @param type the text of "type" in the manifest
-    /// @param folder where the element writes, with a slash at its end
+    /// @param directory where the element writes, with a slash at its end
     /// @param own where the model writes instead
-    SinkModel(std::string type, std::string folder, std::string own)
-        : m_type(std::move(type)), m_folder(std::move(folder)), m_own(std::move(own)) {}
+    SinkModel(std::string type, std::string directory, std::string own)
+        : m_type(std::move(type)), m_directory(std::move(directory)), m_own(std::move(own)) {}
 
     ~SinkModel() {
         for (SNDFILE* file : m_opened) {
@@ -292,7 +292,7 @@ private:
         SF_INFO info{};
         Map(format, input, info);
         const std::string own =
-            path.rfind(m_folder, 0) == 0 ? m_own + path.substr(m_folder.size()) : path;
+            path.rfind(m_directory, 0) == 0 ? m_own + path.substr(m_directory.size()) : path;
         SNDFILE* file = RealSndfile().open(own.c_str(), SFM_WRITE, &info);
         if (file == nullptr) {
             return expected.Fails("[Unable to open file \"" + path +
@@ -305,7 +305,7 @@ private:
     }
 
     std::string m_type;
-    std::string m_folder;
+    std::string m_directory;
     std::string m_own;
     bool m_configured = false;
     std::optional<std::string> m_configPath;

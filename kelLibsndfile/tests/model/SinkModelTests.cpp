@@ -2,7 +2,7 @@
 
 #include <AudioFiles.h>
 #include <Plugin.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -61,8 +61,9 @@ const std::vector<std::string> kTypes{"WAVE", "AIFF", "BWAVE", "RAW", "Unknown",
 
 // The files that sinks are told to write; the empty name is no path at all. No two of them mean the
 // same file, as the model would have to know the order in which libsndfile writes to both.
-const std::vector<std::string> kNames{"take.wav", "take.aiff",          "TAKE.RF64",    "take", "",
-                                      "take.raw", "no/folder/take.wav", "dotted.d/take"};
+const std::vector<std::string> kNames{
+    "take.wav",     "take.aiff", "TAKE.RF64", "take", "", "take.raw", "no/directory/take.wav",
+    "dotted.d/take"};
 
 // What is wrong with each, if anything, only shows in the model.
 std::vector<ModelInput> MakeModelInputs() {
@@ -173,8 +174,8 @@ std::string ShowReport(const ICheckInputReport& report) {
 // An element and its model, driven alike.
 class SinkPair {
 public:
-    SinkPair(const SinkInputs& inputs, const std::string& folder, const std::string& own)
-        : m_inputs(inputs), m_folder(folder), m_model(kTypes[0], folder, own) {}
+    SinkPair(const SinkInputs& inputs, const std::string& directory, const std::string& own)
+        : m_inputs(inputs), m_directory(directory), m_model(kTypes[0], directory, own) {}
 
     // What the model says and what the element does.
     std::pair<std::string, std::string> Do(const Operation<SinkCall>& operation) {
@@ -251,7 +252,7 @@ private:
 
     std::string PathOf(unsigned choice) const {
         const std::string& name = kNames[choice % kNames.size()];
-        return name.empty() ? name : m_folder + name;
+        return name.empty() ? name : m_directory + name;
     }
 
     std::pair<std::string, std::string> SetInitConfig(unsigned choice) {
@@ -304,18 +305,18 @@ private:
     }
 
     const SinkInputs& m_inputs;
-    std::string m_folder;
+    std::string m_directory;
     SinkModel m_model;
     std::shared_ptr<IAudioSink> m_sink = Make(kTypes[0]);
     unsigned char m_next = 0;
 };
 
-// The files of a folder and what is in them, as text.
-std::string ShowFiles(const std::string& folder) {
+// The files of a directory and what is in them, as text.
+std::string ShowFiles(const std::string& directory) {
     std::vector<std::string> shown;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
         if (entry.is_regular_file()) {
-            shown.push_back(std::filesystem::relative(entry.path(), folder).string() + ": " +
+            shown.push_back(std::filesystem::relative(entry.path(), directory).string() + ": " +
                             WithoutWritingTime(ReadFile(entry.path().string())));
         }
     }
@@ -327,11 +328,11 @@ std::string ShowFiles(const std::string& folder) {
     return text;
 }
 
-// Runs a sequence in a folder of its own; what differs, or "".
+// Runs a sequence in a directory of its own; what differs, or "".
 std::string Compare(const SinkInputs& inputs, const Operations<SinkCall>& operations) {
-    const TemporaryFolder folder(FolderPlace::Memory);
+    const TemporaryDirectory directory(DirectoryPlace::Memory);
     for (const char* name : {"element/dotted.d", "model/dotted.d"}) {
-        std::filesystem::create_directories(folder.Path() / name);
+        std::filesystem::create_directories(directory.Path() / name);
     }
     std::set<SNDFILE*> open;
     StandIn().open = [&open](const char* path, int mode, SF_INFO* info) {
@@ -351,7 +352,7 @@ std::string Compare(const SinkInputs& inputs, const Operations<SinkCall>& operat
     std::string difference;
     std::size_t expectedOpen = 0;
     {
-        SinkPair pair(inputs, folder / "element/", folder / "model/");
+        SinkPair pair(inputs, directory / "element/", directory / "model/");
         for (std::size_t i = 0; i < operations.size() && difference.empty(); ++i) {
             const auto [expected, observed] = pair.Do(operations[i]);
             if (expected != observed) {
@@ -360,7 +361,8 @@ std::string Compare(const SinkInputs& inputs, const Operations<SinkCall>& operat
             }
         }
         expectedOpen = pair.ExpectedOpenFiles();
-        if (difference.empty() && ShowFiles(folder / "element") != ShowFiles(folder / "model")) {
+        if (difference.empty() &&
+            ShowFiles(directory / "element") != ShowFiles(directory / "model")) {
             difference = "the files differ";
         }
     }

@@ -14,8 +14,8 @@ namespace kel::test {
 /// A file that a source can be told to open, and what is known of it.
 struct ModelFile {
     std::string path;
-    std::string name;      ///< without folders
-    std::string openError; ///< libsndfile's text when it can not be opened; otherwise empty
+    std::string name;      ///< without directories
+    std::string openError; ///< libsndfile's text when it cannot be opened; otherwise empty
     std::uint32_t channels = 0;
     std::uint32_t rate = 0;
     int format = 0;

@@ -1,8 +1,8 @@
 #include "SourceModel.h"
 
+#include <FakeSndfile.h>
 #include <Plugin.h>
-#include <SndfileStandIn.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <sndfile.h>
 
@@ -91,11 +91,11 @@ public:
         Add("three.rf64", SF_FORMAT_RF64 | SF_FORMAT_FLOAT, 3, 96000, 64);
         Add("packed.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 8000, 50);
         Add("empty.wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, 2, 48000, 0);
-        WriteFile(m_folder / "text.wav", "This is no audio.");
+        WriteFile(m_directory / "text.wav", "This is no audio.");
         AddBroken("text.wav");
         AddBroken("missing.wav");
-        std::filesystem::create_directory(m_folder / "folder.wav");
-        AddBroken("folder.wav");
+        std::filesystem::create_directory(m_directory / "directory.wav");
+        AddBroken("directory.wav");
     }
 
     const std::vector<ModelFile>& All() const { return m_files; }
@@ -106,7 +106,7 @@ private:
         info.format = format;
         info.channels = channels;
         info.samplerate = rate;
-        ModelFile file{m_folder / name,
+        ModelFile file{m_directory / name,
                        name,
                        "",
                        static_cast<std::uint32_t>(channels),
@@ -133,7 +133,7 @@ private:
 
     void AddBroken(const std::string& name) {
         ModelFile file;
-        file.path = m_folder / name;
+        file.path = m_directory / name;
         file.name = name;
         SF_INFO info{};
         if (sf_open(file.path.c_str(), SFM_READ, &info) != nullptr) {
@@ -143,7 +143,7 @@ private:
         m_files.push_back(std::move(file));
     }
 
-    TemporaryFolder m_folder;
+    TemporaryDirectory m_directory;
     std::vector<ModelFile> m_files;
 };
 

@@ -1,10 +1,10 @@
 /// libsndfile without files: what the sink asks of it is noted and answered from here.
 #pragma once
 
-#include "FrameworkStandIn.h"
+#include "FakeFramework.h"
 #include "SinkTestSupport.h"
 
-#include <SndfileStandIn.h>
+#include <FakeSndfile.h>
 
 #include <array>
 #include <cstddef>

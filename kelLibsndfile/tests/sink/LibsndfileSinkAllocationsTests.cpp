@@ -2,7 +2,7 @@
 
 #include "SinkTestSupport.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <cstddef>
 #include <cstdlib>
@@ -70,8 +70,8 @@ TEST(LibsndfileSinkAllocations, AreOneForASinkAndItsReferenceCount) {
 }
 
 TEST(LibsndfileSinkAllocations, AreOneForEachPushedSampleWhateverItsSize) {
-    const TemporaryFolder folder;
-    const auto sink = MakeWritingSink(folder / "take.wav");
+    const TemporaryDirectory directory;
+    const auto sink = MakeWritingSink(directory / "take.wav");
     for (const std::size_t size : {0U, 4U, 4096U, 4000000U}) {
         const auto container = MakeContainer(std::string(size, 'x'));
         for (int i = 0; i < 3; ++i) {
@@ -79,12 +79,12 @@ TEST(LibsndfileSinkAllocations, AreOneForEachPushedSampleWhateverItsSize) {
         }
     }
     sink->Close(false);
-    EXPECT_EQ(ReadFile(folder / "take.wav").size(), 80U + 3U * (4U + 4096U + 4000000U));
+    EXPECT_EQ(ReadFile(directory / "take.wav").size(), 80U + 3U * (4U + 4096U + 4000000U));
 }
 
 TEST(LibsndfileSinkAllocations, AreNoneForAnEmptyContainer) {
-    const TemporaryFolder folder;
-    const auto sink = MakeWritingSink(folder / "take.wav");
+    const TemporaryDirectory directory;
+    const auto sink = MakeWritingSink(directory / "take.wav");
     const auto empty =
         CreateSampleContainer(std::vector<std::shared_ptr<const ISample>>(), nullptr);
     EXPECT_EQ(AllocationsOf([&] { sink->PushSample(empty); }), 0U);

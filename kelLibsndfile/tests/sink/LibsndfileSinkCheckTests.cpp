@@ -1,9 +1,9 @@
 // What a sink answers when it is asked whether it would take an input.
 
-#include "Doubles.h"
 #include "FakeFiles.h"
+#include "FrameworkDoubles.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <cstddef>
 #include <memory>
@@ -331,14 +331,14 @@ TEST_F(LibsndfileSinkCheck, IgnoresTheName) {
 }
 
 TEST_F(LibsndfileSinkCheck, CreatesNoFileAndLeavesANewSinkAsItWas) {
-    const TemporaryFolder folder;
-    const auto sink = MakeConfiguredSink("WAVE", folder / "take.wav");
+    const TemporaryDirectory directory;
+    const auto sink = MakeConfiguredSink("WAVE", directory / "take.wav");
     for (int i = 0; i < 3; ++i) {
         sink->CheckInputAndAdaptIfNecessary(MakeInput({}), "");
         sink->CheckInputAndAdaptIfNecessary(MakeInput(BigEndian()), "");
         sink->CheckInputAndAdaptIfNecessary(CreateInfoContainer(InfoList{}, nullptr), "");
     }
-    EXPECT_EQ(folder.Names(), std::vector<std::string>());
+    EXPECT_EQ(directory.Names(), std::vector<std::string>());
     EXPECT_EQ(SndfileCalls(), Times(6, "sf_format_check"));
     EXPECT_EQ(sink->GetDefinedInput(""), nullptr);
 }

@@ -2,7 +2,7 @@
 
 #include "FakeFiles.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -14,17 +14,17 @@ namespace {
 
 class LibsndfileSinkCreation : public StandInTest {
 protected:
-    TemporaryFolder folder;
+    TemporaryDirectory directory;
 };
 
 TEST_F(LibsndfileSinkCreation, RefusesWhatLibsndfileDoesNotTakeAndLeavesTheFileOfThatName) {
-    WriteFile(folder / "take.wav", "precious");
-    const auto sink = MakeConfiguredSink("WAVE", folder / "take.wav");
+    WriteFile(directory / "take.wav", "precious");
+    const auto sink = MakeConfiguredSink("WAVE", directory / "take.wav");
     ExpectRefusal(kInputRefused, [&] { sink->DefineInput(MakeInput(BigEndian()), ""); },
                   {Info(kFromBoth + "WAVE")});
     EXPECT_EQ(SndfileCalls(), Times(1, "sf_format_check"));
     EXPECT_EQ(sink->GetDefinedInput(""), nullptr);
-    EXPECT_EQ(ReadFile(folder / "take.wav"), "precious");
+    EXPECT_EQ(ReadFile(directory / "take.wav"), "precious");
 }
 
 TEST_F(LibsndfileSinkCreation, FailsOnTheEmptyPath) {
@@ -35,16 +35,16 @@ TEST_F(LibsndfileSinkCreation, FailsOnTheEmptyPath) {
     EXPECT_EQ(sink->GetDefinedInput(""), input);
 }
 
-TEST_F(LibsndfileSinkCreation, FailsInAFolderThatIsNotThere) {
-    const std::string path = folder / "no such folder/take.wav";
+TEST_F(LibsndfileSinkCreation, FailsInADirectoryThatIsNotThere) {
+    const std::string path = directory / "no such directory/take.wav";
     const auto sink = MakeConfiguredSink("WAVE", path);
     ExpectRefusal(CanNotOpen(path, "System error : No such file or directory."),
                   [&] { sink->DefineInput(MakeInput({}), ""); }, {Info(kFromBoth + "WAVE")});
-    EXPECT_EQ(folder.Names(), std::vector<std::string>());
+    EXPECT_EQ(directory.Names(), std::vector<std::string>());
 }
 
-TEST_F(LibsndfileSinkCreation, FailsOnAFolder) {
-    const std::string path = folder.Path().string();
+TEST_F(LibsndfileSinkCreation, FailsOnADirectory) {
+    const std::string path = directory.Path().string();
     const auto sink = MakeConfiguredSink("AIFF", path);
     ExpectRefusal(CanNotOpen(path, "System error : Is a directory."),
                   [&] { sink->DefineInput(MakeInput({}), ""); }, {Info(kFromType + "AIFF")});
@@ -59,7 +59,7 @@ TEST_F(LibsndfileSinkCreation, FailsOnAFullDevice) {
 TEST_F(LibsndfileSinkCreation, FailsAtRateZeroWhichTheCheckLetsPass) {
     Layout layout;
     layout.rate = 0;
-    const std::string path = folder / "take.wav";
+    const std::string path = directory / "take.wav";
     const auto sink = MakeConfiguredSink("WAVE", path);
     EXPECT_EQ(sink->CheckInputAndAdaptIfNecessary(MakeInput(layout), "")->GetErrorType(), 0);
     ExpectRefusal(CanNotOpen(path, "Internal error : SF_INFO struct incomplete."),
@@ -68,16 +68,16 @@ TEST_F(LibsndfileSinkCreation, FailsAtRateZeroWhichTheCheckLetsPass) {
 
 TEST_F(LibsndfileSinkCreation, SucceedsOnASecondTryWithAnotherPath) {
     const auto sink = MakeConfiguredSink("WAVE");
-    sink->Open(ConvertPlatformStringToWideString(folder / "no such folder/take.wav"));
+    sink->Open(ConvertPlatformStringToWideString(directory / "no such directory/take.wav"));
     EXPECT_THROW(sink->DefineInput(MakeInput({}), ""), KELRuntimeError);
-    sink->Open(ConvertPlatformStringToWideString(folder / "take.wav"));
+    sink->Open(ConvertPlatformStringToWideString(directory / "take.wav"));
     sink->DefineInput(MakeInput({}), "");
     sink->Close(false);
-    EXPECT_EQ(folder.Names(), std::vector<std::string>({"take.wav"}));
+    EXPECT_EQ(directory.Names(), std::vector<std::string>({"take.wav"}));
 }
 
 TEST_F(LibsndfileSinkCreation, WritesAnAIFFFileUnderTheNameOfAWAVEFile) {
-    const std::string path = folder / "take.wav";
+    const std::string path = directory / "take.wav";
     const auto sink = MakeConfiguredSink("AIFF", path);
     ExpectRecords({Overridden("WAVE", "AIFF")}, [&] { sink->DefineInput(MakeInput({}), ""); });
     sink->Close(false);
@@ -86,7 +86,7 @@ TEST_F(LibsndfileSinkCreation, WritesAnAIFFFileUnderTheNameOfAWAVEFile) {
 }
 
 TEST_F(LibsndfileSinkCreation, ReplacesAFileOfThatName) {
-    const std::string path = folder / "take.wav";
+    const std::string path = directory / "take.wav";
     WriteFile(path, std::string(1000, 'x'));
     const auto sink = MakeWritingSink(path);
     sink->Close(false);
@@ -95,8 +95,8 @@ TEST_F(LibsndfileSinkCreation, ReplacesAFileOfThatName) {
 }
 
 TEST_F(LibsndfileSinkCreation, CreatesTheFileBeforeTheFirstSample) {
-    const auto sink = MakeWritingSink(folder / "take.wav");
-    EXPECT_EQ(folder.Names(), std::vector<std::string>({"take.wav"}));
+    const auto sink = MakeWritingSink(directory / "take.wav");
+    EXPECT_EQ(directory.Names(), std::vector<std::string>({"take.wav"}));
     sink->Close(false);
 }
 
@@ -104,17 +104,17 @@ TEST_F(LibsndfileSinkCreation, CreatesFilesWithNamesOfAnyBytes) {
     for (const std::string name : {"Gr\xC3\xBC\xC3\x9F"
                                    "e.wav",
                                    "\xFF\xC3.wav", "new\nline.wav"}) {
-        const auto fromSettings = MakeWritingSink(folder / name);
+        const auto fromSettings = MakeWritingSink(directory / name);
         fromSettings->Close(false);
-        EXPECT_EQ(folder.Names(), std::vector<std::string>({name}));
-        std::filesystem::remove(folder.Path() / name);
+        EXPECT_EQ(directory.Names(), std::vector<std::string>({name}));
+        std::filesystem::remove(directory.Path() / name);
 
         const auto fromOpen = MakeConfiguredSink("WAVE");
-        fromOpen->Open(ConvertPlatformStringToWideString(folder / name));
+        fromOpen->Open(ConvertPlatformStringToWideString(directory / name));
         fromOpen->DefineInput(MakeInput({}), "");
         fromOpen->Close(false);
-        EXPECT_EQ(folder.Names(), std::vector<std::string>({name}));
-        std::filesystem::remove(folder.Path() / name);
+        EXPECT_EQ(directory.Names(), std::vector<std::string>({name}));
+        std::filesystem::remove(directory.Path() / name);
     }
 }
 
@@ -124,22 +124,22 @@ TEST_F(LibsndfileSinkCreation, CreatesASecondFileWhileTheFirstStaysUnfinished) {
         opened.push_back(RealSndfile().open(path, mode, info));
         return opened.back();
     };
-    const auto sink = MakeWritingSink(folder / "first.wav");
+    const auto sink = MakeWritingSink(directory / "first.wav");
     sink->PushSample(MakeContainer("abcd"));
-    sink->SetInitConfig(MakeSettingsFor(folder / "second.wav"));
+    sink->SetInitConfig(MakeSettingsFor(directory / "second.wav"));
     sink->DefineInput(MakeInput({}), "");
     sink->PushSample(MakeContainer("efghijkl"));
     sink->Close(false);
     const auto& calls = SndfileCalls();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "sf_close"), 1);
 
-    const std::string second = ReadFile(folder / "second.wav");
+    const std::string second = ReadFile(directory / "second.wav");
     EXPECT_EQ(second.substr(80), "efghijkl");
-    const std::string unfinished = ReadFile(folder / "first.wav");
+    const std::string unfinished = ReadFile(directory / "first.wav");
     EXPECT_EQ(unfinished.substr(76, 4), std::string(4, '\0'));
     ASSERT_EQ(opened.size(), 2U);
     EXPECT_EQ(RealSndfile().close(opened[0]), 0);
-    const std::string first = ReadFile(folder / "first.wav");
+    const std::string first = ReadFile(directory / "first.wav");
     EXPECT_EQ(first.substr(76), std::string("\4\0\0\0abcd", 8));
 }
 

@@ -1,7 +1,7 @@
 // How a sink learns what it will receive, settles path and container, and creates its file.
 
-#include "Doubles.h"
 #include "FakeFiles.h"
+#include "FrameworkDoubles.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -202,19 +202,19 @@ TEST_F(LibsndfileSinkDefineInput, RefusesTwoPathsEvenWhereTheyAreEqual) {
 }
 
 TEST_F(LibsndfileSinkDefineInput, TakesThePathOfTheSettings) {
-    const auto sink = MakeConfiguredSink("WAVE", "folder/take.wav");
+    const auto sink = MakeConfiguredSink("WAVE", "directory/take.wav");
     sink->DefineInput(MakeInput({}), "");
     ASSERT_EQ(files.openings.size(), 1U);
-    EXPECT_EQ(files.openings[0].path, "folder/take.wav");
+    EXPECT_EQ(files.openings[0].path, "directory/take.wav");
     EXPECT_EQ(files.openings[0].mode, 0x20);
 }
 
 TEST_F(LibsndfileSinkDefineInput, TakesThePathThatOpenWasGiven) {
     const auto sink = MakeConfiguredSink("WAVE");
-    sink->Open(L"folder/take.wav");
+    sink->Open(L"directory/take.wav");
     sink->DefineInput(MakeInput({}), "");
     ASSERT_EQ(files.openings.size(), 1U);
-    EXPECT_EQ(files.openings[0].path, "folder/take.wav");
+    EXPECT_EQ(files.openings[0].path, "directory/take.wav");
     EXPECT_EQ(files.openings[0].mode, 0x20);
 }
 

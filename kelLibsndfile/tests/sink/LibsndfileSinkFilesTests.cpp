@@ -3,7 +3,7 @@
 
 #include "Combinations.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -135,8 +135,8 @@ std::string ExpectedAIFF(const Layout& layout, const std::string& bytes) {
 
 class LibsndfileSinkFile : public ::testing::TestWithParam<Combination> {
 protected:
-    TemporaryFolder folder;
-    std::string path = folder / "take";
+    TemporaryDirectory directory;
+    std::string path = directory / "take";
 };
 
 // The time is that of the file's PEAK chunk, if it has one.
@@ -224,8 +224,8 @@ INSTANTIATE_TEST_SUITE_P(Of, LibsndfileSinkFile, ::testing::ValuesIn(WritableCom
 class LibsndfileSinkCombination : public ::testing::TestWithParam<Combination> {};
 
 TEST_P(LibsndfileSinkCombination, IsTakenOrRefusedAsTheFormatHasIt) {
-    const TemporaryFolder folder;
-    const std::string path = folder / "take";
+    const TemporaryDirectory directory;
+    const std::string path = directory / "take";
     const auto info = MakeInfo(GetParam().layout);
     const auto input = CreateInfoContainer(info, nullptr);
     const auto sink = MakeConfiguredSink(GetParam().type, path);
@@ -237,7 +237,7 @@ TEST_P(LibsndfileSinkCombination, IsTakenOrRefusedAsTheFormatHasIt) {
         EXPECT_EQ(report->GetErrorType(), 0);
         ExpectRecords({fromType}, [&] { sink->DefineInput(input, ""); });
         sink->Close(false);
-        EXPECT_EQ(folder.Names(), std::vector<std::string>({"take"}));
+        EXPECT_EQ(directory.Names(), std::vector<std::string>({"take"}));
     } else {
         EXPECT_EQ(report->GetErrorType(), kEncoding);
         ASSERT_EQ(report->GetAcceptedEncodings().size(), 1U);
@@ -245,7 +245,7 @@ TEST_P(LibsndfileSinkCombination, IsTakenOrRefusedAsTheFormatHasIt) {
         EXPECT_EQ(report->GetAcceptedEncodings().begin()->second.size(), 0U);
         ExpectRefusal(kInputRefused, [&] { sink->DefineInput(input, ""); }, {fromType});
         EXPECT_EQ(sink->GetDefinedInput(""), nullptr);
-        EXPECT_EQ(folder.Names(), std::vector<std::string>());
+        EXPECT_EQ(directory.Names(), std::vector<std::string>());
     }
 }
 
@@ -284,16 +284,16 @@ TEST(LibsndfileSinkCombinations, AreThirtyOfWhichSixteenAreTaken) {
 
 TEST(LibsndfileSinkCombinations, AreTakenWithUpTo1024Channels) {
     for (const std::string type : {"WAVE", "BWAVE", "AIFF"}) {
-        const TemporaryFolder folder;
+        const TemporaryDirectory directory;
         Layout layout;
         layout.channels = 1024;
-        const auto sink = MakeConfiguredSink(type, folder / "take");
+        const auto sink = MakeConfiguredSink(type, directory / "take");
         sink->DefineInput(MakeInput(layout), "");
         sink->Close(false);
-        EXPECT_EQ(folder.Names().size(), 1U);
+        EXPECT_EQ(directory.Names().size(), 1U);
 
         for (const std::uint32_t channels : {1025U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
-            const TemporaryFolder empty;
+            const TemporaryDirectory empty;
             layout.channels = channels;
             const auto refusing = MakeConfiguredSink(type, empty / "take");
             EXPECT_EQ(

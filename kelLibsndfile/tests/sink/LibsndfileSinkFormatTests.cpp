@@ -1,8 +1,8 @@
 // What libsndfile is told of a container and a PCM layout. The check and the creation of the file
 // both tell it; what they say is looked at in front of libsndfile.
 
-#include "Doubles.h"
 #include "FakeFiles.h"
+#include "FrameworkDoubles.h"
 
 #include <cstdint>
 #include <ostream>

@@ -1,9 +1,9 @@
 // A sink from its construction to its end, and what it refuses.
 
-#include "Doubles.h"
 #include "FakeFiles.h"
+#include "FrameworkDoubles.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <fcntl.h>
 #include <functional>
@@ -172,7 +172,7 @@ TEST_F(LibsndfileSinkLifecycle, ReadsThePathAgainWhenTheInputIsDefined) {
 
 TEST_F(LibsndfileSinkLifecycle, OnlyKeepsThePathOnOpen) {
     const auto sink = MakeConfiguredSink("WAVE");
-    ExpectRecords({}, [&] { sink->Open(L"/no such folder/take.wav"); });
+    ExpectRecords({}, [&] { sink->Open(L"/no such directory/take.wav"); });
     EXPECT_EQ(SndfileCalls(), Times(0, ""));
     EXPECT_EQ(sink->GetDefinedInput(""), nullptr);
 }
@@ -426,8 +426,8 @@ protected:
     // What an operation writes to standard error.
     template <typename Operation>
     static std::string StandardErrorOf(Operation operation) {
-        const TemporaryFolder folder;
-        const std::string path = folder / "errors";
+        const TemporaryDirectory directory;
+        const std::string path = directory / "errors";
         const int original = dup(STDERR_FILENO);
         const int file = open(path.c_str(), O_CREAT | O_WRONLY, 0600);
         dup2(file, STDERR_FILENO);
@@ -497,8 +497,8 @@ protected:
 
     std::string Content() const { return ReadFile(path); }
 
-    TemporaryFolder folder;
-    std::string path = folder / "take.wav";
+    TemporaryDirectory directory;
+    std::string path = directory / "take.wav";
     std::vector<SNDFILE*> opened;
 };
 
@@ -535,11 +535,11 @@ TEST_F(LibsndfileSinkOfARealFile, FinishesItOnCloseWithEitherFlagAndOnRelease) {
 TEST_F(LibsndfileSinkOfARealFile, WritesAnotherAfterTheFirst) {
     const auto sink = MakeConfiguredSink("WAVE");
     for (const std::string name : {"one.wav", "two.wav"}) {
-        sink->Open(ConvertPlatformStringToWideString(folder / name));
+        sink->Open(ConvertPlatformStringToWideString(directory / name));
         sink->DefineInput(MakeInput({}), "");
         sink->PushSample(MakeContainer(name.substr(0, 4)));
         sink->Close(false);
-        EXPECT_EQ(ReadFile(folder / name).substr(80), name.substr(0, 4));
+        EXPECT_EQ(ReadFile(directory / name).substr(80), name.substr(0, 4));
     }
 }
 

@@ -5,7 +5,7 @@
 #include "SinkTestSupport.h"
 
 #include <LibsndfileSink.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -38,11 +38,11 @@ class LibsndfileSinkOverride : public ::testing::Test {
 protected:
     /// Defines an input with this name.
     void Define(DecidingSink& sink) {
-        sink.SetInitConfig(MakeSettingsFor(folder / "take.wav"));
+        sink.SetInitConfig(MakeSettingsFor(directory / "take.wav"));
         sink.DefineInput(input, "the name");
     }
 
-    TemporaryFolder folder;
+    TemporaryDirectory directory;
     std::shared_ptr<const IInfoContainer> input = MakeInput({});
     const Line fromBoth{LogLevel::Info,
                         "Read the following WrapperFormat from both extension and type: WAVE"};
@@ -52,7 +52,7 @@ TEST_F(LibsndfileSinkOverride, RefusesWhatItsHeirRefuses) {
     DecidingSink sink(CreateCheckInputReportTrackError({}));
     ExpectRefusal(kInputRefused, [&] { Define(sink); }, {fromBoth});
     EXPECT_EQ(sink.GetDefinedInput(""), nullptr);
-    EXPECT_EQ(folder.Names(), std::vector<std::string>());
+    EXPECT_EQ(directory.Names(), std::vector<std::string>());
 }
 
 TEST_F(LibsndfileSinkOverride, AcceptsWhatItsHeirAccepts) {
@@ -61,7 +61,7 @@ TEST_F(LibsndfileSinkOverride, AcceptsWhatItsHeirAccepts) {
         DecidingSink sink(report);
         ExpectRecords({fromBoth}, [&] { Define(sink); });
         EXPECT_EQ(sink.GetDefinedInput(""), input);
-        EXPECT_EQ(folder.Names(), std::vector<std::string>({"take.wav"}));
+        EXPECT_EQ(directory.Names(), std::vector<std::string>({"take.wav"}));
         sink.Close(false);
     }
 }

@@ -1,9 +1,9 @@
 // How a sink writes what is pushed.
 
-#include "Doubles.h"
 #include "FakeFiles.h"
+#include "FrameworkDoubles.h"
 
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <csignal>
 #include <cstddef>
@@ -257,8 +257,8 @@ class LibsndfileSinkRealWrite : public StandInTest {
 protected:
     std::string SampleBytes() const { return ReadFile(path).substr(80); }
 
-    TemporaryFolder folder;
-    std::string path = folder / "take.wav";
+    TemporaryDirectory directory;
+    std::string path = directory / "take.wav";
 };
 
 TEST_F(LibsndfileSinkRealWrite, IsLoggedWithoutAFile) {

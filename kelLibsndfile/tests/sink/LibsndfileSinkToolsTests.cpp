@@ -3,7 +3,7 @@
 #include "Combinations.h"
 
 #include <Process.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 
 #include <cstddef>
 #include <gtest/gtest.h>
@@ -42,8 +42,9 @@ template <typename MakeCommand>
 void ExpectSameAudio(const Combination& combination, MakeCommand makeCommand) {
     for (const std::uint32_t channels : kChannelCounts) {
         SCOPED_TRACE(std::to_string(channels) + " channels");
-        const TemporaryFolder folder;
-        const std::string path = folder / (combination.type == "AIFF" ? "take.aiff" : "take.wav");
+        const TemporaryDirectory directory;
+        const std::string path =
+            directory / (combination.type == "AIFF" ? "take.aiff" : "take.wav");
         const Layout layout = WithChannels(combination.layout, channels);
         const std::string bytes = Encode(MakeValues(layout, std::size_t{2000} * channels), layout);
         WriteThroughSink(path, combination.type, layout, bytes);

@@ -2,10 +2,10 @@
 /// of either is noted in one list and answered from here.
 #pragma once
 
-#include "FrameworkStandIn.h"
+#include "FakeFramework.h"
 #include "SourceTestSupport.h"
 
-#include <SndfileStandIn.h>
+#include <FakeSndfile.h>
 
 #include <array>
 #include <cstddef>
@@ -243,8 +243,8 @@ protected:
         }
     }
 
-    const std::wstring kPath = L"/folder/file.wav";
-    const std::string kName = "/folder/file.wav";
+    const std::wstring kPath = L"/directory/file.wav";
+    const std::string kName = "/directory/file.wav";
 
     SF_INFO info{1000, 44100, 2, kWaveFormat, 1, 1};
     std::vector<Opening> openings;

@@ -59,8 +59,8 @@ private:
 void ExpectNamesKept() {
     for (const std::string& name : kNames) {
         SCOPED_TRACE(name);
-        const TemporaryFolder folder;
-        const std::string path = WriteWave(folder, {2, 44100, 12345}, name);
+        const TemporaryDirectory directory;
+        const std::string path = WriteWave(directory, {2, 44100, 12345}, name);
 
         const auto settings = MakeReadSettings(1024);
         settings->SetStringValue("FilePath", path);
@@ -104,12 +104,12 @@ TEST(LibsndfileSourceFileNames, DoNotDependOnTheLocaleOfTheEnvironment) {
     std::setlocale(LC_ALL, former.c_str());
 }
 
-TEST(LibsndfileSourceFileNames, MayGoWithFoldersOfAnyName) {
+TEST(LibsndfileSourceFileNames, MayGoWithDirectoriesOfAnyName) {
     for (const std::string& name : kNames) {
         SCOPED_TRACE(name);
-        const TemporaryFolder folder;
-        std::filesystem::create_directory(folder.Path() / name);
-        const std::string path = WriteWave(folder, {}, name + "/" + name);
+        const TemporaryDirectory directory;
+        std::filesystem::create_directory(directory.Path() / name);
+        const std::string path = WriteWave(directory, {}, name + "/" + name);
         const auto source = MakeConfiguredSource();
         ExpectRecords({OpenedLine(path, 2, 2500, kWaveFormat), AllocatorLine()},
                       [&] { source->Open(ConvertPlatformStringToWideString(path)); });
@@ -118,17 +118,17 @@ TEST(LibsndfileSourceFileNames, MayGoWithFoldersOfAnyName) {
 }
 
 TEST(LibsndfileSourceFileNames, AreTakenAsTheWideTextsThatTheyStandFor) {
-    const TemporaryFolder folder;
-    WriteWave(folder, {}, "\xC3\xA4 \xF0\x9F\x8E\xB5.wav");
+    const TemporaryDirectory directory;
+    WriteWave(directory, {}, "\xC3\xA4 \xF0\x9F\x8E\xB5.wav");
     const auto source = MakeConfiguredSource();
-    source->Open(ConvertPlatformStringToWideString(folder / "") + L"\u00E4 \U0001F3B5.wav");
+    source->Open(ConvertPlatformStringToWideString(directory / "") + L"\u00E4 \U0001F3B5.wav");
     EXPECT_EQ(TrackGroupOf(*source), "\xC3\xA4 \xF0\x9F\x8E\xB5.wav");
 }
 
 TEST(LibsndfileSourceFileNames, LikeNamesOfAllocatorsStandUnchangedInRefusals) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const std::string name = "100%s\n\xE4\xC3\xA4 allocator";
-    const std::string path = WriteWave(folder);
+    const std::string path = WriteWave(directory);
     const auto settings = MakeSourceSettings();
     settings->SetStringValue("AllocatorRef", name);
     const auto source = MakeSource();

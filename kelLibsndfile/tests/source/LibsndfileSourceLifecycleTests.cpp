@@ -20,7 +20,7 @@ protected:
             source = MakeSource();
             return;
         }
-        const std::string path = WriteWave(m_folder);
+        const std::string path = WriteWave(m_directory);
         source = OpenSource(path);
         if (GetParam() == "Released") {
             source->Release();
@@ -32,7 +32,7 @@ protected:
     std::shared_ptr<IAudioSource> source;
 
 private:
-    TemporaryFolder m_folder;
+    TemporaryDirectory m_directory;
 };
 
 INSTANTIATE_TEST_SUITE_P(States, LibsndfileSourceInEachState,
@@ -125,8 +125,8 @@ TEST(LibsndfileSourceInterfaces, ShareTheManifest) {
 }
 
 TEST(LibsndfileSourceInterfaces, ShareTheFile) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const std::shared_ptr<IAudioSource> source = MakeConfiguredSource();
     const std::shared_ptr<IMediaSource> data = source;
     const std::shared_ptr<ISourceControl> control = source;
@@ -149,8 +149,8 @@ TEST(LibsndfileSourceInterfaces, LeadToEachOther) {
 }
 
 TEST(LibsndfileSourceSettings, OpenTheFileThatTheyName) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto settings = MakeReadSettings(1024);
     settings->SetStringValue("FilePath", path);
     const auto source = MakeSource();
@@ -172,8 +172,8 @@ TEST(LibsndfileSourceSettings, OpenNothingWhenTheyNameNoFile) {
 }
 
 TEST(LibsndfileSourceSettings, HaveDefaultsThatSuffice) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = MakeSource();
     source->SetInitConfig(MakeSourceSettings());
     source->Open(ConvertPlatformStringToWideString(path));
@@ -198,8 +198,8 @@ TEST(LibsndfileSourceSettings, AreHeldUntilOthersReplaceThem) {
 }
 
 TEST(LibsndfileSourceSettings, AreReplacedAlsoWhenTheirFileDoesNotOpen) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = OpenSource(path, 1000);
     const auto settings = MakeReadSettings(10);
     settings->SetStringValue("FilePath", path);
@@ -209,8 +209,8 @@ TEST(LibsndfileSourceSettings, AreReplacedAlsoWhenTheirFileDoesNotOpen) {
 }
 
 TEST(LibsndfileSourceSettings, KeepTheFileOpenWhenTheyNameNone) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = OpenSource(path, 1000);
     ExpectRecords({}, [&] { source->SetInitConfig(MakeReadSettings(10)); });
     EXPECT_TRUE(source->IsMediaOpen());
@@ -233,8 +233,8 @@ TEST(LibsndfileSourceSettings, CanNotBeMissing) {
 }
 
 TEST(LibsndfileSourceRelease, ClosesTheFileForEveryOperation) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = OpenSource(path);
     const auto outputs = source->GetAvailableOutputs();
     source->Release();
@@ -255,10 +255,10 @@ TEST(LibsndfileSourceRelease, ClosesTheFileForEveryOperation) {
 }
 
 TEST(LibsndfileSourceRelease, AllowsAnotherFile) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const Shape other{1, 8000, 300};
-    const std::string path = WriteWave(folder);
-    const std::string otherPath = WriteWave(folder, other, "other.wav");
+    const std::string path = WriteWave(directory);
+    const std::string otherPath = WriteWave(directory, other, "other.wav");
     const auto source = OpenSource(path);
     source->Release();
     source->Open(ConvertPlatformStringToWideString(otherPath));
@@ -270,10 +270,10 @@ TEST(LibsndfileSourceRelease, AllowsAnotherFile) {
 TEST(LibsndfileSourceRelease, LetsTheNextFileBeReadLikeOneWithoutAHeader) {
     // libsndfile takes the extension for the encoding of a file without a header, and what it is
     // handed for the encoding of the next.
-    const TemporaryFolder folder;
-    const std::string headerless = folder / "speech.vox";
+    const TemporaryDirectory directory;
+    const std::string headerless = directory / "speech.vox";
     WriteFile(headerless, std::string(1000, '\x80'));
-    const std::string path = WriteWave(folder);
+    const std::string path = WriteWave(directory);
     const auto bytes = static_cast<std::int64_t>(WaveBytes({}).size());
     const auto source = OpenSource(headerless);
     EXPECT_EQ(source->GetTimeLimits("").duration, 2 * 1000);
@@ -287,8 +287,8 @@ TEST(LibsndfileSourceRelease, LetsTheNextFileBeReadLikeOneWithoutAHeader) {
 }
 
 TEST(LibsndfileSourceRelease, LetsTheStampsGoOnInTheNextFile) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = OpenSource(path);
     EXPECT_EQ(StampOf(source->GetSample()), (Stamp{0, 1024, 8192}));
     source->Release();
@@ -299,8 +299,8 @@ TEST(LibsndfileSourceRelease, LetsTheStampsGoOnInTheNextFile) {
 }
 
 TEST(LibsndfileSourceRelease, KeepsTheChoiceOfOutputs) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = OpenSource(path);
     source->ActivateOutputs({});
     source->Release();
@@ -310,8 +310,8 @@ TEST(LibsndfileSourceRelease, KeepsTheChoiceOfOutputs) {
 }
 
 TEST(LibsndfileSourceRelease, LeavesWhatWasHandedOut) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     auto source = OpenSource(path);
     const auto container = source->GetSample();
     const auto output = source->GetDefinedOutput("");

@@ -42,7 +42,7 @@ void WriteSilence(const std::string& path, int format, const Shape& shape) {
     const sf_count_t written = sf_writef_float(file, silence.data(), shape.frames);
     sf_close(file);
     if (written != shape.frames) {
-        throw std::runtime_error("can not write " + path);
+        throw std::runtime_error("cannot write " + path);
     }
 }
 
@@ -101,9 +101,9 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& format) { return format.param.name; });
 
 TEST_P(LibsndfileSourceOpeningFormats, AreAnnouncedAsFloatSamples) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const auto& [name, word, shape] = GetParam();
-    const std::string path = folder / name;
+    const std::string path = directory / name;
     WriteSilence(path, word, shape);
     SF_INFO info{};
     sf_close(sf_open(path.c_str(), SFM_READ, &info));
@@ -116,8 +116,8 @@ TEST_P(LibsndfileSourceOpeningFormats, AreAnnouncedAsFloatSamples) {
 }
 
 TEST(LibsndfileSourceOpening, LogsWhatItFound) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = MakeConfiguredSource();
     const LogCapture log;
     source->Open(ConvertPlatformStringToWideString(path));
@@ -135,8 +135,8 @@ TEST(LibsndfileSourceOpening, LogsWhatItFound) {
 }
 
 TEST(LibsndfileSourceOpening, TakesTheSameFileWhateverTheRegisteredFormat) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     for (const std::string type : {"AIFF", "WAVE", "BWAVE"}) {
         SCOPED_TRACE(type);
         const auto source = MakeSource(type);
@@ -147,27 +147,27 @@ TEST(LibsndfileSourceOpening, TakesTheSameFileWhateverTheRegisteredFormat) {
 }
 
 TEST(LibsndfileSourceOpening, TakesAFileWithoutFrames) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const Shape shape{1, 44100, 0};
-    const std::string path = WriteWave(folder, shape);
+    const std::string path = WriteWave(directory, shape);
     const auto source = MakeConfiguredSource();
     ExpectRecords({OpenedLine(path, 1, 0, kWaveFormat), AllocatorLine()},
                   [&] { source->Open(ConvertPlatformStringToWideString(path)); });
     ExpectAnnouncement(*source, shape, "audio.wav");
 }
 
-TEST(LibsndfileSourceOpening, NamesTheTrackGroupAfterTheFileWithoutItsFolders) {
-    const TemporaryFolder folder;
-    std::filesystem::create_directories(folder.Path() / "one.wav" / "two");
-    const std::string path = WriteWave(folder, {}, "one.wav/two/three.wav");
+TEST(LibsndfileSourceOpening, NamesTheTrackGroupAfterTheFileWithoutItsDirectories) {
+    const TemporaryDirectory directory;
+    std::filesystem::create_directories(directory.Path() / "one.wav" / "two");
+    const std::string path = WriteWave(directory, {}, "one.wav/two/three.wav");
     ExpectAnnouncement(*OpenSource(path), {}, "three.wav");
 }
 
 TEST(LibsndfileSourceOpening, NamesTheTrackGroupAfterAPathThatIsAFileName) {
-    const TemporaryFolder folder;
-    WriteWave(folder, {}, "here.wav");
+    const TemporaryDirectory directory;
+    WriteWave(directory, {}, "here.wav");
     const auto former = std::filesystem::current_path();
-    std::filesystem::current_path(folder.Path());
+    std::filesystem::current_path(directory.Path());
     const auto source = MakeConfiguredSource();
     ExpectRecords({OpenedLine("here.wav", 2, 2500, kWaveFormat), AllocatorLine()},
                   [&] { source->Open(L"here.wav"); });
@@ -176,10 +176,10 @@ TEST(LibsndfileSourceOpening, NamesTheTrackGroupAfterAPathThatIsAFileName) {
 }
 
 TEST(LibsndfileSourceOpening, DescribesEachFileAnew) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const Shape other{1, 8000, 10};
-    const std::string path = WriteWave(folder);
-    const std::string otherPath = WriteWave(folder, other, "other.wav");
+    const std::string path = WriteWave(directory);
+    const std::string otherPath = WriteWave(directory, other, "other.wav");
     const auto source = OpenSource(path);
     const auto former = AnnouncedBy(*source);
     source->Release();
@@ -190,12 +190,12 @@ TEST(LibsndfileSourceOpening, DescribesEachFileAnew) {
 }
 
 TEST(LibsndfileSourceOpening, RefusesASecondFileAndKeepsTheFirst) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
-    const std::string otherPath = WriteWave(folder, {1, 8000, 10}, "other.wav");
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
+    const std::string otherPath = WriteWave(directory, {1, 8000, 10}, "other.wav");
     const auto source = OpenSource(path);
     const auto info = AnnouncedBy(*source);
-    for (const std::string& second : {path, otherPath, folder / "missing.wav", std::string()}) {
+    for (const std::string& second : {path, otherPath, directory / "missing.wav", std::string()}) {
         SCOPED_TRACE(second);
         ExpectRefusal(kOpenedTwice,
                       [&] { source->Open(ConvertPlatformStringToWideString(second)); });
@@ -207,12 +207,13 @@ TEST(LibsndfileSourceOpening, RefusesASecondFileAndKeepsTheFirst) {
 }
 
 TEST(LibsndfileSourceOpening, FailsWithTheTextOfLibsndfile) {
-    const TemporaryFolder folder;
-    WriteFile(folder / "empty.wav", "");
-    WriteFile(folder / "text.wav", "This is no audio file.");
-    WriteFile(folder / "cut.wav", WaveBytes({}).substr(0, 36));
-    for (const std::string& path : {folder / "missing.wav", folder / "empty.wav",
-                                    folder / "text.wav", folder / "cut.wav", folder / ""}) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "empty.wav", "");
+    WriteFile(directory / "text.wav", "This is no audio file.");
+    WriteFile(directory / "cut.wav", WaveBytes({}).substr(0, 36));
+    for (const std::string& path :
+         {directory / "missing.wav", directory / "empty.wav", directory / "text.wav",
+          directory / "cut.wav", directory / ""}) {
         SCOPED_TRACE(path);
         const std::string message = UnableToOpen(path);
         const auto source = MakeConfiguredSource();
@@ -224,8 +225,8 @@ TEST(LibsndfileSourceOpening, FailsWithTheTextOfLibsndfile) {
 }
 
 TEST(LibsndfileSourceOpening, SaysThatAFileIsMissing) {
-    const TemporaryFolder folder;
-    const std::string path = folder / "missing.wav";
+    const TemporaryDirectory directory;
+    const std::string path = directory / "missing.wav";
     const auto source = MakeConfiguredSource();
     ExpectRefusal("[Unable to open file \"" + path +
                       "\" with libsndfile. Error is:\"System error : No such file or "
@@ -241,9 +242,9 @@ TEST(LibsndfileSourceOpening, FailsForAnEmptyPath) {
 }
 
 TEST(LibsndfileSourceOpening, FailsForAPathWithoutANarrowForm) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const std::wstring path =
-        ConvertPlatformStringToWideString(WriteWave(folder)) + std::wstring(1, L'\0') + L".wav";
+        ConvertPlatformStringToWideString(WriteWave(directory)) + std::wstring(1, L'\0') + L".wav";
     const auto source = MakeConfiguredSource();
     ExpectRefusal(
         "[the wide text has no narrow form: character 0 at position " +
@@ -253,8 +254,8 @@ TEST(LibsndfileSourceOpening, FailsForAPathWithoutANarrowForm) {
 }
 
 TEST(LibsndfileSourceOpening, FailsOutOfTheSettingsWithTheSameText) {
-    const TemporaryFolder folder;
-    const std::string path = folder / "missing.wav";
+    const TemporaryDirectory directory;
+    const std::string path = directory / "missing.wav";
     const std::string message = UnableToOpen(path);
     const auto settings = MakeSourceSettings();
     settings->SetStringValue("FilePath", path);
@@ -264,10 +265,10 @@ TEST(LibsndfileSourceOpening, FailsOutOfTheSettingsWithTheSameText) {
 }
 
 TEST(LibsndfileSourceOpening, SucceedsAfterAFailure) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = MakeConfiguredSource();
-    EXPECT_THROW(source->Open(ConvertPlatformStringToWideString(folder / "missing.wav")),
+    EXPECT_THROW(source->Open(ConvertPlatformStringToWideString(directory / "missing.wav")),
                  KELRuntimeError);
     source->Open(ConvertPlatformStringToWideString(path));
     ExpectAnnouncement(*source, {}, "audio.wav");
@@ -286,8 +287,8 @@ public:
 };
 
 TEST(LibsndfileSourceAllocatorName, HasToExist) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto settings = MakeSourceSettings();
     settings->SetStringValue("AllocatorRef", "nowhere");
     const auto source = MakeSource();
@@ -299,20 +300,20 @@ TEST(LibsndfileSourceAllocatorName, HasToExist) {
 }
 
 TEST(LibsndfileSourceAllocatorName, FailsAfterTheFileHasBeenOpened) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const auto settings = MakeSourceSettings();
     settings->SetStringValue("AllocatorRef", "nowhere");
     const auto source = MakeSource();
     source->SetInitConfig(settings);
-    const std::string missing = folder / "missing.wav";
+    const std::string missing = directory / "missing.wav";
     const std::string message = UnableToOpen(missing);
     ExpectRefusal(message, [&] { source->Open(ConvertPlatformStringToWideString(missing)); });
     EXPECT_FALSE(source->IsMediaOpen());
 }
 
 TEST(LibsndfileSourceAllocatorName, LeavesAnOpenFileWithoutOutputsWhenItIsUnknown) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto settings = MakeSourceSettings();
     settings->SetStringValue("FilePath", path);
     settings->SetStringValue("AllocatorRef", "nowhere");
@@ -334,8 +335,8 @@ TEST(LibsndfileSourceAllocatorName, LeavesAnOpenFileWithoutOutputsWhenItIsUnknow
 }
 
 TEST(LibsndfileSourceAllocatorName, IsReadWhenAFileIsOpened) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto settings = MakeSourceSettings();
     const auto source = MakeSource();
     source->SetInitConfig(settings);
@@ -348,8 +349,8 @@ TEST(LibsndfileSourceAllocatorName, IsReadWhenAFileIsOpened) {
 }
 
 TEST(LibsndfileSourceAllocatorName, DoesNotDecideWhereTheBuffersComeFrom) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto named = std::make_shared<CountingAllocator>();
     RegisterAllocator("named", named);
     const auto held = named.use_count();
@@ -365,8 +366,8 @@ TEST(LibsndfileSourceAllocatorName, DoesNotDecideWhereTheBuffersComeFrom) {
 }
 
 TEST(LibsndfileSourceWithoutSettings, OpensTheFileButFails) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = MakeSource();
     ExpectRefusal(kNotConfigured, [&] { source->Open(ConvertPlatformStringToWideString(path)); },
                   {OpenedLine(path, 2, 2500, kWaveFormat)});
@@ -374,8 +375,8 @@ TEST(LibsndfileSourceWithoutSettings, OpensTheFileButFails) {
 }
 
 TEST(LibsndfileSourceWithoutSettings, AnswersEmptyAndDeliversNothing) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = MakeSource();
     EXPECT_THROW(source->Open(ConvertPlatformStringToWideString(path)), KELRuntimeError);
     ExpectRecords({}, [&] {
@@ -389,8 +390,8 @@ TEST(LibsndfileSourceWithoutSettings, AnswersEmptyAndDeliversNothing) {
 }
 
 TEST(LibsndfileSourceWithoutSettings, OpensAFileAfterItsReleaseAndItsSettings) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = MakeSource();
     EXPECT_THROW(source->Open(ConvertPlatformStringToWideString(path)), KELRuntimeError);
     source->Release();

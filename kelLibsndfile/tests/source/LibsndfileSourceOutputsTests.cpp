@@ -19,8 +19,8 @@ protected:
         return source->GetDefinedOutput("")->GetAudioInfos().at(0)->GetChannelInfo();
     }
 
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder, {5, 44100, 2500});
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory, {5, 44100, 2500});
     const std::shared_ptr<IAudioSource> source = OpenSource(path);
 };
 
@@ -43,8 +43,8 @@ TEST(LibsndfileSourceOutputsClosed, CanNotBeActivated) {
 }
 
 TEST(LibsndfileSourceOutputsClosed, DoNotChangeByARefusedChoice) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = MakeConfiguredSource();
     ExpectRefusal(kClosed, [&] { source->ActivateOutputs({}); });
     source->Open(ConvertPlatformStringToWideString(path));

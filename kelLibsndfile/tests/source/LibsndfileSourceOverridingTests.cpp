@@ -44,8 +44,8 @@ protected:
 
     void OpenFile() { source->Open(ConvertPlatformStringToWideString(path)); }
 
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const std::shared_ptr<OverridingSource> source = std::make_shared<OverridingSource>(nullptr);
 };
 

@@ -40,8 +40,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(LibsndfileSourceReadings, DeliverTheWholeFileInOrder) {
     const auto& [shape, maxFrames, stamps] = GetParam();
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder, shape), maxFrames);
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory, shape), maxFrames);
     ExpectRecords({}, [&, &shape = shape, &stamps = stamps] {
         for (const Stamp& stamp : stamps) {
             const auto container = source->GetSample();
@@ -56,8 +56,8 @@ TEST_P(LibsndfileSourceReadings, DeliverTheWholeFileInOrder) {
 }
 
 TEST(LibsndfileSourceReading, StampsInFramesOfTheFilesRate) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder, {2, 22050, 2500}));
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory, {2, 22050, 2500}));
     source->GetSample();
     const TimeLimits limits = OnlySample(source->GetSample())->GetTimeLimits();
     EXPECT_EQ(limits.start.GetTimeNumber(), 1024);
@@ -68,8 +68,8 @@ TEST(LibsndfileSourceReading, StampsInFramesOfTheFilesRate) {
 }
 
 TEST(LibsndfileSourceReading, SharesTheAnnouncedDescription) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder));
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory));
     const auto info = source->GetDefinedOutput("")->GetAudioInfos().at(0);
     for (int i = 0; i < 2; ++i) {
         const auto sample = OnlySample(source->GetSample());
@@ -80,16 +80,16 @@ TEST(LibsndfileSourceReading, SharesTheAnnouncedDescription) {
 }
 
 TEST(LibsndfileSourceReading, DeliversOneSampleWithoutMetadataOrPackaging) {
-    const TemporaryFolder folder;
-    const auto container = OpenSource(WriteWave(folder))->GetSample();
+    const TemporaryDirectory directory;
+    const auto container = OpenSource(WriteWave(directory))->GetSample();
     EXPECT_EQ(container->GetAudioSamples(nullptr, nullptr).size(), 1U);
     EXPECT_EQ(container->GetPackagingInfo(), nullptr);
     EXPECT_EQ(OnlySample(container)->GetMetadatas().size(), 0U);
 }
 
 TEST(LibsndfileSourceReading, GivesEachSampleABufferOfItsOwn) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder), 500);
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory), 500);
     std::vector<std::shared_ptr<const ISampleContainer>> containers;
     std::set<const void*> data;
     for (int i = 0; i < 5; ++i) {
@@ -105,9 +105,9 @@ TEST(LibsndfileSourceReading, GivesEachSampleABufferOfItsOwn) {
 }
 
 TEST(LibsndfileSourceReading, ReadsTheSettingAtEachCall) {
-    const TemporaryFolder folder;
+    const TemporaryDirectory directory;
     const auto settings = MakeReadSettings(10);
-    settings->SetStringValue("FilePath", WriteWave(folder));
+    settings->SetStringValue("FilePath", WriteWave(directory));
     const auto source = MakeSource();
     source->SetInitConfig(settings);
     EXPECT_EQ(StampOf(source->GetSample()), (Stamp{0, 10, 80}));
@@ -120,8 +120,8 @@ TEST(LibsndfileSourceReading, ReadsTheSettingAtEachCall) {
 }
 
 TEST(LibsndfileSourceReading, DeliversNothingInBuffersOfNoFrames) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder), 0);
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory), 0);
     ExpectRecords({}, [&] {
         EXPECT_EQ(source->GetSample(), nullptr);
         EXPECT_EQ(source->GetSample(), nullptr);
@@ -130,8 +130,8 @@ TEST(LibsndfileSourceReading, DeliversNothingInBuffersOfNoFrames) {
 }
 
 TEST(LibsndfileSourceReading, GoesOnDeliveringNothingAtTheEnd) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder), 2500);
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory), 2500);
     ASSERT_NE(source->GetSample(), nullptr);
     ExpectRecords({}, [&] {
         EXPECT_EQ(source->GetSample(), nullptr);
@@ -142,8 +142,8 @@ TEST(LibsndfileSourceReading, GoesOnDeliveringNothingAtTheEnd) {
 }
 
 TEST(LibsndfileSourceReading, KeepsItsStampAtTheEnd) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder), 2500);
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory), 2500);
     source->GetSample();
     EXPECT_EQ(source->GetSample(), nullptr);
     source->GotoTimeOffset(Frames(0, {44100, 1}), "");
@@ -158,8 +158,8 @@ TEST(LibsndfileSourceReading, DeliversNothingWithoutAFile) {
 }
 
 TEST(LibsndfileSourceReading, ResumesWhereItStoppedWhenTheOutputIsActivatedAgain) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder), 1000);
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory), 1000);
     source->GetSample();
     source->ActivateOutputs({});
     ExpectRecords({}, [&] {
@@ -173,8 +173,8 @@ TEST(LibsndfileSourceReading, ResumesWhereItStoppedWhenTheOutputIsActivatedAgain
 }
 
 TEST(LibsndfileSourceReading, GoesOnWithTheStampsAfterASeek) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder));
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory));
     source->GetSample();
     source->GetSample();
     source->GotoTimeOffset(Frames(0, {44100, 1}), "");
@@ -184,8 +184,8 @@ TEST(LibsndfileSourceReading, GoesOnWithTheStampsAfterASeek) {
 }
 
 TEST(LibsndfileSourceReading, IsNotChangedByWhatTheSourceHasNoUseFor) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder));
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory));
     source->GetSample();
     ExpectRecords({}, [&] {
         source->Interrupt();
@@ -198,8 +198,8 @@ TEST(LibsndfileSourceReading, IsNotChangedByWhatTheSourceHasNoUseFor) {
 }
 
 TEST(LibsndfileSourceReading, FailsWhereTheSettingsDoNotDeclareTheSize) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto prototype = CreateParametersCollectionPrototype();
     prototype->AddStringParameter("FilePath", "");
     prototype->AddStringParameter("AllocatorRef", "");
@@ -215,8 +215,8 @@ TEST(LibsndfileSourceReading, FailsWhereTheSettingsDoNotDeclareTheSize) {
 }
 
 TEST(LibsndfileSourceReading, DoesNotReportAFileThatEndsEarly) {
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const auto source = OpenSource(path, 1000);
     std::filesystem::resize_file(path, std::filesystem::file_size(path) - std::uintmax_t{4} * 1000);
     ExpectRecords({}, [&] {

@@ -31,14 +31,14 @@ protected:
         EXPECT_EQ(ValuesOf(source->GetSample()), ExpectedValues({}, frame, 100));
     }
 
-    const TemporaryFolder folder;
-    const std::string path = WriteWave(folder);
+    const TemporaryDirectory directory;
+    const std::string path = WriteWave(directory);
     const std::shared_ptr<IAudioSource> source = OpenSource(path, 100);
 };
 
 TEST(LibsndfileSourceTimeLimits, AreTheFramesOfTheFile) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder, {1, 44100, 441000}));
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory, {1, 44100, 441000}));
     ExpectRecords({}, [&] {
         const TimeLimits limits = source->GetTimeLimits("");
         EXPECT_EQ(limits.start.GetTimeNumber(), 0);
@@ -50,8 +50,8 @@ TEST(LibsndfileSourceTimeLimits, AreTheFramesOfTheFile) {
 }
 
 TEST(LibsndfileSourceTimeLimits, AreEmptyForAFileWithoutFrames) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder, {1, 8000, 0}));
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory, {1, 8000, 0}));
     const TimeLimits limits = source->GetTimeLimits("");
     EXPECT_EQ(limits.start.GetTimeNumber(), 0);
     EXPECT_EQ(limits.start.GetEditRate(), EditRate(8000, 1));
@@ -209,8 +209,8 @@ TEST_F(LibsndfileSourceSeeking, NeedsAFileBeforeAnythingElse) {
 }
 
 TEST(LibsndfileSourceSeekingEmptyFile, GoesToItsOnlyPlace) {
-    const TemporaryFolder folder;
-    const auto source = OpenSource(WriteWave(folder, {1, 44100, 0}));
+    const TemporaryDirectory directory;
+    const auto source = OpenSource(WriteWave(directory, {1, 44100, 0}));
     EXPECT_EQ(source->GotoTimeOffset(Frames(0, kRate), "").GetTimeNumber(), 0);
     ExpectRefusal(kPastEnd, [&] { source->GotoTimeOffset(Frames(1, kRate), ""); });
 }

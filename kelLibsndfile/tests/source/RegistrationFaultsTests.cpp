@@ -1,10 +1,10 @@
 // Registration, call by call: what the framework is asked for, and what is left when it fails.
 
-#include "FrameworkStandIn.h"
+#include "FakeFramework.h"
 
 #include <CapturingWriter.h>
+#include <FakeSndfile.h>
 #include <Plugin.h>
-#include <SndfileStandIn.h>
 
 #include <cstddef>
 #include <dlfcn.h>

@@ -4,7 +4,7 @@
 
 #include <CapturingWriter.h>
 #include <Plugin.h>
-#include <TemporaryFolder.h>
+#include <TemporaryDirectory.h>
 #include <kelCore.h>
 
 #include <cstdint>
@@ -142,11 +142,11 @@ inline std::string WaveBytes(const Shape& shape) {
     return bytes;
 }
 
-/// Writes a WAVE file into a folder.
+/// Writes a WAVE file into a directory.
 /// @returns its path
-inline std::string WriteWave(const TemporaryFolder& folder, const Shape& shape = {},
+inline std::string WriteWave(const TemporaryDirectory& directory, const Shape& shape = {},
                              const std::string& name = "audio.wav") {
-    const std::string path = folder / name;
+    const std::string path = directory / name;
     WriteFile(path, WaveBytes(shape));
     return path;
 }

@@ -321,7 +321,7 @@ public:
         }
         KEL_CHECK(Takes(*input), "not this input");
         m_stream.open(m_path);
-        KEL_CHECK(m_stream.is_open(), "the file can not be created");
+        KEL_CHECK(m_stream.is_open(), "the file cannot be created");
         m_defined = std::move(input);
         m_isWriting = true;
     }

@@ -1,0 +1,224 @@
+#include "analysis/Loudness.h"
+
+#include "audio/SampleConverter.h"
+#include "base/Errors.h"
+#include "base/Text.h"
+#include "elements/RangeReader.h"
+
+#include <ebur128.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+// Everything from the largest positive value of 16 bits on.
+constexpr float kFullScale = 32767.0F / 32768.0F;
+
+// The running levels of all channels.
+class Levels {
+public:
+    explicit Levels(std::uint32_t channels) : m_channels(channels), m_squares(channels, 0.0) {}
+
+    void Add(const FloatView& floats) {
+        const std::size_t channels = m_channels.size();
+        for (std::size_t channel = 0; channel < channels; ++channel) {
+            for (std::size_t i = channel; i < floats.count; i += channels) {
+                AddValue(channel, floats.values[i]);
+            }
+        }
+        m_frames += floats.count / std::max<std::size_t>(channels, 1);
+    }
+
+    std::vector<ChannelLevel> Result() const {
+        std::vector<ChannelLevel> result = m_channels;
+        for (std::size_t channel = 0; channel < result.size(); ++channel) {
+            const std::uint64_t finite = m_frames - result[channel].nonFinite;
+            if (finite > 0) {
+                result[channel].rms = std::sqrt(m_squares[channel] / static_cast<double>(finite));
+            }
+        }
+        return result;
+    }
+
+private:
+    void AddValue(std::size_t channel, float value) {
+        ChannelLevel& level = m_channels[channel];
+        if (!std::isfinite(value)) {
+            ++level.nonFinite;
+            return;
+        }
+        const float magnitude = std::abs(value);
+        level.peak = std::max(level.peak, static_cast<double>(magnitude));
+        level.atFullScale += magnitude >= kFullScale ? 1 : 0;
+        m_squares[channel] += static_cast<double>(value) * static_cast<double>(value);
+    }
+
+    std::vector<ChannelLevel> m_channels;
+    std::vector<double> m_squares; // the sum for each channel
+    std::uint64_t m_frames = 0;
+};
+
+// The loudness meter, where there is one for the rate and the number of channels.
+class Loudness {
+public:
+    Loudness(std::uint32_t channels, std::uint32_t rate)
+        : m_channels(channels),
+          m_state(ebur128_init(channels, rate,
+                               EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK)) {}
+
+    void Add(const FloatView& floats) {
+        if (m_state == nullptr) {
+            return;
+        }
+        m_values.assign(floats.values, floats.values + floats.count);
+        for (float& value : m_values) {
+            value = std::isfinite(value) ? value : 0.0F;
+        }
+        if (ebur128_add_frames_float(m_state.get(), m_values.data(), floats.count / m_channels) !=
+            EBUR128_SUCCESS) {
+            throw JobError("the loudness could not be measured: out of memory");
+        }
+        m_frames += floats.count / m_channels;
+    }
+
+    void Fill(Measurement& measurement) const {
+        if (m_state == nullptr) {
+            return;
+        }
+        FillTruePeak(measurement);
+        double integrated = 0;
+        // Silence is infinitely quiet, and has no range either.
+        if (ebur128_loudness_global(m_state.get(), &integrated) != EBUR128_SUCCESS ||
+            !std::isfinite(integrated)) {
+            return;
+        }
+        measurement.integrated = integrated;
+        // The range is one of stretches of 3 s; the meter says 0 where there was none.
+        constexpr std::uint64_t kStretch = 3;
+        double range = 0;
+        if (m_frames >= kStretch * m_state->samplerate &&
+            ebur128_loudness_range(m_state.get(), &range) == EBUR128_SUCCESS) {
+            measurement.range = range;
+        }
+    }
+
+private:
+    void FillTruePeak(Measurement& measurement) const {
+        double truePeak = 0;
+        for (unsigned channel = 0; channel < m_channels; ++channel) {
+            double peak = 0;
+            if (ebur128_true_peak(m_state.get(), channel, &peak) == EBUR128_SUCCESS) {
+                truePeak = std::max(truePeak, peak);
+            }
+        }
+        measurement.truePeak = Decibels(truePeak);
+    }
+
+    struct Destroy {
+        void operator()(ebur128_state* state) const { ebur128_destroy(&state); }
+    };
+
+    std::uint32_t m_channels;
+    std::uint64_t m_frames = 0;
+    std::unique_ptr<ebur128_state, Destroy> m_state;
+    std::vector<float> m_values;
+};
+
+std::string FormatLevel(const std::optional<double>& level, const char* unit) {
+    return level.has_value() ? fmt::format("{:.1f} {}", *level, unit) : "none";
+}
+
+nlohmann::json OrNull(const std::optional<double>& value) {
+    return value.has_value() ? nlohmann::json(*value) : nlohmann::json();
+}
+
+std::optional<double> FromNull(const nlohmann::json& value) {
+    return value.is_null() ? std::nullopt : std::optional(value.get<double>());
+}
+
+} // namespace
+
+std::optional<double> Decibels(double level) {
+    constexpr double kPerDecade = 20;
+    return level > 0 ? std::optional(kPerDecade * std::log10(level)) : std::nullopt;
+}
+
+Measurement Measure(const SourceReader& source, const std::string& file, const HostLogger& log,
+                    Reporter& reporter) {
+    const std::size_t firstError = log.CountErrors();
+    Levels levels(source.Channels());
+    Loudness loudness(source.Channels(), source.Rate());
+    std::int64_t frames = 0;
+    while (const SampleHandle sample = source.Element().GetSample()) {
+        const FloatView floats = FloatsOf(*sample);
+        levels.Add(floats);
+        loudness.Add(floats);
+        frames += static_cast<std::int64_t>(floats.count / source.Channels());
+        reporter.Progress(frames, source.Frames(), source.Rate());
+    }
+    RequireDelivered(log, firstError, file, source.Frames(), frames);
+    Measurement measurement;
+    measurement.channels = levels.Result();
+    loudness.Fill(measurement);
+    return measurement;
+}
+
+void to_json(nlohmann::json& json, const Measurement& measurement) {
+    auto channels = nlohmann::json::array();
+    for (const ChannelLevel& level : measurement.channels) {
+        channels.push_back({{"peak", level.peak},
+                            {"peak_dbfs", OrNull(Decibels(level.peak))},
+                            {"rms", level.rms},
+                            {"rms_dbfs", OrNull(Decibels(level.rms))},
+                            {"at_full_scale", level.atFullScale},
+                            {"non_finite", level.nonFinite}});
+    }
+    json = {{"channels", channels},
+            {"integrated_lufs", OrNull(measurement.integrated)},
+            {"range_lu", OrNull(measurement.range)},
+            {"true_peak_dbtp", OrNull(measurement.truePeak)}};
+}
+
+void from_json(const nlohmann::json& json, Measurement& measurement) {
+    measurement.channels.clear();
+    for (const auto& level : json.at("channels")) {
+        measurement.channels.push_back(
+            {level.at("peak"), level.at("rms"), level.at("at_full_scale"), level.at("non_finite")});
+    }
+    measurement.integrated = FromNull(json.at("integrated_lufs"));
+    measurement.range = FromNull(json.at("range_lu"));
+    measurement.truePeak = FromNull(json.at("true_peak_dbtp"));
+}
+
+std::string FormatMeasurement(const Measurement& measurement) {
+    std::vector<std::vector<std::string>> rows;
+    for (std::size_t i = 0; i < measurement.channels.size(); ++i) {
+        const ChannelLevel& level = measurement.channels[i];
+        rows.push_back({fmt::format("{}", i + 1), FormatLevel(Decibels(level.peak), "dBFS"),
+                        FormatLevel(Decibels(level.rms), "dBFS"),
+                        fmt::format("{}", level.atFullScale), fmt::format("{}", level.nonFinite)});
+    }
+    return FormatTable({{"Channel", Align::Right},
+                        {"Peak", Align::Right},
+                        {"RMS", Align::Right},
+                        {"At full scale", Align::Right},
+                        {"Not finite", Align::Right}},
+                       rows) +
+           fmt::format(
+               "Integrated loudness  {}\nLoudness range       {}\nTrue peak            {}\n",
+               FormatLevel(measurement.integrated, "LUFS"), FormatLevel(measurement.range, "LU"),
+               FormatLevel(measurement.truePeak, "dBTP"));
+}
+
+} // namespace kel::host

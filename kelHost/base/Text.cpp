@@ -1,0 +1,117 @@
+#include "base/Text.h"
+
+#include <PlatformString.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+bool IsControl(wchar_t character) {
+    return character < 0x20 || (character >= 0x7F && character <= 0x9F);
+}
+
+// The one code point for each byte that is not UTF-8, see ConvertPlatformStringToWideString.
+bool IsEscapedByte(wchar_t character) {
+    return character >= 0xDC80 && character <= 0xDCFF;
+}
+
+std::string EscapeCharacter(wchar_t character) {
+    switch (character) {
+    case L'\n':
+        return "\\n";
+    case L'\r':
+        return "\\r";
+    case L'\t':
+        return "\\t";
+    default:
+        break;
+    }
+    if (IsEscapedByte(character)) {
+        return fmt::format("\\x{:02X}", static_cast<unsigned>(character) & 0xFFU);
+    }
+    if (IsControl(character)) {
+        return fmt::format("\\x{:02X}", static_cast<unsigned>(character));
+    }
+    return ConvertWideStringToPlatformString(std::wstring(1, character));
+}
+
+} // namespace
+
+std::size_t CountCharacters(const std::string& text) {
+    return ConvertPlatformStringToWideString(text).size();
+}
+
+std::string KeepEnd(const std::string& text, std::size_t most) {
+    const std::wstring characters = ConvertPlatformStringToWideString(text);
+    if (characters.size() <= most) {
+        return text;
+    }
+    constexpr std::size_t kDots = 3;
+    const std::size_t dots = std::min(most, kDots);
+    return std::string(dots, '.') +
+           ConvertWideStringToPlatformString(characters.substr(characters.size() - (most - dots)));
+}
+
+std::string Escape(std::string_view text) {
+    std::string escaped;
+    for (const wchar_t character : ConvertPlatformStringToWideString(std::string(text))) {
+        escaped += EscapeCharacter(character);
+    }
+    return escaped;
+}
+
+std::string FormatDuration(std::int64_t frames, std::uint32_t rate) {
+    if (rate == 0) {
+        return "unknown";
+    }
+    // Seconds and milliseconds apart, as the whole in milliseconds may be too large a number.
+    const std::int64_t rest = frames % rate;
+    const std::int64_t millis = (rest * 1000 + rate / 2) / rate;
+    return fmt::format("{}.{:03}", FormatSeconds(frames / rate + millis / 1000), millis % 1000);
+}
+
+std::string FormatSeconds(std::int64_t seconds) {
+    return fmt::format("{}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
+}
+
+std::string FormatTable(const std::vector<Column>& columns,
+                        const std::vector<std::vector<std::string>>& rows) {
+    std::vector<std::size_t> widths;
+    std::vector<std::string> titles;
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        std::size_t width = CountCharacters(columns[i].title);
+        for (const auto& row : rows) {
+            width = std::max(width, CountCharacters(row[i]));
+        }
+        widths.push_back(width);
+        titles.push_back(columns[i].title);
+    }
+
+    std::string table;
+    const auto appendRow = [&](const std::vector<std::string>& row) {
+        std::string line;
+        for (std::size_t i = 0; i < columns.size(); ++i) {
+            const std::string padding(widths[i] - CountCharacters(row[i]), ' ');
+            line += i == 0 ? "" : "  ";
+            line += columns[i].align == Align::Right ? padding + row[i] : row[i] + padding;
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        table += line + "\n";
+    };
+    appendRow(titles);
+    for (const auto& row : rows) {
+        appendRow(row);
+    }
+    return table;
+}
+
+} // namespace kel::host

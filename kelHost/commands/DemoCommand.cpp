@@ -1,0 +1,118 @@
+#include "commands/DemoCommand.h"
+
+#include "audio/Formats.h"
+#include "audio/SampleConverter.h"
+#include "base/Errors.h"
+#include "base/OutputFile.h"
+#include "base/Text.h"
+#include "container/HeaderSizes.h"
+#include "elements/Elements.h"
+#include "transfer/Transfer.h"
+
+#include <IAudioInfo.h>
+#include <IAudioSample.h>
+#include <IBuffer.h>
+#include <IInfoContainer.h>
+#include <IMemoryBlock.h>
+#include <ISampleContainer.h>
+#include <KELRuntimeError.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+constexpr std::uint32_t kRate = 48000;
+constexpr std::uint32_t kChannels = 2;
+constexpr std::size_t kFrames = std::size_t{4} * kRate;
+constexpr double kTwoPi = 6.283185307179586;
+
+// One plucked note of the chord.
+struct Note {
+    double hertz;
+    double startSeconds;
+    double pan; // 0 left, 1 right
+};
+
+// An A major chord with the ninth on top, in equal temperament from A3 = 220 Hz, note after note
+// from left to right.
+constexpr Note kNotes[] = {
+    {220.000, 0.00, 0.1}, {277.183, 0.15, 0.3}, {329.628, 0.30, 0.5},
+    {440.000, 0.45, 0.7}, {493.883, 0.60, 0.9},
+};
+
+// A few harmonics that die away, the higher the sooner.
+double Pluck(double hertz, double seconds) {
+    constexpr int kHarmonics = 5;
+    constexpr double kAttackSeconds = 0.005;
+    double value = 0;
+    for (int harmonic = 1; harmonic <= kHarmonics; ++harmonic) {
+        value += std::sin(kTwoPi * hertz * harmonic * seconds) *
+                 std::exp(-seconds * (0.8 + 0.9 * harmonic)) / (harmonic * harmonic);
+    }
+    return value * std::min(1.0, seconds / kAttackSeconds);
+}
+
+std::vector<float> MakeTone() {
+    constexpr double kLevel = 0.22;
+    std::vector<float> tone(kFrames * kChannels);
+    for (std::size_t frame = 0; frame < kFrames; ++frame) {
+        const double now = static_cast<double>(frame) / kRate;
+        double left = 0;
+        double right = 0;
+        for (const Note& note : kNotes) {
+            if (now >= note.startSeconds) {
+                const double value = Pluck(note.hertz, now - note.startSeconds);
+                left += value * std::sqrt(1 - note.pan);
+                right += value * std::sqrt(note.pan);
+            }
+        }
+        // The last second fades out.
+        const double fade =
+            std::min(1.0, static_cast<double>(kFrames - 1 - frame) / kRate) * kLevel;
+        tone[frame * kChannels] = static_cast<float>(left * fade);
+        tone[frame * kChannels + 1] = static_cast<float>(right * fade);
+    }
+    return tone;
+}
+
+} // namespace
+
+void WriteTone(const std::string& path, const HostLogger& log) {
+    const std::vector<float> tone = MakeTone();
+    const auto info =
+        DescribePCM(EncodingByName("float32"), PCMEndianness::Little, kRate, kChannels);
+    const auto buffer = CreateBuffer(nullptr, nullptr);
+    const auto bytes = static_cast<std::uint32_t>(tone.size() * sizeof(float));
+    buffer->Reserve(bytes);
+    std::copy_n(reinterpret_cast<const std::uint8_t*>(tone.data()), bytes, buffer->GetData());
+    buffer->SetSize(bytes);
+    const TimeLimits limits(MediaTime(EditRate(kRate, 1), 0, nullptr), kFrames);
+
+    const std::size_t firstError = log.CountErrors();
+    OutputFile output(path, true);
+    const FileName file(output.TemporaryPath(), path);
+    try {
+        SinkWriter sink(ContainerByName("wave"), file, CreateInfoContainer(info, nullptr));
+        sink.Element().PushSample(CreateSampleContainer(
+            CreateAudioSample(info->GetAudioParameters(), info, buffer, limits, {}), nullptr));
+        sink.Close();
+    } catch (const KELRuntimeError& error) {
+        throw JobError(fmt::format("{}: {}", Escape(path), Escape(error.what())));
+    }
+    RequireNoErrorRecords(log, firstError, path);
+    VerifyHeaderSizes(file, bytes, kFrames);
+    VerifyReopens(file, kFrames, kChannels, kRate);
+    output.Commit();
+}
+
+} // namespace kel::host

@@ -1,0 +1,111 @@
+#include "elements/HostLogger.h"
+
+#include "base/Errors.h"
+#include "base/Text.h"
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+// The verbosity from which on a record is shown.
+Verbosity VerbosityFor(LogLevel level) {
+    switch (level) {
+    case LogLevel::Error:
+        return Verbosity::Errors;
+    case LogLevel::Warning:
+        return Verbosity::Warnings;
+    case LogLevel::Milestone:
+        return Verbosity::Milestones;
+    default:
+        return Verbosity::Everything;
+    }
+}
+
+// The innermost context stands last.
+bool EndsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+} // namespace
+
+Verbosity ParseVerbosity(std::string_view text) {
+    constexpr std::pair<std::string_view, Verbosity> kWords[] = {
+        {"none", Verbosity::Nothing},     {"error", Verbosity::Errors},
+        {"warning", Verbosity::Warnings}, {"milestone", Verbosity::Milestones},
+        {"info", Verbosity::Everything},
+    };
+    for (const auto& [word, verbosity] : kWords) {
+        if (word == text) {
+            return verbosity;
+        }
+    }
+    throw UsageError(fmt::format("KEL_LOG knows no level \"{}\"; choose from none, error, warning, "
+                                 "milestone, info",
+                                 Escape(text)));
+}
+
+void HostLogger::Write(LogLevel level, const char* message, const char* context, const char* file,
+                       const char* line, const char* /*reserved*/, const char* threadId,
+                       const char* time) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (level == LogLevel::Error) {
+        m_errors.emplace_back(message, context);
+    }
+    if (m_verbosity == Verbosity::Usual) {
+        if (level == LogLevel::Warning) {
+            m_show(fmt::format("kelhost: warning: {}", Escape(message)));
+        }
+    } else if (VerbosityFor(level) <= m_verbosity) {
+        m_show(fmt::format("{} {} [{}] {} ({}:{}){}{}", time, ToString(level), threadId,
+                           Escape(message), file, line, *context != '\0' ? " in " : "",
+                           Escape(context)));
+    }
+}
+
+std::size_t HostLogger::CountErrors() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_errors.size();
+}
+
+std::vector<std::string> HostLogger::ErrorsSince(std::size_t first) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> messages;
+    for (std::size_t i = first; i < m_errors.size(); ++i) {
+        messages.push_back(m_errors[i].first);
+    }
+    return messages;
+}
+
+std::vector<std::string> HostLogger::ErrorsSince(std::size_t first, const std::string& context,
+                                                 bool within) const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> messages;
+    for (std::size_t i = first; i < m_errors.size(); ++i) {
+        const auto& [message, place] = m_errors[i];
+        if (EndsWith(place, context) == within) {
+            messages.push_back(message);
+        }
+    }
+    return messages;
+}
+
+InstalledLogger::InstalledLogger(std::shared_ptr<HostLogger> log)
+    : m_former(GetCurrentLoggerWriter()) {
+    SetCurrentLoggerWriter(std::move(log));
+}
+
+InstalledLogger::~InstalledLogger() {
+    SetCurrentLoggerWriter(m_former);
+}
+
+} // namespace kel::host

@@ -1,0 +1,88 @@
+#include "jobs/Console.h"
+
+#include "base/JSONDocument.h"
+#include "base/Text.h"
+
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& options,
+                         OnResult onResult) {
+    m_onResult = std::move(onResult);
+    m_files.clear();
+    m_failures.clear();
+    m_waiting.clear();
+    m_next = 0;
+    for (const Job& job : jobs) {
+        m_files.push_back(Escape(job.file));
+    }
+    Progress progress(m_err, m_style.quiet ? ProgressStyle::Nothing : m_style.progress, m_files,
+                      m_style.width, Progress::Clock::now());
+    m_progress = &progress;
+    try {
+        RunJobs(jobs, options, *this);
+    } catch (...) {
+        progress.Clear();
+        m_progress = nullptr;
+        throw;
+    }
+    progress.Clear();
+    m_progress = nullptr;
+    return m_failures.size();
+}
+
+void Console::ShowError(const std::string& file, const std::string& message) {
+    ShowLine(m_style.json ? FormatDocument("error", {{"file", file}, {"message", message}})
+                          : fmt::format("kelhost: {}\n", message));
+}
+
+void Console::ShowLog(const std::string& line) {
+    ShowLine(m_style.json ? FormatDocument("log", {{"text", line}}) : line + "\n");
+}
+
+void Console::ShowLine(const std::string& line) {
+    if (m_progress != nullptr) {
+        m_progress->Clear();
+    }
+    m_err << line << std::flush;
+}
+
+void Console::OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
+                         std::uint32_t rate) {
+    m_progress->Update(job, done, total, rate, Progress::Clock::now());
+}
+
+void Console::OnShow(std::size_t /*job*/, const std::string& line) {
+    ShowLog(line);
+}
+
+void Console::OnFinished(std::size_t job, const JobOutcome& outcome) {
+    m_waiting.emplace(job, outcome);
+    for (auto first = m_waiting.find(m_next); first != m_waiting.end();
+         first = m_waiting.find(m_next)) {
+        Deliver(m_next, first->second);
+        m_waiting.erase(first);
+        ++m_next;
+    }
+    m_progress->Finish(job, outcome.succeeded, Progress::Clock::now());
+}
+
+void Console::Deliver(std::size_t job, const JobOutcome& outcome) {
+    if (outcome.succeeded) {
+        m_progress->Clear();
+        m_onResult(job, outcome.result);
+    } else {
+        m_failures.push_back({m_files[job], outcome.error});
+        ShowError(m_files[job], outcome.error);
+    }
+}
+
+} // namespace kel::host

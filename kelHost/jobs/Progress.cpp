@@ -1,0 +1,120 @@
+#include "jobs/Progress.h"
+
+#include "base/JSONDocument.h"
+#include "base/Text.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <numeric>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+std::string TimesRealTime(double times) {
+    constexpr double kFast = 9.95; // 10 when rounded; from there on nobody asks for fractions
+    return times < kFast ? fmt::format("{:.1f} x real time", times)
+                         : fmt::format("{:.0f} x real time", times);
+}
+
+} // namespace
+
+Progress::Progress(std::ostream& stream, ProgressStyle style, std::vector<std::string> files,
+                   std::size_t width, Clock::time_point start)
+    : m_stream(stream), m_style(style), m_files(std::move(files)), m_done(m_files.size(), 0.0),
+      m_seconds(m_files.size(), 0.0), m_width(width), m_start(start) {}
+
+void Progress::Update(std::size_t job, std::int64_t done, std::int64_t total, std::uint32_t rate,
+                      Clock::time_point now) {
+    m_seconds[job] = rate > 0 ? static_cast<double>(done) / rate : 0.0;
+    m_done[job] = total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1.0;
+    if (m_style == ProgressStyle::JSON) {
+        m_stream << FormatDocument(
+                        "progress",
+                        {{"file", m_files[job]}, {"done", done}, {"total", total}, {"rate", rate}})
+                 << std::flush;
+    } else {
+        Draw(now);
+    }
+}
+
+void Progress::Finish(std::size_t job, bool succeeded, Clock::time_point now) {
+    m_done[job] = 1.0;
+    ++m_finished;
+    if (m_style == ProgressStyle::JSON) {
+        m_stream << FormatDocument(
+                        "progress",
+                        {{"file", m_files[job]}, {"finished", true}, {"succeeded", succeeded}})
+                 << std::flush;
+    } else {
+        Draw(now);
+    }
+}
+
+void Progress::Clear() {
+    if (m_drawn) {
+        m_stream << "\r\x1B[K" << std::flush;
+        m_drawn = false;
+    }
+}
+
+void Progress::Draw(Clock::time_point now) {
+    constexpr std::chrono::milliseconds kInterval{100};
+    if (m_style != ProgressStyle::Line ||
+        (m_lastDrawn.has_value() && now - *m_lastDrawn < kInterval)) {
+        return;
+    }
+    m_lastDrawn = now;
+    const double elapsed = std::chrono::duration<double>(now - m_start).count();
+    m_stream << "\r" << Line(elapsed) << "\x1B[K" << std::flush;
+    m_drawn = true;
+}
+
+std::string Progress::Line(double elapsed) const {
+    const double fraction = std::clamp(std::accumulate(m_done.begin(), m_done.end(), 0.0) /
+                                           static_cast<double>(m_done.size()),
+                                       0.0, 1.0);
+    // 100 % is only where all of it is done.
+    std::string tail = fmt::format("{:3} %", static_cast<int>(fraction * 100));
+    if (fraction > 0 && elapsed > 0) {
+        const double seconds = std::accumulate(m_seconds.begin(), m_seconds.end(), 0.0);
+        const double left = std::ceil(elapsed / fraction * (1 - fraction));
+        tail += fmt::format("  {}, {} left", TimesRealTime(seconds / elapsed),
+                            FormatSeconds(static_cast<std::int64_t>(left)));
+    }
+
+    // A line that fills the terminal's would go on in the next one and stay there. The name gives
+    // way first, then the bar.
+    constexpr std::size_t kLongestName = 33;
+    constexpr std::size_t kShortestName = 12;
+    constexpr std::size_t kLongestBar = 24;
+    constexpr std::size_t kShortestBar = 5;
+    constexpr std::size_t kAround = 4; // blanks and brackets
+    const std::size_t room = m_width - std::min(m_width, tail.size() + kAround + 1);
+    const std::size_t nameRoom =
+        std::clamp(room - std::min(room, kLongestBar), kShortestName, kLongestName);
+    const std::string name =
+        KeepEnd(m_files.size() == 1 ? m_files.front()
+                                    : fmt::format("{} of {} files", m_finished, m_files.size()),
+                nameRoom);
+    const std::size_t barRoom = room - std::min(room, CountCharacters(name));
+    const std::size_t bar = std::min(barRoom, kLongestBar);
+    if (bar < kShortestBar) {
+        return KeepEnd(name + " " + tail, m_width - std::min<std::size_t>(m_width, 1));
+    }
+    const auto filled = static_cast<std::size_t>(fraction * static_cast<double>(bar));
+    return fmt::format("{} [{}{}] {}", name, std::string(filled, '#'),
+                       std::string(bar - filled, '.'), tail);
+}
+
+} // namespace kel::host

@@ -1,0 +1,182 @@
+#include "base/Text.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+std::string EveryByteOf(unsigned first, unsigned last) {
+    std::string text;
+    for (unsigned byte = first; byte <= last; ++byte) {
+        text.push_back(static_cast<char>(static_cast<unsigned char>(byte)));
+    }
+    return text;
+}
+
+struct Escaped {
+    const char* what;
+    std::string_view text;
+    std::string escaped;
+};
+
+struct Duration {
+    std::int64_t frames;
+    std::uint32_t rate;
+    std::string text;
+};
+
+} // namespace
+
+TEST(TextEscape, LeavesPrintableAsciiAlone) {
+    const std::string printable = EveryByteOf(0x20, 0x7E);
+    EXPECT_EQ(Escape(printable), printable);
+}
+
+TEST(TextEscape, GivesEveryControlCharacterOfAsciiAnEscape) {
+    EXPECT_EQ(Escape(EveryByteOf(0x00, 0x1F)),
+              "\\x00\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\t\\n\\x0B\\x0C\\r\\x0E\\x0F"
+              "\\x10\\x11\\x12\\x13\\x14\\x15\\x16\\x17\\x18\\x19\\x1A\\x1B\\x1C\\x1D\\x1E\\x1F");
+    EXPECT_EQ(Escape("\x7F"), "\\x7F");
+}
+
+TEST(TextEscape, ShowsWhatIsNotUtf8ByteByByte) {
+    const std::vector<Escaped> cases{
+        {"empty text", "", ""},
+        {"a continuation byte alone", "a\x80z", "a\\x80z"},
+        {"Latin-1", "caf\xE9", "caf\\xE9"},
+        {"a sequence that is cut", "\xE2\x82", "\\xE2\\x82"},
+        {"a slash in a form that is too long", "\xC0\xAF", "\\xC0\\xAF"},
+        {"a surrogate", "\xED\xA0\x80", "\\xED\\xA0\\x80"},
+        {"beyond the last code point", "\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"},
+        {"bytes that never occur", "\xFE\xFF", "\\xFE\\xFF"},
+        {"valid behind invalid", "\xE2\xC3\xA4", "\\xE2\xC3\xA4"},
+    };
+    for (const Escaped& entry : cases) {
+        SCOPED_TRACE(entry.what);
+        EXPECT_EQ(Escape(entry.text), entry.escaped);
+    }
+}
+
+TEST(TextEscape, GivesEveryC1ControlAnEscape) {
+    for (unsigned code = 0x80; code <= 0x9F; ++code) {
+        const std::string text{'\xC2', static_cast<char>(static_cast<unsigned char>(code))};
+        const std::string_view digits = "0123456789ABCDEF";
+        EXPECT_EQ(Escape(text),
+                  std::string("\\x") + digits[code / 16] + std::string(1, digits[code % 16]));
+    }
+    EXPECT_EQ(Escape("\xC2\xA0"), "\xC2\xA0") << "the first one behind them";
+}
+
+TEST(TextEscape, LeavesUtf8OfEveryLengthAlone) {
+    const std::string text = "\xC3\xA4 \xE2\x82\xAC \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x8E\xB5";
+    EXPECT_EQ(Escape(text), text);
+}
+
+TEST(TextEscape, GoesOnBehindAZero) {
+    EXPECT_EQ(Escape(std::string_view("a\0b", 3)), "a\\x00b");
+}
+
+TEST(TextFormatDuration, ShowsHoursMinutesSecondsAndMilliseconds) {
+    const std::vector<Duration> cases{
+        {0, 48000, "0:00:00.000"},
+        {48, 48000, "0:00:00.001"},
+        {48000, 48000, "0:00:01.000"},
+        {59 * 8000, 8000, "0:00:59.000"},
+        {60 * 8000, 8000, "0:01:00.000"},
+        {3599 * 8000 + 7992, 8000, "0:59:59.999"},
+        {3600 * 8000, 8000, "1:00:00.000"},
+        {std::int64_t{9} * 3600 * 44100, 44100, "9:00:00.000"},
+        {std::int64_t{10} * 3600 * 44100, 44100, "10:00:00.000"},
+        {std::int64_t{1234} * 3600 * 44100 + 44100, 44100, "1234:00:01.000"},
+        {7, 1, "0:00:07.000"},
+        {1, std::numeric_limits<std::uint32_t>::max(), "0:00:00.000"},
+        {std::numeric_limits<std::int64_t>::max(), 1, "2562047788015215:30:07.000"},
+        {std::numeric_limits<std::int64_t>::max(), 1000, "2562047788015:12:55.807"},
+    };
+    for (const Duration& entry : cases) {
+        EXPECT_EQ(FormatDuration(entry.frames, entry.rate), entry.text)
+            << entry.frames << " frames at " << entry.rate;
+    }
+}
+
+TEST(TextFormatDuration, RoundsToTheNearestMillisecondAndCarries) {
+    const std::vector<Duration> cases{
+        {23, 48000, "0:00:00.000"},
+        {24, 48000, "0:00:00.001"},
+        {71, 48000, "0:00:00.001"},
+        {47975, 48000, "0:00:00.999"},
+        {47976, 48000, "0:00:01.000"},
+        {59 * 48000 + 47976, 48000, "0:01:00.000"},
+        {3599 * 48000 + 47976, 48000, "1:00:00.000"},
+        {1, 3, "0:00:00.333"},
+        {2, 3, "0:00:00.667"},
+    };
+    for (const Duration& entry : cases) {
+        EXPECT_EQ(FormatDuration(entry.frames, entry.rate), entry.text)
+            << entry.frames << " frames at " << entry.rate;
+    }
+}
+
+TEST(TextFormatDuration, IsUnknownWithoutARate) {
+    EXPECT_EQ(FormatDuration(0, 0), "unknown");
+    EXPECT_EQ(FormatDuration(48000, 0), "unknown");
+}
+
+TEST(TextFormatSeconds, ShowsHoursMinutesAndSeconds) {
+    EXPECT_EQ(FormatSeconds(0), "0:00:00");
+    EXPECT_EQ(FormatSeconds(59), "0:00:59");
+    EXPECT_EQ(FormatSeconds(3599), "0:59:59");
+    EXPECT_EQ(FormatSeconds(36061), "10:01:01");
+}
+
+TEST(TextKeepEnd, CutsInFrontAndCountsCharacters) {
+    EXPECT_EQ(KeepEnd("take.wav", 8), "take.wav");
+    EXPECT_EQ(KeepEnd("take.wav", 7), "....wav");
+    EXPECT_EQ(KeepEnd("take 1.wav", 9), "... 1.wav");
+    EXPECT_EQ(KeepEnd("\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F\xC3\xA4", 4), "...\xC3\xA4");
+    EXPECT_EQ(KeepEnd("\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F", 4), "\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F");
+    EXPECT_EQ(KeepEnd("take", 2), "..");
+    EXPECT_EQ(KeepEnd("take", 0), "");
+    EXPECT_EQ(CountCharacters("t\xC3\xA4ke"), 4U);
+}
+
+TEST(TextFormatTable, AlignsColumnsToTheirWidestCell) {
+    EXPECT_EQ(FormatTable({{"Name"}, {"Count", Align::Right}, {"Note"}},
+                          {{"a", "1", "first"}, {"longer name", "123456", ""}, {"", "22", "x"}}),
+              "Name          Count  Note\n"
+              "a                 1  first\n"
+              "longer name  123456\n"
+              "                 22  x\n");
+}
+
+TEST(TextFormatTable, IsATitleLineWithoutRows) {
+    EXPECT_EQ(FormatTable({{"Name"}, {"Count", Align::Right}}, {}), "Name  Count\n");
+}
+
+TEST(TextFormatTable, CountsCodePointsAndNotBytes) {
+    EXPECT_EQ(FormatTable({{"N"}, {"V"}}, {{"\xC3\xA4\xC3\xB6", "1"},
+                                           {"\xE2\x82\xAC", "2"},
+                                           {"\xF0\x9F\x8E\xB5", "3"},
+                                           {"abc", "4"}}),
+              "N    V\n"
+              "\xC3\xA4\xC3\xB6   1\n"
+              "\xE2\x82\xAC    2\n"
+              "\xF0\x9F\x8E\xB5    3\n"
+              "abc  4\n");
+}
+
+TEST(TextFormatTable, HasNoBlanksAtTheEndsOfLines) {
+    EXPECT_EQ(FormatTable({{"A"}, {"B"}}, {{"1", "wide"}, {"2", "n"}, {"", ""}}), "A  B\n"
+                                                                                  "1  wide\n"
+                                                                                  "2  n\n"
+                                                                                  "\n");
+}
+
+} // namespace kel::host

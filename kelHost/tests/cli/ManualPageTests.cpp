@@ -1,0 +1,224 @@
+// The manual page and the completion: written from the definitions of the command line, so they are
+// measured by what --help shows and by the tools that read them.
+
+#include "Program.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAreArray;
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// What stands in the first column of a section of --help: "copy", or "-o,--output".
+std::vector<std::string> FirstColumn(const std::string& help, const std::string& title) {
+    std::vector<std::string> entries;
+    bool inSection = false;
+    for (const std::string& line : Lines(help)) {
+        if (line.rfind("  ", 0) != 0) {
+            inSection = line == title;
+        } else if (inSection && line[2] != ' ') {
+            entries.push_back(line.substr(2, line.find(' ', 2) - 2));
+        }
+    }
+    return entries;
+}
+
+std::vector<std::string> CommandNames(const TemporaryDirectory& directory) {
+    return FirstColumn(RunKelhost(directory, {"--help"}).out, "Subcommands:");
+}
+
+// "--output-dir": every long option of a command, or without one of the program.
+std::set<std::string> LongOptions(const TemporaryDirectory& directory,
+                                  std::vector<std::string> arguments) {
+    arguments.emplace_back("--help");
+    std::set<std::string> options;
+    for (const std::string& entry : FirstColumn(RunKelhost(directory, arguments).out, "Options:")) {
+        options.insert(entry.substr(entry.find("--")));
+    }
+    return options;
+}
+
+// The page as a reader sees it, without the marks of bold and slanted text.
+std::string ReadManual(const TemporaryDirectory& directory) {
+    const ProcessResult manual = RunKelhost(directory, {"manual"});
+    EXPECT_EQ(manual.status, 0) << manual.err;
+    std::ofstream(directory / "kelhost.1") << manual.out;
+    Command groff;
+    groff.program = "/usr/bin/groff";
+    groff.arguments = {"-man", "-ww", "-Tascii", "-P-cbou", "-rLL=2000n", directory / "kelhost.1"};
+    const ProcessResult page = RunCommand(groff);
+    EXPECT_EQ(page.status, 0);
+    EXPECT_EQ(page.err, "") << "the page is not well-formed";
+    return page.out;
+}
+
+// What follows a heading, up to the next one of its kind.
+std::string SectionOf(const std::string& page, const std::string& heading) {
+    const std::size_t begin = page.find("\n" + heading + "\n");
+    if (begin == std::string::npos) {
+        return "";
+    }
+    const std::size_t indent = heading.find_first_not_of(' ');
+    std::string section;
+    for (const std::string& line : Lines(page.substr(begin + heading.size() + 2))) {
+        if (!line.empty() && line.find_first_not_of(' ') <= indent) {
+            break;
+        }
+        section += line + "\n";
+    }
+    return section;
+}
+
+// "--output-dir": the long options that a part of the page explains.
+std::vector<std::string> OptionsIn(const std::string& section) {
+    std::vector<std::string> options;
+    for (const std::string& line : Lines(section)) {
+        const std::size_t begin = line.find_first_not_of(' ');
+        const std::size_t option = line.find("--");
+        if (begin == 7 && line[begin] == '-' && option != std::string::npos) {
+            options.push_back(line.substr(option, line.find(' ', option) - option));
+        }
+    }
+    return options;
+}
+
+// What bash offers for the last of these words.
+std::vector<std::string> Complete(const TemporaryDirectory& directory,
+                                  const std::vector<std::string>& words) {
+    const ProcessResult script = RunKelhost(directory, {"completion"});
+    EXPECT_EQ(script.status, 0) << script.err;
+    Command bash;
+    bash.program = "/bin/bash";
+    bash.directory = directory / "";
+    // Only a shell that reads a line can be told how to show what is offered.
+    bash.arguments = {"-c",
+                      "compopt() { :; }; eval \"$0\"; COMP_WORDS=(kelhost \"$@\"); COMP_CWORD=$#;"
+                      "_kelhost; printf '%s\\n' \"${COMPREPLY[@]}\"",
+                      script.out};
+    bash.arguments.insert(bash.arguments.end(), words.begin(), words.end());
+    const ProcessResult result = RunCommand(bash);
+    EXPECT_EQ(result.err, "");
+    std::vector<std::string> offers = Lines(result.out);
+    if (offers == std::vector<std::string>{""}) {
+        offers.clear();
+    }
+    std::sort(offers.begin(), offers.end());
+    return offers;
+}
+
+} // namespace
+
+TEST(Manual, ExplainsTheOptionsOfTheProgramAndOfEveryCommand) {
+    const TemporaryDirectory directory;
+    const std::string page = ReadManual(directory);
+    EXPECT_THAT(OptionsIn(SectionOf(page, "OPTIONS")),
+                UnorderedElementsAreArray(LongOptions(directory, {})));
+    const std::vector<std::string> commands = CommandNames(directory);
+    EXPECT_THAT(commands, testing::IsSupersetOf({"copy", "info", "plot"}));
+    for (const std::string& command : commands) {
+        SCOPED_TRACE(command);
+        EXPECT_THAT(SectionOf(page, "SYNOPSIS"), HasSubstr("kelhost " + command + " [options]"));
+        std::set<std::string> options = LongOptions(directory, {command});
+        EXPECT_EQ(options.erase("--help"), 1U);
+        EXPECT_THAT(OptionsIn(SectionOf(page, "   " + command)),
+                    UnorderedElementsAreArray(options));
+    }
+}
+
+TEST(Manual, ShowsExamplesAsTheyAreTyped) {
+    const TemporaryDirectory directory;
+    const std::string page = ReadManual(directory);
+    EXPECT_THAT(page, HasSubstr("\n         kelhost copy take.flac take.rf64 --encoding int24\n"));
+    EXPECT_THAT(page, HasSubstr("Exit status: 0 all of it worked, 1 the job failed"));
+}
+
+TEST(Manual, NamesChoicesAndDefaults) {
+    const TemporaryDirectory directory;
+    const std::string page = ReadManual(directory);
+    EXPECT_THAT(page, HasSubstr("\n       --on-clip ACTION\n"
+                                "              What to do when integers cannot hold a value: warn "
+                                "or fail (default: warn).\n"));
+    EXPECT_THAT(page, HasSubstr("\n       --verify\n"
+                                "              Read the whole output back and compare it.\n"));
+}
+
+TEST(Manual, IsNotListedAmongTheCommands) {
+    const TemporaryDirectory directory;
+    EXPECT_THAT(RunKelhost(directory, {"--help"}).out, testing::Not(HasSubstr("manual")));
+    EXPECT_THAT(RunKelhost(directory, {"manua"}).err, testing::Not(HasSubstr("completion")));
+}
+
+TEST(Completion, OffersCommands) {
+    const TemporaryDirectory directory;
+    EXPECT_THAT(Complete(directory, {""}), UnorderedElementsAreArray(CommandNames(directory)));
+    EXPECT_THAT(Complete(directory, {"pl"}), ElementsAre("plot"));
+    EXPECT_THAT(Complete(directory, {"--verbose", "pl"}), ElementsAre("plot"));
+}
+
+TEST(Completion, OffersTheOptionsOfACommandAndThoseOfAll) {
+    const TemporaryDirectory directory;
+    EXPECT_THAT(Complete(directory, {"--"}), UnorderedElementsAreArray(LongOptions(directory, {})));
+    for (const std::string& command : CommandNames(directory)) {
+        SCOPED_TRACE(command);
+        std::set<std::string> options = LongOptions(directory, {command});
+        options.merge(LongOptions(directory, {}));
+        EXPECT_THAT(Complete(directory, {command, "--"}), UnorderedElementsAreArray(options));
+    }
+    EXPECT_THAT(Complete(directory, {"copy", "a.wav", "--out"}), ElementsAre("--output-dir"));
+    EXPECT_THAT(Complete(directory, {"plot", "-o"}), ElementsAre("-o"));
+}
+
+TEST(Completion, OffersTheValuesOfAnOption) {
+    const TemporaryDirectory directory;
+    EXPECT_THAT(Complete(directory, {"copy", "--format", ""}),
+                ElementsAre("aiff", "bwave", "wave"));
+    EXPECT_THAT(Complete(directory, {"copy", "--encoding", "f"}),
+                ElementsAre("float32", "float64"));
+    EXPECT_THAT(Complete(directory, {"copy", "--byte-order", ""}), ElementsAre("big", "little"));
+    EXPECT_THAT(Complete(directory, {"copy", "--on-clip", "f"}), ElementsAre("fail"));
+    EXPECT_THAT(Complete(directory, {"copy", "--on-clip", "="}), ElementsAre("fail", "warn"));
+    EXPECT_THAT(Complete(directory, {"copy", "--on-clip", "=", "w"}), ElementsAre("warn"));
+    EXPECT_THAT(Complete(directory, {"plot", "--level", ""}), ElementsAre("db", "linear"));
+    EXPECT_THAT(Complete(directory, {"info", "--progress", ""}),
+                ElementsAre("auto", "json", "none"));
+}
+
+TEST(Completion, OffersFilesDirectoriesOrNothing) {
+    const TemporaryDirectory directory;
+    std::ofstream(directory / "a take.wav") << "";
+    std::ofstream(directory / "b.wav") << "";
+    std::filesystem::create_directory(directory / "takes");
+    EXPECT_THAT(Complete(directory, {"copy", ""}), ElementsAre("a take.wav", "b.wav", "takes"));
+    EXPECT_THAT(Complete(directory, {"copy", "--verify", "b"}), ElementsAre("b.wav"));
+    EXPECT_THAT(Complete(directory, {"--plugin", "b"}), ElementsAre("b.wav"));
+    EXPECT_THAT(Complete(directory, {"plot", "-o", "b"}), ElementsAre("b.wav"));
+    EXPECT_THAT(Complete(directory, {"copy", "--output-dir", ""}), ElementsAre("takes"));
+    EXPECT_THAT(Complete(directory, {"copy", "--start", ""}), IsEmpty());
+    EXPECT_THAT(Complete(directory, {"copy", "--jobs", ""}), IsEmpty());
+}
+
+} // namespace kel::test

@@ -1,0 +1,304 @@
+// Every combination of container, encoding and byte order: what becomes of the samples, and what is
+// said where there is no such thing.
+
+#include "AudioFiles.h"
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+struct ContainerFacts {
+    std::string name;
+    std::string title;
+    std::string extension;
+    int format;
+    std::string choices; // what is offered when something else is asked for
+};
+
+struct EncodingFacts {
+    std::string name;
+    std::size_t width;
+    int format;
+};
+
+struct Combination {
+    ContainerFacts container;
+    EncodingFacts encoding;
+    std::string byteOrder; // little or big
+    bool accepted;
+    std::string readers;
+};
+
+const std::vector<EncodingFacts>& Encodings() {
+    static const std::vector<EncodingFacts> encodings{{"int16", 2, SF_FORMAT_PCM_16},
+                                                      {"int24", 3, SF_FORMAT_PCM_24},
+                                                      {"int32", 4, SF_FORMAT_PCM_32},
+                                                      {"float32", 4, SF_FORMAT_FLOAT},
+                                                      {"float64", 8, SF_FORMAT_DOUBLE}};
+    return encodings;
+}
+
+const std::vector<ContainerFacts>& Containers() {
+    const std::string little = "int16 little-endian, int24 little-endian, int32 little-endian, "
+                               "float32 little-endian, float64 little-endian";
+    static const std::vector<ContainerFacts> containers{
+        {"wave", "extensible WAVE", ".wav", SF_FORMAT_WAVEX, little},
+        {"bwave", "RF64", ".rf64", SF_FORMAT_RF64, little},
+        {"aiff", "AIFF-C", ".aiff", SF_FORMAT_AIFF,
+         "int16 little-endian, int16 big-endian, int24 little-endian, int24 big-endian, int32 "
+         "little-endian, int32 big-endian"}};
+    return containers;
+}
+
+bool IsInteger(const EncodingFacts& encoding) {
+    return encoding.name.rfind("int", 0) == 0;
+}
+
+std::string ReadersOf(const ContainerFacts& container, const EncodingFacts& encoding,
+                      const std::string& byteOrder) {
+    if (container.name != "aiff" || encoding.name == "int16") {
+        return "libsndfile, sox, ffmpeg";
+    }
+    return byteOrder == "big" ? "libsndfile, ffmpeg" : "libsndfile";
+}
+
+std::vector<Combination> Combinations() {
+    std::vector<Combination> combinations;
+    for (const ContainerFacts& container : Containers()) {
+        for (const EncodingFacts& encoding : Encodings()) {
+            for (const std::string byteOrder : {"little", "big"}) {
+                const bool accepted =
+                    container.name == "aiff" ? IsInteger(encoding) : byteOrder == "little";
+                combinations.push_back({container, encoding, byteOrder, accepted,
+                                        accepted ? ReadersOf(container, encoding, byteOrder) : ""});
+            }
+        }
+    }
+    return combinations;
+}
+
+// Values that need each of the 16 bits, and both ends of the range.
+std::vector<std::int16_t> Values() {
+    std::vector<std::int16_t> values{-32768, 32767, 0, -1, 1, 0x1234, -0x1234, 0x00FF};
+    for (int i = 0; i < 32768; i += 101) {
+        values.push_back(static_cast<std::int16_t>(i));
+        values.push_back(static_cast<std::int16_t>(-i));
+    }
+    return values;
+}
+
+// What the values are in an encoding and byte order, made without the host.
+std::string Encode(const std::vector<std::int16_t>& values, const EncodingFacts& encoding,
+                   const std::string& byteOrder) {
+    std::string bytes;
+    for (const std::int16_t value : values) {
+        std::string one(encoding.width, '\0');
+        if (encoding.name == "float32") {
+            const float number = static_cast<float>(value) / 32768.0F;
+            std::memcpy(one.data(), &number, sizeof number);
+        } else if (encoding.name == "float64") {
+            const double number = static_cast<double>(value) / 32768.0;
+            std::memcpy(one.data(), &number, sizeof number);
+        } else {
+            // The lower bytes are 0.
+            std::memcpy(one.data() + encoding.width - sizeof value, &value, sizeof value);
+        }
+        if (byteOrder == "big") {
+            std::reverse(one.begin(), one.end());
+        }
+        bytes += one;
+    }
+    return bytes;
+}
+
+void PrintTo(const Combination& combination, std::ostream* stream) {
+    *stream << combination.container.name << " " << combination.encoding.name << " "
+            << combination.byteOrder;
+}
+
+std::string NameOf(const testing::TestParamInfo<Combination>& info) {
+    return info.param.container.name + info.param.encoding.name + info.param.byteOrder;
+}
+
+std::string Refusal(const Combination& combination) {
+    return "kelhost: " + combination.container.title + " does not take " +
+           combination.encoding.name + " " + combination.byteOrder + "-endian; choose from " +
+           combination.container.choices + "\n";
+}
+
+class CopyEncoding : public testing::TestWithParam<Combination> {
+protected:
+    CopyEncoding() {
+        WriteRawAudio(m_directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 44100,
+                      BytesOf(Values()));
+    }
+
+    std::string Output() const { return "copy" + GetParam().container.extension; }
+
+    std::vector<std::string> Arguments() const {
+        return {
+            "copy",         "take.wav",          Output(), "--encoding", GetParam().encoding.name,
+            "--byte-order", GetParam().byteOrder};
+    }
+
+    void ExpectCopied() const {
+        const Combination& combination = GetParam();
+        SF_INFO info{};
+        SNDFILE* file = sf_open((m_directory / Output()).c_str(), SFM_READ, &info);
+        ASSERT_NE(file, nullptr);
+        sf_close(file);
+        EXPECT_EQ(info.format & (SF_FORMAT_TYPEMASK | SF_FORMAT_SUBMASK),
+                  combination.container.format | combination.encoding.format);
+        EXPECT_EQ(info.channels, 2);
+        EXPECT_EQ(info.samplerate, 44100);
+        EXPECT_TRUE(ReadRawAudio(m_directory / Output(), combination.encoding.width) ==
+                    Encode(Values(), combination.encoding, combination.byteOrder))
+            << "the samples differ";
+        EXPECT_EQ(SortedNames(m_directory), (Names{Output(), "take.wav"}));
+    }
+
+    TemporaryDirectory m_directory;
+};
+
+} // namespace
+
+TEST_P(CopyEncoding, IsWrittenExactlyOrRefusedWithTheChoices) {
+    const ProcessResult result = RunKelhost(m_directory, Arguments());
+    if (GetParam().accepted) {
+        ExpectResult(result, 0,
+                     "take.wav -> " + Output() + ": " + GetParam().container.title + ", " +
+                         GetParam().encoding.name + " " + GetParam().byteOrder +
+                         "-endian, 2 channels, 44100 Hz, 329 frames, 0:00:00.007\n",
+                     "");
+        ExpectCopied();
+    } else {
+        ExpectResult(result, 2, "", Refusal(GetParam()));
+        EXPECT_EQ(SortedNames(m_directory), Names{"take.wav"});
+    }
+}
+
+TEST_P(CopyEncoding, IsTheSameInAContainerThatIsNamed) {
+    std::vector<std::string> arguments = Arguments();
+    arguments.insert(arguments.end(), {"--format", GetParam().container.name});
+    const ProcessResult result = RunKelhost(m_directory, arguments);
+    if (GetParam().accepted) {
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.err, "");
+        ExpectCopied();
+    } else {
+        ExpectResult(result, 2, "", Refusal(GetParam()));
+    }
+}
+
+TEST_P(CopyEncoding, IsVerified) {
+    if (!GetParam().accepted) {
+        ExpectResult(RunKelhost(m_directory, Arguments()), 2, "", Refusal(GetParam()));
+        return;
+    }
+    std::vector<std::string> arguments = Arguments();
+    arguments.emplace_back("--verify");
+    ExpectResult(RunKelhost(m_directory, arguments), 0,
+                 "take.wav -> " + Output() + ": " + GetParam().container.title + ", " +
+                     GetParam().encoding.name + " " + GetParam().byteOrder +
+                     "-endian, 2 channels, 44100 Hz, 329 frames, 0:00:00.007, verified\n",
+                 "");
+    ExpectCopied();
+}
+
+INSTANTIATE_TEST_SUITE_P(Combinations, CopyEncoding, testing::ValuesIn(Combinations()), NameOf);
+
+TEST(CopyEncodingAlone, TakesTheByteOrderOfTheContainer) {
+    for (const ContainerFacts& container : Containers()) {
+        for (const EncodingFacts& encoding : Encodings()) {
+            SCOPED_TRACE(container.name + " " + encoding.name);
+            const TemporaryDirectory directory;
+            WriteRawAudio(directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 48000,
+                          BytesOf(Values()));
+            const std::string order = container.name == "aiff" ? "big" : "little";
+            const std::string output = "copy" + container.extension;
+            const ProcessResult result =
+                RunKelhost(directory, {"copy", "take.wav", output, "--encoding", encoding.name});
+            if (container.name == "aiff" && !IsInteger(encoding)) {
+                ExpectResult(result, 2, "", Refusal({container, encoding, order, false, ""}));
+                continue;
+            }
+            EXPECT_EQ(result.status, 0);
+            EXPECT_TRUE(ReadRawAudio(directory / output, encoding.width) ==
+                        Encode(Values(), encoding, order));
+        }
+    }
+}
+
+TEST(CopyByteOrderAlone, TakesTheEncodingOfTheContainer) {
+    const TemporaryDirectory directory;
+    WriteRawAudio(directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 48000,
+                  BytesOf(Values()));
+    EXPECT_EQ(
+        RunKelhost(directory, {"copy", "take.wav", "copy.aiff", "--byte-order", "little"}).status,
+        0);
+    EXPECT_TRUE(ReadRawAudio(directory / "copy.aiff", 3) ==
+                Encode(Values(), {"int24", 3, SF_FORMAT_PCM_24}, "little"));
+    ExpectResult(RunKelhost(directory, {"copy", "take.wav", "copy.wav", "--byte-order", "big"}), 2,
+                 "",
+                 "kelhost: extensible WAVE does not take float32 big-endian; choose from " +
+                     Containers()[0].choices + "\n");
+}
+
+TEST(CopyEncodingText, MustBeOneThatIsKnown) {
+    struct Row {
+        std::string text;
+        std::string shown;
+    };
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    for (const Row& row :
+         {Row{"int8", "int8"}, Row{"INT16", "INT16"}, Row{"", ""}, Row{"a\nb\x1B", "a\\nb\\x1B"}}) {
+        ExpectResult(
+            RunKelhost(directory, {"copy", "take.wav", "copy.wav", "--encoding", row.text}), 2, "",
+            "kelhost: there is no encoding \"" + row.shown +
+                "\"; choose from int16, int24, int32, float32, float64\n");
+        ExpectResult(
+            RunKelhost(directory, {"copy", "take.wav", "copy.wav", "--byte-order", row.text}), 2,
+            "", "kelhost: there is no byte order \"" + row.shown + "\"; choose from little, big\n");
+    }
+    EXPECT_EQ(SortedNames(directory), Names{"take.wav"});
+}
+
+TEST(Formats, AreListedAsTheyAreWritten) {
+    // The same table says here what is shown and, above, what copies do.
+    std::string expected = "Format  Container        Encoding  Byte order     Written  Read by\n";
+    const auto pad = [](const std::string& text, std::size_t width) {
+        return text + std::string(width - text.size(), ' ');
+    };
+    for (const Combination& combination : Combinations()) {
+        std::string line =
+            pad(combination.container.name, 8) + pad(combination.container.title, 17) +
+            pad(combination.encoding.name, 10) + pad(combination.byteOrder + "-endian", 15) +
+            pad(combination.accepted ? "yes" : "no", 9) + combination.readers;
+        line.erase(line.find_last_not_of(' ') + 1);
+        expected += line + "\n";
+    }
+    const TemporaryDirectory directory;
+    ExpectResult(RunKelhost(directory, {"formats"}), 0, expected, "");
+    EXPECT_EQ(SortedNames(directory), Names{});
+}
+
+TEST(Formats, TakeNoArguments) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunKelhost(directory, {"formats", "wave"}), 2, "",
+                 "The following argument was not expected: wave\n"
+                 "Run with --help for more information.\n");
+}
+
+} // namespace kel::test

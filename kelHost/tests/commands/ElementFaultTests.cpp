@@ -1,0 +1,286 @@
+// What the host does when elements misbehave. The elements of the test read and write one line of
+// text, and have one fault at a time.
+
+#include "Program.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+constexpr const char* kInput = "40000 2 48000\n"; // three samples of at most 16384 frames
+
+struct Fault {
+    std::string name;
+    std::string
+        error; // with OUTPUT for the output's name, REFUSAL for what is said of the encoding
+};
+
+void PrintTo(const Fault& fault, std::ostream* stream) {
+    *stream << fault.name;
+}
+
+std::vector<Fault> Faults() {
+    const std::string reopened = "OUTPUT: the file that was written opens with ";
+    const std::string expected =
+        " instead of 40000 frames, 2 channels and 48000 Hz; is the disk full?";
+    return {
+        {"sink throws while it is configured",
+         "OUTPUT: cannot be written: [fault sink throws while it is configured]"},
+        {"sink throws while checking",
+         "OUTPUT: cannot be written: [fault sink throws while checking]"},
+        {"sink refuses the encoding", "OUTPUT: REFUSAL"},
+        {"sink refuses the tracks", "OUTPUT: REFUSAL"},
+        {"sink throws while the input is defined",
+         "OUTPUT: cannot be written: [fault sink throws while the input is defined]"},
+        {"sink throws while writing", "OUTPUT: [fault sink throws while writing]"},
+        {"sink logs an error while writing", "OUTPUT: fault sink logs an error while writing"},
+        {"sink runs out of memory while writing", "OUTPUT: there is not enough memory"},
+        {"sink throws while closing", "OUTPUT: [fault sink throws while closing]"},
+        {"sink logs an error while closing", "OUTPUT: fault sink logs an error while closing"},
+        {"source logs an error while opening", "in.wav: fault source logs an error while opening"},
+        {"source throws while reading", "in.wav: [fault source throws while reading]"},
+        {"source logs an error while reading", "in.wav: fault source logs an error while reading"},
+        {"source delivers fewer frames",
+         "in.wav: promises 40000 frames and delivers 39999; it is damaged or was changed "
+         "while it was read (--allow-short copies what there is)"},
+        {"file has other frames", reopened + "40001 frames, 2 channels and 48000 Hz" + expected},
+        {"file has other channels", reopened + "40000 frames, 3 channels and 48000 Hz" + expected},
+        {"file has another rate", reopened + "40000 frames, 2 channels and 48001 Hz" + expected},
+        {"file does not open again", "OUTPUT: cannot be read: [no text recording]"},
+    };
+}
+
+std::string FaultName(const testing::TestParamInfo<Fault>& info) {
+    std::string name;
+    bool begins = true;
+    for (const char character : info.param.name) {
+        if (character == ' ') {
+            begins = true;
+            continue;
+        }
+        name.push_back(begins ? static_cast<char>(std::toupper(character)) : character);
+        begins = false;
+    }
+    return name;
+}
+
+std::string Replace(std::string text, const std::string& from, const std::string& to) {
+    const std::size_t place = text.find(from);
+    return place == std::string::npos ? text : text.replace(place, from.size(), to);
+}
+
+struct Output {
+    std::string name;
+    std::string container;
+};
+
+// Floats go through untouched, integers through the host's converter.
+const std::vector<Output> kOutputs{{"out.wav", "extensible WAVE"}, {"out.aiff", "AIFF-C"}};
+
+Command Faulty(const TemporaryDirectory& directory, const std::string& fault,
+               std::vector<std::string> arguments) {
+    WriteFile(directory / "in.wav", kInput);
+    arguments.insert(arguments.begin(), {"--plugin", TestPlugin("kelFaultyElements")});
+    Command command = Kelhost(directory, std::move(arguments));
+    command.environment["KEL_TEST_FAULT"] = fault;
+    command.environment["KEL_TEST_SINK_MARKER"] = directory / "sink is not closed";
+    return command;
+}
+
+Command FaultyCopy(const TemporaryDirectory& directory, const std::string& fault,
+                   const std::string& output) {
+    return Faulty(directory, fault, {"copy", "in.wav", output});
+}
+
+Command FaultyRun(const TemporaryDirectory& directory, const std::string& fault) {
+    return Faulty(directory, fault,
+                  {"run", "test.TextSource", "FilePath=in.wav", "MaxSamplesPerBuffer=16384", "!",
+                   "test.TextSink", "FilePath=out.wav"});
+}
+
+class ElementFault : public testing::TestWithParam<Fault> {};
+
+} // namespace
+
+TEST_P(ElementFault, LeavesNothing) {
+    for (const Output& output : kOutputs) {
+        SCOPED_TRACE(output.name);
+        const TemporaryDirectory directory;
+        const std::string error =
+            Replace(Replace(GetParam().error, "OUTPUT", output.name), "REFUSAL",
+                    output.container + " does not take this encoding; see kelhost formats");
+        ExpectResult(RunCommand(FaultyCopy(directory, GetParam().name, output.name)), 1, "",
+                     "kelhost: " + error + "\n");
+        EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+    }
+}
+
+TEST_P(ElementFault, LeavesNothingOfARun) {
+    const TemporaryDirectory directory;
+    const std::string error =
+        Replace(Replace(GetParam().error, "OUTPUT", "out.wav"), "REFUSAL",
+                "test.TextSink:WAVE does not take 32-bit float little-endian");
+    ExpectResult(RunCommand(FaultyRun(directory, GetParam().name)), 1, "",
+                 "kelhost: " + error + "\n");
+    EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+}
+
+TEST_P(ElementFault, LeavesWhatStoodThereUntouchedByARun) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "out.wav", "before");
+    Command command = FaultyRun(directory, GetParam().name);
+    command.arguments.emplace_back("--force");
+    EXPECT_EQ(RunCommand(command).status, 1);
+    EXPECT_EQ(SortedNames(directory), (Names{"in.wav", "out.wav"}));
+    EXPECT_EQ(Content(directory / "out.wav"), "before");
+}
+
+TEST_P(ElementFault, LeavesWhatStoodThereUntouched) {
+    for (const Output& output : kOutputs) {
+        SCOPED_TRACE(output.name);
+        const TemporaryDirectory directory;
+        WriteFile(directory / output.name, "before");
+        Command command = FaultyCopy(directory, GetParam().name, output.name);
+        command.arguments.emplace_back("--force");
+        EXPECT_EQ(RunCommand(command).status, 1);
+        EXPECT_EQ(SortedNames(directory), (Names{"in.wav", output.name}));
+        EXPECT_EQ(Content(directory / output.name), "before");
+        EXPECT_EQ(Content(directory / "in.wav"), kInput);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Elements, ElementFault, testing::ValuesIn(Faults()), FaultName);
+
+TEST(ElementWithoutFault, IsCopiedThrough) {
+    for (const Output& output : kOutputs) {
+        const TemporaryDirectory directory;
+        ExpectResult(
+            RunCommand(FaultyCopy(directory, "", output.name)), 0,
+            "in.wav -> " + output.name + ": " + output.container +
+                (output.name == "out.aiff" ? ", int24 big-endian" : ", float32 little-endian") +
+                ", 2 channels, 48000 Hz, 40000 frames, 0:00:00.833\n",
+            "");
+        EXPECT_EQ(SortedNames(directory), (Names{"in.wav", output.name}));
+        EXPECT_EQ(Content(directory / output.name), kInput);
+    }
+}
+
+TEST(ElementWithoutFault, IsRunThrough) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunCommand(FaultyRun(directory, "")), 0,
+                 "in.wav -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, 40000 "
+                 "frames, 0:00:00.833\n",
+                 "");
+    EXPECT_EQ(SortedNames(directory), (Names{"in.wav", "out.wav"}));
+    EXPECT_EQ(Content(directory / "out.wav"), kInput);
+}
+
+// Faults that a copy does not meet: it reads no more than it wants, and no source but one that was
+// made for files.
+TEST(ElementThatLies, IsNotRunOn) {
+    for (const Fault& fault : {
+             Fault{"source delivers more frames", "promises 40000 frames and delivers more"},
+             Fault{"source stamps one frame more",
+                   "delivers a sample of 131072 bytes that it stamps as 16385 frames of 8 bytes"},
+             Fault{"source delivers two samples at once",
+                   "delivers a sample container with 2 audio samples instead of one"},
+             Fault{"source counts milliseconds",
+                   "does not count its time in frames, so that nobody can tell whether all came"},
+             Fault{"source describes two tracks",
+                   "delivers several audio tracks at once, and run takes one"},
+             Fault{"source describes nothing", "cannot be read: it describes no audio"},
+         }) {
+        SCOPED_TRACE(fault.name);
+        const TemporaryDirectory directory;
+        ExpectResult(RunCommand(FaultyRun(directory, fault.name)), 1, "",
+                     "kelhost: in.wav: " + fault.error + "\n");
+        EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+    }
+}
+
+TEST(ElementThatGrows, IsRunToTheEndThatItHasByThen) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunCommand(FaultyRun(directory, "source grows")), 0,
+                 "in.wav -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, 40001 "
+                 "frames, 0:00:00.833\n",
+                 "");
+    EXPECT_EQ(Content(directory / "out.wav"), "40001 2 48000\n");
+}
+
+TEST(ElementThatIsShort, IsRunThroughWhereThatIsAllowed) {
+    const TemporaryDirectory directory;
+    Command command = FaultyRun(directory, "source delivers fewer frames");
+    command.arguments.emplace_back("--allow-short");
+    ExpectResult(RunCommand(command), 0,
+                 "in.wav -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, 39999 "
+                 "frames, 0:00:00.833\n",
+                 "kelhost: warning: in.wav: promises 40000 frames and delivers 39999\n");
+    EXPECT_EQ(Content(directory / "out.wav"), "39999 2 48000\n");
+}
+
+TEST(ElementThatReports, IsHeardWhenItCloses) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunCommand(FaultyRun(directory, "sink reports when it closes")), 0,
+                 "in.wav -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, 40000 "
+                 "frames, 0:00:00.833\n"
+                 "fault sink reports when it closes\n",
+                 "");
+}
+
+TEST(ElementThatWarns, IsCopiedThroughWithItsWarnings) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunCommand(FaultyCopy(directory, "sink logs a warning while writing", "out.wav")),
+                 0,
+                 "in.wav -> out.wav: extensible WAVE, float32 little-endian, 2 channels, 48000 Hz, "
+                 "40000 frames, 0:00:00.833\n",
+                 "kelhost: warning: fault sink logs a warning while writing\n"
+                 "kelhost: warning: fault sink logs a warning while writing\n");
+    EXPECT_EQ(SortedNames(directory), (Names{"in.wav", "out.wav"}));
+}
+
+TEST(ElementThatFailsLate, IsNoticedBeforeTheFileGetsItsName) {
+    const TemporaryDirectory directory;
+    const ProcessResult result =
+        RunCommand(FaultyCopy(directory, "source throws while it is released", "out.wav"));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+}
+
+TEST(ElementThatThrowsANumber, LeavesNothing) {
+    const TemporaryDirectory directory;
+    const ProcessResult result =
+        RunCommand(FaultyCopy(directory, "sink throws a number while writing", "out.wav"));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+}
+
+TEST(ElementThatLogsErrors, IsStoppedAtTheFirstOne) {
+    // One record, though the fault would show at each of the two remaining samples.
+    for (const bool runs : {false, true}) {
+        const TemporaryDirectory directory;
+        const std::string fault = "sink logs an error while writing";
+        Command command =
+            runs ? FaultyRun(directory, fault) : FaultyCopy(directory, fault, "out.wav");
+        command.environment["KEL_LOG"] = "error";
+        const ProcessResult result = RunCommand(command);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_THAT(result.err, testing::MatchesRegex(
+                                    ".* Error .* fault sink logs an error while writing .*\n"
+                                    "kelhost: out.wav: fault sink logs an error while writing\n"));
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 2) << result.err;
+    }
+}
+
+} // namespace kel::test

@@ -1,0 +1,275 @@
+// Levels and loudness of signals whose values are known: the tones of EBU Tech 3341 and 3342, and
+// what follows from their definitions.
+#include "AudioFiles.h"
+#include "Program.h"
+
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+using nlohmann::json;
+
+// The loudness filters are the same at any rate; this one keeps the files small.
+constexpr int kRate = 16000;
+constexpr double kPi = 3.14159265358979323846;
+
+double Magnitude(double decibels) {
+    return std::pow(10.0, decibels / 20);
+}
+
+// A stretch of a tone.
+struct Stretch {
+    double seconds;
+    std::vector<double> levels; ///< peak level in dBFS for each channel; -200 is silence
+};
+
+// One tone in all channels, its level changing from stretch to stretch.
+std::vector<float> MakeTone(const std::vector<Stretch>& stretches, double hertz = 1000) {
+    std::vector<float> values;
+    std::size_t frame = 0;
+    for (const Stretch& stretch : stretches) {
+        const auto end = frame + static_cast<std::size_t>(std::lround(stretch.seconds * kRate));
+        for (; frame < end; ++frame) {
+            const double sine = std::sin(2 * kPi * hertz * static_cast<double>(frame) / kRate);
+            for (const double level : stretch.levels) {
+                values.push_back(static_cast<float>(sine * Magnitude(level)));
+            }
+        }
+    }
+    return values;
+}
+
+json MeasureFile(const std::vector<float>& values, int channels, int rate = kRate) {
+    const TemporaryDirectory directory;
+    WriteAudio(directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, channels, rate, values);
+    const ProcessResult result = RunKelhost(directory, {"info", "--measure", "--json", "take.wav"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    return json::parse(result.out)["files"][0]["measurement"];
+}
+
+json MeasureTone(const std::vector<Stretch>& stretches, double hertz = 1000) {
+    return MeasureFile(MakeTone(stretches, hertz), static_cast<int>(stretches[0].levels.size()));
+}
+
+void ExpectNear(const json& value, double expected, double tolerance) {
+    ASSERT_TRUE(value.is_number()) << value;
+    EXPECT_NEAR(value.get<double>(), expected, tolerance);
+}
+
+std::vector<double> Both(double level) {
+    return {level, level};
+}
+
+} // namespace
+
+TEST(LoudnessLevels, OfASineAtFullScale) {
+    const json measurement = MeasureTone({{2, {0}}}, 997);
+    const json& channel = measurement["channels"][0];
+    ExpectNear(channel["peak"], 1, 1e-3);
+    ExpectNear(channel["peak_dbfs"], 0, 0.01);
+    ExpectNear(channel["rms"], std::sqrt(0.5), 1e-3);
+    ExpectNear(channel["rms_dbfs"], -3.0103, 0.01);
+    EXPECT_GT(channel["at_full_scale"].get<int>(), 0);
+    EXPECT_EQ(channel["non_finite"], 0);
+    // By definition, and whether the other side is silent or not there.
+    ExpectNear(measurement["integrated_lufs"], -3.01, 0.05);
+    ExpectNear(MeasureTone({{2, {0, -200}}}, 997)["integrated_lufs"], -3.01, 0.05);
+    ExpectNear(measurement["true_peak_dbtp"], 0, 0.1);
+}
+
+TEST(LoudnessLevels, OfEachChannelAreItsOwn) {
+    const json measurement = MeasureTone({{2, {-20, -200}}}, 997);
+    ExpectNear(measurement["channels"][0]["peak_dbfs"], -20, 0.01);
+    ExpectNear(measurement["channels"][0]["rms_dbfs"], -23.01, 0.01);
+    EXPECT_EQ(measurement["channels"][0]["at_full_scale"], 0);
+    ExpectNear(measurement["channels"][1]["peak_dbfs"], -200, 0.01);
+    ExpectNear(MeasureTone({{2, Both(-20)}}, 997)["integrated_lufs"], -20, 0.05);
+}
+
+TEST(LoudnessLevels, CountWhatReachesFullScaleAndWhatIsNotFinite) {
+    constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    constexpr float kFull = 32767.0F / 32768.0F;
+    const json measurement = MeasureFile({0.5F, kNaN, kFull, kInfinity, -1.0F, -kInfinity, //
+                                          4.0F, 0.25F, 32766.0F / 32768.0F, 0.25F},
+                                         2);
+    EXPECT_EQ(measurement["channels"][0]["at_full_scale"], 3);
+    EXPECT_EQ(measurement["channels"][0]["non_finite"], 0);
+    EXPECT_EQ(measurement["channels"][0]["peak"], 4.0);
+    EXPECT_EQ(measurement["channels"][1]["at_full_scale"], 0);
+    EXPECT_EQ(measurement["channels"][1]["non_finite"], 3);
+    EXPECT_EQ(measurement["channels"][1]["peak"], 0.25);
+    EXPECT_EQ(measurement["channels"][1]["rms"], 0.25);
+}
+
+TEST(LoudnessLevels, AreNoneForNothingButNaN) {
+    const std::vector<float> values(kRate, std::numeric_limits<float>::quiet_NaN());
+    const json measurement = MeasureFile(values, 1);
+    EXPECT_EQ(measurement["channels"][0]["peak_dbfs"], nullptr);
+    EXPECT_EQ(measurement["channels"][0]["rms_dbfs"], nullptr);
+    EXPECT_EQ(measurement["channels"][0]["non_finite"], kRate);
+    EXPECT_EQ(measurement["integrated_lufs"], nullptr);
+    EXPECT_EQ(measurement["true_peak_dbtp"], nullptr);
+}
+
+struct Reference {
+    std::string name;
+    std::vector<Stretch> stretches;
+    double expected;
+};
+
+class LoudnessIntegrated : public testing::TestWithParam<Reference> {};
+
+TEST_P(LoudnessIntegrated, IsThatOfTheReferenceSignal) {
+    ExpectNear(MeasureTone(GetParam().stretches)["integrated_lufs"], GetParam().expected, 0.1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tech3341, LoudnessIntegrated,
+    testing::Values(
+        Reference{"Case1", {{20, Both(-23)}}, -23}, Reference{"Case2", {{20, Both(-33)}}, -33},
+        Reference{"Case3", {{10, Both(-36)}, {60, Both(-23)}, {10, Both(-36)}}, -23},
+        Reference{
+            "Case4",
+            {{10, Both(-72)}, {10, Both(-36)}, {60, Both(-23)}, {10, Both(-36)}, {10, Both(-72)}},
+            -23},
+        Reference{"Case5", {{20, Both(-26)}, {20.1, Both(-20)}, {20, Both(-26)}}, -23},
+        Reference{"Case6", {{20, {-28, -28, -24, -30, -30}}}, -23}),
+    [](const auto& test) { return test.param.name; });
+
+class LoudnessRange : public testing::TestWithParam<Reference> {};
+
+TEST_P(LoudnessRange, IsThatOfTheReferenceSignal) {
+    ExpectNear(MeasureTone(GetParam().stretches)["range_lu"], GetParam().expected, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tech3342, LoudnessRange,
+                         testing::Values(Reference{"Case1", {{20, Both(-20)}, {20, Both(-30)}}, 10},
+                                         Reference{"Case2", {{20, Both(-20)}, {20, Both(-15)}}, 5},
+                                         Reference{"Case3", {{20, Both(-40)}, {20, Both(-20)}}, 20},
+                                         Reference{"Case4",
+                                                   {{20, Both(-50)},
+                                                    {20, Both(-35)},
+                                                    {20, Both(-20)},
+                                                    {20, Both(-35)},
+                                                    {20, Both(-50)}},
+                                                   15},
+                                         Reference{"OneLevel", {{20, Both(-20)}}, 0}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST(LoudnessTruePeak, LiesAboveThePeakWhereTheWaveReachesHigherThanItsSamples) {
+    // Four samples for each wave, none of them where it is highest.
+    std::vector<float> values;
+    for (int i = 0; i < kRate; ++i) {
+        values.push_back(static_cast<float>(0.5 * std::sin(kPi / 2 * i + kPi / 4)));
+    }
+    const json measurement = MeasureFile(values, 1);
+    ExpectNear(measurement["channels"][0]["peak_dbfs"], -9.03, 0.01);
+    ExpectNear(measurement["true_peak_dbtp"], -6.02, 0.3);
+}
+
+TEST(LoudnessTruePeak, IsTheLargestOfAllChannels) {
+    ExpectNear(MeasureTone({{1, {-20, -6}}}, 100)["true_peak_dbtp"], -6, 0.1);
+    const json eight = MeasureTone({{1, {-20, -20, -20, -20, -20, -20, -20, -3}}}, 100);
+    ExpectNear(eight["true_peak_dbtp"], -3, 0.1);
+}
+
+TEST(LoudnessOfSilence, IsNone) {
+    for (const double level : {-200.0, -95.0}) {
+        const json measurement = MeasureTone({{4, Both(level)}});
+        EXPECT_EQ(measurement["integrated_lufs"], nullptr) << level;
+        EXPECT_EQ(measurement["range_lu"], nullptr) << level;
+        ExpectNear(measurement["true_peak_dbtp"], level, 0.5);
+    }
+}
+
+TEST(LoudnessOfShortFiles, IsNoneBelowWhatItIsDefinedFor) {
+    const json tooShort = MeasureTone({{0.3, Both(-20)}});
+    EXPECT_EQ(tooShort["integrated_lufs"], nullptr);
+    EXPECT_EQ(tooShort["range_lu"], nullptr);
+    ExpectNear(tooShort["true_peak_dbtp"], -20, 0.5);
+
+    const json noRange = MeasureTone({{2.9, Both(-20)}});
+    ExpectNear(noRange["integrated_lufs"], -20, 0.1);
+    EXPECT_EQ(noRange["range_lu"], nullptr);
+    ExpectNear(MeasureTone({{3.5, Both(-20)}})["range_lu"], 0, 0.1);
+
+    const json empty = MeasureFile({}, 1);
+    EXPECT_EQ(empty["channels"][0]["peak"], 0.0);
+    EXPECT_EQ(empty["integrated_lufs"], nullptr);
+    EXPECT_EQ(empty["true_peak_dbtp"], nullptr);
+}
+
+TEST(LoudnessOfChannels, LeavesOutLowFrequenciesAndThoseBeyondTheSixth) {
+    const double quiet = -200;
+    EXPECT_EQ(MeasureTone({{1, {quiet, quiet, quiet, -20, quiet, quiet}}})["integrated_lufs"],
+              nullptr);
+    EXPECT_EQ(
+        MeasureTone({{1, {quiet, quiet, quiet, quiet, quiet, quiet, -20, -20}}})["integrated_lufs"],
+        nullptr);
+    // Surround channels count 1.5 dB more.
+    ExpectNear(MeasureTone({{1, {quiet, quiet, quiet, quiet, -20, quiet}}}, 997)["integrated_lufs"],
+               -23.01 + 1.49, 0.05);
+    ExpectNear(MeasureTone({{1, {quiet, quiet, -20, quiet, quiet, quiet}}}, 997)["integrated_lufs"],
+               -23.01, 0.05);
+}
+
+TEST(LoudnessOfManyChannels, IsNoneWhereItIsNotDefinedAndTheLevelsAreThere) {
+    constexpr int kChannels = 65;
+    const json measurement = MeasureFile(std::vector<float>(kChannels * 8000U, 0.5F), kChannels);
+    EXPECT_EQ(measurement["channels"].size(), std::size_t{kChannels});
+    EXPECT_EQ(measurement["channels"][64]["rms"], 0.5);
+    EXPECT_EQ(measurement["integrated_lufs"], nullptr);
+}
+
+TEST(Loudness, IsWhatAnotherMeterMeasures) {
+    const TemporaryDirectory directory;
+    // Three tones that swell and fade, at a usual rate.
+    constexpr int kUsualRate = 48000;
+    std::vector<float> values;
+    for (std::size_t i = 0; i < std::size_t{12} * kUsualRate; ++i) {
+        const double seconds = static_cast<double>(i) / kUsualRate;
+        const double swell = 0.02 + 0.1 * (1 + std::sin(seconds));
+        double sum = 0;
+        for (const double hertz : {110.0, 997.0, 5003.0}) {
+            sum += std::sin(2 * kPi * hertz * seconds);
+        }
+        values.push_back(static_cast<float>(swell * sum));
+        values.push_back(static_cast<float>(swell * sum / 2));
+    }
+    WriteAudio(directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2, kUsualRate, values);
+    const ProcessResult own = RunKelhost(directory, {"info", "--measure", "--json", "take.wav"});
+    const json measurement = json::parse(own.out)["files"][0]["measurement"];
+
+    Command command;
+    command.program = "/bin/sh";
+    command.arguments = {"-c", "ffmpeg -nostdin -hide_banner -i take.wav "
+                               "-filter_complex ebur128=peak=true:framelog=verbose -f null -"};
+    command.directory = directory.Path();
+    const ProcessResult other = RunCommand(command);
+    ASSERT_EQ(other.status, 0) << other.err;
+    const std::string summary = other.err.substr(other.err.rfind("Summary:"));
+    const auto value = [&summary](const std::string& name) {
+        std::smatch match;
+        EXPECT_TRUE(std::regex_search(summary, match, std::regex(name + ": +(-?[0-9.]+) ")))
+            << summary;
+        return match.empty() ? 0.0 : std::stod(match[1]);
+    };
+    ExpectNear(measurement["integrated_lufs"], value("I"), 0.15);
+    ExpectNear(measurement["range_lu"], value("LRA"), 1);
+    ExpectNear(measurement["true_peak_dbtp"], value("Peak"), 0.2);
+}
+
+} // namespace kel::test

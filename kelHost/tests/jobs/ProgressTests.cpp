@@ -1,0 +1,184 @@
+#include "jobs/Progress.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+constexpr std::size_t kWide = 120;
+
+// A display whose time, in milliseconds, is what the test says.
+class Display {
+public:
+    Display(ProgressStyle style, const std::vector<std::string>& files, std::size_t width = kWide)
+        : m_progress(m_stream, style, files, width, Progress::Clock::time_point{}) {}
+
+    void Update(std::size_t job, std::int64_t done, std::int64_t total, int time) {
+        m_progress.Update(job, done, total, 1000, At(time));
+    }
+    void Finish(std::size_t job, bool succeeded, int time) {
+        m_progress.Finish(job, succeeded, At(time));
+    }
+    void Clear() { m_progress.Clear(); }
+
+    // What was shown since the last call.
+    std::string Shown() {
+        const std::string text = m_stream.str();
+        m_stream.str("");
+        return text;
+    }
+
+private:
+    static Progress::Clock::time_point At(int time) {
+        return Progress::Clock::time_point{} + std::chrono::milliseconds(time);
+    }
+
+    std::ostringstream m_stream;
+    Progress m_progress;
+};
+
+// A line that is drawn over the one before.
+std::string Drawn(const std::string& line) {
+    return "\r" + line + "\x1B[K";
+}
+
+std::size_t CountCharactersOf(const std::string& drawn) {
+    std::size_t count = 0;
+    for (const char byte : drawn.substr(1, drawn.size() - 4)) {
+        count += (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U ? 1U : 0U;
+    }
+    return count;
+}
+
+} // namespace
+
+TEST(Progress, IsABarWithPercentageSpeedAndTimeLeft) {
+    Display display(ProgressStyle::Line, {"take.wav"});
+    display.Update(0, 25000, 100000, 2500);
+    EXPECT_EQ(display.Shown(),
+              Drawn("take.wav [######..................]  25 %  10 x real time, 0:00:08 left"));
+    display.Update(0, 99999, 100000, 10000);
+    EXPECT_EQ(display.Shown(),
+              Drawn("take.wav [#######################.]  99 %  10 x real time, 0:00:01 left"));
+    display.Update(0, 100000, 100000, 20000);
+    EXPECT_EQ(display.Shown(),
+              Drawn("take.wav [########################] 100 %  5.0 x real time, 0:00:00 left"));
+}
+
+TEST(Progress, CountsFilesWhereThereAreSeveral) {
+    Display display(ProgressStyle::Line, {"a.wav", "b.wav", "c.wav", "d.wav"});
+    display.Update(1, 500, 1000, 1000);
+    EXPECT_EQ(display.Shown(), Drawn("0 of 4 files [###.....................]  12 %  0.5 x real "
+                                     "time, 0:00:07 left"));
+    display.Update(1, 1000, 1000, 1050);
+    display.Finish(1, true, 2000);
+    EXPECT_EQ(display.Shown(), Drawn("1 of 4 files [######..................]  25 %  0.5 x real "
+                                     "time, 0:00:06 left"));
+    display.Finish(0, false, 2200);
+    EXPECT_EQ(display.Shown(), Drawn("2 of 4 files [############............]  50 %  0.5 x real "
+                                     "time, 0:00:03 left"));
+}
+
+TEST(Progress, SaysNoTimeBeforeItKnowsOne) {
+    Display display(ProgressStyle::Line, {"take.wav"});
+    display.Update(0, 0, 1000, 1000);
+    EXPECT_EQ(display.Shown(), Drawn("take.wav [........................]   0 %"));
+    Display atOnce(ProgressStyle::Line, {"take.wav"});
+    atOnce.Update(0, 500, 1000, 0);
+    EXPECT_EQ(atOnce.Shown(), Drawn("take.wav [############............]  50 %"));
+}
+
+TEST(Progress, IsDoneForAFileOfNoFrames) {
+    Display display(ProgressStyle::Line, {"take.wav"});
+    display.Update(0, 0, 0, 0);
+    EXPECT_EQ(display.Shown(), Drawn("take.wav [########################] 100 %"));
+}
+
+TEST(Progress, IsDrawnTenTimesASecondAtMost) {
+    Display display(ProgressStyle::Line, {"take.wav"});
+    std::size_t drawn = 0;
+    for (int millisecond = 0; millisecond < 3000; ++millisecond) {
+        display.Update(0, millisecond, 3000, millisecond);
+        drawn += display.Shown().empty() ? 0U : 1U;
+    }
+    EXPECT_EQ(drawn, 30U);
+    Display again(ProgressStyle::Line, {"take.wav"});
+    again.Update(0, 1, 10, 5000);
+    EXPECT_NE(again.Shown(), "");
+    again.Update(0, 2, 10, 5099);
+    EXPECT_EQ(again.Shown(), "");
+    again.Update(0, 3, 10, 5100);
+    EXPECT_NE(again.Shown(), "");
+}
+
+TEST(Progress, IsTakenAwayOnce) {
+    Display display(ProgressStyle::Line, {"take.wav"});
+    display.Clear();
+    EXPECT_EQ(display.Shown(), "");
+    display.Update(0, 1, 2, 1000);
+    EXPECT_NE(display.Shown(), "");
+    display.Clear();
+    EXPECT_EQ(display.Shown(), "\r\x1B[K");
+    display.Clear();
+    EXPECT_EQ(display.Shown(), "");
+}
+
+TEST(Progress, NeverFillsTheLineOfTheTerminal) {
+    const std::string name = "a long n\xC3\xA4me of a recording that goes on and on.wav";
+    for (std::size_t width = 1; width < 130; ++width) {
+        Display display(ProgressStyle::Line, {name}, width);
+        display.Update(0, 25000, 100000, 2500);
+        EXPECT_LT(CountCharactersOf(display.Shown()), width);
+    }
+}
+
+TEST(Progress, CutsTheNameThenTheBarWhereThereIsLittleRoom) {
+    const std::string name = "a long n\xC3\xA4me of a recording that goes on and on.wav";
+    const auto shown = [&name](std::size_t width) {
+        Display display(ProgressStyle::Line, {name}, width);
+        display.Update(0, 25000, 100000, 2500);
+        return display.Shown();
+    };
+    EXPECT_EQ(shown(120),
+              Drawn("...ording that goes on and on.wav [######..................]  25 %  10 "
+                    "x real time, 0:00:08 left"));
+    EXPECT_EQ(shown(80), Drawn("...on and on.wav [######..................]  25 %  10 x real time, "
+                               "0:00:08 left"));
+    EXPECT_EQ(shown(60), Drawn("...nd on.wav [##......]  25 %  10 x real time, 0:00:08 left"));
+}
+
+TEST(Progress, IsALineOfJSONEachTimeForPrograms) {
+    Display display(ProgressStyle::JSON, {"a.wav", "b\\n.wav"});
+    display.Update(1, 500, 1000, 0);
+    display.Update(1, 1000, 1000, 1);
+    display.Finish(1, true, 2);
+    display.Finish(0, false, 3);
+    display.Clear();
+    EXPECT_EQ(
+        display.Shown(),
+        R"({"document":"kelhost.progress","done":500,"file":"b\\n.wav","rate":1000,"total":1000,"version":1})"
+        "\n"
+        R"({"document":"kelhost.progress","done":1000,"file":"b\\n.wav","rate":1000,"total":1000,"version":1})"
+        "\n"
+        R"({"document":"kelhost.progress","file":"b\\n.wav","finished":true,"succeeded":true,"version":1})"
+        "\n"
+        R"({"document":"kelhost.progress","file":"a.wav","finished":true,"succeeded":false,"version":1})"
+        "\n");
+}
+
+TEST(Progress, IsNothingWhereNobodyWantsIt) {
+    Display display(ProgressStyle::Nothing, {"take.wav"});
+    display.Update(0, 500, 1000, 1000);
+    display.Finish(0, true, 2000);
+    display.Clear();
+    EXPECT_EQ(display.Shown(), "");
+}
+
+} // namespace kel::host

@@ -1,0 +1,27 @@
+#include <Binary.h>
+
+#include <gmock/gmock.h>
+
+namespace kel::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+
+TEST(TheHostProgram, IsHardenedAndWhole) {
+    ExpectHardened(Binary(KEL_TEST_HOST));
+}
+
+TEST(TheHostProgram, DoesNotKnowThePlugInNorWhatThePlugInUses) {
+    const auto needed = Binary(KEL_TEST_HOST).Needed();
+    EXPECT_THAT(needed, Contains("libkelCore.so.0"));
+    EXPECT_THAT(needed, Contains(testing::HasSubstr("Libsndfile")).Times(0));
+    EXPECT_THAT(needed, Contains(testing::HasSubstr("sndfile")).Times(0));
+}
+
+TEST(TheHostProgram, LooksForTheCoreInTheDirectoryBesideItsOwn) {
+    EXPECT_THAT(Binary(KEL_TEST_HOST).RunPath(), ElementsAre("$ORIGIN/../lib"));
+}
+
+} // namespace
+} // namespace kel::test

@@ -1,0 +1,167 @@
+/// Audio files made and read with libsndfile alone.
+#pragma once
+
+#include <sndfile.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <ios>
+#include <stdexcept>
+#include <string>
+#include <sys/types.h>
+#include <unistd.h>
+#include <vector>
+
+namespace kel::test {
+
+/// The content of an audio file.
+struct Audio {
+    int format = 0; ///< as libsndfile reports it
+    int channels = 0;
+    int rate = 0;
+    std::vector<float> values; ///< interleaved
+};
+
+/// Values that differ from frame to frame and from channel to channel, within full scale, and that
+/// 16 bits can hold.
+inline std::vector<float> MakeValues(std::size_t count) {
+    std::vector<float> values(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        values[i] = static_cast<float>(static_cast<int>(i * 7919 % 65536) - 32768) / 32768.0F;
+    }
+    return values;
+}
+
+/// Writes an audio file.
+/// @param format container and encoding as libsndfile counts them
+inline void WriteAudio(const std::string& path, int format, int channels, int rate,
+                       const std::vector<float>& values) {
+    SF_INFO info{};
+    info.format = format;
+    info.channels = channels;
+    info.samplerate = rate;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (file == nullptr) {
+        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    }
+    sf_command(file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    const auto count = static_cast<sf_count_t>(values.size());
+    const bool written = sf_write_float(file, values.data(), count) == count;
+    if (sf_close(file) != 0 || !written) {
+        throw std::runtime_error(path + " cannot be written");
+    }
+}
+
+/// Writes an audio file whose samples are these very bytes.
+inline void WriteRawAudio(const std::string& path, int format, int channels, int rate,
+                          const std::string& bytes) {
+    SF_INFO info{};
+    info.format = format;
+    info.channels = channels;
+    info.samplerate = rate;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (file == nullptr) {
+        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    }
+    const auto count = static_cast<sf_count_t>(bytes.size());
+    const bool written = sf_write_raw(file, bytes.data(), count) == count;
+    if (sf_close(file) != 0 || !written) {
+        throw std::runtime_error(path + " cannot be written");
+    }
+}
+
+/// The bytes of an audio file's samples, as they lie in the file.
+/// @param width bytes per value
+inline std::string ReadRawAudio(const std::string& path, std::size_t width) {
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr) {
+        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    }
+    std::string bytes(static_cast<std::size_t>(info.frames * info.channels) * width, '\0');
+    const auto count = static_cast<sf_count_t>(bytes.size());
+    const bool read = count == 0 || sf_read_raw(file, bytes.data(), count) == count;
+    sf_close(file);
+    if (!read) {
+        throw std::runtime_error(path + " cannot be read");
+    }
+    return bytes;
+}
+
+/// The bytes of numbers, as they lie in memory.
+template <typename Number>
+std::string BytesOf(const std::vector<Number>& numbers) {
+    std::string bytes(numbers.size() * sizeof(Number), '\0');
+    std::memcpy(bytes.data(), numbers.data(), bytes.size());
+    return bytes;
+}
+
+/// A number's lower bytes, the lowest first.
+inline std::string LittleEndian(std::uint64_t number, std::size_t bytes) {
+    std::string text;
+    for (std::size_t i = 0; i < bytes; ++i) {
+        text.push_back(static_cast<char>(number >> (8 * i)));
+    }
+    return text;
+}
+
+/// Writes an RF64 file of any size that has hardly anything on the disk but its header, and a few
+/// bytes of samples. All others are 0.
+/// @param width bytes per value, 1 to 4
+/// @param place where among the bytes of the samples the few stand
+inline void WriteSparseAudio(const std::string& path, std::uint64_t width, std::uint64_t channels,
+                             std::uint64_t frames, std::uint64_t place, const std::string& few) {
+    constexpr std::uint64_t kRate = 48000;
+    const std::uint64_t frameBytes = width * channels;
+    const std::uint64_t bytes = frames * frameBytes;
+    const std::string format = "fmt " + LittleEndian(16, 4) + LittleEndian(1, 2) +
+                               LittleEndian(channels, 2) + LittleEndian(kRate, 4) +
+                               LittleEndian(kRate * frameBytes, 4) + LittleEndian(frameBytes, 2) +
+                               LittleEndian(8 * width, 2);
+    const std::uint64_t header = 12 + 36 + format.size() + 8;
+    const std::string sizes = "ds64" + LittleEndian(28, 4) + LittleEndian(header + bytes - 8, 8) +
+                              LittleEndian(bytes, 8) + LittleEndian(frames, 8) + LittleEndian(0, 4);
+    std::ofstream file(path, std::ios::binary);
+    file << "RF64" << LittleEndian(0xFFFFFFFF, 4) << "WAVE" << sizes << format << "data"
+         << LittleEndian(0xFFFFFFFF, 4);
+    file.seekp(static_cast<std::streamoff>(header + place));
+    file << few << std::flush;
+    if (!file || truncate(path.c_str(), static_cast<off_t>(header + bytes)) != 0) {
+        throw std::runtime_error(path + " cannot be written");
+    }
+}
+
+/// A small 16-bit stereo WAVE file, the input of most tests.
+inline void WriteTake(const std::string& path, std::size_t frames = 1000) {
+    WriteAudio(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 48000, MakeValues(2 * frames));
+}
+
+/// Reads an audio file.
+inline Audio ReadAudio(const std::string& path) {
+    SF_INFO info{};
+    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr) {
+        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    }
+    Audio audio{info.format, info.channels, info.samplerate, {}};
+    const sf_count_t count = info.frames * info.channels;
+    audio.values.resize(static_cast<std::size_t>(count));
+    const bool read = sf_read_float(file, audio.values.data(), count) == count;
+    sf_close(file);
+    if (!read) {
+        throw std::runtime_error(path + " cannot be read");
+    }
+    return audio;
+}
+
+/// The bytes of a file without the time of writing, which a PEAK chunk holds behind its name, size
+/// and version.
+inline std::string WithoutTime(std::string bytes) {
+    const std::size_t peak = bytes.find("PEAK");
+    return peak == std::string::npos ? bytes : bytes.replace(peak + 12, 4, 4, '\0');
+}
+
+} // namespace kel::test

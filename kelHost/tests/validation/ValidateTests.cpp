@@ -1,0 +1,383 @@
+// kelhost validate, on plug-ins that are right and in the forms that it reports.
+
+#include "AudioFiles.h"
+#include "Program.h"
+#include "Schemas.h"
+
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::test {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+namespace {
+
+std::vector<std::string> LinesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+// "0 ms" and "0 MiB" for what differs from run to run.
+std::string WithoutCosts(const std::string& text) {
+    const std::string shortened = std::regex_replace(text, std::regex(" +[0-9]+ ms"), " 0 ms");
+    return std::regex_replace(shortened, std::regex(" +[0-9.]+ MiB"), " 0 MiB");
+}
+
+std::string Broken(const TemporaryDirectory& directory, const std::string& fault) {
+    std::string path = directory / ("libkelBroken-" + fault + ".so");
+    fs::create_symlink(TestPlugin("kelBroken"), path);
+    return path;
+}
+
+json Results(const ProcessResult& result) {
+    return json::parse(result.out).at("results");
+}
+
+// How often each verdict is among some results.
+std::map<std::string, int> Verdicts(const json& results) {
+    std::map<std::string, int> counts;
+    for (const json& entry : results) {
+        ++counts[entry.at("verdict").get<std::string>()];
+    }
+    return counts;
+}
+
+// Has Python's parser read a report; what it finds, a line for each test case.
+std::string ReadJUnit(const std::string& path) {
+    Command command;
+    command.program = KEL_TEST_PYTHON;
+    command.arguments = {
+        "-c",
+        "import sys, xml.etree.ElementTree as tree\n"
+        "root = tree.parse(sys.argv[1]).getroot()\n"
+        "suite = root.find('testsuite')\n"
+        "print(root.tag, suite.get('name'), suite.get('tests'), suite.get('failures'),\n"
+        "      suite.get('skipped'), suite.find('properties/property').get('value'))\n"
+        "for case in suite.iter('testcase'):\n"
+        "    float(case.get('time'))\n"
+        "    kinds = [(child.tag, child.get('message'), child.text) for child in case]\n"
+        "    print(case.get('classname'), case.get('name'), ascii(kinds))\n",
+        path};
+    const ProcessResult result = RunCommand(command);
+    EXPECT_EQ(result.err, "");
+    return result.out;
+}
+
+} // namespace
+
+TEST(Validate, FindsNothingWrongWithTheProjectsOwnPlugin) {
+    const TemporaryDirectory directory;
+    const ProcessResult result =
+        RunKelhost(directory, {"validate", KEL_TEST_PLUGIN, "--seed", "1", "--json"});
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_EQ(result.err, "");
+    using Counts = std::map<std::string, int>;
+    std::map<std::string, Counts> verdicts;
+    for (const json& entry : Results(result)) {
+        ++verdicts[entry.at("element").get<std::string>()][entry.at("verdict").get<std::string>()];
+    }
+#ifdef KEL_TEST_UNCOUNTED_HEAP
+    const Counts source{{"passed", 19}, {"not-applicable", 1}};
+    const Counts sink{{"passed", 15}, {"not-applicable", 1}};
+#else
+    const Counts source{{"passed", 20}};
+    const Counts sink{{"passed", 16}};
+#endif
+    // It takes no input where its type is none that it can write.
+    const Counts idleSink{{"passed", 9}, {"not-applicable", 7}};
+    EXPECT_EQ(verdicts,
+              (std::map<std::string, Counts>{{"", {{"passed", 14}, {"not-applicable", 1}}},
+                                             {"kel.LibsndfileSource:AIFF", source},
+                                             {"kel.LibsndfileSource:WAVE", source},
+                                             {"kel.LibsndfileSource:BWAVE", source},
+                                             {"kel.LibsndfileSink:Unknown", idleSink},
+                                             {"kel.LibsndfileSink:AIFF", sink},
+                                             {"kel.LibsndfileSink:WAVE", sink},
+                                             {"kel.LibsndfileSink:BWAVE", sink},
+                                             {"kel.LibsndfileSink:RAW", idleSink}}));
+}
+
+TEST(Validate, FindsNothingWrongWithAPluginThatComputesItsFrames) {
+    const TemporaryDirectory directory;
+    const ProcessResult result =
+        RunKelhost(directory, {"validate", TestPlugin("kelBroken"), "--json"});
+    EXPECT_EQ(result.status, 0);
+    std::map<std::string, std::string> notApplicable;
+    for (const json& entry : Results(result)) {
+        EXPECT_NE(entry.at("verdict"), "failed") << entry;
+        if (entry.at("verdict") == "not-applicable") {
+            notApplicable[entry.at("check").get<std::string>() + " " +
+                          entry.at("element").get<std::string>()] = entry.at("message");
+        }
+    }
+    std::map<std::string, std::string> expected{
+        {"source.missing-file test.Tone:WAVE", "it reads no file"},
+        {"element.manifest test.Heap:Heap", "an allocator has no manifest"},
+        {"element.one-element test.Heap:Heap", "an allocator has one interface"},
+        {"element.default-settings test.Heap:Heap", "an allocator has no settings"}};
+#ifdef KEL_TEST_UNCOUNTED_HEAP
+    const std::string uncounted = "the heap of this process keeps no count of its memory";
+    expected["source.frees-memory test.Tone:WAVE"] = uncounted;
+    expected["sink.frees-memory test.Bytes:RAW"] = uncounted;
+#endif
+    EXPECT_EQ(notApplicable, expected);
+}
+
+TEST(Validate, ShowsALineForEachCheckAndASummary) {
+    const TemporaryDirectory directory;
+    const ProcessResult result = RunKelhost(
+        directory, {"validate", Broken(directory, "frames-short"), "--seed", "7", "--element",
+                    "test.Tone", "--check", "plugin.loads", "--check", "source.frames-equal-limits",
+                    "--check", "source.missing-file", "--check", "sink.closed"});
+    ExpectResult(
+        {result.status, WithoutCosts(result.out), result.err}, 1,
+        "passed  plugin.loads 0 ms 0 MiB\n"
+        "n/a     sink.closed                                        -          -  there is no "
+        "element that it is made of\n"
+        "n/a     source.missing-file         test.Tone:WAVE 0 ms 0 MiB  it reads no file\n"
+        "FAILED  source.frames-equal-limits  test.Tone:WAVE 0 ms 0 MiB  it delivered 2999 frames, "
+        "and its limits say 3000\n"
+        "4 checks: 1 passed, 1 failed, 2 not applicable; --seed 7 repeats the random calls\n",
+        "");
+}
+
+TEST(Validate, ShowsFindingsAloneWhenItIsQuiet) {
+    const TemporaryDirectory directory;
+    const ProcessResult bad =
+        RunKelhost(directory, {"validate", "--quiet", Broken(directory, "frames-short")});
+    EXPECT_EQ(bad.status, 1);
+    const std::vector<std::string> lines = LinesOf(bad.out);
+    ASSERT_EQ(lines.size(), 1U) << bad.out;
+    EXPECT_EQ(lines.front().substr(0, 34), "FAILED  source.frames-equal-limits");
+    const ProcessResult good =
+        RunKelhost(directory, {"validate", "--quiet", TestPlugin("kelBroken")});
+    ExpectResult(good, 0, "", "");
+}
+
+TEST(Validate, GivesADocument) {
+    const TemporaryDirectory directory;
+    const ProcessResult result =
+        RunKelhost(directory, {"validate", "--json", Broken(directory, "frames-short"), "--seed",
+                               "18446744073709551615", "--check", "source.frames-equal-limits"});
+    EXPECT_EQ(result.status, 1);
+    ExpectDocuments({"kelhost.validate"}, result.out);
+    json document = json::parse(result.out);
+    json& entry = document.at("results").at(0);
+    EXPECT_GT(entry.at("seconds"), 0.0);
+    EXPECT_GT(entry.at("peak_kib"), 1000);
+    entry.erase("seconds");
+    entry.erase("peak_kib");
+    EXPECT_EQ(document, (json{{"document", "kelhost.validate"},
+                              {"version", 1},
+                              {"plugin", directory / "libkelBroken-frames-short.so"},
+                              {"seed", 18446744073709551615U},
+                              {"passed", 0},
+                              {"failed", 1},
+                              {"not_applicable", 0},
+                              {"results",
+                               {{{"check", "source.frames-equal-limits"},
+                                 {"demand", "It delivers as many frames as GetTimeLimits says."},
+                                 {"element", "test.Tone:WAVE"},
+                                 {"verdict", "failed"},
+                                 {"message", "it delivered 2999 frames, and its limits say 3000"},
+                                 {"output", ""}}}}}));
+}
+
+TEST(Validate, WritesAReportThatParsersOfXMLRead) {
+    const TemporaryDirectory directory;
+    fs::create_directory(directory / "a & <b>");
+    const std::string plugin = directory / "a & <b>/libkelBroken-throws-another-error.so";
+    fs::create_symlink(TestPlugin("kelBroken"), plugin);
+    WriteFile(directory / "report.xml", "an older one");
+    const ProcessResult result =
+        RunKelhost(directory, {"validate", plugin, "--seed", "7", "--junit", "report.xml",
+                               "--check", "plugin.loads", "--check", "source.seek-outside",
+                               "--check", "source.missing-file"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(
+        ReadJUnit(directory / "report.xml"),
+        "testsuites " + plugin + " 3 1 1 7\n" +
+            "plug-in plugin.loads []\n"
+            "test.Tone:WAVE source.missing-file [('skipped', 'it reads no file', None)]\n"
+            "test.Tone:WAVE source.seek-outside [('failure', 'GotoTimeOffset in another rate threw "
+            "an exception that is no KELRuntimeError: no such rate\\\\nat all', 'It refuses to "
+            "seek "
+            "outside of its limits and in another rate.')]\n");
+}
+
+TEST(Validate, EscapesWhateverAPluginSaysInItsReport) {
+    const TemporaryDirectory directory;
+    const std::string plugin = directory / "libkelBroken-odd-words.so";
+    fs::create_symlink(TestPlugin("kelBroken"), plugin);
+    const ProcessResult result = RunKelhost(
+        directory, {"validate", plugin, "--junit", "report.xml", "--check", "plugin.registers"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(LinesOf(ReadJUnit(directory / "report.xml")).at(1),
+              "plug-in plugin.registers [('failure', 'RegisterAll failed: \"<a>&\\\\x01\\\\xFF ]]>"
+              " \\u2028', 'RegisterAll registers elements, all under the name that it was given.'),"
+              " ('system-err', None, 'printed <b>&\\n\\\\x02\\n')]");
+}
+
+TEST(Validate, RepeatsRandomCallsWithTheSameSeed) {
+    const TemporaryDirectory directory;
+    const std::string plugin = Broken(directory, "limits-while-closed");
+    const auto messageWith = [&](const std::string& seed) {
+        const ProcessResult result = RunKelhost(directory, {"validate", plugin, "--json", "--check",
+                                                            "source.random-calls", "--seed", seed});
+        EXPECT_EQ(result.status, 1);
+        return Results(result).at(0).at("message").get<std::string>();
+    };
+    const std::string first = messageWith("1");
+    EXPECT_EQ(messageWith("1"), first);
+    EXPECT_NE(messageWith("2"), first);
+    EXPECT_NE(first.find("): GetTimeLimits without a medium was not refused"), std::string::npos)
+        << first;
+}
+
+TEST(Validate, PrintsTheSeedThatItHasChosen) {
+    const TemporaryDirectory directory;
+    const auto run = [&] {
+        return RunKelhost(directory,
+                          {"validate", TestPlugin("kelBroken"), "--check", "plugin.loads"});
+    };
+    const std::regex summary(
+        "1 check: 1 passed, 0 failed, 0 not applicable; --seed ([0-9]+) repeats the random calls");
+    std::smatch first;
+    std::smatch second;
+    const std::string firstLine = LinesOf(run().out).back();
+    const std::string secondLine = LinesOf(run().out).back();
+    ASSERT_TRUE(std::regex_match(firstLine, first, summary)) << firstLine;
+    ASSERT_TRUE(std::regex_match(secondLine, second, summary)) << secondLine;
+    EXPECT_NE(first[1], second[1]) << "chosen anew each time, from 2^32";
+}
+
+TEST(Validate, OpensTheFileThatIsNamed) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    WriteFile(directory / "text.wav", "no sound\n");
+    const auto verdicts = [&](const std::string& input) {
+        return Verdicts(Results(
+            RunKelhost(directory, {"validate", KEL_TEST_PLUGIN, "--json", "--input", input,
+                                   "--element", "kel.LibsndfileSource:WAVE", "--check",
+                                   "source.opens", "--check", "source.frames-equal-limits"})));
+    };
+    EXPECT_EQ(verdicts("take.wav"), (std::map<std::string, int>{{"passed", 2}}));
+    EXPECT_EQ(verdicts("text.wav"),
+              (std::map<std::string, int>{{"failed", 1}, {"not-applicable", 1}}));
+}
+
+TEST(Validate, GivesElementsTheSettingsThatAreNamed) {
+    const TemporaryDirectory directory;
+    const auto run = [&](const std::string& setting) {
+        return RunKelhost(directory, {"validate", Broken(directory, "frames-short"), "--json",
+                                      "--set", setting, "--check", "source.frames-equal-limits"});
+    };
+    EXPECT_EQ(Results(run("Frames=17")).at(0).at("message"),
+              "it delivered 16 frames, and its limits say 17");
+    fs::remove(directory / "libkelBroken-frames-short.so");
+    EXPECT_EQ(Results(run("Frames=2000000000")).at(0).at("message"),
+              "its medium has 2000000000 frames, too many to be kept; give it a shorter one with "
+              "--input or --set");
+    fs::remove(directory / "libkelBroken-frames-short.so");
+    ExpectResult(run("Frames=many"), 2, "",
+                 "{\"document\":\"kelhost.error\",\"file\":\"\",\"message\":\"--set Frames=many: "
+                 "the setting of test.Tone:WAVE is of kind integer\",\"version\":1}\n");
+}
+
+TEST(Validate, RefusesWrongCommandLines) {
+    const TemporaryDirectory directory;
+    struct Row {
+        std::vector<std::string> arguments;
+        std::string error;
+    };
+    const std::string plugin = TestPlugin("kelBroken");
+    const std::vector<Row> rows{
+        {{plugin, "--element", "test.Nothing"},
+         "there is no element \"test.Nothing\"; choose from test.Tone:WAVE, test.Bytes:RAW, "
+         "test.Heap:Heap"},
+        {{plugin, "--element", "test.Tone", "--element", "test.Tone:AIFF"},
+         "there is no element \"test.Tone:AIFF\"; choose from test.Tone:WAVE, test.Bytes:RAW, "
+         "test.Heap:Heap"},
+        {{plugin, "--set", "Length=3"},
+         "there is no setting \"Length\"; choose from FilePath, Frames"},
+        {{plugin, "--set", "Length"}, "--set does not understand \"Length\"; it is NAME=VALUE"},
+        {{plugin, "--set", "=3"}, "--set does not understand \"=3\"; it is NAME=VALUE"},
+        {{plugin, "--input", "missing.wav"}, "--input missing.wav: there is no such file"},
+        {{plugin, "--input", "."}, "--input .: there is no such file"},
+        {{plugin, "--seed", "-1"},
+         "--seed does not understand \"-1\"; it is a whole number from 0 to 18446744073709551615"},
+        {{plugin, "--plugin", plugin},
+         "validate takes the plug-in as its argument; leave --plugin away"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.error);
+        std::vector<std::string> arguments{"validate"};
+        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+        ExpectResult(RunKelhost(directory, arguments), 2, "", "kelhost: " + row.error + "\n");
+    }
+    const ProcessResult unknown =
+        RunKelhost(directory, {"validate", plugin, "--check", "source.sings"});
+    EXPECT_EQ(unknown.status, 2);
+    const std::string start =
+        "kelhost: there is no check \"source.sings\"; choose from plugin.loads, ";
+    EXPECT_EQ(unknown.err.substr(0, start.size()), start);
+    ExpectResult(RunKelhost(directory, {"validate", plugin, "--junit", "missing/report.xml"}), 1,
+                 "", "kelhost: missing/report.xml: cannot be created: No such file or directory\n");
+}
+
+TEST(Validate, IsDocumentedCheckByCheck) {
+    const TemporaryDirectory directory;
+    std::vector<std::string> rows;
+    for (const json& entry :
+         Results(RunKelhost(directory, {"validate", directory / "missing.so", "--json"}))) {
+        rows.push_back("| `" + entry.at("check").get<std::string>() + "` | " +
+                       entry.at("demand").get<std::string>() + " |");
+    }
+    std::vector<std::string> documented;
+    for (const std::string& line : LinesOf(Content(KEL_TEST_SCHEMAS "/../validating.md"))) {
+        if (line.rfind("| `", 0) == 0) {
+            documented.push_back(line.substr(0, line.find(" | ", line.find(" | ") + 1) + 2));
+        }
+    }
+    EXPECT_EQ(documented, rows);
+}
+
+TEST(Validate, LeavesNothingBehind) {
+    const TemporaryDirectory directory;
+    const TemporaryDirectory temporary;
+    Command command = Kelhost(directory, {"validate", Broken(directory, "source-leaves-files")});
+    command.environment["TMPDIR"] = temporary.Path().string();
+    EXPECT_EQ(RunCommand(command).status, 1);
+    EXPECT_EQ(SortedNames(directory), Names{"libkelBroken-source-leaves-files.so"});
+    EXPECT_EQ(SortedNames(temporary), Names{});
+}
+
+TEST(Validate, ShowsTheLogOfEachCheckWhenItIsAsked) {
+    const TemporaryDirectory directory;
+    const std::vector<std::string> arguments{"validate",  KEL_TEST_PLUGIN,
+                                             "--check",   "source.opens",
+                                             "--element", "kel.LibsndfileSource:WAVE"};
+    EXPECT_EQ(RunKelhost(directory, arguments).err, "");
+    Command command = Kelhost(directory, arguments);
+    command.environment["KEL_LOG"] = "info";
+    const std::string log = RunCommand(command).err;
+    EXPECT_NE(log.find("Successfully opened "), std::string::npos) << log;
+}
+
+} // namespace kel::test

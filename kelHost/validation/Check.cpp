@@ -1,0 +1,201 @@
+#include "validation/Check.h"
+
+#include "base/Errors.h"
+#include "base/Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace kel::host {
+
+// Counts errors and shows what the user wants to see. It keeps nothing, so that records do not look
+// like memory that an element has lost.
+class CheckLog final : public ILoggerWriter {
+public:
+    explicit CheckLog(Verbosity verbosity) : m_verbosity(verbosity) {}
+
+    void Write(LogLevel level, const char* message, const char* context, const char* file,
+               const char* line, const char* reserved, const char* threadId,
+               const char* time) override {
+        m_errors += level == LogLevel::Error ? 1U : 0U;
+        HostLogger([](const std::string& text) { std::cerr << text << "\n"
+                                                           << std::flush; },
+                   m_verbosity)
+            .Write(level, message, context, file, line, reserved, threadId, time);
+    }
+
+    std::size_t CountErrors() const { return m_errors; }
+
+private:
+    Verbosity m_verbosity;
+    std::atomic<std::size_t> m_errors{0};
+};
+
+namespace {
+
+// The prototype of an element's settings; empty where its registration does not say.
+std::shared_ptr<const IParametersCollectionPrototype>
+PrototypeOf(const Registration& registration) {
+    try {
+        return registration.entry->GetCollectionValue("init_config");
+    } catch (const KELRuntimeError&) {
+        return nullptr; // an entry of another prototype than the framework's
+    }
+}
+
+} // namespace
+
+std::optional<ParameterValue> ParseSetting(ParameterKind kind, const std::string& text) {
+    if (kind == ParameterKind::String) {
+        return text;
+    }
+    std::int32_t number = 0;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return kind == ParameterKind::Integer && result.ec == std::errc() && result.ptr == end
+               ? std::optional<ParameterValue>(number)
+               : std::nullopt;
+}
+
+std::vector<ParameterDescription> SettingsOf(const Registration& registration) {
+    const auto prototype = PrototypeOf(registration);
+    return prototype != nullptr ? prototype->GetParameters() : std::vector<ParameterDescription>{};
+}
+
+CheckContext::CheckContext(CheckSubject subject, ChildNote& note)
+    : m_subject(std::move(subject)), m_note(note),
+      m_log(std::make_shared<CheckLog>(m_subject.verbosity)) {
+    SetCurrentLoggerWriter(m_log);
+}
+
+const std::vector<Registration>& CheckContext::Registrations() {
+    if (!m_registrations.has_value()) {
+        Note("loading");
+        const std::vector<Registration> before = GetRegistrations();
+        try {
+            // Never unloaded: what a plug-in does then is a check of its own.
+            static_cast<void>(new LoadedPlugin(m_subject.plugin));
+        } catch (const JobError&) {
+            throw NotApplicable("it cannot be loaded, see plugin.loads and plugin.registers");
+        }
+        std::vector<Registration> all = GetRegistrations();
+        m_registrations.emplace(
+            std::make_move_iterator(all.begin() + static_cast<std::ptrdiff_t>(before.size())),
+            std::make_move_iterator(all.end()));
+    }
+    return *m_registrations;
+}
+
+const Registration& CheckContext::Element() {
+    return Registrations().at(m_subject.registration);
+}
+
+bool CheckContext::WorksOnFile() {
+    const auto settings = SettingsOf(Element());
+    return std::any_of(settings.begin(), settings.end(), [](const auto& parameter) {
+        return parameter.name == "FilePath" && parameter.kind == ParameterKind::String;
+    });
+}
+
+std::shared_ptr<IParametersCollectionInstance> CheckContext::MakeDefaultSettings() {
+    const auto prototype = PrototypeOf(Element());
+    return CreateParametersCollectionInstance(
+        prototype != nullptr ? prototype : CreateParametersCollectionPrototype());
+}
+
+std::shared_ptr<IParametersCollectionInstance> CheckContext::MakeSettings() {
+    auto settings = MakeDefaultSettings();
+    for (const ParameterDescription& parameter : SettingsOf(Element())) {
+        for (const auto& [name, value] : m_subject.settings) {
+            if (name != parameter.name) {
+                continue;
+            }
+            // Whoever asked for the check has seen that the text is right.
+            const ParameterValue parsed = ParseSetting(parameter.kind, value).value();
+            if (const auto* number = std::get_if<std::int32_t>(&parsed)) {
+                settings->SetIntegerValue(name, *number);
+            } else {
+                settings->SetStringValue(name, value);
+            }
+        }
+    }
+    return settings;
+}
+
+std::size_t CheckContext::CountErrors() const {
+    return m_log->CountErrors();
+}
+
+void CheckContext::FailAsForeign(const std::string& what) {
+    try {
+        throw;
+    } catch (const CheckFailed&) {
+        throw;
+    } catch (const NotApplicable&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw CheckFailed(fmt::format("{} threw an exception that is no KELRuntimeError: {}", what,
+                                      error.what()));
+    } catch (...) {
+        throw CheckFailed(
+            fmt::format("{} threw something that is no exception of the framework", what));
+    }
+}
+
+const std::vector<Check>& Checks() {
+    static const std::vector<Check> checks = [] {
+        std::vector<Check> all;
+        for (const auto& part : {PluginChecks(), ElementChecks(), SourceChecks(), SinkChecks()}) {
+            all.insert(all.end(), part.begin(), part.end());
+        }
+        return all;
+    }();
+    return checks;
+}
+
+bool AppliesTo(CheckScope scope, ElementFactoryType kind) {
+    switch (scope) {
+    case CheckScope::Element:
+        return true;
+    case CheckScope::Source:
+        return kind == ElementFactoryType::AudioSource;
+    case CheckScope::Sink:
+        return kind == ElementFactoryType::AudioSink;
+    case CheckScope::Allocator:
+        return kind == ElementFactoryType::MemoryBlockAllocator;
+    case CheckScope::Plugin:
+        break;
+    }
+    return false;
+}
+
+std::optional<ElementFactoryType> KindOf(const IElementFactory& factory) {
+    if (dynamic_cast<const ElementFactory<ElementFactoryType::AudioSource>*>(&factory) != nullptr) {
+        return ElementFactoryType::AudioSource;
+    }
+    if (dynamic_cast<const ElementFactory<ElementFactoryType::AudioSink>*>(&factory) != nullptr) {
+        return ElementFactoryType::AudioSink;
+    }
+    if (dynamic_cast<const ElementFactory<ElementFactoryType::MemoryBlockAllocator>*>(&factory) !=
+        nullptr) {
+        return ElementFactoryType::MemoryBlockAllocator;
+    }
+    return std::nullopt;
+}
+
+} // namespace kel::host

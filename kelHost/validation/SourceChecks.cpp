@@ -1,0 +1,682 @@
+// What is demanded of sources.
+
+#include "validation/Check.h"
+#include "validation/RepeatedUse.h"
+
+#include <IAudioInfo.h>
+#include <IAudioParameters_PCM.h>
+#include <IAudioSample.h>
+#include <IBuffer.h>
+#include <IChannelInfo.h>
+#include <IInfoContainer.h>
+#include <ISampleContainer.h>
+#include <PlatformString.h>
+#include <TimeLimits.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+constexpr const char* kCanNotBeOpened = "its medium cannot be opened, see source.opens";
+constexpr const char* kCanNotBeRead =
+    "it cannot be read to its end, see source.frames-equal-limits";
+
+// What a source has delivered of its medium.
+struct Recording {
+    std::vector<TimeLimits> stamps;   // of each sample
+    std::vector<std::int64_t> frames; // in each sample
+    std::int64_t count = 0;           // of frames
+    std::string bytes;
+
+    // The bytes from a frame on.
+    std::string_view From(std::int64_t frame) const {
+        const std::size_t bytesPerFrame =
+            count > 0 ? bytes.size() / static_cast<std::size_t>(count) : 0;
+        return std::string_view(bytes).substr(
+            std::min(bytes.size(), static_cast<std::size_t>(frame) * bytesPerFrame));
+    }
+};
+
+// A source, with calls whose failures are told by name.
+class CheckedSource {
+public:
+    explicit CheckedSource(CheckContext& context)
+        : m_context(context), m_element(Prepare(kCanNotBeMade, [&] {
+              return MakeElement<ElementFactoryType::AudioSource>(context);
+          })) {}
+
+    IAudioSource& Element() const { return *m_element; }
+    bool ReadsFile() const { return m_context.WorksOnFile(); }
+
+    // The file to open; empty for a source that reads none.
+    std::wstring Path() const {
+        if (!ReadsFile()) {
+            return L"";
+        }
+        if (!m_context.Subject().input.has_value()) {
+            throw NotApplicable(fmt::format("no file of type {} is known; name one with --input",
+                                            m_context.Element().entry->GetStringValue("type")));
+        }
+        return ConvertPlatformStringToWideString(*m_context.Subject().input);
+    }
+
+    void Configure() {
+        const auto settings = m_context.MakeSettings();
+        m_context.Call("SetInitConfig", [&] { m_element->SetInitConfig(settings); });
+    }
+
+    // By its settings alone.
+    void ConfigureWithPath() {
+        const auto settings = m_context.MakeSettings();
+        settings->SetWideStringValue("FilePath", Path());
+        m_context.Call("SetInitConfig with FilePath", [&] { m_element->SetInitConfig(settings); });
+    }
+
+    void Open() {
+        m_context.Call("Open", [&] { m_element->Open(Path()); });
+    }
+
+    // In the usual order of calls. A source that reads no file may open with its settings.
+    void ConfigureAndOpen() {
+        Configure();
+        if (!IsOpen()) {
+            Open();
+            Require(IsOpen(), "after Open, IsMediaOpen says no");
+        }
+    }
+
+    void PrepareOpen() {
+        Prepare(kCanNotBeOpened, [this] { ConfigureAndOpen(); });
+    }
+
+    void Release() {
+        m_context.Call("Release", [&] { m_element->Release(); });
+    }
+
+    bool IsOpen() const {
+        return m_context.Call("IsMediaOpen", [&] { return m_element->IsMediaOpen(); });
+    }
+
+    TimeLimits Limits() const {
+        return m_context.Call("GetTimeLimits", [&] { return m_element->GetTimeLimits(""); });
+    }
+
+    std::shared_ptr<const ISampleContainer> Sample() const {
+        return m_context.Call("GetSample", [&] { return m_element->GetSample(); });
+    }
+
+    std::shared_ptr<const IInfoContainer> Output() const {
+        return m_context.Call("GetDefinedOutput", [&] { return m_element->GetDefinedOutput(""); });
+    }
+
+    std::vector<std::shared_ptr<const IChannelInfo>> Available() const {
+        return m_context.Call("GetAvailableOutputs",
+                              [&] { return m_element->GetAvailableOutputs(); });
+    }
+
+    std::vector<std::shared_ptr<const IChannelInfo>> Activated() const {
+        return m_context.Call("GetActivatedOutputs",
+                              [&] { return m_element->GetActivatedOutputs(); });
+    }
+
+    void Activate(const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) const {
+        m_context.Call("ActivateOutputs", [&] { m_element->ActivateOutputs(outputs); });
+    }
+
+    // A position counted from the start of the limits, in their rate.
+    MediaTime Position(std::int64_t frame) const {
+        MediaTime time = m_limits.start;
+        time.SetTimeNumber(time.GetTimeNumber() + frame);
+        return time;
+    }
+
+    void Seek(std::int64_t frame) const {
+        const MediaTime position = Position(frame);
+        const MediaTime reached =
+            m_context.Call(fmt::format("GotoTimeOffset to frame {}", frame),
+                           [&] { return m_element->GotoTimeOffset(position, ""); });
+        Require(reached.GetTimeNumber() == position.GetTimeNumber(),
+                fmt::format("GotoTimeOffset to {} says that it reached {}",
+                            position.GetTimeNumber(), reached.GetTimeNumber()));
+    }
+
+    // Gets to know the medium, which is open.
+    void Learn() {
+        m_limits = Limits();
+        const auto output = Output();
+        Require(output != nullptr, "GetDefinedOutput gives nothing of an open medium");
+        const auto infos = output->GetAudioInfos();
+        Require(!infos.empty() && infos.front() != nullptr,
+                "GetDefinedOutput names no stream of audio");
+        if (infos.size() > 1) {
+            throw NotApplicable(
+                fmt::format("it has {} outputs, and frames are counted of one", infos.size()));
+        }
+        const auto parameters = std::dynamic_pointer_cast<const IAudioParameters_PCM>(
+            infos.front()->GetAudioParameters());
+        if (parameters == nullptr) {
+            throw NotApplicable("its output is not PCM, and frames cannot be counted");
+        }
+        const auto channels = infos.front()->GetChannelInfo();
+        m_bytesPerFrame = parameters->GetSampleSize() *
+                          (channels != nullptr ? channels->GetNumberOfChannels() : 0U);
+        Require(m_bytesPerFrame > 0, "its output is described with frames of no bytes");
+    }
+
+    void PrepareLearn() {
+        Prepare(kCanNotBeOpened, [this] { Learn(); });
+    }
+
+    std::int64_t Duration() const { return m_limits.duration; }
+    const TimeLimits& KnownLimits() const { return m_limits; }
+
+    // Takes a sample into a recording; false at the end.
+    bool Take(Recording& recording) const {
+        const auto container = Sample();
+        if (container == nullptr) {
+            return false;
+        }
+        const auto samples = container->GetAudioSamples(nullptr, nullptr);
+        Require(!samples.empty(), "GetSample gives a container without a sample");
+        for (const auto& sample : samples) {
+            const std::uint32_t size = sample->GetBuffer()->GetSize();
+            Require(
+                size % m_bytesPerFrame == 0,
+                fmt::format("GetSample gives {} bytes, and a frame has {}", size, m_bytesPerFrame));
+            const std::int64_t frames = size / m_bytesPerFrame;
+            recording.stamps.push_back(sample->GetTimeLimits());
+            recording.frames.push_back(frames);
+            recording.count += frames;
+            const auto* bytes = static_cast<const char*>(static_cast<const void*>(
+                static_cast<const IBuffer&>(*sample->GetBuffer()).GetData()));
+            recording.bytes.append(bytes, size);
+        }
+        return true;
+    }
+
+    // Everything up to the end, or until more has come than was promised.
+    Recording TakeAll() const {
+        constexpr std::int64_t kMostBytes = std::int64_t{256} * 1024 * 1024;
+        if (m_limits.duration > kMostBytes / static_cast<std::int64_t>(m_bytesPerFrame)) {
+            throw NotApplicable(fmt::format("its medium has {} frames, too many to be kept; give "
+                                            "it a shorter one with --input or --set",
+                                            m_limits.duration));
+        }
+        Recording recording;
+        while (recording.count <= m_limits.duration && Take(recording)) {
+        }
+        return recording;
+    }
+
+private:
+    CheckContext& m_context;
+    std::shared_ptr<IAudioSource> m_element;
+    TimeLimits m_limits;
+    std::uint32_t m_bytesPerFrame = 0;
+};
+
+// What a source delivers from start to end, for comparing.
+Recording Reference(CheckContext& context) {
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    return Prepare(kCanNotBeRead, [&] { return source.TakeAll(); });
+}
+
+void RequireClosed(CheckContext& context, const CheckedSource& source, const std::string& when) {
+    IAudioSource& element = source.Element();
+    Require(!source.IsOpen(), fmt::format("{}, IsMediaOpen says yes", when));
+    Require(source.Output() == nullptr, fmt::format("{}, GetDefinedOutput gives something", when));
+    Require(source.Available().empty(),
+            fmt::format("{}, GetAvailableOutputs gives something", when));
+    Require(source.Activated().empty(),
+            fmt::format("{}, GetActivatedOutputs gives something", when));
+    Require(source.Sample() == nullptr, fmt::format("{}, GetSample gives something", when));
+    context.Refuse(fmt::format("{}, GetTimeLimits", when), [&] { element.GetTimeLimits(""); });
+    context.Refuse(fmt::format("{}, GotoTimeOffset", when),
+                   [&] { element.GotoTimeOffset(MediaTime(EditRate(48000, 1), 0, nullptr), ""); });
+    context.Refuse(fmt::format("{}, ActivateOutputs", when), [&] { element.ActivateOutputs({}); });
+}
+
+void Opens(CheckContext& context) {
+    {
+        CheckedSource source(context);
+        source.ConfigureAndOpen();
+        source.Learn();
+        const TimeLimits& limits = source.KnownLimits();
+        Require(limits.duration >= 0, fmt::format("its limits last {}", limits.duration));
+        const EditRate rate = limits.start.GetEditRate();
+        Require(rate.numerator != 0 && rate.denominator != 0,
+                fmt::format("its limits are counted in {}/{} units per second", rate.numerator,
+                            rate.denominator));
+        Require(!source.Available().empty(), "GetAvailableOutputs gives none of an open medium");
+        Require(source.Activated().size() == source.Available().size(),
+                "GetActivatedOutputs gives others than GetAvailableOutputs, and nobody has chosen");
+    }
+    CheckedSource source(context);
+    if (source.ReadsFile()) {
+        source.ConfigureWithPath();
+        Require(source.IsOpen(), "after SetInitConfig with FilePath, IsMediaOpen says no");
+    }
+}
+
+void AnswersWhileClosed(CheckContext& context) {
+    CheckedSource source(context);
+    if (source.ReadsFile()) {
+        Prepare(kCanNotBeOpened, [&] { source.Configure(); });
+        RequireClosed(context, source, "before Open");
+        source.Release();
+        Prepare(kCanNotBeOpened, [&] { source.Open(); });
+    } else {
+        source.PrepareOpen();
+    }
+    source.Release();
+    RequireClosed(context, source, "after Release");
+    source.Release();
+}
+
+void OpensOnce(CheckContext& context) {
+    CheckedSource source(context);
+    source.PrepareOpen();
+    const std::wstring path = source.Path();
+    context.Refuse("a second Open", [&] { source.Element().Open(path); });
+    Require(source.IsOpen(), "after a second Open that was refused, IsMediaOpen says no");
+}
+
+void RefusesMissingFile(CheckContext& context) {
+    CheckedSource source(context);
+    if (!source.ReadsFile()) {
+        throw NotApplicable("it reads no file");
+    }
+    Prepare(kCanNotBeOpened, [&] { source.Configure(); });
+    context.Refuse("Open of a missing file", [&] { source.Element().Open(L"missing"); });
+    Require(!source.IsOpen(), "after Open of a missing file, IsMediaOpen says yes");
+    source.Open();
+    Require(source.IsOpen(), "after Open of a missing file and of another, IsMediaOpen says no");
+}
+
+void DeliversItsLimits(CheckContext& context) {
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    if (context.Call("IsGrowing", [&] { return source.Element().IsGrowing(); })) {
+        throw NotApplicable("its medium is growing");
+    }
+    const Recording recording = source.TakeAll();
+    Require(recording.count == source.Duration(),
+            fmt::format("it delivered {} frames{}, and its limits say {}", recording.count,
+                        recording.count > source.Duration() ? " and more" : "", source.Duration()));
+}
+
+void StampsWithoutGaps(CheckContext& context) {
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    const Recording recording = Prepare(kCanNotBeRead, [&] { return source.TakeAll(); });
+    const MediaTime start = source.KnownLimits().start;
+    std::int64_t next = start.GetTimeNumber();
+    for (std::size_t i = 0; i < recording.stamps.size(); ++i) {
+        const TimeLimits& stamp = recording.stamps[i];
+        Require(stamp.start.GetEditRate() == start.GetEditRate(),
+                fmt::format("the stamp of sample {} is not in the rate of the limits", i));
+        Require(stamp.start.GetTimeNumber() == next,
+                fmt::format("sample {} is stamped {}, and {} is next", i,
+                            stamp.start.GetTimeNumber(), next));
+        Require(stamp.duration == recording.frames[i],
+                fmt::format("sample {} has {} frames, and its stamp says {}", i,
+                            recording.frames[i], stamp.duration));
+        next += stamp.duration;
+    }
+}
+
+void EndsForGood(CheckContext& context) {
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    const Recording recording = Prepare(kCanNotBeRead, [&] { return source.TakeAll(); });
+    if (recording.count > source.Duration()) {
+        throw NotApplicable("it does not end, see source.frames-equal-limits");
+    }
+    constexpr int kTimes = 10;
+    for (int i = 0; i < kTimes; ++i) {
+        Require(source.Sample() == nullptr,
+                fmt::format("GetSample gave something at call {} behind the end", i + 1));
+    }
+}
+
+// The places where something may go wrong: both ends, and the borders of the first samples.
+std::set<std::int64_t> Edges(const Recording& recording, std::int64_t duration) {
+    std::set<std::int64_t> edges{0, 1, duration / 2, duration - 1, duration};
+    std::int64_t border = 0;
+    for (std::size_t i = 0; i < std::min<std::size_t>(recording.frames.size(), 3); ++i) {
+        border += recording.frames[i];
+        edges.insert({border - 1, border, border + 1});
+    }
+    edges.erase(edges.begin(), edges.lower_bound(0));
+    edges.erase(edges.upper_bound(duration), edges.end());
+    return edges;
+}
+
+void SeeksToEachEdge(CheckContext& context) {
+    const Recording whole = Reference(context);
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    for (const std::int64_t edge : Edges(whole, source.Duration())) {
+        source.Seek(edge);
+        const std::string_view expected = whole.From(edge);
+        Recording piece;
+        const bool isThere = source.Take(piece);
+        Require(isThere == !expected.empty(),
+                fmt::format("from frame {} on, it delivers {}", edge,
+                            isThere ? "something behind the end" : "nothing"));
+        Require(piece.bytes.size() <= expected.size() &&
+                    expected.substr(0, piece.bytes.size()) == piece.bytes,
+                fmt::format("from frame {} on, it delivers others than when it is read from start "
+                            "to end",
+                            edge));
+    }
+    source.Seek(0);
+    Require(source.TakeAll().bytes == whole.bytes,
+            "behind its end and back at its start, it does not deliver all of it again");
+}
+
+void RefusesToSeekOutside(CheckContext& context) {
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    IAudioSource& element = source.Element();
+    const MediaTime before = source.Position(-1);
+    const MediaTime behind = source.Position(source.Duration() + 1);
+    const EditRate rate = source.KnownLimits().start.GetEditRate();
+    const MediaTime other(EditRate(rate.numerator + 1, rate.denominator), before.GetTimeNumber(),
+                          nullptr);
+    context.Refuse("GotoTimeOffset before the start", [&] { element.GotoTimeOffset(before, ""); });
+    context.Refuse("GotoTimeOffset behind the end", [&] { element.GotoTimeOffset(behind, ""); });
+    MediaTime start = other;
+    start.SetTimeNumber(source.Position(0).GetTimeNumber());
+    context.Refuse("GotoTimeOffset in another rate", [&] { element.GotoTimeOffset(start, ""); });
+}
+
+void SwitchesOutputs(CheckContext& context) {
+    const Recording whole = Reference(context);
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    const auto outputs = source.Available();
+    Recording recording;
+    static_cast<void>(source.Take(recording));
+    source.Activate({});
+    Require(source.Activated().empty(),
+            "with all outputs off, GetActivatedOutputs gives something");
+    Require(source.Sample() == nullptr, "with all outputs off, GetSample gives something");
+    source.Activate(outputs);
+    Require(source.Activated().size() == outputs.size(),
+            "with all outputs on, GetActivatedOutputs does not give all");
+    const Recording rest = source.TakeAll();
+    Require(recording.bytes + rest.bytes == whole.bytes,
+            "with its outputs off and on again, it does not go on where it was");
+}
+
+void OpensAgain(CheckContext& context) {
+    const Recording whole = Reference(context);
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    Recording piece;
+    static_cast<void>(source.Take(piece));
+    for (int round = 0; round < 2; ++round) {
+        source.Release();
+        source.Open();
+        Require(source.IsOpen(), "after Release and Open, IsMediaOpen says no");
+        source.Learn();
+        Require(source.TakeAll().bytes == whole.bytes,
+                "after Release and Open, it does not deliver what it did at first");
+    }
+}
+
+// One life of a source, with a failure in it.
+void Live(CheckContext& context) {
+    CheckedSource source(context);
+    if (source.ReadsFile()) {
+        source.Configure();
+        context.Try("Open of a missing file", [&] { source.Element().Open(L"missing"); });
+        source.Open();
+    } else {
+        source.ConfigureAndOpen();
+    }
+    source.Learn();
+    Recording recording;
+    static_cast<void>(source.Take(recording));
+    source.Seek(0);
+    static_cast<void>(source.Take(recording));
+    const MediaTime behind = source.Position(source.Duration() + 1);
+    context.Try("GotoTimeOffset behind the end",
+                [&] { source.Element().GotoTimeOffset(behind, ""); });
+    source.Release();
+}
+
+void PrepareLife(CheckContext& context) {
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    Prepare("it cannot be used over and over, as other checks tell", [&] { Live(context); });
+}
+
+void ClosesDescriptors(CheckContext& context) {
+    PrepareLife(context);
+    RequireNoOpenDescriptors([&] { Live(context); });
+}
+
+void LeavesNoFiles(CheckContext& context) {
+    PrepareLife(context);
+    RequireNoFiles([&] { Live(context); });
+}
+
+void FreesMemory(CheckContext& context) {
+    PrepareLife(context);
+    RequireNoGrowth([&] { Live(context); });
+}
+
+// Calls in random order, and what must be known of them.
+class RandomCalls {
+public:
+    explicit RandomCalls(CheckContext& context)
+        : m_context(context), m_random(context), m_source(context) {
+        m_source.PrepareOpen();
+        m_source.PrepareLearn();
+    }
+
+    void Run() {
+        using Calls = RandomCalls;
+        const std::vector<Step<Calls>> steps{
+            {"GetSample", &Calls::GetSample},
+            {"GetSample", &Calls::GetSample},
+            {"GetSample", &Calls::GetSample},
+            {"GotoTimeOffset within", &Calls::SeekWithin},
+            {"GotoTimeOffset before the start", &Calls::SeekBefore},
+            {"GotoTimeOffset behind the end", &Calls::SeekBehind},
+            {"ActivateOutputs with none", &Calls::ActivateNone},
+            {"ActivateOutputs with all", &Calls::ActivateAll},
+            {"ActivateOutputs with all", &Calls::ActivateAll},
+            {"GetTimeLimits", &Calls::GetLimits},
+            {"queries", &Calls::Query},
+            {"Interrupt", &Calls::Interrupt},
+            {"ClearInternalBuffer", &Calls::ClearInternalBuffer},
+            {"SetDirection", &Calls::SetDirection},
+            {"Release", &Calls::Release},
+            {"Open", &Calls::Open},
+            {"Open", &Calls::Open},
+            {"Open of a missing file", &Calls::OpenMissing},
+        };
+        m_random.Run(*this, steps);
+    }
+
+private:
+    std::int64_t RandomFrame() {
+        return static_cast<std::int64_t>(
+            m_random.Below(static_cast<std::uint64_t>(m_source.Duration()) + 1));
+    }
+
+    void GetSample() {
+        Recording recording;
+        const bool isThere = m_source.Take(recording);
+        Require(!isThere || (m_isOpen && m_isActive),
+                m_isOpen ? "GetSample gave something with all outputs off"
+                         : "GetSample gave something without a medium");
+    }
+
+    void SeekWithin() {
+        const std::int64_t frame = RandomFrame();
+        if (m_isOpen) {
+            m_source.Seek(frame);
+        } else {
+            RefuseToSeek(frame, "without a medium");
+        }
+    }
+
+    void SeekBefore() { RefuseToSeek(-1 - RandomFrame(), "before the start"); }
+
+    void SeekBehind() { RefuseToSeek(m_source.Duration() + 1 + RandomFrame(), "behind the end"); }
+
+    void RefuseToSeek(std::int64_t frame, const char* where) {
+        const MediaTime position = m_source.Position(frame);
+        m_context.Refuse(fmt::format("GotoTimeOffset {}", where),
+                         [&] { m_source.Element().GotoTimeOffset(position, ""); });
+    }
+
+    void ActivateNone() { Activate({}); }
+
+    void ActivateAll() { Activate(m_source.Available()); }
+
+    void Activate(const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) {
+        if (m_isOpen) {
+            m_source.Activate(outputs);
+            m_isActive = !outputs.empty();
+        } else {
+            m_context.Refuse("ActivateOutputs without a medium",
+                             [&] { m_source.Element().ActivateOutputs(outputs); });
+        }
+    }
+
+    void GetLimits() {
+        if (m_isOpen) {
+            Require(m_source.Limits().duration == m_source.Duration(), "its limits have changed");
+        } else {
+            m_context.Refuse("GetTimeLimits without a medium",
+                             [&] { m_source.Element().GetTimeLimits(""); });
+        }
+    }
+
+    void Query() {
+        const IAudioSource& element = m_source.Element();
+        Require(m_source.IsOpen() == m_isOpen,
+                fmt::format("IsMediaOpen says {}", m_isOpen ? "no" : "yes"));
+        Require((m_source.Output() != nullptr) == m_isOpen,
+                fmt::format("GetDefinedOutput gives {}", m_isOpen ? "nothing" : "something"));
+        Require(m_source.Available().empty() != m_isOpen,
+                fmt::format("GetAvailableOutputs gives {}", m_isOpen ? "none" : "some"));
+        Require(
+            m_source.Activated().empty() != (m_isOpen && m_isActive),
+            fmt::format("GetActivatedOutputs gives {}", m_isOpen && m_isActive ? "none" : "some"));
+        m_context.Call("GetDirection", [&] { return element.GetDirection(); });
+        m_context.Call("IsGrowing", [&] { return element.IsGrowing(); });
+        m_context.Call("GetMetadatas", [&] { return element.GetMetadatas(); });
+    }
+
+    void Interrupt() {
+        m_context.Call("Interrupt", [this] { m_source.Element().Interrupt(); });
+    }
+
+    void ClearInternalBuffer() {
+        m_context.Call("ClearInternalBuffer", [this] { m_source.Element().ClearInternalBuffer(); });
+    }
+
+    void SetDirection() {
+        m_context.Try("SetDirection",
+                      [this] { m_source.Element().SetDirection(MediaSourceDirection::Forward); });
+    }
+
+    void Release() {
+        m_source.Release();
+        m_isOpen = false;
+    }
+
+    void Open() {
+        const std::wstring path = m_source.Path();
+        if (m_isOpen) {
+            m_context.Refuse("a second Open", [&] { m_source.Element().Open(path); });
+        } else {
+            m_source.Open();
+            m_isOpen = true;
+        }
+    }
+
+    void OpenMissing() {
+        if (m_source.ReadsFile()) {
+            m_context.Refuse("Open of a missing file",
+                             [&] { m_source.Element().Open(L"missing"); });
+        }
+    }
+
+    CheckContext& m_context;
+    RandomSequence m_random;
+    CheckedSource m_source;
+    bool m_isOpen = true;
+    bool m_isActive = true;
+};
+
+void SurvivesRandomCalls(CheckContext& context) {
+    RandomCalls(context).Run();
+}
+
+} // namespace
+
+std::vector<Check> SourceChecks() {
+    constexpr auto kSource = CheckScope::Source;
+    return {
+        {"source.opens", "It opens its medium and describes it.", kSource, Opens},
+        {"source.closed", "Without a medium it answers that there is none, or refuses.", kSource,
+         AnswersWhileClosed},
+        {"source.opens-once", "Open is refused while a medium is open, which stays open.", kSource,
+         OpensOnce},
+        {"source.missing-file", "A missing file is refused, and the next one is opened.", kSource,
+         RefusesMissingFile},
+        {"source.frames-equal-limits", "It delivers as many frames as GetTimeLimits says.", kSource,
+         DeliversItsLimits},
+        {"source.stamps-without-gaps",
+         "Each sample starts where the one before ends, the first at the start of the limits.",
+         kSource, StampsWithoutGaps},
+        {"source.nothing-after-end", "Once GetSample has given nothing, it gives nothing more.",
+         kSource, EndsForGood},
+        {"source.seek-to-each-edge",
+         "From every frame within the limits it delivers what it does in passing.", kSource,
+         SeeksToEachEdge},
+        {"source.seek-outside", "It refuses to seek outside of its limits and in another rate.",
+         kSource, RefusesToSeekOutside},
+        {"source.outputs-off-and-on",
+         "With its outputs off it delivers nothing; with them on again it goes on.", kSource,
+         SwitchesOutputs},
+        {"source.release-and-reopen", "After Release and Open it delivers the same once more.",
+         kSource, OpensAgain},
+        {"source.closes-descriptors", "It leaves no descriptor open.", kSource, ClosesDescriptors},
+        {"source.leaves-no-files", "It leaves no file behind.", kSource, LeavesNoFiles},
+        {"source.frees-memory", "Its use over and over takes no more memory.", kSource,
+         FreesMemory},
+        {"source.random-calls", "In whatever order it is called, it does what it must or refuses.",
+         kSource, SurvivesRandomCalls},
+    };
+}
+
+} // namespace kel::host

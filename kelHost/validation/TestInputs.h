@@ -1,0 +1,42 @@
+/// Small recordings for trying sources and sinks.
+#pragma once
+
+#include <IInfoContainer.h>
+#include <ISampleContainer.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kel::host {
+
+/// Writes a short recording in the container of a source's type: 16-bit stereo whose frames all
+/// differ.
+/// @param directory where the file goes
+/// @param type the label of the type
+/// @return the path of the file; none for a type whose files are not known here
+/// @throws JobError when the file cannot be written
+std::optional<std::string> WriteRecording(const std::string& directory, const std::string& type);
+
+/// Something that a sink may be asked to take.
+struct OfferedInput {
+    std::string name; ///< what it is, for messages
+    std::shared_ptr<const IInfoContainer> description;
+};
+
+/// What hosts offer: PCM of every encoding, in both byte orders, of one, two and six channels. The
+/// most usual stand first.
+std::vector<OfferedInput> UsualInputs();
+
+/// What no sink can take: no stream, two streams, streams that say too little.
+std::vector<OfferedInput> OddInputs();
+
+/// Makes a container with one sample of silence.
+/// @param input the description of the stream, one of PCM
+/// @param start the position of its first frame
+std::shared_ptr<const ISampleContainer> MakeSilence(const IInfoContainer& input, std::int64_t start,
+                                                    std::uint32_t frames);
+
+} // namespace kel::host
