@@ -59,9 +59,11 @@ int MajorFormat(WrapperFormat wrapperFormat) {
     case WrapperFormat::AIFF:
         return SF_FORMAT_AIFF;
     case WrapperFormat::BWAVE:
-        return SF_FORMAT_RF64; // sizes beyond 4 GiB
+        // Intentional: RF64 is the form of BWAVE for sizes beyond 4 GiB.
+        return SF_FORMAT_RF64;
     case WrapperFormat::WAVE:
-        return SF_FORMAT_WAVEX; // the extensible header, which says what more than two channels are
+        // Intentional: only the extensible header declares the speakers of more than two channels.
+        return SF_FORMAT_WAVEX;
     case WrapperFormat::Unknown:
     case WrapperFormat::RAW:
         break;
@@ -132,8 +134,8 @@ int ByteOrder(PCMEndianness endianness) {
     KEL_FAIL("PCM endianness type should be defined to either little or big endian");
 }
 
-// The one mapping from a container and a PCM layout to what libsndfile is told. Whether the
-// container takes the layout is for libsndfile to say.
+// Maps a container and a PCM layout to a description for libsndfile, which decides whether the
+// container supports the layout.
 SF_INFO
 WrapperFormatAndAudioParametersToSfInfo(WrapperFormat wrapperFormat,
                                         const std::shared_ptr<const IAudioInfo>& audioInfo) {
@@ -161,6 +163,7 @@ void CheckMuxing(std::uint32_t channels, PCMMuxing muxing) {
         }
         break;
     case 2:
+        // Intentional: two channels without muxing would be two streams, which a file cannot hold.
         if (!isMulti && muxing != PCMMuxing::Stereo) {
             KEL_FAIL("Only \"stereo\" and \"multi\" are accepted for 2-channel muxing");
         }
@@ -178,6 +181,9 @@ struct ExtensionFormat {
     WrapperFormat format;
 };
 
+// Intentional: ".raw" is known although the sink does not write RAW, so that the refusal names the
+// format and not the extension.
+// Intentional: ".aifc" is missing, because hosts choose AIFF-C only by the type.
 constexpr ExtensionFormat kExtensionFormats[] = {
     {L".wav", WrapperFormat::WAVE},    {L".wave", WrapperFormat::WAVE},
     {L".rf64", WrapperFormat::BWAVE},  {L".bwav", WrapperFormat::BWAVE},
@@ -185,8 +191,8 @@ constexpr ExtensionFormat kExtensionFormats[] = {
     {L".aiff", WrapperFormat::AIFF},   {L".raw", WrapperFormat::RAW},
 };
 
-// Lower-cases ASCII letters, with the C library's function for single bytes; other characters are
-// not its business.
+// Intentional: only ASCII letters change, so that the meaning of an extension does not depend on
+// the locale.
 wchar_t ToLower(wchar_t character) {
     constexpr wchar_t kLastASCII = 0x7F;
     return character < 0 || character > kLastASCII
@@ -194,8 +200,8 @@ wchar_t ToLower(wchar_t character) {
                : static_cast<wchar_t>(std::tolower(static_cast<int>(character)));
 }
 
-// The extension is what follows the last dot of the whole path: a dot in a directory's name counts,
-// so that such a path has an extension that nothing matches.
+// Intentional: the last dot of the whole path counts, because an extension with a slash matches no
+// format anyway.
 WrapperFormat FormatFromExtension(const std::wstring& path) {
     const std::size_t dot = path.rfind(L'.');
     if (dot == std::wstring::npos) {
@@ -211,7 +217,7 @@ WrapperFormat FormatFromExtension(const std::wstring& path) {
     return WrapperFormat::Unknown;
 }
 
-// The format that "type" names. Text that names none counts as none given.
+// The format that "type" names; Unknown for any other text.
 WrapperFormat FormatFromType(const std::shared_ptr<const IParametersCollectionInstance>& manifest) {
     KEL_CHECK_POINTER(manifest, "LibsndfileSink was made without a manifest");
     WrapperFormat format = WrapperFormat::Unknown;
@@ -219,7 +225,8 @@ WrapperFormat FormatFromType(const std::shared_ptr<const IParametersCollectionIn
     return format;
 }
 
-// The configuration wins over the extension. The misspelt record is what log filters look for.
+// Intentional: the type overrides the extension, because it is the explicit choice.
+// Intentional: the warning is misspelt and lacks a space, because log filters search for this text.
 WrapperFormat ResolveFormat(WrapperFormat extFormat, WrapperFormat typeFormat) {
     const bool extKnown = extFormat != WrapperFormat::Unknown;
     const bool typeKnown = typeFormat != WrapperFormat::Unknown;
@@ -268,7 +275,7 @@ std::shared_ptr<const IAudioParameters_PCM> MakeCandidate(std::uint32_t hertz, A
     return candidate;
 }
 
-// The descriptions that a producer is most likely to be able to switch to.
+// The descriptions that most producers can switch to.
 std::vector<std::shared_ptr<const IAudioParameters_PCM>> MakeCandidates() {
     struct TypeLayouts {
         AudioPCMType type;
@@ -293,15 +300,14 @@ std::vector<std::shared_ptr<const IAudioParameters_PCM>> MakeCandidates() {
 LibsndfileSink::LibsndfileSink(std::shared_ptr<const IParametersCollectionInstance> manifest)
     : config(std::move(manifest)) {}
 
-// Finishing a file is the producer's decision; a half-written one must not look finished because
-// the element happened to go away.
+// Intentional: the file is not finished, so that a half-written file does not look complete.
 LibsndfileSink::~LibsndfileSink() = default;
 
 void LibsndfileSink::SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> newConfig) {
     initConfig = std::move(newConfig);
     KEL_CHECK_POINTER(initConfig, kNotConfigured);
-    // Read for its error alone: a collection that does not know the parameter is refused here, not
-    // when the input is defined.
+    // Intentional: the value is read only for its error, so that settings without the parameter are
+    // refused here and not when the input is defined.
     static_cast<void>(initConfig->GetWideStringValue("FilePath"));
 }
 
@@ -323,16 +329,20 @@ void LibsndfileSink::Open(const std::wstring& path) {
 
 void LibsndfileSink::PushMetadata(
     const std::vector<std::shared_ptr<const IMetadata>>& /*metadata*/) {
-    // The same text as for UpdateConfig: hosts treat both as one missing ability.
+    // Intentional: the text is that of UpdateConfig, because hosts treat both as one missing
+    // ability.
     KEL_FAIL("UpdateConfig not supported");
 }
 
 void LibsndfileSink::Close(bool /*flag*/) {
     if (sndFile == nullptr) {
+        // Intentional: a path without a file stays, because DefineInput still needs it.
         return;
     }
     sf_close(sndFile);
     sndFile = nullptr;
+    // Intentional: the path goes with its file, so that the next file needs a new one.
+    // Intentional: the defined input stays, so that the host can read it after the end.
     openedFilePath.clear();
 }
 
@@ -361,7 +371,8 @@ LibsndfileSink::CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContain
         return CreateCheckInputReportTrackError({ContentType::Audio});
     }
 
-    // Made, but not proposed: a producer is told which info is refused and chooses for itself.
+    // Intentional: the candidates are created but not proposed, because the producer chooses
+    // itself.
     [[maybe_unused]] const auto candidates = MakeCandidates();
     const std::shared_ptr<const IAudioInfo> audioInfo = input->GetAudioInfos().front();
     const auto pcmAudioParams = PCMParametersOf(*audioInfo);
@@ -371,6 +382,7 @@ LibsndfileSink::CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContain
         return CreateCheckInputReportEncodingError(proposals);
     }
 
+    // Intentional: only "type" counts here, because a check may precede the path.
     const SF_INFO sfInfo =
         WrapperFormatAndAudioParametersToSfInfo(FormatFromType(config), audioInfo);
     if (sf_format_check(&sfInfo) == 0) {
@@ -380,6 +392,8 @@ LibsndfileSink::CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContain
 }
 
 void LibsndfileSink::DefineInput(std::shared_ptr<const IInfoContainer> input, std::string name) {
+    // Intentional: an open file does not refuse a second input, so that a host can start its next
+    // file without a gap.
     KEL_CHECK_POINTER(input, kNoInput);
     const std::shared_ptr<const IAudioInfo> audioInfo = SingleAudioInfoOf(*input);
     if (audioInfo == nullptr) {
@@ -396,19 +410,23 @@ void LibsndfileSink::DefineInput(std::shared_ptr<const IInfoContainer> input, st
         KEL_FAIL("FilePath must be specified either by the config object or by the Open command "
                  "but NOT by both!");
     }
+    // Intentional: an empty path is not refused here, because libsndfile reports it with a cause.
     const std::wstring& path = !openedFilePath.empty() ? openedFilePath : configPath;
 
     const WrapperFormat extFormat = FormatFromExtension(path);
     const WrapperFormat wrapperFormat = ResolveFormat(extFormat, FormatFromType(config));
 
-    // The check knows "type" alone, so that a file is created only where "type" names a format that
-    // can be written; the extension decides no more than the record above.
+    // Intentional: the check uses only "type", so that the extension alone never creates a file.
+    // Intentional: the call is virtual, so that a subclass can decide about its inputs.
     const auto report = CheckInputAndAdaptIfNecessary(input, std::move(name));
+    // Intentional: a subclass without objections may return no report.
     if (report != nullptr && report->GetErrorType() != 0) {
         KEL_FAIL("The defined input is not accepted. Please call CheckInputAndAdaptIfNecessary to "
                  "receive more info about supported input infos.");
     }
 
+    // Intentional: an accepted input stays defined where its file cannot be created, so that the
+    // host can try another path.
     definedInput = std::move(input);
     SF_INFO sfInfo = WrapperFormatAndAudioParametersToSfInfo(wrapperFormat, audioInfo);
     const std::string platformPath = ConvertWideStringToPlatformString(path);
@@ -417,7 +435,8 @@ void LibsndfileSink::DefineInput(std::shared_ptr<const IInfoContainer> input, st
         KEL_FAIL("Unable to open file \"" << platformPath << "\" with libsndfile. Error is:\""
                                           << sf_strerror(nullptr) << "\"");
     }
-    // A file that was open before is left to itself: one input is defined per file.
+    // Intentional: a file that was open before is not closed, because only the producer finishes
+    // files.
     sndFile = file;
 }
 
@@ -427,11 +446,14 @@ void LibsndfileSink::PushSample(std::shared_ptr<const ISampleContainer> containe
     if (samples.empty()) {
         return;
     }
+    // Intentional: the number of samples comes first, because the message quotes both in this
+    // order.
     KEL_CHECK_EQUAL(samples.size(), 1U, "More than one audio sample received! This is forbidden");
 
     const std::shared_ptr<const IBuffer> buffer = samples.front()->GetBuffer();
+    // Intentional: all bytes are passed on, because libsndfile reports what is not a whole frame.
     const std::uint32_t size = buffer->GetSize();
-    // Without a file libsndfile is given its null handle, writes nothing and says so.
+    // Intentional: without a file libsndfile gets a null handle, so that the lost bytes are logged.
     const sf_count_t written = sf_write_raw(sndFile, buffer->GetData(), size);
     if (written != static_cast<sf_count_t>(size)) {
         KEL_LOG(LogLevel::Error,

@@ -10,19 +10,18 @@
 
 namespace kel {
 
-/// The writer element. Takes one PCM audio input, creates an extensible WAVE, RF64 or AIFF file for
-/// it and writes the bytes of each pushed sample unchanged.
+/// The writer element. Accepts one PCM audio input, creates an extensible WAVE, RF64 or AIFF file
+/// for it and writes the bytes of each pushed sample unchanged.
 ///
-/// The file is finished by Close or Release and by nothing else. One thread at a time; no locks, no
-/// threads of its own. The operations are documented with their interfaces; said here is what is
-/// particular to this element.
+/// Only Close and Release finish the file. One thread at a time; no locks, no threads of its own.
+/// The interfaces document the operations; the comments here describe only the behaviour that is
+/// specific to this element.
 class LibsndfileSink : public IAudioSink {
 public:
     /// @param manifest the manifest, shared; "type" is read from it when the input is checked
     explicit LibsndfileSink(std::shared_ptr<const IParametersCollectionInstance> manifest);
 
-    /// Does not finish the file: a sink that goes without Close or Release leaves it as it is, with
-    /// its handle open.
+    /// Does not finish the file: without Close or Release it stays as it is, with its handle open.
     ~LibsndfileSink() override;
 
     LibsndfileSink(const LibsndfileSink&) = delete;
@@ -40,7 +39,7 @@ public:
     void Open(const std::wstring& path) override;
     /// Always refused.
     void PushMetadata(const std::vector<std::shared_ptr<const IMetadata>>& metadata) override;
-    /// Finishes the file; the flag does not matter. What libsndfile says to it is not reported.
+    /// Finishes the file. The flag has no effect, and a failure is not reported.
     void Close(bool flag) override;
 
     // IMediaSink
@@ -49,8 +48,8 @@ public:
     /// Error and does not throw; so is a push without a file.
     void PushSample(std::shared_ptr<const ISampleContainer> container) override;
     /// Creates the file. The container format comes from the manifest's "type", or else from the
-    /// extension of the path; a file is created only where "type" is AIFF, WAVE or BWAVE. A second
-    /// call creates a second file and does not finish the first.
+    /// extension of the path. A file is created only if "type" is AIFF, WAVE or BWAVE. A second
+    /// call creates a second file and does not finish the first one.
     void DefineInput(std::shared_ptr<const IInfoContainer> input, std::string name) override;
     std::shared_ptr<const IInfoContainer> GetDefinedInput(std::string name) const override;
     /// Always refused.
@@ -61,7 +60,7 @@ public:
     /// Does nothing: the sink keeps no buffer.
     void ClearInternalBuffer() override;
     void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> newConfig) override;
-    /// Judges by the manifest's "type" alone, whatever the path.
+    /// Checks the input for the manifest's "type". The path has no effect.
     std::shared_ptr<const ICheckInputReport>
     CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer> input,
                                   std::string name) const override;
@@ -73,7 +72,7 @@ private:
     std::shared_ptr<const IParametersCollectionInstance> initConfig;
     std::shared_ptr<const IParametersCollectionInstance> config; // the manifest
     SNDFILE* sndFile = nullptr;                                  // null while no file is open
-    std::wstring openedFilePath; // what Open was given; empty again when the file is finished
+    std::wstring openedFilePath; // the path from Open; empty again when the file is finished
 };
 
 } // namespace kel

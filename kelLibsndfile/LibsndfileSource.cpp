@@ -44,9 +44,11 @@ bool IsNull(const EditRate& rate) {
     return rate.numerator == 0 || rate.denominator == 0;
 }
 
-// Equal as quotients: 96000/2 is the rate 48000/1. A null rate equals null rates only.
+// Intentional: rates are compared as quotients with a tolerance, so that 96000/2 is 48000/1 and a
+// rate that was rounded on its way is still the rate of the file.
 bool IsSameRate(const EditRate& left, const EditRate& right) {
     constexpr double kTolerance = 0.00006;
+    // A null rate has no quotient.
     if (IsNull(left) || IsNull(right)) {
         return IsNull(left) && IsNull(right);
     }
@@ -65,6 +67,7 @@ LibsndfileSource::LibsndfileSource(std::shared_ptr<const IParametersCollectionIn
     : manifest(std::move(config)) {}
 
 LibsndfileSource::~LibsndfileSource() {
+    // Intentional: a source that is destroyed closes its file, as reading has nothing to finish.
     LibsndfileSource::Release();
 }
 
@@ -82,14 +85,21 @@ void LibsndfileSource::SetInitConfig(std::shared_ptr<const IParametersCollection
     KEL_CHECK_POINTER(initConfig, kNotConfigured);
     const std::wstring path = initConfig->GetWideStringValue("FilePath");
     if (!path.empty()) {
+        // Intentional: the call is virtual, so that a subclass that overrides Open opens this file
+        // too.
         Open(path);
     }
 }
 
 void LibsndfileSource::Open(const std::wstring& path) {
+    // Intentional: the handle decides and not IsMediaOpen, which a subclass may override.
+    // Intentional: a second file is refused, because closing the first one is the caller's
+    // decision.
     KEL_CHECK(sndFile == nullptr, "Cannot open a file twice.");
 
     const std::string name = ConvertWideStringToPlatformString(path);
+    // Intentional: libsndfile gets the description of the last attempt, a failed one included,
+    // because a series of headerless files is described by its first file.
     SNDFILE* file = sf_open(name.c_str(), SFM_READ, &sfInfo);
     if (file == nullptr) {
         // Without a handle there is only the library's global error text.
@@ -97,23 +107,29 @@ void LibsndfileSource::Open(const std::wstring& path) {
                                           << sf_strerror(nullptr) << "\"");
     }
     if (sfInfo.channels <= 0) {
-        // The handle stays with libsndfile: a file without channels is one whose reader cannot be
-        // trusted to close.
+        // Intentional: the handle stays open, because libsndfile cannot be trusted to close a file
+        // that it reports without channels.
         KEL_FAIL("The following file \"" << name << "\" has " << sfInfo.channels << " channels.");
     }
     KEL_LOG(LogLevel::Info, "Successfully opened \""
                                 << name << "\" -- nb channels: " << sfInfo.channels
                                 << " nb samples (in each channel): " << sfInfo.frames
                                 << " format: " << sfInfo.format);
+    // Intentional: the stamp of the next sample and the activation of the output stay as they are,
+    // so that a series of files is read like one stream.
     sndFile = file;
 
     KEL_CHECK_POINTER(initConfig, kNotConfigured);
     const std::string allocatorName = initConfig->GetStringValue("AllocatorRef");
     if (!allocatorName.empty()) {
+        // Intentional: the file stays open where the allocator is unknown, so that its time limits
+        // can be read all the same.
         allocator = GetAllocator(allocatorName);
         KEL_CHECK_POINTER(allocator, "could not find allocator " << allocatorName);
     }
 
+    // Intentional: the new parameters count at once, because they describe the file that is open
+    // even where the rest of its description cannot be created.
     audioParameters = CreateAudioParameters<ACodecFamily::PCM>();
     audioParameters->SetMuxing(PCMMuxing::Multi);
     audioParameters->SetSampleRate(static_cast<std::uint32_t>(sfInfo.samplerate));
@@ -127,8 +143,8 @@ void LibsndfileSource::Open(const std::wstring& path) {
                         CreateTrackGroup(trackName), TrackLayout::Default);
     audioInfo = CreateAudioInfo(audioParameters, CreateChannelInfo(track), {}, {});
 
-    // A named allocator only has to exist: the buffers always come from a pool of the source's own,
-    // whose blocks suit a stream of one size.
+    // Intentional: a named allocator only has to exist, because the source's own pool suits a
+    // stream of blocks of one size better.
     allocator =
         ImplementElement<ElementFactoryType::MemoryBlockAllocator>("kel", "Recycler", nullptr);
 }
@@ -156,15 +172,15 @@ void LibsndfileSource::Release() {
     if (sndFile == nullptr) {
         return;
     }
-    // Everything else stays, on purpose: what was chosen for one file holds for the next, and the
-    // stamps go on.
+    // Intentional: the choice of outputs and the stamp of the next sample stay, so that they apply
+    // to the next file.
     sf_close(sndFile);
     sndFile = nullptr;
 }
 
 std::shared_ptr<const IInfoContainer>
 LibsndfileSource::GetDefinedOutput(std::string /*name*/) const {
-    // An Open that failed half-way may have left a file without a description.
+    // A failed Open may leave an open file without a description.
     if (!IsMediaOpen() || audioInfo == nullptr) {
         return nullptr;
     }
@@ -183,7 +199,7 @@ void LibsndfileSource::ActivateOutputs(
     if (!IsMediaOpen()) {
         KEL_FAIL("Cannot call ActivateOutputs without an opened file");
     }
-    // There is one output, so that any choice at all is a choice of it.
+    // Intentional: any list that is not empty activates the output, because there is only one.
     outputsActivated = !outputs.empty();
 }
 
@@ -199,15 +215,16 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
         return nullptr;
     }
     KEL_CHECK_POINTER(initConfig, kNotConfigured);
-    // Taken as it is: 0 delivers nothing, and a negative value is a very large one.
+    // Intentional: the value is converted without a check, so that 0 delivers nothing and a
+    // negative value means a very large number.
     const auto maxFrames =
         static_cast<std::uint32_t>(initConfig->GetIntegerValue("MaxSamplesPerBuffer"));
     const std::uint32_t bytesPerFrame =
         static_cast<std::uint32_t>(sfInfo.channels) * kBytesPerValue;
 
     std::shared_ptr<IBuffer> buffer = CreateBuffer(allocator, nullptr);
-    // Unsigned 32-bit arithmetic, which wraps: the reservation may hold fewer frames than were
-    // asked for, and the read must not go past it.
+    // Intentional: the product wraps in 32 bits and the read is limited to the frames that fit, so
+    // that a large setting reads less instead of failing.
     const std::uint32_t reservedBytes = bytesPerFrame * maxFrames;
     buffer->Reserve(reservedBytes);
     const std::uint64_t wholeFrame =
@@ -220,8 +237,9 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
     if (framesRead == 0) {
         return nullptr;
     }
+    // Intentional: only an error is reported and not a short read, which is the normal end of a
+    // file. Intentional: the frames before an error are delivered, because they are valid.
     if (sf_error(sndFile) != SF_ERR_NO_ERROR) {
-        // What was read is delivered all the same.
         KEL_LOG(LogLevel::Error, "Warning: tried to read "
                                      << maxFrames << " frames but could only read " << framesRead
                                      << " -- libsndfile error is " << sf_strerror(sndFile));
@@ -231,7 +249,8 @@ std::shared_ptr<const ISampleContainer> LibsndfileSource::GetSample() {
     const TimeLimits limits(MediaTime(FrameRate(sfInfo), position, nullptr), framesRead);
     auto container = CreateSampleContainer(
         CreateAudioSample(audioParameters, audioInfo, std::move(buffer), limits, {}), nullptr);
-    // Counts what is delivered: a sample that could not be made leaves it.
+    // Intentional: the stamp counts only delivered frames, so that a sample that cannot be created
+    // does not change it.
     position += framesRead;
     return container;
 }
@@ -240,6 +259,9 @@ TimeLimits LibsndfileSource::GetTimeLimits(std::string /*track*/) {
     if (!IsMediaOpen()) {
         KEL_FAIL("Cannot call GetTimeLimits without an opened file");
     }
+    // Intentional: the limits are those of the file and do not depend on the frames delivered so
+    // far. Intentional: libsndfile's number of frames is passed on unchanged, even where it is
+    // negative.
     return {MediaTime(FrameRate(sfInfo), 0, nullptr), sfInfo.frames};
 }
 
@@ -247,6 +269,8 @@ MediaTime LibsndfileSource::GotoTimeOffset(const MediaTime& time, std::string /*
     if (!IsMediaOpen()) {
         KEL_FAIL("Cannot call GotoTimeOffset without an opened file");
     }
+    // Intentional: the result keeps the rate and the clock of the request, so that the caller can
+    // compare the two.
     MediaTime result = time;
     if (!IsSameRate(time.GetEditRate(), FrameRate(sfInfo))) {
         KEL_FAIL("LibsndfileSource::GotoTimeOffset - must use same EditRate as the source "
@@ -266,7 +290,7 @@ MediaTime LibsndfileSource::GotoTimeOffset(const MediaTime& time, std::string /*
     if (reached > sfInfo.frames) {
         KEL_FAIL("LibsndfileSource::GotoTimeOffset - returned frame offset past file end!");
     }
-    // The stamp of the next sample stays: it counts what was delivered.
+    // Intentional: the stamp of the next sample stays, because it counts the delivered frames.
     result.SetTimeNumber(reached);
     return result;
 }

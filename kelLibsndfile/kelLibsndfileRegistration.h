@@ -1,4 +1,4 @@
-/// What the plug-in offers to the framework, and how it gets there.
+/// The registration of the plug-in's elements with the framework.
 #pragma once
 
 #include <memory>
@@ -20,13 +20,13 @@ std::shared_ptr<LibsndfileSink>
 CreateLibsndfileSink(std::shared_ptr<const IParametersCollectionInstance> config);
 
 /// Registers the source for AIFF, WAVE and BWAVE.
-/// @param name what the host gave to RegisterAll
-/// @throws std::logic_error when @p name is null; whatever the framework throws. Registrations made
-/// before stay made.
+/// @param name the name passed to RegisterAll
+/// @throws std::logic_error if @p name is null, and the exceptions of the framework. Earlier
+/// registrations stay.
 void RegisterLibsndfileSource(const char* name);
 
 /// Registers the sink for Unknown, AIFF, WAVE, BWAVE and RAW.
-/// @param name what the host gave to RegisterAll
+/// @param name the name passed to RegisterAll
 /// @throws as RegisterLibsndfileSource
 void RegisterLibsndfileSink(const char* name);
 
@@ -34,6 +34,6 @@ void RegisterLibsndfileSink(const char* name);
 
 /// The plug-in's entry point: registers the source, then the sink. A host calls it once after
 /// loading the library; a second call registers everything a second time.
-/// @param name under which the host wants the registrations; not null
+/// @param name the host's name for the registrations; not null
 /// @throws as RegisterLibsndfileSource
 extern "C" __attribute__((visibility("default"))) void RegisterAll(const char* name);
