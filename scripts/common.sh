@@ -7,9 +7,9 @@ test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev groff
 # To make Debian packages of it.
 packaging_packages="$build_packages dpkg-dev file fakeroot"
 # To make the reference from the headers.
-reference_packages="doxygen"
+api_docs_packages="doxygen"
 # For the checks that a change passes before it lands: a second compiler, and readers of the code.
-check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev lintian llvm $reference_packages"
+check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev lintian llvm $api_docs_packages"
 # To compare the core's binary interface with the accepted one.
 abi_packages="$build_packages abigail-tools xz-utils"
 

@@ -1,6 +1,6 @@
 """Tries small changes of the sources one by one and reports those that no test notices.
 
-Run by scripts/mutate, from the project's root.
+Run by scripts/mutation-test, from the project's root.
 """
 
 import argparse
@@ -173,7 +173,7 @@ class Tree:
 
     def __init__(self, directory):
         self.directory = directory
-        self.build = directory / "build" / "mutate"
+        self.build = directory / "build" / "mutation-test"
         directory.mkdir(parents=True, exist_ok=True)
         tracked = subprocess.run(["git", "ls-files", "-z"], check=True, capture_output=True)
         for name in tracked.stdout.decode().split("\0"):
@@ -279,7 +279,7 @@ def main():
 
     trees = queue.Queue()
     for number in range(arguments.jobs):
-        trees.put(Tree(ROOT / "build" / "mutate" / str(number)))
+        trees.put(Tree(ROOT / "build" / "mutation-test" / str(number)))
 
     def attempt(mutation):
         tree = trees.get()
