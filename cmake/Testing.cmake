@@ -11,6 +11,13 @@ add_dependencies(kelElementTests kelLibsndfile)
 add_custom_target(kelThreadTests)
 add_dependencies(kelThreadTests kelLibsndfile kelhost)
 
+# The test programs and their sources, for scripts/test-targets.
+function(kel_write_test_programs)
+  get_property(programs GLOBAL PROPERTY KEL_TEST_PROGRAMS)
+  file(WRITE ${PROJECT_BINARY_DIR}/test-programs.txt "${programs}")
+endfunction()
+cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL kel_write_test_programs)
+
 # kel_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...]
 #              [LABELS label] [FIXTURES fixture])
 # A test program whose tests each become a ctest entry of their own. Its own code is not optimised in a
@@ -32,6 +39,8 @@ function(kel_add_test name)
   if("threads" IN_LIST arg_LABELS)
     add_dependencies(kelThreadTests ${name})
   endif()
+  list(TRANSFORM arg_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ REGEX "^[^/]")
+  set_property(GLOBAL APPEND_STRING PROPERTY KEL_TEST_PROGRAMS "${name};${arg_SOURCES}\n")
   set(properties TIMEOUT 300)
   if(arg_LABELS)
     list(APPEND properties LABELS ${arg_LABELS})
@@ -40,7 +49,8 @@ function(kel_add_test name)
     list(APPEND properties FIXTURES_REQUIRED ${arg_FIXTURES})
   endif()
   if(NOT KEL_SANITIZE)
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+    # Without the values themselves, which are addresses for some parameters.
+    gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
     return()
   endif()
   foreach(shard RANGE 9)

@@ -48,10 +48,11 @@ install_packages() {
   rm -f "$log"
 }
 
-# build_preset PRESET TARGET [CONFIGURE_ARGUMENT...]: configures a preset, if it was not or if there
-# are arguments to add, and builds; quiet unless something fails. TARGET "all" is everything.
+# build_preset PRESET TARGETS [CONFIGURE_ARGUMENT...]: configures a preset, if it is not configured or if
+# there are arguments to add, and builds. Prints nothing unless something fails. TARGETS "all" is
+# everything, and "" only configures.
 build_preset() {
-  local preset=$1 target=$2
+  local preset=$1 targets=$2
   shift 2
   local log
   log=$(mktemp)
@@ -59,7 +60,8 @@ build_preset() {
     if [ ! -f "build/$preset/build.ninja" ] || [ $# -gt 0 ]; then
       cmake --preset "$preset" "$@"
     fi &&
-      cmake --build --preset "$preset" --target "$target"
+      # shellcheck disable=SC2086
+      { [ -z "$targets" ] || cmake --build --preset "$preset" --target $targets; }
   } >"$log" 2>&1; then
     cat "$log" >&2
     rm -f "$log"
