@@ -11,6 +11,18 @@ add_dependencies(kelElementTests kelLibsndfile)
 add_custom_target(kelThreadTests)
 add_dependencies(kelThreadTests kelLibsndfile kelhost)
 
+# The headers that most tests include, compiled once for all test programs. A compiler cache cannot make
+# use of it, and files that are compiled one by one show which headers they lack.
+if(KEL_GROUPS AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test-headers.cpp CONTENT "int main() {}\n")
+  add_executable(kelTestHeaders EXCLUDE_FROM_ALL ${PROJECT_BINARY_DIR}/test-headers.cpp)
+  target_link_libraries(kelTestHeaders PRIVATE GTest::gmock_main kelProjectSettings)
+  target_compile_options(kelTestHeaders PRIVATE $<$<CONFIG:Release>:-O0>)
+  target_precompile_headers(kelTestHeaders PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h>
+    <algorithm> <cstddef> <cstdint> <filesystem> <functional> <memory> <string> <utility> <vector>)
+endif()
+
 # The test programs and their sources, for scripts/test-targets.
 function(kel_write_test_programs)
   get_property(programs GLOBAL PROPERTY KEL_TEST_PROGRAMS)
@@ -30,6 +42,13 @@ function(kel_add_test name)
     ${arg_LIBRARIES} kelTestSupport kelCore::kelCore GTest::gmock_main kelProjectSettings)
   target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
   target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
+  if(TARGET kelTestHeaders)
+    target_precompile_headers(${name} REUSE_FROM kelTestHeaders)
+    # Other files replace functions of the system or belong to the libraries.
+    set(others ${arg_SOURCES})
+    list(FILTER others EXCLUDE REGEX "Tests\\.cpp$")
+    set_source_files_properties(${others} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+  endif()
   set_target_properties(${name} PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
