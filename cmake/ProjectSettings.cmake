@@ -1,4 +1,4 @@
-# How everything of the project's own is compiled and linked. Nothing of it reaches a consumer.
+# The settings that the project's own code is compiled and linked with. They do not reach consumers.
 
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -8,36 +8,34 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-# The build tree mirrors the install tree and is linked as if it were installed, so that it runs from
-# wherever it lies, and so that the libraries do not know the directory that they were built in.
+# The build tree mirrors the install tree and is linked like an installed one, so that it can be moved and
+# the libraries do not contain the path of the build directory.
 include(GNUInstallDirs)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_BINDIR})
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR})
 set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 
-# Programs find the libraries, and the libraries' directory holds that of the plug-ins, wherever all of
-# it is moved.
+# Programs find the libraries and plug-ins by relative paths, so that the whole tree can be moved.
 set(KEL_INSTALL_PLUGINDIR ${CMAKE_INSTALL_LIBDIR}/kel)
 file(RELATIVE_PATH KEL_BINDIR_TO_LIBDIR
   ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 
 option(KEL_WARNINGS_AS_ERRORS "Warnings are errors in the project's own build" ${PROJECT_IS_TOP_LEVEL})
-set(KEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize= takes them")
+set(KEL_SANITIZE "" CACHE STRING "Sanitizers to build with, the value of -fsanitize=")
 option(KEL_COVERAGE "Build for coverage measurement" OFF)
-option(KEL_GROUPS "Compile the files of a group as one, which is faster where all are compiled" OFF)
+option(KEL_GROUPS "Compile the files of a group as one, which makes a whole build faster" OFF)
 
 # kel_group_files(TARGET file...)
-# Files that may be compiled as one: names that are a file's own are so in all of them together. A
-# file in no group is always compiled by itself. The core and the plug-in have none: they are checked
-# as they are shipped.
+# Compiles these files as one if KEL_GROUPS is on. Their local names must not clash. The core and the plug-in
+# have no groups: they are tested as they are shipped.
 function(kel_group_files target)
   set_target_properties(${target} PROPERTIES UNITY_BUILD ${KEL_GROUPS} UNITY_BUILD_MODE GROUP)
   list(GET ARGN 0 first)
   cmake_path(GET first STEM group)
   set_source_files_properties(${ARGN} PROPERTIES UNITY_GROUP ${group})
   if(KEL_GROUPS AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # It takes the files of a group for headers, whose types others could see.
+    # The compiler treats the files of a group as headers, whose types other files could use.
     target_compile_options(${target} PRIVATE -Wno-subobject-linkage)
   endif()
 endfunction()

@@ -1,19 +1,21 @@
-# Tests: GoogleTest, one ctest entry for each test.
+# Tests with GoogleTest. Each test is a ctest entry.
 
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
-# Builds the test programs of the core and the plug-in, and no others.
+# Builds only the test programs of the core and the plug-in.
 add_custom_target(kelElementTests)
 add_dependencies(kelElementTests kelLibsndfile)
 
-# Builds the programs whose tests are labelled "threads", and no others.
+# Builds only the programs whose tests are labelled "threads".
 add_custom_target(kelThreadTests)
 add_dependencies(kelThreadTests kelLibsndfile kelhost)
 
-# The headers that most tests include, compiled once for all test programs. A compiler cache cannot make
-# use of it, and files that are compiled one by one show which headers they lack.
-if(KEL_GROUPS AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+# The headers that most tests include, compiled once for all test programs. Without it, a file that lacks
+# an include does not compile.
+option(KEL_PRECOMPILED_TESTS "Precompile the headers that most tests include" ${KEL_GROUPS})
+# A compiler cache does not serve files that use precompiled headers.
+if(KEL_PRECOMPILED_TESTS AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test-headers.cpp CONTENT "int main() {}\n")
   add_executable(kelTestHeaders EXCLUDE_FROM_ALL ${PROJECT_BINARY_DIR}/test-headers.cpp)
   target_link_libraries(kelTestHeaders PRIVATE GTest::gmock_main kelProjectSettings)
@@ -32,9 +34,9 @@ cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL kel_write_test_program
 
 # kel_add_test(NAME SOURCES file... [LIBRARIES target...] [DEFINITIONS definition...]
 #              [LABELS label] [FIXTURES fixture])
-# A test program whose tests each become a ctest entry of their own. Its own code is not optimised in a
-# release build, which halves the time that it takes to compile; what it tests is. An instrumented
-# program takes longer to start than most tests do to run: there, an entry is a tenth of its tests.
+# Adds a test program and a ctest entry for each of its tests. In a release build, the code of the tests is
+# not optimised, which halves the time to compile it. An instrumented program needs longer to start than
+# most tests need to run, so there an entry is a tenth of its tests.
 function(kel_add_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABELS;FIXTURES" "SOURCES;LIBRARIES;DEFINITIONS")
   add_executable(${name} ${arg_SOURCES})

@@ -1,22 +1,24 @@
-# What the scripts share: the Debian packages for each purpose, installing, building. Sourced.
+# Shared by the scripts, which source it: the Debian packages for each purpose, installation, builds.
 
 # To build and run the host program.
 build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev libfmt-dev nlohmann-json3-dev libxxhash-dev libebur128-dev libcairo2-dev"
-# To build and run the tests: the framework, and tools that judge the outputs.
+# To build and run the tests: the test framework, and tools that check the outputs.
 test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev groff-base make sox ffmpeg parallel patch python3 python3-jsonschema"
-# To make Debian packages of it.
+# To make the Debian packages.
 packaging_packages="$build_packages dpkg-dev file fakeroot"
 # To make the reference from the headers.
 api_docs_packages="doxygen"
-# For the checks that a change passes before it lands: a second compiler, and readers of the code.
+# For the checks of a change: a second compiler, and static analysis.
 check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-rt-14-dev lintian llvm $api_docs_packages"
+# To build many small changes of the sources quickly.
+mutation_test_packages="$test_packages mold"
 # To compare the core's binary interface with the accepted one.
 abi_packages="$build_packages abigail-tools xz-utils"
 
-# How many tests run at once: many wait for something, so one more than there are processors.
+# The number of tests that run at once. Many tests wait, so it is one more than the processors.
 test_jobs=$(($(nproc) + 1))
 
-# install_packages PACKAGE...: installs those that are missing, and says so first.
+# install_packages PACKAGE...: reports and installs those that are missing.
 install_packages() {
   local package missing=()
   for package in "$@"; do
@@ -28,7 +30,7 @@ install_packages() {
   local as_root=()
   if [ "$(id -u)" -ne 0 ]; then
     command -v sudo >/dev/null || {
-      echo "They can only be installed by root or with sudo. Install them, then try again." >&2
+      echo "Only root or sudo can install them. Install them, then try again." >&2
       return 1
     }
     as_root=(sudo)
@@ -42,7 +44,7 @@ install_packages() {
   } >"$log" 2>&1 </dev/null; then
     cat "$log" >&2
     rm -f "$log"
-    echo "The packages could not be installed; the lines above say why." >&2
+    echo "The packages cannot be installed; the lines above show the cause." >&2
     return 1
   fi
   rm -f "$log"
@@ -65,7 +67,7 @@ build_preset() {
   } >"$log" 2>&1; then
     cat "$log" >&2
     rm -f "$log"
-    echo "The build of preset $preset failed; the lines above say why." >&2
+    echo "The build of preset $preset failed; the lines above show the cause." >&2
     return 1
   fi
   rm -f "$log"

@@ -1,14 +1,14 @@
-# Builds copies of the examples in EXAMPLES as a user does, against what is installed in the directory
-# "first" below STAGE, and installs them there; then calls the directory MOVED.
+# Builds copies of the examples in EXAMPLES like a user, against the installation in the directory "first"
+# below STAGE, and installs them there. Then renames the directory to MOVED.
 #
-# COMPILER, or what the environment has as KEL_EXAMPLES_COMPILER, and GENERATOR are what they are built
-# with. Warnings are errors, those in kelCore's headers too.
+# Uses COMPILER, or KEL_EXAMPLES_COMPILER of the environment, and GENERATOR. Warnings are errors, also in
+# kelCore's headers.
 
 if(DEFINED ENV{KEL_EXAMPLES_COMPILER})
   set(COMPILER $ENV{KEL_EXAMPLES_COMPILER})
 endif()
 
-# What ctest may have been started with is not for the examples.
+# The flags that ctest may have been started with are not meant for the examples.
 unset(ENV{CXXFLAGS})
 unset(ENV{LDFLAGS})
 foreach(example tone host)

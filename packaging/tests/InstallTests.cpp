@@ -51,7 +51,7 @@ std::string PkgConfig(const std::string& question) {
     command.environment["PKG_CONFIG_PATH"] = kPrefix + "/lib/pkgconfig";
     const ProcessResult result = RunCommand(command);
     EXPECT_EQ(result.status, 0) << result.err;
-    // What it says ends with a blank or a newline, or both.
+    // The output ends with a blank or a newline, or both.
     return result.out.substr(0, result.out.find_last_not_of(" \n") + 1);
 }
 

@@ -1,10 +1,12 @@
-"""Tries small changes of the sources one by one and reports those that no test notices.
+"""Makes small changes to the sources one by one and reports those that no test notices.
 
-Run by scripts/mutation-test, from the project's root.
+scripts/mutation-test runs it in the project's root.
 """
 
 import argparse
+import collections
 import concurrent.futures
+import dataclasses
 import os
 import pathlib
 import queue
@@ -13,12 +15,11 @@ import shutil
 import subprocess
 import sys
 import time
-from dataclasses import dataclass
 
 ROOT = pathlib.Path.cwd()
 HERE = pathlib.Path(__file__).resolve().parent
 DIRECTORIES = ("kelCore", "kelLibsndfile")
-# So long that a program that hangs is not taken for one that had to wait for the processor.
+# Long enough for a program that has to wait for the processor.
 TEST_TIMEOUT_SECONDS = 600
 
 TURNED = {
@@ -31,7 +32,7 @@ TURNED = {
 }
 
 
-@dataclass(frozen=True)
+@dataclasses.dataclass(frozen=True)
 class Mutation:
     file: str
     kind: str
@@ -39,8 +40,9 @@ class Mutation:
     end: int
     replacement: str
     line: int
-    original: str  # the line, stripped, by which it is known
-    shown: str  # what became of it
+    original: str  # the line, stripped, which identifies the change
+    shown: str  # the text before and after the change
+    is_marked: bool = False  # in a statement that is marked as intentional
 
     def key(self):
         return f"{self.kind} | {self.file} | {self.original} | {self.shown}"
@@ -74,23 +76,37 @@ def make(text, file, kind, begin, end, replacement):
 
 
 def matching_end(text, begin):
-    """The offset behind the ';' that ends the statement that begins here."""
+    """The offset after the ';' or the block that ends the statement that begins here."""
     depth = 0
+    has_block = re.match(r"(if|for|while|do|switch|try)\b", text[begin:])
     for offset, piece, kind in split_code(text[begin:]):
         if kind != "code":
             continue
         for i, character in enumerate(piece):
             depth += (character in "({[") - (character in ")}]")
-            if character == ";" and depth == 0:
+            if depth == 0 and (character == ";" or (character == "}" and has_block)):
                 return begin + offset + i + 1
     return None
+
+
+MARKER = re.compile(r"//+ (Intentional: [^\n]*(?:\n *//[^\n]*)*)")
+
+
+def markers(text):
+    """The marked statements, as (line, comment, begin, end). A comment after code is about its line."""
+    for match in MARKER.finditer(text):
+        line_begin = text.rfind("\n", 0, match.start()) + 1
+        begin = line_begin if text[line_begin:match.start()].strip() else match.end()
+        begin = re.compile(r"(?:\s|//[^\n]*)*").match(text, begin).end()
+        comment = " ".join(re.sub(r"\n *//+", " ", match[1]).split())
+        yield text.count("\n", 0, match.start()) + 1, comment, begin, matching_end(text, begin)
 
 
 STATEMENT = re.compile(
     r"^(?P<indent> {4,})(?!return|throw|using|static_assert|case|default|break|continue|public|private"
     r"|class|struct|const |constexpr|auto|delete|if|for|while|else|\})"
     r"(?P<body>[A-Za-z_:*+~\-][^\n]*);[^\n]*?(?= *\\?$)", re.M)
-# What stands before the 0 of a function that is left to others.
+# The text before the 0 of a pure virtual function.
 PURE = re.compile(r"\)(?:\s+const)?(?:\s+noexcept)?\s*=\s*$")
 
 
@@ -140,36 +156,20 @@ def mutations_of(file):
         if next_begin == end + 1 and indent == next_indent:
             found.append(make(text, file, "order", begin, next_end,
                               text[next_begin:next_end] + "\n" + text[begin:end]))
-    return found
-
-
-def oddities():
-    """Mutations written by hand: blocks of "file", "<<<", original, "===", replacement, ">>>"."""
-    found = []
-    blocks = re.finditer(r"^([\w/.]+)\n<<<\n(.*?)\n===\n(.*?)\n?>>>$",
-                         (HERE / "oddities.txt").read_text(), re.M | re.S)
-    for block in blocks:
-        file, original, replacement = block.groups()
-        text = (ROOT / file).read_text()
-        if text.count(original) != 1:
-            sys.exit(f"oddities.txt: stands {text.count(original)} times in {file}:\n{original}")
-        begin = text.index(original)
-        found.append(make(text, file, "oddity", begin, begin + len(original), replacement))
-    return found
+    marked = [(begin, end) for _, _, begin, end in markers(text) if end is not None]
+    found += [make(text, file, "intentional", begin, end, ";") for begin, end in marked]
+    return [dataclasses.replace(mutation, is_marked=any(begin <= mutation.begin < end for begin, end in marked))
+            for mutation in found]
 
 
 def equivalents():
-    """The keys of what cannot be noticed, each with its reason on the line below it."""
+    """The keys of changes that no test can notice. The line after each has the reason."""
     lines = (HERE / "equivalent.txt").read_text().splitlines()
-    keys = {}
-    for line, reason in zip(lines, lines[1:]):
-        if " | " in line and reason.startswith("    "):
-            keys[line] = reason.strip()
-    return keys
+    return {line for line, reason in zip(lines, lines[1:]) if " | " in line and reason.startswith("    ")}
 
 
 class Tree:
-    """A copy of the project that is built, changed, tested and put right again."""
+    """A copy of the project that is changed, built, tested and restored."""
 
     def __init__(self, directory):
         self.directory = directory
@@ -184,16 +184,22 @@ class Tree:
                 if not target.exists() or target.read_bytes() != data:
                     target.write_bytes(data)
                     shutil.copymode(ROOT / name, target)
-        self.run(["cmake", "-G", "Ninja", "-S", ".", "-B", self.build, "-DCMAKE_BUILD_TYPE=Debug",
-                  "-DKEL_GROUPS=ON", "-DKEL_WARNINGS_AS_ERRORS=OFF"])
+        # Each file is compiled by itself, so that a change has few files compiled. A program does not
+        # have to be linked again where only a library that it loads differs.
+        self.run(["cmake", "-G", "Ninja", "-S", ".", "-B", self.build, "-DCMAKE_BUILD_TYPE=",
+                  "-DCMAKE_CXX_FLAGS=-O0 -g0", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=mold",
+                  "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=mold", "-DCMAKE_MODULE_LINKER_FLAGS=-fuse-ld=mold",
+                  "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DKEL_GROUPS=OFF", "-DKEL_PRECOMPILED_TESTS=ON",
+                  "-DKEL_WARNINGS_AS_ERRORS=OFF"])
         self.targets = [target for target in
                         re.findall(r"^(kel(?:Core|Libsndfile)\w*Tests): phony", self.run(
                             ["ninja", "-C", self.build, "-t", "targets", "all"]), re.M)
                         if "Binary" not in target]
         self.run(["ninja", "-C", self.build, "kelLibsndfile", *self.targets])
         self.times = {target: 0.0 for target in self.targets}
-        self.noticed = {target: 0 for target in self.targets}
-        failed = self.outcome()
+        self.noticed = collections.Counter()
+        self.header_tests = {}
+        failed = self.outcome("")
         if failed:
             sys.exit(f"The tests fail without a change: {failed}")
 
@@ -204,28 +210,58 @@ class Tree:
             sys.exit(result.stdout)
         return result.stdout
 
-    def outcome(self):
+    def builds(self, *targets):
+        return subprocess.run(["ninja", "-C", str(self.build), *targets], cwd=self.directory,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+
+    def outcome(self, file):
         """"does not compile", the test that fails, or None.
 
-        What noticed most comes first, then what takes least, and nothing is built that is not needed
-        to know: a change in a header would have everything compiled.
+        The programs that noticed most changes of the file come first, then those of its part, then the
+        fastest. Each is built only when its turn comes.
         """
-        for target in sorted(self.targets, key=lambda one: (-self.noticed[one], self.times[one])):
-            # The plug-in is loaded by the tests; some of them have its sources built in.
-            built = subprocess.run(["ninja", "-C", str(self.build), "kelLibsndfile", target],
-                                   cwd=self.directory, stdout=subprocess.DEVNULL,
-                                   stderr=subprocess.DEVNULL)
-            if built.returncode != 0:
+        part = file.split("/")[0]
+        for target in sorted(self.targets, key=lambda one: (
+                -self.noticed[file, one], not one.startswith(part), self.times[one])):
+            # The tests load the plug-in. Some of them contain its sources.
+            if not self.builds("kelLibsndfile", target):
                 return "does not compile"
             failed = self.failing_test(target)
             if failed:
-                self.noticed[target] += 1
+                self.noticed[file, target] += 1
                 return f"{target}: {failed}"
         return None
 
+    def header_test(self, header):
+        """The file of kelCoreTests that tests a header and passes in a program of its own, or None."""
+        if header not in self.header_tests:
+            self.header_tests[header] = None
+            name = pathlib.Path(header).name
+            tests = sorted((path for path in (self.directory / "kelCore" / "tests").glob("*Tests.cpp")
+                            if f"<{name}>" in path.read_text()),
+                           key=lambda path: (path.stem != f"{name[:-2]}Tests", path.stat().st_size))
+            for test in tests[:3]:
+                if self.header_outcome(test.name) is None:
+                    self.header_tests[header] = test.name
+                    break
+        return self.header_tests[header]
+
+    def header_outcome(self, test):
+        """The outcome of one file of kelCoreTests, linked with the core into a program of its own."""
+        object_file = f"kelCore/tests/CMakeFiles/kelCoreTests.dir/{test}.o"
+        if not self.builds("kelCore", object_file):
+            return "does not compile"
+        program = "tests/headerTest"
+        linked = subprocess.run(["c++", "-fuse-ld=mold", object_file, "-o", program, "-Llib", "-lkelCore",
+                                 "-Wl,-rpath," + str(self.build / "lib"), "-lgmock_main", "-lgmock", "-lgtest"],
+                                cwd=self.build, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        if linked.returncode != 0:
+            return "cannot be linked"
+        return self.failing_test("headerTest")
+
     def failing_test(self, target):
         start = time.monotonic()
-        # The limit holds as well where this program is ended before.
+        # The limit still holds when this program is ended.
         result = subprocess.run(
             ["timeout", "--signal=KILL", str(TEST_TIMEOUT_SECONDS), str(self.build / "tests" / target),
              "--gtest_fail_fast", "--gtest_brief=1"],
@@ -241,12 +277,15 @@ class Tree:
         return names[0] if names else "crash"
 
     def attempt(self, mutation):
-        """What noticed the change: "does not compile", a test, or None."""
+        """"does not compile", the test that notices the change, or None."""
+        is_header = mutation.file.endswith(".h")
+        test = self.header_test(mutation.file) if is_header else None
         path = self.directory / mutation.file
         text = path.read_text()
         path.write_text(text[:mutation.begin] + mutation.replacement + text[mutation.end:])
         try:
-            return self.outcome()
+            # A header changes most programs, so the file that tests it comes first.
+            return (test and self.header_outcome(test)) or self.outcome(mutation.file)
         finally:
             path.write_text(text)
 
@@ -254,24 +293,30 @@ class Tree:
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--only", default="", help="only files that match this expression")
-    parser.add_argument("--kinds", help="only these: oddity,text,check,operator,constant,statement,order")
-    parser.add_argument("--list", action="store_true", help="show the changes, try none")
-    parser.add_argument("--jobs", type=int, default=1, help="copies of the tree at work at once")
+    parser.add_argument("--kinds", help="only these: intentional,text,check,operator,constant,statement,order")
+    parser.add_argument("--list", action="store_true", help="list the changes and the intentional statements, try none")
+    parser.add_argument("--jobs", type=int, default=1, help="number of copies of the tree that work at once")
     parser.add_argument("--report", help="write every outcome into this file")
     arguments = parser.parse_args()
 
-    files = []
-    for directory in DIRECTORIES:
-        files += sorted((ROOT / directory).glob("*.cpp")) + sorted((ROOT / directory).glob("include/*.h"))
-    mutations = oddities()
-    for file in files:
-        mutations += mutations_of(str(file.relative_to(ROOT)))
+    mutations = []
+    for path in sorted(path for directory in DIRECTORIES for pattern in ("*.cpp", "include/*.h")
+                       for path in (ROOT / directory).glob(pattern)):
+        file = str(path.relative_to(ROOT))
+        mutations += mutations_of(file)
+        if re.search(arguments.only, file):
+            for line, comment, _, _ in markers(path.read_text()):
+                print(f"{file}:{line}: {comment}")
+    known = equivalents()
+    stale = known - {mutation.key() for mutation in mutations}
+    for key in sorted(stale):
+        print(f"STALE in equivalent.txt: {key}")
     kinds = arguments.kinds.split(",") if arguments.kinds else None
     mutations = [mutation for mutation in mutations if re.search(arguments.only, mutation.file) and
                  (kinds is None or mutation.kind in kinds)]
-    known = equivalents()
     explained = [mutation for mutation in mutations if mutation.key() in known]
-    mutations = [mutation for mutation in mutations if mutation.key() not in known]
+    mutations = sorted((mutation for mutation in mutations if mutation.key() not in known),
+                       key=lambda mutation: not mutation.is_marked)
     if arguments.list:
         for mutation in mutations:
             print(f"{mutation.file}:{mutation.line}: {mutation.kind}: {mutation.shown}")
@@ -306,7 +351,7 @@ def main():
                 print(f"... {number} of {len(mutations)}", file=sys.stderr, flush=True)
     print(f"{len(mutations)} changes: {noticed} noticed, {invalid} do not compile, "
           f"{len(survivors)} survived; {len(explained)} more are known to be equivalent")
-    sys.exit(1 if survivors else 0)
+    sys.exit(1 if survivors or stale else 0)
 
 
 if __name__ == "__main__":
