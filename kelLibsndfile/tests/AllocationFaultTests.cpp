@@ -32,13 +32,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Which allocation is refused.
+// The allocation that is refused.
 struct Refusal {
     unsigned number;
     bool lasts;
 };
 
-// What a sweep over all allocations of a run has met.
+// The result of a sweep over all allocations of a run.
 struct Sweep {
     int refusals = 0;
     std::set<std::string> crashes; // where, and at which refusal
@@ -53,7 +53,7 @@ const char* DescribeRefusal() {
     return text;
 }
 
-// What an attempt answers when nothing was refused and nothing is wrong.
+// The result of an attempt in which nothing was refused and nothing is wrong.
 constexpr const char* kUndisturbed = "undisturbed";
 
 // Refuses one allocation after the other until a run has no more of them.
@@ -81,7 +81,7 @@ Sweep RefuseEach(const std::string& name, const std::function<std::string(Refusa
             } else if (!isOver) {
                 EXPECT_EQ(result.text, "");
             }
-            EXPECT_LT(number, kEnough) << "the run takes memory on and on";
+            EXPECT_LT(number, kEnough) << "the run never ends";
             ++sweep.refusals;
         }
         --sweep.refusals; // nothing was refused at last
@@ -91,7 +91,7 @@ Sweep RefuseEach(const std::string& name, const std::function<std::string(Refusa
     return sweep;
 }
 
-// True if a run went as it should up to its last call, and that failed for want of memory.
+// True if only the last call of a run failed, and that for lack of memory.
 bool IsCutShort(const std::string& text, const std::string& undisturbed) {
     const std::size_t lastLine = text.rfind('\n', text.size() - 2) + 1;
     if (text.empty() || text.back() != '\n' ||
@@ -116,7 +116,7 @@ bool IsCutShort(const std::string& text, const std::string& undisturbed) {
     return false;
 }
 
-// What an attempt finds.
+// The findings of an attempt.
 class Findings {
 public:
     void Require(bool condition, const std::string& text) {
@@ -294,7 +294,7 @@ std::string BytesToPush(int number) {
     return bytes;
 }
 
-// The sink. Its calls answer nothing that a transcript could tell.
+// The sink. Its calls return nothing for a transcript.
 class ElementSink {
 public:
     ElementSink(const Kind& kind, const std::string& path)
@@ -326,12 +326,12 @@ public:
 
     // For what comes after a failure.
 
-    // How many samples were pushed without a failure.
+    // The number of samples that were pushed without a failure.
     int Pushed() const { return m_pushed; }
     bool HasInput() const {
         return m_element != nullptr && m_element->GetDefinedInput("") == m_input;
     }
-    // Whether the sink says that it has a file open; if not, it has got its path again.
+    // True if the sink has a file open; if not, it gets its path again.
     bool IsOpen() {
         try {
             if (m_element != nullptr) {
@@ -413,7 +413,7 @@ protected:
                                  (refused > 0 && IsCutShort(m_transcript.Text(), m_undisturbed)),
                              "neither right nor refused:\n" + m_transcript.Text());
             findings.Require(OpenDescriptors() == descriptors + (source.IsOpen() ? 1 : 0),
-                             "the source does not know whether its file is open");
+                             "the source reports a wrong state of its file");
             source.MakeClosed();
             findings.Require(OpenDescriptors() == descriptors, "the file is not closed");
             m_transcript.Clear();
@@ -446,7 +446,7 @@ class EachAllocationOfASink : public testing::TestWithParam<Kind> {
 protected:
     EachAllocationOfASink() {
         SetCurrentLoggerWriter(std::make_shared<ErrorsInto>(m_transcript));
-        // What is in the file after some of the samples.
+        // The contents of the file after each number of samples.
         for (int pushes = 0; pushes <= kPushes; ++pushes) {
             m_transcript.Clear();
             ElementSink sink(GetParam(), m_path);
@@ -490,10 +490,10 @@ protected:
                              "neither right nor refused:\n" + m_transcript.Text());
             const bool isOpen = sink.IsOpen();
             findings.Require(OpenDescriptors() == descriptors + (isOpen ? 1 : 0),
-                             "the sink does not know whether its file is open");
+                             "the sink reports a wrong state of its file");
             findings.Require(!fs::exists(m_path) || sink.HasInput(),
                              "there is a file, but no input is defined");
-            // What was pushed without a failure is in the file, and nothing else.
+            // The file contains exactly the samples that were pushed without a failure.
             const auto pushed = static_cast<std::size_t>(sink.Pushed());
             findings.Require(isOpen || pushed == 0 || pushed == kPushes, "the file was closed");
             sink.MakeClosed();

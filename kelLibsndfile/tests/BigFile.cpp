@@ -1,6 +1,6 @@
 // Writes a file of any size through the sink, as RF64, reads it back through the source and
-// compares every value. No two neighbours of a value, near or far, have its number, so that nothing
-// that is lost, doubled or moved goes unnoticed.
+// compares every value. No two neighbours of a value, near or far, have its number, so that
+// each lost, repeated or moved value is found.
 //
 // usage: kelBigFile FILE int16|float32 CHANNELS HERTZ FRAMES
 
@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::uint32_t kFramesPerSample = 16384;
 
-// What is written.
+// The file that is written.
 struct BigFile {
     std::string path;
     bool isFloat;

@@ -14,11 +14,11 @@ TEST(ThePlugIn, IsHardenedAndWhole) {
     ExpectHardened(Binary(KEL_TEST_PLUGIN));
 }
 
-TEST(ThePlugIn, ExportsItsEntryPointAlone) {
+TEST(ThePlugIn, ExportsOnlyItsEntryPoint) {
     EXPECT_THAT(Binary(KEL_TEST_PLUGIN).Exported(), ElementsAre("RegisterAll"));
 }
 
-TEST(ThePlugIn, NeedsTheCoreLibsndfileAndTheStandardLibraryAlone) {
+TEST(ThePlugIn, NeedsOnlyTheCoreLibsndfileAndTheStandardLibrary) {
     const auto needed = Binary(KEL_TEST_PLUGIN).Needed();
     EXPECT_THAT(needed, IsSubsetOf({"libkelCore.so.0", "libsndfile.so.1", "libstdc++.so.6",
                                     "libm.so.6", "libgcc_s.so.1", "libc.so.6"}));
@@ -26,11 +26,11 @@ TEST(ThePlugIn, NeedsTheCoreLibsndfileAndTheStandardLibraryAlone) {
     EXPECT_THAT(needed, Contains("libsndfile.so.1"));
 }
 
-TEST(ThePlugIn, HasNoNameForOthersToLinkTo) {
+TEST(ThePlugIn, HasNoNameThatProgramsCanLinkTo) {
     EXPECT_THAT(Binary(KEL_TEST_PLUGIN).Soname(), IsEmpty());
 }
 
-TEST(ThePlugIn, LooksForTheCoreBesideItselfWhereverItLies) {
+TEST(ThePlugIn, LooksForTheCoreInTheParentDirectory) {
     EXPECT_THAT(Binary(KEL_TEST_PLUGIN).RunPath(), ElementsAre("$ORIGIN/.."));
 }
 

@@ -46,7 +46,7 @@ protected:
 
 private:
     static void Reset() {
-        StandIn() = {};
+        SndfileAnswers() = {};
         SndfileCalls().clear();
         ParameterCalls().clear();
         FailingParameterCall().clear();
@@ -79,25 +79,25 @@ protected:
     };
 
     FakeFilesTest() {
-        StandIn().open = [this](const char* path, int mode, SF_INFO* passed) {
+        SndfileAnswers().open = [this](const char* path, int mode, SF_INFO* passed) {
             openings.push_back({path, mode, FieldsOf(*passed)});
             if (mode == SFM_READ) {
                 *passed = fileInfo;
             }
             return File(openings.size() - 1);
         };
-        StandIn().readf_float = [this](SNDFILE* file, float* /*values*/, sf_count_t frames) {
+        SndfileAnswers().readf_float = [this](SNDFILE* file, float* /*values*/, sf_count_t frames) {
             reads.push_back({file, frames});
             return frames;
         };
-        StandIn().write_raw = [this](SNDFILE* file, const void* data, sf_count_t bytes) {
+        SndfileAnswers().write_raw = [this](SNDFILE* file, const void* data, sf_count_t bytes) {
             writings.push_back({file, data, bytes});
             return bytes;
         };
-        StandIn().error = [](SNDFILE* /*file*/) {
+        SndfileAnswers().error = [](SNDFILE* /*file*/) {
             return 0;
         };
-        StandIn().close = [this](SNDFILE* file) {
+        SndfileAnswers().close = [this](SNDFILE* file) {
             closings.push_back(file);
             return 0;
         };
@@ -109,10 +109,10 @@ protected:
     /// Lets each open fail.
     /// @param reason libsndfile's global error text; null for none
     static void RefuseToOpen(const char* reason) {
-        StandIn().open = [](const char*, int, SF_INFO*) -> SNDFILE* {
+        SndfileAnswers().open = [](const char*, int, SF_INFO*) -> SNDFILE* {
             return nullptr;
         };
-        StandIn().strerror = [reason](SNDFILE* file) {
+        SndfileAnswers().strerror = [reason](SNDFILE* file) {
             EXPECT_EQ(file, nullptr) << "only the global text explains a failed open";
             return reason;
         };

@@ -23,7 +23,7 @@ Function* RealFunction(const char* name) {
 template <typename Member, typename... Arguments>
 auto Answer(const char* name, Member member, Arguments... arguments) {
     SndfileCalls().emplace_back(name);
-    const auto& own = StandIn().*member;
+    const auto& own = SndfileAnswers().*member;
     return own ? own(arguments...) : (RealSndfile().*member)(arguments...);
 }
 
@@ -43,9 +43,9 @@ const SndfileFunctions& RealSndfile() {
     return real;
 }
 
-SndfileFunctions& StandIn() {
-    static SndfileFunctions& standIn = *new SndfileFunctions;
-    return standIn;
+SndfileFunctions& SndfileAnswers() {
+    static SndfileFunctions& answers = *new SndfileFunctions;
+    return answers;
 }
 
 std::vector<std::string>& SndfileCalls() {
@@ -58,36 +58,36 @@ std::vector<std::string>& SndfileCalls() {
 using kel::test::Answer;
 using kel::test::SndfileFunctions;
 
-#define KEL_STAND_IN extern "C" __attribute__((visibility("default")))
+#define KEL_FAKE extern "C" __attribute__((visibility("default")))
 
-KEL_STAND_IN SNDFILE* sf_open(const char* path, int mode, SF_INFO* sfinfo) {
+KEL_FAKE SNDFILE* sf_open(const char* path, int mode, SF_INFO* sfinfo) {
     return Answer("sf_open", &SndfileFunctions::open, path, mode, sfinfo);
 }
 
-KEL_STAND_IN sf_count_t sf_readf_float(SNDFILE* sndfile, float* ptr, sf_count_t frames) {
+KEL_FAKE sf_count_t sf_readf_float(SNDFILE* sndfile, float* ptr, sf_count_t frames) {
     return Answer("sf_readf_float", &SndfileFunctions::readf_float, sndfile, ptr, frames);
 }
 
-KEL_STAND_IN sf_count_t sf_seek(SNDFILE* sndfile, sf_count_t frames, int whence) {
+KEL_FAKE sf_count_t sf_seek(SNDFILE* sndfile, sf_count_t frames, int whence) {
     return Answer("sf_seek", &SndfileFunctions::seek, sndfile, frames, whence);
 }
 
-KEL_STAND_IN sf_count_t sf_write_raw(SNDFILE* sndfile, const void* ptr, sf_count_t bytes) {
+KEL_FAKE sf_count_t sf_write_raw(SNDFILE* sndfile, const void* ptr, sf_count_t bytes) {
     return Answer("sf_write_raw", &SndfileFunctions::write_raw, sndfile, ptr, bytes);
 }
 
-KEL_STAND_IN int sf_format_check(const SF_INFO* info) {
+KEL_FAKE int sf_format_check(const SF_INFO* info) {
     return Answer("sf_format_check", &SndfileFunctions::format_check, info);
 }
 
-KEL_STAND_IN int sf_error(SNDFILE* sndfile) {
+KEL_FAKE int sf_error(SNDFILE* sndfile) {
     return Answer("sf_error", &SndfileFunctions::error, sndfile);
 }
 
-KEL_STAND_IN const char* sf_strerror(SNDFILE* sndfile) {
+KEL_FAKE const char* sf_strerror(SNDFILE* sndfile) {
     return Answer("sf_strerror", &SndfileFunctions::strerror, sndfile);
 }
 
-KEL_STAND_IN int sf_close(SNDFILE* sndfile) {
+KEL_FAKE int sf_close(SNDFILE* sndfile) {
     return Answer("sf_close", &SndfileFunctions::close, sndfile);
 }

@@ -1,8 +1,8 @@
-/// A stand-in in front of libsndfile, for what real files cannot produce.
+/// A fake libsndfile in front of the real one, for results that real files cannot produce.
 ///
 /// A test program that links it defines libsndfile's functions itself; the plug-in that it loads
-/// then calls these, as the dynamic linker looks into the program first. Each call is recorded,
-/// then answered by the test's own function if there is one, else by the real library.
+/// then calls these, because the dynamic linker looks into the program first. Each call is recorded
+/// and answered by the test's own function or else by the real library.
 #pragma once
 
 #include <functional>
@@ -27,8 +27,8 @@ struct SndfileFunctions {
 /// The functions of the real library.
 const SndfileFunctions& RealSndfile();
 
-/// What the test answers itself; empty functions go to the real library. A test starts with none.
-SndfileFunctions& StandIn();
+/// The functions of the test; empty functions go to the real library. A test starts with none.
+SndfileFunctions& SndfileAnswers();
 
 /// The calls so far, "sf_open" and so on, in order.
 std::vector<std::string>& SndfileCalls();

@@ -3,7 +3,7 @@
 
 namespace kel::test {
 
-/// What the host found out; a plain type, as the program around it knows nothing of the framework.
+/// The findings of the host, in a plain type because the program does not know the framework.
 struct LocalHostReport {
     bool errorCaughtByItsType;       ///< of a file that is missing
     bool errorCaughtAsStandardError; ///< the same one, as std::exception

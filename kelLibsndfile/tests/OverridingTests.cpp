@@ -18,7 +18,7 @@
 namespace kel::test {
 namespace {
 
-// Says of itself what a test wants, and notes what it is asked to open.
+// Reports the state that a test sets, and records the paths that it is asked to open.
 class OverridingSource final : public LibsndfileSource {
 public:
     using LibsndfileSource::LibsndfileSource;
@@ -157,14 +157,14 @@ protected:
     const Line fromBoth = Info(kFromBoth + "WAVE");
 };
 
-TEST_F(LibsndfileSinkOverride, RefusesWhatItsHeirRefuses) {
+TEST_F(LibsndfileSinkOverride, RefusesWhatItsSubclassRefuses) {
     DecidingSink sink(CreateCheckInputReportTrackError({}));
     ExpectSinkRefusal(kInputRefused, [&] { Define(sink); }, {fromBoth});
     EXPECT_EQ(sink.GetDefinedInput(""), nullptr);
     EXPECT_EQ(directory.Names(), std::vector<std::string>());
 }
 
-TEST_F(LibsndfileSinkOverride, AcceptsWhatItsHeirAccepts) {
+TEST_F(LibsndfileSinkOverride, AcceptsWhatItsSubclassAccepts) {
     for (const auto& report :
          {CreateCheckInputReportNoError(), std::shared_ptr<const ICheckInputReport>()}) {
         DecidingSink sink(report);
@@ -175,7 +175,7 @@ TEST_F(LibsndfileSinkOverride, AcceptsWhatItsHeirAccepts) {
     }
 }
 
-TEST_F(LibsndfileSinkOverride, AsksItsHeirOnceWithTheInputAndTheName) {
+TEST_F(LibsndfileSinkOverride, AsksItsSubclassOnceWithTheInputAndTheName) {
     DecidingSink sink(nullptr);
     Define(sink);
     sink.Close(false);
@@ -184,7 +184,7 @@ TEST_F(LibsndfileSinkOverride, AsksItsHeirOnceWithTheInputAndTheName) {
     EXPECT_EQ(sink.asked[0].second, "the name");
 }
 
-TEST_F(LibsndfileSinkOverride, AsksItsHeirOnlyAfterItsOwnStructureChecks) {
+TEST_F(LibsndfileSinkOverride, AsksItsSubclassOnlyAfterItsOwnStructureChecks) {
     DecidingSink sink(nullptr);
     input = CreateInfoContainer(std::make_shared<OtherInfo>(), nullptr);
     ExpectSinkRefusal("[Only one info supported in input. It must be audio.]",

@@ -129,7 +129,7 @@ private:
     [[noreturn]] static void Refuse() { throw std::logic_error("the configuration is in use"); }
 };
 
-TEST_F(PluginRegistration, ServesThreeFormatsWithTheSourceThenFiveWithTheSink) {
+TEST_F(PluginRegistration, RegistersThreeFormatsWithTheSourceThenFiveWithTheSink) {
     RegisterAll();
     EXPECT_EQ(RowsOf(Registrations()), kRows);
 }

@@ -1,5 +1,5 @@
-// Files that go from a source into a sink through the elements alone, and what libsndfile itself
-// reads from the file that comes out.
+// Files that are copied from a source to a sink, compared with the values that libsndfile itself
+// reads from the copy.
 
 #include "Noise.h"
 

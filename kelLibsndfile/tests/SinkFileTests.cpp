@@ -29,7 +29,7 @@ struct Combination {
     Layout layout;
 };
 
-// How test listings show it.
+// The form in test listings.
 void PrintTo(const Combination& combination, std::ostream* stream) {
     *stream << combination.name;
 }
@@ -76,7 +76,7 @@ std::vector<Combination> AllCombinations() {
     return all;
 }
 
-// Whether the format of the container has such samples: WAVE little-endian ones, AIFF integers.
+// True if the container supports such samples: WAVE has little-endian ones, AIFF integers.
 bool IsWritable(const Combination& combination) {
     return combination.type == "AIFF" ? combination.layout.type == AudioPCMType::Integer
                                       : combination.layout.endianness == PCMEndianness::Little;
@@ -235,7 +235,7 @@ std::string Extended(std::uint32_t value) {
     return Big(static_cast<std::uint64_t>(exponent), 2) + Big(mantissa << 32, 8);
 }
 
-// How AIFF-C names a layout.
+// The name of a layout in AIFF-C.
 std::string CompressionOf(const Layout& layout) {
     const bool little = layout.endianness == PCMEndianness::Little;
     switch (layout.bits) {
@@ -252,8 +252,8 @@ std::string ExpectedAIFF(const Layout& layout, const std::string& bytes) {
     const std::string common = Big(layout.channels, 2) + Big(bytes.size() / FrameSize(layout), 4) +
                                Big(layout.bits, 2) + Extended(layout.rate) + CompressionOf(layout) +
                                std::string(2, '\0'); // the empty name of the compression
-    // libsndfile counts the padding of odd sound data as sound data; nothing follows it, so that
-    // readers who go by the number of frames do not mind.
+    // libsndfile counts the padding of odd sound data as sound data. Nothing follows it, so readers
+    // that use the number of frames are not affected.
     return IFFChunk("FORM", "AIFC" + IFFChunk("FVER", Big(0xA2805140, 4)) +
                                 IFFChunk("COMM", common) +
                                 IFFChunk("SSND", Big(0, 4) + Big(0, 4) + Padded(bytes)));
@@ -307,7 +307,7 @@ TEST_P(LibsndfileSinkFile, IsReadAsTheSameAudioByLibsndfile) {
 INSTANTIATE_TEST_SUITE_P(Of, LibsndfileSinkFile, ::testing::ValuesIn(WritableCombinations()),
                          NameOf);
 
-TEST(LibsndfileSinkCombinations, AreThirtyOfWhichSixteenAreTaken) {
+TEST(LibsndfileSinkCombinations, AreThirtyOfWhichSixteenAreAccepted) {
     std::vector<std::string> taken;
     for (const Combination& combination : AllCombinations()) {
         const auto report = MakeConfiguredSink(combination.type)
@@ -337,7 +337,7 @@ TEST(LibsndfileSinkCombinations, AreThirtyOfWhichSixteenAreTaken) {
                      }));
 }
 
-TEST(LibsndfileSinkCombinations, AreTakenWithUpTo1024Channels) {
+TEST(LibsndfileSinkCombinations, AreAcceptedWithUpTo1024Channels) {
     for (const std::string type : {"WAVE", "BWAVE", "AIFF"}) {
         const TemporaryDirectory directory;
         Layout layout;
@@ -362,8 +362,8 @@ TEST(LibsndfileSinkCombinations, AreTakenWithUpTo1024Channels) {
 
 // Other audio tools
 
-// The samples alone, without dither, in the layout that was written. What sox only warns of is kept
-// out of its errors: it expects a part of the header that the extensible form does not have.
+// Only the samples, without dither, in the layout that was written. Warnings are suppressed,
+// because sox expects a part of the header that the extensible form does not have.
 Command SoxCommand(const std::string& path, const Layout& layout) {
     Command command;
     command.program = KEL_TEST_SOX;
@@ -404,10 +404,10 @@ void ExpectSameAudio(const Combination& combination, MakeCommand makeCommand) {
     }
 }
 
-std::vector<Combination> Writable(bool (*wanted)(const Combination&)) {
+std::vector<Combination> Writable(bool (*isSupported)(const Combination&)) {
     std::vector<Combination> combinations;
     for (const Combination& combination : WritableCombinations()) {
-        if (combination.type != "AIFF" || wanted(combination)) {
+        if (combination.type != "AIFF" || isSupported(combination)) {
             combinations.push_back(combination);
         }
     }

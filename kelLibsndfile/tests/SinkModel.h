@@ -1,5 +1,5 @@
-/// What the file sink does, told a second time and independently: plain state, no elements. Where
-/// the sink writes a file, the model writes one of its own with libsndfile.
+/// A second, independent implementation of the sink: plain state, no elements. For each file of the
+/// sink, the model writes one of its own with libsndfile.
 #pragma once
 
 #include "Sequences.h"
@@ -20,7 +20,7 @@
 
 namespace kel::test {
 
-/// A description of what a sink is to receive.
+/// The description of an input.
 struct ModelInput {
     std::string id;      ///< of its first audio info
     unsigned infos = 1;  ///< how many there are
@@ -35,7 +35,7 @@ struct ModelInput {
     unsigned channels = 2;
 };
 
-/// The model. Each operation answers what the element's answers, see Expected.
+/// The model. Each operation returns the expected call of the element, see Expected.
 class SinkModel {
 public:
     /// @param type the text of "type" in the manifest
@@ -195,7 +195,7 @@ public:
         return expected.Returns("done");
     }
 
-    /// How many files are open, those included that no element knows any more.
+    /// The number of open files, with those that no element refers to any more.
     std::size_t OpenFiles() const { return m_opened.size(); }
 
 private:
@@ -245,7 +245,7 @@ private:
         return labels.count(m_type) > 0 ? m_type : "";
     }
 
-    // Fills the description of a file; the message of what stands against it, or "".
+    // Fills the description of a file and returns the message of its refusal, or "".
     static std::string Map(const std::string& format, const ModelInput& input, SF_INFO& info) {
         static const std::map<std::string, int> containers{
             {"WAVE", SF_FORMAT_WAVEX}, {"BWAVE", SF_FORMAT_RF64}, {"AIFF", SF_FORMAT_AIFF}};

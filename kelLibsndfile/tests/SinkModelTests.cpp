@@ -59,13 +59,13 @@ const std::vector<SinkCall> kCalls{SinkCall::BeginAnew,
 
 const std::vector<std::string> kTypes{"WAVE", "AIFF", "BWAVE", "RAW", "Unknown", "", "wave"};
 
-// The files that sinks are told to write; the empty name is no path at all. No two of them mean the
-// same file, as the model would have to know the order in which libsndfile writes to both.
+// The files that sinks write; the empty name is an empty path. All are different files, because the
+// model does not know the order in which libsndfile would write to one of them twice.
 const std::vector<std::string> kNames{
     "take.wav",     "take.aiff", "TAKE.RF64", "take", "", "take.raw", "no/directory/take.wav",
     "dotted.d/take"};
 
-// What is wrong with each, if anything, only shows in the model.
+// Only the model knows the error of each input, if it has one.
 std::vector<ModelInput> MakeModelInputs() {
     std::vector<ModelInput> inputs(18);
     inputs[1].bytes = 3;
@@ -177,7 +177,7 @@ public:
     SinkPair(const SinkInputs& inputs, const std::string& directory, const std::string& own)
         : m_inputs(inputs), m_directory(directory), m_model(kTypes[0], directory, own) {}
 
-    // What the model says and what the element does.
+    // The results of the model and of the element.
     std::pair<std::string, std::string> Do(const Operation<SinkCall>& operation) {
         const std::size_t input = operation.first % m_inputs.Count();
         switch (operation.kind) {
@@ -311,7 +311,7 @@ private:
     unsigned char m_next = 0;
 };
 
-// The files of a directory and what is in them, as text.
+// The files of a directory and their contents, as text.
 std::string ShowFiles(const std::string& directory) {
     std::vector<std::string> shown;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
@@ -328,21 +328,21 @@ std::string ShowFiles(const std::string& directory) {
     return text;
 }
 
-// Runs a sequence in a directory of its own; what differs, or "".
+// Runs a sequence in a directory of its own and returns the difference, or "".
 std::string Compare(const SinkInputs& inputs, const Operations<SinkCall>& operations) {
     const TemporaryDirectory directory(DirectoryPlace::Memory);
     for (const char* name : {"element/dotted.d", "model/dotted.d"}) {
         std::filesystem::create_directories(directory.Path() / name);
     }
     std::set<SNDFILE*> open;
-    StandIn().open = [&open](const char* path, int mode, SF_INFO* info) {
+    SndfileAnswers().open = [&open](const char* path, int mode, SF_INFO* info) {
         SNDFILE* file = RealSndfile().open(path, mode, info);
         if (file != nullptr) {
             open.insert(file);
         }
         return file;
     };
-    StandIn().close = [&open](SNDFILE* file) {
+    SndfileAnswers().close = [&open](SNDFILE* file) {
         if (open.erase(file) == 0) {
             ADD_FAILURE() << "a file that is not open was closed";
             return 0;
@@ -370,7 +370,7 @@ std::string Compare(const SinkInputs& inputs, const Operations<SinkCall>& operat
         difference = std::to_string(open.size()) + " files are left open instead of " +
                      std::to_string(expectedOpen);
     }
-    // Sinks leave them open that are not told to close, and those that a second input replaced.
+    // Sinks leave files open without a Close, and where a second input replaced a file.
     for (SNDFILE* file : open) {
         RealSndfile().close(file);
     }
@@ -379,9 +379,9 @@ std::string Compare(const SinkInputs& inputs, const Operations<SinkCall>& operat
 
 class LibsndfileSinkModel : public testing::Test {
 protected:
-    ~LibsndfileSinkModel() override { StandIn() = {}; }
+    ~LibsndfileSinkModel() override { SndfileAnswers() = {}; }
 
-    // For a sequence that a failure has shown.
+    // For a sequence that a failure printed.
     void ExpectAgreement(const Operations<SinkCall>& operations) const {
         EXPECT_EQ(Compare(m_inputs, operations), "");
     }

@@ -18,7 +18,6 @@ inline const std::string kWrapperRefused =
 inline const std::string kInputRefused =
     "[The defined input is not accepted. Please call CheckInputAndAdaptIfNecessary to receive more "
     "info about supported input infos.]";
-inline const std::string kSingleInfo = "[Only one info supported in input. It must be audio.]";
 
 /// Runs an operation that the sink must refuse.
 template <typename Operation>
@@ -34,13 +33,6 @@ inline const std::string kFromBoth =
 
 inline Line Info(const std::string& message) {
     return {LogLevel::Info, message, kSinkFile};
-}
-
-inline Line Overridden(const std::string& extension, const std::string& type) {
-    return {LogLevel::Warning,
-            "The file extension suggests the following wrapper format: " + extension +
-                " but it has been overriden with the type wrapper format:" + type,
-            kSinkFile};
 }
 
 /// The refusal of a file that libsndfile cannot create.

@@ -45,24 +45,24 @@ protected:
 
     /// Lets each read end after so many frames.
     void Deliver(sf_count_t frames) {
-        StandIn().readf_float = [frames](SNDFILE*, float*, sf_count_t) {
+        SndfileAnswers().readf_float = [frames](SNDFILE*, float*, sf_count_t) {
             return frames;
         };
     }
 
     /// Lets each read end with an error.
     static void Break(const char* text) {
-        StandIn().error = [](SNDFILE*) {
+        SndfileAnswers().error = [](SNDFILE*) {
             return 2;
         };
-        StandIn().strerror = [text](SNDFILE*) {
+        SndfileAnswers().strerror = [text](SNDFILE*) {
             return text;
         };
     }
 
     /// Lets sf_seek return this number for each frame.
     void Reach(sf_count_t frame) {
-        StandIn().seek = [this, frame](SNDFILE* file, sf_count_t frames, int whence) {
+        SndfileAnswers().seek = [this, frame](SNDFILE* file, sf_count_t frames, int whence) {
             seeks.emplace_back(file, frames, whence);
             return frame;
         };
@@ -107,7 +107,7 @@ TEST_F(LibsndfileSourceFaults, HandsTheDescriptionOfTheLastFileToTheNextOpen) {
 
 TEST_F(LibsndfileSourceFaults, HandsWhatAFailedOpenWroteToTheNextOpen) {
     const auto source = MakeFakeSource();
-    StandIn().open = [this](const char* path, int mode, SF_INFO* passed) -> SNDFILE* {
+    SndfileAnswers().open = [this](const char* path, int mode, SF_INFO* passed) -> SNDFILE* {
         openings.push_back({path, mode, FieldsOf(*passed)});
         *passed = fileInfo;
         return nullptr;
@@ -220,7 +220,7 @@ TEST_F(LibsndfileSourceFaults, ClosesEachFileOnceByReleaseOrByItsDestructor) {
 
 TEST_F(LibsndfileSourceFaults, GivesItsFileUpWhateverTheCloseReturns) {
     const auto source = OpenFakeSource();
-    StandIn().close = [](SNDFILE* /*file*/) {
+    SndfileAnswers().close = [](SNDFILE* /*file*/) {
         return -1;
     };
     ExpectCalls({"sf_close"}, [&] { ExpectRecords({}, [&] { source->Release(); }); });
@@ -243,7 +243,7 @@ TEST_F(LibsndfileSourceFaults, ReportsAnErrorAndDeliversWhatWasRead) {
                           EXPECT_EQ(StampOf(source->GetSample()), (Stamp{0, 10, 80}));
                       });
                   });
-    StandIn().error = [](SNDFILE*) {
+    SndfileAnswers().error = [](SNDFILE*) {
         return 0;
     };
     ExpectRecords({}, [&] { EXPECT_EQ(StampOf(source->GetSample()), (Stamp{10, 10, 80})); });
@@ -252,11 +252,11 @@ TEST_F(LibsndfileSourceFaults, ReportsAnErrorAndDeliversWhatWasRead) {
 TEST_F(LibsndfileSourceFaults, AsksTheFileForItsErrorAndItsText) {
     const auto source = OpenFakeSource();
     std::vector<SNDFILE*> asked;
-    StandIn().error = [&](SNDFILE* file) {
+    SndfileAnswers().error = [&](SNDFILE* file) {
         asked.push_back(file);
         return -1;
     };
-    StandIn().strerror = [&](SNDFILE* file) {
+    SndfileAnswers().strerror = [&](SNDFILE* file) {
         asked.push_back(file);
         return "100%s\nof it";
     };
@@ -293,11 +293,11 @@ TEST_F(LibsndfileSourceFaults, CountsFramesBeyond32BitsInItsStamps) {
 
 TEST_F(LibsndfileSourceFaults, KeepsItsStampWhereASampleCannotBeMade) {
     const auto source = OpenFakeSource();
-    StandIn().error = [](SNDFILE*) -> int {
+    SndfileAnswers().error = [](SNDFILE*) -> int {
         throw std::domain_error("sf_error");
     };
     EXPECT_THROW(source->GetSample(), std::domain_error);
-    StandIn().error = [](SNDFILE*) {
+    SndfileAnswers().error = [](SNDFILE*) {
         return 0;
     };
     EXPECT_EQ(StampOf(source->GetSample()), (Stamp{0, 1024, 8192}));

@@ -1,4 +1,4 @@
-/// What the file source does, told a second time and independently: plain state, no elements.
+/// A second, independent implementation of the source: plain state, no elements.
 #pragma once
 
 #include "Sequences.h"
@@ -11,7 +11,7 @@
 
 namespace kel::test {
 
-/// A file that a source can be told to open, and what is known of it.
+/// A file that a source opens, and its properties.
 struct ModelFile {
     std::string path;
     std::string name;      ///< without directories
@@ -38,7 +38,7 @@ struct ModelRate {
     std::uint32_t denominator = 0;
 };
 
-/// The model. Each operation answers what the element's answers, see Expected.
+/// The model. Each operation returns the expected call of the element, see Expected.
 class SourceModel {
 public:
     /// @param files the files there are
@@ -123,7 +123,7 @@ public:
                 "[LibsndfileSource needs SetInitConfig first] [ Pointer is null ]");
         }
         const std::uint32_t channels = m_open->channels;
-        // What is reserved is counted in 32 bits; no more is read than fits.
+        // The reservation is counted in 32 bits, and limits the frames that are read.
         const std::uint32_t reserved = channels * 4 * m_settings->maxFrames;
         const auto most = std::min<std::int64_t>(m_settings->maxFrames, reserved / (channels * 4));
         const std::int64_t count = std::min(most, m_open->Frames() - m_readFrom);

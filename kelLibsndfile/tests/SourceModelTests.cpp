@@ -82,7 +82,7 @@ public:
     }
 };
 
-// The files of all sequences: good ones of different shapes, an empty one, and what is none.
+// The files of all sequences: good ones of different shapes, an empty one, and bad ones.
 class SourceFiles {
 public:
     SourceFiles() {
@@ -148,7 +148,7 @@ private:
 };
 
 ModelSettings SettingsOf(unsigned file, unsigned variant, std::size_t files) {
-    // The large one's bytes wrap to those of one frame.
+    // The size of the large one wraps to that of one frame.
     constexpr std::uint32_t kFrames[] = {1024, 7, 1, 0, 0x40000001};
     const char* const allocators[] = {"", "", kKnownAllocator, "unknown"};
     ModelSettings settings;
@@ -245,7 +245,7 @@ public:
         : m_files(files),
           m_model(files, GetLabel(ElementFactoryType::MemoryBlockAllocator), kKnownAllocator) {}
 
-    // What the model says and what the element does.
+    // The results of the model and of the element.
     std::pair<std::string, std::string> Do(const Operation<SourceCall>& operation) {
         const std::size_t file = operation.first % m_files.size();
         switch (operation.kind) {
@@ -338,7 +338,7 @@ private:
                 })};
     }
 
-    // None, its own, somebody else's, an empty handle.
+    // None, its own, those of another element, an empty handle.
     std::vector<std::shared_ptr<const IChannelInfo>> Outputs(unsigned choice) const {
         switch (choice % 4) {
         case 0:
@@ -391,16 +391,16 @@ private:
     std::shared_ptr<IAudioSource> m_source = MakeSource();
 };
 
-// Runs a sequence; what differs, or "".
+// Runs a sequence and returns the difference, or "".
 std::string Compare(const std::vector<ModelFile>& files, const Operations<SourceCall>& operations) {
     std::size_t opened = 0;
     std::size_t closed = 0;
-    StandIn().open = [&opened](const char* path, int mode, SF_INFO* info) {
+    SndfileAnswers().open = [&opened](const char* path, int mode, SF_INFO* info) {
         SNDFILE* file = RealSndfile().open(path, mode, info);
         opened += file != nullptr ? 1 : 0;
         return file;
     };
-    StandIn().close = [&closed](SNDFILE* file) {
+    SndfileAnswers().close = [&closed](SNDFILE* file) {
         ++closed;
         return RealSndfile().close(file);
     };
@@ -428,9 +428,9 @@ protected:
     LibsndfileSourceModel() {
         RegisterAllocator(kKnownAllocator, std::make_shared<UnusedAllocator>());
     }
-    ~LibsndfileSourceModel() override { StandIn() = {}; }
+    ~LibsndfileSourceModel() override { SndfileAnswers() = {}; }
 
-    // For a sequence that a failure has shown.
+    // For a sequence that a failure printed.
     void ExpectAgreement(const Operations<SourceCall>& operations) const {
         EXPECT_EQ(Compare(m_files.All(), operations), "");
     }

@@ -89,7 +89,7 @@ TEST(LibsndfileSourceOpening, NamesTheTrackGroupAfterTheFileWithoutItsDirectorie
     ExpectAnnouncement(*OpenSource(path), {}, "three.wav");
 }
 
-TEST(LibsndfileSourceOpening, SaysThatAFileIsMissing) {
+TEST(LibsndfileSourceOpening, ReportsThatAFileIsMissing) {
     const TemporaryDirectory directory;
     const std::string path = directory / "missing.wav";
     const auto source = MakeConfiguredSource();
@@ -257,7 +257,7 @@ TEST(LibsndfileSourceWithoutSettings, OpensTheFileButFails) {
     EXPECT_TRUE(source->IsMediaOpen());
 }
 
-TEST(LibsndfileSourceWithoutSettings, AnswersEmptyAndDeliversNothing) {
+TEST(LibsndfileSourceWithoutSettings, HasNoOutputsAndDeliversNothing) {
     const TemporaryDirectory directory;
     const std::string path = WriteWave(directory);
     const auto source = MakeSource();
@@ -312,7 +312,7 @@ TEST(LibsndfileSourceSettings, MustDeclareAFilePath) {
     EXPECT_FALSE(source->IsMediaOpen());
 }
 
-TEST(LibsndfileSourceSettings, CanNotBeMissing) {
+TEST(LibsndfileSourceSettings, CannotBeMissing) {
     const auto source = MakeSource();
     ExpectSourceRefusal(kSourceNotConfigured, [&] { source->SetInitConfig(nullptr); });
     EXPECT_FALSE(source->IsMediaOpen());
@@ -433,6 +433,7 @@ constexpr EditRate kRate{44100, 1};
 
 const std::string kOtherRate =
     "[LibsndfileSource::GotoTimeOffset - must use same EditRate as the source TimeLimits]";
+
 class Clock final : public IClockInfo {};
 
 class LibsndfileSourceSeeking : public ::testing::Test {
@@ -441,7 +442,7 @@ protected:
         ExpectSourceRefusal(message, [&] { source->GotoTimeOffset(Frames(number, rate), ""); });
     }
 
-    // What is read next is the file from this frame on.
+    // The next sample starts at this frame.
     void ExpectReadsFrom(std::uint32_t frame) {
         EXPECT_EQ(ValuesOf(source->GetSample()), ExpectedValues({}, frame, 100));
     }
@@ -474,7 +475,7 @@ TEST_F(LibsndfileSourceSeeking, KeepsTheClock) {
     EXPECT_EQ(time.GetTimeNumber(), 2050);
 }
 
-TEST_F(LibsndfileSourceSeeking, TakesTheSameRateInOtherNumbersAndKeepsThem) {
+TEST_F(LibsndfileSourceSeeking, AcceptsTheSameRateInOtherNumbersAndKeepsThem) {
     for (const EditRate& rate :
          {EditRate(88200, 2), EditRate(4410000, 100), EditRate(44100U * 97391U, 97391)}) {
         const MediaTime reached = source->GotoTimeOffset(Frames(2000, rate), "");
@@ -484,7 +485,7 @@ TEST_F(LibsndfileSourceSeeking, TakesTheSameRateInOtherNumbersAndKeepsThem) {
     }
 }
 
-TEST_F(LibsndfileSourceSeeking, TakesARateThatDiffersByNoMoreThanTheTolerance) {
+TEST_F(LibsndfileSourceSeeking, AcceptsARateWithinTheTolerance) {
     // One divisor-th of a hertz more or less: just under, then just over 0.00006.
     constexpr std::uint32_t kNear = 16667;
     constexpr std::uint32_t kFar = 16666;

@@ -23,9 +23,8 @@
 #include <utility>
 #include <vector>
 
-// The thread checker looks for this name in the program. libsndfile writes and hands out its words
-// about a failed opening without a lock; that race is known, is not ours, and must not stop the
-// program before it has shown that everything else of a failure belongs to its own thread.
+// The thread checker looks for this name in the program. libsndfile writes and returns its text
+// about a failed open without a lock. That race is known and is not ours.
 // NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions() {
     return "race:libsndfile.so\n";
@@ -36,7 +35,7 @@ namespace {
 
 constexpr std::size_t kThreads = 8;
 
-// Lets go of the threads that wait once as many wait as there are, so that they run at once.
+// Releases the waiting threads when all of them wait, so that they start at once.
 class StartingLine {
 public:
     explicit StartingLine(std::size_t threads) : m_missing(threads) {}
@@ -44,14 +43,14 @@ public:
     void Wait() {
         std::unique_lock<std::mutex> lock(m_mutex);
         if (--m_missing == 0) {
-            m_everybodyIsHere.notify_all();
+            m_allWait.notify_all();
         }
-        m_everybodyIsHere.wait(lock, [this] { return m_missing == 0; });
+        m_allWait.wait(lock, [this] { return m_missing == 0; });
     }
 
 private:
     std::mutex m_mutex;
-    std::condition_variable m_everybodyIsHere;
+    std::condition_variable m_allWait;
     std::size_t m_missing;
 };
 
@@ -95,7 +94,7 @@ struct Job {
     std::string failure;       //< up to libsndfile's own words
 };
 
-// Makes a WAVE file one of samples whose encoding nobody knows.
+// Gives a WAVE file an unknown encoding.
 void ForgetEncoding(const std::string& path) {
     constexpr std::size_t kEncodingTag = 20;
     std::string bytes = ReadFile(path);
@@ -111,7 +110,7 @@ std::vector<Job> MakeJobs(const TemporaryDirectory& directory, std::size_t count
         const std::string name = "job" + std::to_string(i);
         job.in = directory / (name + "-in.wav");
         job.out = directory / (name + "-out.wav");
-        // The channels and the length tell the files apart, the noise their values.
+        // The files differ in channels and length, and in the noise.
         const auto channels = static_cast<int>(i % 4) + 1;
         job.values = FloatsOf(MakeNoise(static_cast<std::size_t>(channels) * (3000 + 100 * i),
                                         static_cast<std::uint32_t>(i)));
@@ -125,7 +124,7 @@ std::vector<Job> MakeJobs(const TemporaryDirectory& directory, std::size_t count
             job.failedFile = job.in;
             break;
         case 1: // no audio file at all
-            WriteFile(job.in, "a text that somebody called a sound");
+            WriteFile(job.in, "a text file");
             job.failedFile = job.in;
             break;
         case 2: // ends in its header
@@ -147,7 +146,7 @@ std::vector<Job> MakeJobs(const TemporaryDirectory& directory, std::size_t count
     return jobs;
 }
 
-// What a job failed with; empty when it did not fail.
+// The failure of a job, or "".
 std::string RunJob(const Job& job) {
     try {
         CopyByNewElements(job.in, job.out);
@@ -157,8 +156,8 @@ std::string RunJob(const Job& job) {
     }
 }
 
-// Expects the outcome of a job that was run. libsndfile keeps the words about a file that does not
-// open for all threads together, so that those are anybody's and are left out.
+// Expects the outcome of a job. libsndfile keeps one text about a failed open for all threads, so
+// the text may be that of another file and is not compared.
 void ExpectOutcome(const Job& job, const std::string& message) {
     SCOPED_TRACE(job.in);
     if (job.failedFile.empty()) {
@@ -178,7 +177,7 @@ std::vector<std::string> Sorted(std::vector<std::string> texts) {
 
 // Runs jobs at once, several times over.
 // @param threads each has a job of its own
-// @param run answers what a job failed with, as RunJob does
+// @param run returns the failure of a job, as RunJob does
 void RunJobsAtOnce(std::size_t threads, int rounds,
                    const std::function<std::string(const Job&)>& run) {
     LoadPlugin();
@@ -206,9 +205,8 @@ TEST(ElementsOfManyThreads, CopyTheirOwnFilesOrFailWithTheirOwnErrors) {
     RunJobsAtOnce(64, 2, RunJob);
 }
 
-// What a reading thread hands to a writing one. The writing thread takes all that is there at once,
-// so that it then gives blocks back for a while in which nothing but the pool itself keeps the two
-// apart.
+// Samples on their way from a reading to a writing thread. The writing thread takes all of them at
+// once, so that it then releases blocks while only the pool itself separates the threads.
 class SampleQueue {
 public:
     // An empty handle is the end.

@@ -1,4 +1,4 @@
-/// What a run of calls did, call by call, as text.
+/// The results of a run of calls, as text.
 #pragma once
 
 #include <kelCore.h>
@@ -8,18 +8,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
-#include <functional>
 #include <new>
 #include <string>
 #include <string_view>
 #include <typeinfo>
-#include <utility>
 
 namespace kel::test {
 
-/// One line for each call: its name and what it answered, or how it failed. The first failure ends
-/// a run. Records at level Error stand before the line of the call that made them. Takes no memory
-/// while it is written, so that a refused allocation is one of what is tested.
+/// One line for each call: its name and its result or failure. The first failure ends
+/// a run. Records at level Error precede the line of their call. Takes no memory
+/// while it is written, so that each refused allocation belongs to the calls.
 class Transcript {
 public:
     Transcript() { m_text.reserve(std::size_t{1} << 16); }
@@ -38,14 +36,14 @@ public:
                                          static_cast<std::size_t>(end - digits.data()));
     }
 
-    /// Makes a call; it writes its answer itself.
+    /// Makes a call, which writes its result itself.
     /// @return false when it failed
     template <typename Call>
     bool Do(std::string_view name, Call call) {
         try {
             *this << name;
             call();
-            return EndCall(name, true);
+            return EndCall(true);
         } catch (const KELRuntimeError& error) {
             *this << " fails: " << error.what();
         } catch (const std::bad_alloc&) {
@@ -53,29 +51,19 @@ public:
         } catch (const std::exception& error) {
             *this << " throws another exception: " << typeid(error).name();
         }
-        return EndCall(name, false);
+        return EndCall(false);
     }
-
-    /// Remembers the first call after which this holds.
-    void WatchFor(std::function<bool()> event) { m_event = std::move(event); }
-    /// The name of that call; empty if there was none.
-    const std::string& CallWithEvent() const { return m_callWithEvent; }
 
     const std::string& Text() const { return m_text; }
     void Clear() { m_text.clear(); }
 
 private:
-    bool EndCall(std::string_view name, bool succeeded) {
+    bool EndCall(bool succeeded) {
         m_text += '\n';
-        if (m_event != nullptr && m_callWithEvent.empty() && m_event()) {
-            m_callWithEvent = name;
-        }
         return succeeded;
     }
 
     std::string m_text;
-    std::function<bool()> m_event;
-    std::string m_callWithEvent;
 };
 
 /// Writes records at level Error into a transcript.
@@ -95,7 +83,7 @@ private:
     Transcript& m_transcript;
 };
 
-/// A number that tells bytes apart.
+/// A hash of bytes.
 inline std::int64_t Fingerprint(const void* bytes, std::size_t count) {
     // FNV-1a
     std::uint64_t hash = 0xCBF29CE484222325U;
