@@ -335,6 +335,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 // The definition of an input
 
+TEST_F(LibsndfileSinkInput, CannotBeMissing) {
+    ExpectRefusedFirst(nullptr, "[LibsndfileSink got no input description] [ Pointer is null ]");
+}
+
 TEST_F(LibsndfileSinkInput, CountsAnInfoWithoutChannelsAsNone) {
     ExpectRefusedFirst(MakeInputWith(MakeParameters({}), nullptr), kNoChannels);
 }
