@@ -23,10 +23,7 @@ class OverridingSource final : public LibsndfileSource {
 public:
     using LibsndfileSource::LibsndfileSource;
 
-    bool IsMediaOpen() const override {
-        ++asked;
-        return open.value_or(LibsndfileSource::IsMediaOpen());
-    }
+    bool IsMediaOpen() const override { return open.value_or(LibsndfileSource::IsMediaOpen()); }
 
     void Open(const std::wstring& path) override {
         paths.push_back(path);
@@ -37,7 +34,6 @@ public:
     }
 
     std::optional<bool> open;
-    mutable int asked = 0; // how often whether a file is open
     std::vector<std::wstring> paths;
 };
 

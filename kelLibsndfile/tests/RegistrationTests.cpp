@@ -19,7 +19,7 @@
 
 namespace kel {
 
-// Parameters compare by all that is declared of them.
+// Compares all parts of a declaration.
 inline bool operator==(const ParameterDescription& left, const ParameterDescription& right) {
     return left.name == right.name && left.kind == right.kind &&
            left.description == right.description && left.defaultValue == right.defaultValue;
@@ -40,7 +40,7 @@ const std::vector<Row> kRows = {
 };
 constexpr std::size_t kSources = 3;
 
-// Each test registers under a name of its own and takes back what it registered.
+// Each test registers under a name of its own and removes its registrations.
 class PluginRegistration : public ::testing::Test {
 protected:
     ~PluginRegistration() override { UnregisterFactories(m_name); }
@@ -107,7 +107,7 @@ std::shared_ptr<ElementFactory<T>> FactoryOf(const Registration& registration) {
 constexpr auto SourceFactoryOf = FactoryOf<ElementFactoryType::AudioSource>;
 constexpr auto SinkFactoryOf = FactoryOf<ElementFactoryType::AudioSink>;
 
-// A configuration that nothing may be read from.
+// A configuration that fails when a value is read.
 class UnreadableCollection final : public IParametersCollectionInstance {
 public:
     void SetIntegerValue(std::string_view, std::int32_t) override { Refuse(); }

@@ -389,19 +389,16 @@ Command FFmpegCommand(const std::string& path, const Layout& layout) {
 
 template <typename MakeCommand>
 void ExpectSameAudio(const Combination& combination, MakeCommand makeCommand) {
-    for (const std::uint32_t channels : kChannelCounts) {
-        SCOPED_TRACE(std::to_string(channels) + " channels");
-        const TemporaryDirectory directory;
-        const std::string path =
-            directory / (combination.type == "AIFF" ? "take.aiff" : "take.wav");
-        const Layout layout = WithChannels(combination.layout, channels);
-        const std::string bytes = Encode(MakeValues(layout, std::size_t{2000} * channels), layout);
-        WriteThroughSink(path, combination.type, layout, bytes);
-        const ProcessResult result = RunCommand(makeCommand(path, layout));
-        EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(result.err, "");
-        EXPECT_EQ(result.out, bytes);
-    }
+    constexpr std::uint32_t kChannels = 6;
+    const TemporaryDirectory directory;
+    const std::string path = directory / (combination.type == "AIFF" ? "take.aiff" : "take.wav");
+    const Layout layout = WithChannels(combination.layout, kChannels);
+    const std::string bytes = Encode(MakeValues(layout, std::size_t{2000} * kChannels), layout);
+    WriteThroughSink(path, combination.type, layout, bytes);
+    const ProcessResult result = RunCommand(makeCommand(path, layout));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out, bytes);
 }
 
 std::vector<Combination> Writable(bool (*isSupported)(const Combination&)) {

@@ -225,9 +225,8 @@ TEST_P(LibsndfileSourceSamples, AreTheFloatsThatLibsndfileReads) {
         if (layout.channels > GetParam().mostChannels) {
             continue;
         }
-        // Neither length is a multiple of a block size, so that the last samples are short.
+        // The length is not a multiple of a block size, so that the last samples are short.
         CheckFile(GetParam().format, layout, 3001, {7, 1024, 65536});
-        CheckFile(GetParam().format, layout, 65536 + 1025, {65536});
     }
 }
 
