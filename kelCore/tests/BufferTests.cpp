@@ -9,7 +9,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -21,12 +20,7 @@ using testing::ElementsAre;
 
 constexpr const char* kThisModule = "kelCore/Buffer.cpp";
 
-static_assert(std::is_same_v<decltype(std::declval<const IBuffer&>().GetSize()), std::uint32_t>);
-static_assert(
-    std::is_same_v<decltype(std::declval<const IBuffer&>().GetData()), const std::uint8_t*>);
-static_assert(std::is_same_v<decltype(std::declval<IBuffer&>().GetData()), std::uint8_t*>);
-
-/// A block with nothing but what it must have.
+/// A minimal block.
 class VectorBlock final : public IMemoryBlock {
 public:
     explicit VectorBlock(std::uint32_t bytes) : m_bytes(bytes) {}
@@ -38,12 +32,12 @@ private:
     std::vector<std::uint8_t> m_bytes;
 };
 
-/// An allocator that notes what it is asked for and answers as the test says.
-class NotingAllocator final : public IMemoryBlockAllocator {
+/// An allocator that records its requests and calls a function of the test.
+class RecordingAllocator final : public IMemoryBlockAllocator {
 public:
     using Answer = std::function<std::shared_ptr<IMemoryBlock>(std::uint32_t)>;
 
-    explicit NotingAllocator(Answer answer) : m_answer(std::move(answer)) {}
+    explicit RecordingAllocator(Answer answer) : m_answer(std::move(answer)) {}
 
     std::shared_ptr<IMemoryBlock> Allocate(std::uint32_t bytes) override {
         requests.push_back(bytes);
@@ -70,41 +64,28 @@ std::string Text(const IBuffer& buffer) {
     return {reinterpret_cast<const char*>(buffer.GetData()), buffer.GetSize()};
 }
 
-TEST(ABuffer, IsEmptyAtFirst) {
+TEST(ABuffer, HasNoBytesAtFirst) {
     const auto buffer = CreateBuffer(nullptr, nullptr);
     EXPECT_EQ(buffer->GetSize(), 0U);
     EXPECT_EQ(buffer->GetData(), nullptr);
     EXPECT_EQ(std::as_const(*buffer).GetData(), nullptr);
 }
 
-TEST(ABuffer, IsUsableWithoutAnAllocator) {
-    const auto buffer = CreateBuffer(nullptr, nullptr);
-    Write(*buffer, "sixteen bytes...");
-    EXPECT_EQ(buffer->GetSize(), 16U);
-    EXPECT_EQ(Text(*buffer), "sixteen bytes...");
-    EXPECT_EQ(std::as_const(*buffer).GetData(), buffer->GetData());
-}
-
-TEST(ABuffer, HasRoomForAnyReservedSizeUpToItsLastByte) {
+TEST(ABuffer, ReservesAnySizeUpToItsLastByteWithoutAnAllocator) {
     for (const std::uint32_t bytes : {1U, 3U, 64U, 65U, 8192U, 1000001U}) {
         const auto buffer = CreateBuffer(nullptr, nullptr);
         buffer->Reserve(bytes);
+        EXPECT_EQ(buffer->GetSize(), 0U);
         buffer->SetSize(bytes);
         buffer->GetData()[0] = 1;
         buffer->GetData()[bytes - 1] = 2;
         EXPECT_EQ(buffer->GetSize(), bytes);
+        EXPECT_EQ(std::as_const(*buffer).GetData(), buffer->GetData());
     }
 }
 
-TEST(ABuffer, HasNoValidBytesAfterReservingAlone) {
-    const auto buffer = CreateBuffer(nullptr, nullptr);
-    buffer->Reserve(16);
-    EXPECT_EQ(buffer->GetSize(), 0U);
-    EXPECT_NE(buffer->GetData(), nullptr);
-}
-
 TEST(ABuffer, KeepsItsValidBytesWhenItGrows) {
-    const auto buffer = CreateBuffer(nullptr, nullptr);
+    const auto buffer = CreateBuffer(nullptr, MakeBlock(4));
     Write(*buffer, "kept");
     for (const std::uint32_t bytes : {100U, 10000U, 1000000U}) {
         buffer->Reserve(bytes);
@@ -114,7 +95,7 @@ TEST(ABuffer, KeepsItsValidBytesWhenItGrows) {
 }
 
 TEST(ABuffer, NeverShrinks) {
-    const auto allocator = std::make_shared<NotingAllocator>(MakeBlock);
+    const auto allocator = std::make_shared<RecordingAllocator>(MakeBlock);
     const auto buffer = CreateBuffer(allocator, nullptr);
     buffer->Reserve(100);
     const std::uint8_t* const data = buffer->GetData();
@@ -127,21 +108,11 @@ TEST(ABuffer, NeverShrinks) {
     EXPECT_THAT(allocator->requests, ElementsAre(100U));
 }
 
-TEST(ABuffer, TakesItsBlocksFromItsAllocator) {
-    const auto allocator = std::make_shared<NotingAllocator>(MakeBlock);
-    const auto buffer = CreateBuffer(allocator, nullptr);
-    EXPECT_THAT(allocator->requests, ElementsAre()) << "not before Reserve";
-    Write(*buffer, "kept");
-    buffer->Reserve(5);
-    buffer->Reserve(100);
-    EXPECT_EQ(Text(*buffer), "kept");
-    EXPECT_THAT(allocator->requests, ElementsAre(4U, 5U, 100U));
-}
-
-TEST(ABuffer, UsesAllOfABlockThatIsLargerThanWanted) {
-    const auto allocator = std::make_shared<NotingAllocator>(
+TEST(ABuffer, UsesAllOfABlockThatIsLargerThanRequested) {
+    const auto allocator = std::make_shared<RecordingAllocator>(
         [](std::uint32_t bytes) { return MakeBlock(bytes + 28); });
     const auto buffer = CreateBuffer(allocator, nullptr);
+    EXPECT_THAT(allocator->requests, ElementsAre()) << "not before Reserve";
     buffer->Reserve(100);
     buffer->Reserve(128);
     buffer->SetSize(128);
@@ -150,7 +121,7 @@ TEST(ABuffer, UsesAllOfABlockThatIsLargerThanWanted) {
 }
 
 TEST(ABuffer, StartsWithTheBlockThatItIsGiven) {
-    const auto allocator = std::make_shared<NotingAllocator>(MakeBlock);
+    const auto allocator = std::make_shared<RecordingAllocator>(MakeBlock);
     auto block = MakeBlock(16);
     const std::weak_ptr<IMemoryBlock> watch = block;
     const std::uint8_t* const data = block->GetData();
@@ -168,98 +139,75 @@ TEST(ABuffer, StartsWithTheBlockThatItIsGiven) {
     EXPECT_THAT(allocator->requests, ElementsAre(17U));
 }
 
-TEST(ABuffer, GrowsBeyondItsFirstBlockWithoutAnAllocator) {
-    const auto buffer = CreateBuffer(nullptr, MakeBlock(4));
-    Write(*buffer, "kept");
-    buffer->Reserve(1000);
-    EXPECT_EQ(Text(*buffer), "kept");
+TEST(ABuffer, HoldsItsBlockUntilItHasTheLargerOne) {
+    auto block = MakeBlock(16);
+    const std::weak_ptr<IMemoryBlock> watch = block;
+    bool isHeld = false;
+    const auto allocator = std::make_shared<RecordingAllocator>([&](std::uint32_t bytes) {
+        isHeld = !watch.expired();
+        return MakeBlock(bytes);
+    });
+    const auto buffer = CreateBuffer(allocator, std::move(block));
+    buffer->Reserve(17);
+    EXPECT_TRUE(isHeld);
 }
 
-TEST(ABuffer, KeepsItsAllocatorAndReleasesAllAtItsEnd) {
-    auto allocator = std::make_shared<NotingAllocator>(MakeBlock);
-    const std::weak_ptr<NotingAllocator> watch = allocator;
+TEST(ABuffer, ReleasesItsAllocatorAtItsEnd) {
+    auto allocator = std::make_shared<RecordingAllocator>(MakeBlock);
+    const std::weak_ptr<RecordingAllocator> watch = allocator;
     auto buffer = CreateBuffer(std::move(allocator), nullptr);
     EXPECT_FALSE(watch.expired());
-    buffer->Reserve(16);
     buffer.reset();
     EXPECT_TRUE(watch.expired());
 }
 
-TEST(ABuffer, TakesAnySizeThatIsReserved) {
+TEST(ABuffer, RefusesASizeBeyondItsReservationAndKeepsItsOwn) {
     const auto buffer = CreateBuffer(nullptr, MakeBlock(16));
-    for (const std::uint32_t bytes : {0U, 1U, 16U, 5U, 0U}) {
+    for (const std::uint32_t bytes : {0U, 1U, 16U, 7U}) {
         buffer->SetSize(bytes);
         EXPECT_EQ(buffer->GetSize(), bytes);
     }
-}
-
-TEST(ABuffer, RefusesASizeBeyondWhatIsReservedAndKeepsItsOwn) {
-    const auto buffer = CreateBuffer(nullptr, MakeBlock(16));
-    buffer->SetSize(7);
     test::ExpectFailure("[a buffer with 16 bytes reserved cannot have 17 valid bytes]", kThisModule,
                         [&] { buffer->SetSize(17); });
     test::ExpectFailure("[a buffer with 16 bytes reserved cannot have 4294967295 valid bytes]",
                         kThisModule, [&] { buffer->SetSize(0xFFFFFFFF); });
     EXPECT_EQ(buffer->GetSize(), 7U);
-}
 
-TEST(ABuffer, RefusesAnySizeButZeroBeforeAnythingIsReserved) {
-    const auto buffer = CreateBuffer(nullptr, nullptr);
-    buffer->SetSize(0);
+    const auto empty = CreateBuffer(nullptr, nullptr);
+    empty->SetSize(0);
     test::ExpectFailure("[a buffer with 0 bytes reserved cannot have 1 valid bytes]", kThisModule,
-                        [&] { buffer->SetSize(1); });
+                        [&] { empty->SetSize(1); });
 }
 
-// A buffer of four valid bytes whose allocator answers further requests as given.
-std::shared_ptr<IBuffer> MakeBufferWith(NotingAllocator::Answer answer) {
-    auto buffer = CreateBuffer(std::make_shared<NotingAllocator>(std::move(answer)), MakeBlock(4));
+// Expects that a buffer of four valid bytes is unchanged after a larger reservation fails, which
+// the allocator of the buffer has to make happen.
+template <typename Expectation>
+void ExpectUnchanged(RecordingAllocator::Answer answer, Expectation expectFailure) {
+    const auto buffer =
+        CreateBuffer(std::make_shared<RecordingAllocator>(std::move(answer)), MakeBlock(4));
     Write(*buffer, "kept");
-    return buffer;
-}
-
-void ExpectUnchanged(const IBuffer& buffer, const std::uint8_t* data) {
-    EXPECT_EQ(buffer.GetData(), data);
-    EXPECT_EQ(Text(buffer), "kept");
-}
-
-TEST(ABufferWhoseAllocatorFails, IsAsItWasWhenTheAnswerIsEmpty) {
-    const auto buffer = MakeBufferWith([](std::uint32_t) { return nullptr; });
     const std::uint8_t* const data = buffer->GetData();
-    test::ExpectFailure("[the allocator gave no block of 100 bytes] [ Pointer is null ]",
-                        kThisModule, [&] { buffer->Reserve(100); });
-    ExpectUnchanged(*buffer, data);
+    expectFailure([&] { buffer->Reserve(100); });
+    ASSERT_EQ(buffer->GetData(), data);
+    EXPECT_EQ(Text(*buffer), "kept");
 }
 
-TEST(ABufferWhoseAllocatorFails, IsAsItWasWhenTheBlockIsTooSmall) {
-    const auto buffer = MakeBufferWith([](std::uint32_t bytes) { return MakeBlock(bytes - 1); });
-    const std::uint8_t* const data = buffer->GetData();
-    test::ExpectFailure("[the allocator gave a block of 99 bytes where 100 were needed] "
-                        "[ Condition is not true ]",
-                        kThisModule, [&] { buffer->Reserve(100); });
-    ExpectUnchanged(*buffer, data);
-}
-
-TEST(ABufferWhoseAllocatorFails, IsAsItWasWhenTheAllocatorThrows) {
-    const auto buffer = MakeBufferWith([](std::uint32_t) -> std::shared_ptr<IMemoryBlock> {
-        throw std::length_error("the allocator's own");
-    });
-    const std::uint8_t* const data = buffer->GetData();
-    EXPECT_THROW(buffer->Reserve(100), std::length_error);
-    ExpectUnchanged(*buffer, data);
-}
-
-TEST(ABuffer, GoesToTheRecyclerAndBack) {
-    const test::LogCapture log;
-    const auto recycler =
-        ImplementElement<ElementFactoryType::MemoryBlockAllocator>("kel", "Recycler", nullptr);
-    auto buffer = CreateBuffer(recycler, nullptr);
-    buffer->Reserve(8192);
-    const std::uint8_t* const data = buffer->GetData();
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(data) % 64, 0U);
-    buffer.reset();
-    buffer = CreateBuffer(recycler, nullptr);
-    buffer->Reserve(8192);
-    EXPECT_EQ(buffer->GetData(), data);
+TEST(ABuffer, IsUnchangedWhenItsAllocatorFails) {
+    ExpectUnchanged([](std::uint32_t) { return nullptr; },
+                    [](const auto& reserve) {
+                        test::ExpectFailure(
+                            "[the allocator gave no block of 100 bytes] [ Pointer is null ]",
+                            kThisModule, reserve);
+                    });
+    ExpectUnchanged([](std::uint32_t bytes) { return MakeBlock(bytes - 1); },
+                    [](const auto& reserve) {
+                        test::ExpectFailure("[the allocator gave a block of 99 bytes where 100 "
+                                            "were needed] [ Condition is not true ]",
+                                            kThisModule, reserve);
+                    });
+    ExpectUnchanged(
+        [](std::uint32_t) -> std::shared_ptr<IMemoryBlock> { throw std::length_error("own"); },
+        [](const auto& reserve) { EXPECT_THROW(reserve(), std::length_error); });
 }
 
 } // namespace

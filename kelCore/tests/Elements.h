@@ -1,4 +1,4 @@
-/// The smallest elements that there can be, and registry entries for them.
+/// The smallest possible elements, and registry entries for them. One thread at a time.
 #pragma once
 
 #include <kelCore.h>
@@ -12,96 +12,80 @@ namespace kel::test {
 
 using Manifest = std::shared_ptr<const IParametersCollectionInstance>;
 
-/// A source that delivers one sample for each time it is opened.
+/// A source without a medium.
 class SmallSource final : public IAudioSource {
 public:
     explicit SmallSource(Manifest manifest = nullptr) : m_manifest(std::move(manifest)) {}
 
-    void UpdateConfig(Manifest config) override { m_updated = std::move(config); }
+    void UpdateConfig(Manifest) override {}
     Manifest GetManifest() const override { return m_manifest; }
 
-    void Open(const std::wstring& path) override { m_path = path; }
-    void SetDirection(MediaSourceDirection direction) override { m_direction = direction; }
-    MediaSourceDirection GetDirection() const override { return m_direction; }
+    void Open(const std::wstring&) override {}
+    void SetDirection(MediaSourceDirection) override {}
+    MediaSourceDirection GetDirection() const override { return MediaSourceDirection::Forward; }
     MediaTime GotoTimeOffset(const MediaTime& time, std::string) override { return time; }
-    bool IsMediaOpen() const override { return !m_path.empty(); }
+    bool IsMediaOpen() const override { return false; }
     TimeLimits GetTimeLimits(std::string) override { return {}; }
     std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const override { return {}; }
     bool IsGrowing() const override { return false; }
     std::vector<std::shared_ptr<const IChannelInfo>> GetAvailableOutputs() const override {
-        return m_outputs;
+        return {};
     }
-    void ActivateOutputs(const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) override {
-        m_outputs = outputs;
-    }
+    void ActivateOutputs(const std::vector<std::shared_ptr<const IChannelInfo>>&) override {}
     std::vector<std::shared_ptr<const IChannelInfo>> GetActivatedOutputs() const override {
-        return m_outputs;
+        return {};
     }
 
     std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string) const override {
         return nullptr;
     }
-    std::shared_ptr<const ISampleContainer> GetSample() override {
-        if (!IsMediaOpen()) {
-            return nullptr;
-        }
-        m_path.clear();
-        return CreateSampleContainer(std::vector<std::shared_ptr<const ISample>>{}, nullptr);
-    }
+    std::shared_ptr<const ISampleContainer> GetSample() override { return nullptr; }
     void Interrupt() override {}
-    void SetInitConfig(Manifest config) override { m_updated = std::move(config); }
+    void SetInitConfig(Manifest) override {}
     void SetOutputMediator(std::shared_ptr<IOutputMediator>, std::string, std::string) override {}
     void ClearInternalBuffer() override {}
-    void Release() override { m_path.clear(); }
-
-    /// The latest settings.
-    Manifest Updated() const { return m_updated; }
+    void Release() override {}
 
 private:
     Manifest m_manifest;
-    Manifest m_updated;
-    std::wstring m_path;
-    MediaSourceDirection m_direction = MediaSourceDirection::Forward;
-    std::vector<std::shared_ptr<const IChannelInfo>> m_outputs;
 };
 
-/// A sink that keeps what it is given.
+/// A sink that drops its samples.
 class SmallSink final : public IAudioSink {
 public:
     explicit SmallSink(Manifest manifest = nullptr) : m_manifest(std::move(manifest)) {}
 
-    void UpdateConfig(Manifest config) override { m_updated = std::move(config); }
+    void UpdateConfig(Manifest) override {}
     Manifest GetManifest() const override { return m_manifest; }
 
     void Open(const std::wstring&) override {}
     void PushMetadata(const std::vector<std::shared_ptr<const IMetadata>>&) override {}
-    void Close(bool) override { m_input = nullptr; }
+    void Close(bool) override {}
 
     void PushSample(std::shared_ptr<const ISampleContainer>) override {}
-    void DefineInput(std::shared_ptr<const IInfoContainer> input, std::string) override {
-        m_input = std::move(input);
-    }
+    void DefineInput(std::shared_ptr<const IInfoContainer>, std::string) override {}
     std::shared_ptr<const IInfoContainer> GetDefinedInput(std::string) const override {
-        return m_input;
+        return nullptr;
     }
     void SetInputMediator(std::shared_ptr<IInputMediator>, std::string, std::string) override {}
     void Interrupt() override {}
     void ClearInternalBuffer() override {}
-    void SetInitConfig(Manifest config) override { m_updated = std::move(config); }
+    void SetInitConfig(Manifest) override {}
     std::shared_ptr<const ICheckInputReport>
     CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer>,
                                   std::string) const override {
         return CreateCheckInputReportNoError();
     }
-    void Release() override { m_input = nullptr; }
-
-    /// The latest settings.
-    Manifest Updated() const { return m_updated; }
+    void Release() override {}
 
 private:
     Manifest m_manifest;
-    Manifest m_updated;
-    std::shared_ptr<const IInfoContainer> m_input;
+};
+
+/// An allocator without memory.
+class NoMemory final : public IMemoryBlockAllocator {
+public:
+    std::shared_ptr<IMemoryBlock> Allocate(std::uint32_t) override { return nullptr; }
 };
 
 using SourceFactory = ElementFactory<ElementFactoryType::AudioSource>;
@@ -124,13 +108,13 @@ MakeEntry(ElementFactoryType kind, const std::string& implementation, const std:
     return entry;
 }
 
-/// Registers a factory for as long as it lives, under a name that nothing else is registered under.
+/// Registers a factory for as long as it lives, under a name of its own.
 class TemporaryRegistration {
 public:
     TemporaryRegistration(const std::shared_ptr<IElementFactory>& factory, ElementFactoryType kind,
                           const std::string& implementation, const std::string& type)
         : m_entry(MakeEntry(kind, implementation, type)),
-          m_name("for a while: " + implementation + " " + type) {
+          m_name("temporary: " + implementation + " " + type) {
         RegisterFactory(m_name, "core", factory, m_entry);
     }
 

@@ -1,9 +1,7 @@
-// When the milestone of ImplementElement begins and ends. This program has a CreateMilestone of its
-// own, which ImplementElement, expanded in this program, calls instead of the library's.
+// The steps of ImplementElement in their order. This program has its own CreateMilestone and
+// GetManifest, which ImplementElement, expanded here, calls instead of those of the library.
 
 #include "Elements.h"
-
-#include <CapturingWriter.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,12 +26,14 @@ std::vector<std::string>& Events() {
     return events;
 }
 
-class NotingMilestone final : public IMilestone {
+bool g_hasManifest = true;
+
+class RecordingMilestone final : public IMilestone {
 public:
-    ~NotingMilestone() override { Events().emplace_back("released"); }
+    ~RecordingMilestone() override { Events().emplace_back("released"); }
 };
 
-class NotingWriter final : public ILoggerWriter {
+class RecordingWriter final : public ILoggerWriter {
 public:
     void Write(LogLevel, const char* message, const char*, const char*, const char*, const char*,
                const char*, const char*) override {
@@ -45,7 +45,12 @@ public:
 
 std::shared_ptr<IMilestone> CreateMilestone(std::string name) {
     Events().push_back("created " + name);
-    return std::make_shared<NotingMilestone>();
+    return std::make_shared<RecordingMilestone>();
+}
+
+std::shared_ptr<const IParametersCollectionInstance>
+GetManifest(ElementFactoryType kind, const std::string& implementation, const std::string& type) {
+    return g_hasManifest ? test::MakeEntry(kind, implementation, type) : nullptr;
 }
 
 namespace {
@@ -55,14 +60,14 @@ constexpr const char* kCreated = "created ImplementElement AudioSource.test.Sour
 const std::string kFailure =
     "logged can not implement AudioSource with implementation=\"test.Source\" and type=\"WAVE\"\n";
 
-/// Notes what happens while a source is made by the given creator.
-class TheMilestoneOfImplementElement : public testing::Test {
+/// Records the events while a source is made by the given creator.
+class ImplementElementSteps : public testing::Test {
 protected:
-    TheMilestoneOfImplementElement() {
+    ImplementElementSteps() {
         Events().clear();
-        SetCurrentLoggerWriter(std::make_shared<NotingWriter>());
+        SetCurrentLoggerWriter(std::make_shared<RecordingWriter>());
     }
-    ~TheMilestoneOfImplementElement() override { SetCurrentLoggerWriter(nullptr); }
+    ~ImplementElementSteps() override { SetCurrentLoggerWriter(nullptr); }
 
     static std::shared_ptr<IAudioSource> Implement() {
         return ImplementElement<ElementFactoryType::AudioSource>("test.Source", "WAVE", nullptr);
@@ -76,7 +81,7 @@ protected:
     }
 };
 
-TEST_F(TheMilestoneOfImplementElement, LastsUntilTheElementIsMade) {
+TEST_F(ImplementElementSteps, EndTheMilestoneWhenTheElementIsMade) {
     const auto source = ImplementWith([](const Manifest&) {
         Events().emplace_back("creator");
         return std::make_shared<SmallSource>();
@@ -85,14 +90,14 @@ TEST_F(TheMilestoneOfImplementElement, LastsUntilTheElementIsMade) {
     EXPECT_THAT(Events(), ElementsAre(kLogged, kCreated, "creator", "released", "returned"));
 }
 
-TEST_F(TheMilestoneOfImplementElement, EndsBeforeAMissingFactoryIsReported) {
+TEST_F(ImplementElementSteps, EndTheMilestoneBeforeAMissingFactoryIsReported) {
     EXPECT_THROW(Implement(), KELRuntimeError);
     EXPECT_THAT(Events(),
                 ElementsAre(kLogged, kCreated, "logged [registryEntry] [ Pointer is null ]",
                             "released", kFailure + "[registryEntry] [ Pointer is null ]"));
 }
 
-TEST_F(TheMilestoneOfImplementElement, EndsBeforeAnExceptionOfTheCreatorIsReported) {
+TEST_F(ImplementElementSteps, EndTheMilestoneBeforeAnExceptionOfTheCreatorIsReported) {
     EXPECT_THROW(ImplementWith([](const Manifest&) -> std::shared_ptr<IAudioSource> {
                      throw std::runtime_error("reason");
                  }),
@@ -100,10 +105,21 @@ TEST_F(TheMilestoneOfImplementElement, EndsBeforeAnExceptionOfTheCreatorIsReport
     EXPECT_THAT(Events(), ElementsAre(kLogged, kCreated, "released", kFailure + "reason"));
 }
 
-TEST_F(TheMilestoneOfImplementElement, EndsWhenAnythingElseIsThrown) {
+TEST_F(ImplementElementSteps, EndTheMilestoneWhenAnythingElseIsThrown) {
     EXPECT_THROW(ImplementWith([](const Manifest&) -> std::shared_ptr<IAudioSource> { throw 42; }),
                  int);
     EXPECT_THAT(Events(), ElementsAre(kLogged, kCreated, "released"));
+}
+
+TEST_F(ImplementElementSteps, FailForWantOfAManifestBeforeTheyUseTheFactory) {
+    const test::TemporaryRegistration registration(std::make_shared<test::SinkFactory>(nullptr),
+                                                   ElementFactoryType::AudioSource, "test.Source",
+                                                   "WAVE");
+    g_hasManifest = false;
+    EXPECT_THROW(Implement(), KELRuntimeError);
+    g_hasManifest = true;
+    EXPECT_THAT(Events(), ElementsAre(kLogged, kCreated, "logged [manifest] [ Pointer is null ]",
+                                      "released", kFailure + "[manifest] [ Pointer is null ]"));
 }
 
 } // namespace

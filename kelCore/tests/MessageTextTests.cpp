@@ -1,11 +1,10 @@
-// The texts of records and checks are composed as on a stream, whatever they are made of.
+// The texts of records and checks are composed as on a stream, from pieces of any type.
 
 #include <CapturingWriter.h>
 #include <Checks.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <iomanip>
 #include <limits>
@@ -23,7 +22,7 @@ namespace {
 
 enum Plain { kPlainZero, kPlainSeven = 7 };
 
-/// Has an inserter, and turns into a number as well.
+/// Has an inserter, and a conversion to a number.
 struct Measure {
     int value;
     operator int() const { return value; }
@@ -33,7 +32,7 @@ std::ostream& operator<<(std::ostream& stream, const Measure& measure) {
     return stream << std::setw(4) << std::setfill('0') << measure.value << " dB";
 }
 
-/// Has an inserter, and turns into a text as well.
+/// Has an inserter, and a conversion to a text.
 struct Title {
     std::string text;
     operator std::string_view() const { return text; }
@@ -66,21 +65,18 @@ std::string MessageOf(Check check) {
     return "nothing failed";
 }
 
-TEST(AMessage, TakesTexts) {
+TEST(AMessage, HasTextsAndCharacters) {
     const char* const pointer = "pointer";
     char array[16] = "array";
+    const signed char signedText[] = {'s', 'i', 'g', 0};
+    const unsigned char unsignedText[] = {'u', 'n', 's', 0};
     const std::string_view view = std::string_view("a longer text").substr(2, 6);
-    EXPECT_TEXT_AS_ON_A_STREAM("literal");
-    EXPECT_TEXT_AS_ON_A_STREAM(pointer);
-    EXPECT_TEXT_AS_ON_A_STREAM(array);
-    EXPECT_TEXT_AS_ON_A_STREAM(view);
+    EXPECT_TEXT_AS_ON_A_STREAM("literal" << pointer << array << view);
     EXPECT_TEXT_AS_ON_A_STREAM(std::string("text") << "" << std::string());
     EXPECT_TEXT_AS_ON_A_STREAM(std::filesystem::path("a directory/\"file\""));
-}
-
-TEST(AMessage, TakesCharactersAndOneByteIntegersAsAStreamDoes) {
     EXPECT_TEXT_AS_ON_A_STREAM('c' << ' ' << '[');
     EXPECT_TEXT_AS_ON_A_STREAM(static_cast<unsigned char>('u') << static_cast<signed char>('s'));
+    EXPECT_TEXT_AS_ON_A_STREAM(signedText << ' ' << unsignedText << ' ' << 0.5 << signedText);
 }
 
 template <typename Number>
@@ -90,93 +86,35 @@ void ExpectLimitsAsOnAStream() {
     EXPECT_TEXT_AS_ON_A_STREAM(least << ' ' << Number{0} << ' ' << Number{1} << ' ' << most);
 }
 
-TEST(AMessage, TakesIntegersOfEverySize) {
-    ExpectLimitsAsOnAStream<short>();
-    ExpectLimitsAsOnAStream<unsigned short>();
-    ExpectLimitsAsOnAStream<int>();
-    ExpectLimitsAsOnAStream<unsigned>();
-    ExpectLimitsAsOnAStream<long>();
-    ExpectLimitsAsOnAStream<unsigned long>();
-    ExpectLimitsAsOnAStream<long long>();
-    ExpectLimitsAsOnAStream<unsigned long long>();
+template <typename... Numbers>
+void ExpectLimitsOfAllAsOnAStream() {
+    (ExpectLimitsAsOnAStream<Numbers>(), ...);
 }
 
-TEST(AMessage, TakesFractions) {
-    ExpectLimitsAsOnAStream<float>();
-    ExpectLimitsAsOnAStream<double>();
+TEST(AMessage, HasNumbersOfEverySize) {
+    ExpectLimitsOfAllAsOnAStream<short, unsigned short, int, unsigned, long, unsigned long,
+                                 long long, unsigned long long, float, double>();
     EXPECT_TEXT_AS_ON_A_STREAM(0.5 << ' ' << 1e-9 << ' ' << 1.0 / 3.0 << ' ' << 44100.0F);
     EXPECT_TEXT_AS_ON_A_STREAM(std::numeric_limits<double>::infinity());
 }
 
-TEST(AMessage, TakesTruthEnumeratorsAndPointers) {
+TEST(AMessage, HasTruthValuesEnumeratorsPointersAndNull) {
     const int number = 1;
     const void* const nothing = nullptr;
     EXPECT_TEXT_AS_ON_A_STREAM(true << ' ' << false);
     EXPECT_TEXT_AS_ON_A_STREAM(kPlainZero << ' ' << kPlainSeven);
     EXPECT_TEXT_AS_ON_A_STREAM(&number << ' ' << nothing);
-}
-
-TEST(AMessage, TakesNullAsAStreamDoes) {
-    const int number = 1;
-    const int* const pointer = &number;
     EXPECT_TEXT_AS_ON_A_STREAM("handle " << nullptr);
     EXPECT_TEXT_AS_ON_A_STREAM(0.5 << nullptr);
-    EXPECT_EQ(MessageOf([&] { KEL_CHECK_EQUAL(nullptr, pointer, "null"); }).substr(0, 34),
-              "[null] [ value1 (nullptr) is not =");
 }
 
-template <typename Character>
-void ExpectNoTextWherever() {
-    Character* const text = nullptr;
-    const Character* const constantText = nullptr;
-    for (const bool throughAStream : {false, true}) {
-        SCOPED_TRACE(throughAStream);
-        EXPECT_EQ(MessageOf([&] {
-                      if (throughAStream) {
-                          KEL_FAIL(0.5 << " of \"" << text << constantText << "\", " << 3);
-                      }
-                      KEL_FAIL("0.5 of \"" << text << constantText << "\", " << 3);
-                  }),
-                  "[0.5 of \"\", 3]");
-    }
-    EXPECT_EQ(MessageOf([&] { KEL_CHECK_NOT_EQUAL(text, constantText, text << 0.5); }),
-              "[0.5] [ value1 () is not != value2 () ]");
-}
-
-TEST(AMessage, TakesANullTextForNoneAndKeepsTheRest) {
-    ExpectNoTextWherever<char>();
-    ExpectNoTextWherever<signed char>();
-    ExpectNoTextWherever<unsigned char>();
-
-    const char* const text = nullptr;
-    const test::LogCapture log;
-    KEL_LOG(LogLevel::Info, "half " << 0.5 << " of \"" << text << "\", " << 3 << " channels");
-    EXPECT_EQ(log->Messages(LogLevel::Info),
-              std::vector<std::string>{"half 0.5 of \"\", 3 channels"});
-}
-
-TEST(AMessage, KeepsWhatStandsAroundAPieceThatCanNotBeWritten) {
-    std::streambuf* const nothing = nullptr;
-    EXPECT_EQ(MessageOf([&] { KEL_FAIL("before" << nothing << ", after " << 1 << nothing); }),
-              "[before, after 1]");
-}
-
-TEST(AMessage, TakesTextsOfOneByteIntegers) {
-    const signed char signedText[] = {'s', 'i', 'g', 0};
-    const unsigned char unsignedText[] = {'u', 'n', 's', 0};
-    EXPECT_TEXT_AS_ON_A_STREAM(signedText << ' ' << unsignedText << ' ' << 0.5 << signedText);
-}
-
-TEST(AMessage, TakesWhatHasAnInserterOfItsOwn) {
+TEST(AMessage, UsesAnInserterBeforeAConversion) {
     EXPECT_TEXT_AS_ON_A_STREAM("level " << Measure{12} << ", " << 3 << " channels");
-}
-
-TEST(AMessage, TakesAnInserterBeforeAConversionToText) {
     EXPECT_TEXT_AS_ON_A_STREAM("take " << Title{"one"});
     EXPECT_TEXT_AS_ON_A_STREAM(0.5 << Title{"one"});
 }
 
-TEST(AMessage, TakesManipulators) {
+TEST(AMessage, AcceptsManipulators) {
     EXPECT_TEXT_AS_ON_A_STREAM("a" << std::hex << 255 << ' ' << std::uppercase << 255U);
     EXPECT_TEXT_AS_ON_A_STREAM(std::setw(6) << std::setfill('.') << 42 << 42);
     EXPECT_TEXT_AS_ON_A_STREAM(std::setprecision(3) << 3.14159 << std::fixed << 2.0);
@@ -187,6 +125,26 @@ TEST(AMessage, TakesManipulators) {
 TEST(AMessage, KeepsTheOrderOfItsPieces) {
     EXPECT_TEXT_AS_ON_A_STREAM(1 << " a " << 0.5 << " b " << 2 << 'c' << std::string("d") << 0.25
                                  << 3U);
+}
+
+template <typename Character>
+void ExpectNoTextOfANullPointer() {
+    Character* const text = nullptr;
+    const Character* const constantText = nullptr;
+    EXPECT_EQ(MessageOf([&] { KEL_FAIL("of \"" << text << constantText << "\", " << 3); }),
+              "[of \"\", 3]");
+    EXPECT_EQ(MessageOf([&] { KEL_FAIL(0.5 << text << constantText << ", " << 3); }), "[0.5, 3]");
+    EXPECT_EQ(MessageOf([&] { KEL_CHECK_NOT_EQUAL(text, constantText, text << 0.5); }),
+              "[0.5] [ value1 () is not != value2 () ]");
+}
+
+TEST(AMessage, KeepsItsOtherPiecesBesideOneThatCannotBeWritten) {
+    ExpectNoTextOfANullPointer<char>();
+    ExpectNoTextOfANullPointer<signed char>();
+    ExpectNoTextOfANullPointer<unsigned char>();
+    std::streambuf* const nothing = nullptr;
+    EXPECT_EQ(MessageOf([&] { KEL_FAIL("before" << nothing << ", after " << 1 << nothing); }),
+              "[before, after 1]");
 }
 
 TEST(AMessage, ComparesValuesAsTheyAreStreamed) {

@@ -4,15 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel {
 
 namespace {
 
-// Code points one after the other; a literal cannot hold surrogates.
+// A text of code points; a literal cannot hold surrogates.
 std::wstring Wide(const std::vector<std::uint32_t>& codePoints) {
     std::wstring text;
     for (const std::uint32_t codePoint : codePoints) {
@@ -58,21 +58,16 @@ const std::vector<Pair> kWellFormed = {
     {"a\xC3\xA9/\xE2\x82\xAC\xF0\x9D\x84\x9E z", {'a', 0xE9, '/', 0x20AC, 0x1D11E, ' ', 'z'}},
 };
 
-TEST(WellFormedText, IsUtf8InItsNarrowForm) {
+TEST(WellFormedText, IsUtf8InItsNarrowFormAndCodePointsInItsWideForm) {
     for (const Pair& pair : kWellFormed) {
         EXPECT_EQ(ConvertWideStringToPlatformString(Wide(pair.wide)), pair.narrow)
             << Hex(pair.narrow);
-    }
-}
-
-TEST(WellFormedText, IsOneCharacterForEachCodePointInItsWideForm) {
-    for (const Pair& pair : kWellFormed) {
         EXPECT_EQ(ConvertPlatformStringToWideString(pair.narrow), Wide(pair.wide))
             << Hex(pair.narrow);
     }
 }
 
-TEST(WellFormedText, OfEveryCodePointComesBack) {
+TEST(WellFormedText, OfEveryCodePointIsRestored) {
     std::wstring wide;
     for (std::uint32_t codePoint = 1; codePoint <= 0x10FFFF; ++codePoint) {
         if (codePoint < 0xD800 || codePoint > 0xDFFF) {
@@ -82,8 +77,8 @@ TEST(WellFormedText, OfEveryCodePointComesBack) {
     EXPECT_TRUE(ConvertPlatformStringToWideString(ConvertWideStringToPlatformString(wide)) == wide);
 }
 
-// Every byte of 0x80 or more of a malformed form stands for itself, the ASCII ones for ASCII.
-std::wstring EachByteForItself(const std::string& narrow) {
+// The wide form of malformed text: each byte of 0x80 or more is escaped.
+std::wstring EscapedBytes(const std::string& narrow) {
     std::wstring wide;
     for (const char character : narrow) {
         const auto byte = static_cast<unsigned char>(character);
@@ -92,95 +87,31 @@ std::wstring EachByteForItself(const std::string& narrow) {
     return wide;
 }
 
-struct Malformed {
-    const char* name;
-    std::string bytes;
-};
-
-void PrintTo(const Malformed& malformed, std::ostream* stream) {
-    *stream << Hex(malformed.bytes);
-}
-
-class MalformedText : public testing::TestWithParam<Malformed> {};
-
-TEST_P(MalformedText, KeepsEachByteAsOneCharacter) {
-    EXPECT_EQ(ConvertPlatformStringToWideString(GetParam().bytes),
-              EachByteForItself(GetParam().bytes));
-}
-
-TEST_P(MalformedText, LeavesItsNeighboursAlone) {
-    EXPECT_EQ(ConvertPlatformStringToWideString("\xC3\xA9" + GetParam().bytes + "a\xE2\x82\xAC"),
-              L"\u00E9" + EachByteForItself(GetParam().bytes) + L"a\u20AC");
-}
-
-TEST_P(MalformedText, ComesBack) {
-    for (const std::string& text :
-         {GetParam().bytes, "a" + GetParam().bytes, GetParam().bytes + "\xC3\xA9",
-          "\xE2\x82\xAC" + GetParam().bytes, GetParam().bytes + GetParam().bytes}) {
-        EXPECT_EQ(Hex(ConvertWideStringToPlatformString(ConvertPlatformStringToWideString(text))),
-                  Hex(text));
+TEST(MalformedText, HasOneCharacterForEachByteAndLeavesItsNeighboursUnchanged) {
+    const std::vector<std::string> kMalformed = {
+        // Continuation bytes without a first byte, and bytes that begin nothing.
+        "\x80", "\xBF", "\x80\xBF", "\xC0", "\xC1", "\xF5", "\xF8", "\xFC", "\xFE", "\xFF",
+        // Longer forms than necessary.
+        "\xC0\x80", "\xC0\xAF", "\xC1\xBF", "\xE0\x80\x80", "\xE0\x9F\xBF", "\xF0\x80\x80\x80",
+        "\xF0\x8F\xBF\xBF",
+        // Surrogates, an escaped byte among them.
+        "\xED\xA0\x80", "\xED\xAF\xBF", "\xED\xB2\x80", "\xED\xBF\xBF", "\xED\xA0\xB4\xED\xB4\x9E",
+        // Values beyond U+10FFFF.
+        "\xF4\x90\x80\x80", "\xF7\xBF\xBF\xBF", "\xF8\x88\x80\x80\x80", "\xFC\x84\x80\x80\x80\x80",
+        // Truncated characters.
+        "\xC3", "\xE2", "\xE2\x82", "\xF0", "\xF0\x9D", "\xF0\x9D\x84",
+        // Characters with ASCII in the place of a continuation byte.
+        "\xC3\x41", "\xE2\x82\x41", "\xE2\x41\x82", "\xF0\x9D\x84\x41", "caf\xE9"};
+    for (const std::string& bytes : kMalformed) {
+        EXPECT_EQ(ConvertPlatformStringToWideString(bytes), EscapedBytes(bytes)) << Hex(bytes);
+        const std::string within = "\xC3\xA9" + bytes + "\xE2\x82\xAC";
+        const std::wstring wide = L"\u00E9" + EscapedBytes(bytes) + L"\u20AC";
+        EXPECT_EQ(ConvertPlatformStringToWideString(within), wide) << Hex(bytes);
+        EXPECT_EQ(Hex(ConvertWideStringToPlatformString(wide)), Hex(within));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, MalformedText,
-                         testing::ValuesIn(std::vector<Malformed>{
-                             {"AFirstContinuationByteAlone", "\x80"},
-                             {"ALastContinuationByteAlone", "\xBF"},
-                             {"TwoContinuationBytesAlone", "\x80\xBF"},
-                             {"ByteC0", "\xC0"},
-                             {"ByteC1", "\xC1"},
-                             {"ByteF5", "\xF5"},
-                             {"ByteF8", "\xF8"},
-                             {"ByteFC", "\xFC"},
-                             {"ByteFE", "\xFE"},
-                             {"ByteFF", "\xFF"},
-                             {"NulInTwoBytes", "\xC0\x80"},
-                             {"SlashInTwoBytes", "\xC0\xAF"},
-                             {"U7FInTwoBytes", "\xC1\xBF"},
-                             {"NulInThreeBytes", "\xE0\x80\x80"},
-                             {"U7FFInThreeBytes", "\xE0\x9F\xBF"},
-                             {"NulInFourBytes", "\xF0\x80\x80\x80"},
-                             {"UFFFFInFourBytes", "\xF0\x8F\xBF\xBF"},
-                             {"TheFirstSurrogate", "\xED\xA0\x80"},
-                             {"TheLastHighSurrogate", "\xED\xAF\xBF"},
-                             {"AnEscapedByteItself", "\xED\xB2\x80"},
-                             {"TheLastSurrogate", "\xED\xBF\xBF"},
-                             {"ASurrogatePair", "\xED\xA0\xB4\xED\xB4\x9E"},
-                             {"TheFirstBeyondUnicode", "\xF4\x90\x80\x80"},
-                             {"TheLastOfFourBytes", "\xF7\xBF\xBF\xBF"},
-                             {"FiveBytes", "\xF8\x88\x80\x80\x80"},
-                             {"SixBytes", "\xFC\x84\x80\x80\x80\x80"},
-                             {"TwoBytesCutToOne", "\xC3"},
-                             {"ThreeBytesCutToOne", "\xE2"},
-                             {"ThreeBytesCutToTwo", "\xE2\x82"},
-                             {"FourBytesCutToOne", "\xF0"},
-                             {"FourBytesCutToTwo", "\xF0\x9D"},
-                             {"FourBytesCutToThree", "\xF0\x9D\x84"},
-                             {"TwoBytesThatEndInAscii", "\xC3\x41"},
-                             {"ThreeBytesThatEndInAscii", "\xE2\x82\x41"},
-                             {"ThreeBytesWithAsciiWithin", "\xE2\x41\x82"},
-                             {"FourBytesThatEndInAscii", "\xF0\x9D\x84\x41"},
-                             {"Latin1", "caf\xE9"},
-                         }),
-                         [](const testing::TestParamInfo<Malformed>& tested) {
-                             return std::string(tested.param.name);
-                         });
-
-TEST(NarrowText, OfATruncatedCharacterBeforeAWholeOneKeepsTheWholeOne) {
-    EXPECT_EQ(ConvertPlatformStringToWideString("\xE2\x82\xC3\xA9"), Wide({0xDCE2, 0xDC82, 0xE9}));
-    EXPECT_EQ(ConvertPlatformStringToWideString("\xC3\xC3\xA9"), Wide({0xDCC3, 0xE9}));
-}
-
-TEST(NarrowText, OfOneByteComesBackWhateverTheByte) {
-    for (unsigned int byte = 1; byte < 0x100; ++byte) {
-        const std::string narrow(1, static_cast<char>(byte));
-        const std::wstring wide = ConvertPlatformStringToWideString(narrow);
-        EXPECT_EQ(wide, Wide({byte < 0x80 ? byte : 0xDC00 + byte}));
-        EXPECT_EQ(ConvertWideStringToPlatformString(wide), narrow) << byte;
-    }
-}
-
-TEST(NarrowText, OfTwoBytesComesBackWhateverTheBytes) {
+TEST(NarrowText, OfTwoBytesIsRestored) {
     for (unsigned int first = 1; first < 0x100; ++first) {
         for (unsigned int second = 1; second < 0x100; ++second) {
             const std::string narrow{static_cast<char>(first), static_cast<char>(second)};
@@ -191,75 +122,38 @@ TEST(NarrowText, OfTwoBytesComesBackWhateverTheBytes) {
     }
 }
 
-TEST(NarrowText, OfRandomBytesComesBack) {
-    std::mt19937 random(20240229); // the same bytes at every run
-    std::uniform_int_distribution<int> anyByte(1, 0xFF);
-    // Mostly bytes that begin or go on with a character, so that long forms come up often.
-    std::uniform_int_distribution<int> longForms(0x80, 0xF5);
-    for (int run = 0; run < 20000; ++run) {
-        std::string narrow(static_cast<std::size_t>(random() % 24), '\0');
-        for (char& character : narrow) {
-            character = static_cast<char>(run % 2 == 0 ? anyByte(random) : longForms(random));
-        }
-        ASSERT_EQ(ConvertWideStringToPlatformString(ConvertPlatformStringToWideString(narrow)),
-                  narrow)
-            << Hex(narrow);
-    }
-}
-
 TEST(NarrowText, WithANulHasAWideForm) {
     EXPECT_EQ(ConvertPlatformStringToWideString(std::string("a\0b", 3)), Wide({'a', 0, 'b'}));
 }
 
-TEST(WideText, OfEscapedBytesIsThoseBytes) {
-    for (std::uint32_t byte = 0x80; byte <= 0xFF; ++byte) {
-        EXPECT_EQ(ConvertWideStringToPlatformString(Wide({'a', 0xDC00 + byte, 'b'})),
-                  std::string("a") + static_cast<char>(byte) + "b");
+TEST(WideText, WithoutANarrowFormIsRefusedWithItsPosition) {
+    for (const std::uint32_t character : {0U, 0xD800U, 0xDBFFU, 0xDC00U, 0xDC7FU, 0xDD00U, 0xDFFFU,
+                                          0x110000U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
+        test::ExpectFailure("[the wide text has no narrow form: character " +
+                                std::to_string(character) + " at position 3]",
+                            "kelCore/PlatformString.cpp", [character] {
+                                ConvertWideStringToPlatformString(
+                                    Wide({'a', 0x20AC, 0xDC80, character, 'b', character}));
+                            });
     }
 }
 
-class WideTextWithoutANarrowForm : public testing::TestWithParam<std::uint32_t> {};
-
-TEST_P(WideTextWithoutANarrowForm, IsRefusedWithItsPosition) {
-    const std::string character = "[the wide text has no narrow form: character " +
-                                  std::to_string(GetParam()) + " at position ";
-    const auto expectRefusal = [&](const std::vector<std::uint32_t>& text, const char* position) {
-        test::ExpectFailure(character + position + "]", "kelCore/PlatformString.cpp",
-                            [&] { ConvertWideStringToPlatformString(Wide(text)); });
+TEST(TheFileName, FollowsTheLastSeparator) {
+    const std::vector<std::pair<std::wstring, std::wstring>> kPaths = {
+        {L"/music/takes/one.wav", L"one.wav"},
+        {L"/one.wav", L"one.wav"},
+        {L"one.wav", L"one.wav"},
+        {L"takes//one.wav", L"one.wav"},
+        {L"takes/..", L".."},
+        {L"takes.d/one", L"one"},
+        {L"takes\\one.wav", L"takes\\one.wav"},
+        {L"d\u00E9j\u00E0/vu \u20AC.wav", L"vu \u20AC.wav"},
+        {L"takes/", L""},
+        {L"/", L""},
+        {L"", L""},
     };
-    expectRefusal({GetParam()}, "0");
-    expectRefusal({'a', 0x20AC, 0xDC80, GetParam()}, "3");
-    expectRefusal({'a', GetParam(), 'b', GetParam()}, "1");
-}
-
-INSTANTIATE_TEST_SUITE_P(Of, WideTextWithoutANarrowForm,
-                         testing::Values(0U, 0xD800U, 0xDBFFU, 0xDC00U, 0xDC7FU, 0xDD00U, 0xDFFFU,
-                                         0x110000U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU));
-
-struct Path {
-    const wchar_t* path;
-    const wchar_t* last;
-};
-
-TEST(TheFileName, IsWhatFollowsTheLastSeparator) {
-    for (const Path& path : {
-             Path{L"/music/takes/one.wav", L"one.wav"},
-             Path{L"takes/one.wav", L"one.wav"},
-             Path{L"/one.wav", L"one.wav"},
-             Path{L"one.wav", L"one.wav"},
-             Path{L"takes//one.wav", L"one.wav"},
-             Path{L"takes/one", L"one"},
-             Path{L"takes/.hidden", L".hidden"},
-             Path{L"takes/..", L".."},
-             Path{L"takes.d/one.two.wav", L"one.two.wav"},
-             Path{L"takes\\one.wav", L"takes\\one.wav"},
-             Path{L"d\u00E9j\u00E0/vu \u20AC.wav", L"vu \u20AC.wav"},
-             Path{L"takes/", L""},
-             Path{L"/", L""},
-             Path{L"", L""},
-         }) {
-        EXPECT_EQ(ExtractFilenameFromPath(path.path), path.last)
-            << testing::PrintToString(path.path);
+    for (const auto& [path, name] : kPaths) {
+        EXPECT_EQ(ExtractFilenameFromPath(path), name);
     }
 }
 

@@ -5,10 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel {
@@ -25,7 +25,7 @@ constexpr ElementFactoryType kSource = ElementFactoryType::AudioSource;
 constexpr ElementFactoryType kSink = ElementFactoryType::AudioSink;
 constexpr ElementFactoryType kAllocator = ElementFactoryType::MemoryBlockAllocator;
 
-/// Takes back what the tests register.
+/// Removes the registrations of the tests.
 class TheRegistry : public testing::Test {
 protected:
     ~TheRegistry() override {
@@ -33,7 +33,7 @@ protected:
         UnregisterFactories("two");
     }
 
-    // The names of what is registered beside the framework's own.
+    // The names of all registrations except the framework's own.
     static std::vector<std::string> OtherNames() {
         std::vector<std::string> names;
         for (const Registration& registration : GetRegistrations()) {
@@ -45,7 +45,7 @@ protected:
     }
 };
 
-TEST_F(TheRegistry, KnowsTheFrameworksOwnRecyclerFromTheStart) {
+TEST_F(TheRegistry, HasTheRecyclerOfTheFrameworkFromTheStart) {
     const std::vector<Registration> registrations = GetRegistrations();
     ASSERT_EQ(registrations.size(), 1U);
     const Registration& own = registrations[0];
@@ -65,50 +65,33 @@ TEST_F(TheRegistry, KnowsTheFrameworksOwnRecyclerFromTheStart) {
     EXPECT_EQ(GetManifest(kAllocator, "kel", "Recycler"), own.entry);
 }
 
-TEST_F(TheRegistry, AnswersWithTheFactoryAndWithTheEntryItself) {
-    const auto factory = test::MakeSourceFactory();
-    const auto entry = MakeEntry(kSource, "test.Source", "WAVE");
-    RegisterFactory("one", "core id", factory, entry);
-    EXPECT_EQ(GetFactory(kSource, "test.Source", "WAVE"), factory);
-    EXPECT_EQ(GetManifest(kSource, "test.Source", "WAVE"), entry);
-    EXPECT_EQ(GetManifest(kSource, "test.Source", "WAVE")->GetStringValue("type"), "WAVE");
-}
-
-TEST_F(TheRegistry, AnswersEmptyWhenOneOfTheThreeKeysDiffers) {
-    RegisterFactory("one", "", test::MakeSourceFactory(),
-                    MakeEntry(kSource, "test.Source", "WAVE"));
+TEST_F(TheRegistry, ReturnsNothingWhenOneOfTheThreeKeysDiffers) {
     struct Keys {
         ElementFactoryType kind;
         const char* implementation;
         const char* type;
     };
+    RegisterFactory("one", "", test::MakeSourceFactory(),
+                    MakeEntry(kSource, "test.Source", "WAVE"));
+    const test::LogCapture log;
     for (const Keys& keys :
          {Keys{kSink, "test.Source", "WAVE"}, Keys{kSource, "test.Sink", "WAVE"},
           Keys{kSource, "test.Source", "AIFF"}, Keys{kSource, "", "WAVE"},
-          Keys{kSource, "test.Source", ""}, Keys{kSource, "", ""},
-          Keys{kSource, "test.source", "WAVE"}, Keys{kSource, "test.Source", "wave"},
-          Keys{kSource, "test.", "WAVE"}, Keys{kSource, "WAVE", "test.Source"},
-          Keys{static_cast<ElementFactoryType>(0), "test.Source", "WAVE"}}) {
+          Keys{kSource, "test.Source", ""}, Keys{kSource, "test.source", "WAVE"},
+          Keys{kSource, "test.Source", "wave"}, Keys{kSource, "WAVE", "test.Source"}}) {
         EXPECT_EQ(GetFactory(keys.kind, keys.implementation, keys.type), nullptr);
         EXPECT_EQ(GetManifest(keys.kind, keys.implementation, keys.type), nullptr);
     }
-}
-
-TEST_F(TheRegistry, LooksAtTheClassOfTheEntryNotAtTheKindOfTheFactory) {
-    const auto sinks = std::make_shared<SinkFactory>(nullptr);
-    RegisterFactory("one", "", sinks, MakeEntry(kSource, "test.Source", "WAVE"));
-    EXPECT_EQ(GetFactory(kSource, "test.Source", "WAVE"), sinks);
-    EXPECT_EQ(GetFactory(kSink, "test.Source", "WAVE"), nullptr);
-}
-
-TEST_F(TheRegistry, LogsNothingWhenThereIsNothing) {
-    const test::LogCapture log;
-    EXPECT_EQ(GetFactory(kSource, "missing", "WAVE"), nullptr);
-    EXPECT_EQ(GetManifest(kSource, "missing", "WAVE"), nullptr);
     EXPECT_TRUE(log->Records().empty());
 }
 
-TEST_F(TheRegistry, ListsRegistrationsInTheirOrderWithAllTheyWereMadeWith) {
+TEST_F(TheRegistry, ComparesTheClassOfTheEntryNotTheKindOfTheFactory) {
+    const auto sinks = std::make_shared<SinkFactory>(nullptr);
+    RegisterFactory("one", "", sinks, MakeEntry(kSource, "test.Source", "WAVE"));
+    EXPECT_EQ(GetFactory(kSource, "test.Source", "WAVE"), sinks);
+}
+
+TEST_F(TheRegistry, ListsRegistrationsInTheirOrderWithAllTheirParts) {
     const auto factory = test::MakeSourceFactory();
     const auto wave = MakeEntry(kSource, "test.Source", "WAVE");
     const auto aiff = MakeEntry(kSource, "test.Source", "AIFF");
@@ -127,7 +110,7 @@ TEST_F(TheRegistry, ListsRegistrationsInTheirOrderWithAllTheyWereMadeWith) {
     EXPECT_EQ(registrations[2].entry, aiff);
 }
 
-TEST_F(TheRegistry, AnswersWithTheFirstOfSeveralThatMatch) {
+TEST_F(TheRegistry, ReturnsTheFirstOfSeveralThatMatch) {
     const auto first = test::MakeSourceFactory();
     const auto firstEntry = MakeEntry(kSource, "test.Source", "WAVE");
     const auto second = test::MakeSourceFactory();
@@ -174,7 +157,7 @@ TEST_F(TheRegistry, SharesFactoriesAndEntriesUntilTheyAreRemoved) {
     EXPECT_TRUE(watchedEntry.expired());
 }
 
-TEST_F(TheRegistry, MayBeAskedWhileAFactoryGoes) {
+TEST_F(TheRegistry, CanBeReadByTheDestructorOfAFactory) {
     std::size_t seen = 0;
     std::shared_ptr<int> held(new int(0), [&seen](const int* value) {
         seen = GetRegistrations().size();
@@ -185,21 +168,17 @@ TEST_F(TheRegistry, MayBeAskedWhileAFactoryGoes) {
                     }),
                     MakeEntry(kSource, "test.Source", "WAVE"));
     held.reset();
-    EXPECT_EQ(seen, 0U) << "the factory is still there";
+    EXPECT_EQ(seen, 0U) << "the factory still exists";
     UnregisterFactories("one");
     EXPECT_EQ(seen, 1U);
 }
 
 constexpr const char* kThisModule = "kelCore/Registry.cpp";
 
-TEST_F(TheRegistry, RefusesARegistrationWithoutAFactory) {
+TEST_F(TheRegistry, RefusesARegistrationWithoutAFactoryOrAnEntry) {
     test::ExpectFailure(
         "[the registration under \"one\" has no factory] [ Pointer is null ]", kThisModule,
         [] { RegisterFactory("one", "", nullptr, MakeEntry(kSource, "test.Source", "WAVE")); });
-    EXPECT_THAT(OtherNames(), ElementsAre());
-}
-
-TEST_F(TheRegistry, RefusesARegistrationWithoutAnEntry) {
     test::ExpectFailure(
         "[the registration under \"one\" has no registry entry] [ Pointer is null ]", kThisModule,
         [] { RegisterFactory("one", "", test::MakeSourceFactory(), nullptr); });
@@ -207,22 +186,23 @@ TEST_F(TheRegistry, RefusesARegistrationWithoutAnEntry) {
 }
 
 TEST_F(TheRegistry, RefusesAnEntryWithoutOneOfTheKeysThatLookUpsCompare) {
-    for (const std::string missing : {"class", "implementation", "type"}) {
+    for (const auto& [missing, kind] :
+         {std::pair{"class", "integer"}, std::pair{"implementation", "string"},
+          std::pair{"type", "string"}}) {
         const auto prototype = CreateParametersCollectionPrototype();
-        std::string kind = "string";
-        if (missing == "class") {
-            kind = "integer";
-        } else {
-            prototype->AddIntegerParameter("class", 2, "");
-        }
-        for (const char* name : {"implementation", "type"}) {
-            if (missing != name) {
-                prototype->AddStringParameter(name, "");
+        for (const ParameterDescription& key : GetRegistryEntryPrototype()->GetParameters()) {
+            if (key.name == missing) {
+                continue;
+            }
+            if (key.kind == ParameterKind::Integer) {
+                prototype->AddIntegerParameter(key.name, 0, "");
+            } else {
+                prototype->AddStringParameter(key.name, "");
             }
         }
-        test::ExpectFailure("[parameter \"" + missing + "\" is not declared (wanted: " + kind +
-                                ")]",
-                            "kelCore/ParametersCollection.cpp", [&] {
+        test::ExpectFailure(std::string("[parameter \"") + missing +
+                                "\" is not declared (wanted: " + kind + ")]",
+                            "kelCore/ParametersCollection.cpp", [&prototype = prototype] {
                                 RegisterFactory("one", "", test::MakeSourceFactory(),
                                                 CreateParametersCollectionInstance(prototype));
                             });
@@ -230,7 +210,7 @@ TEST_F(TheRegistry, RefusesAnEntryWithoutOneOfTheKeysThatLookUpsCompare) {
     }
 }
 
-TEST(TheCoreId, NamesTheFrameworkAndThePlugIn) {
+TEST(TheCoreId, HasTheVersionsOfTheFrameworkAndThePlugIn) {
     EXPECT_EQ(GetKELCoreIdInternal("1.2.3"), "kelCore " KEL_EXPECTED_VERSION " for plug-in 1.2.3");
     EXPECT_EQ(GetKELCoreIdInternal(""), "kelCore " KEL_EXPECTED_VERSION " for plug-in ");
 }
@@ -248,21 +228,13 @@ TEST(TheRegistryEntryPrototype, DeclaresFiveKeysInThisOrder) {
                                   "init_config, collection: Settings of the element."));
 }
 
-TEST(TheRegistryEntryPrototype, ReadsAsNoKindUnlessItIsSet) {
+TEST(TheRegistryEntryPrototype, IsOneObjectWithoutAnyDefault) {
+    EXPECT_EQ(GetRegistryEntryPrototype(), GetRegistryEntryPrototype());
     const auto entry = CreateParametersCollectionInstance(GetRegistryEntryPrototype());
     EXPECT_EQ(entry->GetIntegerValue("class"), 0);
 }
 
-TEST(TheRegistryEntryPrototype, IsOne) {
-    EXPECT_NE(GetRegistryEntryPrototype(), nullptr);
-    EXPECT_EQ(GetRegistryEntryPrototype(), GetRegistryEntryPrototype());
-}
-
-/// An allocator with nothing but what it must have.
-class NoMemory final : public IMemoryBlockAllocator {
-public:
-    std::shared_ptr<IMemoryBlock> Allocate(std::uint32_t) override { return nullptr; }
-};
+using test::NoMemory;
 
 TEST(RegisteredAllocators, AreFoundByTheirName) {
     const auto one = std::make_shared<NoMemory>();
@@ -273,25 +245,37 @@ TEST(RegisteredAllocators, AreFoundByTheirName) {
     EXPECT_EQ(GetAllocator(""), other);
     EXPECT_EQ(GetAllocator("One"), nullptr);
     EXPECT_EQ(GetAllocator("on"), nullptr);
-}
-
-TEST(RegisteredAllocators, DoNotIncludeTheRecycler) {
     EXPECT_EQ(GetAllocator("Recycler"), nullptr);
-    EXPECT_EQ(GetAllocator("kel"), nullptr);
+    const auto later = std::make_shared<NoMemory>();
+    RegisterAllocator("one", later);
+    EXPECT_EQ(GetAllocator("one"), later) << "replaced";
 }
 
-TEST(RegisteredAllocators, AreReplacedByALaterOneOfTheSameName) {
-    auto first = std::make_shared<NoMemory>();
-    const std::weak_ptr<NoMemory> watch = first;
-    RegisterAllocator("replaced", std::move(first));
-    EXPECT_FALSE(watch.expired());
+/// Asks the registry in its destructor.
+class AskingAllocator final : public IMemoryBlockAllocator {
+public:
+    explicit AskingAllocator(std::shared_ptr<IMemoryBlockAllocator>& found) : m_found(found) {}
+    ~AskingAllocator() override {
+        // Fails, rather than waits, on the thread that has the lock of the registry.
+        EXPECT_NO_THROW(m_found = GetAllocator("asking"));
+    }
+
+    std::shared_ptr<IMemoryBlock> Allocate(std::uint32_t) override { return nullptr; }
+
+private:
+    std::shared_ptr<IMemoryBlockAllocator>& m_found;
+};
+
+TEST(RegisteredAllocators, AreDestroyedOutsideOfTheLockWhenTheyAreReplaced) {
+    std::shared_ptr<IMemoryBlockAllocator> found;
+    RegisterAllocator("asking", std::make_shared<AskingAllocator>(found));
+    EXPECT_EQ(found, nullptr);
     const auto second = std::make_shared<NoMemory>();
-    RegisterAllocator("replaced", second);
-    EXPECT_EQ(GetAllocator("replaced"), second);
-    EXPECT_TRUE(watch.expired());
+    RegisterAllocator("asking", second);
+    EXPECT_EQ(found, second);
 }
 
-TEST(RegisteredAllocators, CanNotBeEmpty) {
+TEST(RegisteredAllocators, CannotBeEmpty) {
     const auto kept = std::make_shared<NoMemory>();
     RegisterAllocator("kept", kept);
     test::ExpectFailure("[the allocator to register as \"kept\" is empty] [ Pointer is null ]",

@@ -1,4 +1,4 @@
-/// What goes to standard error, kept for a test to look at, and streams that fail.
+/// Captures of standard error, and streams that fail. One thread at a time.
 #pragma once
 
 #include <cstdio>
@@ -41,7 +41,7 @@ private:
     int m_original = dup(STDERR_FILENO);
 };
 
-/// Puts a buffer of the test's own under std::cerr, and lets std::cerr throw on the given states.
+/// Replaces the buffer of std::cerr while it lives, and lets std::cerr throw on the given states.
 class CerrBuffer {
 public:
     explicit CerrBuffer(std::streambuf& buffer, std::ios::iostate exceptions = std::ios::goodbit)
@@ -63,7 +63,7 @@ private:
     std::streambuf* m_original;
 };
 
-/// Takes nothing.
+/// Accepts nothing.
 class RefusingBuffer final : public std::streambuf {};
 
 /// Throws something that no library expects.
@@ -73,7 +73,7 @@ protected:
     std::streamsize xsputn(const char*, std::streamsize) override { throw 42; }
 };
 
-/// Takes everything, but cannot be flushed.
+/// Accepts everything, but cannot be flushed.
 class UnflushableBuffer final : public std::streambuf {
 protected:
     int_type overflow(int_type character) override { return traits_type::not_eof(character); }

@@ -15,10 +15,14 @@ std::atomic<std::size_t> g_liveBytes{0};
 std::atomic<std::size_t> g_limit{SIZE_MAX};
 std::atomic<std::size_t> g_countedSize{SIZE_MAX};
 std::atomic<std::size_t> g_countedBlocks{0};
+std::atomic<void (*)()> g_action{nullptr};
 
 constexpr std::size_t kOrdinary = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
 
 void* Take(std::size_t bytes, std::size_t alignment) noexcept {
+    if (void (*action)() = g_action.exchange(nullptr)) {
+        action();
+    }
     if (bytes >= g_limit) {
         return nullptr;
     }
@@ -44,7 +48,7 @@ void* TakeOrThrow(std::size_t bytes, std::size_t alignment) {
     return memory;
 }
 
-void GiveBack(void* memory) noexcept {
+void Release(void* memory) noexcept {
     if (memory != nullptr) {
         --g_liveBlocks;
         g_liveBytes -= malloc_usable_size(memory);
@@ -58,67 +62,37 @@ std::size_t Number(std::align_val_t alignment) {
 
 } // namespace
 
+// The forms for arrays of the standard library call these.
 void* operator new(std::size_t bytes) {
-    return TakeOrThrow(bytes, kOrdinary);
-}
-void* operator new[](std::size_t bytes) {
     return TakeOrThrow(bytes, kOrdinary);
 }
 void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
     return Take(bytes, kOrdinary);
 }
-void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
-    return Take(bytes, kOrdinary);
-}
 void* operator new(std::size_t bytes, std::align_val_t alignment) {
-    return TakeOrThrow(bytes, Number(alignment));
-}
-void* operator new[](std::size_t bytes, std::align_val_t alignment) {
     return TakeOrThrow(bytes, Number(alignment));
 }
 void* operator new(std::size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
     return Take(bytes, Number(alignment));
 }
-void* operator new[](std::size_t bytes, std::align_val_t alignment,
-                     const std::nothrow_t&) noexcept {
-    return Take(bytes, Number(alignment));
-}
 
 void operator delete(void* memory) noexcept {
-    GiveBack(memory);
-}
-void operator delete[](void* memory) noexcept {
-    GiveBack(memory);
+    Release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-    GiveBack(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    GiveBack(memory);
+    Release(memory);
 }
 void operator delete(void* memory, const std::nothrow_t&) noexcept {
-    GiveBack(memory);
-}
-void operator delete[](void* memory, const std::nothrow_t&) noexcept {
-    GiveBack(memory);
+    Release(memory);
 }
 void operator delete(void* memory, std::align_val_t) noexcept {
-    GiveBack(memory);
-}
-void operator delete[](void* memory, std::align_val_t) noexcept {
-    GiveBack(memory);
+    Release(memory);
 }
 void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-    GiveBack(memory);
-}
-void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept {
-    GiveBack(memory);
+    Release(memory);
 }
 void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-    GiveBack(memory);
-}
-void operator delete[](void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-    GiveBack(memory);
+    Release(memory);
 }
 
 namespace kel::test {
@@ -134,6 +108,10 @@ void CountBlocksOfAtLeast(std::size_t bytes) {
 
 std::size_t BlocksOfThatSizeTaken() {
     return g_countedBlocks;
+}
+
+void CallAtNextBlock(void (*action)()) {
+    g_action = action;
 }
 
 MemoryLimit::MemoryLimit(std::size_t bytes) {

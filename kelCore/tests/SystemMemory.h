@@ -1,7 +1,7 @@
-/// What the program takes from the system through operator new, counted and limited.
+/// Counts and limits of the memory that the program takes through operator new. Any thread.
 ///
-/// A program that links SystemMemory.cpp has operator new and delete replaced in all their forms,
-/// in the libraries that it uses as well.
+/// A program that links SystemMemory.cpp has operator new and delete replaced, in the libraries
+/// that it uses as well.
 #pragma once
 
 #include <cstddef>
@@ -11,17 +11,20 @@ namespace kel::test {
 /// Counts since the start of the program.
 struct SystemMemory {
     std::size_t blocksTaken; ///< calls of operator new
-    std::size_t liveBlocks;  ///< blocks that were not given back yet
+    std::size_t liveBlocks;  ///< blocks that were not released yet
     std::size_t liveBytes;   ///< bytes of those
 };
 
-/// The present counts.
+/// Returns the present counts.
 SystemMemory GetSystemMemory();
 
 /// Number of calls of operator new for at least so many bytes, since the start of the program.
-/// Counted for one size at a time; giving a size starts anew.
+/// One size is counted at a time; a new one starts at 0.
 void CountBlocksOfAtLeast(std::size_t bytes);
 std::size_t BlocksOfThatSizeTaken();
+
+/// Calls @p action once, within the next call of operator new and on its thread.
+void CallAtNextBlock(void (*action)());
 
 /// Refuses requests of at least so many bytes for as long as it lives.
 class MemoryLimit {

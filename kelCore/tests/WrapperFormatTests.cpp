@@ -19,14 +19,9 @@ constexpr Label kLabels[] = {
     {WrapperFormat::WAVE, "WAVE"},
 };
 
-TEST(WrapperFormatLabels, AreTheWordsOfTheRegistryEntries) {
+TEST(WrapperFormatLabels, AreTheWordsOfTheRegistryEntriesAndOfMessages) {
     for (const Label& label : kLabels) {
         EXPECT_EQ(GetLabel(label.format), label.text);
-    }
-}
-
-TEST(WrapperFormatLabels, AreTheSameInMessages) {
-    for (const Label& label : kLabels) {
         EXPECT_EQ(ToString(label.format), label.text);
     }
 }
@@ -36,39 +31,22 @@ TEST(WrapperFormatLabels, AreNumbersForValuesWithoutAName) {
     EXPECT_EQ(ToString(static_cast<WrapperFormat>(-1)), "WrapperFormat(-1)");
 }
 
-TEST(WrapperFormatParsing, TurnsEveryLabelBackIntoItsFormat) {
+TEST(WrapperFormatParsing, ConvertsEveryLabelBackIntoItsFormat) {
     for (const Label& label : kLabels) {
-        for (const Label& preset : kLabels) {
-            WrapperFormat format = preset.format;
-            EXPECT_TRUE(FromString(format, label.text));
-            EXPECT_EQ(format, label.format) << label.text;
-        }
+        auto format = static_cast<WrapperFormat>(99);
+        EXPECT_TRUE(FromString(format, label.text));
+        EXPECT_EQ(format, label.format) << label.text;
     }
 }
 
-TEST(WrapperFormatParsing, YieldsTheNumbersOfRawAndWave) {
-    WrapperFormat format = WrapperFormat::Unknown;
-    FromString(format, "RAW");
-    EXPECT_EQ(static_cast<int>(format), 28);
-    FromString(format, "WAVE");
-    EXPECT_EQ(static_cast<int>(format), 32);
-}
-
-TEST(WrapperFormatParsing, LeavesWhatWasSetBeforeOnAnyOtherText) {
-    for (const char* text : {"", "wave", "Wave", "WAVE ", " WAVE", "WAV", "RF64", "0", "32",
-                             "unknown", "AIFFC", "WrapperFormat(2)"}) {
-        for (const Label& preset : kLabels) {
-            WrapperFormat format = preset.format;
-            EXPECT_FALSE(FromString(format, text)) << text;
-            EXPECT_EQ(format, preset.format) << text;
-        }
+TEST(WrapperFormatParsing, KeepsTheValueThatWasSetBeforeOnAnyOtherText) {
+    for (const std::string& text : {std::string(), std::string("wave"), std::string("WAVE "),
+                                    std::string(" WAVE"), std::string("WAV"), std::string("32"),
+                                    std::string("WrapperFormat(2)"), std::string("WAVE\0", 5)}) {
+        WrapperFormat format = WrapperFormat::AIFF;
+        EXPECT_FALSE(FromString(format, text)) << text;
+        EXPECT_EQ(format, WrapperFormat::AIFF) << text;
     }
-}
-
-TEST(WrapperFormatParsing, DoesNotStopAtANullCharacter) {
-    WrapperFormat format = WrapperFormat::Unknown;
-    EXPECT_FALSE(FromString(format, std::string("WAVE\0", 5)));
-    EXPECT_EQ(format, WrapperFormat::Unknown);
 }
 
 } // namespace
