@@ -42,7 +42,7 @@ public:
         std::shared_ptr<IMemoryBlock> block =
             m_allocator != nullptr ? m_allocator->Allocate(bytes) : AllocateHeapBlock(bytes);
         KEL_CHECK_POINTER(block, "the allocator gave no block of " << bytes << " bytes");
-        // An allocator is somebody else's code; writing past its block would be ours.
+        // Another library may provide the allocator: a block that is too small must not be overrun.
         KEL_CHECK(block->GetSize() >= bytes, "the allocator gave a block of "
                                                  << block->GetSize() << " bytes where " << bytes
                                                  << " were needed");

@@ -18,6 +18,7 @@ namespace kel {
 
 namespace {
 
+// Intentional: no setter checks its value, because elements and hosts fill the object in any order.
 class PCMParameters final : public IAudioParameters_PCM {
 public:
     ACodecFamily GetCodecFamily() const override { return ACodecFamily::PCM; }
@@ -44,7 +45,7 @@ private:
     std::uint8_t m_bitsDepth = 0;
 };
 
-// Parameters of a family that the framework knows nothing about.
+// Parameters of a family without an interface in the framework.
 class OtherParameters final : public IAudioParameters {
 public:
     explicit OtherParameters(ACodecFamily family) : m_family(family) {}

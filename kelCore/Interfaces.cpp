@@ -1,5 +1,5 @@
-// The destructors of all interfaces stand here, so that each interface has its type information in
-// this library alone, whatever loads it.
+// The destructors of all interfaces. They are defined here so that only this library contains the
+// type information of an interface.
 
 #include "kelCore.h"
 

@@ -20,7 +20,7 @@ constexpr WrapperFormatLabel kWrapperFormatLabels[] = {
     {WrapperFormat::WAVE, "WAVE"},
 };
 
-// What stands for a value that has no name: the type and the number.
+// The label of a value without a name: the type and the number.
 template <typename Enumeration>
 std::string NumberLabel(const char* typeName, Enumeration value) {
     return std::string(typeName) + "(" + ToString(static_cast<int>(value)) + ")";

@@ -25,7 +25,7 @@ struct CurrentWriter {
     std::shared_ptr<ILoggerWriter> writer;
 };
 
-// Never destroyed: other libraries may log while the process ends.
+// Intentional: never destroyed, because other libraries may log while the process ends.
 CurrentWriter& TheCurrentWriter() {
     static CurrentWriter& current = *new CurrentWriter;
     return current;
@@ -33,8 +33,8 @@ CurrentWriter& TheCurrentWriter() {
 
 thread_local ContextScope* t_innermostScope = nullptr;
 
-// One piece of text, so that lines of several threads do not mix. Through a stream of its own: the
-// standard one may be set to throw, even from where it cannot be caught.
+// Writes the line in one piece, so that lines of several threads do not mix. It uses a stream of
+// its own: std::cerr may be set to throw, even where the exception cannot be caught.
 void WriteToStandardError(LogLevel level, const std::string& message) {
     std::ostream stream(std::cerr.rdbuf());
     stream << ToString(level) + " " + message + "\n" << std::flush;
@@ -74,7 +74,7 @@ void SetCurrentLoggerWriter(std::shared_ptr<ILoggerWriter> writer) {
         const std::lock_guard<std::mutex> lock(current.mutex);
         current.writer.swap(writer);
     }
-    // The writer that was in place goes here, outside of the lock: its destructor may log.
+    // The former writer is destroyed here, outside of the lock: its destructor may log.
 }
 
 std::string GetCurrentTimeString() {
@@ -118,6 +118,7 @@ std::string GetCurrentContextString() {
     return context;
 }
 
+// Intentional: the name is not kept, because hosts read it from the record at level Milestone.
 std::shared_ptr<IMilestone> CreateMilestone(std::string /*name*/) {
     return std::make_shared<Milestone>();
 }
@@ -152,7 +153,7 @@ void WriteRecord(LogLevel level, const std::string& message, const char* file, i
     } catch (...) {
         try {
             WriteToStandardError(level, message);
-        } catch (...) { // NOLINT(bugprone-empty-catch): there is nowhere left to report to
+        } catch (...) { // NOLINT(bugprone-empty-catch): no place is left to report to
         }
     }
 }

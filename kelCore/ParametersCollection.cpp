@@ -105,7 +105,7 @@ public:
     }
 
 private:
-    // The place of a declared parameter of the wanted kind.
+    // Returns the index of a declared parameter of the wanted kind.
     std::size_t Find(std::string_view name, ParameterKind wanted) const {
         const auto found =
             std::find_if(m_parameters.begin(), m_parameters.end(),
@@ -128,9 +128,9 @@ private:
 
     template <typename Value>
     Value Get(std::string_view name) const {
-        const std::size_t place = Find(name, kKindOf<Value>);
+        const std::size_t index = Find(name, kKindOf<Value>);
         const std::optional<ParameterValue>& value =
-            m_values[place].has_value() ? m_values[place] : m_parameters[place].defaultValue;
+            m_values[index].has_value() ? m_values[index] : m_parameters[index].defaultValue;
         return value.has_value() ? std::get<Value>(*value) : Value{};
     }
 

@@ -10,7 +10,7 @@ namespace kel {
 
 namespace {
 
-// A byte b that is not part of UTF-8 stands in wide text as kEscapeBase + b.
+// A byte b that is not part of UTF-8 is kEscapeBase + b in wide text.
 constexpr std::uint32_t kEscapeBase = 0xDC00;
 constexpr std::uint32_t kLastCodePoint = 0x10FFFF;
 
@@ -27,8 +27,8 @@ struct DecodedCharacter {
     std::size_t length = 0; // bytes; 0 when the text does not begin with a well-formed character
 };
 
-// Decodes the first character of a text that begins with a byte of 0x80 or more. Well-formed is
-// what RFC 3629 section 4 says: the shortest form, no surrogates, nothing beyond U+10FFFF.
+// Decodes the first character of a text that begins with a byte of 0x80 or more. A well-formed
+// character (RFC 3629, section 4) has the shortest form, is no surrogate and is at most U+10FFFF.
 DecodedCharacter DecodeMultibyte(std::string_view text) {
     const auto first = static_cast<unsigned char>(text[0]);
     DecodedCharacter result;

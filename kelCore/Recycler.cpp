@@ -20,31 +20,31 @@ namespace {
 
 constexpr std::size_t kAlignment = 64;
 
-// A chunk is one piece of memory from the system: this header, room for the shared handle's control
-// block and the block object, then the bytes that the block gives out. So a block that comes from
-// the pool costs no allocation at all.
+// A chunk is one piece of memory from the system: this header, space for the control block of the
+// shared handle and for the block object, then the bytes of the block. So a block from the pool
+// costs no allocation at all.
 struct alignas(kAlignment) Chunk {
-    std::size_t capacity; // bytes behind the room for the control block
+    std::size_t capacity; // bytes after the space for the control block
 };
 
-constexpr std::size_t kControlRoom = 2 * kAlignment;
+constexpr std::size_t kControlBytes = 2 * kAlignment;
 
-void* ControlRoomOf(Chunk* chunk) {
+void* ControlSpace(Chunk* chunk) {
     return reinterpret_cast<std::uint8_t*>(chunk) + sizeof(Chunk);
 }
 
-std::uint8_t* DataOf(Chunk* chunk) {
-    return reinterpret_cast<std::uint8_t*>(chunk) + sizeof(Chunk) + kControlRoom;
+std::uint8_t* Data(Chunk* chunk) {
+    return reinterpret_cast<std::uint8_t*>(chunk) + sizeof(Chunk) + kControlBytes;
 }
 
-// The capacity of a chunk for so many bytes.
+// Returns the capacity of a chunk for so many bytes.
 std::size_t CapacityFor(std::uint32_t bytes) {
     return (bytes + kAlignment - 1) / kAlignment * kAlignment;
 }
 
 Chunk* NewChunk(std::uint32_t bytes) {
     const std::size_t capacity = CapacityFor(bytes);
-    void* memory = ::operator new (sizeof(Chunk) + kControlRoom + capacity,
+    void* memory = ::operator new (sizeof(Chunk) + kControlBytes + capacity,
                                    std::align_val_t{kAlignment}, std::nothrow);
     if (memory == nullptr) {
         KEL_FAIL("could not get a memory block of " << bytes << " bytes from the system");
@@ -56,19 +56,20 @@ void DeleteChunk(Chunk* chunk) noexcept {
     ::operator delete (chunk, std::align_val_t{kAlignment});
 }
 
-// The chunks of one allocator that nobody uses at the moment. It lives as long as its allocator or
-// one of its chunks. What it holds back is bounded by a number of chunks and a number of bytes; the
-// chunk that came back last is kept whatever its size, so that a stream of one block size never
-// asks the system again. That chunk waits outside the lock: a block of such a stream costs one
-// exchange to take and one to return.
+// The free list of one allocator: the chunks that are not in use. It lives as long as its allocator
+// or one of its chunks. The number of chunks and of bytes that it retains is bounded; the chunk
+// that was returned last is kept at any size, so that a stream of one block size never asks the
+// system again. That chunk waits outside the lock: a block of such a stream costs one exchange to
+// take and one to return.
 class Pool {
 public:
     Pool() = default;
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
 
-    // The smallest chunk with room for so many bytes, among equals the one that came back last: its
-    // memory is the likeliest to be in the processor's caches. A new one when there is none.
+    // Returns the smallest chunk for so many bytes, among equals the one that was returned last:
+    // its memory is the likeliest to be in the caches of the processor. Makes a new one without
+    // any.
     Chunk* Take(std::uint32_t bytes) {
         Chunk* last = m_last.exchange(nullptr, std::memory_order_acquire);
         if (last != nullptr && last->capacity == CapacityFor(bytes)) {
@@ -94,28 +95,28 @@ public:
         std::unique_lock<std::mutex> lock(m_mutex);
         if (m_last.load(std::memory_order_relaxed) == &s_closed) {
             Delete(chunk);
-            EndIfUnused(std::move(lock));
+            DeleteIfUnused(std::move(lock));
             return;
         }
         Hold(m_last.exchange(chunk, std::memory_order_acq_rel));
         BoundHeldBytes(std::max(chunk->capacity, kUncountedBytes));
     }
 
-    // The allocator is gone: nothing is held any more, and the last chunk to come back ends the
-    // pool.
+    // Called when the allocator is destroyed: nothing is retained any more, and the last chunk that
+    // is returned deletes the pool.
     void Close() noexcept {
         std::unique_lock<std::mutex> lock(m_mutex);
         Hold(m_last.exchange(&s_closed, std::memory_order_acquire));
         while (m_count > 0) {
             Delete(Remove(0));
         }
-        EndIfUnused(std::move(lock));
+        DeleteIfUnused(std::move(lock));
     }
 
 private:
     ~Pool() = default;
 
-    // Searches what is held, with the chunk that came back last among it.
+    // Searches the retained chunks, the one that was returned last among them.
     Chunk* TakeHeld(std::uint32_t bytes, Chunk* last) noexcept {
         const std::lock_guard<std::mutex> lock(m_mutex);
         Hold(last);
@@ -129,7 +130,7 @@ private:
         return best == m_count ? nullptr : Remove(best);
     }
 
-    // The lock is held where these are called.
+    // The caller of these has the lock.
 
     void Hold(Chunk* chunk) noexcept {
         if (chunk == nullptr) {
@@ -142,9 +143,9 @@ private:
         m_heldBytes += chunk->capacity;
     }
 
-    // So that with so many bytes waiting outside the lock no more than the most are held back.
+    // Deletes chunks until, with so many bytes waiting outside the lock, the bound is kept.
     void BoundHeldBytes(std::size_t waitingBytes) noexcept {
-        while (m_count > 0 && m_heldBytes + waitingBytes > kMostHeldBytes) {
+        while (m_count > 0 && m_heldBytes + waitingBytes > kMaxHeldBytes) {
             Delete(Remove(0));
         }
     }
@@ -164,8 +165,8 @@ private:
         --m_chunks;
     }
 
-    // Ends what holding the lock was for, and perhaps the pool.
-    void EndIfUnused(std::unique_lock<std::mutex> lock) noexcept {
+    // Releases the lock, and deletes the pool if it has no chunks left.
+    void DeleteIfUnused(std::unique_lock<std::mutex> lock) noexcept {
         const bool isUnused = m_chunks == 0;
         lock.unlock();
         if (isUnused) {
@@ -173,26 +174,26 @@ private:
         }
     }
 
-    static constexpr std::size_t kMostHeldChunks = 31; // besides the last one
-    static constexpr std::size_t kMostHeldBytes = std::size_t{64} << 20U;
-    // A chunk up to this size may wait outside the lock without being counted; it is counted as one
-    // of this size always.
+    static constexpr std::size_t kMaxHeldChunks = 31; // without the last one
+    static constexpr std::size_t kMaxHeldBytes = std::size_t{64} << 20U;
+    // A chunk up to this size may wait outside the lock without being counted. The bound always
+    // allows for one chunk of this size there.
     static constexpr std::size_t kUncountedBytes = std::size_t{1} << 20U;
 
-    // Stands in for the last chunk of a pool whose allocator is gone.
+    // Takes the place of the last chunk when the allocator is destroyed.
     static Chunk s_closed;
 
-    std::atomic<Chunk*> m_last{nullptr}; // the chunk that came back last
+    std::atomic<Chunk*> m_last{nullptr}; // the chunk that was returned last
     std::mutex m_mutex;
-    std::array<Chunk*, kMostHeldChunks> m_held{}; // in the order in which they came back
+    std::array<Chunk*, kMaxHeldChunks> m_held{}; // in the order of their return
     std::size_t m_count = 0;
     std::size_t m_heldBytes = 0;
-    std::size_t m_chunks = 0; // in use and held back together
+    std::size_t m_chunks = 0; // in use and retained together
 };
 
 Chunk Pool::s_closed{0};
 
-void GiveBackOrDelete(Pool* pool, Chunk* chunk) noexcept {
+void ReturnOrDelete(Pool* pool, Chunk* chunk) noexcept {
     if (pool != nullptr) {
         pool->Return(chunk);
     } else {
@@ -212,8 +213,8 @@ private:
     std::uint32_t m_size;
 };
 
-// Places a block and its shared handle's control block into a chunk, and gives the chunk back when
-// the last handle, weak ones included, is gone.
+// Places a block and the control block of its shared handle into a chunk, and returns the chunk
+// when the last handle, weak ones included, is released.
 template <typename T>
 struct ChunkAllocator {
     using value_type = T;
@@ -224,14 +225,12 @@ struct ChunkAllocator {
     ChunkAllocator(const ChunkAllocator<Other>& other) : pool(other.pool), chunk(other.chunk) {}
 
     T* allocate(std::size_t /*count*/) {
-        static_assert(sizeof(T) <= kControlRoom);
+        static_assert(sizeof(T) <= kControlBytes);
         static_assert(alignof(T) <= kAlignment);
-        return static_cast<T*>(ControlRoomOf(chunk));
+        return static_cast<T*>(ControlSpace(chunk));
     }
 
-    void deallocate(T* /*object*/, std::size_t /*count*/) noexcept {
-        GiveBackOrDelete(pool, chunk);
-    }
+    void deallocate(T* /*object*/, std::size_t /*count*/) noexcept { ReturnOrDelete(pool, chunk); }
 
     template <typename Other>
     bool operator==(const ChunkAllocator<Other>& other) const {
@@ -248,7 +247,7 @@ struct ChunkAllocator {
 };
 
 std::shared_ptr<IMemoryBlock> MakeBlock(Pool* pool, Chunk* chunk, std::uint32_t bytes) {
-    return std::allocate_shared<Block>(ChunkAllocator<Block>(pool, chunk), DataOf(chunk), bytes);
+    return std::allocate_shared<Block>(ChunkAllocator<Block>(pool, chunk), Data(chunk), bytes);
 }
 
 class Recycler final : public IMemoryBlockAllocator {
@@ -263,7 +262,7 @@ public:
     }
 
 private:
-    Pool* m_pool = new Pool; // ends itself, see Close
+    Pool* m_pool = new Pool; // deletes itself, see Close
 };
 
 } // namespace

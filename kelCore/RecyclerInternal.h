@@ -1,4 +1,5 @@
-/// Blocks of memory that are given out again, and the allocator "Recycler" that makes them.
+/// The allocator "Recycler", and blocks of memory without it.
+/// Any thread may call these functions.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,8 @@ class IMemoryBlockAllocator;
 /// Makes a Recycler with a pool of its own.
 std::shared_ptr<IMemoryBlockAllocator> CreateRecycler();
 
-/// Makes a block that belongs to no pool: its memory goes back to the heap.
-/// @throws KELRuntimeError when the memory cannot be had
+/// Makes a block of so many bytes that belongs to no pool: its memory returns to the heap.
+/// @throws KELRuntimeError when the system has no memory for it
 std::shared_ptr<IMemoryBlock> AllocateHeapBlock(std::uint32_t bytes);
 
 } // namespace kel

@@ -22,7 +22,7 @@ namespace kel {
 
 namespace {
 
-// A registration with the keys of its entry that look-ups compare.
+// A registration with those keys of its entry that look-ups compare.
 struct IndexedRegistration {
     Registration registration;
     std::int32_t kind;
@@ -63,13 +63,14 @@ struct Registry {
     std::map<std::string, std::shared_ptr<IMemoryBlockAllocator>> allocators;
 };
 
-// Never destroyed: the factories may belong to libraries that are gone when the process ends.
+// Intentional: never destroyed, because the factories may belong to libraries that are unloaded
+// before the process ends.
 Registry& TheRegistry() {
     static Registry& registry = *new Registry;
     return registry;
 }
 
-// One handle of the first registration that matches; empty when there is none.
+// Returns one handle of the first registration that matches; empty without one.
 template <typename Handle>
 Handle Find(Handle Registration::*handle, ElementFactoryType kind,
             const std::string& implementation, const std::string& type) {
@@ -112,8 +113,7 @@ std::vector<Registration> GetRegistrations() {
 std::size_t UnregisterFactories(const std::string& name) {
     Registry& registry = TheRegistry();
     std::vector<IndexedRegistration>& all = registry.registrations;
-    // One after the other, which takes no memory: a host must be able to let go of a library
-    // always.
+    // One after the other, which takes no memory: a host must always be able to unload a library.
     for (std::size_t count = 0;; ++count) {
         std::optional<IndexedRegistration> removed; // released outside of the lock
         const std::unique_lock<std::shared_mutex> lock(registry.mutex);

@@ -57,7 +57,7 @@ bool Matches(const IAudioSample& sample, const IAudioInfo* info, const ITrack* t
     return channels != nullptr && channels->GetTrack().get() == track;
 }
 
-// Appends the sample to the selection if it is audio and both filters let it through.
+// Appends the sample to the selection if it is audio and both filters accept it.
 void Select(std::vector<std::shared_ptr<const IAudioSample>>& selection,
             const std::shared_ptr<const ISample>& sample, const IAudioInfo* info,
             const ITrack* track) {
@@ -67,8 +67,8 @@ void Select(std::vector<std::shared_ptr<const IAudioSample>>& selection,
     }
 }
 
-// The container on the path of every sample: one audio sample, held without a vector and known for
-// what it is.
+// The container of one audio sample of the framework, which every sample passes through: it needs
+// neither a vector nor a cast at run time.
 class SingleSampleContainer final : public ISampleContainer {
 public:
     SingleSampleContainer(std::shared_ptr<const ISample> sample,

@@ -1,4 +1,5 @@
 /// Families of audio codecs.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +8,7 @@ namespace kel {
 
 /// Codec family of an audio stream.
 enum class ACodecFamily : std::int32_t {
-    Unknown = 0, ///< none given
+    Unknown = 0, ///< no family
     PCM = 2,     ///< linear PCM, integer or floating point
 };
 

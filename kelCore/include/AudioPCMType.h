@@ -1,4 +1,5 @@
 /// Number type of PCM samples.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include <cstdint>

@@ -1,7 +1,8 @@
 /// Checks: each logs one record at level Error and throws KELRuntimeError when it fails.
+/// Any thread may check.
 ///
-/// The text of a check may be streamed: `"has " << n << " channels."`. The record carries the file
-/// and the line of the check; the exception carries the message alone. Any thread may check.
+/// The text of a check may be streamed: `"has " << n << " channels."`. The record has the file and
+/// the line of the check; the exception has only the message.
 #pragma once
 
 #include "Export.h"
@@ -16,8 +17,8 @@ namespace kel::detail {
 /// Logs @p message at level Error and throws it as KELRuntimeError.
 [[noreturn]] KEL_CORE_EXPORT void Fail(const std::string& message, const char* file, int line);
 
-/// Appends a compared value; the one-byte integers, which a stream would take for characters, come
-/// out in decimal like the others.
+/// Appends a compared value. One-byte integers, which a stream would write as characters, are
+/// written in decimal like the others.
 template <typename T>
 void AppendValue(MessageText& text, const T& value) {
     if constexpr (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char>) {
@@ -27,7 +28,7 @@ void AppendValue(MessageText& text, const T& value) {
     }
 }
 
-/// The second bracket of the two comparing checks.
+/// Returns the second bracket of the two comparing checks.
 template <typename T1, typename T2>
 std::string DescribeComparison(const T1& value1, const char* relation, const T2& value2) {
     MessageText text;
@@ -61,7 +62,7 @@ std::string DescribeComparison(const T1& value1, const char* relation, const T2&
         }                                                                                          \
     } while (false)
 
-/// Refuses, always: "[text]".
+/// Always fails: "[text]".
 #define KEL_FAIL(text) KEL_DETAIL_FAIL(text, "")
 
 /// Fails when @p pointer, raw or shared, is empty: "[text] [ Pointer is null ]".

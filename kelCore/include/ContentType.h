@@ -1,11 +1,12 @@
-/// What the content of a track is.
+/// Content types of tracks.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include <cstdint>
 
 namespace kel {
 
-/// Kind of content that a track carries.
+/// Kind of content of a track.
 enum class ContentType : std::int32_t {
     Audio = 1,
 };

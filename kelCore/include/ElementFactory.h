@@ -1,4 +1,5 @@
-/// Factories: what plug-ins register and hosts make elements with.
+/// Factories, which plug-ins register and hosts use to make elements.
+/// Immutable: any thread may use a factory as far as the function in it allows.
 #pragma once
 
 #include "ElementFactoryType.h"
@@ -12,12 +13,12 @@ namespace kel {
 
 class IParametersCollectionInstance;
 
-/// Base of all factories. Immutable; any thread may use it.
+/// Base of all factories.
 class KEL_CORE_EXPORT IElementFactory {
 public:
     virtual ~IElementFactory();
 
-    /// The kind of element that the factory makes.
+    /// Returns the kind of element that the factory makes.
     virtual ElementFactoryType GetFactoryType() const = 0;
 };
 
@@ -25,17 +26,18 @@ public:
 template <ElementFactoryType T>
 class KEL_CORE_EXPORT ElementFactory : public IElementFactory {
 public:
-    /// Makes a new element from its manifest. Each call makes another one, owned by whoever called.
+    /// Makes a new element from its manifest. Each call makes another one, owned by the
+    /// caller.
     using Creator =
         std::function<std::shared_ptr<typename ElementFactoryType_traits<T>::InstanceType>(
             std::shared_ptr<const IParametersCollectionInstance>)>;
 
-    /// @param function kept as the creator; an empty one fails when it is called
+    /// @param function kept as the creator; an empty one throws std::bad_function_call when called
     explicit ElementFactory(Creator function) : creator(std::move(function)) {}
 
     ElementFactoryType GetFactoryType() const override { return T; }
 
-    const Creator creator; ///< may be called from any thread if the function allows it
+    const Creator creator; ///< called on the thread that needs an element
 };
 
 // Instantiated in kelCore, so that the type information that run-time casts rely on exists once.

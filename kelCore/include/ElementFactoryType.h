@@ -1,4 +1,5 @@
-/// The kinds of element that a factory makes, and the interface that each kind is held by.
+/// Kinds of elements, and the interface of each kind.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include "Export.h"
@@ -26,24 +27,24 @@ struct ElementFactoryType_traits;
 /// Audio sources.
 template <>
 struct ElementFactoryType_traits<ElementFactoryType::AudioSource> {
-    using InstanceType = IAudioSource; ///< what they are held by
+    using InstanceType = IAudioSource; ///< interface of these elements
 };
 
 /// Audio sinks.
 template <>
 struct ElementFactoryType_traits<ElementFactoryType::AudioSink> {
-    using InstanceType = IAudioSink; ///< what they are held by
+    using InstanceType = IAudioSink; ///< interface of these elements
 };
 
 /// Allocators of memory blocks.
 template <>
 struct ElementFactoryType_traits<ElementFactoryType::MemoryBlockAllocator> {
-    using InstanceType = IMemoryBlockAllocator; ///< what they are held by
+    using InstanceType = IMemoryBlockAllocator; ///< interface of these elements
 };
 
 /// Returns the label of an element kind: "AudioSource", "AudioSink" or "MemoryBlockAllocator";
 /// "ElementFactoryType(N)" for a value N without a name. The labels are stable: hosts may compare
-/// them and show them. Any thread may call it.
+/// them and display them. Any thread may call it.
 KEL_CORE_EXPORT std::string GetLabel(ElementFactoryType type);
 
 } // namespace kel

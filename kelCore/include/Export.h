@@ -1,9 +1,10 @@
-/// Symbol visibility of kelCore's public surface.
+/// Symbol visibility of the public surface of kelCore.
+/// Has no effect at run time, on any thread.
 ///
 /// Everything in kelCore is hidden unless it is marked with KEL_CORE_EXPORT, so that the library
-/// exports what its headers document and nothing else. The same mark serves the library and its
-/// users: on Linux importing needs no attribute of its own.
+/// exports only what its headers document. The library and its users share the mark: on Linux an
+/// import needs no attribute of its own.
 #pragma once
 
-/// Marks what the library exports.
+/// Marks an exported class or function.
 #define KEL_CORE_EXPORT __attribute__((visibility("default")))

@@ -1,4 +1,5 @@
 /// Description of one audio stream.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
@@ -15,24 +16,24 @@ class IChannelInfo;
 class IClockInfo;
 class IMetadata;
 
-/// Description of one audio stream: its parameters, channels, metadata and clocks. Immutable.
+/// Description of one audio stream: its parameters, channels, metadata and clocks.
 class KEL_CORE_EXPORT IAudioInfo : public IInfo {
 public:
     ~IAudioInfo() override;
 
-    /// The channels of the stream.
+    /// Returns the channels of the stream; empty when it was made without them.
     virtual std::shared_ptr<const IChannelInfo> GetChannelInfo() const = 0;
 
-    /// A text that identifies this info: no two infos of a process have the same.
+    /// Returns a text that identifies this info: no two infos of a process have the same.
     virtual const std::string& GetId() const = 0;
 
-    /// The codec parameters of the stream; may be empty.
+    /// Returns the codec parameters of the stream; may be empty.
     virtual std::shared_ptr<const IAudioParameters> GetAudioParameters() const = 0;
 
-    /// The metadata that the info was made with.
+    /// Returns the metadata that the info was made with.
     virtual std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const = 0;
 
-    /// The clocks that the info was made with.
+    /// Returns the clocks that the info was made with.
     virtual std::vector<std::shared_ptr<const IClockInfo>> GetClockInfos() const = 0;
 };
 

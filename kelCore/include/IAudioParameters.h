@@ -1,4 +1,5 @@
 /// Codec parameters of an audio stream.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "ACodecFamily.h"
@@ -9,26 +10,26 @@
 
 namespace kel {
 
-/// Codec parameters of an audio stream. What a family has of its own is reached by a run-time cast
-/// to the family's interface. Immutable once shared as const.
+/// Codec parameters of an audio stream. A cast at run time to the interface of the family reaches
+/// the parameters that only this family has.
 class KEL_CORE_EXPORT IAudioParameters : public IEncodingParameters {
 public:
     ~IAudioParameters() override;
 
-    /// The codec family that the parameters belong to.
+    /// Returns the codec family that the parameters belong to.
     virtual ACodecFamily GetCodecFamily() const = 0;
 };
 
-/// Maps a codec family to the shared handle (`AudioParametersPtr`) of the family's interface.
+/// Maps a codec family to the shared handle (`AudioParametersPtr`) of the interface of the family.
 template <ACodecFamily F>
 struct AudioParameters_trait;
 
 /// Makes parameters of a codec family: an IAudioParameters_PCM for ACodecFamily::PCM, and for any
-/// other value an object that knows nothing but its family. Any thread may call it.
+/// other value an object that has only its family. Any thread may call it.
 KEL_CORE_EXPORT std::shared_ptr<IAudioParameters> CreateAudioParameters(ACodecFamily family);
 
-/// Makes parameters of family @p F and casts them to the family's interface; the handle is empty
-/// when the framework's object is of another kind.
+/// Makes parameters of family @p F and casts them to the interface of the family; the handle is
+/// empty when the object of the framework is of another kind. Any thread may call it.
 template <ACodecFamily F>
 typename AudioParameters_trait<F>::AudioParametersPtr CreateAudioParameters() {
     using Handle = typename AudioParameters_trait<F>::AudioParametersPtr;

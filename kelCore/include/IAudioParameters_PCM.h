@@ -1,4 +1,5 @@
 /// Parameters of a linear PCM stream.
+/// One thread fills them; once shared as const, any number of threads may read them.
 #pragma once
 
 #include "AudioPCMType.h"
@@ -13,33 +14,32 @@
 namespace kel {
 
 /// Parameters of a linear PCM stream. The setters may be called in any order and check nothing; a
-/// fresh object has zeros and undefined values. One thread fills it; once shared as const it is
-/// only read.
+/// new object has zeros and undefined values.
 class KEL_CORE_EXPORT IAudioParameters_PCM : public IAudioParameters {
 public:
     ~IAudioParameters_PCM() override;
 
     /// Sets the frames per second, in hertz.
     virtual void SetSampleRate(std::uint32_t hertz) = 0;
-    /// Frames per second, in hertz.
+    /// Returns the frames per second, in hertz.
     virtual std::uint32_t GetSampleRate() const = 0;
-    /// Byte order of a sample value.
+    /// Returns the byte order of a sample value.
     virtual PCMEndianness GetEndianness() const = 0;
     /// Sets the byte order of a sample value.
     virtual void SetEndianness(PCMEndianness endianness) = 0;
-    /// How the channels are combined.
+    /// Returns the combination of the channels.
     virtual PCMMuxing GetMuxing() const = 0;
-    /// Sets how the channels are combined.
+    /// Sets the combination of the channels.
     virtual void SetMuxing(PCMMuxing muxing) = 0;
-    /// Number type of a sample value.
+    /// Returns the number type of a sample value.
     virtual AudioPCMType GetPCMType() const = 0;
     /// Sets the number type of a sample value.
     virtual void SetPCMType(AudioPCMType type) = 0;
-    /// Bytes per sample value in memory.
+    /// Returns the bytes per sample value in memory.
     virtual std::uint8_t GetSampleSize() const = 0;
     /// Sets the bytes per sample value in memory.
     virtual void SetSampleSize(std::uint8_t bytes) = 0;
-    /// Significant bits per sample value.
+    /// Returns the significant bits per sample value.
     virtual std::uint8_t GetBitsDepth() const = 0;
     /// Sets the significant bits per sample value.
     virtual void SetBitsDepth(std::uint8_t bits) = 0;
@@ -48,7 +48,7 @@ public:
 /// Linear PCM.
 template <>
 struct AudioParameters_trait<ACodecFamily::PCM> {
-    using AudioParametersPtr = std::shared_ptr<IAudioParameters_PCM>; ///< what it is held by
+    using AudioParametersPtr = std::shared_ptr<IAudioParameters_PCM>; ///< handle of the parameters
 };
 
 } // namespace kel

@@ -1,4 +1,5 @@
 /// A run of audio frames.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
@@ -15,21 +16,21 @@ class IAudioParameters;
 class IBuffer;
 class IMetadata;
 
-/// A run of interleaved audio frames with what describes them. Immutable; the handles that it
-/// returns are shared with it.
+/// A run of interleaved audio frames with their description. The handles that it returns are shared
+/// with it.
 class KEL_CORE_EXPORT IAudioSample : public ISample {
 public:
     ~IAudioSample() override;
 
-    /// The bytes of the frames.
+    /// Returns the bytes of the frames.
     virtual std::shared_ptr<const IBuffer> GetBuffer() const = 0;
-    /// The codec parameters of the frames.
+    /// Returns the codec parameters of the frames; may be empty.
     virtual std::shared_ptr<const IAudioParameters> GetAudioParameters() const = 0;
-    /// The stream that the frames belong to.
+    /// Returns the stream that the frames belong to; may be empty.
     virtual std::shared_ptr<const IAudioInfo> GetAudioInfo() const = 0;
-    /// Where the frames lie on the stream's timeline.
+    /// Returns the interval of the frames on the timeline of the stream.
     virtual const TimeLimits& GetTimeLimits() const = 0;
-    /// The metadata that the sample was made with.
+    /// Returns the metadata that the sample was made with.
     virtual std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const = 0;
 };
 
@@ -37,7 +38,7 @@ public:
 /// @param parameters codec parameters of the frames; may be empty
 /// @param info the stream that they belong to; may be empty
 /// @param buffer their bytes
-/// @param limits where they lie on the stream's timeline
+/// @param limits their interval on the timeline of the stream
 /// @param metadata their metadata; may be empty
 /// @throws KELRuntimeError when @p buffer is empty
 KEL_CORE_EXPORT std::shared_ptr<IAudioSample>

@@ -1,4 +1,5 @@
-/// An audio sink, as hosts hold it.
+/// An audio sink with both of its sides, as factories return it.
+/// One thread at a time drives an element; it may be another thread at each call.
 #pragma once
 
 #include "Export.h"
@@ -13,7 +14,7 @@ class KEL_CORE_EXPORT IAudioSink : public IMediaSink, public virtual IAudioSinkC
 public:
     ~IAudioSink() override;
 
-    // Both sides declare it; the element answers both with one function.
+    // Both sides declare it; one function of the element overrides both.
     using IMediaSink::GetManifest;
 };
 

@@ -1,4 +1,5 @@
-/// An audio source, as hosts hold it.
+/// An audio source with both of its sides, as factories return it.
+/// One thread at a time drives an element; it may be another thread at each call.
 #pragma once
 
 #include "Export.h"
@@ -13,7 +14,7 @@ class KEL_CORE_EXPORT IAudioSource : public IMediaSource, public IAudioSourceCon
 public:
     ~IAudioSource() override;
 
-    // Both sides declare it; the element answers both with one function.
+    // Both sides declare it; one function of the element overrides both.
     using IMediaSource::GetManifest;
 };
 

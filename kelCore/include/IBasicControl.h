@@ -1,4 +1,5 @@
-/// Operations that the control side of every element has.
+/// Operations on the control side of every element.
+/// One thread at a time drives an element; it may be another thread at each call.
 #pragma once
 
 #include "Export.h"
@@ -9,20 +10,19 @@ namespace kel {
 
 class IParametersCollectionInstance;
 
-/// Control side common to all elements. One element has exactly one, whichever of its interfaces a
-/// host comes from. Like all element interfaces it carries no lock: one thread at a time drives an
-/// element.
+/// Control side common to all elements. An element has exactly one, which a host reaches through
+/// any of its interfaces.
 class KEL_CORE_EXPORT IBasicControl {
 public:
     virtual ~IBasicControl();
 
     /// Changes the configuration of a running element.
-    /// @param config shared with the element from here on
-    /// @throws KELRuntimeError where the element cannot be reconfigured
+    /// @param config shared with the element from now on
+    /// @throws KELRuntimeError if the element cannot be reconfigured
     virtual void UpdateConfig(std::shared_ptr<const IParametersCollectionInstance> config) = 0;
 
-    /// Returns the collection that the element was constructed with, the registry entry's keys
-    /// ("type" among them).
+    /// Returns the collection that the element was constructed with; it has the keys of the
+    /// registry entry ("type" among them).
     virtual std::shared_ptr<const IParametersCollectionInstance> GetManifest() const = 0;
 };
 

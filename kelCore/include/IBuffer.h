@@ -1,4 +1,5 @@
 /// A buffer of bytes.
+/// One thread fills it; once it is part of a sample, any number of threads may read it.
 #pragma once
 
 #include "Export.h"
@@ -11,35 +12,35 @@ namespace kel {
 class IMemoryBlock;
 class IMemoryBlockAllocator;
 
-/// A run of valid bytes at the start of a reserved block of memory. One thread, its creator's,
-/// fills it; once a sample carries it, it is only read.
+/// A run of valid bytes at the start of a reserved block of memory.
 class KEL_CORE_EXPORT IBuffer {
 public:
     virtual ~IBuffer();
 
-    /// The first byte, writable; null while nothing is reserved. Reserve may move the bytes, so the
-    /// pointer is fetched after it.
+    /// Returns the first byte, writable; null before the first reservation. Reserve may move the
+    /// bytes and makes earlier pointers invalid.
     virtual std::uint8_t* GetData() = 0;
 
-    /// The first byte, to read.
+    /// Returns the first byte, for reading; null before the first reservation.
     virtual const std::uint8_t* GetData() const = 0;
 
-    /// Number of valid bytes.
+    /// Returns the number of valid bytes.
     virtual std::uint32_t GetSize() const = 0;
 
     /// Sets the number of valid bytes. Bytes that become valid are not cleared.
-    /// @throws KELRuntimeError when @p bytes is more than what is reserved
+    /// @throws KELRuntimeError when @p bytes is more than the reserved number
     virtual void SetSize(std::uint32_t bytes) = 0;
 
-    /// Makes room for at least @p bytes bytes in all. The valid bytes are kept; the room never
+    /// Reserves at least @p bytes bytes in all. The valid bytes are kept; a reservation never
     /// shrinks.
-    /// @throws whatever the allocator throws; the buffer is then as it was
+    /// @throws KELRuntimeError when the allocator returns no block or one that is too small; any
+    /// exception of the allocator. The buffer is unchanged then.
     virtual void Reserve(std::uint32_t bytes) = 0;
 };
 
-/// Makes a buffer without valid bytes.
-/// @param allocator where Reserve takes its blocks from, shared; empty for the heap
-/// @param block the room that the buffer starts with, shared; empty for none
+/// Makes a buffer without valid bytes. Any thread may call it.
+/// @param allocator provides the blocks of Reserve, shared; empty for the heap
+/// @param block the first reservation, shared; empty for none
 KEL_CORE_EXPORT std::shared_ptr<IBuffer>
 CreateBuffer(std::shared_ptr<IMemoryBlockAllocator> allocator, std::shared_ptr<IMemoryBlock> block);
 

@@ -1,4 +1,5 @@
 /// The channels of an audio stream.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
@@ -10,15 +11,15 @@ namespace kel {
 
 class ITrack;
 
-/// Description of the channels of an audio stream. Immutable.
+/// Description of the channels of an audio stream.
 class KEL_CORE_EXPORT IChannelInfo {
 public:
     virtual ~IChannelInfo();
 
-    /// Number of channels, that of the track; may be 0.
+    /// Returns the number of channels of the track; may be 0.
     virtual std::uint32_t GetNumberOfChannels() const = 0;
 
-    /// The track that the channels belong to.
+    /// Returns the track that the channels belong to.
     virtual std::shared_ptr<const ITrack> GetTrack() const = 0;
 };
 

@@ -1,4 +1,5 @@
-/// What a sink answers when it is asked whether it would take an input.
+/// Result of the check of an input by a sink.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "ContentType.h"
@@ -17,24 +18,25 @@ class IEncodingParameters;
 
 /// The values of ICheckInputReport::GetErrorType.
 enum class CheckInputErrorType : std::int32_t {
-    None = 0,     ///< the input is accepted as it stands
+    None = 0,     ///< the input is accepted as it is
     Track = 1,    ///< the track structure is wrong
     Encoding = 2, ///< the encoding is not accepted
 };
 
-/// The answer of a sink's input check. Immutable.
+/// Result of the check of an input by a sink.
 class KEL_CORE_EXPORT ICheckInputReport {
 public:
     virtual ~ICheckInputReport();
 
-    /// The kind of error, a value of CheckInputErrorType; 0 when the input is accepted.
+    /// Returns the kind of error, a value of CheckInputErrorType; 0 when the input is accepted.
     virtual std::int32_t GetErrorType() const = 0;
 
-    /// For a track error: the content types of the tracks that are expected. Otherwise empty.
+    /// Returns, for a track error, the content types of the tracks that are expected. Otherwise
+    /// empty.
     virtual const std::multiset<ContentType>& GetExpectedContentTypes() const = 0;
 
-    /// For an encoding error: per info identifier (IAudioInfo::GetId), the encodings that would be
-    /// accepted. Otherwise empty.
+    /// Returns, for an encoding error, the encodings that would be accepted for each info
+    /// identifier (IAudioInfo::GetId). Otherwise empty.
     virtual const std::map<std::string, std::vector<std::shared_ptr<const IEncodingParameters>>>&
     GetAcceptedEncodings() const = 0;
 };
@@ -48,7 +50,7 @@ KEL_CORE_EXPORT std::shared_ptr<const ICheckInputReport>
 CreateCheckInputReportTrackError(std::multiset<ContentType> expected);
 
 /// Makes the report of an input whose encoding is not accepted. Any thread may call it.
-/// @param accepted per info identifier, the encodings that would be accepted
+/// @param accepted the encodings that would be accepted for each info identifier
 KEL_CORE_EXPORT std::shared_ptr<const ICheckInputReport> CreateCheckInputReportEncodingError(
     std::map<std::string, std::vector<std::shared_ptr<const IEncodingParameters>>> accepted);
 

@@ -1,11 +1,12 @@
-/// Base of everything that describes an encoding.
+/// Base of all descriptions of encodings.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
 
 namespace kel {
 
-/// Parameters of an encoding, as check-input reports propose them. Immutable once shared as const.
+/// Parameters of an encoding, as the reports of input checks propose them.
 class KEL_CORE_EXPORT IEncodingParameters {
 public:
     virtual ~IEncodingParameters();

@@ -1,12 +1,12 @@
-/// Base of every media description.
+/// Base of all descriptions of media.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
 
 namespace kel {
 
-/// A description of one stream of media. Immutable once shared as const, so that any number of
-/// threads may read it; so are all descriptions that derive from it.
+/// A description of one stream of media.
 class KEL_CORE_EXPORT IInfo {
 public:
     virtual ~IInfo();

@@ -1,4 +1,5 @@
-/// A set of media descriptions.
+/// A set of descriptions of media.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
@@ -12,24 +13,24 @@ class IAudioInfo;
 class IInfo;
 class IPackagingInfo;
 
-/// A set of infos, with a description of their packaging if there is one. Immutable.
+/// A list of infos, with an optional description of their packaging.
 class KEL_CORE_EXPORT IInfoContainer {
 public:
     virtual ~IInfoContainer();
 
-    /// Every info in the container, in the order given.
+    /// Returns all infos in their order.
     virtual std::vector<std::shared_ptr<const IInfo>> GetInfos() const = 0;
 
-    /// The audio infos alone, in the order given.
+    /// Returns only the audio infos, in their order.
     virtual std::vector<std::shared_ptr<const IAudioInfo>> GetAudioInfos() const = 0;
 
-    /// How the infos are packaged; empty when nothing was said.
+    /// Returns the packaging of the infos; empty when the container was made without one.
     virtual std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const = 0;
 };
 
 /// Makes a container of one info. Any thread may call it.
 /// @param info the info, shared
-/// @param packaging how it is packaged; may be empty
+/// @param packaging its packaging, shared; may be empty
 /// @throws KELRuntimeError when @p info is empty
 KEL_CORE_EXPORT std::shared_ptr<IInfoContainer>
 CreateInfoContainer(std::shared_ptr<const IInfo> info,
@@ -37,7 +38,7 @@ CreateInfoContainer(std::shared_ptr<const IInfo> info,
 
 /// Makes a container of any number of infos. Any thread may call it.
 /// @param infos the infos, shared; none may be empty
-/// @param packaging how they are packaged; may be empty
+/// @param packaging their packaging, shared; may be empty
 /// @throws KELRuntimeError when one of @p infos is empty
 KEL_CORE_EXPORT std::shared_ptr<IInfoContainer>
 CreateInfoContainer(std::vector<std::shared_ptr<const IInfo>> infos,

@@ -1,4 +1,5 @@
 /// Data side of a media source: configuration, description, samples.
+/// One thread at a time drives an element; it may be another thread at each call.
 #pragma once
 
 #include "Export.h"
@@ -13,47 +14,45 @@ class IOutputMediator;
 class IParametersCollectionInstance;
 class ISampleContainer;
 
-/// Data side of any media source. One thread at a time drives an element; it may be another thread
-/// at each call.
+/// Data side of any media source.
 class KEL_CORE_EXPORT IMediaSource {
 public:
     virtual ~IMediaSource();
 
-    /// Returns the description of what an output delivers.
-    /// @param name the output; sources with one output ignore it
+    /// Returns the description of the samples of an output.
+    /// @param name the name of the output; sources with one output ignore it
     /// @return a container with the description; empty without an open medium
     virtual std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string name) const = 0;
 
     /// Delivers the next run of media.
-    /// @return the next samples, owned by the caller; an empty handle when nothing more is
-    /// delivered
-    /// @throws whatever the framework's creation functions throw
+    /// @return the next samples, owned by the caller; an empty handle after the last
+    /// @throws KELRuntimeError when an object of the framework cannot be created
     virtual std::shared_ptr<const ISampleContainer> GetSample() = 0;
 
     /// Asks a source that waits to stop waiting.
     virtual void Interrupt() = 0;
 
-    /// Gives the element its settings; must be called once before the element is used.
+    /// Passes the element its settings; must be called once before the element is used.
     /// @param config an instance of the registry entry's "init_config" prototype, shared with the
-    /// element from here on
-    /// @throws KELRuntimeError when the settings cannot be read, or the medium that they name can
-    /// not be opened
+    /// element from now on
+    /// @throws KELRuntimeError when the settings cannot be read, or the medium that they name
+    /// cannot be opened
     virtual void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) = 0;
 
-    /// Hands the source an object to push its samples to.
-    /// @param mediator the host's object, shared with the source
-    /// @param output the output that is meant
-    /// @param name what the host calls it
+    /// Passes the source an object to push its samples to.
+    /// @param mediator an object of the host, shared with the source
+    /// @param output the name of the output
+    /// @param name the name of the mediator in the host
     virtual void SetOutputMediator(std::shared_ptr<IOutputMediator> mediator, std::string output,
                                    std::string name) = 0;
 
-    /// Drops what the source has read ahead.
+    /// Drops the samples that were read ahead.
     virtual void ClearInternalBuffer() = 0;
 
-    /// See IBasicControl::GetManifest; one operation of the element answers both.
+    /// See IBasicControl::GetManifest; one function of the element overrides both.
     virtual std::shared_ptr<const IParametersCollectionInstance> GetManifest() const = 0;
 
-    /// Gives up the medium. Without one it does nothing.
+    /// Releases the medium. Without one it does nothing.
     virtual void Release() = 0;
 };
 

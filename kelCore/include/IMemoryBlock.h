@@ -1,4 +1,5 @@
 /// A block of memory.
+/// One thread at a time writes its bytes; any thread may release it.
 #pragma once
 
 #include "Export.h"
@@ -7,16 +8,16 @@
 
 namespace kel {
 
-/// A block of memory that belongs to whoever shares its handle. Releasing the last handle gives the
-/// memory back, on any thread. The bytes are not protected: one thread at a time writes.
+/// A block of memory, owned by all holders of its handle. The release of the last handle returns
+/// the memory.
 class KEL_CORE_EXPORT IMemoryBlock {
 public:
     virtual ~IMemoryBlock();
 
-    /// The first byte, writable. Stays valid as long as the block.
+    /// Returns the first byte, writable, valid as long as the block.
     virtual std::uint8_t* GetData() = 0;
 
-    /// Number of bytes that may be used.
+    /// Returns the number of bytes that may be used.
     virtual std::uint32_t GetSize() const = 0;
 };
 

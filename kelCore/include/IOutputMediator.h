@@ -1,12 +1,13 @@
 /// Receiver of the samples that a source pushes.
+/// The host defines it, and with it the threads that may use it.
 #pragma once
 
 #include "Export.h"
 
 namespace kel {
 
-/// An object of the host that a source may be given to push its samples to. Sources that are pulled
-/// with IMediaSource::GetSample ignore it.
+/// An object of the host to which a source may push its samples. Sources that deliver samples
+/// through IMediaSource::GetSample ignore it.
 class KEL_CORE_EXPORT IOutputMediator {
 public:
     virtual ~IOutputMediator();

@@ -1,12 +1,12 @@
-/// How media is packaged.
+/// Packaging of media.
+/// The application defines it, and with it the threads that may use it.
 #pragma once
 
 #include "Export.h"
 
 namespace kel {
 
-/// Description of the packaging of infos or samples. An application's own; the framework hands it
-/// through unread.
+/// Description of the packaging of infos or samples. The framework stores it and does not read it.
 class KEL_CORE_EXPORT IPackagingInfo {
 public:
     virtual ~IPackagingInfo();

@@ -1,11 +1,12 @@
-/// Base of every unit of media.
+/// Base of all units of media.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
 
 namespace kel {
 
-/// One unit of media. Immutable once shared as const.
+/// One unit of media.
 class KEL_CORE_EXPORT ISample {
 public:
     virtual ~ISample();

@@ -1,4 +1,5 @@
-/// What travels from a source to a sink: one or more samples.
+/// A set of samples, the unit of transfer from a source to a sink.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
@@ -14,25 +15,25 @@ class IPackagingInfo;
 class ISample;
 class ITrack;
 
-/// One or more samples, with a description of their packaging if there is one. Immutable.
+/// A list of samples, with an optional description of their packaging.
 class KEL_CORE_EXPORT ISampleContainer {
 public:
     virtual ~ISampleContainer();
 
-    /// The audio samples, in the order given.
-    /// @param info only samples of this very info; empty for any
-    /// @param track only samples whose info describes channels of this very track; empty for any
+    /// Returns the audio samples in their order.
+    /// @param info selects the samples of this object; empty for any
+    /// @param track selects the samples whose info describes channels of this object; empty for any
     virtual std::vector<std::shared_ptr<const IAudioSample>>
     GetAudioSamples(std::shared_ptr<const IAudioInfo> info,
                     std::shared_ptr<const ITrack> track) const = 0;
 
-    /// How the samples are packaged; empty when nothing was said.
+    /// Returns the packaging of the samples; empty when the container was made without one.
     virtual std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const = 0;
 };
 
 /// Makes a container of one sample. Any thread may call it.
 /// @param sample the sample, shared
-/// @param packaging how it is packaged; may be empty
+/// @param packaging its packaging, shared; may be empty
 /// @throws KELRuntimeError when @p sample is empty
 KEL_CORE_EXPORT std::shared_ptr<ISampleContainer>
 CreateSampleContainer(std::shared_ptr<const ISample> sample,
@@ -40,7 +41,7 @@ CreateSampleContainer(std::shared_ptr<const ISample> sample,
 
 /// Makes a container of any number of samples. Any thread may call it.
 /// @param samples the samples, shared; none may be empty
-/// @param packaging how they are packaged; may be empty
+/// @param packaging their packaging, shared; may be empty
 /// @throws KELRuntimeError when one of @p samples is empty
 KEL_CORE_EXPORT std::shared_ptr<ISampleContainer>
 CreateSampleContainer(std::vector<std::shared_ptr<const ISample>> samples,

@@ -1,4 +1,5 @@
 /// Control side of a media sink: the path, metadata, closing.
+/// One thread at a time drives an element; it may be another thread at each call.
 #pragma once
 
 #include "Export.h"
@@ -12,18 +13,18 @@ namespace kel {
 
 class IMetadata;
 
-/// Control side of any media sink. One thread at a time.
+/// Control side of any media sink.
 class KEL_CORE_EXPORT ISinkControl : public virtual IBasicControl {
 public:
     ~ISinkControl() override;
 
-    /// Tells the sink where to write.
+    /// Sets the path of the medium to write.
     /// @param path wide path, see ConvertWideStringToPlatformString
     /// @throws KELRuntimeError when the sink is writing already
     virtual void Open(const std::wstring& path) = 0;
 
-    /// Hands the sink metadata to write.
-    /// @throws KELRuntimeError where the sink takes none
+    /// Passes the sink metadata to write.
+    /// @throws KELRuntimeError if the sink accepts none
     virtual void PushMetadata(const std::vector<std::shared_ptr<const IMetadata>>& metadata) = 0;
 
     /// Finishes the medium. A sink that is not writing does nothing.

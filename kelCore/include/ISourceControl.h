@@ -1,4 +1,5 @@
 /// Control side of a media source: opening, positions, outputs.
+/// One thread at a time drives an element; it may be another thread at each call.
 #pragma once
 
 #include "Export.h"
@@ -16,7 +17,7 @@ namespace kel {
 class IChannelInfo;
 class IMetadata;
 
-/// Control side of any media source. One thread at a time.
+/// Control side of any media source.
 ///
 /// Order of calls: IMediaSource::SetInitConfig (which may open already), Open if the configuration
 /// named no medium, then outputs, limits and positions in any order, finally IMediaSource::Release.
@@ -30,37 +31,37 @@ public:
     virtual void Open(const std::wstring& path) = 0;
 
     /// Sets the direction in which the medium is delivered.
-    /// @throws KELRuntimeError where the source cannot deliver in that direction
+    /// @throws KELRuntimeError if the source cannot deliver in that direction
     virtual void SetDirection(MediaSourceDirection direction) = 0;
 
     /// Returns the direction in which the medium is delivered.
     virtual MediaSourceDirection GetDirection() const = 0;
 
     /// Moves the read position.
-    /// @param time where to, in the edit rate of the source's time limits
-    /// @param track the track whose time it is; sources with one track ignore it
+    /// @param time the new position, in the edit rate of the time limits of the source
+    /// @param track the name of the track; sources with one track ignore it
     /// @return the position reached
     /// @throws KELRuntimeError without an open medium, in another edit rate, outside the limits
     virtual MediaTime GotoTimeOffset(const MediaTime& time, std::string track) = 0;
 
-    /// True while a medium is open.
+    /// Returns true while a medium is open.
     virtual bool IsMediaOpen() const = 0;
 
     /// Returns the extent of the medium.
-    /// @param track the track that is asked for; sources with one track ignore it
+    /// @param track the name of the track; sources with one track ignore it
     /// @throws KELRuntimeError without an open medium
     virtual TimeLimits GetTimeLimits(std::string track) = 0;
 
     /// Returns the metadata of the medium.
     virtual std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const = 0;
 
-    /// True when the medium may still become longer.
+    /// Returns true when the medium may still become longer.
     virtual bool IsGrowing() const = 0;
 
     /// Returns the outputs that the medium offers; empty without an open medium.
     virtual std::vector<std::shared_ptr<const IChannelInfo>> GetAvailableOutputs() const = 0;
 
-    /// Chooses the outputs that are delivered.
+    /// Selects the outputs that are delivered.
     /// @param outputs the outputs to deliver; empty for none
     /// @throws KELRuntimeError without an open medium
     virtual void

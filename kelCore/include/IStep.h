@@ -1,12 +1,12 @@
 /// A step of a workflow.
+/// The application defines it, and with it the threads that may use it.
 #pragma once
 
 #include "Export.h"
 
 namespace kel {
 
-/// The step of a workflow that an element is made for. An application's own; the framework hands it
-/// through unread.
+/// The step of a workflow that an element is made for. The framework does not read it.
 class KEL_CORE_EXPORT IStep {
 public:
     virtual ~IStep();

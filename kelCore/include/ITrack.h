@@ -1,4 +1,5 @@
 /// A track of a medium.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "ContentType.h"
@@ -12,26 +13,26 @@ namespace kel {
 
 class ITrackGroup;
 
-/// A track of a medium. Immutable.
+/// A track of a medium.
 class KEL_CORE_EXPORT ITrack {
 public:
     virtual ~ITrack();
 
-    /// What the track carries.
+    /// Returns the content type of the track.
     virtual ContentType GetContentType() const = 0;
-    /// Number of channels in the track; may be 0.
+    /// Returns the number of channels in the track; may be 0.
     virtual std::uint32_t GetNumberOfChannels() const = 0;
-    /// The group that the track belongs to; empty when it was made without one.
+    /// Returns the group that the track belongs to; empty when it was made without one.
     virtual std::shared_ptr<const ITrackGroup> GetTrackGroup() const = 0;
-    /// How the track's channels are laid out.
+    /// Returns the layout of the channels.
     virtual TrackLayout GetLayout() const = 0;
 };
 
 /// Makes a track. Any thread may call it.
-/// @param type what the track carries
+/// @param type its content type
 /// @param channels number of channels, 0 included
 /// @param group the group that it belongs to, shared; may be empty
-/// @param layout how its channels are laid out
+/// @param layout the layout of its channels
 KEL_CORE_EXPORT std::shared_ptr<ITrack> CreateTrack(ContentType type, std::uint32_t channels,
                                                     std::shared_ptr<const ITrackGroup> group,
                                                     TrackLayout layout);

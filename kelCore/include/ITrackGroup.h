@@ -1,4 +1,5 @@
 /// A named group of tracks.
+/// Immutable once shared as const: any number of threads may read it.
 #pragma once
 
 #include "Export.h"
@@ -8,17 +9,17 @@
 
 namespace kel {
 
-/// A named group of tracks. Immutable.
+/// A named group of tracks.
 class KEL_CORE_EXPORT ITrackGroup {
 public:
     virtual ~ITrackGroup();
 
-    /// The name that the group was made with, in the platform's narrow text.
+    /// Returns the name of the group as a narrow text, see PlatformString.h.
     virtual const std::string& GetName() const = 0;
 };
 
 /// Makes a group of tracks. Any thread may call it.
-/// @param name its name, in the platform's narrow text
+/// @param name its name as a narrow text, see PlatformString.h
 KEL_CORE_EXPORT std::shared_ptr<ITrackGroup> CreateTrackGroup(std::string name);
 
 } // namespace kel

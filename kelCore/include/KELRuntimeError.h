@@ -1,4 +1,5 @@
-/// The one exception type of the framework and its elements.
+/// The exception type of the framework and its elements.
+/// A value like every exception: the thread that catches it owns it.
 #pragma once
 
 #include "Export.h"
@@ -8,9 +9,8 @@
 
 namespace kel {
 
-/// Thrown on purpose by everything in the framework and its elements; what() is the complete
-/// message, exactly as given. Defined in the header so that a host, the framework and a plug-in
-/// catch one and the same type.
+/// Thrown by the framework and its elements; what() is the complete message, unchanged. Exported so
+/// that a host, the framework and a plug-in catch the same type.
 class KEL_CORE_EXPORT KELRuntimeError : public std::runtime_error {
 public:
     /// @param message the complete message

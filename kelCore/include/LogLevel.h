@@ -1,4 +1,5 @@
 /// Severity of a log record.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include "Export.h"
@@ -8,12 +9,12 @@
 
 namespace kel {
 
-/// Severity that a record is handed to the logger with.
+/// Severity of a log record.
 enum class LogLevel : std::int32_t {
     Info = 0,      ///< a note on success or on an inferred setting
     Warning = 1,   ///< something was overridden or left out; work goes on
     Error = 2,     ///< a failed check, a refusal, a short read or write
-    Reserved = 3,  ///< not used; kept free so that no other level takes the value
+    Reserved = 3,  ///< not used; reserved so that no other level gets the value
     Milestone = 4, ///< the start of an operation that should be visible in the log
 };
 

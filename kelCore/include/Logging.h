@@ -1,8 +1,8 @@
-/// Log records: where they go, what they carry, and how to write one.
+/// Log records, their writer, and the functions that write a record.
+/// Any thread may call all functions; the writer may be replaced while other threads log.
 ///
-/// Every record goes to the current logger writer, or to standard error when there is none. All
-/// functions may be called from any thread; the writer may be exchanged while other threads log.
-/// Writing a record never throws.
+/// Every record goes to the current logger writer, or to standard error without one. Writing a
+/// record never throws.
 #pragma once
 
 #include "Export.h"
@@ -23,13 +23,13 @@ class KEL_CORE_EXPORT ILoggerWriter {
 public:
     virtual ~ILoggerWriter();
 
-    /// Takes one record. Called on the thread that logs, from several threads at once if several
-    /// log. Every text is null-terminated and valid for the duration of the call only.
-    /// An exception is caught by the caller, and the record goes to standard error instead.
+    /// Writes one record. Called without any lock on the thread that logs, on several threads at
+    /// once if several log; it may log itself. Every text is null-terminated and valid only during
+    /// the call. The caller catches an exception and writes the record to standard error instead.
     ///
     /// @param level severity
     /// @param message the record's text
-    /// @param context the work that the thread is in, see ContextScope; "" outside of any
+    /// @param context see GetCurrentContextString
     /// @param file source file of the statement, relative to the root of its project
     /// @param line line of the statement, decimal
     /// @param reserved always ""
@@ -40,30 +40,29 @@ public:
                        const char* time) = 0;
 };
 
-/// Returns the writer that records go to; empty when none is installed. The handle keeps the writer
-/// alive while it is in use, even if it is exchanged meanwhile.
+/// Returns the writer that records go to; empty without one. The handle keeps the writer alive
+/// while it is in use, even if another thread replaces it.
 KEL_CORE_EXPORT std::shared_ptr<ILoggerWriter> GetCurrentLoggerWriter();
 
 /// Installs @p writer for the whole process; an empty handle sends records to standard error again.
-/// The framework shares the writer until the next call and does not release it when the process
-/// ends: a writer that has something to flush is taken out before.
+/// The framework shares the writer until the next call. It does not release it when the process
+/// ends: remove a writer that has to be flushed before.
 KEL_CORE_EXPORT void SetCurrentLoggerWriter(std::shared_ptr<ILoggerWriter> writer);
 
-/// Returns the present time as ISO 8601 in UTC with milliseconds, "2026-11-21T09:30:00.125Z".
+/// Returns the current time as ISO 8601 in UTC with milliseconds, "2026-11-21T09:30:00.125Z".
 KEL_CORE_EXPORT std::string GetCurrentTimeString();
 
-/// Returns the calling thread's kernel id as decimal text, the number that debuggers and process
-/// listings show.
+/// Returns the kernel id of the calling thread as decimal text, as debuggers display it.
 KEL_CORE_EXPORT std::string GetThreadId();
 
-/// Returns the names of the calling thread's ContextScopes, outermost first, joined by " / "; ""
-/// outside of any.
+/// Returns the names of the open ContextScopes of the calling thread, outermost first, joined by
+/// " / "; "" without one.
 KEL_CORE_EXPORT std::string GetCurrentContextString();
 
 /// Returns @p value in decimal.
 KEL_CORE_EXPORT std::string ToString(int value);
 
-/// Names the work that the current thread is in, for as long as it lives. Scopes nest; each is
+/// Names the work of the current thread while the object exists. Scopes nest; each must be
 /// destroyed on the thread that made it, the innermost first.
 class KEL_CORE_EXPORT ContextScope {
 public:
@@ -88,10 +87,10 @@ namespace detail {
 KEL_CORE_EXPORT void WriteRecord(LogLevel level, const std::string& message, const char* file,
                                  int line) noexcept;
 
-/// Collects the text of a record or a check, piece by piece, as a stream does; numbers look the
-/// same whatever locale the host has made global. Texts and integers are appended as they are; a
-/// stream, which costs several times as much, is there from the first piece on that needs one. A
-/// null pointer to text is no text, wherever it stands.
+/// Collects the text of a record or a check, piece by piece, as a stream does; numbers do not
+/// depend on the global locale. Texts and integers are appended directly; a stream, which costs
+/// several times as much, is made for the first piece that needs one. A null pointer to text adds
+/// nothing.
 class KEL_CORE_EXPORT MessageText {
 public:
     template <typename T>
@@ -99,7 +98,7 @@ public:
         if constexpr (kIsPlainText<T>) {
             const auto* const text = piece;
             if (text == nullptr) {
-                return *this; // a stream would take it for a failure
+                return *this; // a stream would fail
             }
         }
         if (m_stream == nullptr) {
@@ -115,30 +114,30 @@ public:
         }
         std::ostream& stream = Stream();
         stream << piece;
-        stream.clear(); // a piece that cannot be written takes nothing else with it
+        stream.clear(); // a piece that cannot be written must not suppress the next ones
         return *this;
     }
 
     MessageText& operator<<(std::ostream& (*manipulator)(std::ostream&));
     MessageText& operator<<(std::ios_base& (*manipulator)(std::ios_base&));
 
-    /// What was collected.
+    /// Returns the collected text.
     std::string Text() const;
 
 private:
-    // What a piece is as a value: the pointer that an array turns into, its characters constant.
+    // The type of a piece as a value: arrays become pointers, and their characters constant.
     template <typename T>
     using Decayed =
         std::conditional_t<std::is_pointer_v<std::decay_t<T>>,
                            const std::remove_pointer_t<std::decay_t<T>>*, std::decay_t<T>>;
 
-    // Pointers that a stream follows to null-terminated text.
+    // Pointers that a stream writes as null-terminated text.
     template <typename T>
     static constexpr bool kIsPlainText =
         std::is_same_v<Decayed<T>, const char*> || std::is_same_v<Decayed<T>, const signed char*> ||
         std::is_same_v<Decayed<T>, const unsigned char*>;
 
-    // Integers that a stream shows as numbers.
+    // Integers that a stream writes as numbers.
     template <typename T>
     static constexpr bool kIsNumber =
         std::is_same_v<T, short> || std::is_same_v<T, unsigned short> || std::is_same_v<T, int> ||
@@ -149,15 +148,15 @@ private:
     std::ostream& Stream();
 
     std::string m_text;                           // up to the first piece that needs a stream
-    std::unique_ptr<std::ostringstream> m_stream; // from there on
+    std::unique_ptr<std::ostringstream> m_stream; // from that piece on
 };
 
 } // namespace detail
 } // namespace kel
 
 /// Writes a record at @p level (a LogLevel). @p text may be streamed: `"has " << n << " channels."`
-/// Never throws. Where the text cannot be made, for want of memory for instance, the record says
-/// no more than that it is lost, in words that take no memory.
+/// Never throws. If the text cannot be made, for example without memory, the record is only
+/// "(text is lost)", which needs no memory.
 // NOLINTBEGIN(bugprone-macro-parentheses): the text is streamed piece by piece
 #define KEL_LOG(level, text)                                                                       \
     do {                                                                                           \

@@ -1,4 +1,5 @@
-/// Direction in which a source is read.
+/// Directions in which a source is read.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
 /// Milestones: operations whose start should be visible in the log.
+/// Any thread may call the function; a handle has no state.
 #pragma once
 
 #include "Export.h"
@@ -8,16 +9,15 @@
 
 namespace kel {
 
-/// Stands for a running operation: whoever runs it keeps the handle from the start to the end,
-/// normal or by an exception.
+/// Represents a running operation: its caller holds the handle from the start to the end, which may
+/// be an exception.
 class KEL_CORE_EXPORT IMilestone {
 public:
     virtual ~IMilestone();
 };
 
-/// Returns the handle that stands for the operation @p name. The framework keeps no record of its
-/// own of milestones; what a host sees is the record at level Milestone that goes with one.
-/// Any thread may call it.
+/// Returns a new handle for the operation @p name. The framework does not list milestones: a host
+/// sees the record at level Milestone that the operation writes.
 KEL_CORE_EXPORT std::shared_ptr<IMilestone> CreateMilestone(std::string name);
 
 } // namespace kel

@@ -1,4 +1,5 @@
 /// Byte order of PCM samples.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include <cstdint>

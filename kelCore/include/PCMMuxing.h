@@ -1,11 +1,12 @@
-/// How the channels of a PCM stream are combined.
+/// Combinations of the channels of a PCM stream.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include <cstdint>
 
 namespace kel {
 
-/// How the channels of a PCM stream are combined in one run of bytes.
+/// Combination of the channels of a PCM stream in one run of bytes.
 enum class PCMMuxing : std::int32_t {
     Undefined = 0,
     None = 1,   ///< a single channel, nothing to combine

@@ -1,7 +1,7 @@
 /// Named parameters: prototypes that declare them and instances that hold values.
+/// One thread fills a prototype or an instance; once shared as const, any number may read it.
 ///
-/// Names are compared exactly. A prototype or an instance is filled by one thread; once shared as
-/// const, any number of threads may read it.
+/// Names are compared exactly.
 #pragma once
 
 #include "Export.h"
@@ -32,13 +32,13 @@ KEL_CORE_EXPORT std::string ToString(ParameterKind kind);
 using ParameterValue =
     std::variant<std::int32_t, std::string, std::shared_ptr<const IParametersCollectionPrototype>>;
 
-/// What a prototype declares of one parameter.
+/// Declaration of one parameter in a prototype.
 struct ParameterDescription {
     std::string name;                           ///< unique in its prototype
-    ParameterKind kind = ParameterKind::String; ///< what kind of value it has
-    std::string description;                    ///< for people
-    /// What the parameter reads as when it was not set. Without one, a string reads as the empty
-    /// text, an integer as 0 and a collection as an empty handle.
+    ParameterKind kind = ParameterKind::String; ///< the kind of its value
+    std::string description;                    ///< for users
+    /// The value of the parameter while it is not set. Without one, a string is the empty text, an
+    /// integer is 0 and a collection is an empty handle.
     std::optional<ParameterValue> defaultValue;
 };
 
@@ -62,11 +62,11 @@ public:
     /// Declares a parameter that holds the prototype of another collection.
     virtual void AddCollectionParameter(std::string_view name, std::string_view description) = 0;
 
-    /// Returns what is declared, in order of declaration.
+    /// Returns the parameters in the order of their declaration.
     virtual std::vector<ParameterDescription> GetParameters() const = 0;
 };
 
-/// A set of values for the parameters of one prototype. A parameter that was never set reads as its
+/// A set of values for the parameters of one prototype. A parameter that was never set has its
 /// default.
 /// @throws KELRuntimeError from every getter and setter when the name is not declared or is
 /// declared as another kind; the message has the name and both kinds
@@ -77,10 +77,10 @@ public:
     /// Sets an integer.
     virtual void SetIntegerValue(std::string_view name, std::int32_t value) = 0;
 
-    /// Sets a string. Any bytes will do.
+    /// Sets a string of any bytes.
     virtual void SetStringValue(std::string_view name, std::string_view value) = 0;
 
-    /// Sets a string from wide text; it is kept as ConvertWideStringToPlatformString gives it.
+    /// Sets a string from wide text; it is stored as ConvertWideStringToPlatformString returns it.
     /// @throws KELRuntimeError also when the text has no narrow form
     virtual void SetWideStringValue(std::string_view name, const std::wstring& value) = 0;
 
@@ -95,7 +95,7 @@ public:
     /// Returns a string.
     virtual std::string GetStringValue(std::string_view name) const = 0;
 
-    /// Returns a string as wide text, as ConvertPlatformStringToWideString gives it.
+    /// Returns a string as wide text, as ConvertPlatformStringToWideString returns it.
     virtual std::wstring GetWideStringValue(std::string_view name) const = 0;
 
     /// Returns a collection; empty when it was never set.
@@ -108,7 +108,7 @@ KEL_CORE_EXPORT std::shared_ptr<IParametersCollectionPrototype>
 CreateParametersCollectionPrototype();
 
 /// Makes an instance without values of its own. Any thread may call it.
-/// @param prototype declares the parameters; what is added to it later the instance does not know
+/// @param prototype declares the parameters; the instance does not have those that are added later
 /// @throws KELRuntimeError when @p prototype is empty
 KEL_CORE_EXPORT std::shared_ptr<IParametersCollectionInstance> CreateParametersCollectionInstance(
     const std::shared_ptr<const IParametersCollectionPrototype>& prototype);

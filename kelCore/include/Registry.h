@@ -1,6 +1,5 @@
-/// The registry of element factories.
-///
-/// There is one in a process. All functions may be called from any thread at any time.
+/// The registry of element factories, one in each process.
+/// Any thread may call all functions at any time.
 #pragma once
 
 #include "ElementFactoryType.h"
@@ -17,18 +16,18 @@ class IElementFactory;
 class IParametersCollectionInstance;
 class IParametersCollectionPrototype;
 
-/// One registration, as RegisterFactory was given it.
+/// One registration: the arguments of RegisterFactory.
 struct Registration {
-    std::string name;                         ///< what the host passed to the plug-in's entry point
-    std::string coreId;                       ///< see GetKELCoreIdInternal
+    std::string name;   ///< text that the host passed to the entry point of the plug-in
+    std::string coreId; ///< see GetKELCoreIdInternal
     std::shared_ptr<IElementFactory> factory; ///< makes the elements
     /// Describes the element, see GetRegistryEntryPrototype.
     std::shared_ptr<const IParametersCollectionInstance> entry;
 };
 
-/// Adds one registration behind the others. Nothing is replaced: of two registrations that match a
-/// look-up, the first answers.
-/// @param name the text that the host passed to the plug-in's entry point
+/// Adds one registration after the others. Nothing is replaced: look-ups return the first of two
+/// registrations that match.
+/// @param name the text that the host passed to the entry point of the plug-in
 /// @param coreId the result of GetKELCoreIdInternal
 /// @param factory makes the elements, shared
 /// @param registryEntry describes the element, an instance of GetRegistryEntryPrototype, shared
@@ -38,14 +37,14 @@ KEL_CORE_EXPORT void
 RegisterFactory(std::string name, std::string coreId, std::shared_ptr<IElementFactory> factory,
                 std::shared_ptr<const IParametersCollectionInstance> registryEntry);
 
-/// Returns all registrations in their order. The framework's own come first, under the name
+/// Returns all registrations in their order. Those of the framework come first, under the name
 /// "kelCore".
 KEL_CORE_EXPORT std::vector<Registration> GetRegistrations();
 
 /// Removes all registrations that were made under @p name, so that a host can unload the library
-/// that they come from once it has let go of the elements as well. They go one after the other; it
-/// takes no memory and does not throw.
-/// @return how many there were
+/// that they come from once it has released the elements as well. It removes them one after the
+/// other, takes no memory and does not throw.
+/// @return the number of removed registrations
 KEL_CORE_EXPORT std::size_t UnregisterFactories(const std::string& name);
 
 /// Returns a text that identifies this framework core to a plug-in built with version text
@@ -58,12 +57,12 @@ KEL_CORE_EXPORT std::string GetKELCoreIdInternal(std::string version);
 KEL_CORE_EXPORT std::shared_ptr<const IParametersCollectionPrototype> GetRegistryEntryPrototype();
 
 /// Returns the factory of the first registration whose entry has this class, implementation and
-/// type; empty when there is none.
+/// type; empty without one.
 KEL_CORE_EXPORT std::shared_ptr<IElementFactory>
 GetFactory(ElementFactoryType kind, const std::string& implementation, const std::string& type);
 
-/// Returns the manifest to create that element with, the registry entry itself; empty when there is
-/// none.
+/// Returns the manifest to create that element with, the registry entry itself; empty without
+/// one.
 KEL_CORE_EXPORT std::shared_ptr<const IParametersCollectionInstance>
 GetManifest(ElementFactoryType kind, const std::string& implementation, const std::string& type);
 

@@ -1,6 +1,5 @@
 /// An interval on a timeline.
-///
-/// A value type like MediaTime.
+/// A small value type: any thread may use its own copy.
 #pragma once
 
 #include "MediaTime.h"
@@ -16,17 +15,17 @@ struct TimeLimits {
     /// Starts at a default MediaTime and lasts 0.
     TimeLimits() = default;
 
-    /// @param from where the interval starts
+    /// @param from the start of the interval
     /// @param length its length, in edit units of the start's rate
     /// @param attached see the member attachment; usually empty
     TimeLimits(MediaTime from, std::int64_t length, std::shared_ptr<const void> attached = nullptr)
         : start(std::move(from)), duration(length), attachment(std::move(attached)) {}
 
-    MediaTime start;           ///< where the interval begins
+    MediaTime start;           ///< the start of the interval
     std::int64_t duration = 0; ///< edit units of the start's edit rate
 
-    /// Anything that an application wants to travel with the interval and to live as long as it
-    /// does. The framework and its elements leave it empty.
+    /// An object of the application that lives as long as the interval and its copies. The
+    /// framework and its elements leave it empty.
     std::shared_ptr<const void> attachment;
 };
 

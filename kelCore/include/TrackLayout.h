@@ -1,11 +1,12 @@
-/// Layout of a track.
+/// Layouts of tracks.
+/// A plain value: any thread may use its own copy.
 #pragma once
 
 #include <cstdint>
 
 namespace kel {
 
-/// How the channels of a track are laid out.
+/// Layout of the channels of a track.
 enum class TrackLayout : std::int32_t {
     Default = 0, ///< channels in the order of the medium, without named positions
 };

@@ -1,4 +1,5 @@
-/// Making elements by name.
+/// Creation of elements by name.
+/// Any thread may call the function.
 #pragma once
 
 #include "Checks.h"
@@ -18,18 +19,18 @@
 
 namespace kel {
 
-/// Makes a new element of kind @p T through the registry, with one record at level Milestone. Any
-/// thread may call it.
+/// Makes a new element of kind @p T through the registry, with one record at level
+/// Milestone.
 ///
-/// A template in a header, so that the caller's own library holds it.
+/// A template in a header, so that it is part of the library of the caller.
 /// @param implementation the element's implementation name
 /// @param type the label of the format
 /// @param step the step that the element is made for; not used
 /// @return what the factory's creator returns
 /// @throws KELRuntimeError when the element cannot be made: its message names the kind,
-/// implementation and type, and has the reason in its second line. The reason is logged first where
-/// it is a failed check, then the whole message, both at level Error. What is thrown and is not a
-/// std::exception passes through.
+/// implementation and type, and has the reason in its second line. A reason that is a failed check
+/// is logged first, then the whole message, both at level Error. Other objects than a
+/// std::exception pass unchanged.
 template <ElementFactoryType T>
 std::shared_ptr<typename ElementFactoryType_traits<T>::InstanceType>
 ImplementElement(const std::string& implementation, const std::string& type,
@@ -39,11 +40,11 @@ ImplementElement(const std::string& implementation, const std::string& type,
     KEL_LOG(LogLevel::Milestone, "[MILESTONE][" << operation << "]");
     std::shared_ptr<IMilestone> milestone = CreateMilestone(operation);
     try {
-        // Held in here, so that it ends before a failure is reported.
+        // Held inside the block, so that it ends before a failure is reported.
         const std::shared_ptr<IMilestone> running = std::move(milestone);
 
         const std::shared_ptr<IElementFactory> factory = GetFactory(T, implementation, type);
-        // The text names what a host has to add: the factory comes with its registry entry.
+        // Intentional: the text names the registry entry, because a host adds the factory with it.
         KEL_CHECK_POINTER(factory, "registryEntry");
         const std::shared_ptr<const IParametersCollectionInstance> manifest =
             GetManifest(T, implementation, type);

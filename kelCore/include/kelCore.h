@@ -1,4 +1,5 @@
 /// The whole public surface of kelCore.
+/// Each header documents its own threading.
 #pragma once
 
 #include "ACodecFamily.h"

@@ -45,16 +45,14 @@ public:
     void Write(LogLevel, const char*, const char*, const char*, const char*, const char*,
                const char*, const char*) override {
         if (++calls == 1) {
-            m_nested = std::async(std::launch::async, [] { KEL_LOG(LogLevel::Info, "nested"); });
-            waited = m_nested.wait_for(std::chrono::seconds(1)) != std::future_status::ready;
+            nested = std::async(std::launch::async, [] { KEL_LOG(LogLevel::Info, "nested"); });
+            waited = nested.wait_for(std::chrono::seconds(1)) != std::future_status::ready;
         }
     }
 
     std::atomic<int> calls{0};
     bool waited = false;
-
-private:
-    std::future<void> m_nested;
+    std::future<void> nested;
 };
 
 /// Writes a last record in its destructor.
@@ -211,6 +209,8 @@ TEST(TheCurrentWriter, MayLogWhileItHandlesARecord) {
     SetCurrentLoggerWriter(writer);
     KEL_LOG(LogLevel::Info, "text");
     SetCurrentLoggerWriter(nullptr);
+    ASSERT_TRUE(writer->nested.valid());
+    writer->nested.wait();
     EXPECT_FALSE(writer->waited);
     EXPECT_EQ(writer->calls, 2);
 }
