@@ -94,7 +94,7 @@ std::int64_t BarePull::PullAll() {
 }
 
 ElementPull::ElementPull(const std::string& path, std::int64_t blockFrames)
-    : m_source(test::SourceReader(path, static_cast<int>(blockFrames))) {}
+    : m_source(test::OpenSource(path, static_cast<int>(blockFrames))) {}
 
 void ElementPull::Rewind() {
     RewindSource(*m_source);
@@ -139,7 +139,7 @@ void BareCopy::End() {
 
 ElementCopy::ElementCopy(const std::string& input, const std::string& output,
                          std::int64_t blockFrames)
-    : m_source(test::SourceReader(input, static_cast<int>(blockFrames))), m_sink(test::MakeSink()) {
+    : m_source(test::OpenSource(input, static_cast<int>(blockFrames))), m_sink(test::MakeSink()) {
     const auto settings = test::MakeSinkSettings();
     settings->SetStringValue("FilePath", output);
     m_sink->SetInitConfig(settings);
