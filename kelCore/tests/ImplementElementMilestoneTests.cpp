@@ -111,7 +111,7 @@ TEST_F(ImplementElementSteps, EndTheMilestoneWhenAnythingElseIsThrown) {
     EXPECT_THAT(Events(), ElementsAre(kLogged, kCreated, "released"));
 }
 
-TEST_F(ImplementElementSteps, FailForWantOfAManifestBeforeTheyUseTheFactory) {
+TEST_F(ImplementElementSteps, FailWithoutAManifestBeforeTheyUseTheFactory) {
     const test::TemporaryRegistration registration(std::make_shared<test::SinkFactory>(nullptr),
                                                    ElementFactoryType::AudioSource, "test.Source",
                                                    "WAVE");

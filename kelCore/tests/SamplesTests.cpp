@@ -148,17 +148,6 @@ TEST(FilteringASampleContainer, ByTrackReturnsTheSamplesOfThatObject) {
     EXPECT_THAT(container->GetAudioSamples(nullptr, MakeTrack()), IsEmpty());
 }
 
-TEST(FilteringASampleContainer, ByInfoAndTrackReturnsTheSamplesOfBoth) {
-    const auto track = MakeTrack();
-    const auto info = MakeInfo(track);
-    const SampleHandle wanted = MakeSample(info);
-    const SampleHandle other = MakeSample(MakeInfo(track));
-    const auto container = CreateSampleContainer(Samples{other, wanted}, nullptr);
-    EXPECT_THAT(container->GetAudioSamples(info, track), ElementsAre(wanted));
-    EXPECT_THAT(container->GetAudioSamples(info, MakeTrack()), IsEmpty());
-    EXPECT_THAT(container->GetAudioSamples(MakeInfo(track), track), IsEmpty());
-}
-
 TEST(FilteringASampleContainer, OfOneSampleReturnsItUnlessAFilterExcludesIt) {
     const auto track = MakeTrack();
     const auto info = MakeInfo(track);

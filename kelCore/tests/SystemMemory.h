@@ -15,7 +15,7 @@ struct SystemMemory {
     std::size_t liveBytes;   ///< bytes of those
 };
 
-/// Returns the present counts.
+/// Returns the current counts.
 SystemMemory GetSystemMemory();
 
 /// Number of calls of operator new for at least so many bytes, since the start of the program.

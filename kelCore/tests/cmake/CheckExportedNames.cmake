@@ -1,5 +1,5 @@
-# Fails unless LIBRARY exports names of namespace kel alone, with their type information, and only
-# names that a header in HEADERS has; and unless it has the type information of every interface, and
+# Fails unless LIBRARY exports only names of namespace kel, with their type information, that a header
+# in HEADERS declares. Fails also unless LIBRARY has the type information of every interface, and
 # CONSUMER, a library that uses them, has none. NM is the program that lists names.
 
 execute_process(COMMAND ${NM} -D --defined-only -C ${LIBRARY}
@@ -35,7 +35,7 @@ foreach(line IN LISTS lines)
   string(APPEND strangers "${line}\n")
 endforeach()
 if(strangers)
-  message(FATAL_ERROR "exported beside the public surface:\n${strangers}")
+  message(FATAL_ERROR "exported in addition to the public surface:\n${strangers}")
 endif()
 
 file(GLOB interfaces RELATIVE ${HEADERS} ${HEADERS}/I*.h)
@@ -46,9 +46,9 @@ execute_process(COMMAND ${NM} --defined-only -C ${CONSUMER}
   OUTPUT_VARIABLE consumer COMMAND_ERROR_IS_FATAL ANY)
 foreach(interface IN LISTS interfaces)
   if(NOT listing MATCHES " typeinfo for kel::${interface}\n")
-    message(FATAL_ERROR "there is no type information of kel::${interface}")
+    message(FATAL_ERROR "${LIBRARY} has no type information of kel::${interface}")
   endif()
   if(consumer MATCHES " typeinfo for kel::${interface}\n")
-    message(FATAL_ERROR "${CONSUMER} has type information of kel::${interface} of its own")
+    message(FATAL_ERROR "${CONSUMER} has its own type information of kel::${interface}")
   endif()
 endforeach()

@@ -1,15 +1,15 @@
-# Builds the libraries once more, from a copy of the sources in another directory, and fails unless they
-# come out byte for byte as in this build.
+# Builds the libraries again, from a copy of the sources in another directory, and fails unless they
+# are the same as in this build, byte for byte.
 #
 # SOURCES and BUILD are the directories of this build; the copy goes below DIRECTORY. GENERATOR, COMPILER,
-# FLAGS and TYPE are what this build is made with. LIBRARIES are the files to compare, in BUILD;
+# FLAGS and TYPE are those of this build. LIBRARIES are the files to compare, in BUILD;
 # TARGETS build them.
 
 file(REMOVE_RECURSE ${DIRECTORY})
 set(copy ${DIRECTORY}/copy-whose-path-has-another-length)
 set(copiedBuild ${copy}/out)
 
-# Whatever holds a build is left out.
+# Directories with a build are left out.
 file(GLOB entries RELATIVE ${SOURCES} ${SOURCES}/*)
 foreach(entry IN LISTS entries)
   string(FIND "${BUILD}/" "${SOURCES}/${entry}/" holdsThisBuild)
@@ -18,7 +18,7 @@ foreach(entry IN LISTS entries)
   endif()
 endforeach()
 
-# The options of the build that ctest may run under would reach the other one as well.
+# Options in the environment of ctest would also apply to the other build.
 unset(ENV{CXXFLAGS})
 unset(ENV{LDFLAGS})
 execute_process(
