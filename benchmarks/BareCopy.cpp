@@ -1,5 +1,5 @@
-// The least that a copy through libsndfile can be: one loop, one thread, 16384-frame blocks of
-// floats that are read and written. What kelhost is compared with.
+// The simplest copy with libsndfile: one loop and one thread that read and write blocks of 16384
+// frames of floats. kelhost is compared with it.
 //
 // BareCopy INPUT OUTPUT wavex|rf64
 

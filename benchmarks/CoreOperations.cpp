@@ -1,4 +1,4 @@
-// The framework's operations on the path of every sample and of every opened file, one by one.
+// Times the operations of the framework for every sample and every opened file, one by one.
 
 #include "Jobs.h"
 

@@ -19,7 +19,7 @@
 
 namespace {
 
-// A fixed place for the sizes: a record of allocations must not allocate. More than a stage makes.
+// Fixed storage for the sizes, because their record must not allocate. More than a stage makes.
 constexpr std::size_t kMostRecorded = 4096;
 bool g_recording = false;
 std::size_t g_recorded = 0;
@@ -51,7 +51,7 @@ void* Allocate(std::size_t bytes) {
 
 } // namespace
 
-// The array forms and the other nothrow forms of the standard library come down to these.
+// The array forms and the other nothrow forms of the standard library call these.
 void* operator new(std::size_t bytes) {
     return AllocateOrThrow(Allocate(bytes));
 }
@@ -95,7 +95,7 @@ struct Part {
     Sizes sizes;
 };
 
-// What the framework's operations allocate one by one, in the order in which a sample needs them.
+// The allocations of each operation of the framework, in the order in which a sample needs them.
 struct Parts {
     std::vector<Part> ofGetSample;
     std::vector<Part> ofPushSample;
@@ -104,7 +104,7 @@ struct Parts {
 Parts MeasureParts(std::uint32_t bytes) {
     const auto allocator =
         ImplementElement<ElementFactoryType::MemoryBlockAllocator>("kel", "Recycler", nullptr);
-    static_cast<void>(allocator->Allocate(bytes)); // so that the pool has a block to give
+    static_cast<void>(allocator->Allocate(bytes)); // so that the pool has a block
     std::shared_ptr<IBuffer> buffer;
     std::shared_ptr<IAudioSample> sample;
     std::shared_ptr<ISampleContainer> container;
@@ -134,7 +134,7 @@ std::string SizesText(const Sizes& sizes) {
     return text.empty() ? "-" : text;
 }
 
-// One row for each part, and one for what the call allocates beyond its parts.
+// One row for each part, and one for the other allocations of the call.
 void PrintCall(const std::string& call, const std::vector<Part>& parts, Sizes sizes) {
     const std::size_t total = sizes.size();
     for (const Part& part : parts) {
@@ -154,8 +154,8 @@ void PrintCall(const std::string& call, const std::vector<Part>& parts, Sizes si
               << "| " << call << " | **together** | **" << total << "** | |\n";
 }
 
-// Pulls and pushes some hundred samples and shows the last one, after checking that the others
-// before it allocated the same.
+// Pulls and pushes some hundred samples and prints the last one, after a check that the others
+// allocated the same.
 void PrintSample(ElementCopy& copy, const Parts& parts) {
     constexpr int kWarmUpSamples = 10;
     constexpr int kSamples = 200;
@@ -179,7 +179,7 @@ void PrintSample(ElementCopy& copy, const Parts& parts) {
     PrintCall("PushSample", parts.ofPushSample, pushed);
 }
 
-// What a whole copy takes, however long.
+// The allocations of a whole copy, for two lengths.
 void PrintWhole(const std::string& file, const std::string& output, std::int64_t seconds,
                 std::int64_t frames) {
     ElementCopy copy(file, output, frames);
@@ -196,7 +196,7 @@ void PrintWhole(const std::string& file, const std::string& output, std::int64_t
             sizes.insert(sizes.end(), push.begin(), push.end());
             ++samples;
         }
-        // Nothing but the memory of a block is as large as a block.
+        // Only the memory of a block is as large as a block.
         for (const std::size_t size : sizes) {
             ++(size >= static_cast<std::size_t>(frames) * 8 ? blocks : others);
         }

@@ -1,5 +1,5 @@
-// Does one job in a process of its own, so that its memory, its system calls and its instructions
-// can be counted from outside.
+// Runs one job in a process of its own, so that other tools can count its memory, system calls and
+// instructions.
 
 #include "Jobs.h"
 
@@ -21,7 +21,7 @@ constexpr const char* kUsage =
     "       kelElementRun copy-bare|copy-elements FILE BLOCK-FRAMES OUTPUT\n"
     "Prints the number of samples and the greatest resident memory in kB.\n";
 
-// The kernel's high-water mark of this process's resident memory.
+// The largest resident memory of this process, as the kernel reports it.
 std::string PeakMemory() {
     const std::string key = "VmHWM:";
     std::ifstream status("/proc/self/status");
@@ -30,7 +30,7 @@ std::string PeakMemory() {
             return line.substr(line.find_first_of("0123456789"));
         }
     }
-    throw std::runtime_error("the kernel does not tell the peak memory");
+    throw std::runtime_error("the kernel does not report the peak memory");
 }
 
 template <typename Copy>

@@ -1,4 +1,4 @@
-// Compares the elements with bare libsndfile in time: pulling, copying, opening.
+// Compares the times of the elements and of bare libsndfile: pulling, copying, opening.
 
 #include "Jobs.h"
 #include "Pairs.h"
@@ -92,7 +92,7 @@ Options Parse(const std::vector<std::string>& arguments) {
 struct Row {
     std::string work;
     std::int64_t frames;
-    std::string unit;       // what one is counted by
+    std::string unit;       // the unit of the counts
     double baseNanoseconds; // per unit
     Median ratio;
     Median beyond;     // nanoseconds per unit
@@ -172,8 +172,8 @@ void PrintJson(std::ostream& stream, const std::vector<Row>& rows) {
     stream << "\n]\n";
 }
 
-// The bare work once more under another name: what its ratio is off 1 by is what the machine does,
-// not the elements.
+// The bare work a second time: the difference of its ratio from 1 is an effect of the machine, not
+// of the elements.
 constexpr const char* kControl = ", bare against bare";
 
 void ComparePulling(std::vector<Row>& rows, const Options& options, const std::string& file,
@@ -196,7 +196,7 @@ void ComparePulling(std::vector<Row>& rows, const Options& options, const std::s
 
 void CompareCopying(std::vector<Row>& rows, const Options& options, const std::string& file,
                     std::int64_t frames, double goal) {
-    constexpr double kMostBeyond = 300; // nanoseconds for GetSample and PushSample together
+    constexpr double kMaxBeyond = 300; // nanoseconds for GetSample and PushSample together
     const std::string output = file + ".copy.wav";
     BareCopy bare(file, output, frames);
     BareCopy control(file, output, frames);
@@ -211,7 +211,7 @@ void CompareCopying(std::vector<Row>& rows, const Options& options, const std::s
         };
     };
     const auto pairs = Compare(options.rounds, {pass(bare), pass(elements), pass(control)});
-    rows.push_back(MakeRow("Copying", frames, "sample", samples, pairs[0], goal, kMostBeyond));
+    rows.push_back(MakeRow("Copying", frames, "sample", samples, pairs[0], goal, kMaxBeyond));
     rows.push_back(
         MakeRow(std::string("Copying") + kControl, frames, "sample", samples, pairs[1], 0));
 }

@@ -1,6 +1,7 @@
-/// The jobs that are compared: the same work by bare libsndfile and by the elements.
+/// The compared jobs: the same work with bare libsndfile and with the elements.
+/// One thread at a time.
 ///
-/// One thread at a time. What the jobs throw ends the program that measures them.
+/// An exception of a job ends the program that measures it.
 #pragma once
 
 #include <kelCore.h>
@@ -17,11 +18,11 @@
 
 namespace kel::benchmarks {
 
-/// Sends log records nowhere, so that what is measured is the elements and not a terminal. The
-/// records are made all the same.
+/// Discards log records, so that the times are those of the elements and not of a terminal. The
+/// records are still made.
 void DiscardLogRecords();
 
-/// What a generated file holds.
+/// Contents of a generated file.
 struct WaveShape {
     int rate = 48000; ///< hertz
     int channels = 2;
@@ -34,7 +35,7 @@ void WriteWave(const std::string& path, const WaveShape& shape);
 /// Closes itself.
 using SoundFile = std::unique_ptr<SNDFILE, int (*)(SNDFILE*)>;
 
-/// A libsndfile handle for reading, with what the file holds.
+/// A libsndfile handle for reading, with the description of the file.
 struct OpenedFile {
     SF_INFO info{};
     SoundFile file{nullptr, sf_close};
@@ -43,8 +44,8 @@ struct OpenedFile {
 /// @throws std::runtime_error with the name of the file
 OpenedFile OpenForReading(const std::string& path);
 
-/// Room for a block of floats. It is aligned as the framework's blocks are, because libsndfile's
-/// conversion is faster into aligned memory and that is not to be counted for the elements.
+/// Memory for a block of floats, aligned like the blocks of the framework: libsndfile converts
+/// faster into aligned memory, which must not count in favour of the elements.
 class FloatBlock {
 public:
     explicit FloatBlock(std::int64_t values);
@@ -89,9 +90,9 @@ private:
 class BareCopy {
 public:
     BareCopy(const std::string& input, std::string output, std::int64_t blockFrames);
-    /// Goes back to the input's start and makes the output file anew.
+    /// Seeks to the start of the input and makes a new output file.
     void Begin();
-    /// Copies to the input's end. @return number of blocks
+    /// Copies to the end of the input. @return number of blocks
     std::int64_t CopyAll();
     /// Closes the output.
     void End();
@@ -112,7 +113,7 @@ public:
     std::int64_t CopyAll();
     void End();
 
-    /// The elements, for a look at single calls between Begin and End.
+    /// Returns the elements, for single calls between Begin and End.
     IAudioSource& Source() { return *m_source; }
     IAudioSink& Sink() { return *m_sink; }
 
@@ -142,7 +143,7 @@ private:
     std::shared_ptr<IAudioSource> m_source;
 };
 
-/// Asks the registry for a new source for each file, with settings of its own.
+/// Makes a new source from the registry for each file, with its own settings.
 class SourcePerFile {
 public:
     explicit SourcePerFile(std::int64_t blockFrames);

@@ -1,8 +1,9 @@
-/// Times that are compared in pairs: A B, A B, B A, ... in one process and on one thread.
+/// Comparison of times in pairs: A B, A B, B A, ... in one process.
+/// One thread.
 ///
-/// A machine that is shared is slow for a while and fast for a while, but rarely between two
-/// neighbouring passes of some milliseconds; so it is the ratio within each pair that says
-/// something, and the median of many ratios that says it reliably.
+/// The speed of a shared machine changes, but rarely between two successive passes of some
+/// milliseconds. So the ratio within each pair is meaningful, and the median of many ratios is
+/// reliable.
 #pragma once
 
 #include <algorithm>
@@ -17,15 +18,14 @@
 
 namespace kel::benchmarks {
 
-/// The thread's processor time in nanoseconds. It leaves out the time in which other programs had
-/// the processor.
+/// Returns the processor time of the thread in nanoseconds, without the time of other programs.
 inline double ThreadNanoseconds() {
     std::timespec time{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
-/// Nanoseconds that @p work takes.
+/// Returns the nanoseconds that @p work takes.
 template <typename Work>
 double NanosecondsOf(Work work) {
     const double begin = ThreadNanoseconds();
@@ -33,7 +33,7 @@ double NanosecondsOf(Work work) {
     return ThreadNanoseconds() - begin;
 }
 
-/// A median, and where it lies with 95 per cent confidence whatever the distribution.
+/// A median with its interval of 95 per cent confidence for any distribution.
 struct Median {
     double value = 0;
     double low = 0;
@@ -54,7 +54,7 @@ inline Median MedianOf(std::vector<double> values) {
 /// The passes of a comparison, in order.
 struct Pairs {
     std::vector<double> base;  ///< nanoseconds of each pass of the base
-    std::vector<double> other; ///< nanoseconds of the pass beside it
+    std::vector<double> other; ///< nanoseconds of the other pass in the pair
 
     Median Ratio() const {
         return Combine([](double b, double o) { return o / b; });
@@ -72,11 +72,11 @@ private:
     }
 };
 
-/// One timed pass: returns the nanoseconds of the part of it that counts.
+/// One timed pass, which returns the nanoseconds of its measured part.
 using Pass = std::function<double()>;
 
 /// Runs so many rounds of all passes and compares each of the others with the first. The passes
-/// take turns in being the first of a round. A round before that warms up and does not count.
+/// take turns as the first of a round. One more round before them warms up and does not count.
 inline std::vector<Pairs> Compare(std::size_t rounds, const std::vector<Pass>& passes) {
     for (const Pass& pass : passes) {
         pass();

@@ -1,4 +1,5 @@
-/// What the fuzz targets share: reading an input piece by piece, and saying what is wrong.
+/// Shared parts of the fuzz targets: reading an input, and reporting a violated condition.
+/// One thread.
 #pragma once
 
 #include <kelCore.h>
@@ -11,7 +12,7 @@
 #include <memory>
 #include <string>
 
-/// Ends the process, which the fuzzer reports with the input, when a condition does not hold.
+/// Aborts the process when a condition is false; the fuzzer reports the input.
 #define KEL_FUZZ_REQUIRE(condition)                                                                \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
@@ -22,7 +23,7 @@
 
 namespace kel::fuzz {
 
-/// An input, read from its beginning. What lies beyond its end reads as 0.
+/// An input, read from its beginning. Bytes beyond its end are 0.
 class Input {
 public:
     Input(const std::uint8_t* data, std::size_t size) : m_data(data), m_left(size) {}
@@ -44,9 +45,9 @@ public:
         return word;
     }
 
-    /// At most so many bytes.
-    std::string Text(std::size_t most) {
-        const std::size_t count = most < m_left ? most : m_left;
+    /// Returns the next bytes, at most so many.
+    std::string Text(std::size_t maxBytes) {
+        const std::size_t count = maxBytes < m_left ? maxBytes : m_left;
         std::string text(reinterpret_cast<const char*>(m_data), count);
         m_data += count;
         m_left -= count;
@@ -62,29 +63,29 @@ private:
     std::size_t m_left;
 };
 
-/// Takes all records, and throws them away.
-class Silence final : public ILoggerWriter {
+/// Discards all records.
+class DiscardingWriter final : public ILoggerWriter {
 public:
     void Write(LogLevel /*level*/, const char* message, const char* context, const char* file,
                const char* line, const char* reserved, const char* threadId,
                const char* time) override {
-        // All of them are texts, whatever the input.
+        // All fields are null-terminated texts for any input.
         for (const char* piece : {message, context, file, line, reserved, threadId, time}) {
             KEL_FUZZ_REQUIRE(std::strlen(piece) < (std::size_t{1} << 20U));
         }
     }
 };
 
-/// Once in a process, before the first input.
-inline void BeSilent() {
+/// Discards all log records. Called before each input; acts once in a process.
+inline void DiscardRecords() {
     static const bool done = [] {
-        SetCurrentLoggerWriter(std::make_shared<Silence>());
+        SetCurrentLoggerWriter(std::make_shared<DiscardingWriter>());
         return true;
     }();
     static_cast<void>(done);
 }
 
-/// True if the operation refuses with the framework's exception.
+/// Returns true if the operation fails with the exception of the framework.
 template <typename Operation>
 bool Refuses(Operation operation) {
     try {

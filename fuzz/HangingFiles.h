@@ -1,4 +1,5 @@
-/// Files that libsndfile 1.2.0 reads for ever, known so that they are not found again and again.
+/// Files that libsndfile 1.2.0 never finishes reading, excluded so that they are found only once.
+/// Any thread may call these functions.
 #pragma once
 
 #include <atomic>
@@ -10,10 +11,9 @@
 
 namespace kel::fuzz {
 
-/// True for a file in which the size of something inside a chunk LIST is so close to 2^32 that
-/// libsndfile's count of what it has read wraps and it never arrives at the end. All sizes near it
-/// are taken, in either byte order, wherever they stand behind a LIST: too many rather than too
-/// few.
+/// Returns true for a file in which a size inside a chunk LIST is so close to 2^32 that the count
+/// of bytes in libsndfile wraps and never reaches the end. It excludes all such sizes after a LIST,
+/// in either byte order: too many rather than too few.
 inline bool HangsLibsndfile(const std::string& content) {
     const std::size_t list = content.find("LIST");
     if (list == std::string::npos) {
@@ -32,7 +32,7 @@ inline bool HangsLibsndfile(const std::string& content) {
     return false;
 }
 
-/// Counts a file that was left out, and tells the number when the process ends.
+/// Counts an excluded file, and reports the number when the process ends.
 inline void CountHangingFile() {
     static std::atomic<std::size_t> count{0};
     if (count++ == 0) {

@@ -1,5 +1,5 @@
-// Writes the inputs that fuzzing begins with: for the source a small file of every container and
-// encoding that libsndfile can write, for the other targets something of every shape.
+// Writes the seeds of the fuzz targets: for the source a small file of every container and encoding
+// that libsndfile can write, for the other targets an input of every shape.
 //
 // MakeSeeds DIRECTORY: makes DIRECTORY/Source, DIRECTORY/Sink and so on.
 
@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What the source's target reads before the file: the block size, and the seeks.
+// The input of the source before the file: the block size, and the seeks.
 const std::string kSourcePrefix = std::string("\x06\0\0\0", 4) + std::string(16, '\x05');
 
 template <typename Description>

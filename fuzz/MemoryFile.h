@@ -1,4 +1,5 @@
-/// A file that lies in memory and has a path.
+/// A file in memory with a path.
+/// One thread at a time.
 #pragma once
 
 #include "Fuzz.h"

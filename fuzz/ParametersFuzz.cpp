@@ -1,4 +1,4 @@
-// Any declarations, settings and readings of a parameter collection, compared with plain maps.
+// Compares arbitrary declarations, changes and reads of a parameter collection with plain maps.
 
 #include "Fuzz.h"
 
@@ -18,7 +18,7 @@ struct Value {
 };
 
 std::string Name(Input& input) {
-    // Few names, so that they meet again; some with bytes that are no text.
+    // Few names, so that they occur repeatedly; some with bytes that are no text.
     return input.Byte() % 4 == 0 ? input.Text(3)
                                  : std::string(1, static_cast<char>('a' + input.Byte() % 6));
 }
@@ -102,7 +102,7 @@ void Use(IParametersCollectionInstance& instance, std::map<std::string, Value>& 
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    fuzz::BeSilent();
+    fuzz::DiscardRecords();
     Input input(data, size);
     const auto prototype = CreateParametersCollectionPrototype();
     std::map<std::string, Value> model;

@@ -1,4 +1,4 @@
-// Any registrations, look-ups and removals, compared with a plain list.
+// Compares arbitrary registrations, look-ups and removals with a plain list.
 
 #include "Fuzz.h"
 
@@ -33,7 +33,7 @@ struct Entry {
 };
 
 Key AnyKey(Input& input) {
-    // Few of them, so that they meet again.
+    // Few values, so that they occur repeatedly.
     Key key{kKinds[input.Byte() % 3],
             "fuzz." + std::string(1, static_cast<char>('a' + input.Byte() % 3)),
             std::string(1, static_cast<char>('x' + input.Byte() % 3))};
@@ -71,7 +71,7 @@ std::size_t Remove(std::vector<Entry>& entries, const std::string& name) {
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    fuzz::BeSilent();
+    fuzz::DiscardRecords();
     Input input(data, size);
     std::vector<Entry> entries;
     const std::size_t others = GetRegistrations().size();

@@ -1,5 +1,5 @@
-// Runs a fuzz target once for each file that is named, or that lies in a directory that is named:
-// what fuzzing found stays found, also where there is no fuzzer.
+// Runs a fuzz target once for each file of the arguments, which are files and directories. Findings
+// are replayed like this in builds without a fuzzer.
 
 #include "Fuzz.h"
 
@@ -26,7 +26,7 @@ int main(int argc, char** argv) {
         }
         std::sort(files.begin(), files.end());
         for (const fs::path& file : files) {
-            // Said before, so that it is known which one a crash belongs to.
+            // Written before the run, so that a crash can be assigned to its file.
             std::cout << file.filename().string() << std::endl;
             const std::string bytes = kel::test::ReadFile(file.string());
             LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()),

@@ -1,5 +1,5 @@
-// Any description and any bytes into the sink: what it refuses leaves no file, what it accepts is
-// read back by libsndfile as it was pushed.
+// Pushes arbitrary bytes with an arbitrary description into the sink: a refused input leaves no
+// file, and libsndfile reads back the bytes of an accepted one.
 
 #include "Fuzz.h"
 
@@ -20,7 +20,7 @@ using fuzz::Input;
 const char* const kTypes[] = {"WAVE", "BWAVE", "AIFF", "RAW", "Unknown"};
 const char* const kNames[] = {"take.wav", "take.rf64", "take.aiff", "take.raw", "take"};
 
-// Near what is good, mostly: anything at all is refused by the first check.
+// Mostly near a valid layout: the first check refuses most others.
 test::Layout MakeLayout(Input& input) {
     constexpr std::uint8_t kBytes[] = {2, 3, 4, 8};
     test::Layout layout;
@@ -50,7 +50,7 @@ std::string ReadBack(const std::string& path, std::size_t bytes) {
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    fuzz::BeSilent();
+    fuzz::DiscardRecords();
     static const test::TemporaryDirectory directory(test::DirectoryPlace::Memory);
     Input input(data, size);
     const std::string path = directory / kNames[input.Byte() % 5];
@@ -68,8 +68,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const bool refused = fuzz::Refuses([&] { sink->DefineInput(description, ""); });
     KEL_FUZZ_REQUIRE(refused || (isAccepted && !cannotSay));
     if (refused) {
-        // Of what libsndfile finds fault with only when it has created the file, an empty one
-        // stays.
+        // An empty file remains if libsndfile refuses a format only after it has created the file.
         KEL_FUZZ_REQUIRE(isAccepted || !std::filesystem::exists(path));
         std::filesystem::remove(path);
         return 0;
@@ -79,13 +78,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     while (!input.IsAtEnd()) {
         const std::string bytes = input.Text(input.Byte());
         sink->PushSample(test::MakeContainer(bytes));
-        // libsndfile writes nothing of what ends within a frame.
+        // libsndfile writes no bytes that end within a frame.
         if (bytes.size() % frame == 0) {
             pushed += bytes;
         }
     }
     sink->Close(false);
-    // A file without frames may be one that libsndfile does not take back.
+    // libsndfile may refuse to read a file without frames.
     if (!pushed.empty()) {
         KEL_FUZZ_REQUIRE(ReadBack(path, pushed.size()) == pushed);
     }

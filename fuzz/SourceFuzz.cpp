@@ -1,5 +1,5 @@
-// The bytes of a file through the source, with any block size and any seeks: what it delivers is
-// what a bare loop over the same file with the same library reads.
+// Reads an arbitrary file through the source, with any block size and any seeks, and compares the
+// samples with those of a bare loop over the same file with the same library.
 
 #include "Fuzz.h"
 #include "HangingFiles.h"
@@ -18,8 +18,8 @@ namespace {
 using namespace kel;
 using fuzz::Input;
 
-constexpr int kMostBlocks = 64; // some files promise hours of nothing
-constexpr std::uint32_t kMostFrames = 4096;
+constexpr int kMaxBlocks = 64; // some files declare hours of silence
+constexpr std::uint32_t kMaxFrames = 4096;
 
 std::vector<float> Values(const IBuffer& buffer) {
     std::vector<float> values(buffer.GetSize() / sizeof(float));
@@ -35,7 +35,7 @@ bool AreSame(const std::vector<float>& left, const std::vector<float>& right) {
 void Read(IAudioSource& source, SNDFILE* bare, const SF_INFO& info, std::uint32_t frames,
           Input& seeks) {
     std::int64_t stamp = 0;
-    for (int block = 0; block < kMostBlocks; ++block) {
+    for (int block = 0; block < kMaxBlocks; ++block) {
         if (const std::uint8_t choice = seeks.Byte(); choice % 4 == 1) {
             const std::int64_t frame = info.frames * (choice / 4) / 63;
             const MediaTime time({static_cast<std::uint32_t>(info.samplerate), 1}, frame, nullptr);
@@ -68,9 +68,9 @@ void Read(IAudioSource& source, SNDFILE* bare, const SF_INFO& info, std::uint32_
 } // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    fuzz::BeSilent();
+    fuzz::DiscardRecords();
     Input input(data, size);
-    const std::uint32_t frames = input.Word() % kMostFrames + 1;
+    const std::uint32_t frames = input.Word() % kMaxFrames + 1;
     const std::string seekBytes = input.Text(16);
     const std::string content = input.Rest();
     if (fuzz::HangsLibsndfile(content)) {

@@ -1,5 +1,5 @@
-// Any bytes as a file's name and any wide text: what has a form on the other side comes back from
-// it.
+// Converts arbitrary bytes, as the name of a file, and arbitrary wide text to the other form and
+// back.
 
 #include "Fuzz.h"
 
@@ -8,10 +8,10 @@
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace kel;
-    fuzz::BeSilent();
+    fuzz::DiscardRecords();
     const std::string bytes(reinterpret_cast<const char*>(data), size);
     const std::wstring wide = ConvertPlatformStringToWideString(bytes);
-    // No file's name holds the byte 0.
+    // The name of a file cannot contain the byte 0.
     const bool isName = bytes.find('\0') == std::string::npos;
     const bool refused =
         fuzz::Refuses([&] { KEL_FUZZ_REQUIRE(ConvertWideStringToPlatformString(wide) == bytes); });
@@ -19,7 +19,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     KEL_FUZZ_REQUIRE(wide.size() <= bytes.size());
 
     if (isName) {
-        // The part behind the last separator, wherever that is.
+        // The part after the last separator.
         const std::size_t slash = bytes.rfind('/');
         const std::string name = slash == std::string::npos ? bytes : bytes.substr(slash + 1);
         KEL_FUZZ_REQUIRE(ConvertWideStringToPlatformString(ExtractFilenameFromPath(wide)) == name);

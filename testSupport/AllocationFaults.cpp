@@ -10,7 +10,7 @@
 #include <dlfcn.h>
 #include <string>
 
-// The C library's own, under the names that it keeps for replacements like these.
+// The functions of the C library, under the names that it reserves for replacements like these.
 extern "C" {
 void* __libc_malloc(size_t bytes);                     // NOLINT(bugprone-reserved-identifier)
 void* __libc_calloc(size_t count, size_t bytes);       // NOLINT(bugprone-reserved-identifier)
@@ -21,7 +21,7 @@ void __libc_free(void* block);                         // NOLINT(bugprone-reserv
 
 namespace {
 
-// A block that was taken and not given back.
+// A block that was taken and not released.
 struct Taken {
     void* block;
     void* caller;
@@ -29,21 +29,21 @@ struct Taken {
     unsigned long number; // counts all allocations
 };
 
-// An open-addressing table, full of holes.
+// A hash table with open addressing.
 constexpr std::size_t kPlaces = std::size_t{1} << 16;
 Taken g_taken[kPlaces];
 unsigned long g_allocations = 0;
-unsigned long g_strays = 0; // blocks given back that were not taken
+unsigned long g_strays = 0; // released blocks that were not taken
 
-// What is refused.
+// The allocation to refuse.
 unsigned g_number = 0; // none
 bool g_lasts = false;
 unsigned g_occurrences = 0;
 unsigned g_refused = 0;
 void* g_refusedCaller = nullptr;
 
-// How often each place in the code has asked since it was counted anew. Places beyond these count
-// as the last one; a sweep meets far fewer.
+// The number of allocations of each place in the code since the last reset. Further places count as
+// the last one; a run has far fewer.
 struct Caller {
     void* place;
     unsigned count;
@@ -72,7 +72,7 @@ std::size_t After(std::size_t place) {
     return (place + 1) % kPlaces;
 }
 
-// The place of a block, or the hole where it would be.
+// Returns the place of a block, or the empty place for it.
 std::size_t Find(const void* block) {
     std::size_t place = HomeOf(block);
     while (g_taken[place].block != nullptr && g_taken[place].block != block) {
@@ -89,7 +89,7 @@ void Note(void* block, std::size_t bytes, void* caller) {
     g_taken[Find(block)] = {block, caller, bytes, ++g_allocations};
 }
 
-// Takes a block out of the table; false if it is not there.
+// Removes a block from the table; returns false if it is missing.
 bool Forget(const void* block) {
     const Lock lock;
     std::size_t hole = Find(block);
@@ -97,12 +97,12 @@ bool Forget(const void* block) {
         ++g_strays;
         return false;
     }
-    // What follows moves up, unless it is at home behind the hole.
+    // The next entries move up, except those whose home is after the hole.
     for (std::size_t place = After(hole); g_taken[place].block != nullptr; place = After(place)) {
         const std::size_t home = HomeOf(g_taken[place].block);
-        const bool isBehind =
+        const bool isAfterHole =
             hole <= place ? hole < home && home <= place : hole < home || home <= place;
-        if (!isBehind) {
+        if (!isAfterHole) {
             g_taken[hole] = g_taken[place];
             hole = place;
         }
@@ -120,7 +120,7 @@ const char* LibraryOf(const void* caller) {
     return slash != nullptr ? slash + 1 : info.dli_fname;
 }
 
-// The number of this occurrence among those of the caller's library.
+// Returns the number of this occurrence among those of the library of the caller.
 unsigned NumberInLibrary(const void* caller) {
     const char* library = LibraryOf(caller);
     unsigned number = 0;
@@ -224,7 +224,7 @@ REPLACEMENT int posix_memalign(void** block, size_t alignment, size_t bytes) noe
     return 0;
 }
 
-// What was never taken stays, so that the program can tell of it.
+// A block that was never taken is not released, so that the program can report it.
 REPLACEMENT void free(void* block) noexcept {
     if (block != nullptr && Forget(block)) {
         __libc_free(block);
@@ -268,7 +268,7 @@ unsigned long AllocationsSoFar() {
 }
 
 std::string LeftSince(unsigned long allocations) {
-    // Found first, told afterwards: telling takes memory.
+    // Collected before they are reported, because the report takes memory.
     static std::array<Taken, 256> left;
     std::size_t count = 0;
     for (const Taken& taken : g_taken) {

@@ -1,9 +1,10 @@
-/// Memory that is refused, and memory that is not given back.
+/// Refused allocations, and leaks.
+/// Any thread may allocate; one thread calls these functions.
 ///
 /// A program that links AllocationFaults.cpp and exports its symbols has malloc and its relatives
 /// replaced, and with them operator new, in the libraries that it loads as well. It cannot be
-/// linked with a sanitizer, which replaces them itself. Nothing here takes memory, so that it works
-/// while none is to be had.
+/// linked with a sanitizer, which replaces them itself. The functions that run during a refusal
+/// take no memory.
 #pragma once
 
 #include <cstddef>
@@ -11,34 +12,35 @@
 
 namespace kel::test {
 
-/// Refuses an allocation from now on: the one of this number, counted from 1, or that and all after
-/// it.
+/// Refuses an allocation from now on: the one with this number, counted from 1, or that one and all
+/// after it.
 void RefuseAllocation(unsigned number, bool lasts);
 
-/// Refuses no more.
+/// Ends the refusals.
 void RefuseNoAllocation();
 
-/// How many allocations were refused since RefuseAllocation.
+/// Returns the number of refused allocations since RefuseAllocation.
 unsigned RefusedAllocations();
 
-/// Starts to count what one library takes, see PlaceOfRefusal.
+/// Resets the counts of allocations of each library, see PlaceOfRefusal.
 void CountAllocationsOfLibrariesAnew();
 
-/// Where the first refused allocation was asked for: the name of the library, and the number of the
-/// allocation among those of this library since it was last counted anew.
+/// Place of the first refused allocation: the name of the library, and the number of the allocation
+/// among those of this library since the last reset.
 struct PlaceOfRefusal {
     char library[64];
     unsigned number;
 };
 
+/// Returns the place of the first refused allocation.
 PlaceOfRefusal FirstRefusal();
 
-/// A point in time, for LeftSince.
+/// Returns a point in time, for LeftSince.
 unsigned long AllocationsSoFar();
 
-/// What was taken since then and is not given back: one line for each block, with its size and the
-/// name of the library that asked for it; a block that operator new took is the C++ library's.
-/// Blocks that were given back twice, or never taken, are told as well.
+/// Returns the blocks that were taken since then and not released: one line for each, with its size
+/// and the name of the library that took it; a block of operator new belongs to the C++ library.
+/// Blocks that were released twice, or never taken, are reported as well.
 std::string LeftSince(unsigned long allocations);
 
 } // namespace kel::test

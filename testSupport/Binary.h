@@ -1,4 +1,5 @@
-/// What a library or program says of itself to the loader, as readelf reads it.
+/// Properties of a library or program that the loader uses, as readelf reports them.
+/// One thread at a time.
 #pragma once
 
 #include <Process.h>
@@ -24,13 +25,13 @@ public:
         : m_path(path), m_dynamic(ReadElf("--dynamic")), m_segments(ReadElf("--program-headers")),
           m_symbols(ReadElf("--dyn-syms")) {}
 
-    /// The libraries that it asks for, in its order.
+    /// Returns the libraries that it needs, in its order.
     std::vector<std::string> Needed() const { return BracketedOf("(NEEDED)"); }
 
-    /// The name that others ask for it by; none or one.
+    /// Returns the name under which other files need it; none or one.
     std::vector<std::string> Soname() const { return BracketedOf("(SONAME)"); }
 
-    /// Where its libraries are looked for first; none or one.
+    /// Returns the directories where the loader looks first; none or one.
     std::vector<std::string> RunPath() const {
         std::vector<std::string> paths = BracketedOf("(RUNPATH)");
         const std::vector<std::string> old = BracketedOf("(RPATH)");
@@ -38,20 +39,20 @@ public:
         return paths;
     }
 
-    /// True when all its references are resolved before anything of it runs.
+    /// Returns true when the loader resolves all references before its code runs.
     bool IsBoundAtOnce() const { return !LinesWith(m_dynamic, "BIND_NOW").empty(); }
 
-    /// True when its code is changed by the loader, which no shared page survives.
+    /// Returns true when the loader changes its code, so that no process shares it.
     bool HasTextRelocations() const { return !LinesWith(m_dynamic, "TEXTREL").empty(); }
 
-    /// True when its tables of references are read-only once they are resolved.
+    /// Returns true when its tables of references are read-only once they are resolved.
     bool IsRelocatedReadOnly() const { return !LinesWith(m_segments, "GNU_RELRO").empty(); }
 
-    /// The access to its stack as readelf shows it, "RW" where nothing on a stack is executed.
+    /// Returns the access to its stack as readelf shows it, "RW" without execution.
     std::string StackAccess() const {
         const std::vector<std::string> lines = LinesWith(m_segments, "GNU_STACK");
         if (lines.size() != 1) {
-            throw std::runtime_error(m_path + " says nothing of its stack");
+            throw std::runtime_error(m_path + " does not declare its stack");
         }
         // type, offset, two addresses, two sizes, access, alignment
         std::istringstream fields(lines.front());
@@ -63,7 +64,7 @@ public:
         return access;
     }
 
-    /// The segments that can be written and executed at a time.
+    /// Returns the segments that are both writable and executable.
     std::vector<std::string> WritableCode() const {
         std::vector<std::string> found;
         for (const std::string& line : LinesWith(m_segments, " LOAD ")) {
@@ -74,7 +75,7 @@ public:
         return found;
     }
 
-    /// What others can link to, names as the linker sees them.
+    /// Returns the exported names as the linker uses them.
     SymbolNames Exported() const {
         SymbolNames names;
         for (const std::string& line : Lines(m_symbols)) {
@@ -92,7 +93,7 @@ public:
         return names;
     }
 
-    /// What the loader cannot resolve, in its words; empty when all is found.
+    /// Returns the messages of the loader on missing libraries and symbols; empty without any.
     std::string Unresolved() const {
         const ProcessResult result = Run("/usr/bin/ldd", {"-r", m_path});
         std::string missing;
@@ -141,7 +142,7 @@ private:
         return lines;
     }
 
-    // What stands in brackets on the lines of one kind.
+    // Returns the texts in brackets on the lines of one kind.
     std::vector<std::string> BracketedOf(const std::string& kind) const {
         std::vector<std::string> texts;
         for (const std::string& line : LinesWith(m_dynamic, kind)) {
@@ -157,8 +158,8 @@ private:
     std::string m_symbols;
 };
 
-/// Expects what all of the project's binaries have in common: every reference resolved, at once and
-/// for good, and nothing executable that can be written.
+/// Expects the properties of all binaries of the project: all references are resolved at the start
+/// and read-only afterwards, and no executable memory is writable.
 inline void ExpectHardened(const Binary& binary) {
     EXPECT_EQ(binary.Unresolved(), "");
     EXPECT_TRUE(binary.IsBoundAtOnce());

@@ -1,4 +1,5 @@
-/// Log records kept for a test to look at.
+/// Log records, captured for the assertions of a test.
+/// Any thread may log; one thread installs and removes a capture.
 #pragma once
 
 #include <kelCore.h>
@@ -12,7 +13,7 @@
 
 namespace kel::test {
 
-/// One call of ILoggerWriter::Write, piece by piece.
+/// The arguments of one call of ILoggerWriter::Write.
 struct Record {
     LogLevel level;
     std::string message;
@@ -24,7 +25,7 @@ struct Record {
     std::string time;
 };
 
-/// Keeps every record. Any thread may log.
+/// Keeps every record.
 class CapturingWriter final : public ILoggerWriter {
 public:
     void Write(LogLevel level, const char* message, const char* context, const char* file,
@@ -34,12 +35,13 @@ public:
         m_records.push_back({level, message, context, file, line, reserved, threadId, time});
     }
 
+    /// Returns all records in their order.
     std::vector<Record> Records() const {
         const std::lock_guard<std::mutex> lock(m_mutex);
         return m_records;
     }
 
-    /// The texts of all records of one level, in order.
+    /// Returns the texts of all records of one level, in their order.
     std::vector<std::string> Messages(LogLevel level) const {
         std::vector<std::string> messages;
         for (const Record& record : Records()) {
@@ -50,6 +52,7 @@ public:
         return messages;
     }
 
+    /// Drops all records.
     void Clear() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_records.clear();
@@ -60,7 +63,7 @@ private:
     std::vector<Record> m_records;
 };
 
-/// Installs a CapturingWriter for as long as it lives, and the former writer afterwards.
+/// Installs a CapturingWriter while it exists, and restores the former writer afterwards.
 class LogCapture {
 public:
     LogCapture() { SetCurrentLoggerWriter(m_writer); }
@@ -77,7 +80,7 @@ private:
 
 /// Runs an operation that must fail with KELRuntimeError and exactly this message, after exactly
 /// one record at level Error, with the same text, from the given source file. Records of other
-/// levels are not looked at.
+/// levels are ignored.
 template <typename Operation>
 void ExpectFailure(const std::string& message, const std::string& file, Operation operation) {
     const LogCapture log;

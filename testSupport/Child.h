@@ -1,4 +1,5 @@
-/// Doing something in a process of its own, so that its crash is an outcome like any other.
+/// Operations in a child process, so that a test can expect a crash.
+/// For programs with one thread.
 #pragma once
 
 #include <array>
@@ -19,14 +20,14 @@
 
 namespace kel::test {
 
-/// What became of an operation.
+/// Result of an operation in a child process.
 struct ChildResult {
-    std::string text;      ///< what it answered; empty if it crashed
+    std::string text;      ///< its result; empty if it crashed
     std::string crashedIn; ///< the library that crashed, or the signal; empty if there was no crash
     std::string details;   ///< of a crash, see CrashDetails
 };
 
-/// A function of the child that answers more about a crash, on one line and without taking memory.
+/// A function of the child that returns more about a crash, on one line and without taking memory.
 inline const char* (*&CrashDetails())() {
     static const char* (*function)() = nullptr;
     return function;
@@ -62,12 +63,12 @@ inline void WriteText(int descriptor, const char* text) {
     }
 }
 
-// Tells the innermost library but the C library, whose functions crash for what others give them,
-// and but the program itself, whose this handler is and what it has replaced.
-inline void TellCrash(int /*signal*/) {
+// Reports the innermost library, except the C library, whose functions crash for wrong arguments of
+// their callers, and the program itself, which contains this handler.
+inline void ReportCrash(int /*signal*/) {
     std::array<void*, 64> frames{};
     const int depth = backtrace(frames.data(), static_cast<int>(frames.size()));
-    const char* own = NameOfLibrary(reinterpret_cast<void*>(&TellCrash));
+    const char* own = NameOfLibrary(reinterpret_cast<void*>(&ReportCrash));
     const char* guilty = "";
     for (int i = 0; i < depth && *guilty == '\0'; ++i) {
         const char* name = NameOfLibrary(frames[static_cast<std::size_t>(i)]);
@@ -96,9 +97,8 @@ inline std::string ReadAll(int descriptor) {
 
 } // namespace detail
 
-/// Does something in a child process, which is ended when it takes half a minute. Not for programs
-/// with several threads.
-/// @param operation answers a text without null characters
+/// Runs an operation in a child process, which is killed after half a minute.
+/// @param operation returns a text without null characters
 inline ChildResult RunInChild(const std::function<std::string()>& operation) {
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0) {
@@ -115,7 +115,7 @@ inline ChildResult RunInChild(const std::function<std::string()>& operation) {
         close(ends[0]);
         detail::CrashReport() = ends[1];
         for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
-            std::signal(signal, detail::TellCrash);
+            std::signal(signal, detail::ReportCrash);
         }
         alarm(30);
         try {

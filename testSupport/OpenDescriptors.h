@@ -1,4 +1,5 @@
-/// The files that the process has open.
+/// The number of open files of the process.
+/// Any thread may call it; other threads must not open or close files meanwhile.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +8,7 @@
 
 namespace kel::test {
 
-/// How many descriptors are open, with the one for counting them.
+/// Returns the number of open descriptors, with the one that is used for counting.
 inline std::size_t OpenDescriptors() {
     return static_cast<std::size_t>(
         std::distance(std::filesystem::directory_iterator("/proc/self/fd"),

@@ -1,4 +1,5 @@
-/// The plug-in as a host meets it: a library that is loaded, and a registry that is asked.
+/// The plug-in as a host uses it: a loaded library and look-ups in the registry.
+/// Any thread may call these functions; one thread at a time drives an element.
 #pragma once
 
 #include <kelCore.h>
@@ -11,18 +12,18 @@
 
 namespace kel::test {
 
-/// The name that the tests give to the plug-in's entry point.
+/// The name that the tests pass to the entry point of the plug-in.
 inline const std::string kPluginName = "kelLibsndfile under test";
 
-/// The plug-in under test: the one that the environment's KEL_TEST_PLUGIN names, else the one that
-/// was built along with the tests.
+/// Returns the path of the plug-in under test: the environment variable KEL_TEST_PLUGIN, or else
+/// the plug-in that was built with the tests.
 inline std::string PluginPath() {
     const char* other = std::getenv("KEL_TEST_PLUGIN");
     return other != nullptr ? other : KEL_TEST_PLUGIN;
 }
 
-/// Loads the plug-in under test and registers its elements, once in a process. It stays loaded: the
-/// registry holds its factories.
+/// Loads the plug-in under test and registers its elements, once in a process. It stays loaded,
+/// because the registry holds its factories.
 inline void* LoadPlugin() {
     static void* const library = [] {
         void* handle = dlopen(PluginPath().c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -39,7 +40,7 @@ inline void* LoadPlugin() {
     return library;
 }
 
-/// An instance of the settings that the registration of an element declares.
+/// Makes an instance of the settings that the registration of an element declares.
 inline std::shared_ptr<IParametersCollectionInstance>
 MakeSettings(ElementFactoryType kind, const std::string& implementation, const std::string& type) {
     LoadPlugin();
@@ -47,29 +48,30 @@ MakeSettings(ElementFactoryType kind, const std::string& implementation, const s
         GetManifest(kind, implementation, type)->GetCollectionValue("init_config"));
 }
 
-/// Settings of the source.
+/// Makes settings of the source.
 inline std::shared_ptr<IParametersCollectionInstance> MakeSourceSettings() {
     return MakeSettings(ElementFactoryType::AudioSource, "kel.LibsndfileSource", "WAVE");
 }
 
-/// Settings of the sink.
+/// Makes settings of the sink.
 inline std::shared_ptr<IParametersCollectionInstance> MakeSinkSettings() {
     return MakeSettings(ElementFactoryType::AudioSink, "kel.LibsndfileSink", "WAVE");
 }
 
-/// A new source that has had nothing done to it.
+/// Makes a source without settings.
 inline std::shared_ptr<IAudioSource> MakeSource(const std::string& type = "WAVE") {
     LoadPlugin();
     return ImplementElement<ElementFactoryType::AudioSource>("kel.LibsndfileSource", type, nullptr);
 }
 
-/// A new sink that has had nothing done to it.
+/// Makes a sink without settings.
 inline std::shared_ptr<IAudioSink> MakeSink(const std::string& type = "WAVE") {
     LoadPlugin();
     return ImplementElement<ElementFactoryType::AudioSink>("kel.LibsndfileSink", type, nullptr);
 }
 
-/// A source that has a file open.
+/// Makes a source and opens a file.
+/// @param maxFrames frames in a sample
 inline std::shared_ptr<IAudioSource> OpenSource(const std::string& path, int maxFrames = 1024) {
     auto settings = MakeSourceSettings();
     settings->SetStringValue("FilePath", path);
@@ -90,7 +92,7 @@ struct Layout {
     std::uint32_t channels = 2;
 };
 
-/// The PCM parameters of a layout.
+/// Makes the PCM parameters of a layout.
 inline std::shared_ptr<IAudioParameters_PCM> MakeParameters(const Layout& layout) {
     auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
     parameters->SetPCMType(layout.type);
@@ -102,23 +104,23 @@ inline std::shared_ptr<IAudioParameters_PCM> MakeParameters(const Layout& layout
     return parameters;
 }
 
-/// The channel info of so many channels.
+/// Makes the channel info of so many channels.
 inline std::shared_ptr<IChannelInfo> MakeChannels(std::uint32_t channels) {
     return CreateChannelInfo(
         CreateTrack(ContentType::Audio, channels, CreateTrackGroup("test"), TrackLayout::Default));
 }
 
-/// The audio info of a layout.
+/// Makes the audio info of a layout.
 inline std::shared_ptr<IAudioInfo> MakeInfo(const Layout& layout) {
     return CreateAudioInfo(MakeParameters(layout), MakeChannels(layout.channels), {}, {});
 }
 
-/// The input description of a layout.
+/// Makes the input description of a layout.
 inline std::shared_ptr<IInfoContainer> MakeInput(const Layout& layout) {
     return CreateInfoContainer(MakeInfo(layout), nullptr);
 }
 
-/// A container with one audio sample of these bytes.
+/// Makes a container with one audio sample of these bytes.
 inline std::shared_ptr<ISampleContainer> MakeContainer(const std::string& bytes) {
     auto buffer = CreateBuffer(nullptr, nullptr);
     buffer->Reserve(static_cast<std::uint32_t>(bytes.size()));

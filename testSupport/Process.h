@@ -1,4 +1,5 @@
-/// Running another program and looking at everything it leaves behind.
+/// Runs of other programs, with their exit status and output.
+/// One thread at a time uses a process.
 #pragma once
 
 #include <array>
@@ -27,16 +28,16 @@ extern char** environ;
 
 namespace kel::test {
 
-/// What to run, and how. Standard input is empty unless it is closed.
+/// A program with its arguments and environment. Standard input is empty unless it is closed.
 struct Command {
     std::string program; ///< a path
     std::vector<std::string> arguments;
-    /// Variables that differ from those of the test: their values, or none to take them away.
+    /// Variables that differ from those of the test: their values, or none to remove them.
     std::map<std::string, std::optional<std::string>> environment;
     std::string directory;               ///< the working directory; empty for that of the test
     std::optional<rlim_t> mostFileBytes; ///< RLIMIT_FSIZE
     std::optional<mode_t> fileMask;      ///< the umask
-    /// A file that takes standard output, /dev/full for one that takes nothing.
+    /// A file for standard output, for example /dev/full, which accepts nothing.
     std::string standardOutput;
     /// The same for standard error.
     std::string standardError;
@@ -45,7 +46,7 @@ struct Command {
     bool obeysPermissions = false; ///< file permissions count even when the test runs as root
 };
 
-/// What became of it.
+/// Result of a program.
 struct ProcessResult {
     int status = 0; ///< the exit status, or the negative number of the signal that ended it
     std::string out;
@@ -58,7 +59,7 @@ namespace detail {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// A pipe that a program writes to. No file, so that no limit of a file's size holds for it.
+// A pipe that a program writes to. A file would be subject to the limit of file sizes.
 class Capture {
 public:
     Capture() {
@@ -83,7 +84,7 @@ public:
         m_ends[1] = -1;
     }
 
-    // Takes what is there, waiting for it if need be; false when there will be no more.
+    // Waits for bytes and reads them; returns false at the end.
     bool Read() {
         std::array<char, 65536> piece{};
         const ssize_t count = read(ReadEnd(), piece.data(), piece.size());
@@ -101,14 +102,14 @@ private:
     std::string m_text;
 };
 
-// Reads both to their ends, whichever the program writes to.
+// Reads both to their ends, in the order in which bytes arrive.
 inline void ReadAll(Capture& first, Capture& second) {
     const std::array<Capture*, 2> captures{&first, &second};
     std::array<pollfd, 2> polled{};
     for (std::size_t i = 0; i < captures.size(); ++i) {
         polled[i] = {captures[i]->ReadEnd(), POLLIN, 0};
     }
-    // A negative descriptor is left out.
+    // poll ignores a negative descriptor.
     while (polled[0].fd >= 0 || polled[1].fd >= 0) {
         if (poll(polled.data(), polled.size(), -1) < 0 && errno != EINTR) {
             FailWithErrno("poll");
@@ -148,7 +149,7 @@ inline std::vector<char*> Pointers(std::vector<std::string>& texts) {
 
 } // namespace detail
 
-/// A program that was started; killed at the end if nobody has waited for it.
+/// A running program; the destructor kills it unless Wait was called.
 class RunningProcess {
 public:
     explicit RunningProcess(const Command& command) {
@@ -187,14 +188,14 @@ public:
         }
     }
 
-    /// True when it has ended.
+    /// Returns true when it has ended.
     bool HasEnded() const {
         siginfo_t info{};
         return waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
                info.si_pid == m_pid;
     }
 
-    /// Waits for its end, once.
+    /// Waits for its end and returns its result. To be called once.
     ProcessResult Wait() {
         detail::ReadAll(m_out, m_err);
         int status = 0;
@@ -212,7 +213,7 @@ public:
     }
 
 private:
-    // What kelhost and the shell's tools never end with.
+    // An exit status that neither kelhost nor the tools of the shell use.
     static constexpr int kNotStarted = 119;
 
     static void Require(bool done, const char* what) {
@@ -249,14 +250,14 @@ private:
         Require(from >= 0 && dup2(from, to) >= 0, "standard streams");
     }
 
-    // To a file, if one is named.
+    // Redirects to the file if it has a name.
     static void Redirect(const detail::Capture& capture, const std::string& file, int to) {
         Redirect(file.empty() ? capture.WriteEnd()
                               : open(file.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY),
                  to);
     }
 
-    // Whatever the test was started with, the program can be interrupted.
+    // The program can be interrupted even if the test ignores or blocks signals.
     static void PrepareSignals(const Command& command) {
         sigset_t none;
         sigemptyset(&none);
@@ -269,7 +270,7 @@ private:
         }
     }
 
-    // The program gets what the bounding set holds; one who is not root has none of these anyway.
+    // The program gets only the capabilities of the bounding set; a user other than root has none.
     static void DropPrivileges() {
         for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER}) {
             Require(prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) == 0 || geteuid() != 0,

@@ -1,4 +1,5 @@
 /// A directory for the files of one test.
+/// One thread at a time.
 #pragma once
 
 #include <cstdlib>
@@ -13,13 +14,13 @@
 
 namespace kel::test {
 
-/// Where a temporary directory lies.
+/// Place of a temporary directory.
 enum class DirectoryPlace {
-    Disk,  ///< where the system wants temporary files
-    Memory ///< in memory, where the system offers that; for tests that make very many files
+    Disk,  ///< the directory of the system for temporary files
+    Memory ///< in memory if the system supports that; for tests that make very many files
 };
 
-/// A new empty directory, removed with everything in it at the end.
+/// A new empty directory; the destructor removes it with its contents.
 class TemporaryDirectory {
 public:
     explicit TemporaryDirectory(DirectoryPlace place = DirectoryPlace::Disk) {
@@ -44,10 +45,10 @@ public:
 
     const std::filesystem::path& Path() const { return m_path; }
 
-    /// The path of a file in the directory.
+    /// Returns the path of a file in the directory.
     std::string operator/(const std::string& name) const { return (m_path / name).string(); }
 
-    /// The names of what lies in the directory.
+    /// Returns the names of the files in the directory.
     std::vector<std::string> Names() const {
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(m_path)) {
@@ -60,7 +61,7 @@ private:
     std::filesystem::path m_path;
 };
 
-/// All bytes of a file.
+/// Returns all bytes of a file.
 inline std::string ReadFile(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     if (!stream) {
@@ -71,7 +72,7 @@ inline std::string ReadFile(const std::string& path) {
     return bytes.str();
 }
 
-/// Writes a file of these bytes.
+/// Writes a file with these bytes.
 inline void WriteFile(const std::string& path, const std::string& bytes) {
     std::ofstream stream(path, std::ios::binary);
     stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));

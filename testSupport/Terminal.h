@@ -1,4 +1,5 @@
-/// A terminal for a program to talk to.
+/// A pseudo-terminal for the output of a program.
+/// One thread at a time.
 #pragma once
 
 #include <array>
@@ -27,7 +28,7 @@ public:
             throw std::system_error(errno, std::generic_category(), "no pseudo-terminal");
         }
         m_path = path.data();
-        // Held open, so that there is something to read from before and after the program.
+        // Held open, so that the reader neither fails before the program nor ends after it.
         m_slave = open(m_path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
         termios settings{};
         tcgetattr(m_slave, &settings);
@@ -48,10 +49,10 @@ public:
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    /// The name under which a program opens it.
+    /// Returns the path under which a program opens it.
     const std::string& Path() const { return m_path; }
 
-    /// Everything that was written, once the programs that did have ended.
+    /// Returns everything that was written; call it when the programs that write have ended.
     const std::string& Text() {
         HangUp();
         return m_text;
@@ -68,7 +69,7 @@ private:
 
     void ReadAll() {
         std::array<char, 4096> piece{};
-        // Fails when nobody has the other side open any more.
+        // Fails when no process has the other side open any more.
         for (ssize_t count = 0; (count = read(m_master, piece.data(), piece.size())) > 0;) {
             m_text.append(piece.data(), static_cast<std::size_t>(count));
         }

@@ -1,18 +1,21 @@
-// Put in front of the system's library, this makes a call on some files fail: the call that
-// KEL_TEST_FAULTY_CALL names, on the files in whose paths KEL_TEST_FAULTY_FILE occurs, at its
-// occurrence number KEL_TEST_FAULTY_NUMBER, once, or from then on if KEL_TEST_FAULT_LASTS is set.
-// "flip" is a write that succeeds with its last bytes changed, as on a bad disk; "thread" is one
-// that cannot be started, whatever the files. KEL_TEST_FAULT_ERROR is the error number, where it
-// is not to be the usual one; where KEL_TEST_FAULT_SHORT is set, reads and writes do not fail but
-// do no more than half of what they are asked for. A file at KEL_TEST_FAULT_MARKER tells that it
-// has happened. A program may also link this file, and set the variables itself.
+// A library for LD_PRELOAD that makes calls of the system fail. A program may also link it and set
+// the variables itself.
 //
-// A file at KEL_TEST_STRAY_CLOSE_MARKER tells that a descriptor was closed that was not open.
-//
-// Where KEL_TEST_DISK_ROOM is set, every disk has so many bytes left. Where KEL_TEST_SPARSE is set,
-// zeros that go into an unfinished output become holes, so that large outputs of silence take no
-// room. Where KEL_TEST_RAISED_RIGHTS is set, the process seems to have been given more rights than
-// whoever started it: variables that could be used against it are not told.
+// - KEL_TEST_FAULTY_CALL: name of the call. "flip" is a write that succeeds with its last bytes
+//   changed, as on a bad disk; "thread" is a thread that cannot be started.
+// - KEL_TEST_FAULTY_FILE: text in the paths of the files on which the call fails
+// - KEL_TEST_FAULTY_NUMBER: number of the occurrence that fails
+// - KEL_TEST_FAULT_LASTS: if set, all later occurrences fail too
+// - KEL_TEST_FAULT_ERROR: error number, instead of the usual one of the call
+// - KEL_TEST_FAULT_SHORT: if set, reads and writes do not fail, but transfer half of the bytes
+// - KEL_TEST_FAULT_MARKER: path of a file that is made when the call fails
+// - KEL_TEST_STRAY_CLOSE_MARKER: path of a file that is made when an unknown descriptor is
+//   closed
+// - KEL_TEST_DISK_ROOM: free bytes of every disk
+// - KEL_TEST_SPARSE: if set, zeros in an unfinished output become holes, so that large outputs of
+//   silence take no space
+// - KEL_TEST_RAISED_RIGHTS: if set, secure_getenv returns nothing, as in a process with more rights
+//   than the user who started it
 
 #include <atomic>
 #include <cerrno>
@@ -46,7 +49,7 @@ bool IsFaulty(const char* path) {
     return strstr(path, Variable("KEL_TEST_FAULTY_FILE")) != nullptr;
 }
 
-constexpr size_t kFlipped = 16; // at least one value of every width
+constexpr size_t kFlippedBytes = 16; // at least one value of every width
 
 struct AnyFile {};
 
@@ -54,7 +57,7 @@ bool IsFaulty(AnyFile /*file*/) {
     return true;
 }
 
-// True if a text occurs in the path of an open file.
+// Returns true if a text occurs in the path of an open file.
 bool PathHas(int descriptor, const char* text) {
     char link[64];
     char path[4096] = {};
@@ -77,7 +80,7 @@ void Leave(const char* variable) {
     errno = error;
 }
 
-// Tells whether this occurrence of a call is to fail.
+// Returns true if this occurrence of a call must fail.
 template <typename File>
 bool Fails(const char* call, File file) {
     static std::atomic<int> occurrences{0};
@@ -94,7 +97,7 @@ bool Fails(const char* call, File file) {
     return true;
 }
 
-// @param error what is wrong unless KEL_TEST_FAULT_ERROR says something else
+// Sets the error number: KEL_TEST_FAULT_ERROR, or else the given one.
 int Fail(int error) {
     const int other = atoi(Variable("KEL_TEST_FAULT_ERROR"));
     errno = other != 0 ? other : error;
@@ -105,12 +108,12 @@ bool IsShort() {
     return *Variable("KEL_TEST_FAULT_SHORT") != '\0';
 }
 
-// Half of it, but something.
+// Returns half of a count, but at least 1.
 size_t Half(size_t count) {
     return count - count / 2;
 }
 
-// True for many bytes that are all 0.
+// Returns true for a large number of bytes that are all 0.
 bool IsSilence(const void* bytes, size_t count) {
     constexpr size_t kMany = 4096;
     const auto* first = static_cast<const char*>(bytes);
@@ -130,7 +133,7 @@ INTERPOSED ssize_t write(int descriptor, const void* bytes, size_t count) {
     if (count > 0 && Fails("flip", descriptor)) {
         const auto* first = static_cast<const char*>(bytes);
         std::vector<char> flipped(first, first + count);
-        for (size_t i = count > kFlipped ? count - kFlipped : 0; i < count; ++i) {
+        for (size_t i = count > kFlippedBytes ? count - kFlippedBytes : 0; i < count; ++i) {
             flipped[i] = static_cast<char>(flipped[i] ^ 0x01);
         }
         return Next<decltype(write)>("write")(descriptor, flipped.data(), count);
@@ -197,7 +200,7 @@ INTERPOSED int open(const char* path, int flags, ...) {
     return Fails("open", path) ? Fail(EIO) : Next<decltype(open)>("open")(path, flags, mode);
 }
 
-// Closed all the same, as the system does it.
+// The descriptor is closed even if the call fails, as in the kernel.
 INTERPOSED int close(int descriptor) {
     const bool fails = Fails("close", descriptor);
     const int closed = Next<decltype(close)>("close")(descriptor);
@@ -243,7 +246,7 @@ INTERPOSED int rename(const char* from, const char* to) noexcept {
 
 INTERPOSED int renameat2(int directory, const char* from, int otherDirectory, const char* to,
                          unsigned flags) noexcept {
-    // "renameat2" is a file system that cannot do without replacing.
+    // "renameat2" is a file system that can only replace.
     if (Fails("renameat2", from)) {
         return Fail(EINVAL);
     }

@@ -1,4 +1,5 @@
-/// The examples, as they lie installed.
+/// The installed examples.
+/// One thread at a time drives an element.
 #pragma once
 
 #include <kelCore.h>
@@ -12,17 +13,17 @@
 
 namespace kel::test {
 
-/// A plug-in in the installation.
+/// Returns the path of an installed plug-in.
 inline std::string InstalledPlugin(const std::string& name) {
     return std::string(KEL_TEST_PREFIX "/lib/kel/lib") + name + ".so";
 }
 
-/// A source file of the tone example, as its records name it.
+/// Returns the path of a source file of the tone example, as its log records contain it.
 inline std::string ToneFile(const std::string& name) {
     return std::string(KEL_TEST_STAGE "/sources/tone/") + name;
 }
 
-/// Loads a plug-in and has it register its elements. It stays loaded.
+/// Loads a plug-in and registers its elements. It stays loaded.
 inline void Load(const std::string& name) {
     const std::string path = InstalledPlugin(name);
     void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -36,7 +37,7 @@ inline void Load(const std::string& name) {
 /// Integer settings by their names.
 using Settings = std::vector<std::pair<std::string, std::int32_t>>;
 
-/// An instance of an element's settings.
+/// Makes an instance of the settings of an element.
 template <ElementFactoryType T>
 std::shared_ptr<IParametersCollectionInstance> SettingsOf(const std::string& implementation,
                                                           const std::string& type = "Unknown") {
@@ -49,7 +50,7 @@ std::shared_ptr<IParametersCollectionInstance> SettingsOf(const std::string& imp
         GetManifest(T, implementation, type)->GetCollectionValue("init_config"));
 }
 
-/// A new tone source with these settings in place of the defaults, open.
+/// Makes an open tone source with these settings in place of the defaults.
 inline std::shared_ptr<IAudioSource> MakeTone(const Settings& settings) {
     const auto config = SettingsOf<ElementFactoryType::AudioSource>("example.ToneSource");
     for (const auto& [name, value] : settings) {
@@ -61,7 +62,7 @@ inline std::shared_ptr<IAudioSource> MakeTone(const Settings& settings) {
     return source;
 }
 
-/// A new level meter that writes to a file, or to none.
+/// Makes a level meter that writes to a file, or to none.
 inline std::shared_ptr<IAudioSink> MakeMeter(const std::string& file) {
     const auto config = SettingsOf<ElementFactoryType::AudioSink>("example.LevelMeterSink");
     config->SetStringValue("FilePath", file);

@@ -41,12 +41,12 @@ TEST(TheHostExample, CopiesAFile) {
     EXPECT_EQ(copy.rate, take.rate);
     EXPECT_EQ(copy.channels, take.channels);
     EXPECT_EQ(copy.format, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT);
-    // A file that is not finished can be read, but its header has no size.
+    // An unfinished file can be read, but its header has no size.
     const std::string bytes = ReadFile(directory / "copy.wav");
     EXPECT_EQ(bytes.substr(bytes.find("data"), 8), "data" + LittleEndian(5000 * 2 * 4, 4));
 }
 
-TEST(TheHostExample, SaysWhatFailed) {
+TEST(TheHostExample, ReportsTheFailure) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav", 100000);
     ExpectError(RunCopy(directory, {kPlugin, "missing.wav", "copy.wav"}), 1,
@@ -62,7 +62,7 @@ TEST(TheHostExample, SaysWhatFailed) {
                 "usage: kelCopy PLUGIN INPUT OUTPUT\n");
 }
 
-TEST(TheHostExample, SaysThatThePluginHasNoSuchElement) {
+TEST(TheHostExample, ReportsAnElementThatIsMissingInThePlugin) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav");
     ExpectError(RunCopy(directory, {InstalledPlugin("kelTone"), "take.wav", "copy.wav"}), 1,
@@ -71,7 +71,7 @@ TEST(TheHostExample, SaysThatThePluginHasNoSuchElement) {
                 "type=\"WAVE\"\n[registryEntry] [ Pointer is null ]\n");
 }
 
-TEST(TheHostExample, NoticesAWriteThatFailedInTheLogAlone) {
+TEST(TheHostExample, ReportsAFailedWriteThatIsOnlyInTheLog) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav", 1024);
     Command command;

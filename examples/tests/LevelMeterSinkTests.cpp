@@ -48,7 +48,7 @@ std::shared_ptr<const ISampleContainer> MakeSample(const std::vector<float>& val
                                  nullptr);
 }
 
-// Runs everything that a source delivers into a meter and closes it.
+// Pushes all samples of a source into a meter and closes it.
 void Measure(IAudioSource& source, IAudioSink& meter) {
     meter.DefineInput(source.GetDefinedOutput(""), "");
     while (const auto sample = source.GetSample()) {
@@ -91,7 +91,7 @@ TEST(LevelMeterSink, MeasuresEachChannelOfAFileThatAnotherPluginReads) {
                                                   "channel 3: peak 0.00 dB, RMS -3.01 dB\n");
 }
 
-TEST(LevelMeterSink, MeasuresNothingAsSilence) {
+TEST(LevelMeterSink, MeasuresAnInputWithoutSamplesAsSilence) {
     const TemporaryDirectory directory;
     const auto meter = MakeMeter(directory / "levels.txt");
     meter->DefineInput(MakeInput(FloatParameters(), 1), "");
@@ -99,7 +99,7 @@ TEST(LevelMeterSink, MeasuresNothingAsSilence) {
     EXPECT_EQ(ReadFile(directory / "levels.txt"), "channel 1: peak -inf dB, RMS -inf dB\n");
 }
 
-TEST(LevelMeterSink, BeginsAnewWithTheNextInput) {
+TEST(LevelMeterSink, StartsAgainWithTheNextInput) {
     const TemporaryDirectory directory;
     const auto meter = MakeMeter(directory / "loud.txt");
     meter->DefineInput(MakeInput(FloatParameters(), 1), "");
@@ -157,7 +157,7 @@ TEST(LevelMeterSink, RefusesInputsThatAreNotOneTrackOfAudio) {
     }
 }
 
-TEST(LevelMeterSink, RefusesWhatComesAtTheWrongTime) {
+TEST(LevelMeterSink, RefusesOperationsInTheWrongOrder) {
     const auto meter = MakeMeter("");
     const std::string file = ToneFile("LevelMeterSink.cpp");
     const auto input = MakeInput(FloatParameters(), 2);
@@ -185,7 +185,7 @@ TEST(LevelMeterSink, RefusesWhatComesAtTheWrongTime) {
     ExpectFailure(tooEarly, file, [&] { meter->PushSample(MakeSample({0, 0})); });
 }
 
-TEST(LevelMeterSink, RefusesWhatItDoesNotDo) {
+TEST(LevelMeterSink, RefusesUnsupportedOperations) {
     const auto meter = MakeMeter("");
     const std::string file = ToneFile("LevelMeterSink.cpp");
     ExpectFailure("[LevelMeterSink takes no metadata]", file, [&] { meter->PushMetadata({}); });
@@ -199,7 +199,7 @@ TEST(LevelMeterSink, RefusesWhatItDoesNotDo) {
                   [&] { meter->CheckInputAndAdaptIfNecessary(nullptr, ""); });
 }
 
-TEST(LevelMeterSink, SaysThatItsFileCanNotBeWritten) {
+TEST(LevelMeterSink, ReportsThatItsFileCannotBeWritten) {
     const auto input = MakeInput(FloatParameters(), 1);
     const std::string file = ToneFile("LevelMeterSink.cpp");
     const auto missing = MakeMeter("/missing/levels.txt");

@@ -41,11 +41,11 @@ MediaTime Frame(std::int64_t number, std::uint32_t rate = 48000) {
 
 } // namespace
 
-TEST(TheToneExample, ExportsItsEntryPointAlone) {
+TEST(TheToneExample, ExportsOnlyItsEntryPoint) {
     EXPECT_THAT(Binary(InstalledPlugin("kelTone")).Exported(), ElementsAre("RegisterAll"));
 }
 
-TEST(ToneSource, DeliversWhatItsSettingsDescribe) {
+TEST(ToneSource, DeliversTheToneOfItsSettings) {
     constexpr double kTwoPi = 6.283185307179586;
     const auto source = MakeTone({{"SampleRate", 44100},
                                   {"Channels", 3},
@@ -62,12 +62,12 @@ TEST(ToneSource, DeliversWhatItsSettingsDescribe) {
     }
 }
 
-TEST(ToneSource, MakesASecondOfAQuietTonePerDefault) {
+TEST(ToneSource, MakesOneSecondOfAQuietToneByDefault) {
     const std::vector<float> values = ReadAll(*MakeTone({}));
     ASSERT_EQ(values.size(), 2 * 48000U);
     EXPECT_EQ(values[2 * 12], 0.1F); // a quarter of a cycle
     EXPECT_EQ(values[2 * 36], -0.1F);
-    // A cycle is 48 frames, and the last is like the first to the bit.
+    // A cycle is 48 frames, and the last cycle has the same bits as the first.
     EXPECT_EQ(std::vector<float>(values.end() - 2 * 48, values.end()),
               std::vector<float>(values.begin(), values.begin() + 2 * 48));
 }
@@ -116,7 +116,7 @@ TEST(ToneSource, GoesToEveryFrame) {
     }
 }
 
-TEST(ToneSource, RefusesPositionsThatItDoesNotHave) {
+TEST(ToneSource, RefusesPositionsOutsideOfItsLimits) {
     const auto source = MakeTone({{"Length", 1000}});
     const std::string file = ToneFile("ToneSource.cpp");
     ExpectFailure("[ToneSource has no frame 1001, only 1000] [ Condition is not true ]", file,
@@ -164,7 +164,7 @@ TEST(ToneSource, DeliversNothingWhileItsOutputIsOff) {
     EXPECT_EQ(ReadAll(*source).size(), 20U);
 }
 
-TEST(ToneSource, AnswersOrRefusesWhenItIsClosedAndStartsAgain) {
+TEST(ToneSource, AnswersOrRefusesWhenItIsClosedAndOpensAgain) {
     const auto source = MakeTone({{"Length", 10}});
     const std::string file = ToneFile("ToneSource.cpp");
     ReadAll(*source);
