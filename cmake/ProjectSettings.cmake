@@ -26,13 +26,20 @@ set(KEL_SANITIZE "" CACHE STRING "Sanitizers to build with, the value of -fsanit
 option(KEL_COVERAGE "Build for coverage measurement" OFF)
 option(KEL_GROUPS "Compile the files of a group as one, which makes a whole build faster" OFF)
 
+# Without precompiled headers, a file that lacks an include does not compile. A compiler cache does not
+# serve files that use them.
+option(KEL_PRECOMPILED_HEADERS "Precompile the headers that most files include" ${KEL_GROUPS})
+if(CMAKE_CXX_COMPILER_LAUNCHER)
+  set(KEL_PRECOMPILED_HEADERS OFF)
+endif()
+
 # kel_group_files(TARGET file...)
 # Compiles these files as one if KEL_GROUPS is on. Their local names must not clash. The core and the plug-in
 # have no groups: they are tested as they are shipped.
 function(kel_group_files target)
   set_target_properties(${target} PROPERTIES UNITY_BUILD ${KEL_GROUPS} UNITY_BUILD_MODE GROUP)
-  list(GET ARGN 0 first)
-  cmake_path(GET first STEM group)
+  list(GET ARGN 0 group)
+  string(MAKE_C_IDENTIFIER ${group} group)
   set_source_files_properties(${ARGN} PROPERTIES UNITY_GROUP ${group})
   if(KEL_GROUPS AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # The compiler treats the files of a group as headers, whose types other files could use.

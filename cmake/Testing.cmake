@@ -11,11 +11,8 @@ add_dependencies(kelElementTests kelLibsndfile)
 add_custom_target(kelThreadTests)
 add_dependencies(kelThreadTests kelLibsndfile kelhost)
 
-# The headers that most tests include, compiled once for all test programs. Without it, a file that lacks
-# an include does not compile.
-option(KEL_PRECOMPILED_TESTS "Precompile the headers that most tests include" ${KEL_GROUPS})
-# A compiler cache does not serve files that use precompiled headers.
-if(KEL_PRECOMPILED_TESTS AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+# The headers that most tests include, compiled once for all test programs.
+if(KEL_PRECOMPILED_HEADERS)
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test-headers.cpp CONTENT "int main() {}\n")
   add_executable(kelTestHeaders EXCLUDE_FROM_ALL ${PROJECT_BINARY_DIR}/test-headers.cpp)
   target_link_libraries(kelTestHeaders PRIVATE GTest::gmock_main kelProjectSettings)

@@ -18,7 +18,7 @@ inline std::string InstalledPlugin(const std::string& name) {
     return std::string(KEL_TEST_PREFIX "/lib/kel/lib") + name + ".so";
 }
 
-/// Returns the path of a source file of the tone example, as its log records contain it.
+/// Returns the path of a source file of the tone example, because its log records contain it.
 inline std::string ToneFile(const std::string& name) {
     return std::string(KEL_TEST_STAGE "/sources/tone/") + name;
 }

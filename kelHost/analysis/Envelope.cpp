@@ -9,9 +9,6 @@ namespace kel::host {
 
 namespace {
 
-// The largest positive value of 16 bits: where integer material clips.
-constexpr float kFullScale = 32767.0F / 32768.0F;
-
 void AddValue(EnvelopeColumn& column, float value) {
     if (!std::isfinite(value)) {
         column.clipped = true;
@@ -51,7 +48,7 @@ void Envelope::Add(const FloatView& floats) {
     const auto columns = static_cast<std::int64_t>(m_columns);
     std::int64_t frame = 0;
     while (frame < frames) {
-        // The run of frames that belong to the same column.
+        // The frames that belong to the same column.
         const std::int64_t column = std::min((m_added + frame) * columns / m_frames, columns - 1);
         const std::int64_t columnEnd = ((column + 1) * m_frames + columns - 1) / columns;
         const std::int64_t end =

@@ -1,7 +1,7 @@
-/// A waveform reduced to columns: what a picture of any width shows of a file of any length.
+/// A waveform reduced to columns, for a picture of any width and a file of any length.
 #pragma once
 
-#include "audio/SampleConverter.h"
+#include "audio/Samples.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,13 +9,13 @@
 
 namespace kel::host {
 
-/// What one channel does in the time of one column; 1.0 is full scale.
+/// One channel during one column; 1.0 is full scale.
 struct EnvelopeColumn {
     float lowest = 0;
     float highest = 0;
     double squares = 0;       ///< sum of the squares of the finite values
     std::uint64_t values = 0; ///< number of finite values
-    bool clipped = false;     ///< a value at full scale or beyond, or one that is not finite
+    bool clipped = false;     ///< a value of kFullScale or more, or one that is not finite
 
     /// The larger magnitude of the two extremes.
     float Peak() const;
@@ -23,11 +23,11 @@ struct EnvelopeColumn {
     float RMS() const;
 };
 
-/// Gathers the columns of all channels while a file goes by. One thread at a time.
+/// Collects the columns of all channels while a file is read. One thread at a time.
 class Envelope {
 public:
     /// @param channels number of channels, not 0
-    /// @param columns most columns; there are never more than frames
+    /// @param columns maximum number of columns; there are never more than frames
     /// @param frames frames that will be added
     Envelope(std::uint32_t channels, std::size_t columns, std::int64_t frames);
 

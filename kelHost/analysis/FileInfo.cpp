@@ -1,17 +1,16 @@
 #include "analysis/FileInfo.h"
 
 #include "base/Text.h"
-#include "elements/Elements.h"
+#include "elements/SourceReader.h"
 
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <string>
-#include <vector>
 
 namespace kel::host {
 
-FileInfo GetInfo(const std::string& file, bool measure, const HostLogger& log, Reporter& reporter) {
+FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& log,
+                      Reporter& reporter) {
     constexpr std::uint32_t kBlockFrames = 16384;
     reporter.Opening(file);
     const SourceReader source(file, kBlockFrames);
@@ -23,7 +22,7 @@ FileInfo GetInfo(const std::string& file, bool measure, const HostLogger& log, R
                   DescribeDelivery(*source.Info()),
                   std::nullopt};
     if (measure) {
-        info.measurement = Measure(source, file, log, reporter);
+        info.measurement = Measure(source, log, reporter);
     }
     return info;
 }
@@ -41,33 +40,6 @@ void to_json(nlohmann::json& json, const FileInfo& info) {
     if (info.measurement.has_value()) {
         json["measurement"] = *info.measurement;
     }
-}
-
-void from_json(const nlohmann::json& json, FileInfo& info) {
-    json.at("file").get_to(info.file);
-    json.at("channels").get_to(info.channels);
-    json.at("rate").get_to(info.rate);
-    json.at("frames").get_to(info.frames);
-    json.at("delivery").get_to(info.delivery);
-    if (json.contains("measurement")) {
-        info.measurement = json["measurement"].get<Measurement>();
-    }
-}
-
-std::string FormatInfoTable(const std::vector<FileInfo>& files) {
-    std::vector<std::vector<std::string>> rows;
-    for (const FileInfo& info : files) {
-        rows.push_back({info.file, fmt::format("{}", info.channels),
-                        fmt::format("{} Hz", info.rate), fmt::format("{}", info.frames),
-                        FormatDuration(info.frames, info.rate), info.delivery});
-    }
-    return FormatTable({{"File"},
-                        {"Channels", Align::Right},
-                        {"Rate", Align::Right},
-                        {"Frames", Align::Right},
-                        {"Duration", Align::Right},
-                        {"Delivered as"}},
-                       rows);
 }
 
 } // namespace kel::host

@@ -1,39 +1,36 @@
-/// What is in audio files.
+/// Facts about audio files.
 #pragma once
 
 #include "analysis/Loudness.h"
-#include "jobs/WorkerPool.h"
+#include "elements/HostLogger.h"
+#include "jobs/Job.h"
 
 #include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace kel::host {
 
-/// What a source says of a file.
+/// Facts that a source reports about a file.
 struct FileInfo {
-    std::string file; ///< as shown to the user
+    std::string file; ///< escaped
     std::uint32_t channels = 0;
     std::uint32_t rate = 0; ///< frames per second
     std::int64_t frames = 0;
-    std::string delivery; ///< what the source delivers, for instance "32-bit float little-endian"
-    std::optional<Measurement> measurement; ///< where it was asked for
+    std::string delivery; ///< samples that the source delivers: "32-bit float little-endian"
+    std::optional<Measurement> measurement; ///< if requested
 };
 
 void to_json(nlohmann::json& json, const FileInfo& info);
-void from_json(const nlohmann::json& json, FileInfo& info);
 
-/// Opens a file and asks what is in it.
+/// Opens a file and returns the facts about it. One thread at a time.
 /// @param measure whether to read it to its end and measure it as well
 /// @param log the current logger writer
-/// @param reporter told of opening and progress
+/// @param reporter receives opening and progress
 /// @throws JobError when it cannot be opened or read
-FileInfo GetInfo(const std::string& file, bool measure, const HostLogger& log, Reporter& reporter);
-
-/// A table of files for people, a line for each.
-std::string FormatInfoTable(const std::vector<FileInfo>& files);
+FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& log,
+                      Reporter& reporter);
 
 } // namespace kel::host

@@ -1,8 +1,8 @@
 #include "analysis/Loudness.h"
 
-#include "audio/SampleConverter.h"
-#include "base/Errors.h"
+#include "audio/Samples.h"
 #include "base/Text.h"
+#include "elements/ErrorRecords.h"
 #include "elements/RangeReader.h"
 
 #include <ebur128.h>
@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,9 +22,6 @@
 namespace kel::host {
 
 namespace {
-
-// Everything from the largest positive value of 16 bits on.
-constexpr float kFullScale = 32767.0F / 32768.0F;
 
 // The running levels of all channels.
 class Levels {
@@ -69,10 +67,11 @@ private:
     std::uint64_t m_frames = 0;
 };
 
-// The loudness meter, where there is one for the rate and the number of channels.
-class Loudness {
+// The loudness meter. It measures nothing where loudness is not defined for the rate and the number
+// of channels.
+class LoudnessMeter {
 public:
-    Loudness(std::uint32_t channels, std::uint32_t rate)
+    LoudnessMeter(std::uint32_t channels, std::uint32_t rate)
         : m_channels(channels),
           m_state(ebur128_init(channels, rate,
                                EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK)) {}
@@ -87,7 +86,7 @@ public:
         }
         if (ebur128_add_frames_float(m_state.get(), m_values.data(), floats.count / m_channels) !=
             EBUR128_SUCCESS) {
-            throw JobError("the loudness could not be measured: out of memory");
+            throw std::bad_alloc();
         }
         m_frames += floats.count / m_channels;
     }
@@ -98,16 +97,16 @@ public:
         }
         FillTruePeak(measurement);
         double integrated = 0;
-        // Silence is infinitely quiet, and has no range either.
+        // Silence has no loudness, and no range either.
         if (ebur128_loudness_global(m_state.get(), &integrated) != EBUR128_SUCCESS ||
             !std::isfinite(integrated)) {
             return;
         }
         measurement.integrated = integrated;
-        // The range is one of stretches of 3 s; the meter says 0 where there was none.
-        constexpr std::uint64_t kStretch = 3;
+        // The range is measured over 3 s; the meter returns 0 for less.
+        constexpr std::uint64_t kRangeSeconds = 3;
         double range = 0;
-        if (m_frames >= kStretch * m_state->samplerate &&
+        if (m_frames >= kRangeSeconds * m_state->samplerate &&
             ebur128_loudness_range(m_state.get(), &range) == EBUR128_SUCCESS) {
             measurement.range = range;
         }
@@ -143,10 +142,6 @@ nlohmann::json OrNull(const std::optional<double>& value) {
     return value.has_value() ? nlohmann::json(*value) : nlohmann::json();
 }
 
-std::optional<double> FromNull(const nlohmann::json& value) {
-    return value.is_null() ? std::nullopt : std::optional(value.get<double>());
-}
-
 } // namespace
 
 std::optional<double> Decibels(double level) {
@@ -154,20 +149,18 @@ std::optional<double> Decibels(double level) {
     return level > 0 ? std::optional(kPerDecade * std::log10(level)) : std::nullopt;
 }
 
-Measurement Measure(const SourceReader& source, const std::string& file, const HostLogger& log,
-                    Reporter& reporter) {
-    const std::size_t firstError = log.CountErrors();
+Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter& reporter) {
+    const ErrorRecords errors(log, source.ShownName());
+    RangeReader reader(source, {0, source.Frames()});
     Levels levels(source.Channels());
-    Loudness loudness(source.Channels(), source.Rate());
-    std::int64_t frames = 0;
-    while (const SampleHandle sample = source.Element().GetSample()) {
-        const FloatView floats = FloatsOf(*sample);
+    LoudnessMeter loudness(source.Channels(), source.Rate());
+    while (const SampleHandle sample = reader.Pull()) {
+        const FloatView floats = FloatsIn(*sample);
         levels.Add(floats);
         loudness.Add(floats);
-        frames += static_cast<std::int64_t>(floats.count / source.Channels());
-        reporter.Progress(frames, source.Frames(), source.Rate());
+        reporter.Progress(source.Frames() - reader.Left(), source.Frames(), source.Rate());
     }
-    RequireDelivered(log, firstError, file, source.Frames(), frames);
+    errors.VerifyDelivery(source.Frames(), source.Frames() - reader.Left(), false, "");
     Measurement measurement;
     measurement.channels = levels.Result();
     loudness.Fill(measurement);
@@ -188,17 +181,6 @@ void to_json(nlohmann::json& json, const Measurement& measurement) {
             {"integrated_lufs", OrNull(measurement.integrated)},
             {"range_lu", OrNull(measurement.range)},
             {"true_peak_dbtp", OrNull(measurement.truePeak)}};
-}
-
-void from_json(const nlohmann::json& json, Measurement& measurement) {
-    measurement.channels.clear();
-    for (const auto& level : json.at("channels")) {
-        measurement.channels.push_back(
-            {level.at("peak"), level.at("rms"), level.at("at_full_scale"), level.at("non_finite")});
-    }
-    measurement.integrated = FromNull(json.at("integrated_lufs"));
-    measurement.range = FromNull(json.at("range_lu"));
-    measurement.truePeak = FromNull(json.at("true_peak_dbtp"));
 }
 
 std::string FormatMeasurement(const Measurement& measurement) {

@@ -1,9 +1,9 @@
-/// Levels and loudness of a file.
+/// Levels and loudness of a file. One thread at a time.
 #pragma once
 
-#include "elements/Elements.h"
 #include "elements/HostLogger.h"
-#include "jobs/WorkerPool.h"
+#include "elements/SourceReader.h"
+#include "jobs/Job.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -18,16 +18,15 @@ namespace kel::host {
 struct ChannelLevel {
     double peak = 0;               ///< the largest magnitude of a finite value
     double rms = 0;                ///< root of the mean square of the finite values
-    std::uint64_t atFullScale = 0; ///< finite values of 32767/32768 and more: clipped, most likely
+    std::uint64_t atFullScale = 0; ///< finite values of kFullScale and more: probably clipped
     std::uint64_t nonFinite = 0;   ///< NaN and infinities
 };
 
 /// Levels and loudness of a file. The loudness is that of EBU R 128 (ITU-R BS.1770-4, EBU Tech 3341
-/// and 3342); it is missing where there is none: for silence, for files that are too short to have
-/// one (0.4 s, and 3 s for the range), and for rates and numbers of channels that are not defined
-/// for it. Channels are taken to be left, right, centre, low frequencies, left and right surround;
-/// four to be left, right and the surrounds, five to be the six without low frequencies. Others do
-/// not add to the loudness.
+/// and 3342). It is missing where it is not defined: for silence, for files that are too short (0.4
+/// s, and 3 s for the range), and for some rates and numbers of channels. Channels are taken as
+/// left, right, centre, low frequencies, left and right surround; four as left, right and the
+/// surrounds, five as the six without low frequencies. Others do not count.
 struct Measurement {
     std::vector<ChannelLevel> channels;
     std::optional<double> integrated; ///< LUFS
@@ -36,20 +35,18 @@ struct Measurement {
 };
 
 /// Reads a source to its end and measures what it delivers. Values that are not finite count as 0.
-/// @param file the source's file, for the error
+/// @param source open, at its beginning
 /// @param log the current logger writer
-/// @param reporter told of progress
+/// @param reporter receives the progress
 /// @throws JobError when reading fails, or ends early
-Measurement Measure(const SourceReader& source, const std::string& file, const HostLogger& log,
-                    Reporter& reporter);
+Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter& reporter);
 
 void to_json(nlohmann::json& json, const Measurement& measurement);
-void from_json(const nlohmann::json& json, Measurement& measurement);
 
-/// The measurement for people, a table of the channels and the loudness below.
+/// Returns the measurement for people: a table of the channels, then the loudness.
 std::string FormatMeasurement(const Measurement& measurement);
 
-/// A level in decibels relative to full scale; none for 0.
+/// Returns a level in decibels relative to full scale; none for 0.
 std::optional<double> Decibels(double level);
 
 } // namespace kel::host

@@ -16,26 +16,26 @@ namespace {
 
 constexpr std::int64_t kDay = 86400000;
 
-// What lies between two ticks, in milliseconds.
-std::int64_t ChooseStep(double length, std::size_t most) {
+// Returns the distance of two ticks in milliseconds.
+std::int64_t ChooseStep(double length, std::size_t maxTicks) {
     constexpr std::array<std::int64_t, 27> kSteps{
         1,      2,      5,       10,      20,      50,       100,      200,      500,
         1000,   2000,   5000,    10000,   15000,   30000,    60000,    120000,   300000,
         600000, 900000, 1800000, 3600000, 7200000, 10800000, 21600000, 43200000, kDay};
-    const double least = length * 1000 / static_cast<double>(std::max<std::size_t>(most, 1));
+    const double minStep = length * 1000 / static_cast<double>(std::max<std::size_t>(maxTicks, 1));
     for (const std::int64_t step : kSteps) {
-        if (static_cast<double>(step) >= least) {
+        if (static_cast<double>(step) >= minStep) {
             return step;
         }
     }
-    return static_cast<std::int64_t>(std::ceil(least / static_cast<double>(kDay))) * kDay;
+    return static_cast<std::int64_t>(std::ceil(minStep / static_cast<double>(kDay))) * kDay;
 }
 
 } // namespace
 
-std::vector<TimeTick> TimeTicks(double start, double length, std::size_t most) {
-    constexpr double kRounding = 1e-6; // of a step, what the sums of seconds may be off by
-    const std::int64_t step = ChooseStep(length, most);
+std::vector<TimeTick> TimeTicks(double start, double length, std::size_t maxTicks) {
+    constexpr double kRounding = 1e-6; // of a step; tolerates rounding in sums of seconds
+    const std::int64_t step = ChooseStep(length, maxTicks);
     const auto steps = static_cast<double>(step) / 1000;
     const auto first = static_cast<std::int64_t>(std::ceil(start / steps - kRounding));
     const auto last = static_cast<std::int64_t>(std::floor((start + length) / steps + kRounding));

@@ -1,6 +1,4 @@
-/// The axis of time below a picture.
-///
-/// Pure functions of their arguments.
+/// The time axis of a plot. Pure functions.
 #pragma once
 
 #include <cstddef>
@@ -15,10 +13,10 @@ struct TimeTick {
     std::string label; ///< h:mm:ss, with milliseconds where ticks are closer than a second
 };
 
-/// The round times within a part of a file, its ends included.
-/// @param start where it begins, in seconds, not negative
-/// @param length how long it is, in seconds, more than 0
-/// @param most how many ticks there is room for; there may be one more, as both ends may have one
-std::vector<TimeTick> TimeTicks(double start, double length, std::size_t most);
+/// Returns the round times within a part of a file, its ends included.
+/// @param start beginning in seconds, not negative
+/// @param length duration in seconds, more than 0
+/// @param maxTicks number of ticks that fit; one more is possible, because both ends may have one
+std::vector<TimeTick> TimeTicks(double start, double length, std::size_t maxTicks);
 
 } // namespace kel::host

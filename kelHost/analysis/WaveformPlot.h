@@ -1,11 +1,10 @@
-/// Pictures of waveforms.
+/// Plots of waveforms, as pictures or characters.
 #pragma once
 
+#include "analysis/LevelAxis.h"
 #include "audio/TimeRange.h"
 #include "elements/HostLogger.h"
-#include "jobs/WorkerPool.h"
-
-#include <nlohmann/json_fwd.hpp>
+#include "jobs/Job.h"
 
 #include <cstddef>
 #include <optional>
@@ -13,45 +12,23 @@
 
 namespace kel::host {
 
-/// How levels are shown.
-enum class LevelScale {
-    Linear,   ///< from -1 to 1, or as far as the file goes
-    Decibels, ///< 60 dB below full scale, mirrored
-};
-
-/// What to draw, and how.
+/// A plot to draw.
 struct PlotRequest {
     std::string input;
     std::optional<std::string> picture; ///< .png, .svg or .pdf; none: characters
-    bool replace = false;               ///< whether a picture that stands there may be replaced
-    TimeRange range;
+    bool replace = false;               ///< replace an existing picture
+    TimeRange range;                    ///< the part to draw
     LevelScale scale = LevelScale::Linear;
-    std::size_t width = 0;  ///< pixels, points or characters; 0: what suits
-    std::size_t height = 0; ///< pixels or points; 0: what suits the number of channels
+    std::size_t width = 0;  ///< pixels, points or characters; 0: the usual width
+    std::size_t height = 0; ///< pixels or points; 0: the usual height for the number of channels
 };
 
-/// What came out of it.
-struct PlotResult {
-    std::string input;   ///< as shown to the user
-    std::string picture; ///< as shown to the user; "" for characters
-    std::string text;    ///< the characters
-    std::size_t width = 0;
-    std::size_t height = 0;
-};
-
-void to_json(nlohmann::json& json, const PlotResult& result);
-void from_json(const nlohmann::json& json, PlotResult& result);
-
-/// Draws a file: a lane for each channel with the peaks and, darker, the RMS level, red marks where
-/// values reach full scale, and an axis of time. The picture appears under its name only when it is
-/// whole.
+/// Draws a file. The picture appears under its name only when it is complete. One thread at a time.
 /// @param log the current logger writer
-/// @param reporter told of opening and progress
-/// @throws JobError when the file cannot be read or the picture not be written
-PlotResult Plot(const PlotRequest& request, const HostLogger& log, Reporter& reporter);
-
-/// Refuses a request whose picture has an extension that means no kind of picture.
-/// @throws UsageError with those that do
-void RequirePictureExtension(const std::string& picture);
+/// @param reporter receives opening and progress
+/// @return the document that docs/json.md describes; the characters as output, or a report of the
+/// picture
+/// @throws JobError when the file cannot be read or the picture cannot be written
+JobResult Plot(const PlotRequest& request, const HostLogger& log, Reporter& reporter);
 
 } // namespace kel::host

@@ -1,10 +1,6 @@
 #include "audio/Formats.h"
 
 #include "base/Errors.h"
-#include "base/Text.h"
-
-#include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cctype>
@@ -22,20 +18,6 @@ std::string LowerCase(std::string text) {
         return static_cast<char>(character < 0x80 ? std::tolower(character) : character);
     });
     return text;
-}
-
-template <typename Entry>
-const Entry& ByName(const std::vector<Entry>& entries, std::string_view what,
-                    std::string_view name) {
-    std::vector<std::string_view> names;
-    for (const Entry& entry : entries) {
-        if (entry.name == name) {
-            return entry;
-        }
-        names.push_back(entry.name);
-    }
-    throw UsageError(fmt::format("there is no {} \"{}\"; choose from {}", what, Escape(name),
-                                 fmt::join(names, ", ")));
 }
 
 } // namespace
@@ -58,8 +40,19 @@ const std::vector<Encoding>& Encodings() {
     return encodings;
 }
 
-const Container& ContainerByName(std::string_view name) {
-    return ByName(Containers(), "format", name);
+const std::vector<ByteOrder>& ByteOrders() {
+    static const std::vector<ByteOrder> byteOrders{{"little", PCMEndianness::Little},
+                                                   {"big", PCMEndianness::Big}};
+    return byteOrders;
+}
+
+const Container* FindContainer(WrapperFormat format) {
+    for (const Container& container : Containers()) {
+        if (container.format == format) {
+            return &container;
+        }
+    }
+    return nullptr;
 }
 
 const Container* ContainerByExtension(std::string_view path) {
@@ -74,25 +67,24 @@ const Container* ContainerByExtension(std::string_view path) {
 }
 
 const Encoding& EncodingByName(std::string_view name) {
-    return ByName(Encodings(), "encoding", name);
+    return *FindByName(Encodings(), name);
 }
 
-const Encoding& DefaultEncoding(const Container& container) {
-    return EncodingByName(container.format == WrapperFormat::AIFF ? "int24" : "float32");
-}
-
-PCMEndianness DefaultByteOrder(const Container& container) {
-    return container.format == WrapperFormat::AIFF ? PCMEndianness::Big : PCMEndianness::Little;
-}
-
-PCMEndianness ByteOrderByName(std::string_view name) {
-    struct ByteOrder {
-        std::string_view name;
-        PCMEndianness value;
-    };
-    static const std::vector<ByteOrder> byteOrders{{"little", PCMEndianness::Little},
-                                                   {"big", PCMEndianness::Big}};
-    return ByName(byteOrders, "byte order", name).value;
+OutputFormat ResolveFormat(const FormatChoice& choice, const std::string& path) {
+    OutputFormat format;
+    format.isContainerChosen = choice.container != nullptr;
+    format.container = format.isContainerChosen ? choice.container : ContainerByExtension(path);
+    if (format.container == nullptr) {
+        throw UsageError(path +
+                         ": cannot tell the format from the extension; use --format or one of " +
+                         ListExtensions());
+    }
+    const bool isAIFF = format.container->format == WrapperFormat::AIFF;
+    format.encoding = choice.encoding != nullptr ? choice.encoding
+                                                 : &EncodingByName(isAIFF ? "int24" : "float32");
+    format.byteOrder =
+        choice.byteOrder.value_or(isAIFF ? PCMEndianness::Big : PCMEndianness::Little);
+    return format;
 }
 
 std::string_view Describe(PCMEndianness endianness) {
@@ -100,12 +92,14 @@ std::string_view Describe(PCMEndianness endianness) {
 }
 
 std::string ListExtensions() {
-    std::vector<std::string_view> extensions;
+    std::string list;
     for (const Container& container : Containers()) {
-        extensions.insert(extensions.end(), container.extensions.begin(),
-                          container.extensions.end());
+        for (const std::string_view extension : container.extensions) {
+            list += list.empty() ? "" : ", ";
+            list += extension;
+        }
     }
-    return fmt::format("{}", fmt::join(extensions, ", "));
+    return list;
 }
 
 } // namespace kel::host

@@ -1,6 +1,6 @@
-/// What the host knows about the formats that it can ask a sink for.
+/// Containers and encodings that the host can request from a sink.
 ///
-/// The tables here validate what a user asks for, and list the choices when it is not there.
+/// The tables validate a request and list the choices. Pure functions.
 #pragma once
 
 #include <AudioPCMType.h>
@@ -15,15 +15,15 @@
 
 namespace kel::host {
 
-/// A container that the host offers to write.
+/// A container that the host can write.
 struct Container {
     WrapperFormat format;
-    std::string_view name;                    ///< what --format takes
-    std::string_view title;                   ///< what people call it
-    std::vector<std::string_view> extensions; ///< lower case, with the dot; the first is the usual
+    std::string_view name;                    ///< value of --format
+    std::string_view title;                   ///< common name
+    std::vector<std::string_view> extensions; ///< lower case, with the dot; the usual one first
 };
 
-/// How sample values are stored in a file.
+/// Encoding of sample values in a file.
 struct Encoding {
     std::string_view name; ///< "int24"
     AudioPCMType type;
@@ -31,38 +31,78 @@ struct Encoding {
     std::uint8_t bits;  ///< significant bits per sample value
 };
 
-/// The containers, in the order in which they are shown.
+/// A byte order with its name.
+struct ByteOrder {
+    std::string_view name; ///< "little"
+    PCMEndianness value;
+};
+
+/// The containers, in display order.
 const std::vector<Container>& Containers();
 
-/// The encodings, in the order in which they are shown.
+/// The encodings, in display order.
 const std::vector<Encoding>& Encodings();
 
-/// The container that --format NAME means.
-/// @throws UsageError with the valid names
-const Container& ContainerByName(std::string_view name);
+/// The byte orders, in display order.
+const std::vector<ByteOrder>& ByteOrders();
 
-/// The container that the extension of a path means, whatever its case; null when it means none.
+/// Returns the entry of a table with a name; null when there is none.
+template <typename Entry>
+const Entry* FindByName(const std::vector<Entry>& table, std::string_view name) {
+    for (const Entry& entry : table) {
+        if (entry.name == name) {
+            return &entry;
+        }
+    }
+    return nullptr;
+}
+
+/// Returns the names in a table.
+template <typename Entry>
+std::vector<std::string> NamesIn(const std::vector<Entry>& table) {
+    std::vector<std::string> names;
+    for (const Entry& entry : table) {
+        names.emplace_back(entry.name);
+    }
+    return names;
+}
+
+/// Returns the container of a wrapper format; null when the host does not write it.
+const Container* FindContainer(WrapperFormat format);
+
+/// Returns the container for the extension of a path, in upper or lower case; null when the
+/// extension belongs to none.
 const Container* ContainerByExtension(std::string_view path);
 
-/// The encoding of that name.
-/// @throws UsageError with the valid names
+/// Returns an encoding by its name, which must exist.
 const Encoding& EncodingByName(std::string_view name);
 
-/// The encoding that a container gets when none is asked for: the source's own floats where the
-/// container takes them, 24-bit integers in AIFF, which does not.
-const Encoding& DefaultEncoding(const Container& container);
+/// Choices of an output format. What is not chosen follows from the file.
+struct FormatChoice {
+    const Container* container = nullptr;   ///< null: by the output's extension
+    const Encoding* encoding = nullptr;     ///< null: the container's default
+    std::optional<PCMEndianness> byteOrder; ///< none: the container's default
+};
 
-/// The byte order that a container's readers expect: big in AIFF, little elsewhere.
-PCMEndianness DefaultByteOrder(const Container& container);
+/// A complete output format.
+struct OutputFormat {
+    const Container* container = nullptr;
+    const Encoding* encoding = nullptr;
+    PCMEndianness byteOrder = PCMEndianness::Little;
+    bool isContainerChosen = false; ///< the user named the container; it must not become another
+};
 
-/// The byte order that --byte-order NAME means: "little" or "big".
-/// @throws UsageError with the valid names
-PCMEndianness ByteOrderByName(std::string_view name);
+/// Resolves the choices for one output. Without a choice, the encoding is the source's own floats
+/// where the container accepts them (24-bit integers in AIFF, which does not), and the byte order
+/// is the one that the container's readers expect: big in AIFF, little elsewhere.
+/// @param path the output
+/// @throws UsageError when the extension belongs to no container and none is chosen
+OutputFormat ResolveFormat(const FormatChoice& choice, const std::string& path);
 
-/// "little-endian" or "big-endian".
+/// Returns "little-endian" or "big-endian".
 std::string_view Describe(PCMEndianness endianness);
 
-/// ".wav, .wave, .rf64 ...": every extension that means a container.
+/// Returns every extension of a container: ".wav, .wave, .rf64 ...".
 std::string ListExtensions();
 
 } // namespace kel::host

@@ -15,7 +15,7 @@ namespace kel::host {
 
 namespace {
 
-// What n-bit integers hold, in units of their last bit. The comparisons are made on floats: scaling
+// The range of n-bit integers, in units of their last bit. Comparisons are made on floats: scaling
 // by a power of two is exact, and so are these bounds as floats.
 struct Range {
     float scale;      // 2^(n-1)
@@ -25,10 +25,10 @@ struct Range {
     std::int32_t largest;
 };
 
-Range RangeOf(unsigned bits) {
+Range IntegerRange(unsigned bits) {
     const float scale = std::ldexp(1.0F, static_cast<int>(bits) - 1);
     const auto largest = static_cast<std::int32_t>((std::uint32_t{1} << (bits - 1)) - 1);
-    // Beyond 24 bits floats are whole numbers already, and a half is not there to be added.
+    // Beyond 24 bits floats are whole numbers, and a half cannot be represented.
     const float half = bits > 24 ? 0.0F : 0.5F;
     return {scale, scale - half, -scale - half, -largest - 1, largest};
 }
@@ -45,9 +45,9 @@ std::int32_t Saturate(float scaled, const Range& range) {
     return scaled > 0 ? range.largest : range.smallest;
 }
 
-// Rounds a run of values one by one, and saturates those that do not fit.
-void QuantiseCarefully(const float* input, std::size_t values, const Range& range,
-                       std::int32_t* output) {
+// Rounds values one by one, and saturates those that do not fit.
+void QuantiseOneByOne(const float* input, std::size_t values, const Range& range,
+                      std::int32_t* output) {
     for (std::size_t i = 0; i < values; ++i) {
         const float scaled = input[i] * range.scale;
         output[i] = Fits(scaled, range) ? static_cast<std::int32_t>(std::lrint(scaled))
@@ -55,10 +55,10 @@ void QuantiseCarefully(const float* input, std::size_t values, const Range& rang
     }
 }
 
-// Rounds a run of values, several at once where the processor can; tells whether all of them
-// fitted. Only if they did, the output is right.
-bool QuantiseQuickly(const float* input, std::size_t values, const Range& range,
-                     std::int32_t* output) {
+// Rounds values, several at once where the processor can. Returns whether all of them fit; only
+// then the output is valid.
+bool QuantiseVectorised(const float* input, std::size_t values, const Range& range,
+                        std::int32_t* output) {
     std::size_t done = 0;
     bool allFit = true;
 #ifdef __x86_64__
@@ -71,7 +71,7 @@ bool QuantiseQuickly(const float* input, std::size_t values, const Range& range,
         const __m128 scaled = _mm_mul_ps(_mm_loadu_ps(input + done), scale);
         fits =
             _mm_and_ps(fits, _mm_and_ps(_mm_cmplt_ps(scaled, above), _mm_cmpge_ps(scaled, below)));
-        // Rounds to the nearest, to even between two: what lrint does, too, unless told otherwise.
+        // Rounds to the nearest, half-way to even, like lrint in the default rounding mode.
         const __m128i rounded = _mm_cvtps_epi32(scaled);
         std::memcpy(output + done, &rounded, sizeof rounded);
     }
@@ -86,16 +86,16 @@ bool QuantiseQuickly(const float* input, std::size_t values, const Range& range,
     return allFit;
 }
 
-// Rounds a run of values; tells whether all of them fitted.
+// Rounds values. Returns whether all of them fit.
 bool Quantise(const float* input, std::size_t values, const Range& range, std::int32_t* output) {
-    if (QuantiseQuickly(input, values, range, output)) {
+    if (QuantiseVectorised(input, values, range, output)) {
         return true;
     }
-    QuantiseCarefully(input, values, range, output);
+    QuantiseOneByOne(input, values, range, output);
     return false;
 }
 
-// The bytes of integers are taken from the machine's own order.
+// The packers copy the bytes of integers as they are in memory.
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
 
 template <bool BigEndian>
@@ -109,8 +109,8 @@ void Pack16(const std::int32_t* input, std::size_t values, std::uint8_t* output)
     }
 }
 
-// Each value is written as four bytes, the last of which the next value overwrites: one store for
-// three bytes. The last value has no room for that.
+// Writes each value as four bytes, the last of which the next value overwrites: one store for three
+// bytes. The last value has no space for a fourth byte.
 template <bool BigEndian>
 void Pack24(const std::int32_t* input, std::size_t values, std::uint8_t* output) {
     constexpr std::size_t kBytes = 3;
@@ -129,8 +129,8 @@ void Pack24(const std::int32_t* input, std::size_t values, std::uint8_t* output)
 }
 
 #ifdef __x86_64__
-// The same four values at a time, written as sixteen bytes, the last four of which the next values
-// overwrite. For processors that can put bytes in any order, as all of the last fifteen years can.
+// Packs four values at a time and writes sixteen bytes, the last four of which the next values
+// overwrite. Requires SSSE3, which processors have had since 2006.
 template <bool BigEndian>
 __attribute__((target("ssse3"))) void Pack24Shuffled(const std::int32_t* input, std::size_t values,
                                                      std::uint8_t* output) {
@@ -142,7 +142,7 @@ __attribute__((target("ssse3"))) void Pack24Shuffled(const std::int32_t* input, 
             ? _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, kNone, kNone, kNone, kNone)
             : _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, kNone, kNone, kNone, kNone);
     std::size_t done = 0;
-    // As long as there is room for the bytes too many.
+    // While there is space for the four additional bytes.
     for (; done + 2 * kLanes <= values; done += kLanes) {
         __m128i four;
         std::memcpy(&four, input + done, sizeof four);
@@ -192,10 +192,10 @@ void StoreFloat(Value value, bool bigEndian, std::uint8_t* output) {
     }
 }
 
-// One value of a file as libsndfile reads it: integers over 2^(n-1), doubles rounded to floats.
+// Decodes one value like libsndfile: integers over 2^(n-1), doubles rounded to floats.
 float DecodeValue(const Encoding& encoding, std::uint64_t bits) {
     if (encoding.type == AudioPCMType::Integer) {
-        // Shifted to the top of 32 bits, so that the sign is in its place.
+        // Shifted to the top of 32 bits, so that the sign bit is the highest.
         const auto value =
             static_cast<std::int32_t>(static_cast<std::uint32_t>(bits) << (32U - encoding.bits));
         return std::ldexp(static_cast<float>(value), -31);
@@ -226,7 +226,7 @@ bool PCMEncoder::IsIdentity() const {
            m_byteOrder == PCMEndianness::Little;
 }
 
-void PCMEncoder::Convert(const float* input, std::size_t values, std::uint8_t* output) {
+void PCMEncoder::Encode(const float* input, std::size_t values, std::uint8_t* output) {
     const bool bigEndian = m_byteOrder == PCMEndianness::Big;
     if (m_encoding.type == AudioPCMType::Float) {
         for (std::size_t i = 0; i < values; ++i) {
@@ -240,10 +240,10 @@ void PCMEncoder::Convert(const float* input, std::size_t values, std::uint8_t* o
         return;
     }
 
-    // In pieces that stay in the processor's nearest cache.
+    // In pieces that fit into the first-level cache.
     constexpr std::size_t kPiece = 1024;
     std::array<std::int32_t, kPiece> integers{};
-    const Range range = RangeOf(m_encoding.bits);
+    const Range range = IntegerRange(m_encoding.bits);
     const PackFunction pack = PackerFor(m_encoding.bytes, bigEndian);
     bool allFit = true;
     for (std::size_t done = 0; done < values; done += kPiece) {
@@ -260,12 +260,12 @@ void PCMEncoder::Convert(const float* input, std::size_t values, std::uint8_t* o
     }
 }
 
-// Adds noise to a run of values, rounds them, and counts those that do not fit. In doubles: floats
-// near full scale have no room for noise of the size of one unit of 24 bits.
+// Adds noise to values, rounds them, and counts those that do not fit. In doubles: floats near full
+// scale cannot represent noise of one unit of 24 bits.
 void PCMEncoder::QuantiseDithered(const float* input, std::size_t first, std::size_t values,
                                   std::int32_t* output) {
-    // The difference of two even distributions is a triangular one. Both halves of one random
-    // number serve, so that the noise is the same on every machine.
+    // The difference of two uniform distributions is triangular. Both halves of one random number
+    // are used, so that the noise is the same on every machine.
     constexpr double kUnit = 1.0 / 4294967296.0;
     const double scale = std::ldexp(1.0, m_encoding.bits - 1);
     const double firstAbove = scale - 0.5;
@@ -288,25 +288,25 @@ void PCMEncoder::QuantiseDithered(const float* input, std::size_t first, std::si
         } else {
             ++channel.nonFinite;
         }
-        output[i] = Saturate(static_cast<float>(dithered), RangeOf(m_encoding.bits));
+        output[i] = Saturate(static_cast<float>(dithered), IntegerRange(m_encoding.bits));
     }
 }
 
-void PCMEncoder::ReadBack(const std::uint8_t* converted, std::size_t values, float* output) const {
+void PCMEncoder::Decode(const std::uint8_t* encoded, std::size_t values, float* output) const {
     const bool bigEndian = m_byteOrder == PCMEndianness::Big;
     const std::size_t bytes = m_encoding.bytes;
     for (std::size_t i = 0; i < values; ++i) {
         std::uint64_t bits = 0;
         for (std::size_t byte = 0; byte < bytes; ++byte) {
             const std::size_t place = bigEndian ? bytes - 1 - byte : byte;
-            bits |= std::uint64_t{converted[i * bytes + place]} << (8 * byte);
+            bits |= std::uint64_t{encoded[i * bytes + place]} << (8 * byte);
         }
         output[i] = DecodeValue(m_encoding, bits);
     }
 }
 
 void PCMEncoder::CountUnrepresentable(const float* input, std::size_t values) {
-    const Range range = RangeOf(m_encoding.bits);
+    const Range range = IntegerRange(m_encoding.bits);
     for (std::size_t i = 0; i < values; ++i) {
         ChannelConversion& channel = m_channels[i % m_channels.size()];
         if (!std::isfinite(input[i])) {

@@ -1,13 +1,11 @@
 #include "audio/SampleConverter.h"
 
+#include "audio/PCMDescription.h"
+
 #include <ElementFactoryType.h>
 #include <IAudioSample.h>
 #include <IBuffer.h>
-#include <IChannelInfo.h>
 #include <IMemoryBlock.h>
-#include <ISampleContainer.h>
-#include <ITrack.h>
-#include <ITrackGroup.h>
 #include <WorkflowStepImplementation.h>
 
 #include <cstddef>
@@ -17,58 +15,20 @@
 
 namespace kel::host {
 
-namespace {
-
-std::shared_ptr<const IAudioSample> SampleOf(const ISampleContainer& container) {
-    return container.GetAudioSamples(nullptr, nullptr).at(0);
-}
-
-std::uint32_t ChannelsOf(const IInfoContainer& description) {
-    return description.GetAudioInfos().at(0)->GetChannelInfo()->GetNumberOfChannels();
-}
-
-std::uint32_t RateOf(const IInfoContainer& description) {
-    const auto parameters = std::dynamic_pointer_cast<const IAudioParameters_PCM>(
-        description.GetAudioInfos().at(0)->GetAudioParameters());
-    return parameters->GetSampleRate();
-}
-
-} // namespace
-
-std::shared_ptr<const IAudioInfo> DescribePCM(const Encoding& encoding, PCMEndianness byteOrder,
-                                              std::uint32_t rate, std::uint32_t channels) {
-    auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
-    parameters->SetMuxing(PCMMuxing::Multi);
-    parameters->SetSampleRate(rate);
-    parameters->SetBitsDepth(encoding.bits);
-    parameters->SetEndianness(byteOrder);
-    parameters->SetPCMType(encoding.type);
-    parameters->SetSampleSize(encoding.bytes);
-    const auto track =
-        CreateTrack(ContentType::Audio, channels, CreateTrackGroup(""), TrackLayout::Default);
-    return CreateAudioInfo(parameters, CreateChannelInfo(track), {}, {});
-}
-
-FloatView FloatsOf(const ISampleContainer& container) {
-    const std::shared_ptr<const IBuffer> buffer = SampleOf(container)->GetBuffer();
-    return {static_cast<const float*>(static_cast<const void*>(buffer->GetData())),
-            buffer->GetSize() / sizeof(float)};
-}
-
 SampleConverter::SampleConverter(const std::shared_ptr<const IInfoContainer>& source,
                                  const TargetLayout& target)
     : m_channels(target.channels), m_sourceChannels(ChannelsOf(*source)),
-      m_converter(target.encoding, target.byteOrder,
-                  m_channels.empty() ? m_sourceChannels
-                                     : static_cast<std::uint32_t>(m_channels.size()),
-                  target.dither),
+      m_encoder(target.encoding, target.byteOrder,
+                m_channels.empty() ? m_sourceChannels
+                                   : static_cast<std::uint32_t>(m_channels.size()),
+                target.dither),
       m_bytesPerValue(target.encoding.bytes) {
     if (IsIdentity()) {
         m_description = source;
         return;
     }
     m_info = DescribePCM(target.encoding, target.byteOrder, RateOf(*source),
-                         static_cast<std::uint32_t>(m_converter.Channels().size()));
+                         static_cast<std::uint32_t>(m_encoder.Channels().size()));
     m_parameters =
         std::dynamic_pointer_cast<const IAudioParameters_PCM>(m_info->GetAudioParameters());
     m_description = CreateInfoContainer(m_info, nullptr);
@@ -80,36 +40,40 @@ SampleHandle SampleConverter::Convert(const SampleHandle& container) {
     if (IsIdentity()) {
         return container;
     }
-    const FloatView input = Pick(FloatsOf(*container));
-    const auto outputSize = static_cast<std::uint32_t>(m_converter.SizeOf(input.count));
+    const FloatView input = SelectChannels(FloatsIn(*container));
+    const auto outputSize = static_cast<std::uint32_t>(m_encoder.SizeOf(input.count));
     const auto output = CreateBuffer(m_allocator, nullptr);
     output->Reserve(outputSize);
-    m_converter.Convert(input.values, input.count, output->GetData());
+    m_encoder.Encode(input.values, input.count, output->GetData());
     output->SetSize(outputSize);
-    return CreateSampleContainer(
-        CreateAudioSample(m_parameters, m_info, output, SampleOf(*container)->GetTimeLimits(), {}),
-        nullptr);
+    return CreateSampleContainer(CreateAudioSample(m_parameters, m_info, output,
+                                                   AudioSampleIn(*container)->GetTimeLimits(), {}),
+                                 nullptr);
 }
 
-FloatView SampleConverter::Pick(const FloatView& input) {
+FloatView SampleConverter::SelectChannels(const FloatView& input) {
     if (m_channels.empty()) {
         return input;
     }
     const std::size_t frames = input.count / m_sourceChannels;
-    m_picked.resize(frames * m_channels.size());
-    float* output = m_picked.data();
+    m_selected.resize(frames * m_channels.size());
+    float* output = m_selected.data();
     for (std::size_t frame = 0; frame < frames; ++frame) {
         for (const std::uint32_t channel : m_channels) {
             *output++ = input.values[frame * m_sourceChannels + channel];
         }
     }
-    return {m_picked.data(), m_picked.size()};
+    return {m_selected.data(), m_selected.size()};
 }
 
-void SampleConverter::ReadBack(const SampleHandle& converted, std::vector<float>& values) const {
-    const std::shared_ptr<const IBuffer> buffer = SampleOf(*converted)->GetBuffer();
-    values.resize(buffer->GetSize() / m_bytesPerValue);
-    m_converter.ReadBack(buffer->GetData(), values.size(), values.data());
+FloatView SampleConverter::ReadBack(const ISampleContainer& converted) {
+    if (IsIdentity()) {
+        return FloatsIn(converted);
+    }
+    const std::shared_ptr<const IBuffer> buffer = AudioSampleIn(converted)->GetBuffer();
+    m_readBack.resize(buffer->GetSize() / m_bytesPerValue);
+    m_encoder.Decode(buffer->GetData(), m_readBack.size(), m_readBack.data());
+    return {m_readBack.data(), m_readBack.size()};
 }
 
 } // namespace kel::host

@@ -1,16 +1,15 @@
 #include "audio/TimeRange.h"
 
 #include "base/Errors.h"
+#include "base/Numbers.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>
 
-#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 namespace kel::host {
@@ -18,25 +17,21 @@ namespace kel::host {
 namespace {
 
 constexpr std::int64_t kNanoseconds = 1000000000; // per second
-// 10,000 hours, and as many frames as no file has: what is beyond is a mistake.
-constexpr std::int64_t kMostSeconds = 36000000;
-constexpr std::int64_t kMostFrames = std::int64_t{1} << 56U;
+// 10,000 hours, and more frames than any file has: larger values are mistakes.
+constexpr std::int64_t kMaxSeconds = 36000000;
+constexpr std::int64_t kMaxFrames = std::int64_t{1} << 56U;
 
+// Times have no sign.
 std::optional<std::int64_t> ParseNumber(std::string_view text) {
-    std::int64_t number = 0;
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    if (text.empty() || text.front() == '-' || result.ec != std::errc() || result.ptr != end) {
-        return std::nullopt;
-    }
-    return number;
+    const auto number = ParseInteger<std::int64_t>(text);
+    return number.has_value() && text.front() != '-' ? number : std::nullopt;
 }
 
 // "12" or "12.5", in nanoseconds.
 std::optional<std::int64_t> ParseSeconds(std::string_view text) {
     const std::size_t point = text.find('.');
     const auto whole = ParseNumber(text.substr(0, point));
-    if (!whole.has_value() || *whole > kMostSeconds) {
+    if (!whole.has_value() || *whole > kMaxSeconds) {
         return std::nullopt;
     }
     if (point == std::string_view::npos) {
@@ -68,12 +63,12 @@ std::optional<std::int64_t> ParseClock(std::string_view text) {
     std::int64_t minutes = 0;
     for (std::size_t i = 0; i < fields.size(); ++i) {
         const auto field = ParseNumber(fields[i]);
-        if (!field.has_value() || *field > kMostSeconds || (i > 0 && *field >= kSixty)) {
+        if (!field.has_value() || *field > kMaxSeconds || (i > 0 && *field >= kSixty)) {
             return std::nullopt;
         }
         minutes = minutes * kSixty + *field;
     }
-    if (minutes > kMostSeconds / kSixty) {
+    if (minutes > kMaxSeconds / kSixty) {
         return std::nullopt;
     }
     return minutes * kSixty * kNanoseconds + *seconds;
@@ -93,15 +88,14 @@ std::int64_t TimePoint::Frames(std::uint32_t rate) const {
 TimePoint ParseTime(const std::string& option, std::string_view text) {
     if (!text.empty() && text.back() == 'f') {
         const auto frames = ParseNumber(text.substr(0, text.size() - 1));
-        if (frames.has_value() && *frames <= kMostFrames) {
+        if (frames.has_value() && *frames <= kMaxFrames) {
             return {*frames, true};
         }
     } else if (const auto nanoseconds = ParseClock(text)) {
         return {*nanoseconds, false};
     }
-    throw UsageError(fmt::format("{} does not understand \"{}\"; times are seconds (12.5), "
-                                 "h:mm:ss.mmm (1:02:03.250) or frames (48000f)",
-                                 option, Escape(text)));
+    throw InvalidValue(option, text,
+                       "seconds (12.5), h:mm:ss.mmm (1:02:03.250) or frames (48000f)");
 }
 
 FrameRange Resolve(const TimeRange& range, std::int64_t frames, std::uint32_t rate,
@@ -112,10 +106,11 @@ FrameRange Resolve(const TimeRange& range, std::int64_t frames, std::uint32_t ra
         end = first + range.duration->Frames(rate);
     }
     if (first > end || end > frames || (first == end && !range.IsWholeFile())) {
-        throw JobError(
-            fmt::format("{}: the range from frame {} to frame {} is not within the file, "
-                        "which has {} frames ({})",
-                        Escape(file), first, end, frames, FormatDuration(frames, rate)));
+        throw JobError(file,
+                       fmt::format("the range from frame {} to frame {} is not within the file, "
+                                   "which has {} ({})",
+                                   first, end, Count(static_cast<std::uint64_t>(frames), "frame"),
+                                   FormatDuration(frames, rate)));
     }
     return {first, end - first};
 }

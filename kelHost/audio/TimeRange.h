@@ -1,4 +1,4 @@
-/// Which part of a file is meant.
+/// Parts of a file: times and ranges. Pure functions.
 #pragma once
 
 #include <cstdint>
@@ -8,22 +8,22 @@
 
 namespace kel::host {
 
-/// A time as the command line says it: in seconds or in frames.
+/// A time in seconds or in frames.
 struct TimePoint {
     std::int64_t value = 0; ///< frames, or nanoseconds
     bool inFrames = false;
 
-    /// The time in frames, rounded to the nearest.
+    /// Returns the time in frames, rounded to the nearest.
     /// @param rate frames per second
     std::int64_t Frames(std::uint32_t rate) const;
 };
 
 /// Parses "12.5" (seconds), "1:02:03.250" or "2:03.250" (h:mm:ss, mm:ss), or "48000f" (frames).
-/// @param option the option that it stands in, for the error
-/// @throws UsageError with the forms that are understood
+/// @param option the option that has the text as its value, for the error
+/// @throws UsageError with the accepted forms
 TimePoint ParseTime(const std::string& option, std::string_view text);
 
-/// What the command line says about the part of a file; what is not said is the file's own.
+/// The part of a file that the command line selects. Missing members mean the file's own ends.
 struct TimeRange {
     std::optional<TimePoint> start;
     std::optional<TimePoint> end;
@@ -38,11 +38,11 @@ struct FrameRange {
     std::int64_t count = 0;
 };
 
-/// The frames that a range means in a file.
-/// @param frames how many frames the file has
+/// Returns the frames of a range in a file.
+/// @param frames number of frames in the file
 /// @param rate frames per second
 /// @param file the file, for the error
-/// @throws JobError when the range is empty or does not lie within the file
+/// @throws JobError when the range is empty or is not within the file
 FrameRange Resolve(const TimeRange& range, std::int64_t frames, std::uint32_t rate,
                    const std::string& file);
 

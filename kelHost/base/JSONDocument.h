@@ -1,19 +1,20 @@
-/// JSON documents: results and errors for programs.
+/// JSON documents: results and errors for programs. Pure functions.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <string>
 
 namespace kel::host {
 
-/// Returns a document as text, a line of its own: its kind, "kelhost.KIND", its version, and its
-/// members. Bytes that are not UTF-8 are replaced. docs/json.md lists the
-/// kinds and their members.
-inline std::string FormatDocument(const std::string& kind, nlohmann::json members) {
-    members["document"] = "kelhost." + kind;
-    members["version"] = 1;
-    return members.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-}
+/// Returns a value as text in one line. Bytes that are not UTF-8 are replaced.
+std::string DumpJSON(const nlohmann::json& value);
+
+/// Returns the value of a text that DumpJSON returned.
+nlohmann::json ParseJSON(const std::string& text);
+
+/// Returns a document as a line of text: its kind, "kelhost.KIND", its version, and its members.
+/// docs/json.md lists the kinds and their members.
+std::string FormatDocument(const std::string& kind, nlohmann::json members);
 
 } // namespace kel::host

@@ -1,7 +1,8 @@
 #include "base/OutputFile.h"
 
+#include "base/Descriptor.h"
 #include "base/Errors.h"
-#include "base/Text.h"
+#include "base/FileName.h"
 
 #include <fmt/format.h>
 
@@ -33,8 +34,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Tells the system, and the container in it, within which numbers of processes are unique.
-std::uint32_t NumberOfMachine() {
+// Identifies the system and the container in which process numbers are unique.
+std::uint32_t MachineNumber() {
     std::string text;
     std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), text);
     std::error_code unknown;
@@ -43,19 +44,19 @@ std::uint32_t NumberOfMachine() {
 }
 
 [[noreturn]] void FailWithErrno(const std::string& path, std::string_view what) {
-    throw JobError(fmt::format("{}: {}: {}", Escape(path), what, std::strerror(errno)));
+    throw JobError(path, fmt::format("{}: {}", what, std::strerror(errno)));
 }
 
-void CheckWritableName(const std::string& path, bool replace) {
+void RequireWritableName(const std::string& path, bool replace) {
     struct stat status {};
     if (lstat(path.c_str(), &status) != 0) {
-        return; // nothing there, or something that making the temporary file will tell about
+        return; // missing, or an obstacle that creating the temporary file meets as well
     }
     if (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
-        throw JobError(fmt::format("{}: is not a regular file; name another output", Escape(path)));
+        throw JobError(path, "is not a regular file; name another output");
     }
     if (!replace) {
-        throw JobError(fmt::format("{}: exists already; use --force to replace it", Escape(path)));
+        throw JobError(path, "exists already; use --force to replace it");
     }
 }
 
@@ -65,7 +66,7 @@ mode_t CurrentUmask() {
     return mask;
 }
 
-// What a plain open would have given the file, or what the file had that it replaces.
+// Mode of the file that is replaced; for a new file, the mode that a plain open would have set.
 mode_t ModeFor(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) == 0) {
@@ -74,8 +75,8 @@ mode_t ModeFor(const std::string& path) {
     return 0666U & ~CurrentUmask();
 }
 
-// How many bytes fit into a directory. Where that is not known, a full disk is told when it
-// happens.
+// Bytes that fit into a directory's file system. Where that is not known, a full disk is noticed
+// when it fills.
 std::uint64_t FreeSpace(const std::string& directory) {
     struct statvfs status {};
     return statvfs(directory.c_str(), &status) == 0
@@ -83,20 +84,13 @@ std::uint64_t FreeSpace(const std::string& directory) {
                : std::numeric_limits<std::uint64_t>::max();
 }
 
-// Waits until the file, or a directory's list of names, is on disk.
+// Waits until a file, or a directory's list of names, is on disk.
 bool Flush(const std::string& path) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) {
-        return false;
-    }
-    const bool flushed = fsync(descriptor) == 0;
-    const int error = errno;
-    close(descriptor);
-    errno = error;
-    return flushed;
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return file.Number() >= 0 && fsync(file.Number()) == 0;
 }
 
-// Renames; where nothing may be replaced, not even a file that has appeared meanwhile is.
+// Renames a file. Unless replacing is allowed, a file that has appeared meanwhile is not replaced.
 bool Rename(const std::string& from, const std::string& to, bool replace) {
     if (replace) {
         return rename(from.c_str(), to.c_str()) == 0;
@@ -107,7 +101,7 @@ bool Rename(const std::string& from, const std::string& to, bool replace) {
     if (errno != EINVAL && errno != ENOSYS) {
         return false;
     }
-    // File systems that cannot do it in one step.
+    // For file systems without RENAME_NOREPLACE.
     if (link(from.c_str(), to.c_str()) != 0) {
         return false;
     }
@@ -118,38 +112,27 @@ bool Rename(const std::string& from, const std::string& to, bool replace) {
 } // namespace
 
 std::string TemporaryPrefix(pid_t process) {
-    static const std::uint32_t machine = NumberOfMachine();
+    static const std::uint32_t machine = MachineNumber();
     return fmt::format(".kelhost-{}-{:08x}-", process, machine);
-}
-
-std::string ParentDirectory(const std::string& path) {
-    const fs::path directory = fs::path(path).parent_path();
-    return directory.empty() ? "." : directory.string();
 }
 
 OutputFile::OutputFile(std::string path, bool replace)
     : m_path(std::move(path)), m_replace(replace) {
-    if (m_path.size() > kMaxPathBytes) {
-        throw JobError(
-            fmt::format("{}: the path is longer than {} bytes; change to its directory or "
-                        "use a shorter name",
-                        Escape(m_path), kMaxPathBytes));
-    }
-    CheckWritableName(m_path, m_replace);
+    RequirePathFits(m_path);
+    RequireWritableName(m_path, m_replace);
     const std::string suffix = ".part" + fs::path(m_path).extension().string();
     std::string pattern =
         (fs::path(m_path).parent_path() / (TemporaryPrefix(getpid()) + "XXXXXX" + suffix)).string();
     if (pattern.size() > kMaxPathBytes) {
-        throw JobError(fmt::format("{}: is written under a temporary name first, whose path would "
-                                   "be longer than {} bytes; change to its directory",
-                                   Escape(m_path), kMaxPathBytes));
+        throw JobError(m_path, fmt::format("the path of its temporary file would be longer than {} "
+                                           "bytes; change to its directory",
+                                           kMaxPathBytes));
     }
-    const int descriptor = mkostemps(pattern.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
-    if (descriptor < 0) {
-        FailWithErrno(m_path, "cannot be created");
+    const Descriptor file(mkostemps(pattern.data(), static_cast<int>(suffix.size()), O_CLOEXEC));
+    if (file.Number() < 0) {
+        FailWithErrno(m_path, "cannot create the file");
     }
-    m_temporaryPath = std::move(pattern); // takes no memory, which might be missing
-    close(descriptor);
+    m_temporaryPath = std::move(pattern); // allocates no memory, so that it cannot fail
 }
 
 OutputFile::~OutputFile() {
@@ -159,41 +142,41 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::RequireSpace(std::uint64_t bytes) const {
-    const std::uint64_t room = FreeSpace(ParentDirectory(m_path));
-    if (bytes > room) {
-        throw JobError(fmt::format("{}: needs {} bytes, and its disk has {} left; nothing was "
-                                   "written",
-                                   Escape(m_path), bytes, room));
+    const std::uint64_t space = FreeSpace(ParentDirectory(m_path));
+    if (bytes > space) {
+        throw JobError(m_path, fmt::format("needs {} bytes, and its disk has {} left; nothing was "
+                                           "written",
+                                           bytes, space));
     }
 }
 
 std::string OutputFile::DescribeShortage(std::uint64_t bytes) const {
     struct stat status {};
-    const bool isThere = stat(m_temporaryPath.c_str(), &status) == 0;
-    const std::uint64_t written = isThere ? static_cast<std::uint64_t>(status.st_size) : 0;
+    const bool exists = stat(m_temporaryPath.c_str(), &status) == 0;
+    const std::uint64_t written = exists ? static_cast<std::uint64_t>(status.st_size) : 0;
     if (written < bytes && bytes - written > FreeSpace(ParentDirectory(m_path))) {
         return "; its disk is full";
     }
     rlimit limit{};
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && written >= limit.rlim_cur) {
-        return fmt::format("; files may have {} bytes at most here (ulimit -f)", limit.rlim_cur);
+        return fmt::format("; files are limited to {} bytes (ulimit -f)", limit.rlim_cur);
     }
     return "";
 }
 
 void OutputFile::Commit() {
     if (!Flush(m_temporaryPath)) {
-        FailWithErrno(m_path, "cannot be flushed to disk");
+        FailWithErrno(m_path, "cannot flush the file to disk");
     }
-    // Only now: the mode of a file that is replaced may forbid to write, or to read.
+    // Not earlier: the mode of the replaced file may forbid to write, or to read.
     if (chmod(m_temporaryPath.c_str(), ModeFor(m_path)) != 0) {
-        FailWithErrno(m_path, "cannot be given its mode");
+        FailWithErrno(m_path, "cannot set the mode of the file");
     }
     if (!Rename(m_temporaryPath, m_path, m_replace)) {
-        FailWithErrno(m_path, "cannot be given its name");
+        FailWithErrno(m_path, "cannot rename the file from its temporary name");
     }
     m_temporaryPath.clear();
-    // The file is whole by now; a directory that cannot be flushed is no reason to call it lost.
+    // The file is complete by now; a directory that cannot be flushed does not make it lost.
     Flush(ParentDirectory(m_path));
 }
 
@@ -206,13 +189,6 @@ void RemoveTemporaryFiles(const std::string& directory, pid_t process) {
             unlinkat(dirfd(entries.get()), entry->d_name, 0);
         }
     }
-}
-
-bool IsSameFile(const std::string& path1, const std::string& path2) {
-    struct stat status1 {};
-    struct stat status2 {};
-    return stat(path1.c_str(), &status1) == 0 && stat(path2.c_str(), &status2) == 0 &&
-           status1.st_dev == status2.st_dev && status1.st_ino == status2.st_ino;
 }
 
 } // namespace kel::host

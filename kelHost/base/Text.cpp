@@ -19,7 +19,7 @@ bool IsControl(wchar_t character) {
     return character < 0x20 || (character >= 0x7F && character <= 0x9F);
 }
 
-// The one code point for each byte that is not UTF-8, see ConvertPlatformStringToWideString.
+// Code points that represent bytes which are not UTF-8, see ConvertPlatformStringToWideString.
 bool IsEscapedByte(wchar_t character) {
     return character >= 0xDC80 && character <= 0xDCFF;
 }
@@ -46,19 +46,37 @@ std::string EscapeCharacter(wchar_t character) {
 
 } // namespace
 
+std::string WarningLine(std::string_view message) {
+    return "kelhost: warning: " + Escape(message);
+}
+
+std::string Count(std::uint64_t number, std::string_view noun) {
+    return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
+}
+
+std::string ListAlternatives(const std::vector<std::string>& names) {
+    std::string list;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const bool isLast = i + 1 == names.size();
+        list += i == 0 ? "" : (isLast ? " or " : ", ");
+        list += names[i];
+    }
+    return list;
+}
+
 std::size_t CountCharacters(const std::string& text) {
     return ConvertPlatformStringToWideString(text).size();
 }
 
-std::string KeepEnd(const std::string& text, std::size_t most) {
+std::string KeepEnd(const std::string& text, std::size_t maxCharacters) {
     const std::wstring characters = ConvertPlatformStringToWideString(text);
-    if (characters.size() <= most) {
+    if (characters.size() <= maxCharacters) {
         return text;
     }
     constexpr std::size_t kDots = 3;
-    const std::size_t dots = std::min(most, kDots);
-    return std::string(dots, '.') +
-           ConvertWideStringToPlatformString(characters.substr(characters.size() - (most - dots)));
+    const std::size_t dots = std::min(maxCharacters, kDots);
+    return std::string(dots, '.') + ConvertWideStringToPlatformString(characters.substr(
+                                        characters.size() - (maxCharacters - dots)));
 }
 
 std::string Escape(std::string_view text) {
@@ -73,7 +91,7 @@ std::string FormatDuration(std::int64_t frames, std::uint32_t rate) {
     if (rate == 0) {
         return "unknown";
     }
-    // Seconds and milliseconds apart, as the whole in milliseconds may be too large a number.
+    // Seconds and milliseconds are computed apart: the whole in milliseconds may overflow.
     const std::int64_t rest = frames % rate;
     const std::int64_t millis = (rest * 1000 + rate / 2) / rate;
     return fmt::format("{}.{:03}", FormatSeconds(frames / rate + millis / 1000), millis % 1000);

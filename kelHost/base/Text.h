@@ -1,6 +1,4 @@
-/// Text for people: escaped file names, durations, tables.
-///
-/// Pure functions of their arguments.
+/// Text for people: escaped file names, counts, durations, tables. Pure functions.
 #pragma once
 
 #include <cstddef>
@@ -11,27 +9,37 @@
 
 namespace kel::host {
 
-/// Returns a file name or a message so that it stays on one line and does nothing to a terminal:
-/// control characters and bytes that are not UTF-8 as \n, \t, \xHH; everything else as it is.
+/// Returns text that stays on one line and does nothing to a terminal: control characters and bytes
+/// that are not UTF-8 become \n, \t, \xHH; everything else is unchanged. Escaping twice changes
+/// nothing.
 std::string Escape(std::string_view text);
 
-/// Number of characters in a text, of code points to be exact.
+/// Returns a warning as a line for the user, escaped, without a newline.
+std::string WarningLine(std::string_view message);
+
+/// Returns a number with its noun: "1 channel", "2 channels".
+std::string Count(std::uint64_t number, std::string_view noun);
+
+/// Returns alternatives as a list: "little or big", "wave, bwave or aiff".
+std::string ListAlternatives(const std::vector<std::string>& names);
+
+/// Returns the number of characters (code points) in a text.
 std::size_t CountCharacters(const std::string& text);
 
-/// Returns a text that has no more than so many characters: the end of one that has, behind dots,
-/// as files of one take differ at the end of their names.
-std::string KeepEnd(const std::string& text, std::size_t most);
+/// Shortens a text to a number of characters. Dots replace its beginning, because files of one take
+/// differ at the end of their names.
+std::string KeepEnd(const std::string& text, std::size_t maxCharacters);
 
-/// Returns a length as h:mm:ss.mmm, rounded to the millisecond.
+/// Returns a duration as h:mm:ss.mmm, rounded to the millisecond.
 /// @param frames number of frames, not negative
-/// @param rate frames per second; 0 gives "unknown"
+/// @param rate frames per second; 0 returns "unknown"
 std::string FormatDuration(std::int64_t frames, std::uint32_t rate);
 
-/// Returns a length as h:mm:ss.
+/// Returns a duration as h:mm:ss.
 /// @param seconds not negative
 std::string FormatSeconds(std::int64_t seconds);
 
-/// How a column of a table is set.
+/// Alignment of a table column.
 enum class Align { Left, Right };
 
 /// One column of a table.
@@ -40,10 +48,10 @@ struct Column {
     Align align = Align::Left;
 };
 
-/// Returns a table of aligned columns with a title line, each line ended by a newline. Widths count
-/// code points, so that names in any script line up.
+/// Returns a table of aligned columns with a title line; each line ends with a newline. Widths
+/// count code points, so that names in any script line up.
 /// @param columns the columns, from left to right
-/// @param rows the cells of each row, as many as there are columns
+/// @param rows the cells of each row, one for each column
 std::string FormatTable(const std::vector<Column>& columns,
                         const std::vector<std::vector<std::string>>& rows);
 

@@ -1,23 +1,23 @@
-/// What others know of the command line: the manual page and the shell. Both are written from the
-/// definitions that the program itself parses with, so that they name what there is.
+/// The manual page. Written from the options that the program itself parses, so that it is
+/// complete.
 #pragma once
 
-#include <CLI/App.hpp>
+#include "commands/Command.h"
+#include "commands/Option.h"
 
+#include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
 /// Writes the manual page, in the macros of man(7).
-/// @param app the command line, defined
-/// @param version of the program
-/// @param out where the page goes
-void WriteManual(const CLI::App& app, const std::string& version, std::ostream& out);
-
-/// Writes the script by which bash completes commands, options and their values.
-/// @param app the command line, defined
-/// @param out where the script goes
-void WriteCompletion(const CLI::App& app, std::ostream& out);
+/// @param commonOptions options of all commands
+/// @param version version of the program
+/// @param out receives the page
+void WriteManual(const std::vector<Option>& commonOptions,
+                 const std::vector<std::unique_ptr<Command>>& commands, const std::string& version,
+                 std::ostream& out);
 
 } // namespace kel::host

@@ -1,21 +1,25 @@
-#include "commands/DemoCommand.h"
+#include "commands/Command.h"
 
 #include "audio/Formats.h"
-#include "audio/SampleConverter.h"
+#include "audio/PCMDescription.h"
 #include "base/Errors.h"
+#include "base/FileName.h"
 #include "base/OutputFile.h"
 #include "base/Text.h"
+#include "commands/CommonOptions.h"
+#include "commands/CopyCommand.h"
+#include "commands/InfoCommand.h"
+#include "commands/JobRunner.h"
 #include "container/HeaderSizes.h"
-#include "elements/Elements.h"
-#include "transfer/Transfer.h"
+#include "elements/ErrorRecords.h"
+#include "elements/SinkWriter.h"
+#include "elements/SourceReader.h"
 
 #include <IAudioInfo.h>
 #include <IAudioSample.h>
 #include <IBuffer.h>
 #include <IInfoContainer.h>
-#include <IMemoryBlock.h>
 #include <ISampleContainer.h>
-#include <KELRuntimeError.h>
 
 #include <fmt/format.h>
 
@@ -23,6 +27,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,7 +41,7 @@ constexpr std::uint32_t kChannels = 2;
 constexpr std::size_t kFrames = std::size_t{4} * kRate;
 constexpr double kTwoPi = 6.283185307179586;
 
-// One plucked note of the chord.
+// A plucked note of the chord.
 struct Note {
     double hertz;
     double startSeconds;
@@ -50,7 +55,7 @@ constexpr Note kNotes[] = {
     {440.000, 0.45, 0.7}, {493.883, 0.60, 0.9},
 };
 
-// A few harmonics that die away, the higher the sooner.
+// A few harmonics that decay, the higher ones faster.
 double Pluck(double hertz, double seconds) {
     constexpr int kHarmonics = 5;
     constexpr double kAttackSeconds = 0.005;
@@ -85,9 +90,8 @@ std::vector<float> MakeTone() {
     return tone;
 }
 
-} // namespace
-
-void WriteTone(const std::string& path, const HostLogger& log) {
+// Writes the tone, 4 seconds of 48 kHz stereo, as 32-bit float WAVE.
+JobResult WriteTone(const std::string& path, const HostLogger& log) {
     const std::vector<float> tone = MakeTone();
     const auto info =
         DescribePCM(EncodingByName("float32"), PCMEndianness::Little, kRate, kChannels);
@@ -98,21 +102,80 @@ void WriteTone(const std::string& path, const HostLogger& log) {
     buffer->SetSize(bytes);
     const TimeLimits limits(MediaTime(EditRate(kRate, 1), 0, nullptr), kFrames);
 
-    const std::size_t firstError = log.CountErrors();
+    const ErrorRecords errors(log, path);
     OutputFile output(path, true);
     const FileName file(output.TemporaryPath(), path);
-    try {
-        SinkWriter sink(ContainerByName("wave"), file, CreateInfoContainer(info, nullptr));
+    WithFileContext(path, "", [&] {
+        SinkWriter sink(*FindContainer(WrapperFormat::WAVE), file,
+                        CreateInfoContainer(info, nullptr));
         sink.Element().PushSample(CreateSampleContainer(
             CreateAudioSample(info->GetAudioParameters(), info, buffer, limits, {}), nullptr));
         sink.Close();
-    } catch (const KELRuntimeError& error) {
-        throw JobError(fmt::format("{}: {}", Escape(path), Escape(error.what())));
-    }
-    RequireNoErrorRecords(log, firstError, path);
+    });
+    errors.RequireNone(path);
     VerifyHeaderSizes(file, bytes, kFrames);
     VerifyReopens(file, kFrames, kChannels, kRate);
     output.Commit();
+    return {"{}", "", "", false};
+}
+
+class DemoCommand final : public Command {
+public:
+    DemoCommand() : Command("demo", "Write a short tone and copy it into every format") {
+        Add(Option("DIRECTORY", "", &m_directory, "Directory for the files")
+                .Completes(Option::Values::Directories));
+        SetNotes("Examples:\n"
+                 "  kelhost demo\n"
+                 "  kelhost demo tone");
+    }
+
+    int Run(const CommonOptions& common, const Streams& streams) override {
+        MakeDirectory(m_directory);
+        const std::string tone = (std::filesystem::path(m_directory) / "tone.wav").string();
+        JobRunner runner(common, streams.err);
+        runner.Add(tone, tone,
+                   [tone](const HostLogger& log, Reporter&) { return WriteTone(tone, log); });
+        if (runner.Run([](const JobResult&) {}) != 0) {
+            return kFailure;
+        }
+        const bool explains = !common.style.json && !common.style.quiet;
+        if (explains) {
+            streams.out << fmt::format("The sink wrote a short tone to {}.\n\n"
+                                       "Copied through source and sink:\n",
+                                       Escape(tone));
+        }
+        std::vector<CopyRequest> requests;
+        std::vector<std::string> files{tone};
+        for (const Container& container : Containers()) {
+            const std::string copy = (std::filesystem::path(m_directory) /
+                                      fmt::format("copy{}", container.extensions.front()))
+                                         .string();
+            requests.push_back({tone, copy, ResolveFormat({}, copy), {}});
+            requests.back().options.replace = true;
+            files.push_back(copy);
+        }
+        if (MakeCopies(requests, common, streams).failed != 0) {
+            return kFailure;
+        }
+        if (explains) {
+            streams.out << "\nThe files:\n";
+        }
+        const int status = ShowInfo(files, common, streams);
+        if (explains) {
+            streams.out
+                << "\nListen to one, or copy a file of your own: kelhost copy INPUT OUTPUT\n";
+        }
+        return status;
+    }
+
+private:
+    std::string m_directory = "kelhost-demo";
+};
+
+} // namespace
+
+std::unique_ptr<Command> MakeDemoCommand() {
+    return std::make_unique<DemoCommand>();
 }
 
 } // namespace kel::host

@@ -1,21 +1,20 @@
-#include "commands/InspectCommand.h"
+#include "commands/Command.h"
 
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
 #include "base/Text.h"
+#include "commands/CommonOptions.h"
 
 #include <ElementFactoryType.h>
 #include <ParametersCollection.h>
 #include <Registry.h>
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -107,9 +106,9 @@ void to_json(nlohmann::json& json, const Element& element) {
 std::string ListNames(const std::vector<Element>& elements) {
     std::vector<std::string> names;
     for (const Element& element : elements) {
-        names.push_back(Escape(element.implementation));
+        names.push_back(element.implementation);
     }
-    return fmt::format("{}", fmt::join(names, ", "));
+    return ListAlternatives(names);
 }
 
 void ShowAll(const std::vector<Element>& elements, std::ostream& out) {
@@ -123,17 +122,17 @@ void ShowAll(const std::vector<Element>& elements, std::ostream& out) {
 }
 
 void ShowOne(const Element& element, std::ostream& out) {
-    fmt::print(
-        out, "Implementation  {}\nKind            {}\nTypes           {}\nRegistered by   {}\n",
+    out << fmt::format(
+        "Implementation  {}\nKind            {}\nTypes           {}\nRegistered by   {}\n",
         Escape(element.implementation), Escape(element.kind),
         Escape(fmt::format("{}", fmt::join(element.types, ", "))), Escape(element.registeredBy));
-    // As the element's author wrote it, lines and all.
-    fmt::print(out, "\n{}\n\n", element.documentation);
+    // The author's own line breaks are kept.
+    out << "\n" << element.documentation << "\n\n";
 
     const auto parameters = element.settings != nullptr ? element.settings->GetParameters()
                                                         : std::vector<ParameterDescription>{};
     if (parameters.empty()) {
-        fmt::print(out, "It has no settings.\n");
+        out << "It has no settings.\n";
         return;
     }
     std::vector<std::vector<std::string>> rows;
@@ -144,32 +143,57 @@ void ShowOne(const Element& element, std::ostream& out) {
     out << FormatTable({{"Setting"}, {"Kind"}, {"Default"}, {"Description"}}, rows);
 }
 
+class InspectCommand final : public Command {
+public:
+    InspectCommand() : Command("inspect", "Show the registered elements") {
+        Add(Option("IMPLEMENTATION", "", &m_implementation,
+                   "Show this element with its documentation and settings"));
+        SetNotes("Examples:\n"
+                 "  kelhost inspect\n"
+                 "  kelhost inspect kel.LibsndfileSource\n"
+                 "  kelhost inspect --json");
+    }
+
+    int Run(const CommonOptions& common, const Streams& streams) override {
+        const std::vector<Element> elements = Select(RegisteredElements());
+        if (common.style.json) {
+            streams.out << FormatDocument("inspect", {{"elements", elements}});
+        } else if (m_implementation.has_value()) {
+            for (const Element& element : elements) {
+                streams.out << (&element != &elements.front() ? "\n" : "");
+                ShowOne(element, streams.out);
+            }
+        } else {
+            ShowAll(elements, streams.out);
+        }
+        return kSuccess;
+    }
+
+private:
+    std::vector<Element> Select(const std::vector<Element>& all) const {
+        if (!m_implementation.has_value()) {
+            return all;
+        }
+        std::vector<Element> selected;
+        for (const Element& element : all) {
+            if (element.implementation == *m_implementation) {
+                selected.push_back(element);
+            }
+        }
+        if (selected.empty()) {
+            throw JobError(fmt::format("there is no element \"{}\"; use {}", *m_implementation,
+                                       ListNames(all)));
+        }
+        return selected;
+    }
+
+    std::optional<std::string> m_implementation;
+};
+
 } // namespace
 
-void Inspect(const std::optional<std::string>& implementation, InspectStyle style,
-             std::ostream& out) {
-    std::vector<Element> elements = RegisteredElements();
-    if (implementation.has_value()) {
-        std::vector<Element> wanted;
-        std::copy_if(
-            elements.begin(), elements.end(), std::back_inserter(wanted),
-            [&](const Element& element) { return element.implementation == *implementation; });
-        if (wanted.empty()) {
-            throw JobError(fmt::format("there is no element \"{}\"; registered are {}",
-                                       Escape(*implementation), ListNames(elements)));
-        }
-        elements = std::move(wanted);
-    }
-    if (style == InspectStyle::JSON) {
-        out << FormatDocument("inspect", {{"elements", elements}});
-    } else if (implementation.has_value()) {
-        for (const Element& element : elements) {
-            out << (&element != &elements.front() ? "\n" : "");
-            ShowOne(element, out);
-        }
-    } else {
-        ShowAll(elements, out);
-    }
+std::unique_ptr<Command> MakeInspectCommand() {
+    return std::make_unique<InspectCommand>();
 }
 
 } // namespace kel::host

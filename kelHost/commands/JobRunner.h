@@ -1,61 +1,61 @@
-/// What the program can do, as the command line asks for it.
+/// Running the jobs of a command. Used by one thread.
 #pragma once
 
-#include "analysis/WaveformPlot.h"
+#include "commands/CommonOptions.h"
 #include "elements/HostLogger.h"
 #include "jobs/Console.h"
-#include "transfer/Copy.h"
+#include "jobs/Job.h"
 
-#include <chrono>
-#include <optional>
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstddef>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace kel::host {
 
-/// What holds for every command.
-struct CommonOptions {
-    ConsoleStyle style;
-    Verbosity verbosity = Verbosity::Usual;
-    std::chrono::milliseconds openTimeout{10000};
-    unsigned jobs = 1; ///< most files worked on at once
-};
+/// The work of a job, done in a worker with a logger installed.
+using Work = std::function<JobResult(const HostLogger&, Reporter&)>;
 
-/// `kelhost copy`.
-struct CopyCommand {
-    std::vector<std::string> files; ///< input and output; with a directory, inputs alone
-    std::optional<std::string> outputDirectory;
-    CopyOptions options;
-};
+/// The jobs of a command.
+class JobRunner {
+public:
+    /// @param err receives errors, log lines and progress; outlives the runner
+    JobRunner(const CommonOptions& common, std::ostream& err);
 
-/// `kelhost run`.
-struct RunCommand {
-    std::vector<std::string> words; ///< the source with its settings, "!", the sink with its own
-    bool allowShort = false;
-    bool replace = false;
-};
+    /// Adds a job.
+    /// @param file the file to work on, for messages
+    /// @param output the file that the job writes; empty for none
+    void Add(const std::string& file, const std::string& output, Work work);
 
-/// `kelhost info`.
-struct InfoCommand {
-    std::vector<std::string> files;
-    std::optional<std::string> field; ///< only this member of each file's result, "a.b" for nested
-    bool measure = false;             ///< whether the files are read and measured
-};
+    /// Runs the jobs.
+    /// @param show receives each result, in the order of the jobs; not called with --json
+    /// @return the number of jobs that failed
+    std::size_t Run(const std::function<void(const JobResult&)>& show);
 
-/// Each command gives its results to @p out, everything else to @p err, and returns the exit
-/// status.
-/// @throws UsageError, JobError and Interrupted
-int RunCopy(const CopyCommand& command, const CommonOptions& common, std::ostream& out,
-            std::ostream& err);
-int RunRun(const RunCommand& command, const CommonOptions& common, std::ostream& out,
-           std::ostream& err);
-int RunInfo(const InfoCommand& command, const CommonOptions& common, std::ostream& out,
-            std::ostream& err);
-int RunPlot(const PlotRequest& request, const CommonOptions& common, std::ostream& out,
-            std::ostream& err);
-int RunFormats(const CommonOptions& common, std::ostream& out);
-int RunDemo(const std::string& directory, const CommonOptions& common, std::ostream& out,
-            std::ostream& err);
+    /// The JSON texts of the results, in the order of the jobs; those of failed jobs are missing.
+    const std::vector<std::string>& Documents() const { return m_documents; }
+
+    /// Number of jobs in which nothing was to be done.
+    std::size_t Skipped() const { return m_skipped; }
+
+    /// The results as a JSON array.
+    nlohmann::json Results() const;
+
+    /// The failures as a JSON array.
+    nlohmann::json Failures() const;
+
+    /// Shows an error.
+    void ShowError(const ErrorText& error) { m_console.ShowError(error); }
+
+private:
+    const CommonOptions& m_common;
+    Console m_console;
+    std::vector<Job> m_jobs;
+    std::vector<std::string> m_documents;
+    std::size_t m_skipped = 0;
+};
 
 } // namespace kel::host

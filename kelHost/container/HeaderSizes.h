@@ -1,38 +1,40 @@
-/// What the header of a file says of its size, before and after it is written.
+/// Sizes in the headers of audio files, before and after writing. One thread at a time for one
+/// file.
 #pragma once
 
 #include "audio/Formats.h"
-#include "elements/Elements.h"
+#include "base/FileName.h"
 
 #include <cstdint>
 #include <string>
 
 namespace kel::host {
 
-/// The most bytes that a file with so many bytes of samples takes, the chunks around them included.
+/// Returns an upper bound of the size, in bytes, of a file with the given samples, its headers
+/// included.
 /// @param channels values per frame: a chunk of peaks grows with them
 std::uint64_t MaxFileSize(std::uint64_t sampleBytes, std::uint32_t channels);
 
-/// True when every size in such a file fits into the 32 bits that WAVE and AIFF have for them.
+/// True when every size in such a file fits into the 32 bits that WAVE and AIFF have for it.
 bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels);
 
-/// Makes sure that a container can hold so many bytes of samples.
-/// @param output the file that is to be written, as the user knows it
-/// @param instead what to use otherwise
+/// Verifies that a container can hold so many bytes of samples.
+/// @param output the file to write, as the user knows it
+/// @param alternative what to use instead, for the error
 /// @throws JobError when it cannot
 void RequireFits(const Container& container, const std::string& output, std::uint64_t sampleBytes,
-                 std::uint32_t channels, const std::string& instead);
+                 std::uint32_t channels, const std::string& alternative);
 
-/// Makes sure that the sizes in a WAVE, RF64 or AIFF file are right: that of the whole, that of the
-/// sample data, and the number of frames where it is told. A header that could not be rewritten at
-/// the end is forgiven by readers that go by the file's length, and not by others.
+/// Verifies the sizes in a WAVE, RF64 or AIFF file: of the whole file, of the sample data, and the
+/// number of frames where the header has it. Readers that go by the length of the file accept a
+/// header that could not be rewritten at the end; other readers do not.
 ///
-/// Where they stand: RIFF and its chunks "data" and "fact" (IBM and Microsoft, "Multimedia
+/// Sources of the layouts: RIFF and its chunks "data" and "fact" (IBM and Microsoft, "Multimedia
 /// Programming Interface and Data Specifications 1.0", 1991), RF64 and "ds64" (EBU Tech 3306), FORM
 /// and its chunks "COMM" and "SSND" (Apple, "Audio Interchange File Format AIFF-C", 1991).
-/// @param file the file; one of another kind is not looked at
-/// @param sampleBytes how many bytes of samples are in it
-/// @param frames how many frames these are
+/// @param file the file; other kinds of files are accepted unread
+/// @param sampleBytes bytes of samples in it
+/// @param frames frames in it
 /// @throws JobError when a size is wrong, or the file cannot be read
 void VerifyHeaderSizes(const FileName& file, std::uint64_t sampleBytes, std::uint64_t frames);
 

@@ -17,7 +17,7 @@ namespace kel::host {
 
 namespace {
 
-// The verbosity from which on a record is shown.
+// The lowest verbosity that shows records of a level.
 Verbosity VerbosityFor(LogLevel level) {
     switch (level) {
     case LogLevel::Error:
@@ -31,7 +31,7 @@ Verbosity VerbosityFor(LogLevel level) {
     }
 }
 
-// The innermost context stands last.
+// The innermost context is the last one.
 bool EndsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
@@ -44,14 +44,14 @@ Verbosity ParseVerbosity(std::string_view text) {
         {"warning", Verbosity::Warnings}, {"milestone", Verbosity::Milestones},
         {"info", Verbosity::Everything},
     };
+    std::vector<std::string> words;
     for (const auto& [word, verbosity] : kWords) {
         if (word == text) {
             return verbosity;
         }
+        words.emplace_back(word);
     }
-    throw UsageError(fmt::format("KEL_LOG knows no level \"{}\"; choose from none, error, warning, "
-                                 "milestone, info",
-                                 Escape(text)));
+    throw InvalidValue("KEL_LOG", text, ListAlternatives(words));
 }
 
 void HostLogger::Write(LogLevel level, const char* message, const char* context, const char* file,
@@ -63,7 +63,7 @@ void HostLogger::Write(LogLevel level, const char* message, const char* context,
     }
     if (m_verbosity == Verbosity::Usual) {
         if (level == LogLevel::Warning) {
-            m_show(fmt::format("kelhost: warning: {}", Escape(message)));
+            m_show(WarningLine(message));
         }
     } else if (VerbosityFor(level) <= m_verbosity) {
         m_show(fmt::format("{} {} [{}] {} ({}:{}){}{}", time, ToString(level), threadId,

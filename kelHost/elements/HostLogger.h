@@ -1,4 +1,4 @@
-/// Where the log records of the framework and its elements go in the host.
+/// The host's logger: it keeps error records and shows records to the user.
 #pragma once
 
 #include <LogLevel.h>
@@ -15,24 +15,24 @@
 
 namespace kel::host {
 
-/// How much of the log is shown. Usual is warnings alone, in short: an error ends the job and is
-/// told with it. The others show records with their places, each all that the former shows and
-/// more.
+/// Amount of the log that is shown. Usual shows only warnings, in short form: an error ends the
+/// job, which reports it. The others show records with their places; each shows more than the one
+/// before.
 enum class Verbosity { Usual, Nothing, Errors, Warnings, Milestones, Everything };
 
-/// Parses what the environment variable KEL_LOG says: "none", "error", "warning", "milestone" or
+/// Parses the value of the environment variable KEL_LOG: "none", "error", "warning", "milestone" or
 /// "info".
 /// @throws UsageError with the valid words
 Verbosity ParseVerbosity(std::string_view text);
 
-/// Keeps the records at level Error, which tell of what elements do not throw, and shows records to
-/// the user. Any thread may log.
+/// Keeps the records at level Error, because elements do not throw every failure, and shows records
+/// to the user. Any thread may log.
 class HostLogger final : public ILoggerWriter {
 public:
     using Show = std::function<void(const std::string& line)>;
 
-    /// @param show is given each record that is shown, a line without its newline; called by one
-    /// thread at a time
+    /// @param show receives each shown record, a line without its newline; called by one thread at
+    /// a time
     HostLogger(Show show, Verbosity verbosity) : m_show(std::move(show)), m_verbosity(verbosity) {}
 
     void Write(LogLevel level, const char* message, const char* context, const char* file,
@@ -42,10 +42,10 @@ public:
     /// Number of records at level Error so far.
     std::size_t CountErrors() const;
 
-    /// The records at level Error from number @p first on.
+    /// Returns the texts of the records at level Error from number @p first on.
     std::vector<std::string> ErrorsSince(std::size_t first) const;
 
-    /// Those of them that were logged within a ContextScope of this name, or those that were not.
+    /// Returns only those that were logged within a ContextScope of a name, or only the others.
     std::vector<std::string> ErrorsSince(std::size_t first, const std::string& context,
                                          bool within) const;
 
@@ -56,7 +56,7 @@ private:
     std::vector<std::pair<std::string, std::string>> m_errors; // messages and contexts
 };
 
-/// Makes a log the current logger writer for as long as it lives.
+/// Installs a logger as the current logger writer during its lifetime.
 class InstalledLogger {
 public:
     explicit InstalledLogger(std::shared_ptr<HostLogger> log);

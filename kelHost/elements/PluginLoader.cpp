@@ -2,25 +2,19 @@
 
 #include "base/Errors.h"
 #include "base/Text.h"
+#include "elements/SharedLibrary.h"
 
 #include <Registry.h>
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <dirent.h>
 #include <dlfcn.h>
-#include <elf.h>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <ios>
-#include <link.h>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -39,70 +33,36 @@ constexpr const char* kEntryPoint = "RegisterAll";
 
 std::string LoaderError() {
     const char* error = dlerror();
-    return Escape(error != nullptr ? error : "the loader gave no reason");
+    return error != nullptr ? error : "the loader gave no reason";
 }
 
-// What the loader does not tell of a library: it ends the process over one that was cut off, and
-// calls one for another processor missing. Empty where it has words of its own.
-std::string HiddenDamage(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    ElfW(Ehdr) header{};
-    stream.read(reinterpret_cast<char*>(&header), sizeof header);
-    constexpr unsigned char kClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
-    if (!stream || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 ||
-        header.e_ident[EI_CLASS] != kClass) {
-        return "";
-    }
-    // This very program is one for the right processor.
-    ElfW(Ehdr) own{};
-    std::ifstream("/proc/self/exe", std::ios::binary)
-        .read(reinterpret_cast<char*>(&own), sizeof own);
-    if (header.e_machine != own.e_machine) {
-        return "it is for another processor";
-    }
-    stream.seekg(0, std::ios::end);
-    const auto size = static_cast<std::uint64_t>(stream.tellg());
-    for (unsigned i = 0; i < header.e_phnum; ++i) {
-        ElfW(Phdr) segment{};
-        stream.seekg(static_cast<std::streamoff>(header.e_phoff + i * sizeof segment));
-        if (!stream.read(reinterpret_cast<char*>(&segment), sizeof segment)) {
-            return "";
-        }
-        const std::uint64_t end = segment.p_offset + segment.p_filesz;
-        if (segment.p_type == PT_LOAD && end > size) {
-            return fmt::format("it was cut off after {} bytes", size);
-        }
-    }
-    return "";
-}
-
-// Opens a library. A name without a slash would be looked for in the system's directories.
+// Opens a library. The loader would search the system's directories for a name without a slash.
 void* OpenLibrary(const std::string& path) {
-    const std::string damage = HiddenDamage(path);
-    void* library = damage.empty() ? dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
+    const std::string obstacle = FindLoadObstacle(path);
+    void* library = obstacle.empty() ? dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL) : nullptr;
     if (library == nullptr) {
-        throw JobError(fmt::format("the plug-in {} cannot be loaded: {}", Escape(path),
-                                   damage.empty() ? LoaderError() : damage));
+        throw JobError(path,
+                       "cannot load the plug-in: " + (obstacle.empty() ? LoaderError() : obstacle));
     }
     return library;
 }
 
-fs::path DirectoryBesideProgram() {
+fs::path DirectoryNextToProgram() {
     return (fs::read_symlink("/proc/self/exe").parent_path() / KEL_HOST_PLUGIN_DIRECTORY)
         .lexically_normal();
 }
 
-// The core may lie elsewhere than the program, such as in the directory of one processor's
+// The core may be in another place than the program, such as a directory of one processor's
 // libraries.
-fs::path DirectoryBesideCore() {
+fs::path DirectoryNextToCore() {
     Dl_info core{};
     dladdr(reinterpret_cast<const void*>(&GetRegistrations), &core);
     return (fs::absolute(core.dli_fname).parent_path() / "kel").lexically_normal();
 }
 
-// The directories of KEL_PLUGIN_PATH; none when it is not set. The C library keeps it from a
-// process with raised rights: whoever starts it must not choose what it loads.
-std::vector<fs::path> DirectoriesOfVariable() {
+// The directories of KEL_PLUGIN_PATH; none when it is not set. The C library hides it from a
+// process with raised rights, whose caller must not choose what it loads.
+std::vector<fs::path> DirectoriesInVariable() {
     const char* variable = secure_getenv("KEL_PLUGIN_PATH");
     if (variable == nullptr || *variable == '\0') {
         return {};
@@ -116,10 +76,9 @@ std::vector<fs::path> DirectoriesOfVariable() {
         }
     }
     if (directories.empty()) {
-        throw JobError(
-            fmt::format("KEL_PLUGIN_PATH is \"{}\" and names no directory; name those of "
-                        "the plug-ins, or unset it",
-                        Escape(variable)));
+        throw JobError(InvalidValue("KEL_PLUGIN_PATH", variable,
+                                    "directories of plug-ins, separated by colons")
+                           .what());
     }
     return directories;
 }
@@ -158,8 +117,8 @@ PluginLibrary::PluginLibrary(PluginLibrary&& other) noexcept
 PluginLibrary::EntryPoint PluginLibrary::FindEntryPoint() const {
     const auto entryPoint = reinterpret_cast<EntryPoint>(dlsym(m_library, kEntryPoint));
     if (entryPoint == nullptr) {
-        throw JobError(fmt::format("the plug-in {} has no entry point {}: {}", Escape(m_path),
-                                   kEntryPoint, LoaderError()));
+        throw JobError(m_path, fmt::format("the plug-in has no entry point {}: {}", kEntryPoint,
+                                           LoaderError()));
     }
     return entryPoint;
 }
@@ -171,13 +130,12 @@ LoadedPlugin::LoadedPlugin(const fs::path& file) : m_library(file) {
         entryPoint(Path().c_str());
         return;
     } catch (const std::exception& error) {
-        failure = fmt::format(": {}", Escape(error.what()));
+        failure = fmt::format(": {}", error.what());
     } catch (...) {
         failure = " with an exception of an unknown type";
     }
     UnregisterFactories(Path());
-    throw JobError(
-        fmt::format("the plug-in {} failed in {}{}", Escape(Path()), kEntryPoint, failure));
+    throw JobError(Path(), fmt::format("the plug-in failed in {}{}", kEntryPoint, failure));
 }
 
 LoadedPlugin::~LoadedPlugin() {
@@ -196,7 +154,7 @@ std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
     };
     for (const std::string& file : files) {
         if (file.empty()) {
-            throw UsageError("--plugin needs the name of a file, and is empty");
+            throw InvalidValue("--plugin", file, "the name of a file");
         }
         if (isNew(file)) {
             plugins.emplace_back(file);
@@ -206,30 +164,30 @@ std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
         return plugins;
     }
     std::vector<std::string> searched;
-    std::vector<fs::path> directories = DirectoriesOfVariable();
-    const bool isOwnChoice = directories.empty();
-    if (isOwnChoice) {
-        directories = {DirectoryBesideProgram(), DirectoryBesideCore()};
+    std::vector<fs::path> directories = DirectoriesInVariable();
+    const bool isDefaultSearch = directories.empty();
+    if (isDefaultSearch) {
+        directories = {DirectoryNextToProgram(), DirectoryNextToCore()};
     }
     for (const fs::path& directory : directories) {
         if (!isNew(directory)) {
             continue;
         }
-        // Installed twice, it is the same plug-in.
-        if (isOwnChoice && !plugins.empty()) {
+        // The plug-in may be installed in both places.
+        if (isDefaultSearch && !plugins.empty()) {
             break;
         }
-        searched.push_back(Escape(directory.string()));
+        searched.push_back(directory.string());
         for (const fs::path& candidate : PluginsIn(directory)) {
             try {
                 plugins.emplace_back(candidate);
             } catch (const JobError& error) {
-                fmt::print(warnings, "kelhost: warning: {}\n", error.what());
+                warnings << WarningLine(DescribeError(error).message) << "\n";
             }
         }
     }
     if (plugins.empty()) {
-        throw JobError(fmt::format("no plug-in was found in {}; name one with --plugin FILE or its "
+        throw JobError(fmt::format("found no plug-in in {}; name one with --plugin FILE or its "
                                    "directory in KEL_PLUGIN_PATH",
                                    fmt::join(searched, ", ")));
     }

@@ -1,4 +1,4 @@
-/// Finding and loading plug-ins.
+/// Finding and loading plug-ins. Used before the program starts threads.
 #pragma once
 
 #include <filesystem>
@@ -8,14 +8,14 @@
 
 namespace kel::host {
 
-/// A plug-in's library. Nothing of it is called; it is unloaded at the end.
+/// A plug-in's library. Loading it runs only its initialisers; it is unloaded at the end.
 class PluginLibrary {
 public:
-    /// The function that a host calls in a plug-in, with the name for its registrations.
+    /// The function that a host calls in a plug-in; its argument names the registrations.
     using EntryPoint = void (*)(const char*);
 
     /// Loads the library, with all its symbols resolved.
-    /// @throws JobError with the path and the loader's own words
+    /// @throws JobError with the path and the loader's message
     explicit PluginLibrary(const std::filesystem::path& file);
     ~PluginLibrary();
     PluginLibrary(PluginLibrary&& other) noexcept;
@@ -23,14 +23,14 @@ public:
     PluginLibrary(const PluginLibrary&) = delete;
     PluginLibrary& operator=(const PluginLibrary&) = delete;
 
-    /// The absolute path that it was loaded from.
+    /// Absolute path of the file.
     const std::string& Path() const { return m_path; }
 
-    /// False for one that was moved from.
+    /// False after a move to another object.
     bool IsLoaded() const { return m_library != nullptr; }
 
-    /// Its function RegisterAll.
-    /// @throws JobError with the path, the name and the loader's own words when it has none
+    /// Returns its function RegisterAll.
+    /// @throws JobError with the path, the name and the loader's message when it has none
     EntryPoint FindEntryPoint() const;
 
 private:
@@ -38,12 +38,13 @@ private:
     void* m_library;
 };
 
-/// A loaded plug-in with its elements registered. Goes in this order: registrations, then the
-/// library; elements made from it must be gone before.
+/// A loaded plug-in with its elements registered. At the end it removes the registrations, then
+/// unloads the library; elements made from it must be destroyed before.
 class LoadedPlugin {
 public:
     /// Loads a plug-in and calls its entry point, with the path as the name of its registrations.
-    /// @throws JobError with the path, and the loader's own words or what the entry point threw
+    /// @throws JobError with the path, and the loader's message or that of the entry point's
+    /// exception
     explicit LoadedPlugin(const std::filesystem::path& file);
     ~LoadedPlugin();
     LoadedPlugin(LoadedPlugin&& other) noexcept = default;
@@ -51,22 +52,22 @@ public:
     LoadedPlugin(const LoadedPlugin&) = delete;
     LoadedPlugin& operator=(const LoadedPlugin&) = delete;
 
-    /// The path that it was loaded from, which is also the name of its registrations.
+    /// Path of the file, which is also the name of the registrations.
     const std::string& Path() const { return m_library.Path(); }
 
 private:
     PluginLibrary m_library;
 };
 
-/// Loads the plug-ins that the host works with: the files that were asked for, in their order, each
-/// once; else those in the directories of KEL_PLUGIN_PATH (separated by colons; not looked at when
-/// the process runs with raised rights); else those in the place beside the program, or, where that
-/// has none, beside the core's library. The current directory is never searched. In a directory,
-/// every libkel*.so is one; one that cannot be loaded is warned of and left out.
-/// @param files what --plugin names, if anything
-/// @param warnings where plug-ins that were left out are named
-/// @throws JobError when there is none, with where was looked, or one of @p files cannot be
-/// loaded; UsageError when the name of one is empty
+/// Loads the host's plug-ins: the given files in their order, each once; without files, those in
+/// the directories of KEL_PLUGIN_PATH (separated by colons; ignored when the process runs with
+/// raised rights); without that, those next to the program or, where it has none, next to the
+/// core's library. The current directory is never searched. In a directory, every libkel*.so is a
+/// plug-in; one that cannot be loaded is skipped with a warning.
+/// @param files values of --plugin
+/// @param warnings receives a line for each skipped plug-in
+/// @throws JobError when there is none, with the searched directories, or when one of @p files
+/// cannot be loaded; UsageError when the name of one is empty
 std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
                                       std::ostream& warnings);
 

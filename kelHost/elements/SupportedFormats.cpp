@@ -1,16 +1,15 @@
 #include "elements/SupportedFormats.h"
 
-#include "audio/SampleConverter.h"
+#include "audio/PCMDescription.h"
 #include "base/Errors.h"
 #include "base/Text.h"
-#include "elements/Elements.h"
+#include "elements/SinkWriter.h"
 
 #include <IInfoContainer.h>
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
-#include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,9 +17,7 @@ namespace kel::host {
 
 namespace {
 
-constexpr PCMEndianness kByteOrders[] = {PCMEndianness::Little, PCMEndianness::Big};
-
-// A rate and a number of channels that every container takes.
+// Uses a rate and a number of channels that every container supports.
 bool IsAccepted(const Container& container, const Encoding& encoding, PCMEndianness byteOrder) {
     constexpr std::uint32_t kRate = 48000;
     constexpr std::uint32_t kChannels = 2;
@@ -29,7 +26,7 @@ bool IsAccepted(const Container& container, const Encoding& encoding, PCMEndiann
 }
 
 // As measured, see docs/formats.md. An explicit byte order makes AIFF-C, whose 24- and 32-bit kinds
-// few tools know.
+// few tools read.
 std::string ReadersOf(const Container& container, const Encoding& encoding,
                       PCMEndianness byteOrder) {
     if (container.format != WrapperFormat::AIFF || encoding.bits == 16) {
@@ -38,63 +35,41 @@ std::string ReadersOf(const Container& container, const Encoding& encoding,
     return byteOrder == PCMEndianness::Big ? "libsndfile, ffmpeg" : "libsndfile";
 }
 
-std::string NameOf(const FormatChoice& choice) {
-    return fmt::format("{} {}", choice.encoding->name, Describe(choice.byteOrder));
-}
-
 } // namespace
 
-std::vector<FormatChoice> QuerySupportedFormats() {
-    std::vector<FormatChoice> choices;
+std::vector<SupportedFormat> QuerySupportedFormats() {
+    std::vector<SupportedFormat> formats;
     for (const Container& container : Containers()) {
         for (const Encoding& encoding : Encodings()) {
-            for (const PCMEndianness byteOrder : kByteOrders) {
-                const bool accepted = IsAccepted(container, encoding, byteOrder);
-                choices.push_back({&container, &encoding, byteOrder, accepted,
-                                   accepted ? ReadersOf(container, encoding, byteOrder) : ""});
+            for (const ByteOrder& byteOrder : ByteOrders()) {
+                const bool accepted = IsAccepted(container, encoding, byteOrder.value);
+                formats.push_back(
+                    {&container, &encoding, byteOrder, accepted,
+                     accepted ? ReadersOf(container, encoding, byteOrder.value) : ""});
             }
         }
     }
-    return choices;
+    return formats;
 }
 
-std::string FormatSupportedFormats(const std::vector<FormatChoice>& choices) {
-    std::vector<std::vector<std::string>> rows;
-    for (const FormatChoice& choice : choices) {
-        rows.push_back({std::string(choice.container->name), std::string(choice.container->title),
-                        std::string(choice.encoding->name), std::string(Describe(choice.byteOrder)),
-                        choice.accepted ? "yes" : "no", choice.readers});
-    }
-    return FormatTable(
-        {{"Format"}, {"Container"}, {"Encoding"}, {"Byte order"}, {"Written"}, {"Read by"}}, rows);
-}
-
-void RequireSupported(const Container& container, const Encoding& encoding,
-                      PCMEndianness byteOrder) {
-    if (IsAccepted(container, encoding, byteOrder)) {
+void RequireSupported(const OutputFormat& format) {
+    if (IsAccepted(*format.container, *format.encoding, format.byteOrder)) {
         return;
     }
     std::vector<std::string> names;
-    for (const FormatChoice& choice : QuerySupportedFormats()) {
-        if (choice.accepted && choice.container == &container) {
-            names.push_back(NameOf(choice));
+    for (const SupportedFormat& supported : QuerySupportedFormats()) {
+        if (supported.accepted && supported.container == format.container) {
+            names.push_back(fmt::format("{} {}", supported.encoding->name,
+                                        Describe(supported.byteOrder.value)));
         }
     }
     if (names.empty()) {
-        throw JobError(fmt::format("the sink for {} takes no encoding at all", container.title));
+        throw JobError(
+            fmt::format("the sink for {} supports no encoding at all", format.container->title));
     }
-    throw UsageError(fmt::format("{} does not take {} {}; choose from {}", container.title,
-                                 encoding.name, Describe(byteOrder), fmt::join(names, ", ")));
-}
-
-void to_json(nlohmann::json& json, const FormatChoice& choice) {
-    json = {{"format", choice.container->name},
-            {"container", choice.container->title},
-            {"extensions", choice.container->extensions},
-            {"encoding", choice.encoding->name},
-            {"byte_order", Describe(choice.byteOrder)},
-            {"written", choice.accepted},
-            {"readers", choice.readers}};
+    throw UsageError(fmt::format("{} does not support {} {}; use {}", format.container->title,
+                                 format.encoding->name, Describe(format.byteOrder),
+                                 ListAlternatives(names)));
 }
 
 } // namespace kel::host

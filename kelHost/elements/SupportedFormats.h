@@ -1,39 +1,28 @@
-/// Which encodings go into which containers.
+/// Encodings that the sinks support in each container. Any thread.
 #pragma once
 
 #include "audio/Formats.h"
 
-#include <PCMEndianness.h>
-
-#include <nlohmann/json_fwd.hpp>
-
-#include <optional>
 #include <string>
 #include <vector>
 
 namespace kel::host {
 
-/// One combination of container, encoding and byte order.
-struct FormatChoice {
+/// A combination of container, encoding and byte order.
+struct SupportedFormat {
     const Container* container = nullptr;
     const Encoding* encoding = nullptr;
-    PCMEndianness byteOrder = PCMEndianness::Little;
-    bool accepted = false; ///< whether the sink takes it
-    std::string readers;   ///< which of the tools that were tried read it; see docs/formats.md
+    ByteOrder byteOrder;
+    bool accepted = false; ///< whether the sink accepts it
+    std::string readers;   ///< tested tools that read it; see docs/formats.md
 };
 
-void to_json(nlohmann::json& json, const FormatChoice& choice);
-
-/// Asks the sinks about every combination.
+/// Queries the sinks for every combination.
 /// @throws JobError when no sink is registered for a container
-std::vector<FormatChoice> QuerySupportedFormats();
+std::vector<SupportedFormat> QuerySupportedFormats();
 
-/// A table of the combinations for people.
-std::string FormatSupportedFormats(const std::vector<FormatChoice>& choices);
-
-/// Makes sure that a container takes an encoding and byte order, as its sink says.
-/// @throws UsageError with the combinations that it takes, JobError when it takes none
-void RequireSupported(const Container& container, const Encoding& encoding,
-                      PCMEndianness byteOrder);
+/// Verifies that the sink for a container accepts the encoding and byte order.
+/// @throws UsageError with the accepted combinations, JobError when there is none
+void RequireSupported(const OutputFormat& format);
 
 } // namespace kel::host

@@ -1,5 +1,6 @@
 #include "jobs/ChildProcess.h"
 
+#include "base/Descriptor.h"
 #include "base/Errors.h"
 
 #include <algorithm>
@@ -17,7 +18,6 @@
 #include <string>
 #include <string_view>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -31,9 +31,9 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kNoteSize = 512;
-constexpr std::size_t kMostOutput = std::size_t{64} * 1024;
+constexpr std::size_t kMaxOutput = std::size_t{64} * 1024;
 
-// A file without a name, for what a child prints: unlike a pipe it never makes the child wait.
+// Creates an unnamed file for the output of a child: unlike a pipe it never makes the child wait.
 Descriptor MakeOutputFile() {
     Descriptor file(memfd_create("output", MFD_CLOEXEC));
     if (file.Number() < 0) {
@@ -43,7 +43,7 @@ Descriptor MakeOutputFile() {
 }
 
 std::string ReadOutput(int file) {
-    std::string text(kMostOutput, '\0');
+    std::string text(kMaxOutput, '\0');
     const ssize_t count = pread(file, text.data(), text.size(), 0);
     text.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     return text;
@@ -64,11 +64,11 @@ std::string ReadOutput(int file) {
     _exit(WriteAll(result, text.data(), text.size()) ? kSuccess : kFailure);
 }
 
-// A child process and those that it starts; gone at the end of this object.
+// A child process and the processes that it starts. Kills them at its end.
 class Child {
 public:
     explicit Child(pid_t process) : m_process(process) {
-        // Both sides do it, as either may be the first.
+        // Both sides do it, because either may be first.
         setpgid(process, process);
     }
     ~Child() {
@@ -79,7 +79,7 @@ public:
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    // True when it has ended; nothing that it has left running goes on.
+    // Returns true when it has ended, and kills the processes that it has left.
     bool HasEnded() {
         siginfo_t info{};
         const bool ended =
@@ -108,7 +108,7 @@ private:
     rusage m_usage{};
 };
 
-// Takes a piece of the result, if there is one; false at its end.
+// Reads a piece of the result. Returns false at its end.
 bool ReadPiece(int result, std::string& text) {
     std::array<char, 65536> piece{};
     const ssize_t count = read(result, piece.data(), piece.size());
@@ -116,7 +116,7 @@ bool ReadPiece(int result, std::string& text) {
     return count > 0;
 }
 
-// Collects the result until the child has ended; false when it has not by then.
+// Collects the result until the child has ended. Returns false when it has not ended in time.
 bool Collect(Child& child, int result, Clock::time_point end, const SignalReader& signals,
              std::string& text) {
     bool isOpen = true;
@@ -126,20 +126,20 @@ bool Collect(Child& child, int result, Clock::time_point end, const SignalReader
         if (left < 0) {
             return false;
         }
-        // Behind the result nothing tells of the end, which is near; and before, a process that the
-        // child started may keep the pipe open.
-        const std::int64_t most = isOpen ? 100 : 1;
-        // A negative descriptor is left out.
+        // After the result, the end of the child follows soon, without an event to wait for. Before
+        // it, a process that the child started may keep the pipe open.
+        const std::int64_t interval = isOpen ? 100 : 1;
+        // poll ignores a negative descriptor.
         std::array<pollfd, 2> polled{
             {{signals.Number(), POLLIN, 0}, {isOpen ? result : -1, POLLIN, 0}}};
         poll(polled.data(), polled.size(),
-             static_cast<int>(std::min<std::int64_t>(left + 1, most)));
+             static_cast<int>(std::min<std::int64_t>(left + 1, interval)));
         signals.Check();
         if (polled[1].revents != 0) {
             isOpen = ReadPiece(result, text);
         }
     }
-    // Everybody who could write is gone.
+    // All writers are gone.
     while (isOpen) {
         isOpen = ReadPiece(result, text);
     }
@@ -175,18 +175,9 @@ ChildOutcome RunInChild(const std::function<std::string()>& work, const std::str
     const Descriptor output = MakeOutputFile();
     Pipe result = MakePipe();
     const Clock::time_point start = Clock::now();
-    const pid_t host = getpid();
-    const pid_t process = fork();
-    if (process < 0) {
-        FailToStart(errno);
-    }
+    const pid_t process = ForkChild();
     if (process == 0) {
-        // It must not outlive its parent, nor get the terminal's signals.
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        setpgid(0, 0);
-        if (getppid() != host) {
-            _exit(kFailure);
-        }
+        setpgid(0, 0); // not the terminal's signals
         Work(work, directory, output.Number(), result.out.Number());
     }
     Child child(process);

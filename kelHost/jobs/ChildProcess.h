@@ -10,7 +10,8 @@
 
 namespace kel::host {
 
-/// What a child process is doing. The parent reads it when the child has ended, however it did.
+/// The present activity of a child process. The parent reads it when the child has ended, in any
+/// way.
 class ChildNote {
 public:
     /// @throws JobError when the system has no memory to share
@@ -19,7 +20,7 @@ public:
     ChildNote(const ChildNote&) = delete;
     ChildNote& operator=(const ChildNote&) = delete;
 
-    /// Replaces the text; the end of one that is longer than a few hundred bytes is left out.
+    /// Replaces the text, of which the first few hundred bytes are kept.
     void Set(std::string_view text);
 
     /// The text.
@@ -31,32 +32,32 @@ private:
 
 /// How the work of a child process ended.
 enum class ChildEnd {
-    Finished, ///< it returned
+    Finished, ///< the work returned
     Exited,   ///< the process ended on its own
     Signal,   ///< a signal ended the process
-    TimedOut, ///< it took too long, and was ended
+    TimedOut, ///< it took too long and was killed
 };
 
-/// What became of the work of a child process.
+/// Outcome of the work of a child process.
 struct ChildOutcome {
     ChildEnd end = ChildEnd::Finished;
     int code = 0;       ///< the exit status, or the number of the signal
-    std::string result; ///< what the work returned, when it finished
-    std::string output; ///< what was written to standard output and error, 64 KiB at most
-    double seconds = 0; ///< how long the process lived
-    long peakKiB = 0;   ///< the most memory that it had
+    std::string result; ///< the result of the work, when it finished
+    std::string output; ///< standard output and error, at most 64 KiB
+    double seconds = 0; ///< lifetime of the process
+    long peakKiB = 0;   ///< its maximum memory
 };
 
-/// Does work in a process of its own and waits for its end. What the work prints is collected; its
-/// standard input is empty; when it crashes, no core is dumped.
+/// Does work in a process of its own and waits for its end. Its output is collected, its standard
+/// input is empty, and a crash dumps no core.
 ///
-/// Called where the process has no other threads: the child is forked.
+/// The process must have no other threads: the child is forked.
 /// @param work returns its result; must not throw
 /// @param directory the child's working directory
-/// @param limit how long it may take; the child and the processes that it started are ended then
-/// @param signals what interrupts the wait
-/// @throws Interrupted when a signal came, JobError when no process can be started; the child is
-/// gone then
+/// @param limit maximum time; then the child and the processes that it started are killed
+/// @param signals interrupts the wait
+/// @throws Interrupted when a signal arrived, JobError when no process can be started; no child is
+/// left then
 ChildOutcome RunInChild(const std::function<std::string()>& work, const std::string& directory,
                         std::chrono::milliseconds limit, const SignalReader& signals);
 

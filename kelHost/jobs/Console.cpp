@@ -3,9 +3,8 @@
 #include "base/JSONDocument.h"
 #include "base/Text.h"
 
-#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -17,15 +16,15 @@ namespace kel::host {
 std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& options,
                          OnResult onResult) {
     m_onResult = std::move(onResult);
-    m_files.clear();
     m_failures.clear();
     m_waiting.clear();
     m_next = 0;
+    std::vector<std::string> files;
     for (const Job& job : jobs) {
-        m_files.push_back(Escape(job.file));
+        files.push_back(Escape(job.file));
     }
-    Progress progress(m_err, m_style.quiet ? ProgressStyle::Nothing : m_style.progress, m_files,
-                      m_style.width, Progress::Clock::now());
+    Progress progress(m_err, m_style.quiet ? ProgressStyle::None : m_style.progress,
+                      std::move(files), m_style.width, Progress::Clock::now());
     m_progress = &progress;
     try {
         RunJobs(jobs, options, *this);
@@ -39,9 +38,10 @@ std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& opti
     return m_failures.size();
 }
 
-void Console::ShowError(const std::string& file, const std::string& message) {
-    ShowLine(m_style.json ? FormatDocument("error", {{"file", file}, {"message", message}})
-                          : fmt::format("kelhost: {}\n", message));
+void Console::ShowError(const ErrorText& error) {
+    ShowLine(m_style.json
+                 ? FormatDocument("error", {{"file", error.file}, {"message", error.message}})
+                 : "kelhost: " + error.message + "\n");
 }
 
 void Console::ShowLog(const std::string& line) {
@@ -80,8 +80,8 @@ void Console::Deliver(std::size_t job, const JobOutcome& outcome) {
         m_progress->Clear();
         m_onResult(job, outcome.result);
     } else {
-        m_failures.push_back({m_files[job], outcome.error});
-        ShowError(m_files[job], outcome.error);
+        m_failures.push_back(outcome.error);
+        ShowError(outcome.error);
     }
 }
 

@@ -1,11 +1,14 @@
-/// What the user sees of a run of jobs.
+/// Display of errors, log lines and progress of a run of jobs.
 #pragma once
 
+#include "base/Errors.h"
+#include "jobs/Job.h"
 #include "jobs/Progress.h"
 #include "jobs/WorkerPool.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <map>
 #include <ostream>
@@ -14,40 +17,37 @@
 
 namespace kel::host {
 
-/// How results, errors and progress are given out.
+/// Style of results, errors and progress.
 struct ConsoleStyle {
     bool json = false;  ///< errors and log records as JSON documents
     bool quiet = false; ///< no reports and no progress
-    ProgressStyle progress = ProgressStyle::Nothing;
+    ProgressStyle progress = ProgressStyle::None;
     std::size_t width = 80; ///< characters in a line of the terminal that shows progress
 };
 
-/// Runs jobs and shows what becomes of them, in the order of the jobs, each as soon as those before
-/// it have ended: errors itself, results through the functions of the command.
+/// Runs jobs and shows their outcomes in the order of the jobs, each as soon as those before it
+/// have ended: errors itself, results through a function of the command. One thread at a time.
 class Console final : public JobObserver {
 public:
-    /// Is given the number of a job and the JSON text of its result.
-    using OnResult = std::function<void(std::size_t job, const std::string& result)>;
+    /// Receives the number of a job and its result.
+    using OnResult = std::function<void(std::size_t job, const JobResult& result)>;
 
+    /// @param err receives errors, log lines and progress; outlives the console
     Console(std::ostream& err, ConsoleStyle style) : m_err(err), m_style(style) {}
 
     /// Runs the jobs.
-    /// @return how many failed
+    /// @return the number of jobs that failed
+    /// @throws Interrupted, JobError as RunJobs does
     std::size_t Run(const std::vector<Job>& jobs, const WorkerOptions& options, OnResult onResult);
 
-    /// Shows an error in the style that was asked for.
-    /// @param file the file that it is about, escaped; may be empty
-    void ShowError(const std::string& file, const std::string& message);
+    /// Shows an error.
+    void ShowError(const ErrorText& error);
 
-    /// Shows a line of the log in the style that was asked for.
+    /// Shows a line of the log, escaped.
     void ShowLog(const std::string& line);
 
-    /// What failed in the last run: the job's file and the error, escaped.
-    struct Failure {
-        std::string file;
-        std::string error;
-    };
-    const std::vector<Failure>& Failures() const { return m_failures; }
+    /// The errors of the jobs that failed in the last run.
+    const std::vector<ErrorText>& Failures() const { return m_failures; }
 
     void OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
                     std::uint32_t rate) override;
@@ -61,11 +61,10 @@ private:
     std::ostream& m_err;
     ConsoleStyle m_style;
     OnResult m_onResult;
-    std::vector<std::string> m_files;
-    Progress* m_progress = nullptr;              // of the present run
-    std::map<std::size_t, JobOutcome> m_waiting; // for those before them
-    std::size_t m_next = 0;                      // the job whose outcome is delivered next
-    std::vector<Failure> m_failures;
+    Progress* m_progress = nullptr;              // of the current run
+    std::map<std::size_t, JobOutcome> m_waiting; // for jobs before them
+    std::size_t m_next = 0;                      // the job to deliver next
+    std::vector<ErrorText> m_failures;
 };
 
 } // namespace kel::host

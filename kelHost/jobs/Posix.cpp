@@ -10,17 +10,12 @@
 #include <cstddef>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 namespace kel::host {
-
-Descriptor::~Descriptor() {
-    if (m_number >= 0) {
-        close(m_number);
-    }
-}
 
 Pipe MakePipe() {
     std::array<int, 2> ends{};
@@ -28,6 +23,21 @@ Pipe MakePipe() {
         FailToStart(errno);
     }
     return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+pid_t ForkChild() {
+    const pid_t parent = getpid();
+    const pid_t process = fork();
+    if (process < 0) {
+        FailToStart(errno);
+    }
+    if (process == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) {
+            _exit(kFailure); // the parent ended before the line above
+        }
+    }
+    return process;
 }
 
 bool WriteAll(int descriptor, const void* data, std::size_t size) {

@@ -1,33 +1,14 @@
-/// What working with other processes takes: descriptors, pipes, and the signals that end the work.
+/// Pipes, child processes and signals. Used by one thread.
 #pragma once
+
+#include "base/Descriptor.h"
 
 #include <csignal>
 #include <cstddef>
-#include <optional>
-#include <utility>
+#include <string>
+#include <sys/types.h>
 
 namespace kel::host {
-
-/// A file descriptor that closes itself.
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : m_number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(m_number, other.m_number);
-        return *this;
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor();
-
-    /// The number; negative for none.
-    int Number() const { return m_number; }
-
-private:
-    int m_number = -1;
-};
 
 /// The two ends of a pipe.
 struct Pipe {
@@ -35,25 +16,30 @@ struct Pipe {
     Descriptor out; ///< to write to
 };
 
-/// Makes a pipe that no program which is started later inherits.
+/// Creates a pipe that programs started later do not inherit.
 /// @throws JobError when the system has none left
 Pipe MakePipe();
 
-/// Writes all bytes; false when the other side is gone.
+/// Forks a child process, which the system kills when this process ends.
+/// @return the child's number; 0 in the child
+/// @throws JobError when the system cannot start one
+pid_t ForkChild();
+
+/// Writes all bytes. Returns false when the other side is gone.
 bool WriteAll(int descriptor, const void* data, std::size_t size);
 
-/// Fails because a process cannot be started.
-/// @param error the system's number of the reason
+/// Reports that a process cannot be started.
+/// @param error the system's error number
 /// @throws JobError always
 [[noreturn]] void FailToStart(int error);
 
-/// Thrown when SIGINT, SIGTERM or SIGHUP ended the work; nothing is left of it.
+/// Thrown when SIGINT, SIGTERM or SIGHUP ended the work, of which nothing is left.
 struct Interrupted {
     int signal;
 };
 
-/// While this lives, SIGINT, SIGTERM and SIGHUP are read from a descriptor and do nothing else.
-/// Those that are ignored, as under nohup, stay ignored.
+/// During its lifetime, SIGINT, SIGTERM and SIGHUP are read from a descriptor and have no other
+/// effect. Ignored signals, as under nohup, stay ignored.
 class SignalReader {
 public:
     /// @throws JobError when the system has no descriptor left
@@ -62,10 +48,10 @@ public:
     SignalReader(const SignalReader&) = delete;
     SignalReader& operator=(const SignalReader&) = delete;
 
-    /// What to poll for a signal.
+    /// The descriptor to poll for a signal.
     int Number() const { return m_descriptor.Number(); }
 
-    /// @throws Interrupted when there was a signal
+    /// @throws Interrupted when a signal has arrived
     void Check() const;
 
 private:

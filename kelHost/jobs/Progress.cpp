@@ -4,7 +4,7 @@
 #include "base/Text.h"
 
 #include <fmt/format.h>
-#include <fmt/ostream.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -22,7 +22,7 @@ namespace kel::host {
 namespace {
 
 std::string TimesRealTime(double times) {
-    constexpr double kFast = 9.95; // 10 when rounded; from there on nobody asks for fractions
+    constexpr double kFast = 9.95; // 10 when rounded; no fraction from there on
     return times < kFast ? fmt::format("{:.1f} x real time", times)
                          : fmt::format("{:.0f} x real time", times);
 }
@@ -84,7 +84,7 @@ std::string Progress::Line(double elapsed) const {
     const double fraction = std::clamp(std::accumulate(m_done.begin(), m_done.end(), 0.0) /
                                            static_cast<double>(m_done.size()),
                                        0.0, 1.0);
-    // 100 % is only where all of it is done.
+    // Truncated: 100 % means that all of it is done.
     std::string tail = fmt::format("{:3} %", static_cast<int>(fraction * 100));
     if (fraction > 0 && elapsed > 0) {
         const double seconds = std::accumulate(m_seconds.begin(), m_seconds.end(), 0.0);
@@ -93,13 +93,13 @@ std::string Progress::Line(double elapsed) const {
                             FormatSeconds(static_cast<std::int64_t>(left)));
     }
 
-    // A line that fills the terminal's would go on in the next one and stay there. The name gives
-    // way first, then the bar.
+    // A line as wide as the terminal would wrap and stay there. The name is shortened first, then
+    // the bar.
     constexpr std::size_t kLongestName = 33;
     constexpr std::size_t kShortestName = 12;
     constexpr std::size_t kLongestBar = 24;
     constexpr std::size_t kShortestBar = 5;
-    constexpr std::size_t kAround = 4; // blanks and brackets
+    constexpr std::size_t kAround = 4; // spaces and brackets
     const std::size_t room = m_width - std::min(m_width, tail.size() + kAround + 1);
     const std::size_t nameRoom =
         std::clamp(room - std::min(room, kLongestBar), kShortestName, kLongestName);

@@ -1,12 +1,13 @@
 #include "jobs/WorkerPool.h"
 
+#include "base/Descriptor.h"
 #include "base/Errors.h"
+#include "base/Numbers.h"
 #include "base/OutputFile.h"
 #include "base/Text.h"
 #include "jobs/Posix.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <array>
@@ -17,11 +18,10 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <optional>
 #include <poll.h>
+#include <stdexcept>
 #include <string>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -32,17 +32,70 @@ namespace kel::host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using nlohmann::json;
 
-// The worker's side of a reporter: messages to the host. They are JSON texts, a line each; texts in
-// them are escaped for display, and so are UTF-8.
+// A message of a worker to the host.
+struct Message {
+    enum class Kind : char { Opening, Opened, Progress, Show, Result, Skipped, Error };
+
+    Kind kind;
+    std::vector<std::string> fields;
+};
+
+void AppendSize(std::string& bytes, std::size_t size) {
+    const auto number = static_cast<std::uint32_t>(size);
+    bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
+}
+
+// Reads a size that AppendSize wrote, and moves the place after it.
+std::size_t TakeSize(const std::string& bytes, std::size_t& place) {
+    std::uint32_t number = 0;
+    std::memcpy(&number, bytes.data() + place, sizeof number);
+    place += sizeof number;
+    return number;
+}
+
+// The bytes of a message: the size of what follows, the kind, and each field after its size.
+std::string Encode(const Message& message) {
+    std::string content(1, static_cast<char>(message.kind));
+    for (const std::string& field : message.fields) {
+        AppendSize(content, field.size());
+        content += field;
+    }
+    std::string bytes;
+    AppendSize(bytes, content.size());
+    return bytes + content;
+}
+
+// Removes the first message from received bytes; none while it is incomplete.
+std::optional<Message> TakeMessage(std::string& received) {
+    std::size_t place = 0;
+    if (received.size() < sizeof(std::uint32_t)) {
+        return std::nullopt;
+    }
+    const std::size_t end = TakeSize(received, place) + place;
+    if (received.size() < end) {
+        return std::nullopt;
+    }
+    Message message{static_cast<Message::Kind>(received[place++]), {}};
+    while (place < end) {
+        const std::size_t size = TakeSize(received, place);
+        message.fields.push_back(received.substr(place, size));
+        place += size;
+    }
+    received.erase(0, end);
+    return message;
+}
+
+// Sends reports to the host. The texts are escaped for display.
 class PipeReporter final : public Reporter {
 public:
     PipeReporter(int descriptor, bool progress)
         : m_descriptor(descriptor), m_wantsProgress(progress) {}
 
-    void Opening(const std::string& file) override { Send({{"opening", Escape(file)}}); }
-    void Opened() override { Send({{"opened", true}}); }
+    void Opening(const std::string& file) override {
+        Send({Message::Kind::Opening, {Escape(file)}});
+    }
+    void Opened() override { Send({Message::Kind::Opened, {}}); }
 
     void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) override {
         constexpr std::chrono::milliseconds kInterval{100};
@@ -52,16 +105,16 @@ public:
         const Clock::time_point now = Clock::now();
         if (done >= total || now - m_lastProgress >= kInterval) {
             m_lastProgress = now;
-            Send({{"progress", {done, total, rate}}});
+            Send({Message::Kind::Progress,
+                  {std::to_string(done), std::to_string(total), std::to_string(rate)}});
         }
     }
 
-    void Show(const std::string& line) override { Send({{"show", line}}); }
+    void Show(const std::string& line) override { Send({Message::Kind::Show, {line}}); }
 
-    void Send(const json& message) const {
-        const std::string line =
-            message.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
-        if (!WriteAll(m_descriptor, line.data(), line.size())) {
+    void Send(const Message& message) const {
+        const std::string bytes = Encode(message);
+        if (!WriteAll(m_descriptor, bytes.data(), bytes.size())) {
             _exit(kFailure); // the host is gone
         }
     }
@@ -72,19 +125,23 @@ private:
     Clock::time_point m_lastProgress = Clock::now();
 };
 
-json RunOne(const Job& job, Reporter& reporter) {
+Message Failure(const ErrorText& error) {
+    return {Message::Kind::Error, {error.file, error.message}};
+}
+
+Message RunOne(const Job& job, Reporter& reporter) {
     try {
-        return {{"result", job.run(reporter)}};
-    } catch (const JobError& error) {
-        return {{"error", error.what()}};
+        const JobResult result = job.run(reporter);
+        return {result.isSkipped ? Message::Kind::Skipped : Message::Kind::Result,
+                {result.document, result.output, result.report}};
     } catch (const std::exception& error) {
-        return {{"error", fmt::format("{}: {}", Escape(job.file), Escape(UserMessage(error)))}};
+        return Failure(DescribeError(error, job.file));
     } catch (...) {
-        return {{"error", fmt::format("{}: an exception of an unknown type", Escape(job.file))}};
+        return Failure(DescribeError(JobError(job.file, "an exception of an unknown type")));
     }
 }
 
-// The life of a worker: takes numbers of jobs until there are no more.
+// Body of a worker: does the jobs whose numbers arrive until there are no more.
 [[noreturn]] void Work(const std::vector<Job>& jobs, bool progress, int commands, int messages) {
     try {
         PipeReporter reporter(messages, progress);
@@ -93,7 +150,7 @@ json RunOne(const Job& job, Reporter& reporter) {
             reporter.Send(RunOne(jobs[number], reporter));
         }
     } catch (...) {
-        // What the host does in such a case is not for its copy in this process.
+        // The host's own handlers must not run in its copy in this process.
         _exit(kFailure);
     }
     _exit(kSuccess);
@@ -105,27 +162,28 @@ struct Worker {
     Descriptor messages;
     std::string received; // the beginning of a message
     std::optional<std::size_t> job;
-    std::string opening; // the file that is being opened, "" for none
+    std::string opening; // the file being opened, escaped; "" for none
     Clock::time_point openBy;
 };
 
-class Host {
+// The workers of a run. Kills those that are left at its end.
+class WorkerPool {
 public:
-    Host(const std::vector<Job>& jobs, const WorkerOptions& options, JobObserver& observer)
+    WorkerPool(const std::vector<Job>& jobs, const WorkerOptions& options, JobObserver& observer)
         : m_jobs(jobs), m_options(options), m_observer(observer) {}
 
-    ~Host() {
+    ~WorkerPool() {
         for (Worker& worker : m_workers) {
             kill(worker.process, SIGKILL);
             waitpid(worker.process, nullptr, 0);
             try {
                 RemoveLeftovers(worker);
-            } catch (...) { // NOLINT(bugprone-empty-catch): no memory, and nobody left to tell
+            } catch (...) { // NOLINT(bugprone-empty-catch): out of memory in a destructor
             }
         }
     }
-    Host(const Host&) = delete;
-    Host& operator=(const Host&) = delete;
+    WorkerPool(const WorkerPool&) = delete;
+    WorkerPool& operator=(const WorkerPool&) = delete;
 
     void Run() {
         const std::size_t wanted = std::min<std::size_t>(m_options.workers, m_jobs.size());
@@ -142,7 +200,7 @@ public:
     }
 
 private:
-    // Where the system has no room for so many, fewer do.
+    // Where the system cannot start all of them, fewer do the work.
     void StartWorkers(std::size_t wanted) {
         try {
             while (m_workers.size() < wanted && m_next < m_jobs.size()) {
@@ -159,23 +217,12 @@ private:
         m_workers.reserve(m_workers.size() + 1); // nothing may fail once there is a process
         Pipe commands = MakePipe();
         Pipe messages = MakePipe();
-        const pid_t host = getpid();
-        const pid_t process = fork();
-        if (process < 0) {
-            FailToStart(errno);
-        }
+        const pid_t process = ForkChild();
         if (process == 0) {
-            // A worker must not outlive its host, nor keep the pipes of the others open.
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            if (getppid() != host) {
-                _exit(kFailure);
-            }
-            for (Worker& other : m_workers) {
-                close(other.commands.Number());
-                close(other.messages.Number());
-            }
-            close(commands.out.Number());
-            close(messages.in.Number());
+            // It must not keep the pipes of the other workers open.
+            m_workers.clear();
+            commands.out = Descriptor();
+            messages.in = Descriptor();
             Work(m_jobs, m_options.progress, commands.in.Number(), messages.out.Number());
         }
         Worker worker;
@@ -192,7 +239,7 @@ private:
         if (m_next < m_jobs.size()) {
             const auto number = static_cast<std::uint32_t>(m_next);
             worker.job = m_next++;
-            // If the worker has died, its end of the other pipe tells so.
+            // If the worker has died, the other pipe reports its end.
             WriteAll(worker.commands.Number(), &number, sizeof number);
         }
     }
@@ -204,7 +251,7 @@ private:
         }
         poll(polled.data(), polled.size(), MillisecondsToWait());
         m_signals.Check();
-        // Backwards, as a worker that has died is taken out.
+        // Backwards, because a worker that has died is removed.
         for (std::size_t i = m_workers.size(); i-- > 0;) {
             if (polled[i + 1].revents != 0) {
                 Receive(i);
@@ -227,47 +274,58 @@ private:
         return static_cast<int>(std::clamp<std::int64_t>(left + 1, 0, 60000));
     }
 
-    void Receive(std::size_t place) {
-        Worker& worker = m_workers[place];
+    void Receive(std::size_t index) {
+        Worker& worker = m_workers[index];
         std::array<char, 65536> bytes{};
         const ssize_t count = read(worker.messages.Number(), bytes.data(), bytes.size());
         if (count <= 0) {
             int status = 0;
             waitpid(worker.process, &status, 0);
-            Lose(place, WIFSIGNALED(status)
-                            ? fmt::format("ended by signal {} ({})", WTERMSIG(status),
-                                          strsignal(WTERMSIG(status)))
-                            : fmt::format("ended with status {}", WEXITSTATUS(status)));
+            const std::string how =
+                WIFSIGNALED(status)
+                    ? fmt::format("signal {} ({})", WTERMSIG(status), strsignal(WTERMSIG(status)))
+                    : fmt::format("exit status {}", WEXITSTATUS(status));
+            Lose(index,
+                 std::runtime_error(fmt::format(
+                     "the worker process ended with {}; the file or the plug-in is damaged", how)));
             return;
         }
         worker.received.append(bytes.data(), static_cast<std::size_t>(count));
-        std::size_t begin = 0;
-        for (std::size_t end = 0; (end = worker.received.find('\n', begin)) != std::string::npos;
-             begin = end + 1) {
-            Handle(worker, json::parse(worker.received.substr(begin, end - begin)));
+        while (const auto message = TakeMessage(worker.received)) {
+            Handle(worker, *message);
         }
-        worker.received.erase(0, begin);
     }
 
-    void Handle(Worker& worker, const json& message) {
+    void Handle(Worker& worker, const Message& message) {
         const std::size_t job = *worker.job;
-        if (message.contains("opening")) {
-            worker.opening = message["opening"].get<std::string>();
+        const std::vector<std::string>& fields = message.fields;
+        switch (message.kind) {
+        case Message::Kind::Opening:
+            worker.opening = fields[0];
             worker.openBy = Clock::now() + m_options.openTimeout;
-        } else if (message.contains("opened")) {
+            break;
+        case Message::Kind::Opened:
             worker.opening.clear();
-        } else if (message.contains("progress")) {
-            const json& progress = message["progress"];
-            m_observer.OnProgress(job, progress[0], progress[1], progress[2]);
-        } else if (message.contains("show")) {
-            m_observer.OnShow(job, message["show"]);
-        } else {
-            JobOutcome outcome;
-            outcome.succeeded = message.contains("result");
-            outcome.result = outcome.succeeded ? message["result"].dump() : "";
-            outcome.error = outcome.succeeded ? "" : message["error"].get<std::string>();
+            break;
+        case Message::Kind::Progress:
+            m_observer.OnProgress(job, ParseInteger<std::int64_t>(fields[0]).value(),
+                                  ParseInteger<std::int64_t>(fields[1]).value(),
+                                  ParseInteger<std::uint32_t>(fields[2]).value());
+            break;
+        case Message::Kind::Show:
+            m_observer.OnShow(job, fields[0]);
+            break;
+        case Message::Kind::Result:
+        case Message::Kind::Skipped:
             GiveJob(worker);
-            Finish(job, outcome);
+            Finish(job, {true,
+                         {fields[0], fields[1], fields[2], message.kind == Message::Kind::Skipped},
+                         {}});
+            break;
+        case Message::Kind::Error:
+            GiveJob(worker);
+            Finish(job, {false, {}, {fields[0], fields[1]}});
+            break;
         }
     }
 
@@ -280,28 +338,21 @@ private:
             kill(worker.process, SIGKILL);
             waitpid(worker.process, nullptr, 0);
             const double seconds = std::chrono::duration<double>(m_options.openTimeout).count();
-            LoseWith(i, fmt::format("{}: could not be opened within {} s; it is damaged, or nobody "
-                                    "writes into it (--open-timeout SECONDS allows more)",
-                                    worker.opening, seconds));
+            Lose(i,
+                 JobError(worker.opening,
+                          fmt::format("cannot open the file within {} s; it is damaged, or a pipe "
+                                      "without a writer (--open-timeout SECONDS allows more)",
+                                      seconds)));
         }
     }
 
     // Forgets a worker that is gone, and fails its job.
-    void Lose(std::size_t place, const std::string& how) {
-        const auto job = m_workers[place].job;
-        LoseWith(place, job.has_value()
-                            ? fmt::format("{}: the process that worked on it was {}; the file is "
-                                          "damaged, or the plug-in is",
-                                          Escape(m_jobs[*job].file), how)
-                            : how);
-    }
-
-    void LoseWith(std::size_t place, const std::string& error) {
-        const Worker worker = std::move(m_workers[place]);
-        m_workers.erase(m_workers.begin() + static_cast<std::ptrdiff_t>(place));
+    void Lose(std::size_t index, const std::exception& error) {
+        const Worker worker = std::move(m_workers[index]);
+        m_workers.erase(m_workers.begin() + static_cast<std::ptrdiff_t>(index));
         RemoveLeftovers(worker);
         if (worker.job.has_value()) {
-            Finish(*worker.job, {false, "", error});
+            Finish(*worker.job, {false, {}, DescribeError(error, m_jobs[*worker.job].file)});
         }
     }
 
@@ -328,7 +379,7 @@ private:
 } // namespace
 
 void RunJobs(const std::vector<Job>& jobs, const WorkerOptions& options, JobObserver& observer) {
-    Host(jobs, options, observer).Run();
+    WorkerPool(jobs, options, observer).Run();
 }
 
 } // namespace kel::host

@@ -12,15 +12,15 @@ namespace kel::host {
 
 namespace {
 
-// A queue of so few samples that what is in it is still in the processor's caches, between one
-// stage and the next. A stage that had to wait is woken when there is work for a while, not for
-// each sample: waking a thread takes longer than converting a sample.
+// A queue between two stages, so short that its samples are still in the processor's caches. A
+// waiting stage is woken when there is work for a while, not for each sample: waking a thread takes
+// longer than converting a sample.
 class Queue {
 public:
-    /// Waits for room. False when nobody will take the sample any more.
+    // Waits for space. Returns false when the queue is closed and the sample was not added.
     bool Push(SampleHandle sample) {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_hasRoom.wait(lock, [this] { return m_samples.size() < kMost || m_closed; });
+        m_hasSpace.wait(lock, [this] { return m_samples.size() < kMaxQueued || m_closed; });
         if (m_closed) {
             return false;
         }
@@ -31,7 +31,7 @@ public:
         return true;
     }
 
-    /// Waits for a sample. Empty at the end.
+    // Waits for a sample. Returns an empty handle at the end.
     SampleHandle Pop() {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_hasSamples.wait(lock, [this] { return !m_samples.empty() || m_closed; });
@@ -40,32 +40,32 @@ public:
         }
         SampleHandle sample = std::move(m_samples.front());
         m_samples.pop_front();
-        if (m_samples.size() == kFew) {
-            m_hasRoom.notify_one();
+        if (m_samples.size() == kResumeBelow) {
+            m_hasSpace.notify_one();
         }
         return sample;
     }
 
-    /// No more samples come; those in the queue can still be taken.
+    // Accepts no more samples; those in the queue can still be taken.
     void Close() {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_closed = true;
-        m_hasRoom.notify_one();
+        m_hasSpace.notify_one();
         m_hasSamples.notify_one();
     }
 
 private:
-    static constexpr std::size_t kMost = 4;
-    static constexpr std::size_t kFew = 2; // when a stage that waits for room goes on
+    static constexpr std::size_t kMaxQueued = 4;
+    static constexpr std::size_t kResumeBelow = 2; // samples left when a waiting stage resumes
 
     std::mutex m_mutex;
-    std::condition_variable m_hasRoom;
+    std::condition_variable m_hasSpace;
     std::condition_variable m_hasSamples;
     std::deque<SampleHandle> m_samples;
     bool m_closed = false;
 };
 
-// The first exception of all stages.
+// Keeps the first exception of all stages.
 class FirstError {
 public:
     void Keep(std::exception_ptr error) {
@@ -93,22 +93,20 @@ private:
 
 } // namespace
 
-void RunInline(const Stages& stages) {
-    while (SampleHandle sample = stages.pull()) {
-        if (stages.convert) {
-            sample = stages.convert(std::move(sample));
-        }
-        stages.push(std::move(sample));
+void RunInline(Stages& stages) {
+    while (SampleHandle sample = stages.Pull()) {
+        stages.Push(stages.Converts() ? stages.Convert(sample) : sample);
     }
 }
 
-void RunOverlapped(const Stages& stages, unsigned processors) {
+void RunOverlapped(Stages& stages, unsigned processors) {
     constexpr unsigned kStages = 3;
-    const bool hasConverter = stages.convert && processors >= kStages;
+    const bool hasConverter = stages.Converts() && processors >= kStages;
+    const bool convertsHere = stages.Converts() && !hasConverter;
     Queue pulled;
     Queue converted;
     FirstError firstError;
-    // Runs a stage; whatever way it ends, the queues on both sides of it are closed.
+    // Runs a stage. In any case, closes the queues on both sides of it at its end.
     const auto runStage = [&firstError](auto body, Queue* before, Queue* after) {
         try {
             body();
@@ -128,9 +126,9 @@ void RunOverlapped(const Stages& stages, unsigned processors) {
         reader = std::thread([&] {
             runStage(
                 [&] {
-                    while (SampleHandle sample = stages.pull()) {
-                        if (stages.convert && !hasConverter) {
-                            sample = stages.convert(std::move(sample));
+                    while (SampleHandle sample = stages.Pull()) {
+                        if (convertsHere) {
+                            sample = stages.Convert(sample);
                         }
                         if (!pulled.Push(std::move(sample))) {
                             return;
@@ -144,7 +142,7 @@ void RunOverlapped(const Stages& stages, unsigned processors) {
                 runStage(
                     [&] {
                         while (SampleHandle sample = pulled.Pop()) {
-                            if (!converted.Push(stages.convert(std::move(sample)))) {
+                            if (!converted.Push(stages.Convert(sample))) {
                                 return;
                             }
                         }
@@ -153,7 +151,7 @@ void RunOverlapped(const Stages& stages, unsigned processors) {
             });
         }
     } catch (...) {
-        // The system has no thread to spare; one that was started finds its queue closed.
+        // The system cannot start a thread; one that was started finds its queue closed.
         firstError.Keep(std::current_exception());
         pulled.Close();
         converted.Close();
@@ -162,11 +160,11 @@ void RunOverlapped(const Stages& stages, unsigned processors) {
     runStage(
         [&] {
             while (SampleHandle sample = last.Pop()) {
-                // What is still in the queues after an error is not written.
+                // Samples that are queued after an error are not written.
                 if (firstError.IsSet()) {
                     return;
                 }
-                stages.push(std::move(sample));
+                stages.Push(sample);
             }
         },
         &last, nullptr);

@@ -1,75 +1,72 @@
-/// Moving samples from a source to a sink, with an eye on what the elements do not throw.
+/// The loop that moves samples from a source to a sink.
 #pragma once
 
-#include "elements/Elements.h"
-#include "elements/HostLogger.h"
-#include "jobs/WorkerPool.h"
+#include "audio/FloatHash.h"
+#include "audio/SampleConverter.h"
+#include "elements/ErrorRecords.h"
+#include "elements/RangeReader.h"
+#include "elements/SinkWriter.h"
+#include "elements/SourceReader.h"
+#include "jobs/Job.h"
 #include "transfer/StageRunner.h"
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <optional>
+#include <memory>
 #include <string>
 
 namespace kel::host {
 
-/// How many frames are to come, and how many make a second.
-struct Amount {
-    std::int64_t frames = 0;
-    std::uint32_t rate = 0;
+/// The elements of a transfer. They are destroyed in the reverse order: the sink first.
+struct TransferParts {
+    std::unique_ptr<SourceReader> source;
+    std::unique_ptr<SampleReader> reader; ///< delivers the samples of the source
+    std::unique_ptr<SampleConverter>
+        converter; ///< may be an identity; null when nothing is converted
+    std::unique_ptr<SinkWriter> sink;
 };
 
-/// The passage of samples from one source to one sink. What goes wrong is told as the input's or
-/// the output's: exceptions of the stages, and records at level Error, by the place where they come
-/// up. Used by one thread; the stages run on threads of their own.
-class Transfer {
+/// Moves the samples of one source into one sink. Owns both, and the converter between them. Used
+/// by one thread; with overlapped stages, Run uses threads of its own.
+class Transfer final : private Stages {
 public:
-    /// @param input what is read, as the user knows it
-    /// @param output what is written, as the user knows it
-    /// @param log the current logger writer; records at level Error count from here on
-    /// @param reporter told of progress
-    Transfer(std::string input, std::string output, const HostLogger& log, Reporter& reporter);
+    /// @param output the file or sink that is written, as the user knows it
+    /// @param errors records of failures that elements log without throwing; outlives the transfer
+    /// @param reporter receives the progress; outlives the transfer
+    Transfer(TransferParts parts, std::string output, const ErrorRecords& errors,
+             Reporter& reporter);
 
-    /// Makes sure that no error was logged so far, which is about the input.
-    /// @throws JobError with the text of the first
-    void CheckOpening() const;
+    /// Hashes the samples as a source reads them from the output. Called before Run.
+    void EnableHash() { m_isHashed = true; }
 
-    /// Runs the stages to the end. A push must be of one audio sample.
-    /// @param overlapped whether the stages run at the same time
-    /// @return the frames that were pushed
-    /// @throws JobError when a stage throws, or an error is logged in a push
-    std::int64_t Run(const Stages& stages, const Amount& amount, bool overlapped) const;
+    /// Moves all samples. A sample container must hold one audio sample.
+    /// @param frames number of frames to come, for the progress
+    /// @param overlapped whether reading, converting and writing run at the same time
+    /// @return the number of frames that were moved
+    /// @throws JobError when an element throws, or the sink logs an error
+    std::int64_t Run(std::int64_t frames, bool overlapped);
 
     /// Closes the sink.
     /// @throws JobError when that throws
-    void Close(SinkWriter& sink) const;
+    void CloseSink();
 
-    /// Makes sure that no error was logged about the output.
-    /// @throws JobError with the text of the first
-    void CheckWriting() const;
-
-    /// Makes sure that the input kept its promise, and that no error was logged about it.
-    /// @param allowShort whether fewer frames than were promised will do
-    /// @return what the user is to be warned of, if anything
-    /// @throws JobError when it did not
-    std::optional<std::string> CheckLength(std::int64_t promised, std::int64_t delivered,
-                                           bool allowShort) const;
+    SourceReader& Source() { return *m_parts.source; }
+    const SampleConverter& Converter() const { return *m_parts.converter; }
+    const FloatHash& Hash() const { return m_hash; }
 
 private:
-    SampleHandle Pull(const std::function<SampleHandle()>& pull) const;
-    std::string ReadingContext() const;
+    SampleHandle Pull() override;
+    bool Converts() const override;
+    SampleHandle Convert(const SampleHandle& sample) override;
+    void Push(const SampleHandle& sample) override;
 
-    std::string m_input;
+    TransferParts m_parts;
     std::string m_output;
-    const HostLogger& m_log;
+    const ErrorRecords& m_errors;
     Reporter& m_reporter;
-    std::size_t m_firstError;
+    bool m_isHashed = false;
+    FloatHash m_hash;
+    std::int64_t m_total = 0;
+    std::int64_t m_pushed = 0;
 };
-
-/// Throws JobError when records at level Error were logged since @p first, with the text of the
-/// first of them.
-/// @param path the file that was worked on
-void RequireNoErrorRecords(const HostLogger& log, std::size_t first, const std::string& path);
 
 } // namespace kel::host

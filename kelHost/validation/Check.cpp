@@ -1,13 +1,13 @@
 #include "validation/Check.h"
 
 #include "base/Errors.h"
+#include "base/Numbers.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <atomic>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -16,15 +16,14 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <variant>
 #include <vector>
 
 namespace kel::host {
 
-// Counts errors and shows what the user wants to see. It keeps nothing, so that records do not look
-// like memory that an element has lost.
+// Counts errors and shows the records that the user requested. It keeps no records, which would
+// look like memory that the element has lost.
 class CheckLog final : public ILoggerWriter {
 public:
     explicit CheckLog(Verbosity verbosity) : m_verbosity(verbosity) {}
@@ -64,11 +63,9 @@ std::optional<ParameterValue> ParseSetting(ParameterKind kind, const std::string
     if (kind == ParameterKind::String) {
         return text;
     }
-    std::int32_t number = 0;
-    const char* end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    return kind == ParameterKind::Integer && result.ec == std::errc() && result.ptr == end
-               ? std::optional<ParameterValue>(number)
+    const auto number = ParseInteger<std::int32_t>(text);
+    return kind == ParameterKind::Integer && number.has_value()
+               ? std::optional<ParameterValue>(*number)
                : std::nullopt;
 }
 
@@ -88,7 +85,7 @@ const std::vector<Registration>& CheckContext::Registrations() {
         Note("loading");
         const std::vector<Registration> before = GetRegistrations();
         try {
-            // Never unloaded: what a plug-in does then is a check of its own.
+            // Never unloaded: another check unloads it.
             static_cast<void>(new LoadedPlugin(m_subject.plugin));
         } catch (const JobError&) {
             throw NotApplicable("it cannot be loaded, see plugin.loads and plugin.registers");
@@ -125,7 +122,7 @@ std::shared_ptr<IParametersCollectionInstance> CheckContext::MakeSettings() {
             if (name != parameter.name) {
                 continue;
             }
-            // Whoever asked for the check has seen that the text is right.
+            // The validator has verified the text.
             const ParameterValue parsed = ParseSetting(parameter.kind, value).value();
             if (const auto* number = std::get_if<std::int32_t>(&parsed)) {
                 settings->SetIntegerValue(name, *number);
@@ -149,11 +146,10 @@ void CheckContext::FailAsForeign(const std::string& what) {
     } catch (const NotApplicable&) {
         throw;
     } catch (const std::exception& error) {
-        throw CheckFailed(fmt::format("{} threw an exception that is no KELRuntimeError: {}", what,
+        throw CheckFailed(fmt::format("{} threw an exception other than KELRuntimeError: {}", what,
                                       error.what()));
     } catch (...) {
-        throw CheckFailed(
-            fmt::format("{} threw something that is no exception of the framework", what));
+        throw CheckFailed(fmt::format("{} threw something other than an exception", what));
     }
 }
 

@@ -1,6 +1,5 @@
-/// What is demanded of a plug-in, check by check.
-///
-/// Each check runs in a process of its own, see ChildProcess.h: it may leave behind what it likes.
+/// Requirements for a plug-in, as checks. Each check runs in a process of its own, see
+/// ChildProcess.h, and need not clean up. Used by one thread.
 #pragma once
 
 #include "elements/HostLogger.h"
@@ -37,13 +36,13 @@ public:
     explicit CheckFailed(const std::string& message) : std::runtime_error(message) {}
 };
 
-/// A check cannot be made of this plug-in or element; the message says why.
+/// A check does not apply to this plug-in or element; the message has the reason.
 class NotApplicable : public std::runtime_error {
 public:
     explicit NotApplicable(const std::string& message) : std::runtime_error(message) {}
 };
 
-/// What a check is made of.
+/// The subject of a check.
 struct CheckSubject {
     std::string plugin;           ///< absolute path
     std::size_t registration = 0; ///< of the plug-in's, in their order; for checks of an element
@@ -60,46 +59,46 @@ class CheckLog;
 /// @return the value of that kind; none when the text is no such value
 std::optional<ParameterValue> ParseSetting(ParameterKind kind, const std::string& text);
 
-/// What an element can be set to; nothing where its registration does not say.
+/// Returns the settings of an element; empty when its registration has none.
 std::vector<ParameterDescription> SettingsOf(const Registration& registration);
 
-/// What the check functions work with: the plug-in, and calls whose failures are told by name.
+/// The plug-in under test, and calls whose failures are reported with the name of the call.
 class CheckContext {
 public:
-    /// @param note is told what is being called
+    /// @param note receives the name of each call
     CheckContext(CheckSubject subject, ChildNote& note);
 
     const CheckSubject& Subject() const { return m_subject; }
 
-    /// What the plug-in registered when it was loaded, which the first call does. It stays loaded:
-    /// the process goes before it.
-    /// @throws NotApplicable when that fails, as other checks tell
+    /// Returns the registrations of the plug-in, which the first call loads. It stays loaded until
+    /// the process ends.
+    /// @throws NotApplicable when loading fails, which other checks report
     const std::vector<Registration>& Registrations();
 
     /// The registration of the element that is checked.
     const Registration& Element();
 
-    /// True when the element that is checked works on a file: it has a setting FilePath.
+    /// Returns whether the element works on a file: it has a setting FilePath.
     bool WorksOnFile();
 
-    /// Settings for the element that is checked in which nothing is set.
+    /// Returns settings for the element in which nothing is set.
     std::shared_ptr<IParametersCollectionInstance> MakeDefaultSettings();
 
-    /// Settings for the element that is checked: its defaults and what the user wants.
+    /// Returns settings for the element: its defaults and the values that the user has set.
     std::shared_ptr<IParametersCollectionInstance> MakeSettings();
 
     /// Number of records at level Error so far.
     std::size_t CountErrors() const;
 
-    /// Says what is being done, for when the process does not come back from it.
+    /// Notes the current activity, for the report of a crash or timeout.
     void Note(const std::string& what) {
         m_note.Set(m_place.empty() ? what : what + " " + m_place);
     }
 
-    /// Says where all that follows is done.
+    /// Sets the place that is added to all later notes.
     void SetPlace(const std::string& place) { m_place = place; }
 
-    /// Makes a call that must work.
+    /// Makes a call that must succeed.
     /// @throws CheckFailed when it does not
     template <typename Operation>
     auto Call(const std::string& what, Operation operation) {
@@ -113,7 +112,7 @@ public:
         }
     }
 
-    /// Makes a call that may be refused; true when it was not.
+    /// Makes a call that may be refused. Returns true when it was not.
     /// @throws CheckFailed when it fails in another way than with a KELRuntimeError
     template <typename Operation>
     bool Try(const std::string& what, Operation operation) {
@@ -148,7 +147,7 @@ private:
     std::optional<std::vector<Registration>> m_registrations;
 };
 
-/// Fails unless a condition holds.
+/// Fails unless a condition is true.
 /// @throws CheckFailed
 inline void Require(bool condition, const std::string& otherwise) {
     if (!condition) {
@@ -156,7 +155,7 @@ inline void Require(bool condition, const std::string& otherwise) {
     }
 }
 
-/// Does what a check needs and another check is about.
+/// Does something that a check needs and another check verifies.
 /// @throws NotApplicable with @p otherwise where that fails
 template <typename Operation>
 auto Prepare(const std::string& otherwise, Operation operation) {
@@ -168,7 +167,7 @@ auto Prepare(const std::string& otherwise, Operation operation) {
 }
 
 /// Makes an element of the registration that is checked, which must be of kind @p T.
-/// @throws CheckFailed when the creator fails or gives none
+/// @throws CheckFailed when the creator fails or returns none
 template <ElementFactoryType T>
 std::shared_ptr<typename ElementFactoryType_traits<T>::InstanceType>
 MakeElement(CheckContext& context) {
@@ -176,25 +175,25 @@ MakeElement(CheckContext& context) {
     const auto factory = std::dynamic_pointer_cast<ElementFactory<T>>(registration.factory);
     auto element =
         context.Call("the creator", [&] { return factory->creator(registration.entry); });
-    Require(element != nullptr, "the creator gave no element");
+    Require(element != nullptr, "the creator returned no element");
     return element;
 }
 
-/// What is said where an element cannot be made.
-constexpr const char* kCanNotBeMade = "it cannot be made, see element.new-each-time";
+/// Reason why a check does not apply when its element cannot be created.
+constexpr const char* kCannotBeMade = "it cannot be created, see element.new-each-time";
 
-/// What a check is made of: the plug-in as a whole, or each element of a kind.
+/// Subjects of a check: the plug-in as a whole, or each element of a kind.
 enum class CheckScope { Plugin, Element, Source, Sink, Allocator };
 
 /// One check.
 struct Check {
-    const char* name = nullptr;   ///< stable
-    const char* demand = nullptr; ///< what the plug-in must do, a sentence
+    const char* name = nullptr;        ///< stable
+    const char* requirement = nullptr; ///< a sentence
     CheckScope scope = CheckScope::Plugin;
     void (*run)(CheckContext&) = nullptr; ///< throws CheckFailed or NotApplicable, or returns
 };
 
-/// All checks in the order in which they are made.
+/// Returns all checks in the order in which they are made.
 const std::vector<Check>& Checks();
 
 /// The parts of that table.
@@ -203,11 +202,11 @@ std::vector<Check> ElementChecks();
 std::vector<Check> SourceChecks();
 std::vector<Check> SinkChecks();
 
-/// True when a check is made of elements of a kind.
+/// Returns whether a check applies to elements of a kind.
 bool AppliesTo(CheckScope scope, ElementFactoryType kind);
 
-/// The kind of element that a factory makes, whatever its registration says; none for a factory
-/// that is not the framework's.
+/// Returns the kind of element that a factory creates, independent of its registration; none for a
+/// factory that is not the framework's.
 std::optional<ElementFactoryType> KindOf(const IElementFactory& factory);
 
 } // namespace kel::host

@@ -1,9 +1,9 @@
-// What is demanded of a plug-in as a whole, and of elements of every kind.
+// Checks of the plug-in as a whole and of elements of every kind.
 
 #include "base/Errors.h"
 #include "base/Text.h"
+#include "elements/SharedLibrary.h"
 #include "validation/Check.h"
-#include "validation/ExportedSymbols.h"
 
 #include <IAudioSinkControl.h>
 #include <IAudioSourceControl.h>
@@ -118,7 +118,7 @@ void ExportsOneEntryPoint(CheckContext& context) {
     try {
         symbols = ReadExportedSymbols(context.Subject().plugin);
     } catch (const JobError& error) {
-        // Where it cannot be loaded either, that is told by another check.
+        // Another check reports that it cannot be loaded.
         throw NotApplicable(error.what());
     }
     bool hasEntryPoint = false;
@@ -140,7 +140,7 @@ void Registers(CheckContext& context) {
     Require(!registrations.empty(), fmt::format("{} registered nothing", kEntryPoint));
     for (const Registration& registration : registrations) {
         Require(registration.name == "a name",
-                fmt::format("{} is registered under \"{}\", not under the name that {} was given",
+                fmt::format("{} is registered under \"{}\", not under the argument of {}",
                             NameOf(registration), registration.name, kEntryPoint));
     }
 }
@@ -155,13 +155,13 @@ void RefusesNullName(CheckContext& context) {
     } catch (const std::exception&) {
         refused = true;
     } catch (...) {
-        throw CheckFailed("a null name is refused with something that is no std::exception");
+        throw CheckFailed("a null name is refused with something other than a std::exception");
     }
     Require(refused, "a null name is not refused");
     Require(GetRegistrations().size() == before, "something is registered under a null name");
 }
 
-// What hosts find an element by.
+// The key by which hosts find an element.
 using Key = std::tuple<std::int32_t, std::string, std::string>;
 
 Key KeyOf(const Registration& registration) {
@@ -198,7 +198,7 @@ void Unloads(CheckContext& context) {
         } catch (const JobError&) {
             throw NotApplicable("it cannot be loaded, see plugin.loads and plugin.registers");
         }
-        // The loader keeps what has names that must be unique in a process, or is marked so.
+        // The loader keeps libraries with names that must be unique in a process, and marked ones.
         if (dlopen(context.Subject().plugin.c_str(), RTLD_NOW | RTLD_NOLOAD) != nullptr) {
             throw NotApplicable("the loader keeps it loaded; hide all symbols but RegisterAll");
         }
@@ -210,8 +210,9 @@ void ClassAgrees(CheckContext& context) {
         const std::int32_t stated = registration.entry->GetIntegerValue("class");
         const ElementFactoryType own = registration.factory->GetFactoryType();
         if (KindOf(*registration.factory) != own) {
-            return fmt::format("has a factory that says {} and is no ElementFactory of it",
-                               GetLabel(own));
+            return fmt::format(
+                "has a factory of kind {} that is not an ElementFactory of that kind",
+                GetLabel(own));
         }
         return stated == static_cast<std::int32_t>(own)
                    ? ""
@@ -254,14 +255,14 @@ void DocumentsSettings(CheckContext& context) {
         }
         std::vector<std::string> names;
         for (const ParameterDescription& parameter : prototype->GetParameters()) {
-            // The same in all elements: the name of an allocator that the framework knows.
+            // AllocatorRef is the same in all elements.
             if (parameter.description.empty() && parameter.name != "AllocatorRef") {
                 names.push_back(parameter.name);
             }
         }
         return names.empty()
                    ? ""
-                   : fmt::format("says nothing of its settings {}", fmt::join(names, ", "));
+                   : fmt::format("does not describe its settings {}", fmt::join(names, ", "));
     });
 }
 
@@ -271,8 +272,8 @@ void HasCoreId(CheckContext& context) {
         const bool isCoreId = registration.coreId.size() > core.size() &&
                               registration.coreId.compare(0, core.size(), core) == 0;
         return isCoreId ? ""
-                        : fmt::format("was registered with the core id \"{}\", which is not what "
-                                      "GetKELCoreIdInternal gives for a version",
+                        : fmt::format("was registered with the core id \"{}\", which "
+                                      "GetKELCoreIdInternal does not return for any version",
                                       registration.coreId);
     });
 }
@@ -306,7 +307,7 @@ void IsNewEachTime(CheckContext& context) {
     WithKind(context, [&](auto kind) {
         const auto first = MakeElement<kind>(context);
         const auto second = MakeElement<kind>(context);
-        Require(first != second, "the creator gives the same element twice");
+        Require(first != second, "the creator returns the same element twice");
     });
 }
 
@@ -315,22 +316,22 @@ void HasManifest(CheckContext& context) {
         if constexpr (kind == kAllocator) {
             throw NotApplicable("an allocator has no manifest");
         } else {
-            const auto element = Prepare(kCanNotBeMade, [&] { return MakeElement<kind>(context); });
+            const auto element = Prepare(kCannotBeMade, [&] { return MakeElement<kind>(context); });
             const auto manifest =
                 context.Call("GetManifest", [&] { return element->GetManifest(); });
             Require(manifest == context.Element().entry,
-                    "GetManifest does not give what the creator was given");
+                    "GetManifest does not return the collection that the creator received");
         }
     });
 }
 
-// What lies behind an interface: the whole element.
+// Returns the complete object of an interface.
 template <typename Interface>
 const void* WholeOf(const Interface* element) {
     return element != nullptr ? dynamic_cast<const void*>(element) : nullptr;
 }
 
-// Casts from one interface to another, by way of what the compiler knows of neither.
+// Casts from one interface to another through the run-time type.
 template <typename To, typename From>
 void RequireCast(const From* element, const void* whole, const char* from, const char* to) {
     const auto* other = dynamic_cast<const To*>(element);
@@ -363,7 +364,7 @@ void ReachesOneElement(CheckContext& context) {
         if constexpr (kind == kAllocator) {
             throw NotApplicable("an allocator has one interface");
         } else {
-            const auto element = Prepare(kCanNotBeMade, [&] { return MakeElement<kind>(context); });
+            const auto element = Prepare(kCannotBeMade, [&] { return MakeElement<kind>(context); });
             context.Note("casting");
             if constexpr (kind == kSource) {
                 Casts<IAudioSource, IMediaSource, IAudioSourceControl, ISourceControl,
@@ -387,7 +388,7 @@ void ReachesOneElement(CheckContext& context) {
 void MayStayUnused(CheckContext& context) {
     WithKind(context, [&](auto kind) {
         for (const bool releases : {false, true}) {
-            auto element = Prepare(kCanNotBeMade, [&] { return MakeElement<kind>(context); });
+            auto element = Prepare(kCannotBeMade, [&] { return MakeElement<kind>(context); });
             if constexpr (kind != kAllocator) {
                 if (releases) {
                     context.Call("Release without SetInitConfig", [&] { element->Release(); });
@@ -399,12 +400,12 @@ void MayStayUnused(CheckContext& context) {
     });
 }
 
-void TakesDefaultSettings(CheckContext& context) {
+void AcceptsDefaultSettings(CheckContext& context) {
     WithKind(context, [&](auto kind) {
         if constexpr (kind == kAllocator) {
             throw NotApplicable("an allocator has no settings");
         } else {
-            const auto element = Prepare(kCanNotBeMade, [&] { return MakeElement<kind>(context); });
+            const auto element = Prepare(kCannotBeMade, [&] { return MakeElement<kind>(context); });
             const auto settings = context.MakeDefaultSettings();
             context.Try("SetInitConfig with the defaults",
                         [&] { element->SetInitConfig(settings); });
@@ -413,17 +414,17 @@ void TakesDefaultSettings(CheckContext& context) {
     });
 }
 
-void GivesBlocks(CheckContext& context) {
-    const auto allocator = Prepare(kCanNotBeMade, [&] { return MakeElement<kAllocator>(context); });
+void ReturnsBlocks(CheckContext& context) {
+    const auto allocator = Prepare(kCannotBeMade, [&] { return MakeElement<kAllocator>(context); });
     std::set<std::uint8_t*> places;
     std::vector<std::shared_ptr<IMemoryBlock>> blocks;
     for (const std::uint32_t bytes : {1U, 64U, 4096U, 1048576U, 4096U}) {
         const auto block = context.Call(fmt::format("Allocate({})", bytes),
                                         [&] { return allocator->Allocate(bytes); });
-        Require(block != nullptr, fmt::format("Allocate({}) gave no block", bytes));
+        Require(block != nullptr, fmt::format("Allocate({}) returned no block", bytes));
         Require(block->GetSize() >= bytes,
-                fmt::format("Allocate({}) gave a block of {} bytes", bytes, block->GetSize()));
-        Require(block->GetData() != nullptr, fmt::format("Allocate({}) gave no memory", bytes));
+                fmt::format("Allocate({}) returned a block of {} bytes", bytes, block->GetSize()));
+        Require(block->GetData() != nullptr, fmt::format("Allocate({}) returned no memory", bytes));
         Require(places.insert(block->GetData()).second, "two blocks have the same memory");
         context.Note("writing into a block");
         std::fill_n(block->GetData(), block->GetSize(), std::uint8_t{1});
@@ -436,14 +437,13 @@ void GivesBlocks(CheckContext& context) {
 std::vector<Check> PluginChecks() {
     constexpr auto kPlugin = CheckScope::Plugin;
     return {
-        {"plugin.loads", "The file is a library for this machine, and all its symbols are there.",
+        {"plugin.loads", "The file is a library for this machine, and all its symbols exist.",
          kPlugin, Loads},
         {"plugin.one-entry-point",
-         "It exports the function RegisterAll, and nothing else but what C++ has to share.",
+         "It exports the function RegisterAll, and nothing else except what C++ must share.",
          kPlugin, ExportsOneEntryPoint},
-        {"plugin.registers",
-         "RegisterAll registers elements, all under the name that it was given.", kPlugin,
-         Registers},
+        {"plugin.registers", "RegisterAll registers elements, all under the name in its argument.",
+         kPlugin, Registers},
         {"plugin.null-name",
          "RegisterAll refuses a null name with a std::exception and registers nothing.", kPlugin,
          RefusesNullName},
@@ -462,7 +462,7 @@ std::vector<Check> PluginChecks() {
         {"registration.documented-settings", "Each setting has a description.", kPlugin,
          DocumentsSettings},
         {"registration.core-id",
-         "Each registration has the core id that GetKELCoreIdInternal gives for a version.",
+         "Each registration has a core id that GetKELCoreIdInternal returns for a version.",
          kPlugin, HasCoreId},
         {"registration.unique",
          "No two registrations have the same class, implementation and type.", kPlugin, IsUnique},
@@ -474,17 +474,17 @@ std::vector<Check> ElementChecks() {
     return {
         {"element.new-each-time", "The creator makes a new element each time.", kElement,
          IsNewEachTime},
-        {"element.manifest", "GetManifest gives the collection that the creator was given.",
+        {"element.manifest", "GetManifest returns the collection that the creator received.",
          kElement, HasManifest},
         {"element.one-element", "Every interface leads to every other, and to the same element.",
          kElement, ReachesOneElement},
-        {"element.unused", "An element that is not used, or only released, goes without a trace.",
+        {"element.unused", "An element that is not used, or only released, is destroyed cleanly.",
          kElement, MayStayUnused},
         {"element.default-settings",
-         "SetInitConfig takes settings in which nothing is set, or refuses them as an error.",
-         kElement, TakesDefaultSettings},
-        {"allocator.gives-blocks", "Allocate gives blocks of the size that was asked for.",
-         CheckScope::Allocator, GivesBlocks},
+         "SetInitConfig accepts settings in which nothing is set, or refuses them with an error.",
+         kElement, AcceptsDefaultSettings},
+        {"allocator.returns-blocks", "Allocate returns blocks of the requested size.",
+         CheckScope::Allocator, ReturnsBlocks},
     };
 }
 

@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kWarmingUp = 64; // what is made once and kept, and pools that fill
+constexpr int kWarmingUp = 64; // objects that are created once, and pools that fill
 constexpr int kCycles = 256;
 
 void Repeat(const Cycle& cycle, int times) {
@@ -31,13 +31,13 @@ void Repeat(const Cycle& cycle, int times) {
     }
 }
 
-// What each open descriptor is open on.
+// Returns the targets of all open descriptors.
 std::multiset<std::string> OpenDescriptors() {
     std::multiset<std::string> targets;
     for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
         std::error_code gone;
         const fs::path target = fs::read_symlink(entry.path(), gone);
-        // The one that looks at the directory is among them each time.
+        // The descriptor of this loop is among them each time.
         if (!gone) {
             targets.insert(target.string());
         }
@@ -51,7 +51,7 @@ std::size_t HeapInUse() {
     return heap.uordblks + heap.hblkhd;
 }
 
-// The allocators of sanitizers and others do not count for mallinfo2.
+// mallinfo2 does not count the allocators of sanitizers.
 bool HeapIsCounted() {
     constexpr std::size_t kMuch = 1048576;
     const std::size_t before = HeapInUse();
@@ -59,7 +59,7 @@ bool HeapIsCounted() {
     return block->size() == kMuch && HeapInUse() >= before + kMuch;
 }
 
-// Each element has a sequence of its own, whatever others there are.
+// Each element has a sequence of its own, independent of other elements.
 std::mt19937_64 MakeEngine(CheckContext& context) {
     const IParametersCollectionInstance& entry = *context.Element().entry;
     const std::string name =
@@ -75,7 +75,7 @@ std::mt19937_64 MakeEngine(CheckContext& context) {
 } // namespace
 
 void RequireNoOpenDescriptors(const Cycle& cycle) {
-    Repeat(cycle, 2); // what is opened once for all is no leak
+    Repeat(cycle, 2); // files that stay open from the first use on are no leak
     const std::multiset<std::string> before = OpenDescriptors();
     constexpr int kTimes = 100;
     Repeat(cycle, kTimes);
@@ -84,8 +84,8 @@ void RequireNoOpenDescriptors(const Cycle& cycle) {
     std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
                         std::back_inserter(more));
     const std::set<std::string> names(more.begin(), more.end());
-    Require(more.empty(), fmt::format("after {} rounds {} more descriptors are open, on {}", kTimes,
-                                      more.size(), fmt::join(names, ", ")));
+    Require(more.empty(), fmt::format("after {} rounds, {} more descriptors are open, on {}",
+                                      kTimes, more.size(), fmt::join(names, ", ")));
 }
 
 std::vector<std::string> FilesHere() {
@@ -105,7 +105,7 @@ void RequireNoFiles(const Cycle& cycle) {
 
 void RequireNoGrowth(const Cycle& cycle) {
     if (!HeapIsCounted()) {
-        throw NotApplicable("the heap of this process keeps no count of its memory");
+        throw NotApplicable("the heap of this process does not count its memory");
     }
     Repeat(cycle, kWarmingUp);
     const std::size_t first = HeapInUse();
@@ -113,22 +113,22 @@ void RequireNoGrowth(const Cycle& cycle) {
     const std::size_t second = HeapInUse();
     Repeat(cycle, kCycles);
     const std::size_t third = HeapInUse();
-    // Less than the smallest block in each round is no block lost in each round.
+    // Less than the smallest block is not a block lost in each round.
     constexpr std::size_t kSmallest = 16;
     const bool grows =
         second >= first + kCycles * kSmallest && third >= second + kCycles * kSmallest;
-    Require(!grows, fmt::format("each round takes {} bytes for good",
+    Require(!grows, fmt::format("each round loses {} bytes",
                                 third > second ? (third - second) / kCycles : 0));
 }
 
 RandomSequence::RandomSequence(CheckContext& context)
     : m_context(context), m_engine(MakeEngine(context)) {}
 
-void RandomSequence::Tell(const char* step) {
-    constexpr std::size_t kTold = 8;
+void RandomSequence::NoteStep(const char* step) {
+    constexpr std::size_t kMaxReported = 8;
     ++m_number;
     m_last.emplace_back(step);
-    if (m_last.size() > kTold) {
+    if (m_last.size() > kMaxReported) {
         m_last.pop_front();
     }
     m_place = fmt::format("at step {} (the last: {})", m_number, fmt::join(m_last, ", "));

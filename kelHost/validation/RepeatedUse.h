@@ -1,4 +1,4 @@
-/// Doing something many times and looking at what is left of it, and doing things in random order.
+/// Repeated and random use of elements. Used by one thread.
 #pragma once
 
 #include "validation/Check.h"
@@ -26,11 +26,11 @@ void RequireNoOpenDescriptors(const Cycle& cycle);
 /// @throws CheckFailed with the names
 void RequireNoFiles(const Cycle& cycle);
 
-/// Makes rounds and fails when each takes some memory of the heap for good.
+/// Makes rounds and fails when each loses memory of the heap.
 /// @throws CheckFailed with how much, NotApplicable where the heap keeps no count
 void RequireNoGrowth(const Cycle& cycle);
 
-/// Everything that lies in the working directory, sorted.
+/// Returns the names of all files in the working directory, sorted.
 std::vector<std::string> FilesHere();
 
 /// One step of a random sequence.
@@ -40,13 +40,13 @@ struct Step {
     void (Owner::*make)();
 };
 
-/// Random numbers and steps, the same for the same seed and element. What fails is told with the
-/// steps that lead to it.
+/// Random numbers and steps, the same for the same seed and element. A failure is reported with the
+/// steps before it.
 class RandomSequence {
 public:
     explicit RandomSequence(CheckContext& context);
 
-    /// A number from 0 to @p end, without it.
+    /// Returns a number from 0 to @p end, exclusive.
     std::uint64_t Below(std::uint64_t end) { return m_engine() % end; }
 
     /// Makes many of some steps.
@@ -56,7 +56,7 @@ public:
         constexpr int kSteps = 5000;
         for (int i = 0; i < kSteps; ++i) {
             const Step<Owner>& step = steps[Below(steps.size())];
-            Tell(step.name);
+            NoteStep(step.name);
             try {
                 (owner.*step.make)();
             } catch (const CheckFailed& failure) {
@@ -66,8 +66,8 @@ public:
     }
 
 private:
-    // Says which step comes next.
-    void Tell(const char* step);
+    // Notes the next step.
+    void NoteStep(const char* step);
 
     CheckContext& m_context;
     std::mt19937_64 m_engine;

@@ -14,7 +14,7 @@ namespace kel::host {
 
 namespace {
 
-// What texts call a verdict, and documents.
+// Returns the name of a verdict in texts and documents.
 struct VerdictNames {
     std::string_view text;
     std::string_view json;
@@ -82,7 +82,7 @@ std::string TestCase(const CheckResult& result) {
     std::string inner;
     if (result.verdict == CheckVerdict::Failed) {
         inner += fmt::format("      <failure message=\"{}\">{}</failure>\n",
-                             EscapeXML(result.message), XMLAttribute(result.check->demand));
+                             EscapeXML(result.message), XMLAttribute(result.check->requirement));
     } else if (result.verdict == CheckVerdict::NotApplicable) {
         inner += fmt::format("      <skipped message=\"{}\"/>\n", EscapeXML(result.message));
     }
@@ -128,7 +128,7 @@ nlohmann::json ReportAsJSON(const ValidationReport& report) {
     auto results = nlohmann::json::array();
     for (const CheckResult& result : report.results) {
         results.push_back({{"check", result.check->name},
-                           {"demand", result.check->demand},
+                           {"requirement", result.check->requirement},
                            {"element", Escape(result.element)},
                            {"verdict", NamesOf(result.verdict).json},
                            {"message", result.message},

@@ -1,4 +1,4 @@
-/// What came of the checks of a plug-in, for people and for programs.
+/// Results of checks, for people and for programs. Pure functions.
 #pragma once
 
 #include "validation/Check.h"
@@ -12,46 +12,46 @@
 
 namespace kel::host {
 
-/// What came of a check.
+/// Outcome of a check.
 enum class CheckVerdict { Passed, Failed, NotApplicable };
 
-/// One check of the plug-in or of one element, and what came of it.
+/// One check of the plug-in or of one element, with its result.
 struct CheckResult {
     const Check* check = nullptr;
     std::string element; ///< IMPLEMENTATION:TYPE; empty for the plug-in as a whole
     CheckVerdict verdict = CheckVerdict::Passed;
-    std::string message; ///< what is wrong, or why the check could not be made; a line
+    std::string message; ///< the fault, or the reason why the check does not apply; one line
     double seconds = 0;
     long peakKiB = 0;   ///< 0 when no process was needed
-    std::string output; ///< what the plug-in printed
+    std::string output; ///< output of the plug-in
 };
 
-/// A whole run.
+/// Results of a validation.
 struct ValidationReport {
     std::string plugin; ///< as the user named it
     std::uint64_t seed = 0;
     std::vector<CheckResult> results;
 
-    /// How many have a verdict.
+    /// Returns the number of results with a verdict.
     std::size_t Count(CheckVerdict verdict) const;
 };
 
-/// How wide the columns of the lines are.
+/// Column widths of the lines.
 struct ReportColumns {
     std::size_t check = 0;
     std::size_t element = 0;
 };
 
-/// A line of text for a result, with its end.
+/// Returns a result as a line of text, with its newline.
 std::string FormatLine(const CheckResult& result, const ReportColumns& columns);
 
-/// The last line of text: how many there are of each verdict, and the seed.
+/// Returns the last line of text: the number of each verdict, and the seed.
 std::string FormatSummary(const ValidationReport& report);
 
-/// The members of the JSON document.
+/// Returns the members of the JSON document.
 nlohmann::json ReportAsJSON(const ValidationReport& report);
 
-/// The report as JUnit writes them: a test case for each result.
+/// Returns the report in JUnit's format: a test case for each result.
 std::string ReportAsJUnit(const ValidationReport& report);
 
 } // namespace kel::host

@@ -1,4 +1,4 @@
-// What is demanded of sinks.
+// Checks of sinks.
 
 #include "validation/Check.h"
 #include "validation/RepeatedUse.h"
@@ -36,15 +36,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kTakesNone = "it takes none of the inputs that are offered";
-constexpr const char* kCanNotWrite = "an input cannot be defined, see sink.defines-and-writes";
+constexpr const char* kTakesNone = "it accepts none of the offered inputs";
+constexpr const char* kCannotWrite = "an input cannot be defined, see sink.defines-and-writes";
 constexpr std::uint32_t kFrames = 480;
 
-// A sink, with calls whose failures are told by name.
+// A sink whose failed calls are reported by name.
 class CheckedSink {
 public:
     explicit CheckedSink(CheckContext& context)
-        : m_context(context), m_element(Prepare(kCanNotBeMade, [&] {
+        : m_context(context), m_element(Prepare(kCannotBeMade, [&] {
               return MakeElement<ElementFactoryType::AudioSink>(context);
           })) {}
 
@@ -70,7 +70,7 @@ public:
         }
     }
 
-    // True when the sink says that it would take an input. One that it cannot judge it does not.
+    // Returns whether the sink accepts an input. An input that it cannot judge is refused.
     bool Accepts(const OfferedInput& input) const {
         bool accepts = false;
         const bool judged =
@@ -131,7 +131,7 @@ std::vector<OfferedInput> AllInputs() {
     return inputs;
 }
 
-// The first of the usual inputs that the sink says it takes.
+// Returns the first of the usual inputs that the sink accepts.
 OfferedInput FirstAccepted(CheckContext& context) {
     const CheckedSink sink(context);
     for (const OfferedInput& input : UsualInputs()) {
@@ -142,7 +142,7 @@ OfferedInput FirstAccepted(CheckContext& context) {
     throw NotApplicable(kTakesNone);
 }
 
-// What lies in the working directory: names and bytes.
+// Names and contents of the files in the working directory.
 std::map<std::string, std::string> Contents() {
     std::map<std::string, std::string> contents;
     for (const std::string& name : FilesHere()) {
@@ -168,7 +168,7 @@ void RemoveFilesHere() {
 void AnswersWhileClosed(CheckContext& context) {
     CheckedSink sink(context);
     Prepare("it cannot be configured, see sink.defines-and-writes", [&] { sink.Configure(); });
-    Require(sink.Defined() == nullptr, "GetDefinedInput gives something before DefineInput");
+    Require(sink.Defined() == nullptr, "GetDefinedInput returns something before DefineInput");
     sink.Close();
     sink.Release();
     sink.Open(OutputName(context, "first"));
@@ -187,11 +187,11 @@ void CheckAgreesWithDefine(CheckContext& context) {
             sink.Open(OutputName(context, "output"));
         });
         const bool accepts = sink.Accepts(input);
-        const bool takes = sink.TryDefine(input);
-        Require(accepts == takes,
+        const bool defines = sink.TryDefine(input);
+        Require(accepts == defines,
                 fmt::format("CheckInputAndAdaptIfNecessary {} {}, and DefineInput {} it",
                             accepts ? "accepts" : "refuses", input.name,
-                            takes ? "takes" : "refuses"));
+                            defines ? "accepts" : "refuses"));
         sink.Close();
         RemoveFilesHere();
     }
@@ -208,7 +208,7 @@ void CheckChangesNothing(CheckContext& context) {
         Require(sink.Accepts(input) == first,
                 fmt::format("{} is judged otherwise the second time", input.name));
         Require(sink.Defined() == nullptr,
-                fmt::format("after CheckInputAndAdaptIfNecessary with {}, GetDefinedInput gives "
+                fmt::format("after CheckInputAndAdaptIfNecessary with {}, GetDefinedInput returns "
                             "something",
                             input.name));
         RequireNothingHere("after CheckInputAndAdaptIfNecessary");
@@ -223,10 +223,10 @@ void RefusalsLeaveNoFile(CheckContext& context) {
             sink.Configure();
             sink.Open(OutputName(context, "output"));
         });
-        const bool takes = Prepare("it fails where it should refuse, see "
-                                   "sink.check-agrees-with-define",
-                                   [&] { return sink.TryDefine(input); });
-        if (!takes) {
+        const bool accepts = Prepare("it fails where it should refuse, see "
+                                     "sink.check-agrees-with-define",
+                                     [&] { return sink.TryDefine(input); });
+        if (!accepts) {
             hasRefused = true;
             RequireNothingHere(fmt::format("after it has refused {},", input.name));
         }
@@ -279,10 +279,10 @@ void DefinesAndWrites(CheckContext& context) {
     }
 }
 
-// A sink with an input defined; what goes wrong on the way is another check's finding.
+// A sink with an input defined. Another check reports failures to define it.
 OfferedInput PrepareDefined(CheckContext& context, CheckedSink& sink) {
     OfferedInput input = FirstAccepted(context);
-    Prepare(kCanNotWrite, [&] {
+    Prepare(kCannotWrite, [&] {
         sink.Configure();
         sink.Open(OutputName(context, "output"));
         sink.Define(input);
@@ -306,7 +306,7 @@ void OpensOnce(CheckContext& context) {
 void TellsOfLostSamples(CheckContext& context) {
     CheckedSink sink(context);
     const OfferedInput input = PrepareDefined(context, sink);
-    Prepare(kCanNotWrite, [&] {
+    Prepare(kCannotWrite, [&] {
         PushSome(sink, input);
         sink.Close();
     });
@@ -352,7 +352,7 @@ void RequireOfLives(CheckContext& context, Demand demand) {
     const Cycle cycle = [&] {
         Live(context, input, refused);
     };
-    Prepare("it cannot be used over and over, as other checks tell", cycle);
+    Prepare("it cannot be used repeatedly, as other checks report", cycle);
     demand(cycle);
 }
 
@@ -372,7 +372,7 @@ void FreesMemory(CheckContext& context) {
 }
 
 // Calls in random order, and what must be known of them. An input is defined once for each file, as
-// the order of calls demands.
+// the order of calls requires.
 class RandomCalls {
 public:
     explicit RandomCalls(CheckContext& context)
@@ -446,7 +446,7 @@ private:
         if (m_defined == nullptr && !m_refused.empty()) {
             const OfferedInput& input = OneOf(m_refused);
             Require(!m_sink.TryDefine(input),
-                    fmt::format("DefineInput takes {}, which the check refuses", input.name));
+                    fmt::format("DefineInput accepts {}, which the check refuses", input.name));
         }
     }
 
@@ -529,15 +529,15 @@ std::vector<Check> SinkChecks() {
         {"sink.closed", "Before DefineInput it has no input and writes nothing; it can be closed.",
          kSink, AnswersWhileClosed},
         {"sink.check-agrees-with-define",
-         "DefineInput takes what CheckInputAndAdaptIfNecessary accepts, and nothing else.", kSink,
+         "DefineInput accepts what CheckInputAndAdaptIfNecessary accepts, and nothing else.", kSink,
          CheckAgreesWithDefine},
         {"sink.check-changes-nothing",
-         "CheckInputAndAdaptIfNecessary says the same each time and changes nothing.", kSink,
+         "CheckInputAndAdaptIfNecessary returns the same each time and changes nothing.", kSink,
          CheckChangesNothing},
         {"sink.refusals-leave-no-file", "An input that is refused leaves no file.", kSink,
          RefusalsLeaveNoFile},
         {"sink.defines-and-writes",
-         "It takes an input that it accepts, and samples of it, and writes its file.", kSink,
+         "It defines an input that it accepts, writes samples, and creates its file.", kSink,
          DefinesAndWrites},
         {"sink.opens-once", "Open is refused while it writes, and what it writes stays whole.",
          kSink, OpensOnce},
@@ -545,8 +545,8 @@ std::vector<Check> SinkChecks() {
          "A sample that comes after Close is refused or logged as an error, and changes nothing.",
          kSink, TellsOfLostSamples},
         {"sink.closes-descriptors", "It leaves no descriptor open.", kSink, ClosesDescriptors},
-        {"sink.leaves-no-files", "It leaves no file behind but its output.", kSink, LeavesNoFiles},
-        {"sink.frees-memory", "Its use over and over takes no more memory.", kSink, FreesMemory},
+        {"sink.leaves-no-files", "It leaves no file but its output.", kSink, LeavesNoFiles},
+        {"sink.frees-memory", "Repeated use takes no more memory.", kSink, FreesMemory},
         {"sink.random-calls", "In whatever order it is called, it does what it must or refuses.",
          kSink, SurvivesRandomCalls},
     };

@@ -1,4 +1,4 @@
-// What is demanded of sources.
+// Checks of sources.
 
 #include "validation/Check.h"
 #include "validation/RepeatedUse.h"
@@ -28,11 +28,11 @@ namespace kel::host {
 
 namespace {
 
-constexpr const char* kCanNotBeOpened = "its medium cannot be opened, see source.opens";
-constexpr const char* kCanNotBeRead =
+constexpr const char* kCannotBeOpened = "its medium cannot be opened, see source.opens";
+constexpr const char* kCannotBeRead =
     "it cannot be read to its end, see source.frames-equal-limits";
 
-// What a source has delivered of its medium.
+// The data that a source has delivered.
 struct Recording {
     std::vector<TimeLimits> stamps;   // of each sample
     std::vector<std::int64_t> frames; // in each sample
@@ -48,11 +48,11 @@ struct Recording {
     }
 };
 
-// A source, with calls whose failures are told by name.
+// A source whose failed calls are reported by name.
 class CheckedSource {
 public:
     explicit CheckedSource(CheckContext& context)
-        : m_context(context), m_element(Prepare(kCanNotBeMade, [&] {
+        : m_context(context), m_element(Prepare(kCannotBeMade, [&] {
               return MakeElement<ElementFactoryType::AudioSource>(context);
           })) {}
 
@@ -76,7 +76,7 @@ public:
         m_context.Call("SetInitConfig", [&] { m_element->SetInitConfig(settings); });
     }
 
-    // By its settings alone.
+    // Only by its settings.
     void ConfigureWithPath() {
         const auto settings = m_context.MakeSettings();
         settings->SetWideStringValue("FilePath", Path());
@@ -92,12 +92,12 @@ public:
         Configure();
         if (!IsOpen()) {
             Open();
-            Require(IsOpen(), "after Open, IsMediaOpen says no");
+            Require(IsOpen(), "after Open, IsMediaOpen returns false");
         }
     }
 
     void PrepareOpen() {
-        Prepare(kCanNotBeOpened, [this] { ConfigureAndOpen(); });
+        Prepare(kCannotBeOpened, [this] { ConfigureAndOpen(); });
     }
 
     void Release() {
@@ -147,15 +147,15 @@ public:
             m_context.Call(fmt::format("GotoTimeOffset to frame {}", frame),
                            [&] { return m_element->GotoTimeOffset(position, ""); });
         Require(reached.GetTimeNumber() == position.GetTimeNumber(),
-                fmt::format("GotoTimeOffset to {} says that it reached {}",
-                            position.GetTimeNumber(), reached.GetTimeNumber()));
+                fmt::format("GotoTimeOffset to {} returns {}", position.GetTimeNumber(),
+                            reached.GetTimeNumber()));
     }
 
     // Gets to know the medium, which is open.
     void Learn() {
         m_limits = Limits();
         const auto output = Output();
-        Require(output != nullptr, "GetDefinedOutput gives nothing of an open medium");
+        Require(output != nullptr, "GetDefinedOutput returns nothing for an open medium");
         const auto infos = output->GetAudioInfos();
         Require(!infos.empty() && infos.front() != nullptr,
                 "GetDefinedOutput names no stream of audio");
@@ -175,7 +175,7 @@ public:
     }
 
     void PrepareLearn() {
-        Prepare(kCanNotBeOpened, [this] { Learn(); });
+        Prepare(kCannotBeOpened, [this] { Learn(); });
     }
 
     std::int64_t Duration() const { return m_limits.duration; }
@@ -188,12 +188,12 @@ public:
             return false;
         }
         const auto samples = container->GetAudioSamples(nullptr, nullptr);
-        Require(!samples.empty(), "GetSample gives a container without a sample");
+        Require(!samples.empty(), "GetSample returns a container without a sample");
         for (const auto& sample : samples) {
             const std::uint32_t size = sample->GetBuffer()->GetSize();
-            Require(
-                size % m_bytesPerFrame == 0,
-                fmt::format("GetSample gives {} bytes, and a frame has {}", size, m_bytesPerFrame));
+            Require(size % m_bytesPerFrame == 0,
+                    fmt::format("GetSample returns {} bytes, and a frame has {}", size,
+                                m_bytesPerFrame));
             const std::int64_t frames = size / m_bytesPerFrame;
             recording.stamps.push_back(sample->GetTimeLimits());
             recording.frames.push_back(frames);
@@ -226,23 +226,24 @@ private:
     std::uint32_t m_bytesPerFrame = 0;
 };
 
-// What a source delivers from start to end, for comparing.
+// All data that a source delivers, for comparison.
 Recording Reference(CheckContext& context) {
     CheckedSource source(context);
     source.PrepareOpen();
     source.PrepareLearn();
-    return Prepare(kCanNotBeRead, [&] { return source.TakeAll(); });
+    return Prepare(kCannotBeRead, [&] { return source.TakeAll(); });
 }
 
 void RequireClosed(CheckContext& context, const CheckedSource& source, const std::string& when) {
     IAudioSource& element = source.Element();
-    Require(!source.IsOpen(), fmt::format("{}, IsMediaOpen says yes", when));
-    Require(source.Output() == nullptr, fmt::format("{}, GetDefinedOutput gives something", when));
+    Require(!source.IsOpen(), fmt::format("{}, IsMediaOpen returns true", when));
+    Require(source.Output() == nullptr,
+            fmt::format("{}, GetDefinedOutput returns something", when));
     Require(source.Available().empty(),
-            fmt::format("{}, GetAvailableOutputs gives something", when));
+            fmt::format("{}, GetAvailableOutputs returns something", when));
     Require(source.Activated().empty(),
-            fmt::format("{}, GetActivatedOutputs gives something", when));
-    Require(source.Sample() == nullptr, fmt::format("{}, GetSample gives something", when));
+            fmt::format("{}, GetActivatedOutputs returns something", when));
+    Require(source.Sample() == nullptr, fmt::format("{}, GetSample returns something", when));
     context.Refuse(fmt::format("{}, GetTimeLimits", when), [&] { element.GetTimeLimits(""); });
     context.Refuse(fmt::format("{}, GotoTimeOffset", when),
                    [&] { element.GotoTimeOffset(MediaTime(EditRate(48000, 1), 0, nullptr), ""); });
@@ -260,24 +261,25 @@ void Opens(CheckContext& context) {
         Require(rate.numerator != 0 && rate.denominator != 0,
                 fmt::format("its limits are counted in {}/{} units per second", rate.numerator,
                             rate.denominator));
-        Require(!source.Available().empty(), "GetAvailableOutputs gives none of an open medium");
-        Require(source.Activated().size() == source.Available().size(),
-                "GetActivatedOutputs gives others than GetAvailableOutputs, and nobody has chosen");
+        Require(!source.Available().empty(), "GetAvailableOutputs returns none for an open medium");
+        Require(
+            source.Activated().size() == source.Available().size(),
+            "GetActivatedOutputs returns other outputs than GetAvailableOutputs without a choice");
     }
     CheckedSource source(context);
     if (source.ReadsFile()) {
         source.ConfigureWithPath();
-        Require(source.IsOpen(), "after SetInitConfig with FilePath, IsMediaOpen says no");
+        Require(source.IsOpen(), "after SetInitConfig with FilePath, IsMediaOpen returns false");
     }
 }
 
 void AnswersWhileClosed(CheckContext& context) {
     CheckedSource source(context);
     if (source.ReadsFile()) {
-        Prepare(kCanNotBeOpened, [&] { source.Configure(); });
+        Prepare(kCannotBeOpened, [&] { source.Configure(); });
         RequireClosed(context, source, "before Open");
         source.Release();
-        Prepare(kCanNotBeOpened, [&] { source.Open(); });
+        Prepare(kCannotBeOpened, [&] { source.Open(); });
     } else {
         source.PrepareOpen();
     }
@@ -291,7 +293,7 @@ void OpensOnce(CheckContext& context) {
     source.PrepareOpen();
     const std::wstring path = source.Path();
     context.Refuse("a second Open", [&] { source.Element().Open(path); });
-    Require(source.IsOpen(), "after a second Open that was refused, IsMediaOpen says no");
+    Require(source.IsOpen(), "after a second Open that was refused, IsMediaOpen returns false");
 }
 
 void RefusesMissingFile(CheckContext& context) {
@@ -299,11 +301,12 @@ void RefusesMissingFile(CheckContext& context) {
     if (!source.ReadsFile()) {
         throw NotApplicable("it reads no file");
     }
-    Prepare(kCanNotBeOpened, [&] { source.Configure(); });
+    Prepare(kCannotBeOpened, [&] { source.Configure(); });
     context.Refuse("Open of a missing file", [&] { source.Element().Open(L"missing"); });
-    Require(!source.IsOpen(), "after Open of a missing file, IsMediaOpen says yes");
+    Require(!source.IsOpen(), "after Open of a missing file, IsMediaOpen returns true");
     source.Open();
-    Require(source.IsOpen(), "after Open of a missing file and of another, IsMediaOpen says no");
+    Require(source.IsOpen(),
+            "after Open of a missing file and of another, IsMediaOpen returns false");
 }
 
 void DeliversItsLimits(CheckContext& context) {
@@ -315,7 +318,7 @@ void DeliversItsLimits(CheckContext& context) {
     }
     const Recording recording = source.TakeAll();
     Require(recording.count == source.Duration(),
-            fmt::format("it delivered {} frames{}, and its limits say {}", recording.count,
+            fmt::format("it delivered {} frames{}, and its limits declare {}", recording.count,
                         recording.count > source.Duration() ? " and more" : "", source.Duration()));
 }
 
@@ -323,7 +326,7 @@ void StampsWithoutGaps(CheckContext& context) {
     CheckedSource source(context);
     source.PrepareOpen();
     source.PrepareLearn();
-    const Recording recording = Prepare(kCanNotBeRead, [&] { return source.TakeAll(); });
+    const Recording recording = Prepare(kCannotBeRead, [&] { return source.TakeAll(); });
     const MediaTime start = source.KnownLimits().start;
     std::int64_t next = start.GetTimeNumber();
     for (std::size_t i = 0; i < recording.stamps.size(); ++i) {
@@ -334,7 +337,7 @@ void StampsWithoutGaps(CheckContext& context) {
                 fmt::format("sample {} is stamped {}, and {} is next", i,
                             stamp.start.GetTimeNumber(), next));
         Require(stamp.duration == recording.frames[i],
-                fmt::format("sample {} has {} frames, and its stamp says {}", i,
+                fmt::format("sample {} has {} frames, and its time limits declare {}", i,
                             recording.frames[i], stamp.duration));
         next += stamp.duration;
     }
@@ -344,14 +347,14 @@ void EndsForGood(CheckContext& context) {
     CheckedSource source(context);
     source.PrepareOpen();
     source.PrepareLearn();
-    const Recording recording = Prepare(kCanNotBeRead, [&] { return source.TakeAll(); });
+    const Recording recording = Prepare(kCannotBeRead, [&] { return source.TakeAll(); });
     if (recording.count > source.Duration()) {
         throw NotApplicable("it does not end, see source.frames-equal-limits");
     }
     constexpr int kTimes = 10;
     for (int i = 0; i < kTimes; ++i) {
         Require(source.Sample() == nullptr,
-                fmt::format("GetSample gave something at call {} behind the end", i + 1));
+                fmt::format("GetSample returned something at call {} after the end", i + 1));
     }
 }
 
@@ -380,7 +383,7 @@ void SeeksToEachEdge(CheckContext& context) {
         const bool isThere = source.Take(piece);
         Require(isThere == !expected.empty(),
                 fmt::format("from frame {} on, it delivers {}", edge,
-                            isThere ? "something behind the end" : "nothing"));
+                            isThere ? "something after the end" : "nothing"));
         Require(piece.bytes.size() <= expected.size() &&
                     expected.substr(0, piece.bytes.size()) == piece.bytes,
                 fmt::format("from frame {} on, it delivers others than when it is read from start "
@@ -389,7 +392,7 @@ void SeeksToEachEdge(CheckContext& context) {
     }
     source.Seek(0);
     Require(source.TakeAll().bytes == whole.bytes,
-            "behind its end and back at its start, it does not deliver all of it again");
+            "after its end and back at its start, it does not deliver all of it again");
 }
 
 void RefusesToSeekOutside(CheckContext& context) {
@@ -403,7 +406,7 @@ void RefusesToSeekOutside(CheckContext& context) {
     const MediaTime other(EditRate(rate.numerator + 1, rate.denominator), before.GetTimeNumber(),
                           nullptr);
     context.Refuse("GotoTimeOffset before the start", [&] { element.GotoTimeOffset(before, ""); });
-    context.Refuse("GotoTimeOffset behind the end", [&] { element.GotoTimeOffset(behind, ""); });
+    context.Refuse("GotoTimeOffset after the end", [&] { element.GotoTimeOffset(behind, ""); });
     MediaTime start = other;
     start.SetTimeNumber(source.Position(0).GetTimeNumber());
     context.Refuse("GotoTimeOffset in another rate", [&] { element.GotoTimeOffset(start, ""); });
@@ -419,8 +422,8 @@ void SwitchesOutputs(CheckContext& context) {
     static_cast<void>(source.Take(recording));
     source.Activate({});
     Require(source.Activated().empty(),
-            "with all outputs off, GetActivatedOutputs gives something");
-    Require(source.Sample() == nullptr, "with all outputs off, GetSample gives something");
+            "with all outputs off, GetActivatedOutputs returns something");
+    Require(source.Sample() == nullptr, "with all outputs off, GetSample returns something");
     source.Activate(outputs);
     Require(source.Activated().size() == outputs.size(),
             "with all outputs on, GetActivatedOutputs does not give all");
@@ -439,7 +442,7 @@ void OpensAgain(CheckContext& context) {
     for (int round = 0; round < 2; ++round) {
         source.Release();
         source.Open();
-        Require(source.IsOpen(), "after Release and Open, IsMediaOpen says no");
+        Require(source.IsOpen(), "after Release and Open, IsMediaOpen returns false");
         source.Learn();
         Require(source.TakeAll().bytes == whole.bytes,
                 "after Release and Open, it does not deliver what it did at first");
@@ -462,7 +465,7 @@ void Live(CheckContext& context) {
     source.Seek(0);
     static_cast<void>(source.Take(recording));
     const MediaTime behind = source.Position(source.Duration() + 1);
-    context.Try("GotoTimeOffset behind the end",
+    context.Try("GotoTimeOffset after the end",
                 [&] { source.Element().GotoTimeOffset(behind, ""); });
     source.Release();
 }
@@ -471,7 +474,7 @@ void PrepareLife(CheckContext& context) {
     CheckedSource source(context);
     source.PrepareOpen();
     source.PrepareLearn();
-    Prepare("it cannot be used over and over, as other checks tell", [&] { Live(context); });
+    Prepare("it cannot be used repeatedly, as other checks report", [&] { Live(context); });
 }
 
 void ClosesDescriptors(CheckContext& context) {
@@ -506,7 +509,7 @@ public:
             {"GetSample", &Calls::GetSample},
             {"GotoTimeOffset within", &Calls::SeekWithin},
             {"GotoTimeOffset before the start", &Calls::SeekBefore},
-            {"GotoTimeOffset behind the end", &Calls::SeekBehind},
+            {"GotoTimeOffset after the end", &Calls::SeekBehind},
             {"ActivateOutputs with none", &Calls::ActivateNone},
             {"ActivateOutputs with all", &Calls::ActivateAll},
             {"ActivateOutputs with all", &Calls::ActivateAll},
@@ -533,8 +536,8 @@ private:
         Recording recording;
         const bool isThere = m_source.Take(recording);
         Require(!isThere || (m_isOpen && m_isActive),
-                m_isOpen ? "GetSample gave something with all outputs off"
-                         : "GetSample gave something without a medium");
+                m_isOpen ? "GetSample returned something with all outputs off"
+                         : "GetSample returned something without a medium");
     }
 
     void SeekWithin() {
@@ -548,7 +551,7 @@ private:
 
     void SeekBefore() { RefuseToSeek(-1 - RandomFrame(), "before the start"); }
 
-    void SeekBehind() { RefuseToSeek(m_source.Duration() + 1 + RandomFrame(), "behind the end"); }
+    void SeekBehind() { RefuseToSeek(m_source.Duration() + 1 + RandomFrame(), "after the end"); }
 
     void RefuseToSeek(std::int64_t frame, const char* where) {
         const MediaTime position = m_source.Position(frame);
@@ -581,15 +584,14 @@ private:
 
     void Query() {
         const IAudioSource& element = m_source.Element();
-        Require(m_source.IsOpen() == m_isOpen,
-                fmt::format("IsMediaOpen says {}", m_isOpen ? "no" : "yes"));
+        Require(m_source.IsOpen() == m_isOpen, fmt::format("IsMediaOpen returns {}", !m_isOpen));
         Require((m_source.Output() != nullptr) == m_isOpen,
-                fmt::format("GetDefinedOutput gives {}", m_isOpen ? "nothing" : "something"));
+                fmt::format("GetDefinedOutput returns {}", m_isOpen ? "nothing" : "something"));
         Require(m_source.Available().empty() != m_isOpen,
-                fmt::format("GetAvailableOutputs gives {}", m_isOpen ? "none" : "some"));
-        Require(
-            m_source.Activated().empty() != (m_isOpen && m_isActive),
-            fmt::format("GetActivatedOutputs gives {}", m_isOpen && m_isActive ? "none" : "some"));
+                fmt::format("GetAvailableOutputs returns {}", m_isOpen ? "none" : "some"));
+        Require(m_source.Activated().empty() != (m_isOpen && m_isActive),
+                fmt::format("GetActivatedOutputs returns {}",
+                            m_isOpen && m_isActive ? "none" : "some"));
         m_context.Call("GetDirection", [&] { return element.GetDirection(); });
         m_context.Call("IsGrowing", [&] { return element.IsGrowing(); });
         m_context.Call("GetMetadatas", [&] { return element.GetMetadatas(); });
@@ -647,33 +649,32 @@ std::vector<Check> SourceChecks() {
     constexpr auto kSource = CheckScope::Source;
     return {
         {"source.opens", "It opens its medium and describes it.", kSource, Opens},
-        {"source.closed", "Without a medium it answers that there is none, or refuses.", kSource,
+        {"source.closed", "Without a medium it reports that, or refuses.", kSource,
          AnswersWhileClosed},
         {"source.opens-once", "Open is refused while a medium is open, which stays open.", kSource,
          OpensOnce},
         {"source.missing-file", "A missing file is refused, and the next one is opened.", kSource,
          RefusesMissingFile},
-        {"source.frames-equal-limits", "It delivers as many frames as GetTimeLimits says.", kSource,
-         DeliversItsLimits},
+        {"source.frames-equal-limits", "It delivers as many frames as GetTimeLimits declares.",
+         kSource, DeliversItsLimits},
         {"source.stamps-without-gaps",
          "Each sample starts where the one before ends, the first at the start of the limits.",
          kSource, StampsWithoutGaps},
-        {"source.nothing-after-end", "Once GetSample has given nothing, it gives nothing more.",
-         kSource, EndsForGood},
+        {"source.nothing-after-end",
+         "After GetSample has returned nothing, it returns nothing more.", kSource, EndsForGood},
         {"source.seek-to-each-edge",
          "From every frame within the limits it delivers what it does in passing.", kSource,
          SeeksToEachEdge},
         {"source.seek-outside", "It refuses to seek outside of its limits and in another rate.",
          kSource, RefusesToSeekOutside},
         {"source.outputs-off-and-on",
-         "With its outputs off it delivers nothing; with them on again it goes on.", kSource,
+         "With its outputs off it delivers nothing; with them on again it continues.", kSource,
          SwitchesOutputs},
         {"source.release-and-reopen", "After Release and Open it delivers the same once more.",
          kSource, OpensAgain},
         {"source.closes-descriptors", "It leaves no descriptor open.", kSource, ClosesDescriptors},
-        {"source.leaves-no-files", "It leaves no file behind.", kSource, LeavesNoFiles},
-        {"source.frees-memory", "Its use over and over takes no more memory.", kSource,
-         FreesMemory},
+        {"source.leaves-no-files", "It leaves no file.", kSource, LeavesNoFiles},
+        {"source.frees-memory", "Repeated use takes no more memory.", kSource, FreesMemory},
         {"source.random-calls", "In whatever order it is called, it does what it must or refuses.",
          kSource, SurvivesRandomCalls},
     };

@@ -1,9 +1,8 @@
 #include "validation/TestInputs.h"
 
 #include "audio/Formats.h"
-#include "audio/SampleConverter.h"
+#include "audio/PCMDescription.h"
 #include "base/Errors.h"
-#include "base/Text.h"
 
 #include <ACodecFamily.h>
 #include <IAudioInfo.h>
@@ -58,7 +57,7 @@ std::string Big(std::uint64_t number, unsigned bytes) {
     return text;
 }
 
-// The values, each in the byte order that Number gives: the left channel counts, the right one
+// The values, each in the byte order of Number: the left channel counts, the right one
 // counts down.
 template <typename Number>
 std::string MakeData(Number number) {
@@ -107,7 +106,7 @@ std::shared_ptr<const IAudioInfo> StreamOf(std::shared_ptr<const IAudioParameter
     return CreateAudioInfo(std::move(parameters), CreateChannelInfo(track), {}, {});
 }
 
-// A stream that is nothing but that.
+// A stream of no known kind.
 class OtherInfo final : public IInfo {};
 
 } // namespace
@@ -129,7 +128,7 @@ std::optional<std::string> WriteRecording(const std::string& directory, const st
     }
     std::ofstream file(path, std::ios::binary);
     if (!(file << bytes << std::flush)) {
-        throw JobError(fmt::format("{}: cannot be written", Escape(path)));
+        throw JobError(path, "cannot write the file");
     }
     return path;
 }
@@ -153,7 +152,7 @@ std::vector<OfferedInput> UsualInputs() {
 std::vector<OfferedInput> OddInputs() {
     const auto good =
         DescribePCM(EncodingByName("float32"), PCMEndianness::Little, kRate, kChannels);
-    // No codec that is known.
+    // An unknown codec.
     const auto otherCodec = CreateAudioParameters(static_cast<ACodecFamily>(9999));
     const std::vector<std::pair<std::string, std::vector<std::shared_ptr<const IInfo>>>> rows{
         {"no stream", {}},
@@ -161,7 +160,7 @@ std::vector<OfferedInput> OddInputs() {
         {"a stream that is not audio", {std::make_shared<OtherInfo>()}},
         {"a stream without parameters", {StreamOf(nullptr, kChannels)}},
         {"a stream of an unknown codec", {StreamOf(otherCodec, kChannels)}},
-        {"PCM that says nothing of itself",
+        {"PCM without properties",
          {StreamOf(CreateAudioParameters<ACodecFamily::PCM>(), kChannels)}},
         {"PCM without a channel", {StreamOf(good->GetAudioParameters(), 0)}},
     };

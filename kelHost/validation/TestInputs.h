@@ -1,4 +1,4 @@
-/// Small recordings for trying sources and sinks.
+/// Small inputs for checks of sources and sinks. Any thread.
 #pragma once
 
 #include <IInfoContainer.h>
@@ -14,23 +14,23 @@ namespace kel::host {
 
 /// Writes a short recording in the container of a source's type: 16-bit stereo whose frames all
 /// differ.
-/// @param directory where the file goes
+/// @param directory directory for the file
 /// @param type the label of the type
 /// @return the path of the file; none for a type whose files are not known here
 /// @throws JobError when the file cannot be written
 std::optional<std::string> WriteRecording(const std::string& directory, const std::string& type);
 
-/// Something that a sink may be asked to take.
+/// An input to offer to a sink.
 struct OfferedInput {
-    std::string name; ///< what it is, for messages
+    std::string name; ///< name for messages
     std::shared_ptr<const IInfoContainer> description;
 };
 
-/// What hosts offer: PCM of every encoding, in both byte orders, of one, two and six channels. The
-/// most usual stand first.
+/// Returns common inputs: PCM of every encoding, in both byte orders, with one, two and six
+/// channels. The most usual ones are first.
 std::vector<OfferedInput> UsualInputs();
 
-/// What no sink can take: no stream, two streams, streams that say too little.
+/// Returns inputs that no sink can accept: no stream, two streams, incomplete streams.
 std::vector<OfferedInput> OddInputs();
 
 /// Makes a container with one sample of silence.

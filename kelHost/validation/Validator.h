@@ -1,34 +1,80 @@
-/// `kelhost validate`: whether a plug-in does what the framework demands.
+/// Validation of a plug-in: the choice of checks, and their runs. Used by one thread.
 #pragma once
 
-#include "commands/JobRunner.h"
+#include "elements/HostLogger.h"
+#include "jobs/Posix.h"
+#include "validation/CheckProcess.h"
+#include "validation/Report.h"
+#include "validation/WorkDirectory.h"
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <optional>
-#include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
 
-/// What is to be checked, and how.
-struct ValidateCommand {
+/// A validation to make.
+struct ValidationRequest {
     std::string plugin;
-    std::vector<std::string> checks;   ///< names of checks; none for all
-    std::vector<std::string> elements; ///< IMPLEMENTATION or IMPLEMENTATION:TYPE; none for all
-    std::vector<std::string> settings; ///< NAME=VALUE for the elements that have such a setting
-    std::optional<std::string> input;  ///< what sources open that read files
-    std::optional<std::uint64_t> seed; ///< of random sequences; without one, another each time
+    std::vector<std::string> checks;   ///< names; empty: all
+    std::vector<std::string> elements; ///< IMPLEMENTATION or IMPLEMENTATION:TYPE; empty: all
+    std::vector<std::pair<std::string, std::string>> settings; ///< for elements that have them
+    std::optional<std::string> input;                          ///< file for sources that read files
+    std::optional<std::uint64_t> seed;        ///< of random sequences; none: another one each time
     std::chrono::milliseconds timeout{30000}; ///< for each check
-    std::optional<std::string> junit;         ///< where a report in JUnit's format goes
+    Verbosity verbosity = Verbosity::Usual;
 };
 
-/// Checks a plug-in, each check in a process of its own, and shows what comes of each, a line for
-/// each check and a summary. Nothing of the plug-in is loaded into this process.
-/// @return kSuccess when nothing failed, else kFailure
-/// @throws UsageError, JobError and Interrupted
-int RunValidate(const ValidateCommand& command, const CommonOptions& common, std::ostream& out,
-                std::ostream& err);
+/// One run of one check.
+struct CheckRun {
+    const Check* check = nullptr;
+    const ProbedElement* element = nullptr; ///< null for the plug-in as a whole
+    std::string obstacle;                   ///< reason why it cannot be made; usually empty
+};
+
+/// Runs the checks of a request, each in a process of its own. Nothing of the plug-in is loaded
+/// into this process.
+class Validator {
+public:
+    /// Probes the plug-in and selects the checks.
+    /// @param request outlives the validator
+    /// @throws UsageError when the request names something unknown, JobError when no process can be
+    /// started, Interrupted when a signal arrived
+    explicit Validator(const ValidationRequest& request);
+
+    /// The selected checks: those of the plug-in, then all of each element.
+    const std::vector<CheckRun>& Runs() const { return m_runs; }
+
+    /// Seed of the random sequences.
+    std::uint64_t Seed() const { return m_subject.seed; }
+
+    /// Column widths for the results of all runs.
+    ReportColumns Columns() const;
+
+    /// Makes one run.
+    /// @throws JobError when no process can be started, Interrupted when a signal arrived
+    CheckResult Make(const CheckRun& run);
+
+private:
+    void RequireKnownChecks() const;
+    void RequireKnownElements() const;
+    void RequireKnownSettings() const;
+    void AddRuns(const Check& check);
+    bool IsSelected(const ProbedElement& element) const;
+    ProcessLimits Limits() const;
+    std::optional<std::string> Recording(const std::string& type);
+
+    const ValidationRequest& m_request;
+    SignalReader m_signals;
+    WorkDirectory m_directory;
+    CheckSubject m_subject;
+    std::optional<std::vector<ProbedElement>> m_elements; // none when it cannot be loaded
+    std::vector<CheckRun> m_runs;
+    std::map<std::string, std::optional<std::string>> m_recordings; // by type
+};
 
 } // namespace kel::host

@@ -189,7 +189,7 @@ class Tree:
         self.run(["cmake", "-G", "Ninja", "-S", ".", "-B", self.build, "-DCMAKE_BUILD_TYPE=",
                   "-DCMAKE_CXX_FLAGS=-O0 -g0", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=mold",
                   "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=mold", "-DCMAKE_MODULE_LINKER_FLAGS=-fuse-ld=mold",
-                  "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DKEL_GROUPS=OFF", "-DKEL_PRECOMPILED_TESTS=ON",
+                  "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DKEL_GROUPS=OFF", "-DKEL_PRECOMPILED_HEADERS=ON",
                   "-DKEL_WARNINGS_AS_ERRORS=OFF"])
         self.targets = [target for target in
                         re.findall(r"^(kel(?:Core|Libsndfile)\w*Tests): phony", self.run(

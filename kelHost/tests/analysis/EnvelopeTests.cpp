@@ -58,7 +58,7 @@ TEST(Envelope, IsTheSameHoweverTheFramesAreCut) {
         count += whole.At(0, i).values;
     }
     EXPECT_EQ(count, kFrames);
-    for (std::size_t piece = 1; piece < kFrames; piece += 3) {
+    for (const std::size_t piece : {1U, 2U, 14U, 50U, 100U}) {
         Envelope pieces(1, 7, kFrames);
         for (std::size_t i = 0; i < kFrames; i += piece) {
             pieces.Add({values.data() + i, std::min(piece, kFrames - i)});
@@ -79,20 +79,17 @@ TEST(Envelope, HasNoMoreColumnsThanFramesAndAlwaysOne) {
     EXPECT_EQ(Envelope(1, 100, 0).At(0, 0).RMS(), 0.0F);
 }
 
-TEST(Envelope, PutsFramesThatWereNotPromisedIntoTheLastColumn) {
+TEST(Envelope, PutsUnexpectedFramesIntoTheLastColumn) {
     Envelope envelope(1, 2, 2);
     Add(envelope, {0.1F, 0.2F, 0.3F});
     Add(envelope, {0.4F});
     ExpectColumns(envelope, 0, {{0.1F, 0.1F, 1}, {0.2F, 0.4F, 3}});
 }
 
-TEST(Envelope, TakesTheRootOfTheMeanSquare) {
+TEST(Envelope, HasTheRootOfTheMeanSquare) {
     Envelope envelope(1, 1, 4);
-    Add(envelope, {0.5F, -0.5F, 0.5F, -0.5F});
-    EXPECT_EQ(envelope.At(0, 0).RMS(), 0.5F);
-    Envelope half(1, 1, 4);
-    Add(half, {1.0F, -1.0F, 0.0F, 0.0F});
-    EXPECT_FLOAT_EQ(half.At(0, 0).RMS(), 0.70710678F);
+    Add(envelope, {1.0F, -1.0F, 0.0F, 0.0F});
+    EXPECT_FLOAT_EQ(envelope.At(0, 0).RMS(), 0.70710678F);
 }
 
 TEST(Envelope, MarksColumnsThatReachFullScale) {
@@ -106,7 +103,7 @@ TEST(Envelope, MarksColumnsThatReachFullScale) {
     EXPECT_EQ(envelope.Peak(), 3.0F);
 }
 
-TEST(Envelope, MarksWhatIsNotFiniteAndLeavesItOut) {
+TEST(Envelope, MarksAndSkipsNonFiniteValues) {
     constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
     Envelope envelope(1, 3, 6);

@@ -29,9 +29,7 @@ TEST(TimeAxis, HasRoundTimesFromMillisecondsToDays) {
          5,
          {"0:00:00.000", "0:00:00.200", "0:00:00.400", "0:00:00.600", "0:00:00.800",
           "0:00:01.000"}},
-        {"4 s", 0, 4, 5, {"0:00:00", "0:00:01", "0:00:02", "0:00:03", "0:00:04"}},
         {"1 min", 0, 60, 4, {"0:00:00", "0:00:15", "0:00:30", "0:00:45", "0:01:00"}},
-        {"1 h", 0, 3600, 4, {"0:00:00", "0:15:00", "0:30:00", "0:45:00", "1:00:00"}},
         {"10 h", 0, 36000, 5, {"0:00:00", "2:00:00", "4:00:00", "6:00:00", "8:00:00", "10:00:00"}},
         {"a week", 0, 7 * 86400, 4, {"0:00:00", "48:00:00", "96:00:00", "144:00:00"}},
         {"no end in the steps", 0.25, 1.5, 2, {"0:00:01"}},
@@ -49,7 +47,7 @@ TEST(TimeAxis, HasRoundTimesFromMillisecondsToDays) {
     }
 }
 
-TEST(TimeAxis, PlacesTicksWhereTheirLabelsSay) {
+TEST(TimeAxis, PlacesTicksAtTheTimesOfTheirLabels) {
     const std::vector<TimeTick> ticks = TimeTicks(90, 100, 5);
     ASSERT_EQ(ticks.size(), 4U);
     EXPECT_EQ(ticks[0].seconds, 90);
@@ -58,7 +56,7 @@ TEST(TimeAxis, PlacesTicksWhereTheirLabelsSay) {
     EXPECT_EQ(ticks[3].label, "0:03:00");
 }
 
-TEST(TimeAxis, HasNoMoreTicksThanThereIsRoomForAndOneForTheEnd) {
+TEST(TimeAxis, HasNoMoreTicksThanAskedForAndOneForTheEnd) {
     for (double length = 0.001; length < 1e7; length *= 1.37) {
         for (const std::size_t most : {1U, 2U, 7U, 20U}) {
             EXPECT_LE(TimeTicks(0, length, most).size(), most + 1) << length << " s, " << most;

@@ -2,25 +2,30 @@
 
 #include "Program.h"
 #include "base/Errors.h"
+#include "base/FileName.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
 
 namespace fs = std::filesystem;
-using test::Content;
+using test::ReadFile;
 using test::TemporaryDirectory;
 using test::WriteFile;
 using testing::ElementsAre;
@@ -30,6 +35,37 @@ using testing::UnorderedElementsAre;
 
 namespace {
 
+// System calls of the output, as the functions below see them.
+struct SystemCalls {
+    std::vector<std::string> made;
+    bool replacesAlways = false;              // renameat2 fails, as on some file systems
+    std::function<void()> beforeNextRename{}; // what another process does at that moment
+};
+SystemCalls* g_calls = nullptr; // no test looks at them
+
+// Records the system calls of a scope.
+class RecordedCalls {
+public:
+    RecordedCalls() { g_calls = &calls; }
+    ~RecordedCalls() { g_calls = nullptr; }
+    RecordedCalls(const RecordedCalls&) = delete;
+    RecordedCalls& operator=(const RecordedCalls&) = delete;
+
+    SystemCalls calls;
+};
+
+void NoteCall(const std::string& call, const std::string& path) {
+    if (g_calls != nullptr) {
+        g_calls->made.push_back(call + " " + path);
+    }
+}
+
+void MeetOtherProcess() {
+    if (g_calls != nullptr && g_calls->beforeNextRename) {
+        std::exchange(g_calls->beforeNextRename, nullptr)();
+    }
+}
+
 mode_t ModeOf(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) != 0) {
@@ -38,48 +74,22 @@ mode_t ModeOf(const std::string& path) {
     return status.st_mode & 07777U;
 }
 
-// The umask for as long as it lives.
-class Umask {
-public:
-    explicit Umask(mode_t mask) : m_former(umask(mask)) {}
-    ~Umask() { umask(m_former); }
-    Umask(const Umask&) = delete;
-    Umask& operator=(const Umask&) = delete;
-
-private:
-    mode_t m_former;
-};
-
-// The current directory for as long as it lives.
-class CurrentDirectory {
-public:
-    explicit CurrentDirectory(const fs::path& directory) : m_former(fs::current_path()) {
-        fs::current_path(directory);
-    }
-    ~CurrentDirectory() { fs::current_path(m_former); }
-    CurrentDirectory(const CurrentDirectory&) = delete;
-    CurrentDirectory& operator=(const CurrentDirectory&) = delete;
-
-private:
-    fs::path m_former;
-};
-
 template <typename Operation>
 std::string JobErrorOf(Operation operation) {
     try {
         operation();
     } catch (const JobError& error) {
-        return error.what();
+        return DescribeError(error).message;
     }
     return "no JobError";
 }
 
-// What making an output says.
+// The error of making an output.
 std::string RefusalOf(const std::string& path, bool replace) {
     return JobErrorOf([&] { const OutputFile output(path, replace); });
 }
 
-// What committing says.
+// The error of committing.
 std::string CommitErrorOf(OutputFile& output) {
     return JobErrorOf([&] { output.Commit(); });
 }
@@ -98,84 +108,90 @@ std::string MakeDirectoryOfLength(const TemporaryDirectory& directory, std::size
 
 } // namespace
 
-TEST(OutputFileTemporary, LiesBesideTheNameWithTheSameExtension) {
+// In place of the C library's functions, in this program only.
+extern "C" {
+
+int fsync(int descriptor) {
+    NoteCall("fsync", fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).string());
+    return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+int renameat2(int directory, const char* from, int otherDirectory, const char* to,
+              unsigned flags) noexcept {
+    NoteCall("renameat2", to);
+    if (g_calls != nullptr && g_calls->replacesAlways) {
+        errno = EINVAL;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_renameat2, directory, from, otherDirectory, to, flags));
+}
+
+int rename(const char* from, const char* to) noexcept {
+    NoteCall("rename", to);
+    MeetOtherProcess();
+    return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+int link(const char* from, const char* to) noexcept {
+    NoteCall("link", to);
+    MeetOtherProcess();
+    return static_cast<int>(syscall(SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+}
+
+TEST(OutputFileTemporary, IsBesideTheNameWithTheSameExtension) {
     const TemporaryDirectory directory;
     struct Row {
         std::string name;
         std::string extension;
     };
-    for (const Row& row : {Row{"take.wav", "\\.wav"}, Row{"take.AIFF", "\\.AIFF"}, Row{"take", ""},
-                           Row{"a.b.rf64", "\\.rf64"}, Row{".wav", ""}, Row{"take.", "\\."}}) {
+    for (const Row& row : {Row{"take.AIFF", "\\.AIFF"}, Row{"take", ""}, Row{"a.b.rf64", "\\.rf64"},
+                           Row{".wav", ""}, Row{"take.", "\\."}}) {
         SCOPED_TRACE(row.name);
         const OutputFile output(directory / row.name, false);
         EXPECT_EQ(output.Path(), directory / row.name);
-        EXPECT_EQ(fs::path(output.TemporaryPath()).parent_path(), directory.Path());
+        const fs::path path = output.TemporaryPath();
+        EXPECT_EQ(path.parent_path(), directory.Path());
         EXPECT_THAT(
-            fs::path(output.TemporaryPath()).filename().string(),
+            path.filename().string(),
             MatchesRegex("\\.kelhost-[0-9]+-[0-9a-f]{8}-[0-9A-Za-z]{6}\\.part" + row.extension));
-        EXPECT_EQ(directory.Names(),
-                  std::vector<std::string>{fs::path(output.TemporaryPath()).filename().string()});
-        EXPECT_EQ(Content(output.TemporaryPath()), "");
+        EXPECT_THAT(directory.Names(), ElementsAre(path.filename().string()));
     }
 }
 
-TEST(OutputFileTemporary, LiesInTheCurrentDirectoryForABareName) {
+TEST(OutputFileTemporary, IsInTheCurrentDirectoryForABareName) {
     const TemporaryDirectory directory;
-    const CurrentDirectory current(directory.Path());
+    const fs::path former = fs::current_path();
+    fs::current_path(directory.Path());
     OutputFile output("take.wav", false);
-    EXPECT_THAT(output.TemporaryPath(),
-                MatchesRegex("\\.kelhost-[0-9]+-[0-9a-f]{8}-[0-9A-Za-z]{6}\\.part\\.wav"));
     EXPECT_TRUE(fs::exists(directory / output.TemporaryPath()));
     output.Commit();
+    fs::current_path(former);
     EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
 }
 
-TEST(OutputFileTemporary, IsAnotherOneForEachOutput) {
-    const TemporaryDirectory directory;
-    const OutputFile first(directory / "take.wav", false);
-    const OutputFile second(directory / "take.wav", false);
-    EXPECT_NE(first.TemporaryPath(), second.TemporaryPath());
-}
-
 TEST(OutputFileMode, IsThatOfAPlainOpen) {
-    for (const mode_t mask : {0022U, 0027U, 0077U, 0000U}) {
+    const mode_t former = umask(0);
+    for (const mode_t mask : {0022U, 0077U, 0000U}) {
         const TemporaryDirectory directory;
-        const Umask umask(mask);
+        umask(mask);
         OutputFile output(directory / "take.wav", false);
         output.Commit();
         EXPECT_EQ(ModeOf(directory / "take.wav"), 0666U & ~mask);
+        EXPECT_EQ(umask(former), mask) << "the umask itself has changed";
     }
-}
-
-TEST(OutputFileMode, LeavesTheUmaskAsItWas) {
-    const TemporaryDirectory directory;
-    const Umask mask(0027);
-    const OutputFile output(directory / "take.wav", false);
-    EXPECT_EQ(umask(0027), 0027U);
+    umask(former);
 }
 
 TEST(OutputFileMode, IsThatOfTheFileThatIsReplaced) {
-    for (const mode_t mode : {0600U, 0664U, 0755U}) {
+    for (const mode_t mode : {0600U, 0755U, 04755U, 02755U, 01644U}) {
         const TemporaryDirectory directory;
-        const Umask umask(0022);
         WriteFile(directory / "take.wav", "before");
-        fs::permissions(directory / "take.wav", static_cast<fs::perms>(mode));
+        ASSERT_EQ(chmod((directory / "take.wav").c_str(), mode), 0);
         OutputFile output(directory / "take.wav", true);
         output.Commit();
         EXPECT_EQ(ModeOf(directory / "take.wav"), mode);
     }
-}
-
-TEST(OutputFileCommit, GivesTheFileItsName) {
-    const TemporaryDirectory directory;
-    {
-        OutputFile output(directory / "take.wav", false);
-        WriteFile(output.TemporaryPath(), "whole");
-        EXPECT_FALSE(fs::exists(directory / "take.wav"));
-        output.Commit();
-    }
-    EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
-    EXPECT_EQ(Content(directory / "take.wav"), "whole");
 }
 
 TEST(OutputFileCommit, ReplacesWithPermissionAndOnlyThen) {
@@ -187,32 +203,10 @@ TEST(OutputFileCommit, ReplacesWithPermissionAndOnlyThen) {
 
     OutputFile output(directory / "take.wav", true);
     WriteFile(output.TemporaryPath(), "after");
-    EXPECT_EQ(Content(directory / "take.wav"), "before");
+    EXPECT_EQ(ReadFile(directory / "take.wav"), "before");
     output.Commit();
-    EXPECT_EQ(Content(directory / "take.wav"), "after");
+    EXPECT_EQ(ReadFile(directory / "take.wav"), "after");
     EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
-}
-
-TEST(OutputFileCommit, DoesNotReplaceAFileThatAppearedMeanwhile) {
-    const TemporaryDirectory directory;
-    {
-        OutputFile output(directory / "take.wav", false);
-        WriteFile(output.TemporaryPath(), "ours");
-        WriteFile(directory / "take.wav", "theirs");
-        EXPECT_EQ(CommitErrorOf(output),
-                  directory / "take.wav: cannot be given its name: File exists");
-    }
-    EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
-    EXPECT_EQ(Content(directory / "take.wav"), "theirs");
-}
-
-TEST(OutputFileCommit, ReplacesAFileThatAppearedMeanwhileWithPermission) {
-    const TemporaryDirectory directory;
-    OutputFile output(directory / "take.wav", true);
-    WriteFile(output.TemporaryPath(), "ours");
-    WriteFile(directory / "take.wav", "theirs");
-    output.Commit();
-    EXPECT_EQ(Content(directory / "take.wav"), "ours");
 }
 
 TEST(OutputFileCommit, DoesNotReplaceADirectoryThatAppearedMeanwhile) {
@@ -221,11 +215,48 @@ TEST(OutputFileCommit, DoesNotReplaceADirectoryThatAppearedMeanwhile) {
         {
             OutputFile output(directory / "take.wav", replace);
             fs::create_directory(directory / "take.wav");
-            EXPECT_EQ(CommitErrorOf(output), directory / "take.wav: cannot be given its name: " +
-                                                 (replace ? "Is a directory" : "File exists"));
+            EXPECT_EQ(CommitErrorOf(output),
+                      directory / "take.wav: cannot rename the file from its temporary name: " +
+                          (replace ? "Is a directory" : "File exists"));
         }
         EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
         EXPECT_TRUE(fs::is_directory(directory / "take.wav"));
+    }
+}
+
+TEST(OutputFileCommit, FlushesTheFileBeforeItsRenameAndTheDirectoryAfterIt) {
+    const TemporaryDirectory directory;
+    OutputFile output(directory / "take.wav", false);
+    const std::string temporaryPath = output.TemporaryPath();
+    const RecordedCalls recorded;
+    output.Commit();
+    EXPECT_THAT(recorded.calls.made,
+                ElementsAre("fsync " + temporaryPath, "renameat2 " + (directory / "take.wav"),
+                            "fsync " + directory.Path().string()));
+}
+
+TEST(OutputFileCommit, DoesNotReplaceAFileThatAppearsMeanwhile) {
+    for (const bool isOldFileSystem : {false, true}) {
+        SCOPED_TRACE(isOldFileSystem);
+        const TemporaryDirectory directory;
+        const auto appear = [&] {
+            WriteFile(directory / "take.wav", "theirs");
+        };
+        {
+            OutputFile output(directory / "take.wav", false);
+            RecordedCalls recorded;
+            recorded.calls.replacesAlways = isOldFileSystem;
+            if (isOldFileSystem) {
+                recorded.calls.beforeNextRename = appear; // at the last moment
+            } else {
+                appear();
+            }
+            EXPECT_EQ(CommitErrorOf(output),
+                      directory /
+                          "take.wav: cannot rename the file from its temporary name: File exists");
+        }
+        EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
+        EXPECT_EQ(ReadFile(directory / "take.wav"), "theirs");
     }
 }
 
@@ -235,12 +266,12 @@ TEST(OutputFileCommit, FailsWhenTheTemporaryFileIsGone) {
         OutputFile output(directory / "take.wav", false);
         fs::remove(output.TemporaryPath());
         EXPECT_EQ(CommitErrorOf(output),
-                  directory / "take.wav: cannot be flushed to disk: No such file or directory");
+                  directory / "take.wav: cannot flush the file to disk: No such file or directory");
     }
     EXPECT_THAT(directory.Names(), IsEmpty());
 }
 
-TEST(OutputFileOfAProcessThatIsGone, IsRemovedAndNoOther) {
+TEST(OutputFilesOfAnEndedProcess, AreRemovedAndNoOthers) {
     const TemporaryDirectory directory;
     WriteFile(directory / "other", "");
     const OutputFile own(directory / "own.wav", false);
@@ -264,33 +295,23 @@ TEST(OutputFileOfAProcessThatIsGone, IsRemovedAndNoOther) {
                                      fs::path(own.TemporaryPath()).filename().string()));
 }
 
-TEST(OutputFileRefusal, NamesADirectoryThatIsMissing) {
-    const TemporaryDirectory directory;
-    EXPECT_EQ(RefusalOf(directory / "missing/take.wav", false),
-              directory / "missing/take.wav: cannot be created: No such file or directory");
-    EXPECT_THAT(directory.Names(), IsEmpty());
-}
-
-TEST(OutputFileRefusal, NamesADirectoryThatIsAFile) {
+TEST(OutputFileRefusal, NamesADirectoryThatIsMissingOrAFile) {
     const TemporaryDirectory directory;
     WriteFile(directory / "file", "");
+    EXPECT_EQ(RefusalOf(directory / "missing/take.wav", false),
+              directory / "missing/take.wav: cannot create the file: No such file or directory");
     EXPECT_EQ(RefusalOf(directory / "file/take.wav", false),
-              directory / "file/take.wav: cannot be created: Not a directory");
+              directory / "file/take.wav: cannot create the file: Not a directory");
+    EXPECT_THAT(directory.Names(), ElementsAre("file"));
 }
 
-TEST(OutputFileRefusal, MeetsEverythingThatIsNoRegularFileWithoutTouchingIt) {
+TEST(OutputFileRefusal, MeetsOtherThingsThanRegularFiles) {
     const TemporaryDirectory directory;
     fs::create_directory(directory / "directory.wav");
     ASSERT_EQ(mkfifo((directory / "fifo.wav").c_str(), 0600), 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    (directory / "socket.wav").copy(address.sun_path, sizeof address.sun_path - 1);
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    ASSERT_EQ(bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    close(socket);
     fs::create_symlink("/dev/null", directory / "device.wav");
     fs::create_symlink("directory.wav", directory / "link.wav");
-    for (const char* name : {"directory.wav", "fifo.wav", "socket.wav", "device.wav", "link.wav"}) {
+    for (const char* name : {"directory.wav", "fifo.wav", "device.wav", "link.wav"}) {
         for (const bool replace : {false, true}) {
             EXPECT_EQ(RefusalOf(directory / name, replace),
                       (directory / name) + ": is not a regular file; name another output");
@@ -298,44 +319,29 @@ TEST(OutputFileRefusal, MeetsEverythingThatIsNoRegularFileWithoutTouchingIt) {
     }
     EXPECT_EQ(RefusalOf("/dev/null", true),
               "/dev/null: is not a regular file; name another output");
-    EXPECT_EQ(directory.Names().size(), 5U);
+    EXPECT_EQ(directory.Names().size(), 4U);
     EXPECT_TRUE(fs::is_fifo(directory / "fifo.wav"));
-    EXPECT_TRUE(fs::is_socket(directory / "socket.wav"));
-    EXPECT_TRUE(fs::is_symlink(directory / "device.wav"));
 }
 
-TEST(OutputFileRefusal, MeetsADanglingLinkWithoutPermission) {
-    const TemporaryDirectory directory;
-    fs::create_symlink("nowhere", directory / "take.wav");
-    EXPECT_EQ(RefusalOf(directory / "take.wav", false),
-              directory / "take.wav: exists already; use --force to replace it");
-    EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
-}
-
-TEST(OutputFileLinks, AreReplacedThemselves) {
+TEST(OutputFileLinks, AreReplacedThemselvesAndOnlyWithPermission) {
     const TemporaryDirectory directory;
     WriteFile(directory / "target.wav", "target");
-    fs::create_symlink("target.wav", directory / "take.wav");
-    OutputFile output(directory / "take.wav", true);
-    WriteFile(output.TemporaryPath(), "new");
-    output.Commit();
-    EXPECT_FALSE(fs::is_symlink(directory / "take.wav"));
-    EXPECT_EQ(Content(directory / "take.wav"), "new");
-    EXPECT_EQ(Content(directory / "target.wav"), "target");
+    for (const char* target : {"target.wav", "missing.wav"}) {
+        fs::remove(directory / "take.wav");
+        fs::create_symlink(target, directory / "take.wav");
+        EXPECT_EQ(RefusalOf(directory / "take.wav", false),
+                  directory / "take.wav: exists already; use --force to replace it");
+        OutputFile output(directory / "take.wav", true);
+        WriteFile(output.TemporaryPath(), "new");
+        output.Commit();
+        EXPECT_FALSE(fs::is_symlink(directory / "take.wav"));
+        EXPECT_EQ(ReadFile(directory / "take.wav"), "new");
+    }
+    EXPECT_EQ(ReadFile(directory / "target.wav"), "target");
+    EXPECT_THAT(directory.Names(), UnorderedElementsAre("take.wav", "target.wav"));
 }
 
-TEST(OutputFileLinks, ThatDangleAreReplacedThemselvesToo) {
-    const TemporaryDirectory directory;
-    fs::create_symlink("nowhere.wav", directory / "take.wav");
-    OutputFile output(directory / "take.wav", true);
-    WriteFile(output.TemporaryPath(), "new");
-    output.Commit();
-    EXPECT_FALSE(fs::is_symlink(directory / "take.wav"));
-    EXPECT_EQ(Content(directory / "take.wav"), "new");
-    EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
-}
-
-TEST(OutputFileShortage, IsALimitOfTheFileSizeThatHasBeenReached) {
+TEST(OutputFileShortage, IsALimitOfTheFileSizeThatIsReached) {
     const TemporaryDirectory directory;
     const OutputFile output(directory / "take.wav", false);
     rlimit former{};
@@ -346,24 +352,24 @@ TEST(OutputFileShortage, IsALimitOfTheFileSizeThatHasBeenReached) {
     WriteFile(output.TemporaryPath(), std::string(99, 'x'));
     EXPECT_EQ(output.DescribeShortage(1000), "");
     WriteFile(output.TemporaryPath(), std::string(100, 'x'));
-    EXPECT_EQ(output.DescribeShortage(1000), "; files may have 100 bytes at most here (ulimit -f)");
+    EXPECT_EQ(output.DescribeShortage(1000), "; files are limited to 100 bytes (ulimit -f)");
     setrlimit(RLIMIT_FSIZE, &former);
     EXPECT_EQ(output.DescribeShortage(1000), "");
 }
 
-TEST(OutputFileShortage, IsAFullDiskWhenWhatIsMissingDoesNotFit) {
+TEST(OutputFileShortage, IsAFullDiskWhenTheMissingBytesDoNotFit) {
     const TemporaryDirectory directory;
     const OutputFile output(directory / "take.wav", false);
     constexpr std::uint64_t kBeyondEveryDisk = std::uint64_t{1} << 62U;
     EXPECT_EQ(output.DescribeShortage(kBeyondEveryDisk), "; its disk is full");
     EXPECT_EQ(output.DescribeShortage(0), "");
-    // What is written already needs no more room.
+    // Written bytes need no more room.
     constexpr std::uint64_t kMuch = std::uint64_t{1} << 40U;
     fs::resize_file(output.TemporaryPath(), kMuch - 1);
     EXPECT_EQ(output.DescribeShortage(kMuch), "");
 }
 
-TEST(OutputFileRoom, IsAskedForBeforeAnythingIsWritten) {
+TEST(OutputFileSpace, IsRequired) {
     const TemporaryDirectory directory;
     const OutputFile output(directory / "take.wav", false);
     constexpr std::uint64_t kBeyondEveryDisk = std::uint64_t{1} << 62U;
@@ -374,39 +380,28 @@ TEST(OutputFileRoom, IsAskedForBeforeAnythingIsWritten) {
                              "nothing was written"));
 }
 
-TEST(OutputFilePath, MayHave1023BytesAndNoMore) {
+TEST(OutputFilePath, MayHave1023BytesAndNoMoreAlsoUnderItsTemporaryName) {
     const TemporaryDirectory directory;
     const std::string deep = MakeDirectoryOfLength(directory, 1023 - 101);
     const std::string longest = deep + "/" + std::string(96, 'n') + ".wav";
     ASSERT_EQ(longest.size(), 1023U);
-    {
-        OutputFile output(longest, false);
-        EXPECT_LE(output.TemporaryPath().size(), 1023U);
-        output.Commit();
-    }
+    OutputFile(longest, false).Commit();
     EXPECT_TRUE(fs::exists(longest));
-    fs::remove(longest);
 
     const std::string tooLong = deep + "/" + std::string(97, 'n') + ".wav";
     EXPECT_EQ(RefusalOf(tooLong, false),
               tooLong + ": the path is longer than 1023 bytes; change to its directory or use a "
                         "shorter name");
-    EXPECT_TRUE(fs::is_empty(deep));
+    // The temporary name is longer than this one.
+    const std::string deeper = MakeDirectoryOfLength(directory, 1023 - 6);
+    EXPECT_EQ(RefusalOf(deeper + "/a.wav", false),
+              deeper +
+                  "/a.wav: the path of its temporary file would be longer than 1023 bytes; change "
+                  "to its directory");
+    EXPECT_TRUE(fs::is_empty(deeper));
 }
 
-TEST(OutputFilePath, LeavesRoomForTheTemporaryName) {
-    const TemporaryDirectory directory;
-    // The temporary name is longer than the name that was asked for.
-    const std::string deep = MakeDirectoryOfLength(directory, 1023 - 6);
-    const std::string path = deep + "/a.wav";
-    ASSERT_EQ(path.size(), 1023U);
-    EXPECT_EQ(RefusalOf(path, false),
-              path + ": is written under a temporary name first, whose path would be longer than "
-                     "1023 bytes; change to its directory");
-    EXPECT_TRUE(fs::is_empty(deep));
-}
-
-TEST(OutputFileIsSameFile, LooksThroughNamesAndLinks) {
+TEST(RequireDifferentFiles, LooksThroughNamesAndLinks) {
     const TemporaryDirectory directory;
     WriteFile(directory / "a", "same");
     WriteFile(directory / "b", "same");
@@ -415,16 +410,17 @@ TEST(OutputFileIsSameFile, LooksThroughNamesAndLinks) {
     fs::create_symlink("soft", directory / "softer");
     fs::create_symlink("nowhere", directory / "dangling");
     fs::create_directory(directory / "sub");
+    const std::string input = directory / "a";
     for (const char* name : {"a", "hard", "soft", "softer", "./a", "sub/../a"}) {
-        EXPECT_TRUE(IsSameFile(directory / "a", directory / name)) << name;
-        EXPECT_TRUE(IsSameFile(directory / name, directory / "a")) << name;
+        const std::string output = directory / name;
+        EXPECT_EQ(JobErrorOf([&] { RequireDifferentFiles(input, output); }),
+                  output + ": is the same file as the input " + input + "; name another output");
     }
     for (const char* name : {"b", "dangling", "missing", "sub", "a/", ""}) {
-        EXPECT_FALSE(IsSameFile(directory / "a", directory / name)) << name;
+        EXPECT_EQ(JobErrorOf([&] { RequireDifferentFiles(input, directory / name); }),
+                  "no JobError")
+            << name;
     }
-    EXPECT_FALSE(IsSameFile(directory / "missing", directory / "missing"));
-    EXPECT_FALSE(IsSameFile(directory / "dangling", directory / "dangling"));
-    EXPECT_FALSE(IsSameFile("", ""));
 }
 
 } // namespace kel::host

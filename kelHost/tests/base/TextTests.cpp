@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -20,12 +20,6 @@ std::string EveryByteOf(unsigned first, unsigned last) {
     return text;
 }
 
-struct Escaped {
-    const char* what;
-    std::string_view text;
-    std::string escaped;
-};
-
 struct Duration {
     std::int64_t frames;
     std::uint32_t rate;
@@ -34,68 +28,45 @@ struct Duration {
 
 } // namespace
 
-TEST(TextEscape, LeavesPrintableAsciiAlone) {
-    const std::string printable = EveryByteOf(0x20, 0x7E);
-    EXPECT_EQ(Escape(printable), printable);
+TEST(TextEscape, LeavesPrintableTextAsItIs) {
+    const std::string ascii = EveryByteOf(0x20, 0x7E);
+    EXPECT_EQ(Escape(ascii), ascii);
+    const std::string utf8 = "\xC2\xA0 \xC3\xA4 \xE2\x82\xAC \xE6\x97\xA5 \xF0\x9F\x8E\xB5";
+    EXPECT_EQ(Escape(utf8), utf8);
 }
 
-TEST(TextEscape, GivesEveryControlCharacterOfAsciiAnEscape) {
+TEST(TextEscape, ReplacesEveryControlCharacter) {
     EXPECT_EQ(Escape(EveryByteOf(0x00, 0x1F)),
               "\\x00\\x01\\x02\\x03\\x04\\x05\\x06\\x07\\x08\\t\\n\\x0B\\x0C\\r\\x0E\\x0F"
               "\\x10\\x11\\x12\\x13\\x14\\x15\\x16\\x17\\x18\\x19\\x1A\\x1B\\x1C\\x1D\\x1E\\x1F");
-    EXPECT_EQ(Escape("\x7F"), "\\x7F");
+    EXPECT_EQ(Escape("a\x7Fz"), "a\\x7Fz");
+    EXPECT_EQ(Escape("\xC2\x80\xC2\x9F"), "\\x80\\x9F");
 }
 
-TEST(TextEscape, ShowsWhatIsNotUtf8ByteByByte) {
-    const std::vector<Escaped> cases{
-        {"empty text", "", ""},
-        {"a continuation byte alone", "a\x80z", "a\\x80z"},
-        {"Latin-1", "caf\xE9", "caf\\xE9"},
-        {"a sequence that is cut", "\xE2\x82", "\\xE2\\x82"},
-        {"a slash in a form that is too long", "\xC0\xAF", "\\xC0\\xAF"},
-        {"a surrogate", "\xED\xA0\x80", "\\xED\\xA0\\x80"},
-        {"beyond the last code point", "\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"},
-        {"bytes that never occur", "\xFE\xFF", "\\xFE\\xFF"},
-        {"valid behind invalid", "\xE2\xC3\xA4", "\\xE2\xC3\xA4"},
+TEST(TextEscape, ShowsInvalidUtf8ByteByByte) {
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"", ""},
+        {"a\x80z", "a\\x80z"},                        // a continuation byte
+        {"\xE2\x82", "\\xE2\\x82"},                   // a sequence that is cut
+        {"\xC0\xAF", "\\xC0\\xAF"},                   // a slash in a form that is too long
+        {"\xED\xA0\x80", "\\xED\\xA0\\x80"},          // a surrogate
+        {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"}, // beyond the last code point
+        {"\xFE\xFF", "\\xFE\\xFF"},                   // bytes that never occur
+        {"\xE2\xC3\xA4", "\\xE2\xC3\xA4"},            // valid after invalid
     };
-    for (const Escaped& entry : cases) {
-        SCOPED_TRACE(entry.what);
-        EXPECT_EQ(Escape(entry.text), entry.escaped);
+    for (const auto& [text, escaped] : rows) {
+        EXPECT_EQ(Escape(text), escaped);
     }
-}
-
-TEST(TextEscape, GivesEveryC1ControlAnEscape) {
-    for (unsigned code = 0x80; code <= 0x9F; ++code) {
-        const std::string text{'\xC2', static_cast<char>(static_cast<unsigned char>(code))};
-        const std::string_view digits = "0123456789ABCDEF";
-        EXPECT_EQ(Escape(text),
-                  std::string("\\x") + digits[code / 16] + std::string(1, digits[code % 16]));
-    }
-    EXPECT_EQ(Escape("\xC2\xA0"), "\xC2\xA0") << "the first one behind them";
-}
-
-TEST(TextEscape, LeavesUtf8OfEveryLengthAlone) {
-    const std::string text = "\xC3\xA4 \xE2\x82\xAC \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x8E\xB5";
-    EXPECT_EQ(Escape(text), text);
-}
-
-TEST(TextEscape, GoesOnBehindAZero) {
-    EXPECT_EQ(Escape(std::string_view("a\0b", 3)), "a\\x00b");
 }
 
 TEST(TextFormatDuration, ShowsHoursMinutesSecondsAndMilliseconds) {
     const std::vector<Duration> cases{
         {0, 48000, "0:00:00.000"},
-        {48, 48000, "0:00:00.001"},
+        {48000, 0, "unknown"},
         {48000, 48000, "0:00:01.000"},
-        {59 * 8000, 8000, "0:00:59.000"},
-        {60 * 8000, 8000, "0:01:00.000"},
         {3599 * 8000 + 7992, 8000, "0:59:59.999"},
         {3600 * 8000, 8000, "1:00:00.000"},
-        {std::int64_t{9} * 3600 * 44100, 44100, "9:00:00.000"},
-        {std::int64_t{10} * 3600 * 44100, 44100, "10:00:00.000"},
         {std::int64_t{1234} * 3600 * 44100 + 44100, 44100, "1234:00:01.000"},
-        {7, 1, "0:00:07.000"},
         {1, std::numeric_limits<std::uint32_t>::max(), "0:00:00.000"},
         {std::numeric_limits<std::int64_t>::max(), 1, "2562047788015215:30:07.000"},
         {std::numeric_limits<std::int64_t>::max(), 1000, "2562047788015:12:55.807"},
@@ -110,23 +81,16 @@ TEST(TextFormatDuration, RoundsToTheNearestMillisecondAndCarries) {
     const std::vector<Duration> cases{
         {23, 48000, "0:00:00.000"},
         {24, 48000, "0:00:00.001"},
-        {71, 48000, "0:00:00.001"},
         {47975, 48000, "0:00:00.999"},
         {47976, 48000, "0:00:01.000"},
         {59 * 48000 + 47976, 48000, "0:01:00.000"},
         {3599 * 48000 + 47976, 48000, "1:00:00.000"},
-        {1, 3, "0:00:00.333"},
         {2, 3, "0:00:00.667"},
     };
     for (const Duration& entry : cases) {
         EXPECT_EQ(FormatDuration(entry.frames, entry.rate), entry.text)
             << entry.frames << " frames at " << entry.rate;
     }
-}
-
-TEST(TextFormatDuration, IsUnknownWithoutARate) {
-    EXPECT_EQ(FormatDuration(0, 0), "unknown");
-    EXPECT_EQ(FormatDuration(48000, 0), "unknown");
 }
 
 TEST(TextFormatSeconds, ShowsHoursMinutesAndSeconds) {
@@ -154,9 +118,6 @@ TEST(TextFormatTable, AlignsColumnsToTheirWidestCell) {
               "a                 1  first\n"
               "longer name  123456\n"
               "                 22  x\n");
-}
-
-TEST(TextFormatTable, IsATitleLineWithoutRows) {
     EXPECT_EQ(FormatTable({{"Name"}, {"Count", Align::Right}}, {}), "Name  Count\n");
 }
 
@@ -170,13 +131,6 @@ TEST(TextFormatTable, CountsCodePointsAndNotBytes) {
               "\xE2\x82\xAC    2\n"
               "\xF0\x9F\x8E\xB5    3\n"
               "abc  4\n");
-}
-
-TEST(TextFormatTable, HasNoBlanksAtTheEndsOfLines) {
-    EXPECT_EQ(FormatTable({{"A"}, {"B"}}, {{"1", "wide"}, {"2", "n"}, {"", ""}}), "A  B\n"
-                                                                                  "1  wide\n"
-                                                                                  "2  n\n"
-                                                                                  "\n");
 }
 
 } // namespace kel::host

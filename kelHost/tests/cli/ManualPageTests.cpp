@@ -1,5 +1,4 @@
-// The manual page and the completion: written from the definitions of the command line, so they are
-// measured by what --help shows and by the tools that read them.
+// The manual page and the completion. Both are compared with --help and read by groff and bash.
 
 #include "Program.h"
 
@@ -9,9 +8,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,20 +21,11 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAreArray;
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-// What stands in the first column of a section of --help: "copy", or "-o,--output".
+// The first column of a section of --help: "copy", or "-o,--output".
 std::vector<std::string> FirstColumn(const std::string& help, const std::string& title) {
     std::vector<std::string> entries;
     bool inSection = false;
-    for (const std::string& line : Lines(help)) {
+    for (const std::string& line : LinesOf(help)) {
         if (line.rfind("  ", 0) != 0) {
             inSection = line == title;
         } else if (inSection && line[2] != ' ') {
@@ -66,7 +54,7 @@ std::set<std::string> LongOptions(const TemporaryDirectory& directory,
 std::string ReadManual(const TemporaryDirectory& directory) {
     const ProcessResult manual = RunKelhost(directory, {"manual"});
     EXPECT_EQ(manual.status, 0) << manual.err;
-    std::ofstream(directory / "kelhost.1") << manual.out;
+    WriteFile(directory / "kelhost.1", manual.out);
     Command groff;
     groff.program = "/usr/bin/groff";
     groff.arguments = {"-man", "-ww", "-Tascii", "-P-cbou", "-rLL=2000n", directory / "kelhost.1"};
@@ -76,7 +64,7 @@ std::string ReadManual(const TemporaryDirectory& directory) {
     return page.out;
 }
 
-// What follows a heading, up to the next one of its kind.
+// The text below a heading, up to the next one of its kind.
 std::string SectionOf(const std::string& page, const std::string& heading) {
     const std::size_t begin = page.find("\n" + heading + "\n");
     if (begin == std::string::npos) {
@@ -84,7 +72,7 @@ std::string SectionOf(const std::string& page, const std::string& heading) {
     }
     const std::size_t indent = heading.find_first_not_of(' ');
     std::string section;
-    for (const std::string& line : Lines(page.substr(begin + heading.size() + 2))) {
+    for (const std::string& line : LinesOf(page.substr(begin + heading.size() + 2))) {
         if (!line.empty() && line.find_first_not_of(' ') <= indent) {
             break;
         }
@@ -96,7 +84,7 @@ std::string SectionOf(const std::string& page, const std::string& heading) {
 // "--output-dir": the long options that a part of the page explains.
 std::vector<std::string> OptionsIn(const std::string& section) {
     std::vector<std::string> options;
-    for (const std::string& line : Lines(section)) {
+    for (const std::string& line : LinesOf(section)) {
         const std::size_t begin = line.find_first_not_of(' ');
         const std::size_t option = line.find("--");
         if (begin == 7 && line[begin] == '-' && option != std::string::npos) {
@@ -106,7 +94,7 @@ std::vector<std::string> OptionsIn(const std::string& section) {
     return options;
 }
 
-// What bash offers for the last of these words.
+// The words that bash offers for the last of these.
 std::vector<std::string> Complete(const TemporaryDirectory& directory,
                                   const std::vector<std::string>& words) {
     const ProcessResult script = RunKelhost(directory, {"completion"});
@@ -114,7 +102,7 @@ std::vector<std::string> Complete(const TemporaryDirectory& directory,
     Command bash;
     bash.program = "/bin/bash";
     bash.directory = directory / "";
-    // Only a shell that reads a line can be told how to show what is offered.
+    // compopt works only in a shell that reads a line.
     bash.arguments = {"-c",
                       "compopt() { :; }; eval \"$0\"; COMP_WORDS=(kelhost \"$@\"); COMP_CWORD=$#;"
                       "_kelhost; printf '%s\\n' \"${COMPREPLY[@]}\"",
@@ -122,7 +110,7 @@ std::vector<std::string> Complete(const TemporaryDirectory& directory,
     bash.arguments.insert(bash.arguments.end(), words.begin(), words.end());
     const ProcessResult result = RunCommand(bash);
     EXPECT_EQ(result.err, "");
-    std::vector<std::string> offers = Lines(result.out);
+    std::vector<std::string> offers = LinesOf(result.out);
     if (offers == std::vector<std::string>{""}) {
         offers.clear();
     }
@@ -149,21 +137,14 @@ TEST(Manual, ExplainsTheOptionsOfTheProgramAndOfEveryCommand) {
     }
 }
 
-TEST(Manual, ShowsExamplesAsTheyAreTyped) {
+TEST(Manual, ShowsExamplesChoicesAndDefaults) {
     const TemporaryDirectory directory;
     const std::string page = ReadManual(directory);
     EXPECT_THAT(page, HasSubstr("\n         kelhost copy take.flac take.rf64 --encoding int24\n"));
-    EXPECT_THAT(page, HasSubstr("Exit status: 0 all of it worked, 1 the job failed"));
-}
-
-TEST(Manual, NamesChoicesAndDefaults) {
-    const TemporaryDirectory directory;
-    const std::string page = ReadManual(directory);
+    EXPECT_THAT(page, HasSubstr("Exit status: 0 success, 1 the job failed"));
     EXPECT_THAT(page, HasSubstr("\n       --on-clip ACTION\n"
-                                "              What to do when integers cannot hold a value: warn "
-                                "or fail (default: warn).\n"));
-    EXPECT_THAT(page, HasSubstr("\n       --verify\n"
-                                "              Read the whole output back and compare it.\n"));
+                                "              Action when integers cannot hold a value: warn or "
+                                "fail (default: warn).\n"));
 }
 
 TEST(Manual, IsNotListedAmongTheCommands) {
@@ -198,27 +179,22 @@ TEST(Completion, OffersTheValuesOfAnOption) {
                 ElementsAre("aiff", "bwave", "wave"));
     EXPECT_THAT(Complete(directory, {"copy", "--encoding", "f"}),
                 ElementsAre("float32", "float64"));
-    EXPECT_THAT(Complete(directory, {"copy", "--byte-order", ""}), ElementsAre("big", "little"));
-    EXPECT_THAT(Complete(directory, {"copy", "--on-clip", "f"}), ElementsAre("fail"));
     EXPECT_THAT(Complete(directory, {"copy", "--on-clip", "="}), ElementsAre("fail", "warn"));
     EXPECT_THAT(Complete(directory, {"copy", "--on-clip", "=", "w"}), ElementsAre("warn"));
-    EXPECT_THAT(Complete(directory, {"plot", "--level", ""}), ElementsAre("db", "linear"));
     EXPECT_THAT(Complete(directory, {"info", "--progress", ""}),
                 ElementsAre("auto", "json", "none"));
 }
 
 TEST(Completion, OffersFilesDirectoriesOrNothing) {
     const TemporaryDirectory directory;
-    std::ofstream(directory / "a take.wav") << "";
-    std::ofstream(directory / "b.wav") << "";
+    WriteFile(directory / "a take.wav", "");
+    WriteFile(directory / "b.wav", "");
     std::filesystem::create_directory(directory / "takes");
     EXPECT_THAT(Complete(directory, {"copy", ""}), ElementsAre("a take.wav", "b.wav", "takes"));
     EXPECT_THAT(Complete(directory, {"copy", "--verify", "b"}), ElementsAre("b.wav"));
-    EXPECT_THAT(Complete(directory, {"--plugin", "b"}), ElementsAre("b.wav"));
     EXPECT_THAT(Complete(directory, {"plot", "-o", "b"}), ElementsAre("b.wav"));
     EXPECT_THAT(Complete(directory, {"copy", "--output-dir", ""}), ElementsAre("takes"));
     EXPECT_THAT(Complete(directory, {"copy", "--start", ""}), IsEmpty());
-    EXPECT_THAT(Complete(directory, {"copy", "--jobs", ""}), IsEmpty());
 }
 
 } // namespace kel::test

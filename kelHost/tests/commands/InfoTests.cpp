@@ -27,40 +27,21 @@ TEST(Info, ShowsFilesInATable) {
     EXPECT_EQ(SortedNames(directory), (Names{"long name.aiff", "six", "take.wav"}));
 }
 
-TEST(Info, ShowsTheOthersWhenFilesCanNotBeOpened) {
+TEST(Info, ShowsTheOthersWhenFilesCannotBeOpened) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav");
-    WriteFile(directory / "text.wav", "no audio at all, but a text of some length\n");
+    WriteFile(directory / "text.wav", kNoAudio);
     std::filesystem::create_directory(directory / "directory");
-    ExpectResult(
-        RunKelhost(directory, {"info", "text.wav", "take.wav", "missing.wav", "directory"}), 1,
-        "File      Channels      Rate  Frames     Duration  Delivered as\n"
-        "take.wav         2  48000 Hz    1000  0:00:00.021  32-bit float little-endian\n",
-        "kelhost: text.wav: cannot be read: [Unable to open file \"text.wav\" with "
-        "libsndfile. Error is:\"Format not recognised.\"]\n"
-        "kelhost: missing.wav: No such file or directory\n"
-        "kelhost: directory: is a directory; name the audio files in it\n");
-}
-
-TEST(Info, ShowsNoTableWhenNoFileCanBeOpened) {
-    const TemporaryDirectory directory;
-    ExpectResult(RunKelhost(directory, {"info", "a.wav", "b.wav"}), 1, "",
-                 "kelhost: a.wav: No such file or directory\n"
-                 "kelhost: b.wav: No such file or directory\n");
-}
-
-TEST(Info, ShowsAFileAsOftenAsItIsNamed) {
-    const TemporaryDirectory directory;
-    WriteTake(directory / "take.wav");
-    ExpectResult(RunKelhost(directory, {"info", "take.wav", "./take.wav", "take.wav"}), 0,
-                 "File        Channels      Rate  Frames     Duration  Delivered as\n"
-                 "take.wav           2  48000 Hz    1000  0:00:00.021  32-bit float "
-                 "little-endian\n"
-                 "./take.wav         2  48000 Hz    1000  0:00:00.021  32-bit float "
-                 "little-endian\n"
-                 "take.wav           2  48000 Hz    1000  0:00:00.021  32-bit float "
-                 "little-endian\n",
-                 "");
+    const std::string errors =
+        NoAudioError("text.wav") + Error("directory", "is a directory; name the audio files in it");
+    const std::string line = "         2  48000 Hz    1000  0:00:00.021  32-bit float "
+                             "little-endian\n";
+    ExpectResult(RunKelhost(directory, {"info", "text.wav", "take.wav", "directory", "./take.wav"}),
+                 1,
+                 "File        Channels      Rate  Frames     Duration  Delivered as\ntake.wav  " +
+                     line + "./take.wav" + line,
+                 errors);
+    ExpectResult(RunKelhost(directory, {"info", "text.wav", "directory"}), 1, "", errors);
 }
 
 TEST(InfoMeasure, ShowsLevelsAndLoudnessOfEachFileBelowTheTable) {
@@ -90,7 +71,7 @@ TEST(InfoMeasure, ShowsLevelsAndLoudnessOfEachFileBelowTheTable) {
                  "");
 }
 
-TEST(InfoMeasure, TellsOfAFileThatEndsEarlyAndShowsTheOthers) {
+TEST(InfoMeasure, ReportsAFileThatEndsEarlyAndShowsTheOthers) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav", 1);
     WriteAudio(directory / "whole.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 1, 48000,
@@ -104,7 +85,7 @@ TEST(InfoMeasure, TellsOfAFileThatEndsEarlyAndShowsTheOthers) {
     EXPECT_EQ(result.out.substr(0, result.out.find("\n\n")),
               "File      Channels      Rate  Frames     Duration  Delivered as\n"
               "take.wav         2  48000 Hz       1  0:00:00.000  32-bit float little-endian");
-    const std::string promise = "kelhost: broken.flac: promises 100000 frames and delivers 0";
+    const std::string promise = "kelhost: broken.flac: declares 100000 frames and delivers 0";
     EXPECT_EQ(result.err.substr(0, promise.size()), promise);
     const std::string damaged = "; it is damaged or was changed while it was read\n";
     EXPECT_EQ(result.err.substr(result.err.size() - damaged.size()), damaged);
@@ -113,50 +94,30 @@ TEST(InfoMeasure, TellsOfAFileThatEndsEarlyAndShowsTheOthers) {
     EXPECT_EQ(SortedNames(directory), (Names{"broken.flac", "take.wav", "whole.flac"}));
 }
 
-TEST(InfoField, ShowsEachThatThereIs) {
+TEST(InfoField, ShowsOneValue) {
     const TemporaryDirectory directory;
     WriteAudio(directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 1000,
                {0.5F, 0.0F, -0.5F, 4.0F});
     struct Row {
         std::string field;
         std::string value;
-        std::string asJSON;
     };
     const std::vector<Row> rows{
-        {"channels", "2", "2"},
-        {"delivery", "32-bit float little-endian", "\"32-bit float little-endian\""},
-        {"duration", "0:00:00.002", "\"0:00:00.002\""},
-        {"file", "take.wav", "\"take.wav\""},
-        {"frames", "2", "2"},
-        {"measurement.channels.0.at_full_scale", "0", "0"},
-        {"measurement.channels.0.non_finite", "0", "0"},
-        {"measurement.channels.0.peak", "0.5", "0.5"},
-        {"measurement.channels.0.peak_dbfs", "-6.020599913279624", "-6.020599913279624"},
-        {"measurement.channels.0.rms", "0.5", "0.5"},
-        {"measurement.channels.0.rms_dbfs", "-6.020599913279624", "-6.020599913279624"},
-        {"measurement.channels.1.at_full_scale", "1", "1"},
-        {"measurement.channels.1.peak", "4.0", "4.0"},
-        {"measurement.integrated_lufs", "null", "null"},
-        {"measurement.range_lu", "null", "null"},
-        {"rate", "1000", "1000"},
-        {"seconds", "0.002", "0.002"},
+        {"channels", "2"},
+        {"file", "take.wav"},
+        {"frames", "2"},
+        {"measurement.channels.0.peak_dbfs", "-6.020599913279624"},
+        {"measurement.channels.1.at_full_scale", "1"},
+        {"measurement.integrated_lufs", "null"},
+        {"seconds", "0.002"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.field);
         ExpectResult(RunKelhost(directory, {"info", "--field", row.field, "take.wav"}), 0,
                      row.value + "\n", "");
-        ExpectResult(RunKelhost(directory, {"info", "--json", "--field", row.field, "take.wav"}), 0,
-                     row.asJSON + "\n", "");
     }
-}
-
-TEST(InfoField, IsShownOfTheOtherFilesWhenOneCanNotBeOpened) {
-    const TemporaryDirectory directory;
-    WriteTake(directory / "take.wav");
-    WriteTake(directory / "long.wav", 3000);
-    ExpectResult(
-        RunKelhost(directory, {"info", "--field", "frames", "take.wav", "missing.wav", "long.wav"}),
-        1, "1000\n3000\n", "kelhost: missing.wav: No such file or directory\n");
+    ExpectResult(RunKelhost(directory, {"info", "--json", "--field", "file", "take.wav"}), 0,
+                 "\"take.wav\"\n", "");
 }
 
 TEST(InfoField, IsShownOfTheFilesThatHaveIt) {
@@ -164,27 +125,27 @@ TEST(InfoField, IsShownOfTheFilesThatHaveIt) {
     WriteTake(directory / "take.wav", 1);
     WriteAudio(directory / "mono.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000, {0.0F});
     ExpectResult(RunKelhost(directory, {"info", "--field", "measurement.channels.1.non_finite",
-                                        "mono.wav", "take.wav"}),
+                                        "mono.wav", "missing.wav", "take.wav"}),
                  1, "0\n",
-                 "kelhost: mono.wav: has no field measurement.channels.1.non_finite; channels are "
-                 "counted from 0, and it has 1\n");
+                 Error("missing.wav", "cannot open for reading: No such file or directory") +
+                     Error("mono.wav", "has no field measurement.channels.1.non_finite; it has 1 "
+                                       "channel, counted from 0"));
 }
 
 TEST(InfoField, IsRefusedWithTheValidOnesBeforeAnyFileIsRead) {
     const TemporaryDirectory directory;
     const std::string names =
-        "; choose from channels, delivery, duration, file, frames, "
+        " for --field: expected channels, delivery, duration, file, frames, "
         "measurement.channels.0.at_full_scale, measurement.channels.0.non_finite, "
         "measurement.channels.0.peak, measurement.channels.0.peak_dbfs, "
         "measurement.channels.0.rms, measurement.channels.0.rms_dbfs, "
-        "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, rate, "
-        "seconds\n";
+        "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, rate "
+        "or seconds\n";
     for (const std::string field :
-         {"frame", "Frames", "measurement", "measurement.channels", "measurement.channels.0",
-          "measurement.channels.x.peak", "measurement.channels.01.peak", "measurement/range_lu",
-          "frames.", ".frames", "~"}) {
+         {"Frames", "measurement.channels", "measurement.channels.x.peak",
+          "measurement.channels.01.peak", "measurement/range_lu", "frames.", "~"}) {
         ExpectResult(RunKelhost(directory, {"info", "missing.wav", "--field=" + field}), 2, "",
-                     "kelhost: there is no field \"" + field + "\"" + names);
+                     "kelhost: invalid value \"" + field + "\"" + names);
     }
 }
 

@@ -8,115 +8,106 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstddef>
 #include <filesystem>
-#include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace kel::test {
 
-namespace fs = std::filesystem;
-
 namespace {
 
 using nlohmann::json;
+namespace fs = std::filesystem;
 
-// Runs `kelhost run` with the elements of the example and of the plug-in.
-ProcessResult RunElements(const TemporaryDirectory& directory,
-                          const std::vector<std::string>& words) {
-    std::vector<std::string> arguments{"--plugin", TestPlugin("kelTone"), "--plugin",
-                                       KEL_TEST_PLUGIN, "run"};
-    arguments.insert(arguments.end(), words.begin(), words.end());
-    return RunKelhost(directory, arguments);
+// `kelhost run` with the elements of the example, of the plug-in and of the tests.
+Command MakeRun(const TemporaryDirectory& directory, const Arguments& words) {
+    return Kelhost(directory,
+                   Arguments{"--plugin", TestPlugin("kelTone"), "--plugin", KEL_TEST_PLUGIN,
+                             "--plugin", TestPlugin("kelFaultyElements"), "run"} +
+                       words);
 }
 
-// What is said of floats in stereo at 48 kHz.
+ProcessResult RunElements(const TemporaryDirectory& directory, const Arguments& words) {
+    return RunCommand(MakeRun(directory, words));
+}
+
+// A wrong command line, and its error.
+struct Wrong {
+    Arguments words;
+    std::string error;
+};
+
+// Expects errors of a status, and that no file is made.
+void ExpectErrors(int status, const std::vector<Wrong>& rows) {
+    const TemporaryDirectory directory;
+    for (const Wrong& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        ExpectResult(RunElements(directory, row.words), status, "", "kelhost: " + row.error + "\n");
+        EXPECT_EQ(SortedNames(directory), Names{});
+    }
+}
+
+// The report of floats in stereo at 48 kHz.
 std::string Line(const std::string& input, const std::string& output, const std::string& length) {
     return input + " -> " + output + ": 32-bit float little-endian, 2 channels, 48000 Hz, " +
            length + "\n";
 }
 
 const std::string kOneSecond = "48000 frames, 0:00:01.000";
-const std::string kTake = "1000 frames, 0:00:00.021";
 const std::string kLevels = "channel 1: peak -20.00 dB, RMS -23.01 dB\n"
                             "channel 2: peak -20.00 dB, RMS -23.01 dB\n";
 
 } // namespace
 
-TEST(Run, WritesATone) {
-    // Few frames, which go through on one thread, and many.
-    for (const int frames : {441, 100000}) {
-        SCOPED_TRACE(frames);
-        const TemporaryDirectory directory;
-        const ProcessResult result =
-            RunElements(directory, {"example.ToneSource", "SampleRate=44100", "Channels=3",
-                                    "Frequency=997", "Level=-6", "Length=" + std::to_string(frames),
-                                    "!", "kel.LibsndfileSink", "FilePath=tone.wav"});
-        EXPECT_EQ(result.status, 0);
-        EXPECT_EQ(result.err, "");
-        const Audio audio = ReadAudio(directory / "tone.wav");
-        EXPECT_EQ(audio.format, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT);
-        EXPECT_EQ(audio.channels, 3);
-        EXPECT_EQ(audio.rate, 44100);
-        ASSERT_EQ(audio.values.size(), 3U * static_cast<std::size_t>(frames));
-        const long double amplitude = std::pow(10.0L, -6.0L / 20);
-        const long double pi = std::acos(-1.0L);
-        constexpr float kStep = 1.0F / (1U << 24U); // between floats of this level
-        std::size_t wrong = 0;
-        for (std::size_t i = 0; i < audio.values.size(); ++i) {
-            const auto frame = static_cast<long double>(i / 3);
-            const auto expected =
-                static_cast<float>(amplitude * std::sin(2 * pi * 997 * frame / 44100));
-            wrong += std::abs(audio.values[i] - expected) > kStep ? 1U : 0U;
-        }
-        EXPECT_EQ(wrong, 0U);
-        EXPECT_EQ(SortedNames(directory), Names{"tone.wav"});
-    }
-}
-
-TEST(Run, MeasuresAFile) {
+TEST(Run, MeasuresAFileAndReplacesTheResultOnlyWithForce) {
     const TemporaryDirectory directory;
     WriteAudio(directory / "take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 48000,
                {0.5F, 0.25F, -0.5F, 0.0F, 0.5F, 0.0F, -0.5F, 0.0F});
+    WriteFile(directory / "levels.txt", "before");
     const std::string levels = "channel 1: peak -6.02 dB, RMS -6.02 dB\n"
                                "channel 2: peak -12.04 dB, RMS -18.06 dB\n";
-    ExpectResult(RunElements(directory, {"kel.LibsndfileSource", "FilePath=take.flac", "!",
-                                         "example.LevelMeterSink", "FilePath=levels.txt"}),
-                 0, Line("take.flac", "levels.txt", "4 frames, 0:00:00.000") + levels, "");
-    EXPECT_EQ(Content(directory / "levels.txt"), levels);
+    const Arguments words{"kel.LibsndfileSource", "FilePath=take.flac", "!",
+                          "example.LevelMeterSink", "FilePath=levels.txt"};
+    ExpectResult(RunElements(directory, words), 1, "",
+                 Error("levels.txt", "exists already; use --force to replace it"));
+    EXPECT_EQ(ReadFile(directory / "levels.txt"), "before");
+    ExpectResult(RunElements(directory, words + Arguments{"--force"}), 0,
+                 Line("take.flac", "levels.txt", "4 frames, 0:00:00.000") + levels, "");
+    EXPECT_EQ(ReadFile(directory / "levels.txt"), levels);
+    ExpectResult(
+        RunElements(directory, {"kel.LibsndfileSource", "FilePath=take.flac", "!",
+                                "kel.LibsndfileSink:WAVE", "FilePath=./take.flac", "--force"}),
+        1, "",
+        Error("./take.flac", "is the same file as the input take.flac; name another output"));
     EXPECT_EQ(SortedNames(directory), (Names{"levels.txt", "take.flac"}));
 }
 
-TEST(Run, NeedsNoFileAtAll) {
+TEST(Run, NeedsNoFileAndShowsTheFindingsOfTheSinkEvenWhenItIsQuiet) {
     const TemporaryDirectory directory;
-    ExpectResult(RunElements(directory, {"example.ToneSource", "!", "example.LevelMeterSink"}), 0,
+    const Arguments words{"example.ToneSource", "!", "example.LevelMeterSink", "FilePath="};
+    ExpectResult(RunElements(directory, words), 0,
                  Line("example.ToneSource", "example.LevelMeterSink", kOneSecond) + kLevels, "");
+    ExpectResult(RunElements(directory, words + Arguments{"--quiet"}), 0, kLevels, "");
     EXPECT_EQ(SortedNames(directory), Names{});
 }
 
 TEST(Run, WritesTheVeryFileThatACopyWrites) {
-    for (const char* name : {"take.wav", "take.rf64"}) {
-        for (const std::size_t frames : {1000U, 100000U}) {
-            const TemporaryDirectory directory;
-            fs::create_directory(directory / "copied");
-            fs::create_directory(directory / "run");
-            WriteTake(directory / "in.wav", frames);
-            const std::string copied = std::string("copied/") + name;
-            const std::string run = std::string("run/") + name;
-            EXPECT_EQ(RunKelhost(directory, {"copy", "in.wav", copied}).status, 0);
-            EXPECT_EQ(RunElements(directory, {"kel.LibsndfileSource", "FilePath=in.wav", "!",
-                                              "kel.LibsndfileSink", "FilePath=" + run})
-                          .status,
-                      0);
-            EXPECT_EQ(WithoutTime(Content(directory / run)),
-                      WithoutTime(Content(directory / copied)));
-        }
+    for (const std::size_t frames : {1000U, 100000U}) { // on one thread, and on several
+        const TemporaryDirectory directory;
+        WriteTake(directory / "in.wav", frames);
+        EXPECT_EQ(RunKelhost(directory, {"copy", "in.wav", "copy.rf64"}).status, 0);
+        EXPECT_EQ(RunElements(directory, {"kel.LibsndfileSource", "FilePath=in.wav", "!",
+                                          "kel.LibsndfileSink", "FilePath=run.rf64"})
+                      .status,
+                  0);
+        EXPECT_EQ(WithoutTime(ReadFile(directory / "run.rf64")),
+                  WithoutTime(ReadFile(directory / "copy.rf64")));
     }
 }
 
-TEST(Run, TakesTheTypeThatIsNamedElseTheExtensions) {
+TEST(Run, UsesTheTypeThatIsNamedElseTheExtensions) {
     struct Row {
         std::string source;
         std::string input;
@@ -147,8 +138,8 @@ TEST(Run, TakesTheTypeThatIsNamedElseTheExtensions) {
     }
 }
 
-TEST(Run, SetsTextsOfAnyBytesAndFilesOfAnyName) {
-    for (const char* name : {"a b.wav", "a=b.wav", "a\n\xFF.wav", "-", "!.wav", "a:b.wav"}) {
+TEST(Run, OpensFilesOfAnyName) {
+    for (const char* name : {"a b=c\n\xFF.wav", "-", "!.wav"}) {
         SCOPED_TRACE(name);
         const TemporaryDirectory directory;
         fs::create_directory(directory / "out");
@@ -162,50 +153,7 @@ TEST(Run, SetsTextsOfAnyBytesAndFilesOfAnyName) {
     }
 }
 
-TEST(Run, TakesAnEmptyPathForNone) {
-    const TemporaryDirectory directory;
-    ExpectResult(
-        RunElements(directory, {"example.ToneSource", "!", "example.LevelMeterSink", "FilePath="}),
-        0, Line("example.ToneSource", "example.LevelMeterSink", kOneSecond) + kLevels, "");
-    EXPECT_EQ(SortedNames(directory), Names{});
-}
-
-TEST(Run, ReplacesAFileOnlyWhenAskedTo) {
-    const TemporaryDirectory directory;
-    WriteFile(directory / "levels.txt", "before");
-    const std::vector<std::string> words{"example.ToneSource", "!", "example.LevelMeterSink",
-                                         "FilePath=levels.txt"};
-    ExpectResult(RunElements(directory, words), 1, "",
-                 "kelhost: levels.txt: exists already; use --force to replace it\n");
-    EXPECT_EQ(Content(directory / "levels.txt"), "before");
-    std::vector<std::string> forced = words;
-    forced.emplace_back("--force");
-    ExpectResult(RunElements(directory, forced), 0,
-                 Line("example.ToneSource", "levels.txt", kOneSecond) + kLevels, "");
-    EXPECT_EQ(Content(directory / "levels.txt"), kLevels);
-    EXPECT_EQ(SortedNames(directory), Names{"levels.txt"});
-}
-
-TEST(Run, NeverReplacesItsInput) {
-    const TemporaryDirectory directory;
-    WriteTake(directory / "take.wav");
-    const std::string before = Content(directory / "take.wav");
-    ExpectResult(RunElements(directory, {"kel.LibsndfileSource", "FilePath=take.wav", "!",
-                                         "kel.LibsndfileSink", "FilePath=./take.wav", "--force"}),
-                 1, "",
-                 "kelhost: ./take.wav: is the same file as the input take.wav; name another "
-                 "output\n");
-    EXPECT_EQ(Content(directory / "take.wav"), before);
-}
-
-TEST(Run, ShowsWhatTheSinkFoundOutEvenWhenItIsQuiet) {
-    const TemporaryDirectory directory;
-    ExpectResult(
-        RunElements(directory, {"example.ToneSource", "!", "example.LevelMeterSink", "--quiet"}), 0,
-        kLevels, "");
-}
-
-TEST(Run, GivesADocument) {
+TEST(Run, WritesADocument) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav");
     const ProcessResult result = RunElements(
@@ -235,53 +183,187 @@ TEST(Run, GivesADocument) {
                {"warnings", json::array()}}}}}));
 }
 
-TEST(Run, GivesADocumentOfWhatTheSinkFoundOut) {
+TEST(Run, WritesADocumentOfFindingsAndFailures) {
     const TemporaryDirectory directory;
-    const ProcessResult result = RunElements(
-        directory, {"--json", "example.ToneSource", "Channels=1", "!", "example.LevelMeterSink"});
-    ExpectDocuments({"kelhost.run"}, result.out);
-    const json run = json::parse(result.out)["results"][0];
+    const Arguments words{"--json", "example.ToneSource", "Channels=1", "!",
+                          "example.LevelMeterSink"};
+    const ProcessResult good = RunElements(directory, words);
+    const json run = json::parse(good.out)["results"][0];
     EXPECT_EQ(run["reports"], json{"channel 1: peak -20.00 dB, RMS -23.01 dB"});
     EXPECT_EQ(run["source"]["file"], "");
-}
-
-TEST(Run, GivesADocumentOfWhatFailed) {
-    const TemporaryDirectory directory;
-    const ProcessResult result = RunElements(
+    const ProcessResult bad = RunElements(
         directory, {"--json", "example.ToneSource", "Level=1", "!", "example.LevelMeterSink"});
-    EXPECT_EQ(result.status, 1);
-    const std::string message = "example.ToneSource: cannot be read: [Level is 1, not from -200 "
-                                "to 0] [ Condition is not true ]";
-    ExpectDocuments({"kelhost.error", "kelhost.run"}, result.err + result.out);
-    EXPECT_EQ(json::parse(result.out),
+    EXPECT_EQ(bad.status, 1);
+    ExpectDocuments({"kelhost.run", "kelhost.error", "kelhost.run"}, good.out + bad.err + bad.out);
+    const std::string message =
+        "example.ToneSource: cannot open for reading: [Level is 1, not from -200 "
+        "to 0] [ Condition is not true ]";
+    EXPECT_EQ(json::parse(bad.out),
               (json{{"document", "kelhost.run"},
                     {"version", 1},
                     {"results", json::array()},
                     {"failures", {{{"file", "example.ToneSource"}, {"message", message}}}}}));
 }
 
-TEST(Run, TellsOfItsProgress) {
+TEST(RunErrors, ShowTheFormOfTheCommandLine) {
+    const std::string usage = ": run SOURCE key=value ... ! SINK key=value ...";
+    const std::string one = "run expects a source and a sink with one \"!\" between them, not ";
+    ExpectErrors(2, {
+                        {{"example.ToneSource"}, one + "0" + usage},
+                        {{"a", "!", "b", "!", "c"}, one + "2" + usage},
+                        {{"!", "b"}, "the source before the \"!\" is missing" + usage},
+                        {{"a", "b=1", "!"}, "the sink after the \"!\" is missing" + usage},
+                    });
     const TemporaryDirectory directory;
-    const ProcessResult result =
-        RunElements(directory, {"example.ToneSource", "Length=1000", "!", "example.LevelMeterSink",
-                                "--progress", "json"});
-    EXPECT_EQ(result.status, 0);
-    ExpectDocuments({"kelhost.progress", "kelhost.progress"}, result.err);
-    std::istringstream lines(result.err);
-    std::string line;
-    std::getline(lines, line);
-    EXPECT_EQ(json::parse(line), (json{{"document", "kelhost.progress"},
-                                       {"version", 1},
-                                       {"file", "example.ToneSource"},
-                                       {"done", 1000},
-                                       {"total", 1000},
-                                       {"rate", 48000}}));
-    std::getline(lines, line);
-    EXPECT_EQ(json::parse(line), (json{{"document", "kelhost.progress"},
-                                       {"version", 1},
-                                       {"file", "example.ToneSource"},
-                                       {"finished", true},
-                                       {"succeeded", true}}));
+    ExpectResult(RunElements(directory, {}), 2, "",
+                 "kelhost: ELEMENT is required\nRun with --help for more information.\n");
+}
+
+TEST(RunErrors, NameTheChoiceOfElements) {
+    const std::string sources = "; use example.ToneSource, kel.LibsndfileSource or "
+                                "test.TextSource";
+    const std::string sinks = "; use example.LevelMeterSink, kel.LibsndfileSink or "
+                              "test.TextSink";
+    ExpectErrors(2, {
+                        {{"kel.Nothing", "!", "kel.LibsndfileSink"},
+                         "there is no AudioSource \"kel.Nothing\"" + sources},
+                        {{"kel.LibsndfileSink", "!", "kel.LibsndfileSink"},
+                         "there is no AudioSource \"kel.LibsndfileSink\"" + sources},
+                        {{"a\n\xFF", "!", "kel.LibsndfileSink"},
+                         "there is no AudioSource \"a\\n\\xFF\"" + sources},
+                        {{"example.ToneSource", "!", "example.ToneSource"},
+                         "there is no AudioSink \"example.ToneSource\"" + sinks},
+                    });
+    const TemporaryDirectory directory;
+    ExpectResult(
+        RunKelhost(directory, {"--plugin", TestPlugin("kelNoElements"), "run", "a", "!", "b"}), 2,
+        "", "kelhost: there is no AudioSource \"a\"; none is registered\n");
+}
+
+TEST(RunErrors, NameTheChoiceOfTypes) {
+    const std::string several =
+        "kel.LibsndfileSink is registered for several types; name one as kel.LibsndfileSink:TYPE: "
+        "Unknown, AIFF, WAVE, BWAVE or RAW";
+    ExpectErrors(2,
+                 {
+                     {{"kel.LibsndfileSource", "!", "example.LevelMeterSink"},
+                      "kel.LibsndfileSource is registered for several types; name one as "
+                      "kel.LibsndfileSource:TYPE: AIFF, WAVE or BWAVE"},
+                     {{"example.ToneSource", "!", "kel.LibsndfileSink"}, several},
+                     {{"example.ToneSource", "!", "kel.LibsndfileSink", "FilePath=a.mp3"}, several},
+                     {{"kel.LibsndfileSource:MP3", "FilePath=a.wav", "!", "example.LevelMeterSink"},
+                      "kel.LibsndfileSource is not registered for the type \"MP3\"; use AIFF, "
+                      "WAVE or BWAVE"},
+                 });
+}
+
+TEST(RunErrors, NameTheChoiceOfSettings) {
+    const auto withSetting = [](const std::vector<std::string>& settings) {
+        std::vector<std::string> words{"example.ToneSource"};
+        words.insert(words.end(), settings.begin(), settings.end());
+        words.insert(words.end(), {"!", "example.LevelMeterSink"});
+        return words;
+    };
+    const std::string keys = "; it has SampleRate, Channels, Frequency, Level, Length or "
+                             "MaxSamplesPerBuffer";
+    const auto noNumber = [](const std::string& value) {
+        return "invalid value \"" + value +
+               "\" for Level of example.ToneSource: expected an integer from -2147483648 to "
+               "2147483647";
+    };
+    ExpectErrors(
+        2, {
+               {withSetting({"Volume=1"}), "example.ToneSource has no setting \"Volume\"" + keys},
+               {withSetting({"=1"}), "example.ToneSource has no setting \"\"" + keys},
+               {withSetting({"Level"}), "\"Level\", after example.ToneSource, has no "
+                                        "value; settings are key=value"},
+               {withSetting({"Level=-1", "Length=5", "Level=-1"}),
+                "\"Level\" of example.ToneSource is set twice"},
+               {withSetting({"Level="}), noNumber("")},
+               {withSetting({"Level=-1dB"}), noNumber("-1dB")},
+               {withSetting({"Level=2147483648"}), noNumber("2147483648")},
+               {withSetting({"Level=-2147483649"}), noNumber("-2147483649")},
+               {withSetting({"Level=\n"}), noNumber("\\n")},
+           });
+    ExpectErrors(
+        2, {
+               {{"test.TextSource:WAVE", "Details=all", "!", "example.LevelMeterSink"},
+                "invalid value \"all\" for Details of test.TextSource: expected a collection, "
+                "which has no text form"},
+               {{"example.ToneSource", "!", "example.LevelMeterSink", "Path=a"},
+                "example.LevelMeterSink has no setting \"Path\"; it has FilePath"},
+           });
+}
+
+TEST(RunErrors, NameTheFileOrTheElement) {
+    ExpectErrors(
+        1, {
+               {{"example.ToneSource", "!", "kel.LibsndfileSink:RAW", "FilePath=a.raw"},
+                "a.raw: cannot open for writing: [Only AIFF and WAVE/BWAVE wrapper formats (or "
+                "extensions) are supported]"},
+               {{"example.ToneSource", "!", "kel.LibsndfileSink", "FilePath=a.aiff"},
+                "a.aiff: kel.LibsndfileSink:AIFF does not accept 32-bit float little-endian"},
+               {{"kel.LibsndfileSource", "FilePath=a.wav", "!", "example.LevelMeterSink"},
+                "a.wav: cannot open for reading: No such file or directory"},
+               {{"kel.LibsndfileSource", "FilePath=.", "!", "example.LevelMeterSink"},
+                ".: is a directory; name the audio files in it"},
+               {{"example.ToneSource", "!", "kel.LibsndfileSink", "FilePath=out/a.wav"},
+                "out/a.wav: cannot create the file: No such file or directory"},
+               {{"example.ToneSource", "!", "example.LevelMeterSink", "FilePath=/dev/null"},
+                "/dev/null: is not a regular file; name another output"},
+               {{"example.ToneSource", "Length=600000000", "!", "kel.LibsndfileSink",
+                 "FilePath=a.wav"},
+                "a.wav: would have 4800000000 bytes of samples, and extensible WAVE holds at most "
+                "4 GiB; use the type BWAVE"},
+           });
+}
+
+TEST(RunErrors, ReportADiskThatIsTooSmall) {
+    const TemporaryDirectory directory;
+    const Arguments words{"example.ToneSource", "!", "kel.LibsndfileSink", "FilePath=a.wav"};
+    Command foreseen = MakeRun(directory, words);
+    DisturbSystem(foreseen);
+    foreseen.environment["KEL_TEST_DISK_ROOM"] = "1000";
+    ExpectResult(RunCommand(foreseen), 1, "",
+                 Error("a.wav", "needs 384544 bytes, and its disk has 1000 left; nothing was "
+                                "written"));
+    Command limited = MakeRun(directory, words);
+    limited.mostFileBytes = 100000;
+    ExpectResult(RunCommand(limited), 1, "",
+                 Error("a.wav", "Warning: tried to write 8192 bytes but could only write 1584; "
+                                "files are limited to 100000 bytes (ulimit -f)"));
+    EXPECT_EQ(SortedNames(directory), Names{});
+}
+
+TEST(RunErrors, ReportASourceThatHangsWhileItOpens) {
+    const TemporaryDirectory directory;
+    ASSERT_EQ(mkfifo((directory / "fifo.wav").c_str(), 0600), 0);
+    ExpectResult(RunElements(directory, {"kel.LibsndfileSource", "FilePath=fifo.wav", "!",
+                                         "example.LevelMeterSink", "--open-timeout", "0.2"}),
+                 1, "",
+                 Error("fifo.wav", "cannot open the file within 0.2 s; it is damaged, or a pipe "
+                                   "without a writer (--open-timeout SECONDS allows more)"));
+}
+
+TEST(RunErrors, ReportAnElementThatCrashesAndLeaveNothing) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "in.wav", "40000 2 48000 crashes while reading\n");
+    ExpectResult(RunCommand(MakeRun(directory, {"test.TextSource", "FilePath=in.wav", "!",
+                                                "kel.LibsndfileSink", "FilePath=out.wav"})),
+                 1, "",
+                 "kelhost: in.wav: the worker process ended with signal 11 (Segmentation fault); "
+                 "the file or the plug-in is damaged\n");
+    EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+}
+
+TEST(RunErrors, OfASinkWithoutAFileNameTheSink) {
+    const TemporaryDirectory directory;
+    Command command = MakeRun(directory, {"example.ToneSource", "!", "test.TextSink:WAVE"});
+    command.environment["KEL_TEST_SINK_MARKER"] = directory / "marker";
+    ExpectResult(RunCommand(command), 1, "",
+                 "kelhost: test.TextSink: cannot open for writing: [the file cannot be created] [ "
+                 "Condition is not true ]\n");
+    EXPECT_EQ(SortedNames(directory), Names{});
 }
 
 } // namespace kel::test

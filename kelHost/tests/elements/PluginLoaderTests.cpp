@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -19,6 +20,7 @@
 namespace kel::host {
 
 namespace fs = std::filesystem;
+using test::ReadFile;
 using test::TemporaryDirectory;
 using test::TestPlugin;
 using test::WriteFile;
@@ -38,7 +40,7 @@ std::string ErrorOfLoading(const std::string& file) {
     try {
         const LoadedPlugin plugin{fs::path(file)};
     } catch (const JobError& error) {
-        return error.what();
+        return DescribeError(error).message;
     }
     return "it was loaded";
 }
@@ -47,7 +49,7 @@ std::string ErrorOfSearching(std::ostream& warnings) {
     try {
         LoadPlugins({}, warnings);
     } catch (const JobError& error) {
-        return error.what();
+        return DescribeError(error).message;
     }
     return "something was loaded";
 }
@@ -61,6 +63,10 @@ std::string LinkPlugin(const std::string& name, const std::string& link) {
     fs::create_symlink(TestPlugin(name), link);
     return link;
 }
+
+// Names under which the broken plug-in throws when it registers.
+const std::string kThrowsError = "libkelBroken-throws-while-registering.so";
+const std::string kThrowsNumber = "libkelBroken-throws-number-while-registering.so";
 
 const std::vector<std::string> kCoreAlone{"kelCore"};
 
@@ -88,10 +94,10 @@ TEST(LoadedPlugin, RegistersUnderItsAbsolutePathForAsLongAsItLives) {
     fs::current_path(former);
 }
 
-TEST(LoadedPlugin, CanBeMoved) {
+TEST(LoadedPlugin, CanBeMovedAndLoadedAgain) {
     const TemporaryDirectory directory;
     const std::string path = LinkPlugin("kelFaultyElements", directory / "plugin.so");
-    {
+    for (int round = 0; round < 2; ++round) {
         std::optional<LoadedPlugin> first(std::in_place, fs::path(path));
         const LoadedPlugin second(std::move(*first));
         first.reset();
@@ -101,92 +107,70 @@ TEST(LoadedPlugin, CanBeMoved) {
     EXPECT_EQ(RegisteredBy(), kCoreAlone);
 }
 
-TEST(LoadedPlugin, CanBeLoadedAgain) {
-    for (int round = 0; round < 3; ++round) {
-        const LoadedPlugin plugin(fs::path(TestPlugin("kelFaultyElements")));
-        EXPECT_EQ(RegisteredBy(), CoreAnd({TestPlugin("kelFaultyElements")}));
-    }
-    EXPECT_EQ(RegisteredBy(), kCoreAlone);
-}
-
-TEST(LoadedPlugin, IsNotAFileThatIsMissing) {
+TEST(LoadedPlugin, IsRefusedWithTheReason) {
     const TemporaryDirectory directory;
-    const std::string path = directory / "missing.so";
-    EXPECT_EQ(ErrorOfLoading(path),
-              "the plug-in " + path + " cannot be loaded: " + path +
-                  ": cannot open shared object file: No such file or directory");
-}
-
-TEST(LoadedPlugin, IsNotATextFile) {
-    const TemporaryDirectory directory;
-    const std::string path = directory / "libkelText.so";
-    WriteFile(path, std::string(100, 'x') + "\n");
-    EXPECT_EQ(ErrorOfLoading(path),
-              "the plug-in " + path + " cannot be loaded: " + path + ": invalid ELF header");
-    WriteFile(path, "short\n");
-    EXPECT_EQ(ErrorOfLoading(path),
-              "the plug-in " + path + " cannot be loaded: " + path + ": file too short");
-}
-
-TEST(LoadedPlugin, IsNotADirectory) {
-    const TemporaryDirectory directory;
-    const std::string path = directory.Path().string();
-    EXPECT_EQ(ErrorOfLoading(path), "the plug-in " + path + " cannot be loaded: " + path +
-                                        ": cannot read file data: Is a directory");
-}
-
-TEST(LoadedPlugin, HasAnEntryPoint) {
-    const std::string path = TestPlugin("kelNoEntryPoint");
-    EXPECT_EQ(ErrorOfLoading(path), "the plug-in " + path + " has no entry point RegisterAll: " +
-                                        path + ": undefined symbol: RegisterAll");
-}
-
-TEST(LoadedPlugin, HasAllItsSymbols) {
-    const std::string path = TestPlugin("kelUndefinedSymbol");
-    EXPECT_EQ(ErrorOfLoading(path), "the plug-in " + path + " cannot be loaded: " + path +
-                                        ": undefined symbol: kelSymbolThatNobodyHas");
-}
-
-TEST(LoadedPlugin, LeavesNoRegistrationWhenItsEntryPointFails) {
-    const std::string path = TestPlugin("kelThrowsError");
-    EXPECT_EQ(ErrorOfLoading(path),
-              "the plug-in " + path + " failed in RegisterAll: the licence\\nis missing");
-    EXPECT_EQ(RegisteredBy(), kCoreAlone);
-}
-
-TEST(LoadedPlugin, MayFailWithAnything) {
-    const std::string path = TestPlugin("kelThrowsNumber");
-    EXPECT_EQ(ErrorOfLoading(path),
-              "the plug-in " + path +
-                  " failed in RegisterAll with an exception of an unknown type");
-    EXPECT_EQ(RegisteredBy(), kCoreAlone);
-    EXPECT_EQ(dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << "it is still loaded";
-}
-
-TEST(LoadedPlugin, IsNamedOnOneLine) {
-    const TemporaryDirectory directory;
-    const std::string path = directory / "two\nlines.so";
-    WriteFile(path, "short\n");
+    WriteFile(directory / "text.so", std::string(100, 'x') + "\n");
+    WriteFile(directory / "two\nlines.so", "short\n");
+    const std::string missing = directory / "missing.so";
+    const std::string text = directory / "text.so";
     const std::string shown = directory / "two\\nlines.so";
-    EXPECT_EQ(ErrorOfLoading(path),
-              "the plug-in " + shown + " cannot be loaded: " + shown + ": file too short");
+    const std::string parent = directory.Path().string();
+    const std::string noEntry = TestPlugin("kelNoEntryPoint");
+    const std::string undefined = TestPlugin("kelUndefinedSymbol");
+    const std::string error = LinkPlugin("kelBroken", directory / kThrowsError);
+    const std::string number = LinkPlugin("kelBroken", directory / kThrowsNumber);
+    struct Row {
+        std::string file;
+        std::string error;
+    };
+    for (const Row& row : {
+             Row{missing, missing + ": cannot load the plug-in: " + missing +
+                              ": cannot open shared object file: No such file or directory"},
+             Row{text, text + ": cannot load the plug-in: " + text + ": invalid ELF header"},
+             Row{directory / "two\nlines.so",
+                 shown + ": cannot load the plug-in: " + shown + ": file too short"},
+             Row{parent, parent + ": cannot load the plug-in: " + parent +
+                             ": cannot read file data: Is a directory"},
+             Row{noEntry, noEntry + ": the plug-in has no entry point RegisterAll: " + noEntry +
+                              ": undefined symbol: RegisterAll"},
+             Row{undefined, undefined + ": cannot load the plug-in: " + undefined +
+                                ": undefined symbol: kelSymbolThatNobodyHas"},
+             Row{error, error + ": the plug-in failed in RegisterAll: the licence\\nis missing"},
+             Row{number,
+                 number +
+                     ": the plug-in failed in RegisterAll with an exception of an unknown type"},
+         }) {
+        EXPECT_EQ(ErrorOfLoading(row.file), row.error);
+        EXPECT_EQ(RegisteredBy(), kCoreAlone);
+        EXPECT_EQ(dlopen(row.file.c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << row.file;
+    }
 }
 
-TEST(LoadPlugins, LoadsTheFileThatIsNamedAndNoOther) {
+TEST(LoadedPlugin, IsRefusedWhereTheLoaderWouldEndTheProcessOrMislead) {
+    const TemporaryDirectory directory;
+    const std::string path = directory / "damaged.so";
+    const std::string whole = ReadFile(KEL_TEST_PLUGIN);
+    std::string otherProcessor = whole;
+    otherProcessor.at(18) = 8;
+    struct Row {
+        std::string bytes;
+        std::string error;
+    };
+    for (const Row& row :
+         {Row{whole.substr(0, 63), path + ": file too short"},
+          Row{whole.substr(0, 1000), "it was cut off after 1000 bytes"},
+          Row{whole.substr(0, whole.size() / 2),
+              "it was cut off after " + std::to_string(whole.size() / 2) + " bytes"},
+          Row{otherProcessor, "it is for another processor"}}) {
+        WriteFile(path, row.bytes);
+        EXPECT_EQ(ErrorOfLoading(path), path + ": cannot load the plug-in: " + row.error);
+    }
+}
+
+TEST(LoadPlugins, LoadsOnlyTheFilesThatAreNamedInTheirOrderAndEachOnce) {
     const TemporaryDirectory directory;
     LinkPlugin("kelFaultyElements", directory / "libkelOther.so");
     SetSearchPath(directory.Path());
-    std::ostringstream warnings;
-    {
-        const auto plugins = LoadPlugins({TestPlugin("kelFaultyElements")}, warnings);
-        EXPECT_EQ(RegisteredBy(), CoreAnd({TestPlugin("kelFaultyElements")}));
-    }
-    EXPECT_EQ(warnings.str(), "");
-    EXPECT_EQ(RegisteredBy(), kCoreAlone);
-}
-
-TEST(LoadPlugins, LoadsTheFilesThatAreNamedInTheirOrderAndEachOnce) {
-    const TemporaryDirectory directory;
     const std::string first = directory / "b.so";
     const std::string second = directory / "a.so";
     for (const std::string& copy : {first, second}) {
@@ -194,22 +178,12 @@ TEST(LoadPlugins, LoadsTheFilesThatAreNamedInTheirOrderAndEachOnce) {
     }
     fs::create_symlink(second, directory / "c.so");
     std::ostringstream warnings;
-    const auto plugins = LoadPlugins({first, second, first, directory / "c.so"}, warnings);
-    EXPECT_EQ(RegisteredBy(), CoreAnd({first, second}));
-    EXPECT_EQ(warnings.str(), "");
-}
-
-TEST(LoadPlugins, LoadsNoneOfTheFilesThatAreNamedWhenOneCanNotBeLoaded) {
-    std::ostringstream warnings;
-    EXPECT_THROW(
-        LoadPlugins({TestPlugin("kelFaultyElements"), TestPlugin("kelNoEntryPoint")}, warnings),
-        JobError);
+    {
+        const auto plugins = LoadPlugins({first, second, first, directory / "c.so"}, warnings);
+        EXPECT_EQ(RegisteredBy(), CoreAnd({first, second}));
+    }
+    EXPECT_THROW(LoadPlugins({first, TestPlugin("kelNoEntryPoint")}, warnings), JobError);
     EXPECT_EQ(RegisteredBy(), kCoreAlone);
-}
-
-TEST(LoadPlugins, FailsWhenTheFileThatIsNamedCanNotBeLoaded) {
-    std::ostringstream warnings;
-    EXPECT_THROW(LoadPlugins({TestPlugin("kelNoEntryPoint")}, warnings), JobError);
     EXPECT_EQ(warnings.str(), "");
 }
 
@@ -217,17 +191,23 @@ TEST(LoadPlugins, LooksThroughTheDirectoriesInTheirOrderAndInEachByName) {
     const TemporaryDirectory directory;
     fs::create_directory(directory / "b");
     fs::create_directory(directory / "a");
-    const std::string first = LinkPlugin("kelFaultyElements", directory / "b/libkel2.so");
-    const std::string second = LinkPlugin("kelFaultyElements", directory / "b/libkelB.so");
-    const std::string third = LinkPlugin("kelFaultyElements", directory / "a/libkel.so");
-    SetSearchPath((directory / "b") + ":" + (directory / "missing") + ":" + (directory / "a"));
+    // Neither in the order in which they are made nor in the reverse one.
+    std::vector<std::string> plugins;
+    for (const char* name : {"4", "1", "6", "3", "A", "0", "5", "B", "2"}) {
+        plugins.push_back(
+            LinkPlugin("kelFaultyElements", directory / (std::string("b/libkel") + name + ".so")));
+    }
+    std::sort(plugins.begin(), plugins.end());
+    plugins.push_back(LinkPlugin("kelFaultyElements", directory / "a/libkel.so"));
+    SetSearchPath((directory / "b") + ":" + (directory / "missing") + ":" + (directory / "a") +
+                  ":" + (directory / "b"));
     std::ostringstream warnings;
-    const auto plugins = LoadPlugins({}, warnings);
-    EXPECT_EQ(RegisteredBy(), CoreAnd({first, second, third}));
+    const auto loaded = LoadPlugins({}, warnings);
+    EXPECT_EQ(RegisteredBy(), CoreAnd(plugins));
     EXPECT_EQ(warnings.str(), "");
 }
 
-TEST(LoadPlugins, TakesOnlyWhatIsNamedLikeAPlugin) {
+TEST(LoadPlugins, LoadsOnlyFilesThatAreNamedLikePlugins) {
     const TemporaryDirectory directory;
     for (const char* name : {"libother.so", "kelPlugin.so", "libkelPlugin.so.1", "libkelPlugin",
                              "libkelPlugin.txt", "LIBKELPLUGIN.SO", "xlibkelPlugin.so"}) {
@@ -238,33 +218,31 @@ TEST(LoadPlugins, TakesOnlyWhatIsNamedLikeAPlugin) {
     SetSearchPath(directory.Path());
     std::ostringstream warnings;
     EXPECT_EQ(ErrorOfSearching(warnings),
-              "no plug-in was found in " + directory.Path().string() +
+              "found no plug-in in " + directory.Path().string() +
                   "; name one with --plugin FILE or its directory in KEL_PLUGIN_PATH");
     EXPECT_EQ(warnings.str(), "");
 }
 
-TEST(LoadPlugins, WarnsOfWhatCanNotBeLoadedAndLoadsTheOthers) {
+TEST(LoadPlugins, WarnsOfFilesThatCannotBeLoadedAndLoadsTheOthers) {
     const TemporaryDirectory directory;
     WriteFile(directory / "libkelA.so", "short\n");
     const std::string entry = LinkPlugin("kelNoEntryPoint", directory / "libkelB.so");
+    const std::string number = LinkPlugin("kelBroken", directory / kThrowsNumber);
     const std::string good = LinkPlugin("kelFaultyElements", directory / "libkelC.so");
-    const std::string number = LinkPlugin("kelThrowsNumber", directory / "libkelD.so");
-    const std::string error = LinkPlugin("kelThrowsError", directory / "libkelE.so");
     SetSearchPath(directory.Path());
     std::ostringstream warnings;
     const auto plugins = LoadPlugins({}, warnings);
     EXPECT_EQ(RegisteredBy(), CoreAnd({good}));
     const std::string text = directory / "libkelA.so";
     EXPECT_EQ(warnings.str(),
-              "kelhost: warning: the plug-in " + text + " cannot be loaded: " + text +
+              "kelhost: warning: " + text + ": cannot load the plug-in: " + text +
                   ": file too short\n"
-                  "kelhost: warning: the plug-in " +
-                  entry + " has no entry point RegisterAll: " + entry +
+                  "kelhost: warning: " +
+                  entry + ": the plug-in has no entry point RegisterAll: " + entry +
                   ": undefined symbol: RegisterAll\n"
-                  "kelhost: warning: the plug-in " +
-                  number + " failed in RegisterAll with an exception of an unknown type\n" +
-                  "kelhost: warning: the plug-in " + error +
-                  " failed in RegisterAll: the licence\\nis missing\n");
+                  "kelhost: warning: " +
+                  number +
+                  ": the plug-in failed in RegisterAll with an exception of an unknown type\n");
 }
 
 TEST(LoadPlugins, NeverLooksIntoTheCurrentDirectoryForAnEmptyEntry) {
@@ -278,26 +256,18 @@ TEST(LoadPlugins, NeverLooksIntoTheCurrentDirectoryForAnEmptyEntry) {
         SetSearchPath(path);
         std::ostringstream warnings;
         EXPECT_EQ(ErrorOfSearching(warnings),
-                  "no plug-in was found in " + empty +
+                  "found no plug-in in " + empty +
                       "; name one with --plugin FILE or its directory in KEL_PLUGIN_PATH");
     }
     for (const char* path : {":", ":::"}) {
         SetSearchPath(path);
         std::ostringstream warnings;
-        EXPECT_EQ(ErrorOfSearching(warnings),
-                  "KEL_PLUGIN_PATH is \"" + std::string(path) +
-                      "\" and names no directory; name those of the plug-ins, or unset it");
+        EXPECT_EQ(
+            ErrorOfSearching(warnings),
+            "invalid value \"" + std::string(path) +
+                "\" for KEL_PLUGIN_PATH: expected directories of plug-ins, separated by colons");
     }
     fs::current_path(former);
-}
-
-TEST(LoadPlugins, LoadsADirectoryThatIsNamedTwiceOnce) {
-    const TemporaryDirectory directory;
-    const std::string plugin = LinkPlugin("kelFaultyElements", directory / "libkelPlugin.so");
-    SetSearchPath(directory.Path().string() + ":" + directory.Path().string());
-    std::ostringstream warnings;
-    const auto plugins = LoadPlugins({}, warnings);
-    EXPECT_EQ(RegisteredBy(), CoreAnd({plugin}));
 }
 
 } // namespace kel::host

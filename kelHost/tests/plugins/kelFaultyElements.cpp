@@ -1,8 +1,8 @@
-// A source and a sink whose files are one line of text: frames, channels and rate. They work, but
-// for the fault that the variable KEL_TEST_FAULT names, and a source for the one that its file
-// names behind the numbers.
+// A source and a sink whose files are one line of text: frames, channels and rate. They have the
+// fault that the variable KEL_TEST_FAULT names, and a source the one that its file names after the
+// numbers.
 //
-// While a sink has a file open, a marker lies where KEL_TEST_SINK_MARKER says.
+// While a sink has a file open, there is a marker at KEL_TEST_SINK_MARKER.
 
 #include "EntryPoint.h"
 
@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <istream>
 #include <memory>
@@ -53,7 +54,7 @@ bool Exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
 }
 
-// Tells that it waits, and does so until it is told to go on.
+// Leaves a sign and waits for another.
 void Wait() {
     std::ofstream(Variable("KEL_TEST_WAITING")).flush();
     while (!Exists(Variable("KEL_TEST_GO_ON"))) {
@@ -61,7 +62,7 @@ void Wait() {
     }
 }
 
-// Ends the process by a signal, whatever would like to catch it, and without leaving its memory.
+// Ends the process by a signal that is not caught, without a core file.
 [[noreturn]] void Crash(int signal) {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
@@ -119,10 +120,14 @@ public:
             Wait();
         }
         const std::int64_t promised = m_file.frames -
-                                      (HasFault("source delivers fewer frames") ? 1 : 0) +
+                                      (HasFault("source delivers fewer frames") ||
+                                               HasFault("source logs an error and ends early")
+                                           ? 1
+                                           : 0) +
                                       (DeliversMore() ? 1 : 0);
         const std::int64_t frames = std::min<std::int64_t>(promised - m_position, m_mostFrames);
         if (frames <= 0) {
+            LogIf("source logs an error and ends early", LogLevel::Error);
             return nullptr;
         }
         if (m_position > 0) {
@@ -136,7 +141,7 @@ public:
                            static_cast<std::uint32_t>(sizeof(float));
         const auto buffer = CreateBuffer(nullptr, nullptr);
         buffer->Reserve(bytes);
-        std::fill_n(buffer->GetData(), bytes, std::uint8_t{0});
+        std::memset(buffer->GetData(), 0, bytes);
         buffer->SetSize(bytes);
         const TimeLimits limits(MediaTime(EditRate(m_file.rate, 1), m_position, nullptr),
                                 frames + (HasFault("source stamps one frame more") ? 1 : 0));

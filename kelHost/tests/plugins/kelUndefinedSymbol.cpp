@@ -1,4 +1,4 @@
-// A plug-in that was built against a library that nobody has.
+// A plug-in that was built against a missing library.
 
 #include "EntryPoint.h"
 

@@ -1,7 +1,7 @@
 // Put in front of the system's library, this refuses memory: the allocation of the number that
 // KEL_TEST_REFUSED_NUMBER names, counted from the beginning of main, or that and all after it if
 // KEL_TEST_REFUSAL_LASTS is set. A process that is forked counts on by itself. A file at
-// KEL_TEST_REFUSAL_MARKER tells that it has happened. Nothing here takes memory.
+// KEL_TEST_REFUSAL_MARKER reports the refusal. Nothing here allocates memory.
 
 #include <atomic>
 #include <cerrno>
@@ -45,7 +45,7 @@ bool IsRefused() {
     return true;
 }
 
-// What is made before main begins belongs to the libraries.
+// Allocations before main belong to the libraries.
 int CountingMain(int argc, char** argv, char** environment) {
     const char* number = getenv("KEL_TEST_REFUSED_NUMBER");
     g_lasts = getenv("KEL_TEST_REFUSAL_LASTS") != nullptr;
@@ -73,7 +73,7 @@ __attribute__((visibility("default"))) void* aligned_alloc(size_t alignment, siz
     return IsRefused() ? nullptr : __libc_memalign(alignment, bytes);
 }
 
-// Where the C library begins a program.
+// The start of a program in the C library.
 __attribute__((visibility("default"))) int
 __libc_start_main(Main main, int argc, char** argv, // NOLINT(bugprone-reserved-identifier)
                   void (*init)(), void (*fini)(), void (*loaderFini)(), void* stackEnd) {

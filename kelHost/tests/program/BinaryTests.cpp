@@ -12,7 +12,7 @@ TEST(TheHostProgram, IsHardenedAndWhole) {
     ExpectHardened(Binary(KEL_TEST_HOST));
 }
 
-TEST(TheHostProgram, DoesNotKnowThePlugInNorWhatThePlugInUses) {
+TEST(TheHostProgram, DependsNeitherOnThePlugInNorOnItsLibrary) {
     const auto needed = Binary(KEL_TEST_HOST).Needed();
     EXPECT_THAT(needed, Contains("libkelCore.so.0"));
     EXPECT_THAT(needed, Contains(testing::HasSubstr("Libsndfile")).Times(0));

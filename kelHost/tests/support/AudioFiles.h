@@ -1,4 +1,4 @@
-/// Audio files made and read with libsndfile alone.
+/// Audio files made and read with libsndfile only.
 #pragma once
 
 #include <sndfile.h>
@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <ios>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <sys/types.h>
@@ -35,63 +36,62 @@ inline std::vector<float> MakeValues(std::size_t count) {
     return values;
 }
 
+/// An open audio file.
+class SoundFile {
+public:
+    SoundFile(const std::string& path, int mode, SF_INFO& info)
+        : m_file(sf_open(path.c_str(), mode, &info), sf_close) {
+        Require(m_file != nullptr, path + ": " + sf_strerror(nullptr));
+    }
+
+    SNDFILE* Handle() const { return m_file.get(); }
+
+    static void Require(bool done, const std::string& error) {
+        if (!done) {
+            throw std::runtime_error(error);
+        }
+    }
+
+private:
+    std::unique_ptr<SNDFILE, int (*)(SNDFILE*)> m_file;
+};
+
 /// Writes an audio file.
-/// @param format container and encoding as libsndfile counts them
+/// @param format container and encoding, as libsndfile numbers them
 inline void WriteAudio(const std::string& path, int format, int channels, int rate,
                        const std::vector<float>& values) {
-    SF_INFO info{};
-    info.format = format;
-    info.channels = channels;
-    info.samplerate = rate;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (file == nullptr) {
-        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
-    }
-    sf_command(file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    SF_INFO info{0, rate, channels, format, 0, 0};
+    const SoundFile file(path, SFM_WRITE, info);
+    sf_command(file.Handle(), SFC_SET_CLIPPING, nullptr, SF_TRUE);
     const auto count = static_cast<sf_count_t>(values.size());
-    const bool written = sf_write_float(file, values.data(), count) == count;
-    if (sf_close(file) != 0 || !written) {
-        throw std::runtime_error(path + " cannot be written");
-    }
+    SoundFile::Require(sf_write_float(file.Handle(), values.data(), count) == count,
+                       path + " cannot be written");
 }
 
 /// Writes an audio file whose samples are these very bytes.
 inline void WriteRawAudio(const std::string& path, int format, int channels, int rate,
                           const std::string& bytes) {
-    SF_INFO info{};
-    info.format = format;
-    info.channels = channels;
-    info.samplerate = rate;
-    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-    if (file == nullptr) {
-        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
-    }
+    SF_INFO info{0, rate, channels, format, 0, 0};
+    const SoundFile file(path, SFM_WRITE, info);
     const auto count = static_cast<sf_count_t>(bytes.size());
-    const bool written = sf_write_raw(file, bytes.data(), count) == count;
-    if (sf_close(file) != 0 || !written) {
-        throw std::runtime_error(path + " cannot be written");
-    }
+    SoundFile::Require(sf_write_raw(file.Handle(), bytes.data(), count) == count,
+                       path + " cannot be written");
 }
 
-/// The bytes of an audio file's samples, as they lie in the file.
+/// The bytes of an audio file's samples, in the order of the file.
 /// @param width bytes per value
 inline std::string ReadRawAudio(const std::string& path, std::size_t width) {
     SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr) {
-        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
-    }
-    std::string bytes(static_cast<std::size_t>(info.frames * info.channels) * width, '\0');
-    const auto count = static_cast<sf_count_t>(bytes.size());
-    const bool read = count == 0 || sf_read_raw(file, bytes.data(), count) == count;
-    sf_close(file);
-    if (!read) {
-        throw std::runtime_error(path + " cannot be read");
-    }
+    const SoundFile file(path, SFM_READ, info);
+    const auto count =
+        static_cast<sf_count_t>(width) * static_cast<sf_count_t>(info.channels) * info.frames;
+    std::string bytes(static_cast<std::size_t>(count), '\0');
+    SoundFile::Require(sf_read_raw(file.Handle(), bytes.data(), count) == count,
+                       path + " cannot be read");
     return bytes;
 }
 
-/// The bytes of numbers, as they lie in memory.
+/// The bytes of numbers, in the order of memory.
 template <typename Number>
 std::string BytesOf(const std::vector<Number>& numbers) {
     std::string bytes(numbers.size() * sizeof(Number), '\0');
@@ -111,7 +111,7 @@ inline std::string LittleEndian(std::uint64_t number, std::size_t bytes) {
 /// Writes an RF64 file of any size that has hardly anything on the disk but its header, and a few
 /// bytes of samples. All others are 0.
 /// @param width bytes per value, 1 to 4
-/// @param place where among the bytes of the samples the few stand
+/// @param place of the few among the bytes of the samples
 inline void WriteSparseAudio(const std::string& path, std::uint64_t width, std::uint64_t channels,
                              std::uint64_t frames, std::uint64_t place, const std::string& few) {
     constexpr std::uint64_t kRate = 48000;
@@ -142,22 +142,16 @@ inline void WriteTake(const std::string& path, std::size_t frames = 1000) {
 /// Reads an audio file.
 inline Audio ReadAudio(const std::string& path) {
     SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    if (file == nullptr) {
-        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
-    }
+    const SoundFile file(path, SFM_READ, info);
     Audio audio{info.format, info.channels, info.samplerate, {}};
     const sf_count_t count = info.frames * info.channels;
     audio.values.resize(static_cast<std::size_t>(count));
-    const bool read = sf_read_float(file, audio.values.data(), count) == count;
-    sf_close(file);
-    if (!read) {
-        throw std::runtime_error(path + " cannot be read");
-    }
+    SoundFile::Require(sf_read_float(file.Handle(), audio.values.data(), count) == count,
+                       path + " cannot be read");
     return audio;
 }
 
-/// The bytes of a file without the time of writing, which a PEAK chunk holds behind its name, size
+/// The bytes of a file without the time of writing, which a PEAK chunk holds after its name, size
 /// and version.
 inline std::string WithoutTime(std::string bytes) {
     const std::size_t peak = bytes.find("PEAK");

@@ -1,4 +1,4 @@
-/// Running kelhost in a directory of its own.
+/// Runs kelhost in a directory of its own.
 #pragma once
 
 #include <Process.h>
@@ -9,19 +9,17 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
-#include <fstream>
+#include <filesystem>
 #include <optional>
 #include <regex>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace kel::test {
 
-/// What to run for `kelhost ARGUMENTS...` in a directory. The plug-in is the one beside the
-/// program.
+/// The command `kelhost ARGUMENTS...` in a directory, with the plug-in beside the program.
 inline Command Kelhost(const TemporaryDirectory& directory, std::vector<std::string> arguments) {
     Command command;
     command.program = KEL_TEST_HOST;
@@ -37,32 +35,64 @@ inline ProcessResult RunKelhost(const TemporaryDirectory& directory,
     return RunCommand(Kelhost(directory, std::move(arguments)));
 }
 
+/// Arguments of a command line.
+using Arguments = std::vector<std::string>;
+
+/// Arguments and those that follow them.
+inline Arguments operator+(Arguments first, const Arguments& others) {
+    first.insert(first.end(), others.begin(), others.end());
+    return first;
+}
+
+/// The report of a copy of stereo audio at 48 kHz; by default of WriteTake into a WAVE file.
+inline std::string CopyReport(const std::string& input, const std::string& output,
+                              const std::string& format = "extensible WAVE, float32 little-endian",
+                              const std::string& length = "1000 frames, 0:00:00.021") {
+    return input + " -> " + output + ": " + format + ", 2 channels, 48000 Hz, " + length + "\n";
+}
+
+/// An error about a file.
+inline std::string Error(const std::string& file, const std::string& cause) {
+    return "kelhost: " + file + ": " + cause + "\n";
+}
+
+/// Text without sound, and the error of opening it.
+constexpr const char* kNoAudio = "no audio at all, but a text of some length\n";
+inline std::string NoAudioError(const std::string& file) {
+    return Error(file, "cannot open for reading: [Unable to open file \"" + file +
+                           "\" with libsndfile. Error is:\"Format not recognised.\"]");
+}
+
 /// The path of a plug-in that was made for the tests.
 inline std::string TestPlugin(const std::string& name) {
     return std::string(KEL_TEST_PLUGIN_DIRECTORY "/lib") + name + ".so";
 }
 
+/// Names of files.
+using Names = std::vector<std::string>;
+
 /// The names in a directory, sorted.
-inline std::vector<std::string> SortedNames(const TemporaryDirectory& directory) {
-    std::vector<std::string> names = directory.Names();
+inline Names SortedNames(const std::string& directory) {
+    Names names;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        names.push_back(entry.path().filename().string());
+    }
     std::sort(names.begin(), names.end());
     return names;
 }
 
-/// Names of files, for comparing them with SortedNames.
-using Names = std::vector<std::string>;
+inline Names SortedNames(const TemporaryDirectory& directory) {
+    return SortedNames(directory.Path().string());
+}
 
-/// The bytes of a file.
-inline std::string Content(const std::string& path) {
-    std::ostringstream content;
-    std::ifstream stream(path, std::ios::binary);
-    if (stream.peek() != std::ifstream::traits_type::eof()) {
-        content << stream.rdbuf();
+/// Lines of a text.
+inline std::vector<std::string> LinesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
     }
-    if (stream.bad() || !stream.is_open()) {
-        throw std::runtime_error("cannot read " + path);
-    }
-    return content.str();
+    return lines;
 }
 
 /// A text with "XXXXXX" for the random part of every temporary name.

@@ -1,4 +1,4 @@
-/// Documents of the program and what they must look like.
+/// Documents of the program and their schemas.
 #pragma once
 
 #include "Program.h"
@@ -14,7 +14,7 @@
 namespace kel::test {
 
 /// Validates documents, a line each, against the schemas in docs/schemas. The status is 0 when all
-/// are as they must be; else the output says what is wrong, a line for each.
+/// are valid; else the output has a line for each problem.
 inline ProcessResult Validate(const std::string& documents) {
     const TemporaryDirectory directory;
     WriteFile(directory / "documents", documents);
@@ -24,7 +24,7 @@ inline ProcessResult Validate(const std::string& documents) {
     return RunCommand(command);
 }
 
-/// Expects documents, a line each, of certain kinds and each as its schema says.
+/// Expects valid documents of these kinds, a line each.
 inline void ExpectDocuments(const std::vector<std::string>& kinds, const std::string& documents) {
     std::vector<std::string> found;
     std::istringstream lines(documents);

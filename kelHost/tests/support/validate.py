@@ -2,8 +2,8 @@
 
 usage: validate.py SCHEMAS DOCUMENTS
 
-SCHEMAS is the directory of the schemas, DOCUMENTS a file. What is wrong goes to standard output, a line
-for each document; the status is 1 then.
+SCHEMAS is the directory of the schemas, DOCUMENTS a file. Problems go to standard output, a line for
+each document; the status is 1 then.
 """
 
 import json
@@ -23,7 +23,7 @@ def load_schemas(directory):
 
 
 def problem_of(line, schemas):
-    """What is wrong with a document; None for nothing."""
+    """Returns the problem of a document, None for a valid one."""
     try:
         document = json.loads(line)
     except ValueError as error:

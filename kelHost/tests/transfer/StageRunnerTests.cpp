@@ -22,7 +22,7 @@ namespace kel::host {
 
 namespace {
 
-// A sample that is known by the number that it was given as its duration.
+// A sample that is known by the number that it was given because its duration.
 SampleHandle Numbered(std::int64_t number) {
     return CreateSampleContainer(CreateAudioSample(nullptr, nullptr, CreateBuffer(nullptr, nullptr),
                                                    TimeLimits(MediaTime(), number), {}),
@@ -33,7 +33,7 @@ std::int64_t NumberOf(const SampleHandle& sample) {
     return sample->GetAudioSamples(nullptr, nullptr).at(0)->GetTimeLimits().duration;
 }
 
-// Gives samples of the numbers 1 to count, then none.
+// Returns samples of the numbers 1 to count, then none.
 std::function<SampleHandle()> Count(std::int64_t count) {
     return [count, next = std::int64_t{0}]() mutable -> SampleHandle {
         return next < count ? Numbered(++next) : nullptr;
@@ -50,7 +50,20 @@ void WaitFor(const std::function<bool()>& condition) {
     }
 }
 
-std::string ErrorOf(const std::function<void(const Stages&)>& run, const Stages& stages) {
+// Stages that are functions of the test.
+class FakeStages final : public Stages {
+public:
+    SampleHandle Pull() override { return pull(); }
+    bool Converts() const override { return convert != nullptr; }
+    SampleHandle Convert(const SampleHandle& sample) override { return convert(sample); }
+    void Push(const SampleHandle& sample) override { push(sample); }
+
+    std::function<SampleHandle()> pull;
+    std::function<SampleHandle(const SampleHandle&)> convert;
+    std::function<void(const SampleHandle&)> push;
+};
+
+std::string ErrorOf(const std::function<void(Stages&)>& run, Stages& stages) {
     try {
         run(stages);
     } catch (const std::exception& error) {
@@ -63,14 +76,14 @@ std::string ErrorOf(const std::function<void(const Stages&)>& run, const Stages&
 
 struct Runner {
     std::string name;
-    std::function<void(const Stages&)> run;
+    std::function<void(Stages&)> run;
 };
 
 void PrintTo(const Runner& runner, std::ostream* stream) {
     *stream << runner.name;
 }
 
-// What holds on several threads as well as on one.
+// Properties on several threads as well as on one.
 class Pipeline : public testing::TestWithParam<Runner> {};
 
 std::string RunnerName(const testing::TestParamInfo<Runner>& info) {
@@ -83,7 +96,7 @@ TEST_P(Pipeline, KeepsTheOrderOfTheSamplesAndLosesNone) {
     for (const std::int64_t count : {0, 1, 2, 3, 4, 5, 6, 1000}) {
         for (const bool converts : {false, true}) {
             std::vector<std::int64_t> pushed;
-            Stages stages;
+            FakeStages stages;
             stages.pull = Count(count);
             if (converts) {
                 stages.convert = Double;
@@ -101,42 +114,30 @@ TEST_P(Pipeline, KeepsTheOrderOfTheSamplesAndLosesNone) {
     }
 }
 
-TEST_P(Pipeline, ThrowsWhatAStageHasThrown) {
-    for (const std::int64_t place : {1, 2, 7}) {
-        const auto failAt = [place](std::int64_t number) {
-            if (number == place) {
-                throw std::runtime_error("at " + std::to_string(number));
-            }
-        };
-        const std::string expected = "at " + std::to_string(place);
-        Stages stages;
-        stages.pull = [&, pull = Count(10), number = std::int64_t{0}]() mutable {
-            failAt(++number);
-            return pull();
-        };
-        stages.convert = Double;
-        stages.push = [](const SampleHandle& /*sample*/) {
-        };
-        EXPECT_EQ(ErrorOf(GetParam().run, stages), expected);
-
-        stages.pull = Count(10);
-        stages.convert = [&](const SampleHandle& sample) {
-            failAt(NumberOf(sample));
-            return sample;
-        };
-        EXPECT_EQ(ErrorOf(GetParam().run, stages), expected);
-
-        stages.pull = Count(10);
-        stages.convert = nullptr;
-        stages.push = [&](const SampleHandle& sample) {
-            failAt(NumberOf(sample));
-        };
-        EXPECT_EQ(ErrorOf(GetParam().run, stages), expected);
+TEST_P(Pipeline, ThrowsTheErrorOfAStage) {
+    for (const int stage : {0, 1, 2}) { // pulling, converting, pushing
+        for (const std::int64_t place : {1, 2, 7}) {
+            const auto failAt = [&](int ownStage, std::int64_t number) {
+                if (stage == ownStage && number == place) {
+                    throw std::runtime_error("at " + std::to_string(number));
+                }
+            };
+            FakeStages stages;
+            stages.pull = [&, pull = Count(10), number = std::int64_t{0}]() mutable {
+                failAt(0, ++number);
+                return pull();
+            };
+            stages.convert = [&](const SampleHandle& sample) {
+                failAt(1, NumberOf(sample));
+                return sample;
+            };
+            stages.push = [&](const SampleHandle& sample) {
+                failAt(2, NumberOf(sample));
+            };
+            EXPECT_EQ(ErrorOf(GetParam().run, stages), "at " + std::to_string(place)) << stage;
+        }
     }
-}
-
-TEST_P(Pipeline, PassesExceptionsOfEveryTypeOn) {
-    Stages stages;
+    FakeStages stages;
     stages.pull = []() -> SampleHandle {
         throw 42;
     };
@@ -147,7 +148,7 @@ TEST_P(Pipeline, PassesExceptionsOfEveryTypeOn) {
 
 TEST_P(Pipeline, LetsGoOfEverySample) {
     std::vector<std::weak_ptr<const ISampleContainer>> samples;
-    Stages stages;
+    FakeStages stages;
     stages.pull = [&, pull = Count(50)]() mutable {
         const SampleHandle sample = pull();
         samples.push_back(sample);
@@ -165,11 +166,11 @@ TEST_P(Pipeline, LetsGoOfEverySample) {
 }
 
 // Each stage on a thread of its own, and converting on that of the reader.
-void RunOnThree(const Stages& stages) {
+void RunOnThree(Stages& stages) {
     RunOverlapped(stages, 3);
 }
 
-void RunOnTwo(const Stages& stages) {
+void RunOnTwo(Stages& stages) {
     RunOverlapped(stages, 2);
 }
 
@@ -179,109 +180,74 @@ INSTANTIATE_TEST_SUITE_P(Runners, Pipeline,
                                          Runner{"Inline", RunInline}),
                          RunnerName);
 
-TEST(PipelineInline, StaysOnOneThread) {
-    std::set<std::thread::id> threads;
-    Stages stages;
-    const auto note = [&threads] {
-        threads.insert(std::this_thread::get_id());
+TEST(PipelineThreads, AreAsManyAsTheProcessors) {
+    using Threads = std::set<std::thread::id>;
+    const auto own = std::this_thread::get_id();
+    const auto threadsOf = [](const std::function<void(Stages&)>& run) {
+        std::vector<Threads> threads(3); // of pulling, converting, pushing
+        const auto note = [&threads](std::size_t stage) {
+            threads[stage].insert(std::this_thread::get_id());
+        };
+        FakeStages stages;
+        stages.pull = [&, pull = Count(100)]() mutable {
+            note(0);
+            return pull();
+        };
+        stages.convert = [&](const SampleHandle& sample) {
+            note(1);
+            return sample;
+        };
+        stages.push = [&](const SampleHandle& /*sample*/) {
+            note(2);
+        };
+        run(stages);
+        for (const Threads& stage : threads) {
+            EXPECT_EQ(stage.size(), 1U);
+        }
+        return threads;
     };
-    stages.pull = [&, pull = Count(10)]() mutable {
-        note();
-        return pull();
-    };
-    stages.convert = [&](const SampleHandle& sample) {
-        note();
-        return sample;
-    };
-    stages.push = [&](const SampleHandle& /*sample*/) {
-        note();
-    };
-    RunInline(stages);
-    EXPECT_EQ(threads, std::set<std::thread::id>{std::this_thread::get_id()});
-}
+    EXPECT_EQ(threadsOf(RunInline), (std::vector<Threads>(3, {own})));
 
-TEST(PipelineOverlapped, GivesEachStageOneThreadOfItsOwn) {
-    std::set<std::thread::id> pulling;
-    std::set<std::thread::id> converting;
-    std::set<std::thread::id> pushing;
-    Stages stages;
-    stages.pull = [&, pull = Count(100)]() mutable {
-        pulling.insert(std::this_thread::get_id());
-        return pull();
-    };
-    stages.convert = [&](const SampleHandle& sample) {
-        converting.insert(std::this_thread::get_id());
-        return sample;
-    };
-    stages.push = [&](const SampleHandle& /*sample*/) {
-        pushing.insert(std::this_thread::get_id());
-    };
-    RunOnThree(stages);
-    EXPECT_EQ(pulling.size(), 1U);
-    EXPECT_EQ(converting.size(), 1U);
-    EXPECT_EQ(pushing, std::set<std::thread::id>{std::this_thread::get_id()});
-    std::set<std::thread::id> all = pulling;
-    all.insert(converting.begin(), converting.end());
-    all.insert(pushing.begin(), pushing.end());
-    EXPECT_EQ(all.size(), 3U);
-}
+    const auto two = threadsOf(RunOnTwo);
+    EXPECT_EQ(two[0], two[1]) << "the reader converts";
+    EXPECT_NE(two[0], two[2]);
+    EXPECT_EQ(two[2], Threads{own});
 
-TEST(PipelineOverlapped, ConvertsOnTheReadersThreadWhereThereAreTwoProcessors) {
-    std::set<std::thread::id> reading;
-    std::set<std::thread::id> writing;
-    Stages stages;
-    stages.pull = [&, pull = Count(100)]() mutable {
-        reading.insert(std::this_thread::get_id());
-        return pull();
-    };
-    stages.convert = [&](const SampleHandle& sample) {
-        reading.insert(std::this_thread::get_id());
-        return sample;
-    };
-    stages.push = [&](const SampleHandle& /*sample*/) {
-        writing.insert(std::this_thread::get_id());
-    };
-    RunOnTwo(stages);
-    EXPECT_EQ(reading.size(), 1U);
-    EXPECT_EQ(reading.count(std::this_thread::get_id()), 0U);
-    EXPECT_EQ(writing, std::set<std::thread::id>{std::this_thread::get_id()});
+    const auto three = threadsOf(RunOnThree);
+    EXPECT_EQ(three[2], Threads{own});
+    EXPECT_NE(three[0], three[1]);
+    EXPECT_NE(three[0], three[2]);
+    EXPECT_NE(three[1], three[2]);
 }
 
 TEST(PipelineOverlapped, RunsAllStagesAtTheSameTime) {
-    // Each stage waits within its first call until the next one is in its own, and the reader, with
-    // its second sample, until both are: nobody would come through one after the other.
-    std::atomic<bool> converts{false};
-    std::atomic<bool> pushes{false};
-    std::atomic<bool> pullsAgain{false};
-    std::atomic<bool> convertsAgain{false};
-    Stages stages;
+    // Each stage waits within a call until all of them are: run one after the other, none would
+    // end.
+    std::atomic<int> waiting{0};
+    const auto meet = [&waiting](bool isPlace) {
+        if (isPlace) {
+            ++waiting;
+            WaitFor([&waiting] { return waiting == 3; });
+        }
+    };
+    FakeStages stages;
     stages.pull = [&, pull = Count(3)]() mutable {
         SampleHandle sample = pull();
-        if (sample != nullptr && NumberOf(sample) == 3) {
-            pullsAgain = true;
-            WaitFor([&] { return converts && pushes && convertsAgain; });
-        }
+        meet(sample != nullptr && NumberOf(sample) == 3);
         return sample;
     };
     stages.convert = [&](const SampleHandle& sample) {
-        if (NumberOf(sample) == 2) {
-            convertsAgain = true;
-            WaitFor([&] { return pushes && pullsAgain; });
-        }
-        converts = true;
+        meet(NumberOf(sample) == 2);
         return sample;
     };
     stages.push = [&](const SampleHandle& sample) {
-        if (NumberOf(sample) == 1) {
-            pushes = true;
-            WaitFor([&] { return pullsAgain && convertsAgain; });
-        }
+        meet(NumberOf(sample) == 1);
     };
     RunOnThree(stages);
-    EXPECT_TRUE(converts && pushes && pullsAgain && convertsAgain);
+    EXPECT_EQ(waiting, 3);
 }
 
-TEST(PipelineOverlapped, HoldsAFewSamplesHoweverMuchThereIs) {
+TEST(PipelineOverlapped, HoldsFewSamples) {
     struct Row {
         bool converts;
         std::int64_t most; // four in each queue, and one in the hands of each stage
@@ -292,7 +258,7 @@ TEST(PipelineOverlapped, HoldsAFewSamplesHoweverMuchThereIs) {
         std::atomic<std::int64_t> pulled{0};
         std::atomic<std::int64_t> pushed{0};
         std::atomic<std::int64_t> largest{0};
-        Stages stages;
+        FakeStages stages;
         stages.pull = [&, pull = Count(2000)]() mutable {
             SampleHandle sample = pull();
             if (sample != nullptr) {
@@ -318,49 +284,53 @@ TEST(PipelineOverlapped, HoldsAFewSamplesHoweverMuchThereIs) {
     }
 }
 
-TEST(PipelineOverlapped, FreesAReaderThatWaitsForRoomWhenWritingFails) {
-    for (const bool converts : {false, true}) {
+TEST(PipelineOverlapped, FreesAReaderThatWaitsForRoomWhenAnotherStageFails) {
+    struct Row {
+        bool converts;
+        bool conversionFails;
+        std::int64_t queued; // until the reader waits
+    };
+    for (const Row& row : {Row{false, false, 5}, Row{true, false, 9}, Row{true, true, 5}}) {
+        SCOPED_TRACE(testing::Message() << row.converts << row.conversionFails);
         std::atomic<std::int64_t> pulled{0};
-        Stages stages;
+        const auto fail = [&] {
+            WaitFor([&] { return pulled >= row.queued; });
+            throw std::runtime_error("the disk is full");
+        };
+        FakeStages stages;
         stages.pull = [&]() -> SampleHandle {
             return Numbered(++pulled); // without end
         };
-        if (converts) {
-            stages.convert = Double;
+        if (row.converts) {
+            stages.convert = [&](const SampleHandle& sample) {
+                if (row.conversionFails) {
+                    fail();
+                }
+                return sample;
+            };
         }
         stages.push = [&](const SampleHandle& /*sample*/) {
-            WaitFor([&] { return pulled >= (converts ? 9 : 5); });
-            throw std::runtime_error("the disk is full");
+            EXPECT_FALSE(row.conversionFails) << "nothing was converted";
+            fail();
         };
         EXPECT_EQ(ErrorOf(RunOnThree, stages), "the disk is full");
     }
 }
 
-TEST(PipelineOverlapped, FreesAReaderThatWaitsForRoomWhenConvertingFails) {
-    std::atomic<std::int64_t> pulled{0};
-    Stages stages;
-    stages.pull = [&]() -> SampleHandle {
-        return Numbered(++pulled); // without end
-    };
-    stages.convert = [&](const SampleHandle& /*sample*/) -> SampleHandle {
-        WaitFor([&] { return pulled >= 5; });
-        throw std::runtime_error("beyond full scale");
-    };
-    stages.push = [](const SampleHandle& /*sample*/) {
-        ADD_FAILURE() << "nothing was converted";
-    };
-    EXPECT_EQ(ErrorOf(RunOnThree, stages), "beyond full scale");
-}
+namespace {
+
+// Sets a flag when its thread has ended, with the error of its stage kept.
+struct EndOfThread {
+    ~EndOfThread() { *hasEnded = true; }
+    std::atomic<bool>* hasEnded;
+};
+
+} // namespace
 
 TEST(PipelineOverlapped, PushesNothingMoreOnceAnErrorIsKnown) {
-    // Set when the reader's thread has ended, with its error kept and four samples in the queue.
-    struct EndOfThread {
-        ~EndOfThread() { *hasEnded = true; }
-        std::atomic<bool>* hasEnded;
-    };
     std::atomic<bool> hasEnded{false};
     std::vector<std::int64_t> pushed;
-    Stages stages;
+    FakeStages stages;
     stages.pull = [&, pull = Count(5)]() mutable -> SampleHandle {
         static thread_local const EndOfThread end{&hasEnded};
         SampleHandle sample = pull();
@@ -376,6 +346,27 @@ TEST(PipelineOverlapped, PushesNothingMoreOnceAnErrorIsKnown) {
     EXPECT_EQ(ErrorOf(RunOnThree, stages), "damaged");
     // The error may have come before the first one was taken.
     EXPECT_LE(pushed.size(), 1U);
+}
+
+TEST(PipelineOverlapped, ThrowsTheFirstOfSeveralErrors) {
+    std::atomic<bool> pushes{false};
+    std::atomic<bool> hasEnded{false};
+    FakeStages stages;
+    stages.pull = [&, pull = Count(2)]() mutable -> SampleHandle {
+        static thread_local const EndOfThread end{&hasEnded};
+        SampleHandle sample = pull();
+        if (NumberOf(sample) == 2) {
+            WaitFor([&] { return pushes.load(); });
+            throw std::runtime_error("first");
+        }
+        return sample;
+    };
+    stages.push = [&](const SampleHandle& /*sample*/) {
+        pushes = true;
+        WaitFor([&] { return hasEnded.load(); });
+        throw std::runtime_error("second");
+    };
+    EXPECT_EQ(ErrorOf(RunOnThree, stages), "first");
 }
 
 } // namespace kel::host

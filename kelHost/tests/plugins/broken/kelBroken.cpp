@@ -1,6 +1,5 @@
-// A plug-in with a source that computes its frames and a sink that writes a file of bare bytes.
-// Both are right but for one fault, the one that the plug-in's own file is named after:
-// libkelBroken-FAULT.so. Without one, nothing is wrong.
+// A plug-in with a source that computes its frames and a sink that writes a file of bare bytes. The
+// name of its file selects one fault: libkelBroken-FAULT.so. Other names have none.
 
 #include "../EntryPoint.h"
 
@@ -8,7 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
@@ -23,7 +21,6 @@
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -44,7 +41,7 @@ bool HasFault(const std::string& fault) {
     return own == fault;
 }
 
-// Ends the process by a signal, whatever would like to catch it, and without leaving its memory.
+// Ends the process by a signal that is not caught, without a core file.
 [[noreturn]] void Crash(int signal) {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_CORE, &none);
@@ -55,7 +52,7 @@ bool HasFault(const std::string& fault) {
 
 [[noreturn]] void Hang() {
     for (;;) {
-        std::this_thread::sleep_for(std::chrono::hours(1));
+        pause();
     }
 }
 
@@ -103,12 +100,8 @@ public:
         }
     }
 
-    void Open(const std::wstring& path) override {
+    void Open(const std::wstring& /*path*/) override {
         KEL_CHECK(!m_isOpen || HasFault("opens-twice"), "open");
-        if (ReadsFile() && !HasFault("opens-missing-file")) {
-            KEL_CHECK(access(ConvertWideStringToPlatformString(path).c_str(), R_OK) == 0,
-                      "no file");
-        }
         if (HasFault("source-leaks-descriptors")) {
             LeakDescriptor();
         } else if (HasFault("source-leaks-memory")) {
@@ -146,10 +139,7 @@ public:
         constexpr std::int64_t kBlock = 1024;
         const std::int64_t end = m_frames - (HasFault("frames-short") ? 1 : 0);
         const std::int64_t frames = std::min(kBlock, end - m_position);
-        if (frames <= 0 && HasFault("sample-after-end") && !std::exchange(m_hasEnded, true)) {
-            return nullptr;
-        }
-        if (frames <= 0 && !HasFault("sample-after-end")) {
+        if (frames <= 0 && (!std::exchange(m_hasEnded, true) || !HasFault("sample-after-end"))) {
             return nullptr;
         }
         const bool hasGap = HasFault("gap-in-stamps") && m_position > 0;
@@ -168,12 +158,14 @@ public:
         }
         const std::int64_t frame = time.GetTimeNumber();
         KEL_CHECK(frame >= 0, "before the start");
-        KEL_CHECK(frame <= m_frames || HasFault("seeks-outside"), "behind the end");
+        KEL_CHECK(frame <= m_frames || HasFault("seeks-outside"), "after the end");
         m_position = frame;
         if (HasFault("seeks-elsewhere") && frame > 0 && frame < m_frames) {
             --m_position;
         }
-        m_hasEnded = false;
+        if (std::exchange(m_hasEnded, false) && HasFault("stays-at-its-end")) {
+            m_position = m_frames;
+        }
         return time;
     }
 
@@ -224,7 +216,7 @@ private:
 
     static constexpr std::uint32_t kRate = 48000;
 
-    static bool ReadsFile() { return HasFault("reads-file") || HasFault("opens-missing-file"); }
+    static bool ReadsFile() { return HasFault("opens-missing-file"); }
 
     [[noreturn]] static void MeetOtherRate() {
         if (HasFault("crashes")) {
@@ -267,8 +259,8 @@ private:
     std::int64_t m_position = 0;
 };
 
-// A source that is the control side of a sink as well: there are two of what every element has one.
-// Compilers know that it is a fault.
+// A source that is the control side of a sink as well, so that it has two base elements. Compilers
+// warn of that.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winaccessible-base"
 class TwoSidedSource final : public ToneSource, public IAudioSinkControl {
@@ -385,7 +377,7 @@ public:
     void ClearInternalBuffer() override {}
 
 private:
-    // Of one stream of little-endian floats with a channel; 0 for everything else.
+    // The size of little-endian floats in a single stream; 0 for everything else.
     static std::size_t BytesPerValue(const IInfoContainer& input) {
         const auto infos = input.GetAudioInfos();
         if (infos.size() != 1 || infos.front()->GetChannelInfo()->GetNumberOfChannels() == 0) {
@@ -427,7 +419,7 @@ public:
     }
 };
 
-// What a registration says of an element.
+// The entries of a registration.
 struct Description {
     ElementFactoryType kind;
     std::string type;
@@ -470,7 +462,7 @@ void RegisterSource(const char* name) {
     auto settings = CreateParametersCollectionPrototype();
     settings->AddIntegerParameter("Frames", ToneSource::kFrames,
                                   HasFault("undocumented-setting") ? "" : "How long it lasts");
-    if (HasFault("reads-file") || HasFault("opens-missing-file")) {
+    if (HasFault("opens-missing-file")) {
         settings->AddStringParameter("FilePath", "A file that must be there");
     }
     constexpr auto kKind = ElementFactoryType::AudioSource;

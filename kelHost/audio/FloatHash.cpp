@@ -1,0 +1,29 @@
+#include "audio/FloatHash.h"
+
+#define XXH_STATIC_LINKING_ONLY // the state is a member instead of an allocation that may fail
+#include <xxhash.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace kel::host {
+
+struct FloatHash::State {
+    XXH3_state_t hash;
+};
+
+FloatHash::FloatHash() : m_state(std::make_unique<State>()) {
+    XXH3_64bits_reset(&m_state->hash);
+}
+
+FloatHash::~FloatHash() = default;
+
+void FloatHash::Add(const FloatView& floats) {
+    XXH3_64bits_update(&m_state->hash, floats.values, floats.count * sizeof(float));
+}
+
+std::uint64_t FloatHash::Value() const {
+    return XXH3_64bits_digest(&m_state->hash);
+}
+
+} // namespace kel::host

@@ -1,0 +1,65 @@
+#include "base/FileName.h"
+
+#include "base/Errors.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace kel::host {
+
+namespace fs = std::filesystem;
+
+void RequirePathFits(const FileName& file) {
+    if (file.path.empty()) {
+        throw JobError("the name of a file is empty");
+    }
+    if (file.path.size() > kMaxPathBytes) {
+        throw JobError(file.shown,
+                       fmt::format("the path is longer than {} bytes; change to its directory or "
+                                   "use a shorter name",
+                                   kMaxPathBytes));
+    }
+}
+
+void RequireReadable(const FileName& file) {
+    RequirePathFits(file);
+    struct stat status {};
+    if (stat(file.path.c_str(), &status) != 0) {
+        throw JobError(file.shown,
+                       fmt::format("cannot open for reading: {}", std::strerror(errno)));
+    }
+    if (S_ISDIR(status.st_mode)) {
+        throw JobError(file.shown, "is a directory; name the audio files in it");
+    }
+}
+
+void RequireDifferentFiles(const std::string& input, const std::string& output) {
+    struct stat inputStatus {};
+    struct stat outputStatus {};
+    if (stat(input.c_str(), &inputStatus) == 0 && stat(output.c_str(), &outputStatus) == 0 &&
+        inputStatus.st_dev == outputStatus.st_dev && inputStatus.st_ino == outputStatus.st_ino) {
+        throw JobError(output,
+                       fmt::format("is the same file as the input {}; name another output", input));
+    }
+}
+
+std::string ParentDirectory(const std::string& path) {
+    const fs::path directory = fs::path(path).parent_path();
+    return directory.empty() ? "." : directory.string();
+}
+
+void MakeDirectory(const std::string& path) {
+    std::error_code error;
+    fs::create_directories(path, error);
+    if (error) {
+        throw JobError(path, fmt::format("cannot create the directory: {}", error.message()));
+    }
+}
+
+} // namespace kel::host

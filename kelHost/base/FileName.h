@@ -1,0 +1,44 @@
+/// Names of files, and checks that need nothing but a name.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <utility>
+
+namespace kel::host {
+
+/// Path of a file and its name for the user. They differ for an output, which has a temporary path
+/// until it is complete.
+struct FileName {
+    FileName(std::string name) : path(name), shown(std::move(name)) {} // NOLINT: a name is both
+    FileName(std::string where, std::string name)
+        : path(std::move(where)), shown(std::move(name)) {}
+
+    std::string path;  ///< any bytes that Linux allows
+    std::string shown; ///< as the user typed it
+};
+
+/// The longest path, in bytes, that can be handed to an element: libsndfile cuts longer ones, and
+/// would open another file.
+constexpr std::size_t kMaxPathBytes = 1023;
+
+/// Verifies that a path is neither empty nor longer than kMaxPathBytes.
+/// @throws JobError when it is
+void RequirePathFits(const FileName& file);
+
+/// Verifies that a file exists under a name and is not a directory.
+/// @throws JobError when the file is missing, is a directory, or has too long a path
+void RequireReadable(const FileName& file);
+
+/// Verifies that an output is not the input, under another name or through links either.
+/// @throws JobError that names both when they are the same file
+void RequireDifferentFiles(const std::string& input, const std::string& output);
+
+/// Returns the directory of a path; "." for a plain name.
+std::string ParentDirectory(const std::string& path);
+
+/// Creates a directory and its parents. An existing directory is left as it is.
+/// @throws JobError with the system's reason
+void MakeDirectory(const std::string& path);
+
+} // namespace kel::host

@@ -1,0 +1,65 @@
+#include "commands/CommonOptions.h"
+
+#include "commands/OptionParsing.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+std::vector<std::string> ProgressChoices() {
+    return {"auto", "none", "json"};
+}
+
+} // namespace
+
+std::vector<Option> CommonArguments::Options() {
+    return {Option("--plugin", "FILE", &plugins,
+                   "Load this plug-in instead of those in KEL_PLUGIN_PATH or next to the program; "
+                   "repeatable")
+                .Completes(Option::Values::Files),
+            Option("--json", "", &json, "Write results, errors and log records as JSON"),
+            Option("--quiet", "", &quiet, "Show no progress and no reports of written files"),
+            Option("--progress", "STYLE", &progress,
+                   "auto (on a terminal), none, or json: lines of JSON on standard error")
+                .Choices(ProgressChoices()),
+            Option("--jobs", "N", &jobs, "Work on N files at once; default: number of processors"),
+            Option("--open-timeout", "SECONDS", &openTimeout, "Maximum time for opening a file"),
+            Option("--verbose", "", &verbose,
+                   "Show all log records; KEL_LOG=none, error, warning, milestone or info selects "
+                   "some")};
+}
+
+CommonOptions CommonArguments::Interpret() const {
+    constexpr unsigned kMaxJobs = 256;
+    CommonOptions common;
+    common.style.json = json;
+    common.style.quiet = quiet;
+    common.plugins = plugins;
+    RequireChoice("--progress", progress, ProgressChoices());
+    if (progress == "json") {
+        common.style.progress = ProgressStyle::JSON;
+    } else if (progress == "auto" && !json && isatty(STDERR_FILENO) == 1) {
+        common.style.progress = ProgressStyle::Line;
+        common.style.width = TerminalWidth(STDERR_FILENO);
+    }
+    const char* level = std::getenv("KEL_LOG");
+    if (level != nullptr && *level != '\0') {
+        common.verbosity = ParseVerbosity(level);
+    }
+    if (verbose) {
+        common.verbosity = Verbosity::Everything;
+    }
+    common.openTimeout = ParseSecondsOption("--open-timeout", openTimeout);
+    common.jobs = jobs.has_value() ? ParseIntegerOption("--jobs", *jobs, 1U, kMaxJobs)
+                                   : std::max(1U, std::thread::hardware_concurrency());
+    return common;
+}
+
+} // namespace kel::host

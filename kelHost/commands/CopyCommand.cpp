@@ -1,0 +1,264 @@
+#include "commands/CopyCommand.h"
+
+#include "base/Errors.h"
+#include "base/FileName.h"
+#include "base/JSONDocument.h"
+#include "base/Text.h"
+#include "commands/CommonOptions.h"
+#include "commands/JobRunner.h"
+#include "commands/OptionParsing.h"
+#include "elements/SupportedFormats.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kel::host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::vector<std::string> ClipActions() {
+    return {"warn", "fail"};
+}
+
+std::vector<std::string> DitherKinds() {
+    return {"tpdf"};
+}
+
+// Parses "2,1": the channels of the output, counted from 1.
+std::vector<std::uint32_t> ParseChannels(const std::string& text) {
+    constexpr std::uint32_t kMaxChannels = 1024; // of any file
+    std::vector<std::uint32_t> channels;
+    for (std::size_t start = 0; start <= text.size();) {
+        const std::size_t comma = std::min(text.find(',', start), text.size());
+        const auto channel =
+            ParseInteger<std::uint32_t>(std::string_view(text).substr(start, comma - start));
+        if (!channel.has_value() || *channel < 1 || *channel > kMaxChannels ||
+            channels.size() == kMaxChannels) {
+            throw InvalidValue(
+                "--channels", text,
+                fmt::format("at most {} channels, counted from 1: 2,1", kMaxChannels));
+        }
+        channels.push_back(*channel);
+        start = comma + 1;
+    }
+    return channels;
+}
+
+// Returns the name of an output in a directory: the input's, with the extension of the output
+// format.
+std::string OutputName(const std::string& input, const std::string& directory,
+                       const FormatChoice& format) {
+    fs::path name = fs::path(input).filename();
+    const Container* own = ContainerByExtension(input);
+    if (format.container != nullptr) {
+        if (own != format.container) {
+            name.replace_extension(format.container->extensions.front());
+        }
+    } else if (own == nullptr) {
+        name.replace_extension(FindContainer(WrapperFormat::WAVE)->extensions.front());
+    }
+    return (fs::path(directory) / name).string();
+}
+
+// Refuses formats that no sink supports before any file is touched.
+void RequireSupportedFormats(const std::vector<CopyRequest>& requests, const FormatChoice& choice) {
+    const Container* checked = nullptr;
+    for (const CopyRequest& request : requests) {
+        const OutputFormat& format = request.format;
+        if (request.options.dither.has_value() && format.encoding->type != AudioPCMType::Integer) {
+            throw UsageError(fmt::format("--dither needs an integer encoding, and {} is written as "
+                                         "{}; add --encoding int16, int24 or int32",
+                                         request.output, format.encoding->name));
+        }
+        const bool isChosen = choice.encoding != nullptr || choice.byteOrder.has_value();
+        if (isChosen && format.container != checked) {
+            RequireSupported(format);
+            checked = format.container;
+        }
+    }
+}
+
+class CopyCommand final : public Command {
+public:
+    CopyCommand() : Command("copy", "Copy and convert audio files") {
+        Add(Option("FILE", "", &m_files, "INPUT and OUTPUT; with --output-dir, only inputs")
+                .Completes(Option::Values::Files)
+                .Required());
+        Add(Option("--output-dir", "DIRECTORY", &m_outputDirectory,
+                   "Copy every input into this directory, under its own name")
+                .Completes(Option::Values::Directories));
+        Add(Option("--format", "FORMAT", &m_container,
+                   "Container: wave, bwave (RF64) or aiff; default: by the extension: " +
+                       ListExtensions())
+                .Choices(NamesIn(Containers())));
+        Add(Option("--encoding", "ENCODING", &m_encoding,
+                   "float32, float64, int16, int24 or int32; default: float32, int24 in AIFF")
+                .Choices(NamesIn(Encodings())));
+        Add(Option("--byte-order", "ORDER", &m_byteOrder,
+                   "little or big; default: little, big in AIFF")
+                .Choices(NamesIn(ByteOrders())));
+        Add(Option("--channels", "LIST", &m_channels,
+                   "Channels to copy and their order, counted from 1: 2,1"));
+        for (Option& option : m_range.Options()) {
+            Add(std::move(option));
+        }
+        Add(Option("--on-clip", "ACTION", &m_onClip,
+                   "Action when integers cannot hold a value: warn or fail")
+                .Choices(ClipActions()));
+        Add(Option("--dither", "KIND", &m_dither, "Noise before rounding to integers: tpdf")
+                .Choices(DitherKinds()));
+        Add(Option("--seed", "NUMBER", &m_seed,
+                   "Seed of the noise; the same seed makes the same noise")
+                .Needs("--dither"));
+        Add(Option("--block", "FRAMES", &m_block, "Maximum number of frames in a sample"));
+        Add(Option("--verify", "", &m_options.verify, "Read the whole output back and compare it"));
+        Add(Option("--allow-short", "", &m_options.allowShort,
+                   "Copy the frames that exist of an input that declares more"));
+        Add(Option("--force", "", &m_options.replace, "Replace an existing output"));
+        Add(Option("--skip-existing", "", &m_options.skip,
+                   "Leave an existing output as it is, and continue with the others")
+                .Excludes("--force"));
+        SetNotes("Examples:\n"
+                 "  kelhost copy take.wav copy.wav\n"
+                 "  kelhost copy take.flac take.rf64 --encoding int24\n"
+                 "  kelhost copy take.wav part.wav --start 0:01:00 --duration 30\n"
+                 "  kelhost copy take.wav mono.aiff --channels 1 --encoding int16 --dither tpdf\n"
+                 "  kelhost copy *.flac --output-dir wave --format wave --verify\n"
+                 "  kelhost copy *.flac --output-dir wave --skip-existing");
+    }
+
+    void Interpret(const CommonOptions& /*common*/) override {
+        if (m_container.has_value()) {
+            m_format.container = &ParseTableOption("--format", *m_container, Containers());
+        }
+        if (m_encoding.has_value()) {
+            m_format.encoding = &ParseTableOption("--encoding", *m_encoding, Encodings());
+        }
+        if (m_byteOrder.has_value()) {
+            m_format.byteOrder = ParseTableOption("--byte-order", *m_byteOrder, ByteOrders()).value;
+        }
+        if (m_channels.has_value()) {
+            m_options.channels = ParseChannels(*m_channels);
+        }
+        m_options.range = m_range.Interpret();
+        RequireChoice("--on-clip", m_onClip, ClipActions());
+        m_options.failOnClip = m_onClip == "fail";
+        if (m_dither.has_value()) {
+            RequireChoice("--dither", *m_dither, DitherKinds());
+            m_options.dither = ParseIntegerOption<std::uint64_t>(
+                "--seed", m_seed, 0, std::numeric_limits<std::uint64_t>::max());
+        }
+        constexpr std::uint32_t kMaxBlock = 1U << 20U;
+        m_options.blockFrames = ParseIntegerOption("--block", m_block, 1U, kMaxBlock);
+        m_requests = MakeRequests();
+    }
+
+    int Run(const CommonOptions& common, const Streams& streams) override {
+        RequireSupportedFormats(m_requests, m_format);
+        if (m_outputDirectory.has_value()) {
+            MakeDirectory(*m_outputDirectory);
+        }
+        const CopyCounts counts = MakeCopies(m_requests, common, streams);
+        if (m_requests.size() > 1 && !common.style.quiet && !common.style.json) {
+            streams.out << fmt::format(
+                "{} files: {} copied, {}{} failed\n", m_requests.size(),
+                m_requests.size() - counts.skipped - counts.failed,
+                m_options.skip ? fmt::format("{} skipped, ", counts.skipped) : "", counts.failed);
+        }
+        return counts.failed == 0 ? kSuccess : kFailure;
+    }
+
+private:
+    std::vector<CopyRequest> MakeRequests() const {
+        if (!m_outputDirectory.has_value()) {
+            if (m_files.size() != 2) {
+                throw UsageError("copy expects one INPUT and one OUTPUT, or several inputs with "
+                                 "--output-dir");
+            }
+            return {MakeRequest(m_files[0], m_files[1])};
+        }
+        if (m_outputDirectory->empty()) {
+            throw InvalidValue("--output-dir", "", "the name of a directory");
+        }
+        std::vector<CopyRequest> requests;
+        std::map<std::string, std::string> inputs; // by the output's name
+        for (const std::string& input : m_files) {
+            const std::string output = OutputName(input, *m_outputDirectory, m_format);
+            const auto [other, isNew] = inputs.emplace(output, input);
+            if (!isNew) {
+                throw UsageError(fmt::format("{} and {} would both be written to {}", other->second,
+                                             input, output));
+            }
+            requests.push_back(MakeRequest(input, output));
+        }
+        return requests;
+    }
+
+    CopyRequest MakeRequest(const std::string& input, const std::string& output) const {
+        return {input, output, ResolveFormat(m_format, output), m_options};
+    }
+
+    std::vector<std::string> m_files;
+    std::optional<std::string> m_outputDirectory;
+    std::optional<std::string> m_container;
+    std::optional<std::string> m_encoding;
+    std::optional<std::string> m_byteOrder;
+    std::optional<std::string> m_channels;
+    RangeOptions m_range;
+    std::string m_onClip = "warn";
+    std::optional<std::string> m_dither;
+    std::string m_seed = "1";
+    std::string m_block = "16384";
+    FormatChoice m_format;
+    CopyOptions m_options;
+    std::vector<CopyRequest> m_requests;
+};
+
+} // namespace
+
+CopyCounts MakeCopies(const std::vector<CopyRequest>& requests, const CommonOptions& common,
+                      const Streams& streams) {
+    JobRunner runner(common, streams.err);
+    for (const CopyRequest& request : requests) {
+        runner.Add(request.input, request.output,
+                   [request](const HostLogger& log, Reporter& reporter) {
+                       return Copy(request, log, reporter);
+                   });
+    }
+    CopyCounts counts;
+    counts.failed = runner.Run([&](const JobResult& result) {
+        streams.out << (common.style.quiet ? "" : result.report) << std::flush;
+    });
+    counts.skipped = runner.Skipped();
+    if (common.style.json) {
+        auto results = nlohmann::json::array();
+        auto skipped = nlohmann::json::array();
+        for (nlohmann::json& result : runner.Results()) {
+            const bool isSkipped = result.erase("skipped") > 0;
+            (isSkipped ? skipped : results).push_back(std::move(result));
+        }
+        streams.out << FormatDocument(
+            "copy", {{"results", results}, {"skipped", skipped}, {"failures", runner.Failures()}});
+    }
+    return counts;
+}
+
+std::unique_ptr<Command> MakeCopyCommand() {
+    return std::make_unique<CopyCommand>();
+}
+
+} // namespace kel::host

@@ -1,0 +1,88 @@
+/// Descriptions of options and arguments. The parser, the help, the manual page and the shell
+/// completion are made from them. Used by one thread.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace kel::host {
+
+/// An option, or an argument by position, with the variable that receives its value.
+class Option {
+public:
+    /// The kind of the variable decides what is accepted: bool for a flag; string for one value
+    /// with a default, its present content; optional for one value; vector for one or more.
+    using Target =
+        std::variant<bool*, std::string*, std::optional<std::string>*, std::vector<std::string>*>;
+
+    /// Kind of the values, for completion.
+    enum class Values { Any, Files, Directories };
+
+    /// @param names "--start" or "-o,--output"; "FILE" for an argument by position
+    /// @param valueName name of the value in the help: "TIME"; empty for flags and arguments
+    /// @param target outlives the option
+    Option(std::string names, std::string valueName, Target target, std::string description)
+        : m_names(std::move(names)), m_valueName(std::move(valueName)), m_target(target),
+          m_description(std::move(description)) {}
+
+    /// Names the only accepted values, for help and completion. The command verifies them.
+    Option&& Choices(std::vector<std::string> choices) && {
+        m_choices = std::move(choices);
+        return std::move(*this);
+    }
+    Option&& Completes(Values values) && {
+        m_values = values;
+        return std::move(*this);
+    }
+    Option&& Required() && {
+        m_isRequired = true;
+        return std::move(*this);
+    }
+    /// The option cannot be combined with another one.
+    Option&& Excludes(std::string name) && {
+        m_excluded = std::move(name);
+        return std::move(*this);
+    }
+    /// The option has a meaning only with another one.
+    Option&& Needs(std::string name) && {
+        m_needed = std::move(name);
+        return std::move(*this);
+    }
+
+    const std::string& Names() const { return m_names; }
+    const std::string& ValueName() const { return m_valueName; }
+    const Target& Variable() const { return m_target; }
+    const std::string& Description() const { return m_description; }
+    const std::vector<std::string>& AllowedValues() const { return m_choices; }
+    Values Completion() const { return m_values; }
+    const std::string& Excluded() const { return m_excluded; }
+    const std::string& Needed() const { return m_needed; }
+    bool IsRequired() const { return m_isRequired; }
+    bool IsArgument() const { return m_names.front() != '-'; }
+    bool IsFlag() const { return std::holds_alternative<bool*>(m_target); }
+    bool IsRepeatable() const {
+        return std::holds_alternative<std::vector<std::string>*>(m_target);
+    }
+
+    /// The default value; empty when there is none.
+    std::string Default() const {
+        const auto* text = std::get_if<std::string*>(&m_target);
+        return text != nullptr ? **text : "";
+    }
+
+private:
+    std::string m_names;
+    std::string m_valueName;
+    Target m_target;
+    std::string m_description;
+    std::vector<std::string> m_choices;
+    Values m_values = Values::Any;
+    std::string m_excluded;
+    std::string m_needed;
+    bool m_isRequired = false;
+};
+
+} // namespace kel::host

@@ -1,0 +1,61 @@
+#include "commands/OptionParsing.h"
+
+#include "base/Text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/ioctl.h>
+#include <system_error>
+#include <vector>
+
+namespace kel::host {
+
+std::chrono::milliseconds ParseSecondsOption(std::string_view name, std::string_view value) {
+    constexpr double kMin = 0.001;
+    constexpr double kMax = 86400;
+    double seconds = 0;
+    const char* end = value.data() + value.size();
+    const auto result = std::from_chars(value.data(), end, seconds);
+    // A comparison with a NaN is false.
+    if (result.ec != std::errc() || result.ptr != end || !(seconds >= kMin && seconds <= kMax)) {
+        throw InvalidValue(name, value, "seconds from 0.001 to 86400");
+    }
+    return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+}
+
+void RequireChoice(std::string_view name, std::string_view value,
+                   const std::vector<std::string>& choices) {
+    if (std::find(choices.begin(), choices.end(), value) == choices.end()) {
+        throw InvalidValue(name, value, ListAlternatives(choices));
+    }
+}
+
+std::vector<Option> RangeOptions::Options() {
+    return {Option("--start", "TIME", &start,
+                   "Beginning of the part: seconds (12.5), h:mm:ss.mmm or frames (48000f)"),
+            Option("--end", "TIME", &end, "End of the part"),
+            Option("--duration", "TIME", &duration, "Duration of the part, instead of --end")
+                .Excludes("--end")};
+}
+
+TimeRange RangeOptions::Interpret() const {
+    const auto parse = [](const char* name, const std::optional<std::string>& value) {
+        return value.has_value() ? std::optional(ParseTime(name, *value)) : std::nullopt;
+    };
+    return {parse("--start", start), parse("--end", end), parse("--duration", duration)};
+}
+
+std::size_t TerminalWidth(int descriptor) {
+    constexpr std::size_t kDefaultWidth = 80;
+    winsize size{};
+    return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col
+                                                                        : kDefaultWidth;
+}
+
+} // namespace kel::host

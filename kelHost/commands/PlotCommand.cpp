@@ -1,0 +1,110 @@
+#include "commands/Command.h"
+
+#include "analysis/WaveformPicture.h"
+#include "analysis/WaveformPlot.h"
+#include "base/Errors.h"
+#include "base/JSONDocument.h"
+#include "commands/CommonOptions.h"
+#include "commands/JobRunner.h"
+#include "commands/OptionParsing.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+std::vector<std::string> Scales() {
+    return {"linear", "db"};
+}
+
+// Parses "1600x600".
+PictureSize ParseSize(const std::string& text) {
+    constexpr std::size_t kMin = 100;
+    constexpr std::size_t kMax = 30000;
+    const std::size_t cross = std::min(text.find('x'), text.size());
+    const auto width = ParseInteger<std::size_t>(text.substr(0, cross));
+    const auto height = ParseInteger<std::size_t>(text.substr(std::min(cross + 1, text.size())));
+    if (!width.has_value() || !height.has_value() || std::min(*width, *height) < kMin ||
+        std::max(*width, *height) > kMax) {
+        throw InvalidValue("--size", text,
+                           fmt::format("WIDTHxHEIGHT, each from {} to {}", kMin, kMax));
+    }
+    return {*width, *height};
+}
+
+class PlotCommand final : public Command {
+public:
+    PlotCommand() : Command("plot", "Draw the waveform of an audio file") {
+        Add(Option("FILE", "", &m_request.input, "The file to draw")
+                .Completes(Option::Values::Files)
+                .Required());
+        Add(Option("-o,--output", "PICTURE", &m_request.picture,
+                   "The picture, .png, .svg or .pdf; default: characters")
+                .Completes(Option::Values::Files));
+        Add(Option("--size", "WxH", &m_size, "Size of the picture: 1600x600"));
+        Add(Option("--level", "SCALE", &m_level, "The level axis: linear or db").Choices(Scales()));
+        for (Option& option : m_range.Options()) {
+            Add(std::move(option));
+        }
+        Add(Option("--force", "", &m_request.replace, "Replace an existing picture"));
+        SetNotes("Examples:\n"
+                 "  kelhost plot take.wav\n"
+                 "  kelhost plot take.wav -o take.png --level db\n"
+                 "  kelhost plot take.wav -o bar.svg --start 0:01:00 --duration 2 --size 800x300");
+    }
+
+    void Interpret(const CommonOptions& /*common*/) override {
+        RequireChoice("--level", m_level, Scales());
+        m_request.scale = m_level == "db" ? LevelScale::Decibels : LevelScale::Linear;
+        m_request.range = m_range.Interpret();
+        if (m_request.picture.has_value()) {
+            RequirePictureExtension(*m_request.picture);
+        }
+        if (m_size.has_value()) {
+            const PictureSize size = ParseSize(*m_size);
+            m_request.width = size.width;
+            m_request.height = size.height;
+        } else if (!m_request.picture.has_value()) {
+            m_request.width = TerminalWidth(STDOUT_FILENO);
+        }
+    }
+
+    int Run(const CommonOptions& common, const Streams& streams) override {
+        JobRunner runner(common, streams.err);
+        runner.Add(m_request.input, m_request.picture.value_or(""),
+                   [request = m_request](const HostLogger& log, Reporter& reporter) {
+                       return Plot(request, log, reporter);
+                   });
+        const std::size_t failed = runner.Run([&](const JobResult& result) {
+            streams.out << result.output << (common.style.quiet ? "" : result.report);
+        });
+        if (common.style.json && failed == 0) {
+            streams.out << FormatDocument("plot", runner.Results().front());
+        }
+        return failed == 0 ? kSuccess : kFailure;
+    }
+
+private:
+    PlotRequest m_request;
+    std::optional<std::string> m_size;
+    std::string m_level = "linear";
+    RangeOptions m_range;
+};
+
+} // namespace
+
+std::unique_ptr<Command> MakePlotCommand() {
+    return std::make_unique<PlotCommand>();
+}
+
+} // namespace kel::host

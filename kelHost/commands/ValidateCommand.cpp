@@ -1,0 +1,152 @@
+#include "commands/Command.h"
+
+#include "base/Errors.h"
+#include "base/JSONDocument.h"
+#include "base/OutputFile.h"
+#include "base/Text.h"
+#include "commands/CommonOptions.h"
+#include "commands/OptionParsing.h"
+#include "validation/Report.h"
+#include "validation/Validator.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+#include <ios>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+std::pair<std::string, std::string> ParseSetting(const std::string& text) {
+    const std::size_t sign = text.find('=');
+    if (sign == std::string::npos || sign == 0) {
+        throw InvalidValue("--set", text, "NAME=VALUE");
+    }
+    return {text.substr(0, sign), text.substr(sign + 1)};
+}
+
+// Shows the records that were logged during a check.
+void ShowRecords(const CheckResult& result, Console& console) {
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) {
+        console.ShowLog(Escape(line));
+    }
+}
+
+void WriteReport(const OutputFile& file, const std::string& text) {
+    std::ofstream stream(file.TemporaryPath(), std::ios::binary);
+    if (!(stream << text << std::flush)) {
+        throw JobError(file.Path(), "cannot write the report");
+    }
+}
+
+class ValidateCommand final : public Command {
+public:
+    ValidateCommand() : Command("validate", "Check that a plug-in meets the framework's rules") {
+        Add(Option("PLUGIN", "", &m_request.plugin, "Library of the plug-in")
+                .Completes(Option::Values::Files)
+                .Required());
+        Add(Option("--check", "NAME", &m_request.checks, "Make only this check; repeatable"));
+        Add(Option("--element", "NAME", &m_request.elements,
+                   "Check only this element, IMPLEMENTATION or IMPLEMENTATION:TYPE; repeatable"));
+        Add(Option("--input", "FILE", &m_request.input,
+                   "File for sources that read files; default: a short recording of their type")
+                .Completes(Option::Values::Files));
+        Add(Option("--set", "SETTING", &m_settings,
+                   "Set NAME=VALUE in the elements that have such a setting; repeatable"));
+        Add(Option("--seed", "NUMBER", &m_seed,
+                   "Seed of the random calls; the same seed makes the same calls"));
+        Add(Option("--timeout", "SECONDS", &m_timeout, "Maximum time for each check"));
+        Add(Option("--junit", "FILE", &m_junit, "Write a report in JUnit's format as well")
+                .Completes(Option::Values::Files));
+        SetNotes(
+            "Examples:\n"
+            "  kelhost validate libkelLibsndfile.so\n"
+            "  kelhost validate libkelLibsndfile.so --element kel.LibsndfileSink "
+            "--junit report.xml --seed 7\n"
+            "  kelhost validate libkelLibsndfile.so --check source.seek-to-each-edge\n"
+            "  kelhost validate libkelLibsndfile.so --element kel.LibsndfileSource:WAVE "
+            "--input take.wav\n"
+            "\n"
+            "Each check runs in a process of its own. Exit status: 0 no check failed, 1 a check "
+            "failed.");
+    }
+
+    // No plug-in is loaded into this process, not even another one.
+    bool NeedsPlugins() const override { return false; }
+
+    void Interpret(const CommonOptions& common) override {
+        m_request.timeout = ParseSecondsOption("--timeout", m_timeout);
+        m_request.verbosity = common.verbosity;
+        if (m_seed.has_value()) {
+            m_request.seed = ParseIntegerOption<std::uint64_t>(
+                "--seed", *m_seed, 0, std::numeric_limits<std::uint64_t>::max());
+        }
+        for (const std::string& setting : m_settings) {
+            m_request.settings.push_back(ParseSetting(setting));
+        }
+        if (!common.plugins.empty()) {
+            throw UsageError("validate expects the plug-in as its argument; remove --plugin");
+        }
+    }
+
+    int Run(const CommonOptions& common, const Streams& streams) override {
+        Console console(streams.err, common.style);
+        std::optional<OutputFile> junit;
+        if (m_junit.has_value()) {
+            junit.emplace(*m_junit, true);
+        }
+        Validator validator(m_request);
+        const ReportColumns columns = validator.Columns();
+        ValidationReport report;
+        report.plugin = m_request.plugin;
+        report.seed = validator.Seed();
+        for (const CheckRun& run : validator.Runs()) {
+            const CheckResult result = validator.Make(run);
+            if (common.verbosity != Verbosity::Usual) {
+                ShowRecords(result, console);
+            }
+            const bool isShown = !common.style.quiet || result.verdict == CheckVerdict::Failed;
+            if (isShown && !common.style.json) {
+                streams.out << FormatLine(result, columns) << std::flush;
+            }
+            report.results.push_back(result);
+        }
+        if (common.style.json) {
+            streams.out << FormatDocument("validate", ReportAsJSON(report));
+        } else if (!common.style.quiet) {
+            streams.out << FormatSummary(report);
+        }
+        if (junit.has_value()) {
+            WriteReport(*junit, ReportAsJUnit(report));
+            junit->Commit();
+        }
+        return report.Count(CheckVerdict::Failed) == 0 ? kSuccess : kFailure;
+    }
+
+private:
+    ValidationRequest m_request;
+    std::vector<std::string> m_settings;
+    std::optional<std::string> m_seed;
+    std::string m_timeout = "30";
+    std::optional<std::string> m_junit;
+};
+
+} // namespace
+
+std::unique_ptr<Command> MakeValidateCommand() {
+    return std::make_unique<ValidateCommand>();
+}
+
+} // namespace kel::host

@@ -1,0 +1,61 @@
+#include "elements/ErrorRecords.h"
+
+#include "base/Errors.h"
+#include "base/Text.h"
+#include "elements/HostLogger.h"
+
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace kel::host {
+
+std::string ReadingContext(const std::string& file) {
+    return "reading " + file;
+}
+
+ErrorRecords::ErrorRecords(const HostLogger& log, std::string input)
+    : m_log(log), m_input(std::move(input)), m_first(log.CountErrors()) {}
+
+// The first record is reported; later ones repeat it, as often as it took to stop.
+void ErrorRecords::RequireNone(const std::string& file) const {
+    if (m_log.CountErrors() != m_first) {
+        throw JobError(file, m_log.ErrorsSince(m_first).front());
+    }
+}
+
+void ErrorRecords::RequireNoneFromOutput(const std::string& output) const {
+    if (m_log.CountErrors() == m_first) {
+        return; // the usual case, once for every sample
+    }
+    const auto errors = m_log.ErrorsSince(m_first, ReadingContext(m_input), false);
+    if (!errors.empty()) {
+        throw JobError(output, errors.front());
+    }
+}
+
+std::optional<std::string> ErrorRecords::VerifyDelivery(std::int64_t declared,
+                                                        std::int64_t delivered, bool allowShort,
+                                                        std::string_view remedy) const {
+    const auto errors = m_log.ErrorsSince(m_first, ReadingContext(m_input), true);
+    if (delivered == declared) {
+        if (!errors.empty()) {
+            throw JobError(m_input, "cannot read the file: " + errors.front());
+        }
+        return std::nullopt;
+    }
+    const std::string shortfall = fmt::format(
+        "declares {} and delivers {}{}", Count(static_cast<std::uint64_t>(declared), "frame"),
+        delivered, errors.empty() ? "" : " (" + errors.front() + ")");
+    if (!allowShort) {
+        throw JobError(m_input, fmt::format("{}; it is damaged or was changed while it was read{}",
+                                            shortfall, remedy));
+    }
+    return m_input + ": " + shortfall;
+}
+
+} // namespace kel::host

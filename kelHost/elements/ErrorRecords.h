@@ -1,0 +1,50 @@
+/// Failures that elements log without throwing.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace kel::host {
+
+class HostLogger;
+
+/// Returns the name of the context in which a file is read. Records that are logged in a
+/// ContextScope of that name are about the file.
+std::string ReadingContext(const std::string& file);
+
+/// The error records that are logged from its creation on, while a job reads one input. Any thread.
+class ErrorRecords {
+public:
+    /// @param log the current logger writer; outlives the object
+    /// @param input the file that is read within ReadingContext
+    ErrorRecords(const HostLogger& log, std::string input);
+
+    /// Verifies that no error was logged at all.
+    /// @param file the file that was worked on
+    /// @throws JobError with the first record's text when one was
+    void RequireNone(const std::string& file) const;
+
+    /// Verifies that no error was logged outside of reading.
+    /// @param output the file that was written
+    /// @throws JobError with the first record's text when one was
+    void RequireNoneFromOutput(const std::string& output) const;
+
+    /// Verifies that the input delivered all of its frames and that reading it logged no error.
+    /// @param declared frames that it should have delivered
+    /// @param allowShort whether fewer frames are accepted
+    /// @param remedy appended to the error about fewer frames
+    /// @return the warning about an accepted shortfall, if there is one
+    /// @throws JobError when the input is short or damaged
+    std::optional<std::string> VerifyDelivery(std::int64_t declared, std::int64_t delivered,
+                                              bool allowShort, std::string_view remedy) const;
+
+private:
+    const HostLogger& m_log;
+    std::string m_input;
+    std::size_t m_first;
+};
+
+} // namespace kel::host

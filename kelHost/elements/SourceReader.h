@@ -1,0 +1,79 @@
+/// Sources as the host uses them: created by name, opened, and released in any case.
+#pragma once
+
+#include "base/FileName.h"
+#include "elements/Elements.h"
+
+#include <IAudioInfo.h>
+#include <IAudioSource.h>
+#include <IInfoContainer.h>
+#include <TimeLimits.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace kel::host {
+
+/// An open source. Releases it at the end, unless Release was called. One thread at a time.
+class SourceReader {
+public:
+    /// Creates the first registered source for the type of a file, and opens the file.
+    /// @param blockFrames maximum number of frames in a sample
+    /// @throws JobError when the file is missing, is a directory, or cannot be opened
+    SourceReader(const FileName& file, std::uint32_t blockFrames);
+
+    /// Creates a source and opens it.
+    /// @param shownName the file that it reads, or the source itself, as the user knows it
+    /// @throws JobError when it cannot be opened
+    SourceReader(std::string shownName, const ElementRecipe& recipe);
+
+    ~SourceReader();
+    SourceReader(const SourceReader&) = delete;
+    SourceReader& operator=(const SourceReader&) = delete;
+
+    IAudioSource& Element() const { return *m_element; }
+
+    /// The file or the source, as the user knows it.
+    const std::string& ShownName() const { return m_shownName; }
+
+    /// Closes the file. Use it where a failure to close matters.
+    void Release();
+
+    /// The description of the output.
+    const std::shared_ptr<const IInfoContainer>& Description() const { return m_description; }
+
+    /// The audio info in the description.
+    const std::shared_ptr<const IAudioInfo>& Info() const { return m_info; }
+
+    /// Number of channels.
+    std::uint32_t Channels() const;
+
+    /// Frames per second.
+    std::uint32_t Rate() const;
+
+    /// The time limits that the source declares.
+    const TimeLimits& Limits() const { return m_limits; }
+
+    /// Number of frames that the source declares.
+    std::int64_t Frames() const { return m_limits.duration; }
+
+private:
+    void Open(const ElementRecipe& recipe);
+
+    std::string m_shownName;
+    std::shared_ptr<IAudioSource> m_element;
+    std::shared_ptr<const IInfoContainer> m_description;
+    std::shared_ptr<const IAudioInfo> m_info;
+    TimeLimits m_limits;
+};
+
+/// Returns the samples that a source delivers in words: "32-bit float little-endian".
+std::string DescribeDelivery(const IAudioInfo& info);
+
+/// Verifies that a written file opens with the given frames, channels and rate.
+/// @throws JobError when it does not
+void VerifyReopens(const FileName& file, std::int64_t frames, std::uint32_t channels,
+                   std::uint32_t rate);
+
+} // namespace kel::host

@@ -1,0 +1,67 @@
+/// Jobs: pieces of work for worker processes.
+#pragma once
+
+#include "base/Errors.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace kel::host {
+
+/// Reports of a job to the host. Used by one thread at a time, in the worker.
+class Reporter {
+public:
+    virtual ~Reporter() = default;
+
+    /// The job begins to open a file. It must be open within WorkerOptions::openTimeout.
+    virtual void Opening(const std::string& file) = 0;
+
+    /// The file is open.
+    virtual void Opened() = 0;
+
+    /// Progress of the job; passed on at most ten times a second, and at the end.
+    /// @param done of @p total, in frames
+    /// @param rate frames per second
+    virtual void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) = 0;
+
+    /// A line for the user, escaped.
+    virtual void Show(const std::string& line) = 0;
+};
+
+/// Result of a job.
+struct JobResult {
+    std::string document;   ///< JSON text of the result
+    std::string output;     ///< text of the result for people
+    std::string report;     ///< text about the work for people, which --quiet hides
+    bool isSkipped = false; ///< nothing was to be done
+};
+
+/// One piece of work.
+struct Job {
+    std::string file; ///< the file to work on, for messages
+    std::string
+        outputDirectory; ///< where it leaves temporary files when it is killed; may be empty
+    /// Does the work, in a worker. An exception is its failure.
+    std::function<JobResult(Reporter&)> run;
+};
+
+/// Outcome of a job.
+struct JobOutcome {
+    bool succeeded = false;
+    JobResult result; ///< of a job that succeeded
+    ErrorText error;  ///< of a job that failed
+};
+
+/// Receives what happens to jobs while they run, on the thread that called RunJobs.
+class JobObserver {
+public:
+    virtual ~JobObserver() = default;
+    virtual void OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
+                            std::uint32_t rate) = 0;
+    virtual void OnShow(std::size_t job, const std::string& line) = 0;
+    virtual void OnFinished(std::size_t job, const JobOutcome& outcome) = 0;
+};
+
+} // namespace kel::host
