@@ -86,9 +86,9 @@ TEST_F(TheRecyclersMemory, IsAsManyBlocksAsAreQueuedForAStreamOfAnyLength) {
 }
 
 TEST_F(TheRecyclersMemory, IsTakenOnceForBlocksThatAreReusedInAnyOrderAndSize) {
-    CountBlocksOfAtLeast(8192);
+    CountBlocksOfAtLeast(kMebi);
     for (int round = 0; round < 100; ++round) {
-        TakeAndRelease(16, 8192);
+        TakeAndRelease(16, kMebi);
     }
     EXPECT_EQ(BlocksOfThatSizeTaken(), 16U);
 
