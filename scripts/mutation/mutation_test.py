@@ -19,8 +19,8 @@ import time
 ROOT = pathlib.Path.cwd()
 HERE = pathlib.Path(__file__).resolve().parent
 DIRECTORIES = ("kelCore", "kelLibsndfile")
-# Long enough for a program that has to wait for the processor.
-TEST_TIMEOUT_SECONDS = 600
+# A program hangs when it takes this long and this many times as long as without a change.
+HANG_SECONDS, HANG_FACTOR = 30, 20
 
 TURNED = {
     " == ": " != ", " != ": " == ",
@@ -197,6 +197,7 @@ class Tree:
                         if "Binary" not in target]
         self.run(["ninja", "-C", self.build, "kelLibsndfile", *self.targets])
         self.times = {target: 0.0 for target in self.targets}
+        self.limits = {}
         self.noticed = collections.Counter()
         self.header_tests = {}
         failed = self.outcome("")
@@ -261,18 +262,20 @@ class Tree:
 
     def failing_test(self, target):
         start = time.monotonic()
+        limit = self.limits.get(target, 600)
         # The limit still holds when this program is ended.
         result = subprocess.run(
-            ["timeout", "--signal=KILL", str(TEST_TIMEOUT_SECONDS), str(self.build / "tests" / target),
+            ["timeout", "--signal=KILL", str(limit), str(self.build / "tests" / target),
              "--gtest_fail_fast", "--gtest_brief=1"],
             cwd=self.build, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             stdin=subprocess.DEVNULL, errors="replace")
         took = time.monotonic() - start
-        if result.returncode != 0 and took >= TEST_TIMEOUT_SECONDS:
-            return "hangs"
-        self.times[target] = took
         if result.returncode == 0:
+            self.times[target] = took
+            self.limits.setdefault(target, round(HANG_SECONDS + HANG_FACTOR * took))
             return None
+        if took >= limit:
+            return "hangs"
         names = re.findall(r"\[  FAILED  \] ([\w./]+)", result.stdout)
         return names[0] if names else "crash"
 
