@@ -15,6 +15,7 @@ add_dependencies(kelThreadTests kelLibsndfile kelhost)
 if(KEL_PRECOMPILED_HEADERS)
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test-headers.cpp CONTENT "int main() {}\n")
   add_executable(kelTestHeaders EXCLUDE_FROM_ALL ${PROJECT_BINARY_DIR}/test-headers.cpp)
+  set_target_properties(kelTestHeaders PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/tests)
   target_link_libraries(kelTestHeaders PRIVATE GTest::gmock_main kelProjectSettings)
   target_compile_options(kelTestHeaders PRIVATE $<$<CONFIG:Release>:-O0>)
   target_precompile_headers(kelTestHeaders PRIVATE
