@@ -1,5 +1,6 @@
-# Makes a page what Doxygen understands: headings get names of their own, by which links find them, in
-# all pages together; links to what is no page become texts; fences keep their language alone.
+# Converts a page for Doxygen. Headings get identifiers that are unique in all pages, for links. Links to
+# files that are not pages become plain text. Fences keep only their language. Images keep only their file
+# name, for which Doxygen searches IMAGE_PATH.
 
 function page_of(path) {
   sub(/.*\//, "", path)
@@ -7,7 +8,7 @@ function page_of(path) {
   return path
 }
 
-# The name of a heading, unique in all pages.
+# The identifier of a heading, unique in all pages.
 function anchor(page, name) { return page "-" name }
 
 /^ *```/ {
@@ -40,7 +41,10 @@ function anchor(page, name) { return page "-" name }
     target = substr(link, index(link, "](") + 2)
     sub(/\)$/, "", target)
     mark = index(target, "#")
-    if (target ~ /^[a-z]+:/) {
+    if (line ~ /!$/) {
+      sub(/.*\//, "", target)
+      line = line text "(" target ")"
+    } else if (target ~ /^[a-z]+:/) {
       line = line link
     } else if (mark) {
       page = mark > 1 ? substr(target, 1, mark - 1) : FILENAME
