@@ -226,7 +226,7 @@ private:
         DrawColumns(envelope, channel, kRMSColor, [&](std::size_t i) {
             const double rms =
                 axis.Position(static_cast<double>(envelope.At(channel, i).RMS())) * reach;
-            // Where a column is shorter than a wave, the level may exceed its peaks.
+            // In a column shorter than a wave, the level may exceed the peaks.
             const Span peak = peaks(i);
             return Span{std::max(middle - rms, peak.top), std::min(middle + rms, peak.bottom)};
         });
@@ -248,7 +248,7 @@ private:
         }
     }
 
-    // Where lanes are lower than letters, only some are numbered.
+    // Only some lanes are numbered when they are lower than letters.
     void DrawChannelLabel(std::size_t channel, double middle) {
         constexpr double kSmallest = 8;
         const double size =

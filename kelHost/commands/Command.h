@@ -28,7 +28,7 @@ public:
 
     const std::string& Name() const { return m_name; }
 
-    /// What the command does, in a few words.
+    /// Purpose of the command, in a few words.
     const std::string& Summary() const { return m_summary; }
 
     const std::vector<Option>& Options() const { return m_options; }

@@ -30,7 +30,7 @@ private:
     char* m_text; // shared by both processes
 };
 
-/// How the work of a child process ended.
+/// End of the work of a child process.
 enum class ChildEnd {
     Finished, ///< the work returned
     Exited,   ///< the process ended on its own

@@ -200,7 +200,7 @@ public:
     }
 
 private:
-    // Where the system cannot start all of them, fewer do the work.
+    // Does with fewer workers when the system cannot start all of them.
     void StartWorkers(std::size_t wanted) {
         try {
             while (m_workers.size() < wanted && m_next < m_jobs.size()) {
