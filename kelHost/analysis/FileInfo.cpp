@@ -27,18 +27,18 @@ FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& l
     return info;
 }
 
-void to_json(nlohmann::json& json, const FileInfo& info) {
-    json = {{"file", info.file},
+void to_json(nlohmann::json& members, const FileInfo& info) {
+    members = {{"file", info.file},
             {"channels", info.channels},
             {"rate", info.rate},
             {"frames", info.frames},
             {"duration", FormatDuration(info.frames, info.rate)},
             {"delivery", info.delivery}};
     if (info.rate != 0) {
-        json["seconds"] = static_cast<double>(info.frames) / info.rate;
+        members["seconds"] = static_cast<double>(info.frames) / info.rate;
     }
     if (info.measurement.has_value()) {
-        json["measurement"] = *info.measurement;
+        members["measurement"] = *info.measurement;
     }
 }
 

@@ -23,7 +23,7 @@ struct FileInfo {
     std::optional<Measurement> measurement; ///< if requested
 };
 
-void to_json(nlohmann::json& json, const FileInfo& info);
+void to_json(nlohmann::json& members, const FileInfo& info);
 
 /// Opens a file and returns the facts about it. One thread at a time.
 /// @param measure whether to read it to its end and measure it as well

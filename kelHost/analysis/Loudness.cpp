@@ -167,7 +167,7 @@ Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter&
     return measurement;
 }
 
-void to_json(nlohmann::json& json, const Measurement& measurement) {
+void to_json(nlohmann::json& members, const Measurement& measurement) {
     auto channels = nlohmann::json::array();
     for (const ChannelLevel& level : measurement.channels) {
         channels.push_back({{"peak", level.peak},
@@ -177,7 +177,7 @@ void to_json(nlohmann::json& json, const Measurement& measurement) {
                             {"at_full_scale", level.atFullScale},
                             {"non_finite", level.nonFinite}});
     }
-    json = {{"channels", channels},
+    members = {{"channels", channels},
             {"integrated_lufs", OrNull(measurement.integrated)},
             {"range_lu", OrNull(measurement.range)},
             {"true_peak_dbtp", OrNull(measurement.truePeak)}};

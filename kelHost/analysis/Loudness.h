@@ -41,7 +41,7 @@ struct Measurement {
 /// @throws JobError when reading fails, or ends early
 Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter& reporter);
 
-void to_json(nlohmann::json& json, const Measurement& measurement);
+void to_json(nlohmann::json& members, const Measurement& measurement);
 
 /// Returns the measurement for people: a table of the channels, then the loudness.
 std::string FormatMeasurement(const Measurement& measurement);

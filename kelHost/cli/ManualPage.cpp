@@ -112,7 +112,7 @@ void WriteManual(const std::vector<Option>& commonOptions,
                  const std::vector<std::unique_ptr<Command>>& commands, const std::string& version,
                  std::ostream& out) {
     out << ".\\\" Written by the program itself.\n"
-        << ".TH " << kProgram << " 1 \"\" \"" << kProgram << " " << version
+        << ".TH " << kProgram << R"( 1 "" ")" << kProgram << " " << version
         << "\" \"User Commands\"\n"
         << ".SH NAME\n"
         << kProgram << " \\- copies, converts, measures and plots audio files\n"

@@ -85,7 +85,7 @@ nlohmann::json DefaultAsJSON(const ParameterDescription& parameter) {
     return nullptr;
 }
 
-void to_json(nlohmann::json& json, const Element& element) {
+void to_json(nlohmann::json& members, const Element& element) {
     auto settings = nlohmann::json::array();
     if (element.settings != nullptr) {
         for (const ParameterDescription& parameter : element.settings->GetParameters()) {
@@ -95,7 +95,7 @@ void to_json(nlohmann::json& json, const Element& element) {
                                 {"description", Escape(parameter.description)}});
         }
     }
-    json = {{"implementation", Escape(element.implementation)},
+    members = {{"implementation", Escape(element.implementation)},
             {"kind", element.kind},
             {"types", element.types},
             {"registered_by", Escape(element.registeredBy)},
