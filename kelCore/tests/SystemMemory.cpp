@@ -1,10 +1,13 @@
 #include "SystemMemory.h"
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <malloc.h>
+#include <mutex>
 #include <new>
 
 namespace {
@@ -16,6 +19,16 @@ std::atomic<std::size_t> g_limit{SIZE_MAX};
 std::atomic<std::size_t> g_countedSize{SIZE_MAX};
 std::atomic<std::size_t> g_countedBlocks{0};
 std::atomic<void (*)()> g_action{nullptr};
+
+struct KeptBlock {
+    void* memory;
+    void* contents; // a copy of the block at its release
+};
+
+std::mutex g_keepingMutex;
+bool g_keeps = false;
+std::array<KeptBlock, 16> g_kept{};
+std::size_t g_keptCount = 0;
 
 constexpr std::size_t kOrdinary = __STDCPP_DEFAULT_NEW_ALIGNMENT__;
 
@@ -48,11 +61,28 @@ void* TakeOrThrow(std::size_t bytes, std::size_t alignment) {
     return memory;
 }
 
+// Returns false if the block is to be released.
+bool Keep(void* memory) noexcept {
+    const std::lock_guard<std::mutex> lock(g_keepingMutex);
+    if (!g_keeps || g_keptCount == g_kept.size()) {
+        return false;
+    }
+    void* contents = std::malloc(malloc_usable_size(memory));
+    if (contents == nullptr) {
+        return false;
+    }
+    std::memcpy(contents, memory, malloc_usable_size(memory));
+    g_kept[g_keptCount++] = {memory, contents};
+    return true;
+}
+
 void Release(void* memory) noexcept {
     if (memory != nullptr) {
         --g_liveBlocks;
         g_liveBytes -= malloc_usable_size(memory);
-        std::free(memory);
+        if (!Keep(memory)) {
+            std::free(memory);
+        }
     }
 }
 
@@ -119,6 +149,33 @@ MemoryLimit::MemoryLimit(std::size_t bytes) {
 }
 MemoryLimit::~MemoryLimit() {
     g_limit = SIZE_MAX;
+}
+
+ReleasedBlocks::ReleasedBlocks() {
+    const std::lock_guard<std::mutex> lock(g_keepingMutex);
+    g_keeps = true;
+}
+
+ReleasedBlocks::~ReleasedBlocks() {
+    const std::lock_guard<std::mutex> lock(g_keepingMutex);
+    g_keeps = false;
+    while (g_keptCount > 0) {
+        const KeptBlock& block = g_kept[--g_keptCount];
+        std::free(block.memory);
+        std::free(block.contents);
+    }
+}
+
+std::size_t ChangedReleasedBlocks() {
+    const std::lock_guard<std::mutex> lock(g_keepingMutex);
+    std::size_t changed = 0;
+    for (std::size_t i = 0; i < g_keptCount; ++i) {
+        const KeptBlock& block = g_kept[i];
+        if (std::memcmp(block.memory, block.contents, malloc_usable_size(block.memory)) != 0) {
+            ++changed;
+        }
+    }
+    return changed;
 }
 
 } // namespace kel::test

@@ -35,4 +35,16 @@ public:
     MemoryLimit& operator=(const MemoryLimit&) = delete;
 };
 
+/// Keeps the first blocks that are released during its life, until its end. One at a time.
+class ReleasedBlocks {
+public:
+    ReleasedBlocks();
+    ~ReleasedBlocks();
+    ReleasedBlocks(const ReleasedBlocks&) = delete;
+    ReleasedBlocks& operator=(const ReleasedBlocks&) = delete;
+};
+
+/// Number of the kept blocks that have changed since their release.
+std::size_t ChangedReleasedBlocks();
+
 } // namespace kel::test

@@ -23,9 +23,11 @@ namespace {
 
 using test::BlocksOfThatSizeTaken;
 using test::CallAtNextBlock;
+using test::ChangedReleasedBlocks;
 using test::CountBlocksOfAtLeast;
 using test::GetSystemMemory;
 using test::MemoryLimit;
+using test::ReleasedBlocks;
 
 constexpr std::size_t kMebi = std::size_t{1} << 20U;
 
@@ -180,6 +182,17 @@ TEST_F(TheRecyclersMemory, IsReleasedWithTheRecyclerAndItsLastHandle) {
     EXPECT_GT(GetSystemMemory().liveBlocks, before.liveBlocks) << "its handle is in the block";
     weak.reset();
     expectReleased();
+}
+
+// The pool deletes itself while it returns its last block. Its lock must be released before that.
+TEST_F(TheRecyclersMemory, IsNotUsedAfterItsRelease) {
+    auto block = recycler->Allocate(4096);
+    recycler.reset();
+    const ReleasedBlocks released;
+    const std::size_t before = GetSystemMemory().liveBlocks;
+    block.reset();
+    EXPECT_EQ(GetSystemMemory().liveBlocks, before - 2) << "the block and the pool";
+    EXPECT_EQ(ChangedReleasedBlocks(), 0U);
 }
 
 constexpr const char* kThisModule = "kelCore/Recycler.cpp";
