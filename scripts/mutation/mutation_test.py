@@ -84,7 +84,9 @@ def matching_end(text, begin):
             continue
         for i, character in enumerate(piece):
             depth += (character in "({[") - (character in ")}]")
-            if depth == 0 and (character == ";" or (character == "}" and has_block)):
+            # A brace at the beginning of a line ends a function.
+            if depth == 0 and (character == ";" or (
+                    character == "}" and (has_block or text[begin + offset + i - 1] == "\n"))):
                 return begin + offset + i + 1
     return None
 
