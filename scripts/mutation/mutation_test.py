@@ -118,7 +118,8 @@ def statements(text):
         body = match.group("body")
         is_assignment = re.match(r"^[\w.\->\[\]*()]+ [+\-|&]?= ", body)
         is_call = re.match(r"^[\w.:\->\[\]*]+(<[\w:]+>)?\(", body) or re.match(r"^(\+\+|--)", body)
-        if (is_assignment or is_call) and body.count("(") == body.count(")"):
+        is_definition = re.search("= (?:delete|default)$", body)
+        if (is_assignment or is_call) and not is_definition and body.count("(") == body.count(")"):
             yield match.start(), match.end(), match.group("indent")
 
 
@@ -151,7 +152,7 @@ def mutations_of(file):
                 found.append(make(text, file, "check", begin, end, ";"))
     plain = list(statements(text))
     for begin, end, _ in plain:
-        if not re.search("KEL_FAIL|KEL_CHECK|= delete;|= default;", text[begin:end]):
+        if not re.search("KEL_FAIL|KEL_CHECK", text[begin:end]):
             found.append(make(text, file, "statement", begin + len(text[begin:end]) -
                               len(text[begin:end].lstrip()), end, ";"))
     for (begin, end, indent), (next_begin, next_end, next_indent) in zip(plain, plain[1:]):
