@@ -114,9 +114,7 @@ public:
                  "  kelhost info --json --measure take.wav");
     }
 
-    explicit InfoCommand(std::vector<std::string> files) : InfoCommand() {
-        m_files = std::move(files);
-    }
+    void SetFiles(const std::vector<std::string>& files) { m_files = files; }
 
     void Interpret(const CommonOptions& /*common*/) override {
         if (!m_field.has_value()) {
@@ -197,7 +195,9 @@ private:
 
 int ShowInfo(const std::vector<std::string>& files, const CommonOptions& common,
              const Streams& streams) {
-    return InfoCommand(files).Run(common, streams);
+    InfoCommand command;
+    command.SetFiles(files);
+    return command.Run(common, streams);
 }
 
 std::unique_ptr<Command> MakeInfoCommand() {

@@ -96,11 +96,11 @@ void to_json(nlohmann::json& members, const Element& element) {
         }
     }
     members = {{"implementation", Escape(element.implementation)},
-            {"kind", element.kind},
-            {"types", element.types},
-            {"registered_by", Escape(element.registeredBy)},
-            {"documentation", element.documentation},
-            {"settings", settings}};
+               {"kind", element.kind},
+               {"types", element.types},
+               {"registered_by", Escape(element.registeredBy)},
+               {"documentation", element.documentation},
+               {"settings", settings}};
 }
 
 std::string ListNames(const std::vector<Element>& elements) {

@@ -26,16 +26,16 @@ public:
     explicit LibraryFile(const std::filesystem::path& file)
         : m_name(file.string()), m_stream(file, std::ios::binary | std::ios::ate),
           m_size(m_stream ? static_cast<std::uint64_t>(m_stream.tellg()) : 0) {
-        constexpr unsigned char kClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
-        m_isLibrary = m_size >= sizeof m_header;
-        if (m_isLibrary) {
+        if (m_size >= sizeof m_header) {
             m_header = At<ElfW(Ehdr)>(0);
-            m_isLibrary = std::memcmp(m_header.e_ident, ELFMAG, SELFMAG) == 0 &&
-                          m_header.e_ident[EI_CLASS] == kClass;
         }
     }
 
-    bool IsLibrary() const { return m_isLibrary; }
+    bool IsLibrary() const {
+        constexpr unsigned char kClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
+        return std::memcmp(m_header.e_ident, ELFMAG, SELFMAG) == 0 &&
+               m_header.e_ident[EI_CLASS] == kClass;
+    }
     std::uint64_t Size() const { return m_size; }
     const ElfW(Ehdr) & Header() const { return m_header; }
 
@@ -68,8 +68,7 @@ private:
     std::string m_name;
     std::ifstream m_stream;
     std::uint64_t m_size;
-    ElfW(Ehdr) m_header{};
-    bool m_isLibrary;
+    ElfW(Ehdr) m_header{}; // zeros in a file that is too short
 };
 
 } // namespace

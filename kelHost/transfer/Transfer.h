@@ -49,7 +49,7 @@ public:
     /// @throws JobError when that throws
     void CloseSink();
 
-    SourceReader& Source() { return *m_parts.source; }
+    SourceReader& Source() const { return *m_parts.source; }
     const SampleConverter& Converter() const { return *m_parts.converter; }
     const FloatHash& Hash() const { return m_hash; }
 

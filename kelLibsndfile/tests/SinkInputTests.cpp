@@ -470,13 +470,13 @@ TEST_F(LibsndfileSinkInput, ChecksOnceAndOpensOnce) {
 TEST_F(LibsndfileSinkInput, KeepsTheInputWhoseFileCannotBeOpened) {
     const std::vector<std::pair<const char*, std::string>> reasons{{"the reason", "the reason"},
                                                                    {nullptr, ""}};
-    for (const auto& [reason, quoted] : reasons) {
-        RefuseToOpen(reason);
+    for (const auto& row : reasons) {
+        RefuseToOpen(row.first);
         const auto sink = MakeConfiguredSink("WAVE", "take");
         const auto input = MakeInput({});
         ExpectCalls({"sf_format_check", "sf_open", "sf_strerror"}, [&] {
-            ExpectSinkRefusal(UnableToOpen("take", quoted), [&] { sink->DefineInput(input, ""); },
-                              {Info(kFromType + "WAVE")});
+            ExpectSinkRefusal(UnableToOpen("take", row.second),
+                              [&] { sink->DefineInput(input, ""); }, {Info(kFromType + "WAVE")});
         });
         EXPECT_EQ(sink->GetDefinedInput(""), input);
     }
