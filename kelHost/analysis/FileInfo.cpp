@@ -29,11 +29,11 @@ FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& l
 
 void to_json(nlohmann::json& members, const FileInfo& info) {
     members = {{"file", info.file},
-            {"channels", info.channels},
-            {"rate", info.rate},
-            {"frames", info.frames},
-            {"duration", FormatDuration(info.frames, info.rate)},
-            {"delivery", info.delivery}};
+               {"channels", info.channels},
+               {"rate", info.rate},
+               {"frames", info.frames},
+               {"duration", FormatDuration(info.frames, info.rate)},
+               {"delivery", info.delivery}};
     if (info.rate != 0) {
         members["seconds"] = static_cast<double>(info.frames) / info.rate;
     }

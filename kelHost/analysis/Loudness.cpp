@@ -178,9 +178,9 @@ void to_json(nlohmann::json& members, const Measurement& measurement) {
                             {"non_finite", level.nonFinite}});
     }
     members = {{"channels", channels},
-            {"integrated_lufs", OrNull(measurement.integrated)},
-            {"range_lu", OrNull(measurement.range)},
-            {"true_peak_dbtp", OrNull(measurement.truePeak)}};
+               {"integrated_lufs", OrNull(measurement.integrated)},
+               {"range_lu", OrNull(measurement.range)},
+               {"true_peak_dbtp", OrNull(measurement.truePeak)}};
 }
 
 std::string FormatMeasurement(const Measurement& measurement) {

@@ -38,14 +38,15 @@ std::optional<std::int64_t> ParseSeconds(std::string_view text) {
         return *whole * kNanoseconds;
     }
     constexpr std::size_t kDigits = 9;
-    std::string fraction(text.substr(point + 1));
-    if (fraction.empty() || fraction.size() > kDigits) {
+    const std::string_view fraction = text.substr(point + 1);
+    auto nanoseconds = fraction.size() <= kDigits ? ParseNumber(fraction) : std::nullopt;
+    if (!nanoseconds.has_value()) {
         return std::nullopt;
     }
-    fraction.resize(kDigits, '0');
-    const auto nanoseconds = ParseNumber(fraction);
-    return nanoseconds.has_value() ? std::optional(*whole * kNanoseconds + *nanoseconds)
-                                   : std::nullopt;
+    for (std::size_t digits = fraction.size(); digits < kDigits; ++digits) {
+        *nanoseconds *= 10;
+    }
+    return *whole * kNanoseconds + *nanoseconds;
 }
 
 std::optional<std::int64_t> ParseClock(std::string_view text) {
