@@ -1,0 +1,31 @@
+# Fails when a module of the host includes a header of a module that it may not use. HOST is the directory of
+# the host.
+
+cmake_minimum_required(VERSION 3.25)
+
+set(base_may_use "")
+set(audio_may_use base)
+set(jobs_may_use base)
+set(container_may_use audio base)
+set(elements_may_use container audio base)
+set(analysis_may_use elements container jobs audio base)
+set(transfer_may_use elements container jobs audio base)
+set(validation_may_use elements container jobs audio base)
+set(commands_may_use validation transfer analysis elements container jobs audio base)
+set(cli_may_use commands validation transfer analysis elements container jobs audio base)
+
+file(GLOB files RELATIVE ${HOST} ${HOST}/*/*.h ${HOST}/*/*.cpp)
+list(FILTER files EXCLUDE REGEX "^tests/")
+foreach(file IN LISTS files)
+  cmake_path(GET file PARENT_PATH module)
+  if(NOT DEFINED ${module}_may_use)
+    message(SEND_ERROR "${file} is in a module that this check does not know")
+  endif()
+  file(STRINGS ${HOST}/${file} includes REGEX "^#include \"[a-z]+/")
+  foreach(include IN LISTS includes)
+    string(REGEX REPLACE "^#include \"([a-z]+)/.*" "\\1" used ${include})
+    if(NOT used STREQUAL module AND NOT used IN_LIST ${module}_may_use)
+      message(SEND_ERROR "${file} includes ${used}/, which ${module}/ may not use")
+    endif()
+  endforeach()
+endforeach()
