@@ -141,7 +141,7 @@ void Validator::RequireKnownSettings() const {
             const auto setting = element.settings.find(name);
             if (setting != element.settings.end() &&
                 !ParseSetting(setting->second, value).has_value()) {
-                throw InvalidValue("--set", name + "=" + value,
+                throw InvalidValue("--set", fmt::format("{}={}", name, value),
                                    fmt::format("a value of kind {}, as {} declares it",
                                                ToString(setting->second), element.Name()));
             }
