@@ -401,12 +401,12 @@ void RefusesToSeekOutside(CheckContext& context) {
     source.PrepareLearn();
     IAudioSource& element = source.Element();
     const MediaTime before = source.Position(-1);
-    const MediaTime behind = source.Position(source.Duration() + 1);
+    const MediaTime beyond = source.Position(source.Duration() + 1);
     const EditRate rate = source.KnownLimits().start.GetEditRate();
     const MediaTime other(EditRate(rate.numerator + 1, rate.denominator), before.GetTimeNumber(),
                           nullptr);
     context.Refuse("GotoTimeOffset before the start", [&] { element.GotoTimeOffset(before, ""); });
-    context.Refuse("GotoTimeOffset after the end", [&] { element.GotoTimeOffset(behind, ""); });
+    context.Refuse("GotoTimeOffset after the end", [&] { element.GotoTimeOffset(beyond, ""); });
     MediaTime start = other;
     start.SetTimeNumber(source.Position(0).GetTimeNumber());
     context.Refuse("GotoTimeOffset in another rate", [&] { element.GotoTimeOffset(start, ""); });
@@ -464,9 +464,9 @@ void Live(CheckContext& context) {
     static_cast<void>(source.Take(recording));
     source.Seek(0);
     static_cast<void>(source.Take(recording));
-    const MediaTime behind = source.Position(source.Duration() + 1);
+    const MediaTime beyond = source.Position(source.Duration() + 1);
     context.Try("GotoTimeOffset after the end",
-                [&] { source.Element().GotoTimeOffset(behind, ""); });
+                [&] { source.Element().GotoTimeOffset(beyond, ""); });
     source.Release();
 }
 
@@ -509,7 +509,7 @@ public:
             {"GetSample", &Calls::GetSample},
             {"GotoTimeOffset within", &Calls::SeekWithin},
             {"GotoTimeOffset before the start", &Calls::SeekBefore},
-            {"GotoTimeOffset after the end", &Calls::SeekBehind},
+            {"GotoTimeOffset after the end", &Calls::SeekBeyond},
             {"ActivateOutputs with none", &Calls::ActivateNone},
             {"ActivateOutputs with all", &Calls::ActivateAll},
             {"ActivateOutputs with all", &Calls::ActivateAll},
@@ -551,7 +551,7 @@ private:
 
     void SeekBefore() { RefuseToSeek(-1 - RandomFrame(), "before the start"); }
 
-    void SeekBehind() { RefuseToSeek(m_source.Duration() + 1 + RandomFrame(), "after the end"); }
+    void SeekBeyond() { RefuseToSeek(m_source.Duration() + 1 + RandomFrame(), "after the end"); }
 
     void RefuseToSeek(std::int64_t frame, const char* where) {
         const MediaTime position = m_source.Position(frame);
