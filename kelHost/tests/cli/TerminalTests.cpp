@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -36,8 +35,8 @@ Shown RunOnTerminal(const TemporaryDirectory& directory, const std::vector<std::
 
 // Speed and time left are what they are.
 std::string WithoutTimes(const std::string& text) {
-    static const std::regex times("[0-9.]+ x real time, [0-9]+:[0-9]{2}:[0-9]{2} left");
-    return std::regex_replace(text, times, "N x real time, T left");
+    return ReplaceMatches(text, "[0-9.]+ x real time, [0-9]+:[0-9]{2}:[0-9]{2} left",
+                          "N x real time, T left");
 }
 
 // A waveform as wide as there is room for: so many lines of no more than so many characters.
@@ -76,8 +75,7 @@ TEST(TerminalProgress, MakesRoomForErrors) {
     const Shown shown = RunOnTerminal(directory, {"info", "a.wav", "b.wav", "--jobs", "1"});
     EXPECT_EQ(shown.result.status, 1);
     // Lines come and go with the time that the work takes; what stays are the errors.
-    static const std::regex lines("\r[^\r\x1B]*\x1B\\[K");
-    EXPECT_EQ(std::regex_replace(shown.terminal, lines, ""),
+    EXPECT_EQ(ReplaceMatches(shown.terminal, "\r[^\r\x1B]*\x1B\\[K", ""),
               "kelhost: a.wav: cannot open for reading: No such file or directory\n"
               "kelhost: b.wav: cannot open for reading: No such file or directory\n");
 }

@@ -1,6 +1,7 @@
 /// Runs kelhost in a directory of its own.
 #pragma once
 
+#include <Patterns.h>
 #include <Process.h>
 #include <TemporaryDirectory.h>
 
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -97,8 +97,8 @@ inline std::vector<std::string> LinesOf(const std::string& text) {
 
 /// A text with "XXXXXX" for the random part of every temporary name.
 inline std::string WithoutRandomNames(const std::string& text) {
-    static const std::regex name("\\.kelhost-[0-9]+-[0-9a-f]{8}-[A-Za-z0-9]{6}\\.part");
-    return std::regex_replace(text, name, ".kelhost-XXXXXX.part");
+    return ReplaceMatches(text, "\\.kelhost-[0-9]+-[0-9a-f]{8}-[A-Za-z0-9]{6}\\.part",
+                          ".kelhost-XXXXXX.part");
 }
 
 /// Has a command run with the library in front that disturbs system calls, see

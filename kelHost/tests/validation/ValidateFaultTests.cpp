@@ -10,7 +10,6 @@
 #include <elf.h>
 #include <filesystem>
 #include <ostream>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -25,19 +24,19 @@ namespace {
 // Findings as "CHECK ELEMENT: MESSAGE", or "CHECK: MESSAGE" for the plug-in as a whole, without the
 // steps of random calls.
 std::vector<std::string> FindingsOf(const ProcessResult& result) {
-    static const std::regex steps("at step [0-9]+ \\(the last: [^)]*\\)");
-    // A few less where the process has freed others meanwhile.
-    static const std::regex bytes("loses (2[89]|3[0-2]) bytes");
     std::vector<std::string> findings;
     const json document = json::parse(result.out);
     for (const json& entry : document.at("results")) {
         if (entry.at("verdict") == "failed") {
             const auto element = entry.at("element").get<std::string>();
             const std::string message =
-                std::regex_replace(entry.at("message").get<std::string>(), steps, "at some step");
-            findings.push_back(entry.at("check").get<std::string>() +
-                               (element.empty() ? "" : " " + element) + ": " +
-                               std::regex_replace(message, bytes, "loses 32 bytes"));
+                ReplaceMatches(entry.at("message").get<std::string>(),
+                               "at step [0-9]+ \\(the last: [^)]*\\)", "at some step");
+            findings.push_back(
+                entry.at("check").get<std::string>() + (element.empty() ? "" : " " + element) +
+                ": " +
+                // A few less where the process has freed others meanwhile.
+                ReplaceMatches(message, "loses (2[89]|3[0-2]) bytes", "loses 32 bytes"));
         }
     }
     return findings;

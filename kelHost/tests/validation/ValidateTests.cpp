@@ -6,12 +6,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
 #include <filesystem>
 #include <map>
-#include <regex>
 #include <set>
 #include <string>
 #include <utility>
@@ -26,8 +26,7 @@ namespace {
 
 // Times and sizes as "0 ms" and "0 MiB".
 std::string WithoutCosts(const std::string& text) {
-    const std::string shortened = std::regex_replace(text, std::regex(" +[0-9]+ ms"), " 0 ms");
-    return std::regex_replace(shortened, std::regex(" +[0-9.]+ MiB"), " 0 MiB");
+    return ReplaceMatches(ReplaceMatches(text, " +[0-9]+ ms", " 0 ms"), " +[0-9.]+ MiB", " 0 MiB");
 }
 
 std::string Broken(const TemporaryDirectory& directory, const std::string& fault) {
@@ -222,12 +221,9 @@ TEST(Validate, ChoosesAndPrintsASeed) {
                                                                 "--check", "plugin.loads"})
                                              .out)
                                      .back();
-        std::smatch seed;
-        ASSERT_TRUE(std::regex_match(line, seed,
-                                     std::regex("1 check: 1 passed, 0 failed, 0 not applicable; "
-                                                "--seed ([0-9]+) repeats the random calls")))
-            << line;
-        seeds.insert(seed[1]);
+        EXPECT_THAT(line, testing::MatchesRegex("1 check: 1 passed, 0 failed, 0 not applicable; "
+                                                "--seed [0-9]+ repeats the random calls"));
+        seeds.insert(line);
     }
     EXPECT_EQ(seeds.size(), 2U) << "from 2^32";
 }
