@@ -3,7 +3,9 @@
 //
 // - KEL_TEST_FAULTY_CALL: name of the call. "flip" is a write that succeeds with its last bytes
 //   changed, as on a bad disk; "thread" is a thread that cannot be started.
-// - KEL_TEST_FAULTY_FILE: text in the paths of the files on which the call fails
+// - KEL_TEST_FAULTY_FILE: text in the paths of the files on which the call fails; "unfinished" is
+// an
+//   output that has not yet got its name
 // - KEL_TEST_FAULTY_NUMBER: number of the occurrence that fails
 // - KEL_TEST_FAULT_LASTS: if set, all later occurrences fail too
 // - KEL_TEST_FAULT_ERROR: error number, instead of the usual one of the call
@@ -11,6 +13,7 @@
 // - KEL_TEST_FAULT_MARKER: path of a file that is made when the call fails
 // - KEL_TEST_STRAY_CLOSE_MARKER: path of a file that is made when an unknown descriptor is
 //   closed
+// - KEL_TEST_NAMED_FILES: if set, every file needs a name from the start, as on some file systems
 // - KEL_TEST_DISK_ROOM: free bytes of every disk
 // - KEL_TEST_SPARSE: if set, zeros in an unfinished output become holes, so that large outputs of
 //   silence take no space
@@ -45,8 +48,26 @@ const char* Variable(const char* name) {
     return value != nullptr ? value : "";
 }
 
+// True for an output that has not yet got its name, by its path as /proc shows it.
+bool IsUnfinished(const char* path) {
+    constexpr const char* kEnd = " (deleted)";
+    const size_t length = strlen(path);
+    return strstr(path, ".kelhost-") != nullptr ||
+           (*path == '/' && strncmp(path, "/memfd:", 7) != 0 && length > strlen(kEnd) &&
+            strcmp(path + length - strlen(kEnd), kEnd) == 0);
+}
+
+bool Matches(const char* path, const char* text) {
+    return strcmp(text, "unfinished") == 0 ? IsUnfinished(path) : strstr(path, text) != nullptr;
+}
+
+// A descriptor's path in /proc is that of its file.
 bool IsFaulty(const char* path) {
-    return strstr(path, Variable("KEL_TEST_FAULTY_FILE")) != nullptr;
+    char file[4096] = {};
+    if (strncmp(path, "/proc/self/fd/", 14) == 0 && readlink(path, file, sizeof file - 1) > 0) {
+        path = file;
+    }
+    return Matches(path, Variable("KEL_TEST_FAULTY_FILE"));
 }
 
 constexpr size_t kFlippedBytes = 16; // at least one value of every width
@@ -62,11 +83,21 @@ bool PathHas(int descriptor, const char* text) {
     char link[64];
     char path[4096] = {};
     snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
-    return readlink(link, path, sizeof path - 1) > 0 && strstr(path, text) != nullptr;
+    return readlink(link, path, sizeof path - 1) > 0 && Matches(path, text);
 }
 
 bool IsFaulty(int descriptor) {
     return PathHas(descriptor, Variable("KEL_TEST_FAULTY_FILE"));
+}
+
+// A name in a directory.
+struct Place {
+    int directory;
+    const char* name;
+};
+
+bool IsFaulty(const Place& place) {
+    return IsFaulty(place.name) || (place.directory != AT_FDCWD && IsFaulty(place.directory));
 }
 
 // Makes the empty file that a variable names.
@@ -145,7 +176,7 @@ INTERPOSED ssize_t write(int descriptor, const void* bytes, size_t count) {
         count = Half(count);
     }
     return *Variable("KEL_TEST_SPARSE") != '\0' && IsSilence(bytes, count) &&
-                   PathHas(descriptor, ".kelhost-")
+                   PathHas(descriptor, "unfinished")
                ? WriteHole(descriptor, count)
                : Next<decltype(write)>("write")(descriptor, bytes, count);
 }
@@ -157,8 +188,8 @@ INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
                                             thread, attributes, start, argument);
 }
 
-INTERPOSED int statvfs(const char* path, struct statvfs* status) noexcept {
-    const int result = Next<decltype(statvfs)>("statvfs")(path, status);
+INTERPOSED int fstatvfs(int descriptor, struct statvfs* status) noexcept {
+    const int result = Next<decltype(fstatvfs)>("fstatvfs")(descriptor, status);
     const char* room = Variable("KEL_TEST_DISK_ROOM");
     if (*room != '\0') {
         status->f_frsize = 1;
@@ -221,8 +252,32 @@ INTERPOSED int ftruncate(int descriptor, off_t size) noexcept {
                : Next<decltype(ftruncate)>("ftruncate")(descriptor, size);
 }
 
-INTERPOSED int chmod(const char* path, mode_t mode) noexcept {
-    return Fails("chmod", path) ? Fail(EPERM) : Next<decltype(chmod)>("chmod")(path, mode);
+// A file without a name is an output from its creation on.
+INTERPOSED int openat(int directory, const char* path, int flags, ...) {
+    mode_t mode = 0;
+    if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    const bool isUnnamed = (flags & O_TMPFILE) == O_TMPFILE;
+    if (isUnnamed && *Variable("KEL_TEST_NAMED_FILES") != '\0') {
+        return Fail(EOPNOTSUPP);
+    }
+    const bool fails =
+        isUnnamed ? Fails("openat", AnyFile()) : Fails("openat", Place{directory, path});
+    return fails ? Fail(EIO) : Next<decltype(openat)>("openat")(directory, path, flags, mode);
+}
+
+INTERPOSED int mkdirat(int directory, const char* path, mode_t mode) noexcept {
+    return Fails("mkdirat", path) ? Fail(EROFS)
+                                  : Next<decltype(mkdirat)>("mkdirat")(directory, path, mode);
+}
+
+INTERPOSED int fchmod(int descriptor, mode_t mode) noexcept {
+    return Fails("fchmod", descriptor) ? Fail(EPERM)
+                                       : Next<decltype(fchmod)>("fchmod")(descriptor, mode);
 }
 
 INTERPOSED int fsync(int descriptor) {
@@ -240,17 +295,24 @@ INTERPOSED off64_t lseek64(int descriptor, off64_t offset, int whence) noexcept 
                : Next<decltype(lseek64)>("lseek64")(descriptor, offset, whence);
 }
 
-INTERPOSED int rename(const char* from, const char* to) noexcept {
-    return Fails("rename", from) ? Fail(EROFS) : Next<decltype(rename)>("rename")(from, to);
+INTERPOSED int linkat(int directory, const char* from, int otherDirectory, const char* to,
+                      int flags) noexcept {
+    return Fails("linkat", Place{directory, from})
+               ? Fail(EROFS)
+               : Next<decltype(linkat)>("linkat")(directory, from, otherDirectory, to, flags);
 }
 
+INTERPOSED int renameat(int directory, const char* from, int otherDirectory,
+                        const char* to) noexcept {
+    return Fails("renameat", Place{directory, from})
+               ? Fail(EROFS)
+               : Next<decltype(renameat)>("renameat")(directory, from, otherDirectory, to);
+}
+
+// The file system can only replace.
 INTERPOSED int renameat2(int directory, const char* from, int otherDirectory, const char* to,
                          unsigned flags) noexcept {
-    // "renameat2" is a file system that can only replace.
-    if (Fails("renameat2", from)) {
-        return Fail(EINVAL);
-    }
-    return Fails("rename", from)
-               ? Fail(EROFS)
+    return Fails("renameat2", Place{directory, from})
+               ? Fail(EINVAL)
                : Next<decltype(renameat2)>("renameat2")(directory, from, otherDirectory, to, flags);
 }

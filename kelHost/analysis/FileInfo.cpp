@@ -11,9 +11,8 @@ namespace kel::host {
 
 FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& log,
                       Reporter& reporter) {
-    constexpr std::uint32_t kBlockFrames = 16384;
     reporter.Opening(file);
-    const SourceReader source(file, kBlockFrames);
+    const SourceReader source(file);
     reporter.Opened();
     FileInfo info{Escape(file),
                   source.Channels(),

@@ -82,7 +82,8 @@ PictureSize PlotPicture(const PlotRequest& request, const SourceReader& source,
     const PictureSize usual = DefaultPictureSize(source.Channels());
     const PictureSize size{request.width != 0 ? request.width : usual.width,
                            request.height != 0 ? request.height : usual.height};
-    OutputFile output(*request.picture, request.replace);
+    // The library selects the kind of picture by the extension.
+    OutputFile output(*request.picture, request.replace, TemporaryName::Requested);
     const Envelope envelope =
         ReadEnvelope(source, range, PictureColumns(size, source.Channels()), log, reporter);
     PictureCaption caption;
@@ -95,6 +96,9 @@ PictureSize PlotPicture(const PlotRequest& request, const SourceReader& source,
                       LevelAxis(request.scale, envelope.Peak()), caption)) {
         throw JobError(*request.picture, "cannot write the picture; is the disk full?");
     }
+    for (const std::string& warning : output.Finish()) {
+        reporter.Show(WarningLine(warning));
+    }
     output.Commit();
     return size;
 }
@@ -102,9 +106,8 @@ PictureSize PlotPicture(const PlotRequest& request, const SourceReader& source,
 } // namespace
 
 JobResult Plot(const PlotRequest& request, const HostLogger& log, Reporter& reporter) {
-    constexpr std::uint32_t kBlockFrames = 16384;
     reporter.Opening(request.input);
-    const SourceReader source(request.input, kBlockFrames);
+    const SourceReader source(request.input);
     reporter.Opened();
     const FrameRange range = Resolve(request.range, source.Frames(), source.Rate(), request.input);
     const std::string input = Escape(request.input);

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -14,6 +15,15 @@
 namespace kel::host {
 
 namespace fs = std::filesystem;
+
+std::string ShowName(std::string text, const FileName& file) {
+    for (std::size_t place = text.find(file.path);
+         file.path != file.shown && place != std::string::npos;
+         place = text.find(file.path, place + file.shown.size())) {
+        text.replace(place, file.path.size(), file.shown);
+    }
+    return text;
+}
 
 void RequirePathFits(const FileName& file) {
     if (file.path.empty()) {

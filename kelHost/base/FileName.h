@@ -1,8 +1,11 @@
 /// Names of files, and checks that need nothing but a name.
 #pragma once
 
+#include "base/Errors.h"
+
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace kel::host {
@@ -21,6 +24,21 @@ struct FileName {
 /// The longest path, in bytes, that can be handed to an element: libsndfile cuts longer ones, and
 /// would open another file.
 constexpr std::size_t kMaxPathBytes = 1023;
+
+/// Returns a text in which the temporary path of a file is replaced by its name for the user.
+std::string ShowName(std::string text, const FileName& file);
+
+/// Runs an operation on a file; failures of libraries and elements become JobErrors that name it.
+/// @param context precedes the cause: "cannot read the file"
+/// @throws JobError
+template <typename Operation>
+auto WithFileContext(const FileName& file, std::string_view context, Operation operation) {
+    try {
+        return WithFileContext(file.shown, context, operation);
+    } catch (const JobError& error) {
+        throw JobError(error.File(), ShowName(error.what(), file));
+    }
+}
 
 /// Verifies that a path is neither empty nor longer than kMaxPathBytes.
 /// @throws JobError when it is

@@ -124,8 +124,14 @@ public:
         Add(Option("--seed", "NUMBER", &m_seed,
                    "Seed of the noise; the same seed makes the same noise")
                 .Needs("--dither"));
-        Add(Option("--block", "FRAMES", &m_block, "Maximum number of frames in a sample"));
-        Add(Option("--verify", "", &m_options.verify, "Read the whole output back and compare it"));
+        Add(Option(
+            "--block", "FRAMES", &m_block,
+            "Maximum number of frames in a sample; default: 16384, fewer with many channels"));
+        Add(Option("--verify", "", &m_verify,
+                   "Read the whole output back from its disk and compare it; default on network "
+                   "and user-space file systems"));
+        Add(Option("--no-verify", "", &m_noVerify, "Never read the output back")
+                .Excludes("--verify"));
         Add(Option("--allow-short", "", &m_options.allowShort,
                    "Copy the frames that exist of an input that declares more"));
         Add(Option("--force", "", &m_options.replace, "Replace an existing output"));
@@ -163,7 +169,12 @@ public:
                 "--seed", m_seed, 0, std::numeric_limits<std::uint64_t>::max());
         }
         constexpr std::uint32_t kMaxBlock = 1U << 20U;
-        m_options.blockFrames = ParseIntegerOption("--block", m_block, 1U, kMaxBlock);
+        if (m_block.has_value()) {
+            m_options.blockFrames = ParseIntegerOption("--block", *m_block, 1U, kMaxBlock);
+        }
+        if (m_verify || m_noVerify) {
+            m_options.verify = m_verify;
+        }
         m_requests = MakeRequests();
     }
 
@@ -222,7 +233,9 @@ private:
     std::string m_onClip = "warn";
     std::optional<std::string> m_dither;
     std::string m_seed = "1";
-    std::string m_block = "16384";
+    std::optional<std::string> m_block;
+    bool m_verify = false;
+    bool m_noVerify = false;
     FormatChoice m_format;
     CopyOptions m_options;
     std::vector<CopyRequest> m_requests;

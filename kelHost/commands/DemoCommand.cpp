@@ -91,7 +91,8 @@ std::vector<float> MakeTone() {
 }
 
 // Writes the tone, 4 seconds of 48 kHz stereo, as 32-bit float WAVE.
-JobResult WriteTone(const std::string& path, const HostLogger& log) {
+JobResult WriteTone(const std::string& path, bool replace, const HostLogger& log,
+                    Reporter& reporter) {
     const std::vector<float> tone = MakeTone();
     const auto info =
         DescribePCM(EncodingByName("float32"), PCMEndianness::Little, kRate, kChannels);
@@ -103,7 +104,7 @@ JobResult WriteTone(const std::string& path, const HostLogger& log) {
     const TimeLimits limits(MediaTime(EditRate(kRate, 1), 0, nullptr), kFrames);
 
     const ErrorRecords errors(log, path);
-    OutputFile output(path, true);
+    OutputFile output(path, replace);
     const FileName file(output.TemporaryPath(), path);
     WithFileContext(path, "", [&] {
         SinkWriter sink(*FindContainer(WrapperFormat::WAVE), file,
@@ -113,6 +114,9 @@ JobResult WriteTone(const std::string& path, const HostLogger& log) {
         sink.Close();
     });
     errors.RequireNone(path);
+    for (const std::string& warning : output.Finish()) {
+        reporter.Show(WarningLine(warning));
+    }
     VerifyHeaderSizes(file, bytes, kFrames);
     VerifyReopens(file, kFrames, kChannels, kRate);
     output.Commit();
@@ -124,6 +128,7 @@ public:
     DemoCommand() : Command("demo", "Write a short tone and copy it into every format") {
         Add(Option("DIRECTORY", "", &m_directory, "Directory for the files")
                 .Completes(Option::Values::Directories));
+        Add(Option("--force", "", &m_force, "Replace existing files"));
         SetNotes("Examples:\n"
                  "  kelhost demo\n"
                  "  kelhost demo tone");
@@ -133,8 +138,9 @@ public:
         MakeDirectory(m_directory);
         const std::string tone = (std::filesystem::path(m_directory) / "tone.wav").string();
         JobRunner runner(common, streams.err);
-        runner.Add(tone, tone,
-                   [tone](const HostLogger& log, Reporter&) { return WriteTone(tone, log); });
+        runner.Add(tone, tone, [tone, this](const HostLogger& log, Reporter& reporter) {
+            return WriteTone(tone, m_force, log, reporter);
+        });
         if (runner.Run([](const JobResult&) {}) != 0) {
             return kFailure;
         }
@@ -151,7 +157,7 @@ public:
                                       fmt::format("copy{}", container.extensions.front()))
                                          .string();
             requests.push_back({tone, copy, ResolveFormat({}, copy), {}});
-            requests.back().options.replace = true;
+            requests.back().options.replace = m_force;
             files.push_back(copy);
         }
         if (MakeCopies(requests, common, streams).failed != 0) {
@@ -170,6 +176,7 @@ public:
 
 private:
     std::string m_directory = "kelhost-demo";
+    bool m_force = false;
 };
 
 } // namespace

@@ -70,6 +70,7 @@ public:
         Add(Option("--timeout", "SECONDS", &m_timeout, "Maximum time for each check"));
         Add(Option("--junit", "FILE", &m_junit, "Write a report in JUnit's format as well")
                 .Completes(Option::Values::Files));
+        Add(Option("--force", "", &m_force, "Replace an existing report"));
         SetNotes(
             "Examples:\n"
             "  kelhost validate libkelLibsndfile.so\n"
@@ -105,7 +106,7 @@ public:
         Console console(streams.err, common.style);
         std::optional<OutputFile> junit;
         if (m_junit.has_value()) {
-            junit.emplace(*m_junit, true);
+            junit.emplace(*m_junit, m_force);
         }
         Validator validator(m_request);
         const ReportColumns columns = validator.Columns();
@@ -130,6 +131,9 @@ public:
         }
         if (junit.has_value()) {
             WriteReport(*junit, ReportAsJUnit(report));
+            for (const std::string& warning : junit->Finish()) {
+                console.ShowLog(WarningLine(warning));
+            }
             junit->Commit();
         }
         return report.Count(CheckVerdict::Failed) == 0 ? kSuccess : kFailure;
@@ -141,6 +145,7 @@ private:
     std::optional<std::string> m_seed;
     std::string m_timeout = "30";
     std::optional<std::string> m_junit;
+    bool m_force = false;
 };
 
 } // namespace

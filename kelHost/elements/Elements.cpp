@@ -37,8 +37,9 @@ std::string TypeForReading(const std::string& path) {
     return GetLabel(container != nullptr ? container->format : WrapperFormat::WAVE);
 }
 
-ElementRecipe FileSource(const std::string& path, std::uint32_t blockFrames) {
-    ElementRecipe recipe = RecipeFor(ElementFactoryType::AudioSource, TypeForReading(path), path);
+ElementRecipe FileSource(const FileName& file, std::uint32_t blockFrames) {
+    ElementRecipe recipe =
+        RecipeFor(ElementFactoryType::AudioSource, TypeForReading(file.shown), file.path);
     recipe.settings->SetIntegerValue("MaxSamplesPerBuffer", static_cast<std::int32_t>(blockFrames));
     return recipe;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "audio/Formats.h"
+#include "base/FileName.h"
 
 #include <ElementFactoryType.h>
 #include <ParametersCollection.h>
@@ -32,7 +33,7 @@ std::string TypeForReading(const std::string& path);
 /// Returns the recipe of the first registered source for a file.
 /// @param blockFrames maximum number of frames in a sample
 /// @throws JobError when no source is registered for the type of the file
-ElementRecipe FileSource(const std::string& path, std::uint32_t blockFrames);
+ElementRecipe FileSource(const FileName& file, std::uint32_t blockFrames);
 
 /// Returns the recipe of the first registered sink for a container.
 /// @throws JobError when no sink is registered for it

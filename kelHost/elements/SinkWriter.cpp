@@ -29,7 +29,7 @@ bool Accepts(const IAudioSink& sink, const std::shared_ptr<const IInfoContainer>
 
 SinkWriter::SinkWriter(const Container& container, const FileName& file,
                        const std::shared_ptr<const IInfoContainer>& input) {
-    WithFileContext(file.shown, kCannotWrite, [&] {
+    WithFileContext(file, kCannotWrite, [&] {
         Define(
             file.shown, FileSink(container, file.path), input,
             fmt::format("{} does not support this encoding; see kelhost formats", container.title));

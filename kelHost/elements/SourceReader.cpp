@@ -9,9 +9,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -22,6 +24,8 @@ namespace kel::host {
 namespace {
 
 constexpr const char* kCannotRead = "cannot open for reading";
+constexpr std::uint32_t kDefaultBlockFrames = 16384;
+constexpr std::uint32_t kMaxBlockSamples = 1U << 19U; // 2 MiB: 512 frames of 1024 channels
 
 std::string DescribeStream(std::int64_t frames, std::uint32_t channels, std::uint32_t rate) {
     return fmt::format("{}, {} and {} Hz", Count(static_cast<std::uint64_t>(frames), "frame"),
@@ -30,10 +34,18 @@ std::string DescribeStream(std::int64_t frames, std::uint32_t channels, std::uin
 
 } // namespace
 
-SourceReader::SourceReader(const FileName& file, std::uint32_t blockFrames)
-    : m_shownName(file.shown) {
+SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> blockFrames)
+    : m_shownName(file.shown), m_blockFrames(blockFrames.value_or(kDefaultBlockFrames)) {
     RequireReadable(file);
-    WithFileContext(m_shownName, kCannotRead, [&] { Open(FileSource(file.path, blockFrames)); });
+    WithFileContext(file, kCannotRead, [&] {
+        Open(FileSource(file, m_blockFrames));
+        const std::uint32_t bounded = kMaxBlockSamples / std::max(Channels(), 1U);
+        if (!blockFrames.has_value() && bounded < m_blockFrames) {
+            m_blockFrames = bounded;
+            Release();
+            Open(FileSource(file, m_blockFrames));
+        }
+    });
 }
 
 SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe)

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace kel::host {
@@ -19,9 +20,11 @@ namespace kel::host {
 class SourceReader {
 public:
     /// Creates the first registered source for the type of a file, and opens the file.
-    /// @param blockFrames maximum number of frames in a sample
+    /// @param blockFrames maximum number of frames in a sample; unset: 16384, or fewer where many
+    /// channels would make samples larger than 2 MiB
     /// @throws JobError when the file is missing, is a directory, or cannot be opened
-    SourceReader(const FileName& file, std::uint32_t blockFrames);
+    explicit SourceReader(const FileName& file,
+                          std::optional<std::uint32_t> blockFrames = std::nullopt);
 
     /// Creates a source and opens it.
     /// @param shownName the file that it reads, or the source itself, as the user knows it
@@ -55,6 +58,9 @@ public:
     /// The time limits that the source declares.
     const TimeLimits& Limits() const { return m_limits; }
 
+    /// Maximum number of frames in a sample of a file.
+    std::uint32_t BlockFrames() const { return m_blockFrames; }
+
     /// Number of frames that the source declares.
     std::int64_t Frames() const { return m_limits.duration; }
 
@@ -62,6 +68,7 @@ private:
     void Open(const ElementRecipe& recipe);
 
     std::string m_shownName;
+    std::uint32_t m_blockFrames = 0;
     std::shared_ptr<IAudioSource> m_element;
     std::shared_ptr<const IInfoContainer> m_description;
     std::shared_ptr<const IAudioInfo> m_info;

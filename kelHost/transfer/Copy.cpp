@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -60,15 +61,20 @@ public:
 
     JobResult Run() {
         Open();
-        OutputFile output(m_request.output, m_options.replace);
+        // The sink warns where the extension suggests another container.
+        const bool isUsual = ContainerByExtension(m_request.output) == m_format.container;
+        OutputFile output(m_request.output, m_options.replace,
+                          isUsual ? TemporaryName::None : TemporaryName::Requested);
         const std::uint64_t size = MaxFileSize(m_bytes, m_channels);
         output.RequireSpace(size);
+        m_verify = m_options.verify.value_or(output.MayFailLate());
         CopyFacts facts;
         try {
-            facts = Write({output.TemporaryPath(), m_request.output});
+            facts = Write(output);
         } catch (const JobError& error) {
             throw JobError(error.File(), error.what() + output.DescribeShortage(size));
         }
+        WarnAll(output.KeepAttributes());
         // Before the output appears: afterwards nothing may fail.
         JobResult result{DumpJSON(Document(facts)), "", Report(facts)};
         output.Commit();
@@ -112,11 +118,11 @@ private:
                      std::uint64_t{m_channels} *
                          std::max<std::uint64_t>(sizeof(float), m_format.encoding->bytes));
         const std::uint64_t maxFrames = std::numeric_limits<std::uint32_t>::max() / frameBytes;
-        if (m_options.blockFrames > maxFrames) {
+        if (m_source->BlockFrames() > maxFrames) {
             throw JobError(m_request.input,
                            fmt::format("blocks of {} frames are too large for its channels; use "
                                        "--block {} or less",
-                                       m_options.blockFrames, maxFrames));
+                                       m_source->BlockFrames(), maxFrames));
         }
     }
 
@@ -137,7 +143,10 @@ private:
     }
 
     // Writes the file and verifies that it is complete.
-    CopyFacts Write(const FileName& file) {
+    CopyFacts Write(OutputFile& output) {
+        const FileName file(output.TemporaryPath(), m_request.output);
+        // Threads cost more than they gain where there is hardly anything to overlap.
+        const bool overlapped = m_range.count > 2 * std::int64_t{m_source->BlockFrames()};
         TransferParts parts;
         parts.reader = std::make_unique<RangeReader>(*m_source, m_range);
         parts.sink =
@@ -145,12 +154,9 @@ private:
         parts.source = std::move(m_source);
         parts.converter = std::move(m_converter);
         Transfer transfer(std::move(parts), m_request.output, m_errors, m_reporter);
-        if (m_options.verify) {
+        if (m_verify) {
             transfer.EnableHash();
         }
-        // Threads cost more than they gain where there is hardly anything to overlap.
-        const bool overlapped =
-            m_range.count > 2 * static_cast<std::int64_t>(m_options.blockFrames);
         CopyFacts facts;
         facts.rate = transfer.Source().Rate();
         facts.frames = transfer.Run(m_range.count, overlapped);
@@ -165,6 +171,7 @@ private:
         }
         RequireNoClipping(facts.conversion);
         transfer.Source().Release();
+        WarnAll(output.Flush());
         VerifyFile(file, facts, transfer.Hash());
         m_errors.RequireNoneFromOutput(m_request.output);
         return facts;
@@ -174,7 +181,7 @@ private:
         VerifyHeaderSizes(file, SampleBytes(facts.frames),
                           static_cast<std::uint64_t>(facts.frames));
         VerifyReopens(file, facts.frames, m_channels, facts.rate);
-        if (m_options.verify) {
+        if (m_verify) {
             VerifyContent(file, facts.frames, pushed);
         }
     }
@@ -211,6 +218,12 @@ private:
         m_reporter.Show(WarningLine(text));
     }
 
+    void WarnAll(const std::vector<std::string>& problems) {
+        for (const std::string& problem : problems) {
+            Warn(problem);
+        }
+    }
+
     json Document(const CopyFacts& facts) const {
         auto conversion = json::array();
         for (const ChannelConversion& channel : facts.conversion) {
@@ -227,7 +240,7 @@ private:
                 {"rate", facts.rate},
                 {"frames", facts.frames},
                 {"bytes", SampleBytes(facts.frames)},
-                {"verified", m_options.verify},
+                {"verified", m_verify},
                 {"conversion", conversion},
                 {"warnings", m_warnings}};
     }
@@ -238,7 +251,7 @@ private:
             Escape(m_request.output), m_format.container->title, m_format.encoding->name,
             Describe(m_format.byteOrder), Count(m_channels, "channel"), facts.rate,
             Count(static_cast<std::uint64_t>(facts.frames), "frame"),
-            FormatDuration(facts.frames, facts.rate), m_options.verify ? ", verified" : "");
+            FormatDuration(facts.frames, facts.rate), m_verify ? ", verified" : "");
         for (std::size_t i = 0; i < facts.conversion.size(); ++i) {
             const ChannelConversion& channel = facts.conversion[i];
             if (channel.clipped > 0) {
@@ -262,6 +275,7 @@ private:
     std::unique_ptr<SampleConverter> m_converter;
     FrameRange m_range;
     std::uint32_t m_channels = 0;
+    bool m_verify = false;
     std::uint64_t m_bytes = 0; // of samples, if the input delivers all of its frames
     std::vector<std::string> m_warnings;
 };

@@ -18,12 +18,14 @@ struct CopyOptions {
     std::vector<std::uint32_t> channels; ///< of the input, in output order, from 1; empty: all
     TimeRange range;                     ///< the part to copy
     std::optional<std::uint64_t> dither; ///< seed of the noise; none: no noise
-    std::uint32_t blockFrames = 16384;   ///< maximum number of frames in a sample
-    bool failOnClip = false;             ///< a clipped value fails the copy
-    bool allowShort = false;             ///< accept an input with fewer frames than it declares
-    bool verify = false;                 ///< read the output back and compare it
-    bool replace = false;                ///< replace an existing file
-    bool skip = false;                   ///< leave an existing file and do nothing
+    std::optional<std::uint32_t>
+        blockFrames;         ///< maximum number of frames in a sample; unset: chosen
+    bool failOnClip = false; ///< a clipped value fails the copy
+    bool allowShort = false; ///< accept an input with fewer frames than it declares
+    std::optional<bool>
+        verify;           ///< read the output back and compare it; unset: where it may fail late
+    bool replace = false; ///< replace an existing file
+    bool skip = false;    ///< leave an existing file and do nothing
 };
 
 /// One copy to make.

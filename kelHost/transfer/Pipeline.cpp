@@ -176,11 +176,12 @@ private:
             RequireFits(*container, sink.file, bytes, m_channels,
                         "the type " + GetLabel(WrapperFormat::BWAVE));
         }
-        OutputFile output(sink.file, m_request.replace);
+        OutputFile output(sink.file, m_request.replace, TemporaryName::Requested);
         output.RequireSpace(size);
         SetFilePath(*sink.recipe.settings, output.TemporaryPath());
         try {
             MoveSamples();
+            WarnAll(output.Flush());
             if (container != nullptr) {
                 VerifyFile({output.TemporaryPath(), sink.file});
             }
@@ -188,6 +189,7 @@ private:
         } catch (const JobError& error) {
             throw JobError(error.File(), error.what() + output.DescribeShortage(size));
         }
+        WarnAll(output.KeepAttributes());
         // Before the output appears: afterwards nothing may fail.
         JobResult result = Result();
         output.Commit();
@@ -228,10 +230,20 @@ private:
             m_isGrowing ? m_frames : declared, m_frames, m_request.allowShort,
             " (--allow-short accepts the frames that exist)");
         if (shortfall.has_value()) {
-            m_warnings.push_back(Escape(*shortfall));
-            m_reporter.Show(WarningLine(*shortfall));
+            Warn(*shortfall);
         }
         transfer.Source().Release();
+    }
+
+    void Warn(const std::string& text) {
+        m_warnings.push_back(Escape(text));
+        m_reporter.Show(WarningLine(text));
+    }
+
+    void WarnAll(const std::vector<std::string>& problems) {
+        for (const std::string& problem : problems) {
+            Warn(problem);
+        }
     }
 
     // A sink may log facts about its input as a whole when it is closed. The log shows them only on

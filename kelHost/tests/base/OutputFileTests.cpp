@@ -7,17 +7,22 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/types.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -38,8 +43,9 @@ namespace {
 // System calls of the output, as the functions below see them.
 struct SystemCalls {
     std::vector<std::string> made;
-    bool replacesAlways = false;              // renameat2 fails, as on some file systems
-    std::function<void()> beforeNextRename{}; // what another process does at that moment
+    bool replacesAlways = false;                 // renameat2 fails, as on some file systems
+    std::function<void()> beforeTakingTheName{}; // what another process does at that moment
+    int flushError = 0;                          // of fsync
 };
 SystemCalls* g_calls = nullptr; // no test looks at them
 
@@ -61,8 +67,8 @@ void NoteCall(const std::string& call, const std::string& path) {
 }
 
 void MeetOtherProcess() {
-    if (g_calls != nullptr && g_calls->beforeNextRename) {
-        std::exchange(g_calls->beforeNextRename, nullptr)();
+    if (g_calls != nullptr && g_calls->beforeTakingTheName) {
+        std::exchange(g_calls->beforeTakingTheName, nullptr)();
     }
 }
 
@@ -106,6 +112,15 @@ std::string MakeDirectoryOfLength(const TemporaryDirectory& directory, std::size
     return path;
 }
 
+// With a temporary file that has no name, where that is possible, and one that has.
+class OutputFileWithName : public testing::TestWithParam<TemporaryName> {};
+
+INSTANTIATE_TEST_SUITE_P(From, OutputFileWithName,
+                         testing::Values(TemporaryName::None, TemporaryName::Requested),
+                         [](const auto& test) {
+                             return test.param == TemporaryName::None ? "None" : "Requested";
+                         });
+
 } // namespace
 
 // In place of the C library's functions, in this program only.
@@ -113,6 +128,10 @@ extern "C" {
 
 int fsync(int descriptor) {
     NoteCall("fsync", fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).string());
+    if (g_calls != nullptr && g_calls->flushError != 0) {
+        errno = g_calls->flushError;
+        return -1;
+    }
     return static_cast<int>(syscall(SYS_fsync, descriptor));
 }
 
@@ -123,59 +142,79 @@ int renameat2(int directory, const char* from, int otherDirectory, const char* t
         errno = EINVAL;
         return -1;
     }
+    MeetOtherProcess();
     return static_cast<int>(syscall(SYS_renameat2, directory, from, otherDirectory, to, flags));
 }
 
-int rename(const char* from, const char* to) noexcept {
-    NoteCall("rename", to);
+int linkat(int directory, const char* from, int otherDirectory, const char* to,
+           int flags) noexcept {
+    NoteCall("linkat", to);
     MeetOtherProcess();
-    return static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
-}
-
-int link(const char* from, const char* to) noexcept {
-    NoteCall("link", to);
-    MeetOtherProcess();
-    return static_cast<int>(syscall(SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0));
+    return static_cast<int>(syscall(SYS_linkat, directory, from, otherDirectory, to, flags));
 }
 }
 
-TEST(OutputFileTemporary, IsBesideTheNameWithTheSameExtension) {
+TEST(OutputFileTemporary, HasNoName) {
     const TemporaryDirectory directory;
-    struct Row {
-        std::string name;
-        std::string extension;
-    };
-    for (const Row& row : {Row{"take.AIFF", "\\.AIFF"}, Row{"take", ""}, Row{"a.b.rf64", "\\.rf64"},
-                           Row{".wav", ""}, Row{"take.", "\\."}}) {
-        SCOPED_TRACE(row.name);
-        const OutputFile output(directory / row.name, false);
-        EXPECT_EQ(output.Path(), directory / row.name);
-        const fs::path path = output.TemporaryPath();
-        EXPECT_EQ(path.parent_path(), directory.Path());
-        EXPECT_THAT(
-            path.filename().string(),
-            MatchesRegex("\\.kelhost-[0-9]+-[0-9a-f]{8}-[0-9A-Za-z]{6}\\.part" + row.extension));
-        EXPECT_THAT(directory.Names(), ElementsAre(path.filename().string()));
+    const int unnamed = open(directory.Path().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (unnamed < 0) {
+        GTEST_SKIP() << "this file system needs a name for every file";
     }
+    close(unnamed);
+    OutputFile output(directory / "take.wav", false);
+    EXPECT_EQ(output.Path(), directory / "take.wav");
+    WriteFile(output.TemporaryPath(), "whole");
+    EXPECT_THAT(directory.Names(), IsEmpty());
+    output.Commit();
+    EXPECT_EQ(ReadFile(directory / "take.wav"), "whole");
 }
 
-TEST(OutputFileTemporary, IsInTheCurrentDirectoryForABareName) {
+TEST(OutputFileTemporary, HasTheRequestedNameInAPrivateDirectory) {
+    const TemporaryDirectory directory;
+    const mode_t former = umask(0);
+    const OutputFile output(directory / "take.AIFF", false, TemporaryName::Requested);
+    umask(former);
+    EXPECT_EQ(fs::path(output.TemporaryPath()).filename(), "take.AIFF");
+    ASSERT_EQ(directory.Names().size(), 1U);
+    const std::string name = directory.Names().front();
+    EXPECT_THAT(name, MatchesRegex("\\.kelhost-[0-9]+-[0-9a-f]{8}-[0-9a-z]{6}\\.part"));
+    EXPECT_EQ(ModeOf(directory / name), 0700U);
+    EXPECT_TRUE(fs::is_regular_file(directory / (name + "/take.AIFF")));
+}
+
+TEST_P(OutputFileWithName, IsInTheCurrentDirectoryForABareName) {
     const TemporaryDirectory directory;
     const fs::path former = fs::current_path();
     fs::current_path(directory.Path());
-    OutputFile output("take.wav", false);
-    EXPECT_TRUE(fs::exists(directory / output.TemporaryPath()));
+    OutputFile output("take.wav", false, GetParam());
+    WriteFile(output.TemporaryPath(), "whole");
     output.Commit();
     fs::current_path(former);
     EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
+    EXPECT_EQ(ReadFile(directory / "take.wav"), "whole");
+}
+
+TEST_P(OutputFileWithName, IsCompletedInADirectoryThatIsRenamedMeanwhile) {
+    const TemporaryDirectory directory;
+    fs::create_directory(directory / "before");
+    {
+        OutputFile output(directory / "before/take.wav", false, GetParam());
+        const OutputFile lost(directory / "before/lost.wav", false, GetParam());
+        fs::rename(directory / "before", directory / "after");
+        output.Commit();
+    }
+    EXPECT_THAT(directory.Names(), ElementsAre("after"));
+    EXPECT_EQ(fs::directory_iterator(directory / "after")->path(), directory / "after/take.wav");
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory / "after"), {}), 1);
 }
 
 TEST(OutputFileMode, IsThatOfAPlainOpen) {
     const mode_t former = umask(0);
-    for (const mode_t mask : {0022U, 0077U, 0000U}) {
+    for (const mode_t mask : {0022U, 0077U, 0000U, 0777U}) {
         const TemporaryDirectory directory;
         umask(mask);
         OutputFile output(directory / "take.wav", false);
+        WriteFile(output.TemporaryPath(), "whole");
         output.Commit();
         EXPECT_EQ(ModeOf(directory / "take.wav"), 0666U & ~mask);
         EXPECT_EQ(umask(former), mask) << "the umask itself has changed";
@@ -183,25 +222,146 @@ TEST(OutputFileMode, IsThatOfAPlainOpen) {
     umask(former);
 }
 
-TEST(OutputFileMode, IsThatOfTheFileThatIsReplaced) {
-    for (const mode_t mode : {0600U, 0755U, 04755U, 02755U, 01644U}) {
+TEST(OutputFileAttributes, AreThoseOfTheReplacedFileWithoutItsSpecialModeBits) {
+    struct Row {
+        mode_t before;
+        mode_t after;
+    };
+    for (const Row& row : {Row{0600, 0600}, Row{0755, 0755}, Row{0444, 0444}, Row{04755, 0755},
+                           Row{02755, 0755}, Row{01644, 0644}}) {
         const TemporaryDirectory directory;
-        WriteFile(directory / "take.wav", "before");
-        ASSERT_EQ(chmod((directory / "take.wav").c_str(), mode), 0);
-        OutputFile output(directory / "take.wav", true);
+        const std::string file = directory / "take.wav";
+        WriteFile(file, "before");
+        ASSERT_EQ(setxattr(file.c_str(), "user.title", "Take 1", 6, 0), 0);
+        ASSERT_EQ(chmod(file.c_str(), row.before), 0);
+        OutputFile output(file, true);
+        EXPECT_THAT(output.Finish(), IsEmpty());
         output.Commit();
-        EXPECT_EQ(ModeOf(directory / "take.wav"), mode);
+        EXPECT_EQ(ModeOf(file), row.after);
+        std::array<char, 16> title{};
+        EXPECT_EQ(getxattr(file.c_str(), "user.title", title.data(), title.size()), 6);
+        EXPECT_STREQ(title.data(), "Take 1");
     }
 }
 
-TEST(OutputFileCommit, ReplacesWithPermissionAndOnlyThen) {
+TEST(OutputFileAttributes, IncludeTheOwner) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give files to others";
+    }
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take.wav", "before");
+    ASSERT_EQ(chown((directory / "take.wav").c_str(), 4321, 8765), 0);
+    OutputFile output(directory / "take.wav", true);
+    EXPECT_THAT(output.Finish(), IsEmpty());
+    output.Commit();
+    struct stat status {};
+    ASSERT_EQ(stat((directory / "take.wav").c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 4321U);
+    EXPECT_EQ(status.st_gid, 8765U);
+}
+
+TEST(OutputFileAttributes, ThatCannotBePreservedAreNamed) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can make a file of another user, and become a third one";
+    }
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take.wav", "before");
+    ASSERT_EQ(chown((directory / "take.wav").c_str(), 4321, 8765), 0);
+    ASSERT_EQ(chmod((directory / "take.wav").c_str(), 0664), 0);
+    ASSERT_EQ(chmod(directory.Path().c_str(), 0777), 0);
+    // Set-user-id of one thread only, which the C library's function would set for all.
+    ASSERT_EQ(syscall(SYS_setresuid, -1, 1234, -1), 0);
+    {
+        OutputFile output(directory / "take.wav", true);
+        EXPECT_THAT(output.Finish(),
+                    ElementsAre(directory / "take.wav: cannot preserve of the replaced file: "
+                                            "group, owner"));
+        output.Commit();
+    }
+    ASSERT_EQ(syscall(SYS_setresuid, -1, 0, -1), 0);
+    EXPECT_EQ(ModeOf(directory / "take.wav"), 0644U) << "its group gets what all others had";
+}
+
+// See acl(5) for the entries, and the kernel's posix_acl_xattr.h for their form.
+std::string AccessList(std::uint16_t ownerPermissions, std::uint16_t groupPermissions) {
+    struct Entry {
+        std::uint16_t tag;
+        std::uint16_t permissions;
+        std::uint32_t id;
+    };
+    constexpr std::uint32_t kNone = 0xFFFFFFFF;
+    const Entry entries[] = {{0x01, ownerPermissions, kNone}, // the owner
+                             {0x02, 6, 4321},                 // a user
+                             {0x04, groupPermissions, kNone}, // the group
+                             {0x10, 6, kNone},                // the mask
+                             {0x20, 0, kNone}};               // others
+    const std::uint32_t version = 2;
+    std::string bytes(reinterpret_cast<const char*>(&version), sizeof version);
+    return bytes.append(reinterpret_cast<const char*>(entries), sizeof entries);
+}
+
+std::string AttributeOf(const std::string& file, const char* name) {
+    std::array<char, 256> value{};
+    const ssize_t size = getxattr(file.c_str(), name, value.data(), value.size());
+    return size < 0 ? "none" : std::string(value.data(), static_cast<std::size_t>(size));
+}
+
+TEST(OutputFileAttributes, IncludeTheAccessControlList) {
+    const TemporaryDirectory directory;
+    const std::string list = AccessList(6, 4);
+    for (const bool hasList : {true, false}) {
+        const std::string file = directory / (hasList ? "with.wav" : "without.wav");
+        WriteFile(file, "before");
+        if (hasList) {
+            if (setxattr(file.c_str(), "system.posix_acl_access", list.data(), list.size(), 0) !=
+                0) {
+                GTEST_SKIP() << "this file system has no access control lists";
+            }
+            // For new files, not for the replaced one.
+            const std::string other = AccessList(7, 7);
+            ASSERT_EQ(setxattr(directory.Path().c_str(), "system.posix_acl_default", other.data(),
+                               other.size(), 0),
+                      0);
+        }
+        const std::string before = AttributeOf(file, "system.posix_acl_access");
+        const mode_t mode = ModeOf(file);
+        if (!hasList) {
+            ASSERT_EQ(removexattr(file.c_str(), "system.posix_acl_access"), 0);
+            ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+        }
+        OutputFile output(file, true);
+        EXPECT_THAT(output.Finish(), IsEmpty());
+        output.Commit();
+        EXPECT_EQ(AttributeOf(file, "system.posix_acl_access"), hasList ? before : "none");
+        EXPECT_EQ(ModeOf(file), hasList ? mode : 0640U);
+    }
+}
+
+TEST_P(OutputFileWithName, GetsTheDefaultListOfItsDirectory) {
+    const TemporaryDirectory directory;
+    const std::string list = AccessList(7, 7);
+    if (setxattr(directory.Path().c_str(), "system.posix_acl_default", list.data(), list.size(),
+                 0) != 0) {
+        GTEST_SKIP() << "this file system has no access control lists";
+    }
+    const int plain = open((directory / "plain").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666);
+    ASSERT_GE(plain, 0);
+    close(plain);
+    OutputFile output(directory / "take.wav", false, GetParam());
+    output.Commit();
+    EXPECT_NE(AttributeOf(directory / "plain", "system.posix_acl_access"), "none");
+    EXPECT_EQ(AttributeOf(directory / "take.wav", "system.posix_acl_access"),
+              AttributeOf(directory / "plain", "system.posix_acl_access"));
+}
+
+TEST_P(OutputFileWithName, ReplacesWithPermissionAndOnlyThen) {
     const TemporaryDirectory directory;
     WriteFile(directory / "take.wav", "before");
     EXPECT_EQ(RefusalOf(directory / "take.wav", false),
               directory / "take.wav: exists already; use --force to replace it");
     EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
 
-    OutputFile output(directory / "take.wav", true);
+    OutputFile output(directory / "take.wav", true, GetParam());
     WriteFile(output.TemporaryPath(), "after");
     EXPECT_EQ(ReadFile(directory / "take.wav"), "before");
     output.Commit();
@@ -209,14 +369,14 @@ TEST(OutputFileCommit, ReplacesWithPermissionAndOnlyThen) {
     EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
 }
 
-TEST(OutputFileCommit, DoesNotReplaceADirectoryThatAppearedMeanwhile) {
+TEST_P(OutputFileWithName, DoesNotReplaceADirectoryThatAppearedMeanwhile) {
     for (const bool replace : {false, true}) {
         const TemporaryDirectory directory;
         {
-            OutputFile output(directory / "take.wav", replace);
+            OutputFile output(directory / "take.wav", replace, GetParam());
             fs::create_directory(directory / "take.wav");
             EXPECT_EQ(CommitErrorOf(output),
-                      directory / "take.wav: cannot rename the file from its temporary name: " +
+                      directory / "take.wav: cannot give the file its name: " +
                           (replace ? "Is a directory" : "File exists"));
         }
         EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
@@ -224,61 +384,112 @@ TEST(OutputFileCommit, DoesNotReplaceADirectoryThatAppearedMeanwhile) {
     }
 }
 
-TEST(OutputFileCommit, FlushesTheFileBeforeItsRenameAndTheDirectoryAfterIt) {
+TEST(OutputFileCommit, FollowsTheFlushOfTheFileAndPrecedesThatOfTheDirectory) {
     const TemporaryDirectory directory;
     OutputFile output(directory / "take.wav", false);
-    const std::string temporaryPath = output.TemporaryPath();
+    const std::string file = fs::read_symlink(output.TemporaryPath()).string();
     const RecordedCalls recorded;
+    output.Flush();
     output.Commit();
-    EXPECT_THAT(recorded.calls.made,
-                ElementsAre("fsync " + temporaryPath, "renameat2 " + (directory / "take.wav"),
-                            "fsync " + directory.Path().string()));
+    EXPECT_THAT(recorded.calls.made, ElementsAre("fsync " + file, "linkat take.wav",
+                                                 "fsync " + directory.Path().string()));
 }
 
-TEST(OutputFileCommit, DoesNotReplaceAFileThatAppearsMeanwhile) {
+TEST(OutputFileFlush, WarnsWhereTheFileSystemDoesNotSupportIt) {
+    const TemporaryDirectory directory;
+    for (const int error : {EPERM, EOPNOTSUPP, EINVAL}) {
+        OutputFile output(directory / "take.wav", true);
+        RecordedCalls recorded;
+        recorded.calls.flushError = error;
+        EXPECT_THAT(output.Flush(),
+                    ElementsAre(directory / "take.wav: cannot flush the file to disk: " +
+                                std::generic_category().message(error) +
+                                "; a power failure may lose it"));
+        output.Commit();
+        EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
+    }
+}
+
+TEST_P(OutputFileWithName, DoesNotReplaceAFileThatAppearsMeanwhile) {
     for (const bool isOldFileSystem : {false, true}) {
         SCOPED_TRACE(isOldFileSystem);
         const TemporaryDirectory directory;
-        const auto appear = [&] {
-            WriteFile(directory / "take.wav", "theirs");
-        };
         {
-            OutputFile output(directory / "take.wav", false);
+            OutputFile output(directory / "take.wav", false, GetParam());
             RecordedCalls recorded;
             recorded.calls.replacesAlways = isOldFileSystem;
-            if (isOldFileSystem) {
-                recorded.calls.beforeNextRename = appear; // at the last moment
-            } else {
-                appear();
-            }
+            recorded.calls.beforeTakingTheName = [&] { // at the last moment
+                WriteFile(directory / "take.wav", "theirs");
+            };
             EXPECT_EQ(CommitErrorOf(output),
-                      directory /
-                          "take.wav: cannot rename the file from its temporary name: File exists");
+                      directory / "take.wav: cannot give the file its name: File exists");
         }
         EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
         EXPECT_EQ(ReadFile(directory / "take.wav"), "theirs");
     }
 }
 
-TEST(OutputFileCommit, FailsWhenTheTemporaryFileIsGone) {
+TEST(OutputFileFlush, FailsWhenTheWriterHasRemovedTheFile) {
     const TemporaryDirectory directory;
     {
-        OutputFile output(directory / "take.wav", false);
+        OutputFile output(directory / "take.wav", false, TemporaryName::Requested);
         fs::remove(output.TemporaryPath());
-        EXPECT_EQ(CommitErrorOf(output),
+        EXPECT_EQ(JobErrorOf([&] { output.Flush(); }),
                   directory / "take.wav: cannot flush the file to disk: No such file or directory");
     }
     EXPECT_THAT(directory.Names(), IsEmpty());
 }
 
+TEST(OutputFileFlush, FollowsAWriterThatReplacesTheFile) {
+    const TemporaryDirectory directory;
+    const mode_t former = umask(0777); // so that Commit must set the mode of the new file
+    OutputFile output(directory / "take.wav", false, TemporaryName::Requested);
+    umask(former);
+    WriteFile(output.TemporaryPath() + "~", "new");
+    fs::rename(output.TemporaryPath() + "~", output.TemporaryPath());
+    output.Flush();
+    output.Commit();
+    EXPECT_EQ(ModeOf(directory / "take.wav"), 0U);
+}
+
+// Another user may change the names in a directory without the sticky bit at any moment.
+TEST(OutputFileInASharedDirectory, IsNotConfusedByASwappedPrivateDirectory) {
+    const TemporaryDirectory directory;
+    const TemporaryDirectory victim;
+    WriteFile(victim / "take.wav", "of another");
+    ASSERT_EQ(chmod((victim / "take.wav").c_str(), 0600), 0);
+    {
+        OutputFile output(directory / "take.wav", false, TemporaryName::Requested);
+        const std::string name = directory.Names().front();
+        fs::rename(directory / name, directory / "taken away");
+        fs::create_directory_symlink(victim.Path(), directory / name);
+        WriteFile(output.TemporaryPath(), "whole");
+        output.Finish();
+        output.Commit();
+        EXPECT_EQ(ReadFile(directory / "take.wav"), "whole");
+    }
+    EXPECT_EQ(ReadFile(victim / "take.wav"), "of another");
+    EXPECT_EQ(ModeOf(victim / "take.wav"), 0600U);
+}
+
+TEST(OutputFileInASharedDirectory, DoesNotPassOnTheModeOfALink) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take.wav", "before");
+    OutputFile output(directory / "take.wav", true);
+    fs::remove(directory / "take.wav");
+    fs::create_symlink("nowhere", directory / "take.wav");
+    EXPECT_EQ(JobErrorOf([&] { output.Finish(); }),
+              directory / "take.wav: is not a regular file any more; name another output");
+}
+
 TEST(OutputFilesOfAnEndedProcess, AreRemovedAndNoOthers) {
     const TemporaryDirectory directory;
     WriteFile(directory / "other", "");
-    const OutputFile own(directory / "own.wav", false);
+    const OutputFile own(directory / "own.wav", false, TemporaryName::Requested);
     const pid_t process = fork();
     if (process == 0) {
-        const OutputFile first(directory / "first.wav", false);
-        const OutputFile second(directory / "second.aiff", false);
+        const OutputFile first(directory / "first.wav", false, TemporaryName::Requested);
+        const OutputFile second(directory / "second.aiff", false, TemporaryName::Requested);
         _exit(directory.Names().size() == 4 ? 0 : 1);
     }
     int status = 0;
@@ -291,8 +502,7 @@ TEST(OutputFilesOfAnEndedProcess, AreRemovedAndNoOthers) {
     WriteFile(directory / elsewhere, "");
     RemoveTemporaryFiles(directory.Path().string(), process);
     EXPECT_THAT(directory.Names(),
-                UnorderedElementsAre("other", elsewhere,
-                                     fs::path(own.TemporaryPath()).filename().string()));
+                UnorderedElementsAre("other", elsewhere, MatchesRegex("\\.kelhost-.*\\.part")));
 }
 
 TEST(OutputFileRefusal, NamesADirectoryThatIsMissingOrAFile) {
@@ -311,10 +521,14 @@ TEST(OutputFileRefusal, MeetsOtherThingsThanRegularFiles) {
     ASSERT_EQ(mkfifo((directory / "fifo.wav").c_str(), 0600), 0);
     fs::create_symlink("/dev/null", directory / "device.wav");
     fs::create_symlink("directory.wav", directory / "link.wav");
-    for (const char* name : {"directory.wav", "fifo.wav", "device.wav", "link.wav"}) {
-        for (const bool replace : {false, true}) {
+    for (const bool replace : {false, true}) {
+        for (const char* name : {"fifo.wav", "device.wav"}) {
             EXPECT_EQ(RefusalOf(directory / name, replace),
                       (directory / name) + ": is not a regular file; name another output");
+        }
+        for (const char* name : {"directory.wav", "link.wav", "missing/", "directory.wav/."}) {
+            EXPECT_EQ(RefusalOf(directory / name, replace),
+                      (directory / name) + ": is a directory; name a file in it");
         }
     }
     EXPECT_EQ(RefusalOf("/dev/null", true),
@@ -323,22 +537,28 @@ TEST(OutputFileRefusal, MeetsOtherThingsThanRegularFiles) {
     EXPECT_TRUE(fs::is_fifo(directory / "fifo.wav"));
 }
 
-TEST(OutputFileLinks, AreReplacedThemselvesAndOnlyWithPermission) {
+TEST_P(OutputFileWithName, FollowsALinkAndReplacesItsTargetWithPermission) {
     const TemporaryDirectory directory;
-    WriteFile(directory / "target.wav", "target");
-    for (const char* target : {"target.wav", "missing.wav"}) {
-        fs::remove(directory / "take.wav");
-        fs::create_symlink(target, directory / "take.wav");
-        EXPECT_EQ(RefusalOf(directory / "take.wav", false),
-                  directory / "take.wav: exists already; use --force to replace it");
-        OutputFile output(directory / "take.wav", true);
-        WriteFile(output.TemporaryPath(), "new");
-        output.Commit();
-        EXPECT_FALSE(fs::is_symlink(directory / "take.wav"));
-        EXPECT_EQ(ReadFile(directory / "take.wav"), "new");
-    }
-    EXPECT_EQ(ReadFile(directory / "target.wav"), "target");
-    EXPECT_THAT(directory.Names(), UnorderedElementsAre("take.wav", "target.wav"));
+    fs::create_directory(directory / "elsewhere");
+    WriteFile(directory / "elsewhere/target.wav", "target");
+    fs::create_symlink("elsewhere/target.wav", directory / "take.wav");
+    EXPECT_EQ(RefusalOf(directory / "take.wav", false),
+              directory / "take.wav: exists already; use --force to replace it");
+    OutputFile output(directory / "take.wav", true, GetParam());
+    WriteFile(output.TemporaryPath(), "new");
+    output.Commit();
+    EXPECT_TRUE(fs::is_symlink(directory / "take.wav"));
+    EXPECT_EQ(ReadFile(directory / "elsewhere/target.wav"), "new");
+    EXPECT_THAT(directory.Names(), UnorderedElementsAre("take.wav", "elsewhere"));
+}
+
+TEST(OutputFileRefusal, MeetsALinkWithoutATarget) {
+    const TemporaryDirectory directory;
+    fs::create_symlink("missing.wav", directory / "take.wav");
+    EXPECT_EQ(RefusalOf(directory / "take.wav", true),
+              directory / "take.wav: cannot follow the symbolic link: No such file or directory; "
+                          "remove it or name another output");
+    EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
 }
 
 TEST(OutputFileShortage, IsALimitOfTheFileSizeThatIsReached) {
@@ -380,25 +600,28 @@ TEST(OutputFileSpace, IsRequired) {
                              "nothing was written"));
 }
 
-TEST(OutputFilePath, MayHave1023BytesAndNoMoreAlsoUnderItsTemporaryName) {
+TEST_P(OutputFileWithName, MayHaveAPathOf1023BytesAndNoMore) {
     const TemporaryDirectory directory;
     const std::string deep = MakeDirectoryOfLength(directory, 1023 - 101);
     const std::string longest = deep + "/" + std::string(96, 'n') + ".wav";
     ASSERT_EQ(longest.size(), 1023U);
-    OutputFile(longest, false).Commit();
+    OutputFile(longest, false, GetParam()).Commit();
     EXPECT_TRUE(fs::exists(longest));
 
     const std::string tooLong = deep + "/" + std::string(97, 'n') + ".wav";
     EXPECT_EQ(RefusalOf(tooLong, false),
               tooLong + ": the path is longer than 1023 bytes; change to its directory or use a "
                         "shorter name");
-    // The temporary name is longer than this one.
-    const std::string deeper = MakeDirectoryOfLength(directory, 1023 - 6);
-    EXPECT_EQ(RefusalOf(deeper + "/a.wav", false),
-              deeper +
-                  "/a.wav: the path of its temporary file would be longer than 1023 bytes; change "
-                  "to its directory");
-    EXPECT_TRUE(fs::is_empty(deeper));
+}
+
+TEST_P(OutputFileWithName, MayHaveANameOf255BytesAndNoMore) {
+    const TemporaryDirectory directory;
+    const std::string longest = directory / (std::string(251, 'n') + ".wav");
+    OutputFile(longest, false, GetParam()).Commit();
+    EXPECT_TRUE(fs::exists(longest));
+    const std::string tooLong = directory / (std::string(252, 'n') + ".wav");
+    EXPECT_EQ(JobErrorOf([&] { const OutputFile output(tooLong, false, GetParam()); }),
+              tooLong + ": cannot create the file: File name too long");
 }
 
 TEST(RequireDifferentFiles, LooksThroughNamesAndLinks) {

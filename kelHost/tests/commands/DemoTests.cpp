@@ -72,12 +72,20 @@ TEST(Demonstration, CopiesAnAudibleToneIntoEveryFormat) {
     }
 }
 
-TEST(Demonstration, MakesItsDirectoryAndReplacesTheFilesOfAFormerOne) {
+TEST(Demonstration, ReplacesFilesOnlyWithForce) {
     const TemporaryDirectory directory;
     std::filesystem::create_directories(directory / "new/deep");
     WriteFile(directory / "new/deep/copy.wav", "before");
     WriteFile(directory / "new/deep/other", "other");
-    ExpectResult(RunKelhost(directory, {"demo", "new/deep"}), 0, Report("new/deep"), "");
+    WriteFile(directory / "new/deep/tone.wav", "before");
+    ExpectResult(RunKelhost(directory, {"demo", "new/deep"}), 1, "",
+                 Error("new/deep/tone.wav", "exists already; use --force to replace it"));
+    EXPECT_EQ(ReadFile(directory / "new/deep/tone.wav"), "before");
+    std::filesystem::remove(directory / "new/deep/tone.wav");
+    EXPECT_EQ(RunKelhost(directory, {"demo", "new/deep"}).err,
+              Error("new/deep/copy.wav", "exists already; use --force to replace it"));
+    EXPECT_EQ(ReadFile(directory / "new/deep/copy.wav"), "before");
+    ExpectResult(RunKelhost(directory, {"demo", "new/deep", "--force"}), 0, Report("new/deep"), "");
     EXPECT_EQ(SortedNames(directory / "new/deep"),
               (Names{"copy.aiff", "copy.rf64", "copy.wav", "other", "tone.wav"}));
     EXPECT_EQ(ReadAudio(directory / "new/deep/copy.wav").values.size(), 2U * 192000);
@@ -90,7 +98,7 @@ TEST(Demonstration, LeavesOtherThingsUnderItsNamesAsTheyAre) {
                  Error("file", "cannot create the directory: Not a directory"));
     std::filesystem::create_directories(directory / "d/tone.wav");
     ExpectResult(RunKelhost(directory, {"demo", "d"}), 1, "",
-                 Error("d/tone.wav", "is not a regular file; name another output"));
+                 Error("d/tone.wav", "is a directory; name a file in it"));
     EXPECT_EQ(SortedNames(directory / "d"), Names{"tone.wav"});
 }
 

@@ -76,7 +76,7 @@ TEST(SkipExisting, SkipsOnlyFilesThatAreNotTheInput) {
         std::string error;
     };
     for (const Row& row :
-         {Row{"directory.wav", "is not a regular file; name another output"},
+         {Row{"directory.wav", "is a directory; name a file in it"},
           Row{"dangling.wav", "exists already; use --force to replace it"},
           Row{"./take.wav", "is the same file as the input take.wav; name another output"}}) {
         ExpectResult(RunKelhost(directory, {"copy", "--skip-existing", "take.wav", row.output}), 1,

@@ -33,6 +33,13 @@ void WaitFor(const std::function<bool()>& happened, const RunningProcess& proces
     ASSERT_TRUE(happened()) << "the process has ended before";
 }
 
+// Has a command run on a file system where every file needs a name, so that tests see unfinished
+// outputs and the processes that write them.
+void NeedNames(Command& command) {
+    DisturbSystem(command);
+    command.environment["KEL_TEST_NAMED_FILES"] = "1";
+}
+
 bool HasUnfinishedOutput(const TemporaryDirectory& directory) {
     for (const std::string& name : directory.Names()) {
         if (name.rfind(".kelhost-", 0) == 0) {
@@ -49,6 +56,7 @@ public:
         WriteFile(m_directory / "in.wav", "1000 2 48000\n");
         command =
             Kelhost(m_directory, Arguments{"--plugin", TestPlugin("kelFaultyElements")} + words);
+        NeedNames(command);
         command.environment["KEL_TEST_FAULT"] = "source waits while reading";
         command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
         command.environment["KEL_TEST_GO_ON"] = m_signs / "go on";
@@ -60,7 +68,8 @@ public:
     void Start() {
         m_process.emplace(command);
         WaitFor([this] { return fs::exists(m_signs / "waiting"); }, *m_process);
-        ASSERT_TRUE(HasUnfinishedOutput(m_directory));
+        const bool needsNames = command.environment["KEL_TEST_NAMED_FILES"] != "";
+        ASSERT_EQ(HasUnfinishedOutput(m_directory), needsNames);
     }
 
     RunningProcess& Process() { return *m_process; }
@@ -98,6 +107,7 @@ public:
             Kelhost(m_directory, {"copy", "--plugin", TestPlugin("kelFaultyElements"), "a.wav",
                                   "b.wav", "c.wav", "--output-dir", "out", "--jobs", "2",
                                   before == Before::Replaced ? "--force" : "--skip-existing"});
+        NeedNames(m_command);
         m_command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
         m_command.environment["KEL_TEST_GO_ON"] = m_signs / "go on";
         m_command.ignoredSignals = ignoredSignals;
@@ -191,6 +201,20 @@ TEST(Signal, EndsACopyOrARunAndLeavesExistingFilesAsTheyAre) {
     }
 }
 
+TEST(Signal, ThatKillsTheHostLeavesNothingWhereFilesNeedNoNames) {
+    WaitingCopy copy;
+    const int unnamed = open(copy.Directory().Path().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (unnamed < 0) {
+        GTEST_SKIP() << "this file system needs a name for every file";
+    }
+    close(unnamed);
+    copy.command.environment["KEL_TEST_NAMED_FILES"] = "";
+    copy.Start();
+    copy.Process().Signal(SIGKILL);
+    EXPECT_EQ(copy.Process().Wait().status, -SIGKILL);
+    EXPECT_EQ(SortedNames(copy.Directory()), Names{"in.wav"});
+}
+
 TEST(Signal, EndsACopyOfAFifoThatDeliversNoMore) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav", 20000);
@@ -198,7 +222,9 @@ TEST(Signal, EndsACopyOfAFifoThatDeliversNoMore) {
     // For both directions, so that it is open before there is a reader.
     const int fifo = open((directory / "fifo.wav").c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_EQ(write(fifo, ReadFile(directory / "take.wav").data(), 20000), 20000);
-    RunningProcess process(Kelhost(directory, {"copy", "fifo.wav", "out.wav"}));
+    Command command = Kelhost(directory, {"copy", "fifo.wav", "out.wav"});
+    NeedNames(command);
+    RunningProcess process(command);
     WaitFor([&] { return HasUnfinishedOutput(directory); }, process);
     process.Signal(SIGINT);
     ExpectResult(process.Wait(), 130, "", kInterrupted);
@@ -301,7 +327,7 @@ TEST(BatchSignal, ThatKillsTheHostEndsItsWorkersAndLeavesABatchThatCanBeContinue
     const Names unfinished = batch.Unfinished();
     ASSERT_EQ(unfinished.size(), 2U);
     for (const std::string& name : unfinished) {
-        EXPECT_EQ(WithoutRandomNames(name), ".kelhost-XXXXXX.part.wav");
+        EXPECT_EQ(WithoutRandomNames(name), ".kelhost-XXXXXX.part");
     }
     EXPECT_FALSE(fs::exists(batch.Output("b.wav")));
     const auto written = fs::last_write_time(batch.Output("a.wav"));
@@ -316,7 +342,7 @@ TEST(BatchSignal, ThatKillsTheHostEndsItsWorkersAndLeavesABatchThatCanBeContinue
     // The second host cannot know that the processes of the first are gone.
     EXPECT_EQ(batch.Unfinished(), unfinished);
     for (const std::string& name : unfinished) {
-        fs::remove(batch.Output(name));
+        fs::remove_all(batch.Output(name));
     }
     batch.ExpectOutputs({WaitingBatch::kWhole, WaitingBatch::kWhole, WaitingBatch::kWhole});
 }

@@ -32,7 +32,8 @@ struct Fault {
     std::string call;
     int number = 1;
     bool lasts = false;
-    std::string file = ".kelhost-"; // an unfinished output
+    std::string file = "unfinished";
+    bool isNamed = false; // the output has a temporary name
 };
 
 // The bytes of an undisturbed copy.
@@ -62,6 +63,7 @@ public:
         DisturbSystem(m_command);
         m_command.environment["KEL_TEST_FAULTY_CALL"] = fault.call;
         m_command.environment["KEL_TEST_FAULTY_FILE"] = fault.file;
+        m_command.environment["KEL_TEST_NAMED_FILES"] = fault.isNamed ? "1" : "";
         m_command.environment["KEL_TEST_FAULTY_NUMBER"] = std::to_string(fault.number);
         m_command.environment["KEL_TEST_FAULT_LASTS"] = fault.lasts ? "1" : "";
         m_command.environment["KEL_TEST_FAULT_MARKER"] = m_marker / "marker";
@@ -160,17 +162,23 @@ Tally FailAtEach(const std::string& output, Fault fault, const Arguments& option
 struct Case {
     std::string call;
     std::string file;
+    bool isNamed = false;
+
+    Fault First(bool lasts) const { return {call, 1, lasts, file, isNamed}; }
 };
 
 void PrintTo(const Case& value, std::ostream* stream) {
-    *stream << value.call << " on " << value.file;
+    *stream << value.call << " on " << (value.isNamed ? "named " : "") << value.file;
 }
 
 std::vector<Case> EveryCase() {
     std::vector<Case> cases;
     for (const char* call : {"open", "close", "fstat", "lseek", "read", "write", "ftruncate",
-                             "fsync", "chmod", "renameat2", "rename"}) {
-        cases.push_back({call, ".kelhost-"});
+                             "fsync", "openat", "linkat"}) {
+        cases.push_back({call, "unfinished"});
+    }
+    for (const char* call : {"mkdirat", "openat", "fstat", "renameat2"}) {
+        cases.push_back({call, "unfinished", true});
     }
     for (const char* call : {"open", "close", "fstat", "lseek", "read"}) {
         cases.push_back({call, "in.wav"});
@@ -184,17 +192,18 @@ class SystemFault : public testing::TestWithParam<std::string> {};
 } // namespace
 
 TEST_P(EachSystemCall, ThatFailsOnceLeavesNothingOrAWholeFile) {
-    FailAtEach("out.wav", {GetParam().call, 1, false, GetParam().file}, {"--verify"});
+    FailAtEach("out.wav", GetParam().First(false), {"--verify"});
 }
 
 TEST_P(EachSystemCall, ThatFailsFromThenOnLeavesNothingOrAWholeFile) {
-    FailAtEach("out.aiff", {GetParam().call, 1, true, GetParam().file});
+    FailAtEach("out.aiff", GetParam().First(true));
 }
 
 INSTANTIATE_TEST_SUITE_P(Calls, EachSystemCall, testing::ValuesIn(EveryCase()),
                          [](const auto& test) {
-                             return test.param.call +
-                                    (test.param.file == "in.wav" ? "_input" : "_output");
+                             return test.param.call + (test.param.file == "in.wav" ? "_input"
+                                                       : test.param.isNamed        ? "_named"
+                                                                                   : "_output");
                          });
 
 TEST_P(SystemFault, InAnyWriteLeavesNothing) {
@@ -211,13 +220,15 @@ TEST_P(SystemFault, IsReportedAndLeavesExistingFilesAsTheyAre) {
     for (const Row& row :
          {Row{{"open"}, ""}, Row{{"fstat"}, ""}, Row{{"write", 1, true}, ""},
           Row{{"fsync"}, "cannot flush the file to disk: Input/output error\n"},
-          Row{{"chmod"}, "cannot set the mode of the file: Operation not permitted\n"},
-          Row{{"rename"},
-              "cannot rename the file from its temporary name: Read-only file system\n"},
+          Row{{"fchmod"}, "cannot set the mode of the file: Operation not permitted\n"},
+          Row{{"linkat"}, "cannot give the file its name: Read-only file system\n"},
+          Row{{"renameat", 1, false, "unfinished", true},
+              "cannot give the file its name: Read-only file system\n"},
           Row{{"read"}, "cannot read the file back: Input/output error\n"}}) {
         SCOPED_TRACE(row.fault.call);
         const FaultyRun copy(GetParam(), row.fault, {"--force"});
         WriteFile(copy.Directory() / GetParam(), "before");
+        fs::permissions(copy.Directory() / GetParam(), fs::perms::owner_all);
         const ProcessResult result = copy.Run();
         EXPECT_EQ(result.status, 1);
         const std::string begin = "kelhost: " + GetParam() + ": " + row.error;
@@ -229,7 +240,7 @@ TEST_P(SystemFault, IsReportedAndLeavesExistingFilesAsTheyAre) {
 }
 
 TEST_P(SystemFault, InRenamingWithoutReplacingHasAFallback) {
-    const FaultyRun copy(GetParam(), {"renameat2"});
+    const FaultyRun copy(GetParam(), {"renameat2", 1, false, "unfinished", true});
     copy.ExpectWhole(copy.Run());
     EXPECT_TRUE(copy.HasFailed());
     EXPECT_EQ(fs::hard_link_count(copy.Directory() / GetParam()), 1U);
@@ -268,7 +279,7 @@ TEST(SystemFaultText, NamesTheLimitOfTheFileSize) {
     ExpectResult(
         RunCommand(command), 1, "",
         Error("out.wav",
-              "cannot open for writing: [Unable to open file \".kelhost-XXXXXX.part.wav\" with "
+              "cannot open for writing: [Unable to open file \"out.wav\" with "
               "libsndfile. Error is:\"System error : File too large.\"]; files are limited to 0 "
               "bytes (ulimit -f)"));
     EXPECT_EQ(SortedNames(directory), Names{"in.wav"});

@@ -109,7 +109,7 @@ inline void DisturbSystem(Command& command) {
     command.environment["ASAN_OPTIONS"] =
         std::string(sanitizerOptions != nullptr ? sanitizerOptions : "") +
         ":verify_asan_link_order=0";
-    command.environment["KEL_TEST_FAULTY_FILE"] = ".kelhost-"; // an unfinished output
+    command.environment["KEL_TEST_FAULTY_FILE"] = "unfinished"; // an output
 }
 
 /// Expects an exit status and exact texts; random parts of temporary names read as XXXXXX.

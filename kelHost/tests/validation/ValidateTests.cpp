@@ -168,11 +168,16 @@ TEST(Validate, WritesAReportInXML) {
     const std::string plugin = directory / "a & <b>/libkelBroken-throws-another-error.so";
     fs::create_symlink(TestPlugin("kelBroken"), plugin);
     WriteFile(directory / "report.xml", "an older one");
-    const ProcessResult result =
-        RunKelhost(directory, {"validate", plugin, "--seed", "7", "--junit", "report.xml",
-                               "--check", "plugin.loads", "--check", "source.seek-outside",
-                               "--check", "source.missing-file"});
-    EXPECT_EQ(result.status, 1);
+    const Arguments command{"validate", plugin,
+                            "--seed",   "7",
+                            "--junit",  "report.xml",
+                            "--check",  "plugin.loads",
+                            "--check",  "source.seek-outside",
+                            "--check",  "source.missing-file"};
+    ExpectResult(RunKelhost(directory, command), 1, "",
+                 Error("report.xml", "exists already; use --force to replace it"));
+    EXPECT_EQ(ReadFile(directory / "report.xml"), "an older one");
+    EXPECT_EQ(RunKelhost(directory, command + Arguments{"--force"}).status, 1);
     EXPECT_EQ(
         ReadJUnit(directory / "report.xml"),
         "testsuites " + plugin + " 3 1 1 7\n" +
