@@ -14,8 +14,8 @@
 // - KEL_TEST_STRAY_CLOSE_MARKER: path of a file that is made when an unknown descriptor is
 //   closed
 // - KEL_TEST_NAMED_FILES: if set, every file needs a name from the start, as on some file systems
-// - KEL_TEST_DISK_ROOM: free bytes of every disk; "unknown" has zeros reported for everything, as by
-//   file systems in memory
+// - KEL_TEST_DISK_ROOM: free bytes of every disk; "unknown" has zeros reported for everything,
+//   as by file systems in memory
 // - KEL_TEST_SPARSE: if set, zeros in an unfinished output become holes, so that large outputs of
 //   silence take no space
 // - KEL_TEST_RAISED_RIGHTS: if set, secure_getenv returns nothing, as in a process with more rights

@@ -13,6 +13,7 @@
 #include <ios>
 #include <link.h>
 #include <string>
+#include <sys/auxv.h>
 #include <vector>
 
 namespace kel::host {
@@ -71,6 +72,14 @@ private:
     ElfW(Ehdr) m_header{}; // zeros in a file that is too short
 };
 
+// Compares with the library that the kernel maps into every process, see vdso(7). The file of the
+// program is not always accessible.
+bool IsForThisProcessor(const ElfW(Ehdr) & header) {
+    const unsigned long address = getauxval(AT_SYSINFO_EHDR);
+    return address == 0 || // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel passes a number
+           header.e_machine == reinterpret_cast<const ElfW(Ehdr)*>(address)->e_machine;
+}
+
 } // namespace
 
 std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& file) {
@@ -116,7 +125,7 @@ std::string FindLoadObstacle(const std::filesystem::path& file) {
         if (!library.IsLibrary()) {
             return "";
         }
-        if (library.Header().e_machine != LibraryFile("/proc/self/exe").Header().e_machine) {
+        if (!IsForThisProcessor(library.Header())) {
             return "it is for another processor";
         }
         for (unsigned i = 0; i < library.Header().e_phnum; ++i) {
