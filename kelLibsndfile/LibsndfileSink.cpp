@@ -374,7 +374,11 @@ LibsndfileSink::CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContain
     // Intentional: the candidates are created but not proposed, because the producer chooses
     // itself.
     [[maybe_unused]] const auto candidates = MakeCandidates();
-    const std::shared_ptr<const IAudioInfo> audioInfo = input->GetAudioInfos().front();
+    // The list is a new one and may differ from the first where the container is not kelCore's.
+    const auto audioInfos = input->GetAudioInfos();
+    const std::shared_ptr<const IAudioInfo> audioInfo =
+        audioInfos.empty() ? nullptr : audioInfos.front();
+    KEL_CHECK_POINTER(audioInfo, "LibsndfileSink got no audio info");
     const auto pcmAudioParams = PCMParametersOf(*audioInfo);
     std::map<std::string, std::vector<std::shared_ptr<const IEncodingParameters>>> proposals;
     proposals[audioInfo->GetId()] = {};
@@ -450,7 +454,11 @@ void LibsndfileSink::PushSample(std::shared_ptr<const ISampleContainer> containe
     // order.
     KEL_CHECK_EQUAL(samples.size(), 1U, "More than one audio sample received! This is forbidden");
 
-    const std::shared_ptr<const IBuffer> buffer = samples.front()->GetBuffer();
+    // Containers and samples of kelCore hold no empty handles; those of other libraries may.
+    const std::shared_ptr<const IAudioSample>& sample = samples.front();
+    KEL_CHECK_POINTER(sample, "LibsndfileSink got no audio sample");
+    const std::shared_ptr<const IBuffer> buffer = sample->GetBuffer();
+    KEL_CHECK_POINTER(buffer, "LibsndfileSink got an audio sample without a buffer");
     // Intentional: all bytes are passed on, because libsndfile reports what is not a whole frame.
     const std::uint32_t size = buffer->GetSize();
     // Intentional: without a file libsndfile gets a null handle, so that the lost bytes are logged.

@@ -62,6 +62,29 @@ private:
     std::string m_id = "changing";
 };
 
+using AudioInfoList = std::vector<std::shared_ptr<const IAudioInfo>>;
+
+/// A container of another library, whose list of audio infos changes after some calls.
+class ChangingContainer final : public IInfoContainer {
+public:
+    /// @param calls number of calls that return one info
+    /// @param later the list of all later calls
+    ChangingContainer(int calls, AudioInfoList later) : m_rest(calls), m_later(std::move(later)) {}
+
+    InfoList GetInfos() const override { return {m_info}; }
+    AudioInfoList GetAudioInfos() const override {
+        return m_rest-- > 0 ? AudioInfoList{m_info} : m_later;
+    }
+    std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const override { return nullptr; }
+
+private:
+    std::shared_ptr<const IAudioInfo> m_info = MakeInfo({});
+    mutable int m_rest;
+    AudioInfoList m_later;
+};
+
+const std::string kNoAudioInfo = "[LibsndfileSink got no audio info] [ Pointer is null ]";
+
 class LibsndfileSinkInput : public FakeFilesTest {
 protected:
     /// Defines an input that must be refused on a sink where every later step would fail as well:
@@ -205,6 +228,19 @@ TEST_F(LibsndfileSinkCheck, RefusesAnInfoThatIsNoLongerPCM) {
     });
 }
 
+TEST_F(LibsndfileSinkCheck, RefusesAContainerThatNoLongerListsItsInfo) {
+    const auto sink = MakeConfiguredSink("WAVE");
+    for (const AudioInfoList& later : {AudioInfoList{}, AudioInfoList{nullptr}}) {
+        const auto input = std::make_shared<ChangingContainer>(1, later);
+        ExpectSinkRefusal(kNoAudioInfo, [&] { sink->CheckInputAndAdaptIfNecessary(input, ""); });
+    }
+    EXPECT_EQ(SndfileCalls(), Calls());
+}
+
+TEST_F(LibsndfileSinkCheck, ExpectsOneAudioTrackWhereTheInfoIsAnEmptyHandle) {
+    ExpectTrackError(std::make_shared<ChangingContainer>(0, AudioInfoList{nullptr}));
+}
+
 // The format of a file
 
 constexpr auto kLittle = PCMEndianness::Little;
@@ -337,6 +373,22 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(LibsndfileSinkInput, CannotBeMissing) {
     ExpectRefusedFirst(nullptr, "[LibsndfileSink got no input description] [ Pointer is null ]");
+}
+
+TEST_F(LibsndfileSinkInput, CannotBeAnEmptyHandleInTheContainerOfAnotherLibrary) {
+    ExpectRefusedFirst(std::make_shared<ChangingContainer>(0, AudioInfoList{nullptr}),
+                       "[Only one info supported in input. It must be audio.]");
+}
+
+TEST_F(LibsndfileSinkInput, MustStayInItsContainerUntilItIsAccepted) {
+    const auto sink = MakeConfiguredSink("WAVE", "take");
+    // The list is read by the definition, and twice by the check.
+    const auto input = std::make_shared<ChangingContainer>(2, AudioInfoList{});
+    ExpectCalls({}, [&] {
+        ExpectSinkRefusal(kNoAudioInfo, [&] { sink->DefineInput(input, ""); },
+                          {Info(kFromType + "WAVE")});
+    });
+    EXPECT_EQ(sink->GetDefinedInput(""), nullptr);
 }
 
 TEST_F(LibsndfileSinkInput, CountsAnInfoWithoutChannelsAsNone) {

@@ -89,6 +89,49 @@ std::shared_ptr<const ISample> MakeSample(std::shared_ptr<const IBuffer> buffer)
     return CreateAudioSample(nullptr, nullptr, std::move(buffer), TimeLimits(), {});
 }
 
+using AudioSamples = std::vector<std::shared_ptr<const IAudioSample>>;
+
+// A container of another library, which returns any list.
+class ForeignContainer final : public ISampleContainer {
+public:
+    explicit ForeignContainer(AudioSamples samples) : m_samples(std::move(samples)) {}
+
+    AudioSamples GetAudioSamples(std::shared_ptr<const IAudioInfo> /*info*/,
+                                 std::shared_ptr<const ITrack> /*track*/) const override {
+        return m_samples;
+    }
+    std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const override { return nullptr; }
+
+private:
+    AudioSamples m_samples;
+};
+
+// A sample of another library, with any buffer or none.
+class ForeignSample final : public IAudioSample {
+public:
+    explicit ForeignSample(std::shared_ptr<const IBuffer> buffer) : m_buffer(std::move(buffer)) {}
+
+    std::shared_ptr<const IBuffer> GetBuffer() const override { return m_buffer; }
+    std::shared_ptr<const IAudioParameters> GetAudioParameters() const override { return nullptr; }
+    std::shared_ptr<const IAudioInfo> GetAudioInfo() const override { return nullptr; }
+    const TimeLimits& GetTimeLimits() const override { return m_limits; }
+    std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const override { return {}; }
+
+private:
+    std::shared_ptr<const IBuffer> m_buffer;
+    TimeLimits m_limits;
+};
+
+// A buffer of another library that declares bytes and has none.
+class BufferWithoutData final : public IBuffer {
+public:
+    std::uint8_t* GetData() override { return nullptr; }
+    const std::uint8_t* GetData() const override { return nullptr; }
+    std::uint32_t GetSize() const override { return 4; }
+    void SetSize(std::uint32_t /*bytes*/) override {}
+    void Reserve(std::uint32_t /*bytes*/) override {}
+};
+
 class LibsndfileSinkPushSample : public FakeFilesTest {
 protected:
     LibsndfileSinkPushSample() { SndfileCalls().clear(); }
@@ -142,6 +185,30 @@ TEST_F(LibsndfileSinkPushSample, NeedsAContainer) {
     ExpectSinkRefusal("[LibsndfileSink got no sample container] [ Pointer is null ]",
                       [&] { sink->PushSample(nullptr); });
     EXPECT_EQ(SndfileCalls(), Calls());
+}
+
+TEST_F(LibsndfileSinkPushSample, RefusesAnEmptyHandleInTheContainerOfAnotherLibrary) {
+    ExpectSinkRefusal("[LibsndfileSink got no audio sample] [ Pointer is null ]", [&] {
+        sink->PushSample(std::make_shared<ForeignContainer>(AudioSamples{nullptr}));
+    });
+    // The number of samples is checked first.
+    ExpectSinkRefusal(TooMany("2"), [&] {
+        sink->PushSample(std::make_shared<ForeignContainer>(AudioSamples{nullptr, nullptr}));
+    });
+    EXPECT_EQ(SndfileCalls(), Calls());
+}
+
+TEST_F(LibsndfileSinkPushSample, RefusesASampleOfAnotherLibraryWithoutABuffer) {
+    const auto container =
+        std::make_shared<ForeignContainer>(AudioSamples{std::make_shared<ForeignSample>(nullptr)});
+    ExpectSinkRefusal("[LibsndfileSink got an audio sample without a buffer] [ Pointer is null ]",
+                      [&] { sink->PushSample(container); });
+    EXPECT_EQ(SndfileCalls(), Calls());
+    // The next one is written.
+    const auto buffer = MakeBuffer("abcd");
+    sink->PushSample(
+        std::make_shared<ForeignContainer>(AudioSamples{std::make_shared<ForeignSample>(buffer)}));
+    EXPECT_EQ(writings, WritingOf(*buffer, 4));
 }
 
 TEST_F(LibsndfileSinkPushSample, LogsEveryCountThatIsNotTheSizeAsASignedNumber) {
@@ -262,6 +329,15 @@ TEST_F(LibsndfileSinkRealFile, LogsAWriteWithoutAFile) {
     sink->Close(false);
     ExpectRecords(expected, [&] { sink->PushSample(MakeContainer("abcd")); });
     EXPECT_EQ(SampleBytes(), "abcd");
+}
+
+TEST_F(LibsndfileSinkRealFile, LogsABufferOfAnotherLibraryThatHasNoData) {
+    const auto sink = MakeWritingSink(path);
+    const auto container = std::make_shared<ForeignContainer>(
+        AudioSamples{std::make_shared<ForeignSample>(std::make_shared<BufferWithoutData>())});
+    ExpectRecords({ShortWrite("4", "0")}, [&] { sink->PushSample(container); });
+    sink->Close(false);
+    EXPECT_EQ(SampleBytes(), "");
 }
 
 TEST_F(LibsndfileSinkRealFile, WritesOnlyWholeFramesAndLogsTheRest) {
