@@ -18,8 +18,8 @@
 //   as by file systems in memory
 // - KEL_TEST_SPARSE: if set, zeros in an unfinished output become holes, so that large outputs of
 //   silence take no space
-// - KEL_TEST_RAISED_RIGHTS: if set, secure_getenv returns nothing, as in a process with more rights
-//   than the user who started it
+// - KEL_TEST_RAISED_RIGHTS: if set, secure_getenv returns nothing and getauxval reports it, as in a
+//   process with more rights than the user who started it
 
 #include <atomic>
 #include <cerrno>
@@ -31,6 +31,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/types.h>
@@ -205,6 +206,12 @@ INTERPOSED char* secure_getenv(const char* name) noexcept {
     return *Variable("KEL_TEST_RAISED_RIGHTS") != '\0'
                ? nullptr
                : Next<decltype(secure_getenv)>("secure_getenv")(name);
+}
+
+INTERPOSED unsigned long getauxval(unsigned long type) noexcept {
+    return type == AT_SECURE && *Variable("KEL_TEST_RAISED_RIGHTS") != '\0'
+               ? 1
+               : Next<decltype(getauxval)>("getauxval")(type);
 }
 
 INTERPOSED ssize_t read(int descriptor, void* bytes, size_t count) {

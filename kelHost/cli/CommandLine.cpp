@@ -21,7 +21,6 @@
 #include <memory>
 #include <optional>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -112,22 +111,16 @@ std::vector<std::string> ReversedArguments(int argc, const char* const* argv) {
     return arguments;
 }
 
-// Loads the plug-ins, and shows warnings about those that cannot be loaded.
+// Loads the plug-ins, and shows each message about them at once: a plug-in may end the process.
 std::vector<LoadedPlugin> Load(const std::vector<std::string>& files, Console& console) {
-    std::stringstream warnings;
-    const auto show = [&] {
-        for (std::string text; std::getline(warnings, text);) {
-            console.ShowLog(text);
-        }
+    LoadObserver observer;
+    observer.onWarning = [&console](const std::string& line) {
+        console.ShowLog(line);
     };
-    try {
-        std::vector<LoadedPlugin> plugins = LoadPlugins(files, warnings);
-        show();
-        return plugins;
-    } catch (...) {
-        show();
-        throw;
-    }
+    observer.onExit = [&console](const JobError& error) {
+        console.ShowError(DescribeError(error));
+    };
+    return LoadPlugins(files, observer);
 }
 
 int Execute(const CommandLine& line, const Streams& streams, Console& console) {

@@ -138,9 +138,11 @@ void WriteManual(const std::vector<Option>& commonOptions,
     WriteNotes(kNotes, out);
     out << ".SH ENVIRONMENT\n"
            ".TP\n.B KEL_PLUGIN_PATH\n"
-           "Directories, separated by colons, whose plug-ins are loaded instead of those "
-           "installed\n"
-           "with the program. Ignored when the process runs with raised rights.\n"
+           "Absolute paths of directories, separated by colons, whose plug-ins are loaded instead "
+           "of\n"
+           "those installed with the program. Directories that other users can change are "
+           "skipped.\n"
+           "Ignored when the process runs with raised rights.\n"
            ".TP\n.B KEL_LOG\n"
            "Log records to show: none, error, warning, milestone or info.\n";
 }

@@ -7,10 +7,15 @@
 #include <WrapperFormat.h>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <vector>
 
 namespace kel::host {
 
@@ -23,6 +28,28 @@ ElementRecipe RecipeFor(ElementFactoryType kind, const std::string& type, const 
     SetFilePath(*recipe.settings, path);
     return recipe;
 }
+
+// The name by which hosts find an element: the number of its kind, its implementation, its type.
+using ElementKey = std::tuple<std::int32_t, std::string, std::string>;
+
+ElementKey KeyOf(const IParametersCollectionInstance& entry) {
+    return {entry.GetIntegerValue("class"), entry.GetStringValue("implementation"),
+            entry.GetStringValue("type")};
+}
+
+// An element of one plug-in that another one registers, too.
+struct Duplicate {
+    std::int32_t kind;
+    std::string implementation;
+    std::string used;   // the plug-in of the element that is used
+    std::string unused; // the other plug-in
+    std::vector<std::string> types;
+
+    bool IsSameAs(const Duplicate& other) const {
+        return kind == other.kind && implementation == other.implementation && used == other.used &&
+               unused == other.unused;
+    }
+};
 
 } // namespace
 
@@ -58,6 +85,36 @@ std::string FindImplementation(ElementFactoryType kind, const std::string& type)
     }
     throw JobError(
         fmt::format("no plug-in has an {} for {}; see kelhost inspect", GetLabel(kind), type));
+}
+
+std::vector<std::string> DescribeDuplicates() {
+    std::map<ElementKey, std::string> plugins;
+    std::vector<Duplicate> duplicates;
+    for (const Registration& registration : GetRegistrations()) {
+        const ElementKey key = KeyOf(*registration.entry);
+        const std::string& used = plugins.emplace(key, registration.name).first->second;
+        if (used == registration.name) {
+            continue;
+        }
+        const auto& [kind, implementation, type] = key;
+        const Duplicate duplicate{kind, implementation, used, registration.name, {type}};
+        const auto known =
+            std::find_if(duplicates.begin(), duplicates.end(),
+                         [&](const Duplicate& other) { return other.IsSameAs(duplicate); });
+        if (known == duplicates.end()) {
+            duplicates.push_back(duplicate);
+        } else {
+            known->types.push_back(type);
+        }
+    }
+    std::vector<std::string> texts;
+    for (const Duplicate& duplicate : duplicates) {
+        texts.push_back(fmt::format(
+            "{}: its {} {} for {} is not used, because {} registers it, too", duplicate.unused,
+            GetLabel(static_cast<ElementFactoryType>(duplicate.kind)), duplicate.implementation,
+            fmt::join(duplicate.types, ", "), duplicate.used));
+    }
+    return texts;
 }
 
 } // namespace kel::host

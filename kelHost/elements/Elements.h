@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -43,5 +44,9 @@ ElementRecipe FileSink(const Container& container, const std::string& path);
 /// @param type label of the format
 /// @throws JobError when there is none
 std::string FindImplementation(ElementFactoryType kind, const std::string& type);
+
+/// Describes the elements that two plug-ins register, of which the first is used: "b.so: its
+/// AudioSource NAME for WAVE, AIFF is not used, because a.so registers it, too".
+std::vector<std::string> DescribeDuplicates();
 
 } // namespace kel::host

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <dlfcn.h>
 #include <elf.h>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +15,7 @@
 #include <link.h>
 #include <string>
 #include <sys/auxv.h>
+#include <system_error>
 #include <vector>
 
 namespace kel::host {
@@ -25,8 +27,8 @@ namespace {
 class LibraryFile {
 public:
     explicit LibraryFile(const std::filesystem::path& file)
-        : m_name(file.string()), m_stream(file, std::ios::binary | std::ios::ate),
-          m_size(m_stream ? static_cast<std::uint64_t>(m_stream.tellg()) : 0) {
+        : m_name(file.string()), m_stream(Open(file)),
+          m_size(m_stream.is_open() ? static_cast<std::uint64_t>(m_stream.tellg()) : 0) {
         if (m_size >= sizeof m_header) {
             m_header = At<ElfW(Ehdr)>(0);
         }
@@ -66,6 +68,14 @@ public:
     [[noreturn]] void Fail(const std::string& message) const { throw JobError(m_name, message); }
 
 private:
+    // Opening a named pipe would wait for its other end.
+    static std::ifstream Open(const std::filesystem::path& file) {
+        std::error_code missing;
+        return std::filesystem::is_regular_file(file, missing)
+                   ? std::ifstream(file, std::ios::binary | std::ios::ate)
+                   : std::ifstream();
+    }
+
     std::string m_name;
     std::ifstream m_stream;
     std::uint64_t m_size;
@@ -78,6 +88,24 @@ bool IsForThisProcessor(const ElfW(Ehdr) & header) {
     const unsigned long address = getauxval(AT_SYSINFO_EHDR);
     return address == 0 || // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel passes a number
            header.e_machine == reinterpret_cast<const ElfW(Ehdr)*>(address)->e_machine;
+}
+
+// An address, and whether it is in memory that a library's file declares executable.
+struct CodeSearch {
+    ElfW(Addr) address;
+    bool found = false;
+};
+
+int SearchCode(dl_phdr_info* library, std::size_t /*size*/, void* data) {
+    auto& search = *static_cast<CodeSearch*>(data);
+    for (unsigned i = 0; i < library->dlpi_phnum; ++i) {
+        const ElfW(Phdr)& segment = library->dlpi_phdr[i];
+        const ElfW(Addr) begin = library->dlpi_addr + segment.p_vaddr;
+        search.found =
+            search.found || (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0 &&
+                             search.address >= begin && search.address - begin < segment.p_memsz);
+    }
+    return search.found ? 1 : 0;
 }
 
 } // namespace
@@ -138,6 +166,18 @@ std::string FindLoadObstacle(const std::filesystem::path& file) {
     } catch (const JobError&) { // NOLINT(bugprone-empty-catch): the loader reports these itself
     }
     return "";
+}
+
+bool IsFunction(const void* address) {
+    CodeSearch search{reinterpret_cast<ElfW(Addr)>(address)};
+    dl_iterate_phdr(SearchCode, &search);
+    Dl_info place{};
+    void* extra = nullptr;
+    const bool hasSymbol =
+        dladdr1(address, &place, &extra, RTLD_DL_SYMENT) != 0 && place.dli_saddr == address;
+    const auto* symbol = static_cast<const ElfW(Sym)*>(extra);
+    return search.found &&
+           !(hasSymbol && symbol != nullptr && ELF64_ST_TYPE(symbol->st_info) == STT_OBJECT);
 }
 
 } // namespace kel::host

@@ -24,4 +24,8 @@ std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& fil
 /// and calls a library for another processor missing. Empty when the loader's own message will do.
 std::string FindLoadObstacle(const std::filesystem::path& file);
 
+/// Returns whether an address of a loaded library is a function. Data, too, may be in memory that
+/// can be executed, and a function may have no symbol.
+bool IsFunction(const void* address);
+
 } // namespace kel::host

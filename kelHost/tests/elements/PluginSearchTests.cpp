@@ -11,6 +11,7 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/types.h>
 #include <unistd.h>
 #include <vector>
 
@@ -19,6 +20,9 @@ namespace kel::test {
 namespace fs = std::filesystem;
 
 namespace {
+
+// The directories of the tests must not be writable by others, whatever the user's umask.
+[[maybe_unused]] const mode_t kUsualMask = umask(022);
 
 constexpr const char* kHint = "; name one with --plugin FILE or its directory in KEL_PLUGIN_PATH\n";
 
@@ -75,6 +79,11 @@ bool RaiseRights(const std::string& program) {
            chmod(program.c_str(), S_ISGID | S_IRWXU | S_IRWXG) == 0;
 }
 
+// A line of a validation that failed in this way, without the measured time and memory.
+std::string WithoutMeasures(const std::string& text) {
+    return ReplaceMatches(text, " +[0-9]+ ms +[0-9.]+ MiB", "");
+}
+
 } // namespace
 
 TEST(PluginSearch, FindsThePluginBesideTheProgramAndNotBesideALinkToIt) {
@@ -127,6 +136,120 @@ TEST(PluginSearch, DoesNotLookAtTheVariableWithRaisedRights) {
     ExpectResult(RunCommand(raised), 0, isRaised ? withoutVariable : TextElements(plugin), "");
 }
 
+TEST(PluginSearch, RefusesANamedPluginWithRaisedRights) {
+    const TemporaryDirectory directory;
+    const std::string plugin = AddTextPlugin(directory, "p");
+    const std::string reason = "kelhost runs with raised rights (set-user-ID, set-group-ID or "
+                               "capabilities) and loads only installed plug-ins";
+    Command simulated = Kelhost(directory, {"--plugin", plugin, "inspect"});
+    DisturbSystem(simulated);
+    simulated.environment["KEL_TEST_RAISED_RIGHTS"] = "1";
+    ExpectResult(RunCommand(simulated), 2, "", "kelhost: --plugin is refused: " + reason + "\n");
+
+    // The validator loads the plug-in that is its argument.
+    simulated.arguments = {"validate", plugin, "--check", "plugin.loads", "--quiet"};
+    const ProcessResult validated = RunCommand(simulated);
+    EXPECT_EQ(validated.status, 1);
+    EXPECT_EQ(WithoutMeasures(validated.out),
+              "FAILED  plugin.loads  cannot load the plug-in: " + reason + "\n");
+
+    Command raised = Kelhost(directory, {"--plugin", plugin, "inspect"});
+    raised.program = directory / "kelhost";
+    fs::copy_file(KEL_TEST_HOST_ELSEWHERE, raised.program);
+    if (!RaiseRights(raised.program)) {
+        GTEST_SKIP() << "only root can raise the rights of a program, and not on every system";
+    }
+    ExpectResult(RunCommand(raised), 2, "", "kelhost: --plugin is refused: " + reason + "\n");
+}
+
+TEST(PluginSearch, SkipsWhatOtherUsersCanChangeOrWhatIsNoFile) {
+    const TemporaryDirectory directory;
+    fs::create_directory(directory / "good");
+    const std::string good = directory / "good/libkelGood.so";
+    fs::copy_file(TestPlugin("kelFaultyElements"), good);
+    const std::string writable = directory / "good/libkelWritable.so";
+    fs::copy_file(good, writable);
+    fs::permissions(writable, fs::perms::others_write, fs::perm_options::add);
+    const std::string pipe = directory / "good/libkelPipe.so";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string shared = directory / "shared";
+    AddTextPlugin(directory, "shared");
+    fs::permissions(shared, fs::perms::others_write, fs::perm_options::add);
+    const std::string change = "every user can change ";
+    ExpectResult(InspectWith(directory, shared + ":" + (directory / "good")), 0, TextElements(good),
+                 "kelhost: warning: " + shared + ": cannot search for plug-ins: " + change +
+                     shared + "; use chmod o-w\n" + "kelhost: warning: " + pipe +
+                     ": cannot load the plug-in: it is a named pipe\n" +
+                     "kelhost: warning: " + writable + ": cannot load the plug-in: " + change +
+                     writable + "; use chmod o-w\n");
+    const std::string inShared = shared + "/libkelText.so";
+    ExpectResult(RunKelhost(directory, {"--plugin", inShared, "inspect"}), 1, "",
+                 "kelhost: " + inShared + ": cannot load the plug-in: " + change + shared +
+                     "; use chmod o-w\n");
+    const ProcessResult validated =
+        RunKelhost(directory, {"validate", inShared, "--check", "plugin.loads", "--quiet"});
+    EXPECT_EQ(validated.status, 1);
+    EXPECT_EQ(WithoutMeasures(validated.out), "FAILED  plugin.loads  cannot load the plug-in: " +
+                                                  change + shared + "; use chmod o-w\n");
+}
+
+TEST(PluginSearch, FailsWhenAPluginCallsExit) {
+    const TemporaryDirectory directory;
+    fs::create_directory(directory / "p");
+    WriteFile(directory / "p/libkelA.so", "short\n");
+    const std::string warning = (directory / "p/libkelA.so") +
+                                ": cannot load the plug-in: " + (directory / "p/libkelA.so") +
+                                ": file too short";
+    for (const char* fault : {"exits-while-loading", "exits-while-registering"}) {
+        const std::string plugin = directory / ("p/libkelBroken-" + std::string(fault) + ".so");
+        fs::create_symlink(TestPlugin("kelBroken"), plugin);
+        const std::string error = plugin + ": cannot load the plug-in: it called exit";
+        ExpectResult(InspectWith(directory, directory / "p"), 1, "goodbye\n",
+                     "kelhost: warning: " + warning + "\nkelhost: " + error + "\n");
+        const ProcessResult documents =
+            RunKelhost(directory, {"--json", "--plugin", plugin, "inspect"});
+        ExpectResult(documents, 1, "goodbye\n",
+                     R"({"document":"kelhost.error","file":")" + plugin + R"(","message":")" +
+                         error + "\",\"version\":1}\n");
+        fs::remove(plugin);
+    }
+    const std::string quick = directory / "libkelBroken-exits-quickly-while-registering.so";
+    fs::create_symlink(TestPlugin("kelBroken"), quick);
+    ExpectResult(RunKelhost(directory, {"--plugin", quick, "inspect"}), 1, "",
+                 "kelhost: " + quick + ": cannot load the plug-in: it called exit\n");
+}
+
+TEST(PluginSearch, LetsAProcessOfAPluginExit) {
+    const TemporaryDirectory directory;
+    const std::string plugin = directory / "libkelBroken-has-a-process-that-exits.so";
+    fs::create_symlink(TestPlugin("kelBroken"), plugin);
+    ExpectResult(RunKelhost(directory, {"--plugin", plugin, "inspect", "test.Heap"}), 0,
+                 "its status is 0\n"
+                 "Implementation  test.Heap\n"
+                 "Kind            MemoryBlockAllocator\n"
+                 "Types           Heap\n"
+                 "Registered by   " +
+                     plugin + "\n\nFor trying the checks of plug-ins.\n\nIt has no settings.\n",
+                 "");
+}
+
+TEST(PluginSearch, WarnsOfElementsThatTwoPluginsRegister) {
+    const TemporaryDirectory directory;
+    const std::string first = directory / "a.so";
+    const std::string second = directory / "b.so";
+    for (const std::string& copy : {first, second}) {
+        fs::copy_file(TestPlugin("kelFaultyElements"), copy);
+    }
+    WriteFile(directory / "text.wav", "1000 2 48000\n");
+    const std::string end =
+        " for WAVE, AIFF, BWAVE is not used, because " + first + " registers it, too\n";
+    const ProcessResult result = RunKelhost(directory, {"--plugin", first, "--plugin", second,
+                                                        "info", "--field", "frames", "text.wav"});
+    ExpectResult(result, 0, "1000\n",
+                 "kelhost: warning: " + second + ": its AudioSource test.TextSource" + end +
+                     "kelhost: warning: " + second + ": its AudioSink test.TextSink" + end);
+}
+
 TEST(PluginSearch, UsesTheFirstElementOfAFormat) {
     const TemporaryDirectory directory;
     const std::string texts = AddTextPlugin(directory, "text");
@@ -144,9 +267,10 @@ TEST(PluginSearch, UsesTheFirstElementOfAFormat) {
     const std::vector<int> textFirst{0, 1};
     const std::vector<int> realFirst{1, 0};
     Command command = Kelhost(directory, {"info", ""});
-    command.environment["KEL_PLUGIN_PATH"] = "text:missing:" + real;
+    const std::string text = directory / "text";
+    command.environment["KEL_PLUGIN_PATH"] = text + ":" + (directory / "missing") + ":" + real;
     EXPECT_EQ(statuses(command), textFirst);
-    command.environment["KEL_PLUGIN_PATH"] = real + ":text";
+    command.environment["KEL_PLUGIN_PATH"] = real + ":" + text;
     EXPECT_EQ(statuses(command), realFirst);
     // Files that are named take the place of all directories.
     command.arguments = {"--plugin", texts, "--plugin", KEL_TEST_PLUGIN, "info", ""};
@@ -162,9 +286,10 @@ TEST(PluginSearch, WarnsOfPluginsThatCannotBeLoadedAndFailsWhenNoneIsLeft) {
     const std::string bad = directory / "p/libkelA.so";
     const std::string warning =
         "kelhost: warning: " + bad + ": cannot load the plug-in: " + bad + ": file too short\n";
-    ExpectResult(InspectWith(directory, (directory / "p") + ":two\nlines"), 1, "",
-                 warning + "kelhost: found no plug-in in " + (directory / "p") + ", two\\nlines" +
-                     kHint);
+    ExpectResult(InspectWith(directory, (directory / "p") + ":" + (directory / "two\nlines")), 1,
+                 "",
+                 warning + "kelhost: found no plug-in in " + (directory / "p") + ", " +
+                     (directory / "two\\nlines") + kHint);
     const std::string good = AddTextPlugin(directory, "p");
     ExpectResult(InspectWith(directory, directory / "p"), 0, TextElements(good), warning);
     ExpectResult(RunKelhost(directory, {"--plugin", "p/libkelA.so", "inspect"}), 1, "",

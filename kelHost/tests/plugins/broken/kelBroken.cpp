@@ -21,6 +21,8 @@
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
+#include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -79,6 +81,21 @@ struct CrashesWhenUnloaded {
     bool crashes = HasFault("crashes-when-unloaded"); // asked while there is a name to look at
 };
 const CrashesWhenUnloaded kCrashesWhenUnloaded;
+
+// Ends the program as if it had done its work.
+void Exit() {
+    std::printf("goodbye\n");
+    std::exit(0);
+}
+
+struct ExitsWhileLoading {
+    ExitsWhileLoading() {
+        if (HasFault("exits-while-loading")) {
+            Exit();
+        }
+    }
+};
+const ExitsWhileLoading kExitsWhileLoading;
 
 class ToneSource : public IAudioSource {
 public:
@@ -513,6 +530,22 @@ void RegisterAll(const char* name) {
         return;
     }
     RegisterSource(name);
+    if (HasFault("exits-while-registering")) {
+        Exit();
+    }
+    if (HasFault("has-a-process-that-exits")) {
+        const pid_t process = fork();
+        if (process == 0) {
+            std::exit(0);
+        }
+        int status = 1;
+        waitpid(process, &status, 0);
+        std::printf("its status is %d\n", status);
+        static_cast<void>(std::fflush(stdout));
+    }
+    if (HasFault("exits-quickly-while-registering")) {
+        std::quick_exit(0);
+    }
     if (HasFault("throws-while-registering")) {
         throw std::runtime_error("the licence\nis missing");
     }
