@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,8 +16,48 @@ namespace kel::host {
 
 namespace {
 
+// Category Cc of Unicode.
 bool IsControl(wchar_t character) {
     return character < 0x20 || (character >= 0x7F && character <= 0x9F);
+}
+
+struct CodePoints {
+    wchar_t first;
+    wchar_t last;
+};
+
+// Characters without a shape of their own: format characters (category Cf), and the separators of
+// lines (Zl) and paragraphs (Zp). They reorder, join, hide or break text. From
+// extracted/DerivedGeneralCategory.txt of the Unicode Character Database, version 15.0,
+// https://www.unicode.org/Public/15.0.0/ucd/.
+constexpr CodePoints kShapeless[] = {
+    {0x00AD, 0x00AD},   // soft hyphen
+    {0x0600, 0x0605},   // Arabic number signs
+    {0x061C, 0x061C},   // Arabic letter mark
+    {0x06DD, 0x06DD},   // Arabic end of ayah
+    {0x070F, 0x070F},   // Syriac abbreviation mark
+    {0x0890, 0x0891},   // Arabic pound and piastre marks
+    {0x08E2, 0x08E2},   // Arabic disputed end of ayah
+    {0x180E, 0x180E},   // Mongolian vowel separator
+    {0x200B, 0x200F},   // zero-width space, non-joiner and joiner; directional marks
+    {0x2028, 0x202E},   // line and paragraph separators; bidirectional embeddings, overrides
+    {0x2060, 0x2064},   // word joiner, invisible operators
+    {0x2066, 0x206F},   // bidirectional isolates; deprecated format characters
+    {0xFEFF, 0xFEFF},   // zero-width no-break space
+    {0xFFF9, 0xFFFB},   // interlinear annotations
+    {0x110BD, 0x110BD}, // Kaithi number sign
+    {0x110CD, 0x110CD}, // Kaithi number sign above
+    {0x13430, 0x1343F}, // Egyptian hieroglyph joiners and enclosures
+    {0x1BCA0, 0x1BCA3}, // shorthand format controls
+    {0x1D173, 0x1D17A}, // musical format controls
+    {0xE0001, 0xE0001}, // language tag
+    {0xE0020, 0xE007F}, // tag characters
+};
+
+bool IsShapeless(wchar_t character) {
+    return std::any_of(std::begin(kShapeless), std::end(kShapeless), [=](const CodePoints& range) {
+        return character >= range.first && character <= range.last;
+    });
 }
 
 // Code points that represent bytes which are not UTF-8, see ConvertPlatformStringToWideString.
@@ -40,6 +81,11 @@ std::string EscapeCharacter(wchar_t character) {
     }
     if (IsControl(character)) {
         return fmt::format("\\x{:02X}", static_cast<unsigned>(character));
+    }
+    if (IsShapeless(character)) {
+        const auto number = static_cast<unsigned>(character);
+        return number <= 0xFFFF ? fmt::format("\\u{:04X}", number)
+                                : fmt::format("\\U{:08X}", number);
     }
     return ConvertWideStringToPlatformString(std::wstring(1, character));
 }

@@ -9,9 +9,10 @@
 
 namespace kel::host {
 
-/// Returns text that stays on one line and does nothing to a terminal: control characters and bytes
-/// that are not UTF-8 become \n, \t, \xHH; everything else is unchanged. Escaping twice changes
-/// nothing.
+/// Returns text that stays on one line, does nothing to a terminal and reads as it is stored.
+/// Control characters and bytes that are not UTF-8 become \n, \r, \t or \xHH. Format characters,
+/// such as those that reverse or hide text, and the separators of lines and paragraphs become
+/// \uHHHH or \UHHHHHHHH. Everything else is unchanged. Escaping twice changes nothing.
 std::string Escape(std::string_view text);
 
 /// Returns a warning as a line for the user, escaped, without a newline.

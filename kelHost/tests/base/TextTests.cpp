@@ -1,7 +1,12 @@
 #include "base/Text.h"
 
+#include "Program.h"
+
+#include <PlatformString.h>
+
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -18,6 +23,21 @@ std::string EveryByteOf(unsigned first, unsigned last) {
         text.push_back(static_cast<char>(static_cast<unsigned char>(byte)));
     }
     return text;
+}
+
+// The categories of all code points, as Python's own Unicode database has them: "C" for control and
+// format characters and for separators of lines and paragraphs, "-" for surrogates and for code
+// points without a character, "." for all others.
+std::string CategoriesInPython() {
+    test::Command command;
+    command.program = KEL_TEST_PYTHON;
+    command.arguments = {"-c", "from sys import stdout\n"
+                               "from unicodedata import category\n"
+                               "marks = dict.fromkeys(('Cc', 'Cf', 'Zl', 'Zp'), 'C')\n"
+                               "marks.update(dict.fromkeys(('Cn', 'Cs'), '-'))\n"
+                               "stdout.write(''.join(marks.get(category(chr(point)), '.')\n"
+                               "                    for point in range(1, 0x110000)))"};
+    return "-" + test::RunCommand(command).out; // not NUL, which has no narrow form
 }
 
 struct Duration {
@@ -41,6 +61,36 @@ TEST(TextEscape, ReplacesEveryControlCharacter) {
               "\\x10\\x11\\x12\\x13\\x14\\x15\\x16\\x17\\x18\\x19\\x1A\\x1B\\x1C\\x1D\\x1E\\x1F");
     EXPECT_EQ(Escape("a\x7Fz"), "a\\x7Fz");
     EXPECT_EQ(Escape("\xC2\x80\xC2\x9F"), "\\x80\\x9F");
+}
+
+TEST(TextEscape, ReplacesCharactersThatReorderHideOrBreakText) {
+    const std::vector<std::pair<std::string, std::string>> rows{
+        {"a\u202Egpj.wav", "a\\u202Egpj.wav"},  // right-to-left override
+        {"a\u2066b\u2069", "a\\u2066b\\u2069"}, // isolates
+        {"a\u200Fb", "a\\u200Fb"},              // right-to-left mark
+        {"a\u200Bb\uFEFFc", "a\\u200Bb\\uFEFFc"},
+        {"a\u2028b\u2029c", "a\\u2028b\\u2029c"},
+        {"a\u00ADb", "a\\u00ADb"}, // not a byte
+        {"a\U000E0041b", "a\\U000E0041b"},
+        {"\u2027\u202F\u2065", "\u2027\u202F\u2065"},
+    };
+    for (const auto& [text, escaped] : rows) {
+        EXPECT_EQ(Escape(text), escaped);
+        EXPECT_EQ(Escape(escaped), escaped);
+    }
+}
+
+TEST(TextEscape, AgreesWithAnotherDatabaseOnEveryCharacter) {
+    const std::string categories = CategoriesInPython();
+    ASSERT_EQ(categories.size(), 0x110000U);
+    for (std::size_t point = 0; point < categories.size(); ++point) {
+        if (categories[point] == '-') {
+            continue;
+        }
+        const std::string text =
+            ConvertWideStringToPlatformString(std::wstring(1, static_cast<wchar_t>(point)));
+        ASSERT_EQ(Escape(text) != text, categories[point] == 'C') << "code point " << point;
+    }
 }
 
 TEST(TextEscape, ShowsInvalidUtf8ByteByByte) {

@@ -29,6 +29,8 @@ const std::vector<FileName> kDifficultNames{
      "\xC3\xA4\xE6\x97\xA5\xF0\x9F\x8E\xB5.wav"},
     {"bytes that are no UTF-8, and a C1 control", "caf\xE9\xFF\xC2\x9B.wav",
      "caf\\xE9\\xFF\\x9B.wav"},
+    {"marks that reverse, hide and break text", "\u202Evaw.a\u200Bb\u2028.wav",
+     "\\u202Evaw.a\\u200Bb\\u2028.wav"},
     {"the first of the two dots", "..wav", "..wav"},
     {"signs of settings and types", "[a=b:c].wav", "[a=b:c].wav"},
     {"255 bytes", std::string(251, 'n') + ".wav", std::string(251, 'n') + ".wav"},

@@ -198,7 +198,7 @@ TEST(Validate, EscapesTextsOfThePluginInItsReport) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(LinesOf(ReadJUnit(directory / "report.xml")).at(1),
               "plug-in plugin.registers [('failure', 'RegisterAll failed: \"<a>&\\\\x01\\\\xFF ]]>"
-              " \\u2028', 'RegisterAll registers elements, all under the name in its argument.'),"
+              " \\\\u2028', 'RegisterAll registers elements, all under the name in its argument.'),"
               " ('system-err', None, 'printed <b>&\\n\\\\x02\\n')]");
 }
 
