@@ -135,15 +135,15 @@ public:
         }
     }
 
-    // Writes the picture. Returns false when that failed.
-    bool Finish() {
-        bool written = cairo_status(m_cairo.get()) == CAIRO_STATUS_SUCCESS;
-        if (cairo_surface_get_type(m_surface.get()) == CAIRO_SURFACE_TYPE_IMAGE) {
-            written = written && cairo_surface_write_to_png(m_surface.get(), m_path.c_str()) ==
-                                     CAIRO_STATUS_SUCCESS;
+    // Writes the picture.
+    cairo_status_t Finish() {
+        cairo_status_t status = cairo_status(m_cairo.get());
+        if (status == CAIRO_STATUS_SUCCESS &&
+            cairo_surface_get_type(m_surface.get()) == CAIRO_SURFACE_TYPE_IMAGE) {
+            status = cairo_surface_write_to_png(m_surface.get(), m_path.c_str());
         }
         cairo_surface_finish(m_surface.get());
-        return written && cairo_surface_status(m_surface.get()) == CAIRO_STATUS_SUCCESS;
+        return status != CAIRO_STATUS_SUCCESS ? status : cairo_surface_status(m_surface.get());
     }
 
 private:
@@ -332,6 +332,26 @@ void RequirePictureExtension(const std::string& name) {
     KindOf(name);
 }
 
+void RequireDrawable(const std::string& name, const PictureSize& size) {
+    // Without a path, nothing is written.
+    const std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> surface(
+        KindOf(name).create(nullptr, static_cast<double>(size.width),
+                            static_cast<double>(size.height)),
+        cairo_surface_destroy);
+    const cairo_status_t status = cairo_surface_status(surface.get());
+    if (status == CAIRO_STATUS_INVALID_SIZE) {
+        throw JobError(name,
+                       fmt::format("cannot draw {} x {} pixels: a .png has at most 32767 in "
+                                   "each direction; use --size {}x{}, .svg or .pdf",
+                                   size.width, size.height, std::min(size.width, kMaxPictureSide),
+                                   std::min(size.height, kMaxPictureSide)));
+    }
+    if (status != CAIRO_STATUS_SUCCESS) {
+        throw JobError(name, fmt::format("cannot draw {} x {} pixels: {}; use a smaller --size",
+                                         size.width, size.height, cairo_status_to_string(status)));
+    }
+}
+
 PictureSize DefaultPictureSize(std::uint32_t channels) {
     constexpr std::size_t kWidth = 1600;
     constexpr auto kAxes = static_cast<std::size_t>(Layout::kTop + Layout::kBottom);
@@ -343,11 +363,19 @@ std::size_t PictureColumns(const PictureSize& size, std::size_t channels) {
     return static_cast<std::size_t>(Layout(size, channels).PlotWidth());
 }
 
-bool WritePicture(const std::string& path, const PictureSize& size, const Envelope& envelope,
-                  const LevelAxis& axis, const PictureCaption& caption) {
-    Drawing drawing(KindOf(path), path, Layout(size, envelope.Channels()));
+std::string WritePicture(const std::string& name, const std::string& path, const PictureSize& size,
+                         const Envelope& envelope, const LevelAxis& axis,
+                         const PictureCaption& caption) {
+    Drawing drawing(KindOf(name), path, Layout(size, envelope.Channels()));
     drawing.Draw(envelope, axis, caption);
-    return drawing.Finish();
+    switch (const cairo_status_t status = drawing.Finish()) {
+    case CAIRO_STATUS_SUCCESS:
+        return "";
+    case CAIRO_STATUS_WRITE_ERROR: // cairo does not keep the system's reason
+        return "cannot write the picture; is the disk full?";
+    default:
+        return fmt::format("cannot draw the picture: {}", cairo_status_to_string(status));
+    }
 }
 
 } // namespace kel::host

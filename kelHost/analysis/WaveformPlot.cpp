@@ -82,8 +82,8 @@ PictureSize PlotPicture(const PlotRequest& request, const SourceReader& source,
     const PictureSize usual = DefaultPictureSize(source.Channels());
     const PictureSize size{request.width != 0 ? request.width : usual.width,
                            request.height != 0 ? request.height : usual.height};
-    // The library selects the kind of picture by the extension.
-    OutputFile output(*request.picture, request.replace, TemporaryName::Requested);
+    RequireDrawable(*request.picture, size);
+    OutputFile output(*request.picture, request.replace);
     const Envelope envelope =
         ReadEnvelope(source, range, PictureColumns(size, source.Channels()), log, reporter);
     PictureCaption caption;
@@ -92,9 +92,11 @@ PictureSize PlotPicture(const PlotRequest& request, const SourceReader& source,
         fmt::format("   {} Hz   {}", source.Rate(), FormatDuration(source.Frames(), source.Rate()));
     caption.startSeconds = static_cast<double>(range.first) / source.Rate();
     caption.seconds = static_cast<double>(std::max<std::int64_t>(range.count, 1)) / source.Rate();
-    if (!WritePicture(output.TemporaryPath(), size, envelope,
-                      LevelAxis(request.scale, envelope.Peak()), caption)) {
-        throw JobError(*request.picture, "cannot write the picture; is the disk full?");
+    const std::string failure =
+        WritePicture(*request.picture, output.TemporaryPath(), size, envelope,
+                     LevelAxis(request.scale, envelope.Peak()), caption);
+    if (!failure.empty()) {
+        throw JobError(*request.picture, failure);
     }
     for (const std::string& warning : output.Finish()) {
         reporter.Show(WarningLine(warning));

@@ -30,14 +30,13 @@ std::vector<std::string> Scales() {
 // Parses "1600x600".
 PictureSize ParseSize(const std::string& text) {
     constexpr std::size_t kMin = 100;
-    constexpr std::size_t kMax = 30000;
     const std::size_t cross = std::min(text.find('x'), text.size());
     const auto width = ParseInteger<std::size_t>(text.substr(0, cross));
     const auto height = ParseInteger<std::size_t>(text.substr(std::min(cross + 1, text.size())));
     if (!width.has_value() || !height.has_value() || std::min(*width, *height) < kMin ||
-        std::max(*width, *height) > kMax) {
+        std::max(*width, *height) > kMaxPictureSide) {
         throw InvalidValue("--size", text,
-                           fmt::format("WIDTHxHEIGHT, each from {} to {}", kMin, kMax));
+                           fmt::format("WIDTHxHEIGHT, each from {} to {}", kMin, kMaxPictureSide));
     }
     return {*width, *height};
 }

@@ -376,6 +376,43 @@ TEST(PlotPictures, AreRefusedInOtherKindsAndSizes) {
                  "take.wav -> take.png: 100 x 100\n", "");
 }
 
+TEST(PlotPictures, AreRefusedBeforeAnyOutputWhereTheyAreTooLargeToDraw) {
+    const Recording recording(1024, Square(0.5F), 20);
+    const TemporaryDirectory& directory = recording.Directory();
+    WriteFile(directory / "take.png", "mine");
+    // Even without a place for an output.
+    for (const char* name : {"take.png", "missing/take.png"}) {
+        ExpectResult(recording.Plot({"--force", "-o", name}), 1, "",
+                     Error(name,
+                           "cannot draw 1600 x 57402 pixels: a .png has at most 32767 in each "
+                           "direction; use --size 1600x30000, .svg or .pdf"));
+    }
+    EXPECT_EQ(ReadFile(directory / "take.png"), "mine");
+    EXPECT_EQ(SortedNames(directory), (Names{"take.png", "take.wav"}));
+    // The remedies work.
+    ExpectResult(recording.Plot({"-o", "small.png", "--size", "1600x30000"}), 0,
+                 "take.wav -> small.png: 1600 x 30000\n", "");
+    ExpectResult(recording.Plot({"-o", "take.svg"}), 0, "take.wav -> take.svg: 1600 x 57402\n", "");
+}
+
+TEST(PlotPictures, AreRefusedBeforeAnyOutputWhereMemoryIsMissing) {
+#ifdef KEL_TEST_UNCOUNTED_HEAP
+    GTEST_SKIP() << "an instrumented program reserves more memory than this limit";
+#endif
+    const Recording recording(1, Square(0.5F), 100);
+    Command command = Kelhost(recording.Directory(), {});
+    command.program = "/bin/sh";
+    command.arguments = {"-c",          "ulimit -v 2000000 && exec \"$0\" \"$@\"",
+                         KEL_TEST_HOST, "plot",
+                         "take.wav",    "-o",
+                         "take.png",    "--size",
+                         "30000x30000"};
+    ExpectResult(
+        RunCommand(command), 1, "",
+        Error("take.png", "cannot draw 30000 x 30000 pixels: out of memory; use a smaller --size"));
+    EXPECT_EQ(SortedNames(recording.Directory()), Names{"take.wav"});
+}
+
 TEST(PlotPictures, ReplaceOthersOnlyWithForceAndOnlyWhole) {
     const Recording recording(2, Square(0.5F));
     for (const std::string name : {"take.png", "take.svg", "take.pdf"}) {
