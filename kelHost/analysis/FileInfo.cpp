@@ -22,19 +22,21 @@ FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& l
                   std::nullopt};
     if (measure) {
         info.measurement = Measure(source, log, reporter);
+        info.frames = info.measurement->frames;
     }
     return info;
 }
 
 void to_json(nlohmann::json& members, const FileInfo& info) {
-    members = {{"file", info.file},
-               {"channels", info.channels},
-               {"rate", info.rate},
-               {"frames", info.frames},
-               {"duration", FormatDuration(info.frames, info.rate)},
+    members = {{"file", info.file},        {"channels", info.channels}, {"rate", info.rate},
+               {"frames", nullptr},        {"seconds", nullptr},        {"duration", nullptr},
                {"delivery", info.delivery}};
-    if (info.rate != 0) {
-        members["seconds"] = static_cast<double>(info.frames) / info.rate;
+    if (info.frames.has_value()) {
+        members["frames"] = *info.frames;
+        members["duration"] = FormatDuration(*info.frames, info.rate);
+    }
+    if (info.frames.has_value() && info.rate != 0) {
+        members["seconds"] = static_cast<double>(*info.frames) / info.rate;
     }
     if (info.measurement.has_value()) {
         members["measurement"] = *info.measurement;

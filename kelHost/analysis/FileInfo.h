@@ -17,8 +17,8 @@ namespace kel::host {
 struct FileInfo {
     std::string file; ///< escaped
     std::uint32_t channels = 0;
-    std::uint32_t rate = 0; ///< frames per second
-    std::int64_t frames = 0;
+    std::uint32_t rate = 0;             ///< frames per second
+    std::optional<std::int64_t> frames; ///< missing when it is unknown
     std::string delivery; ///< samples that the source delivers: "32-bit float little-endian"
     std::optional<Measurement> measurement; ///< if requested
 };

@@ -158,10 +158,12 @@ Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter&
         const FloatView floats = FloatsIn(*sample);
         levels.Add(floats);
         loudness.Add(floats);
-        reporter.Progress(source.Frames() - reader.Left(), source.Frames(), source.Rate());
+        reporter.Progress(reader.Delivered(), source.Frames().value_or(kUnknownTotal),
+                          source.Rate());
     }
-    errors.VerifyDelivery(source.Frames(), source.Frames() - reader.Left(), false, "");
+    errors.VerifyDelivery(source.Frames(), reader.Delivered(), source.EarlyStop(), false, "");
     Measurement measurement;
+    measurement.frames = reader.Delivered();
     measurement.channels = levels.Result();
     loudness.Fill(measurement);
     return measurement;

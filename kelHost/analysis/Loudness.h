@@ -28,6 +28,7 @@ struct ChannelLevel {
 /// left, right, centre, low frequencies, left and right surround; four as left, right and the
 /// surrounds, five as the six without low frequencies. Others do not count.
 struct Measurement {
+    std::int64_t frames = 0; ///< that were measured
     std::vector<ChannelLevel> channels;
     std::optional<double> integrated; ///< LUFS
     std::optional<double> range;      ///< LU

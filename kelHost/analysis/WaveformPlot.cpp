@@ -19,7 +19,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
+#include <optional>
 #include <string>
+#include <system_error>
+#include <utility>
 
 namespace kel::host {
 
@@ -55,14 +59,54 @@ std::string DrawCharacters(const Envelope& envelope, const LevelAxis& axis,
 Envelope ReadEnvelope(const SourceReader& source, const FrameRange& range, std::size_t columns,
                       const HostLogger& log, Reporter& reporter) {
     const ErrorRecords errors(log, source.ShownName());
-    Envelope envelope(source.Channels(), columns, range.count);
+    Envelope envelope(source.Channels(), columns, range.count.value());
     RangeReader reader(source, range);
     while (const SampleHandle sample = reader.Pull()) {
         envelope.Add(FloatsIn(*sample));
-        reporter.Progress(range.count - reader.Left(), range.count, source.Rate());
+        reporter.Progress(reader.Delivered(), *range.count, source.Rate());
     }
-    errors.VerifyDelivery(range.count, range.count - reader.Left(), false, "");
+    errors.VerifyDelivery(range.count, reader.Delivered(), "", false, "");
     return envelope;
+}
+
+// A pipe cannot be read twice.
+void RequireRegularFile(const std::string& file) {
+    std::error_code unknown;
+    if (!std::filesystem::is_regular_file(file, unknown)) {
+        throw JobError(file,
+                       "has an unknown length and cannot be read twice; copy it to a file first");
+    }
+}
+
+// A file and its number of frames.
+struct PlottedFile {
+    std::unique_ptr<SourceReader> source; // at its beginning
+    std::int64_t frames = 0;
+};
+
+// Opens a file. If its source does not know the number of frames, counts them in a pass of its own,
+// because each column of a plot has its share of them.
+PlottedFile OpenAndCount(const std::string& file, const HostLogger& log, Reporter& reporter) {
+    const auto open = [&] {
+        reporter.Opening(file);
+        auto source = std::make_unique<SourceReader>(file);
+        reporter.Opened();
+        return source;
+    };
+    auto source = open();
+    if (source->Frames().has_value()) {
+        const std::int64_t frames = *source->Frames();
+        return {std::move(source), frames};
+    }
+    RequireRegularFile(file);
+    const ErrorRecords errors(log, file);
+    RangeReader reader(*source, {0, std::nullopt});
+    while (reader.Pull() != nullptr) {
+        reporter.Progress(reader.Delivered(), kUnknownTotal, source->Rate());
+    }
+    errors.VerifyDelivery(std::nullopt, reader.Delivered(), source->EarlyStop(), false, "");
+    source.reset();
+    return {open(), reader.Delivered()};
 }
 
 std::string PlotCharacters(const PlotRequest& request, const SourceReader& source,
@@ -73,12 +117,13 @@ std::string PlotCharacters(const PlotRequest& request, const SourceReader& sourc
     const Envelope envelope = ReadEnvelope(source, range, columns, log, reporter);
     return DrawCharacters(envelope, LevelAxis(request.scale, envelope.Peak()),
                           fmt::format("{} to {}, {} Hz", FormatDuration(range.first, source.Rate()),
-                                      FormatDuration(range.first + range.count, source.Rate()),
+                                      FormatDuration(range.first + *range.count, source.Rate()),
                                       source.Rate()));
 }
 
-PictureSize PlotPicture(const PlotRequest& request, const SourceReader& source,
+PictureSize PlotPicture(const PlotRequest& request, const PlottedFile& file,
                         const FrameRange& range, const HostLogger& log, Reporter& reporter) {
+    const SourceReader& source = *file.source;
     const PictureSize usual = DefaultPictureSize(source.Channels());
     const PictureSize size{request.width != 0 ? request.width : usual.width,
                            request.height != 0 ? request.height : usual.height};
@@ -89,9 +134,9 @@ PictureSize PlotPicture(const PlotRequest& request, const SourceReader& source,
     PictureCaption caption;
     caption.name = Escape(std::filesystem::path(request.input).filename().string());
     caption.facts =
-        fmt::format("   {} Hz   {}", source.Rate(), FormatDuration(source.Frames(), source.Rate()));
+        fmt::format("   {} Hz   {}", source.Rate(), FormatDuration(file.frames, source.Rate()));
     caption.startSeconds = static_cast<double>(range.first) / source.Rate();
-    caption.seconds = static_cast<double>(std::max<std::int64_t>(range.count, 1)) / source.Rate();
+    caption.seconds = static_cast<double>(std::max<std::int64_t>(*range.count, 1)) / source.Rate();
     const std::string failure =
         WritePicture(*request.picture, output.TemporaryPath(), size, envelope,
                      LevelAxis(request.scale, envelope.Peak()), caption);
@@ -108,16 +153,15 @@ PictureSize PlotPicture(const PlotRequest& request, const SourceReader& source,
 } // namespace
 
 JobResult Plot(const PlotRequest& request, const HostLogger& log, Reporter& reporter) {
-    reporter.Opening(request.input);
-    const SourceReader source(request.input);
-    reporter.Opened();
-    const FrameRange range = Resolve(request.range, source.Frames(), source.Rate(), request.input);
+    const PlottedFile file = OpenAndCount(request.input, log, reporter);
+    const SourceReader& source = *file.source;
+    const FrameRange range = Resolve(request.range, file.frames, source.Rate(), request.input);
     const std::string input = Escape(request.input);
     std::string picture;
     PictureSize size{request.width, 0};
     JobResult result;
     if (request.picture.has_value()) {
-        size = PlotPicture(request, source, range, log, reporter);
+        size = PlotPicture(request, file, range, log, reporter);
         picture = Escape(*request.picture);
         result.report = fmt::format("{} -> {}: {} x {}\n", input, picture, size.width, size.height);
     } else {

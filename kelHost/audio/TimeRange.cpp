@@ -99,21 +99,33 @@ TimePoint ParseTime(const std::string& option, std::string_view text) {
                        "seconds (12.5), h:mm:ss.mmm (1:02:03.250) or frames (48000f)");
 }
 
-FrameRange Resolve(const TimeRange& range, std::int64_t frames, std::uint32_t rate,
+FrameRange Resolve(const TimeRange& range, std::optional<std::int64_t> frames, std::uint32_t rate,
                    const std::string& file) {
     const std::int64_t first = range.start ? range.start->Frames(rate) : 0;
-    std::int64_t end = range.end ? range.end->Frames(rate) : frames;
+    std::optional<std::int64_t> end = range.end ? range.end->Frames(rate) : frames;
     if (range.duration) {
         end = first + range.duration->Frames(rate);
     }
-    if (first > end || end > frames || (first == end && !range.IsWholeFile())) {
-        throw JobError(file,
-                       fmt::format("the range from frame {} to frame {} is not within the file, "
-                                   "which has {} ({})",
-                                   first, end, Count(static_cast<std::uint64_t>(frames), "frame"),
-                                   FormatDuration(frames, rate)));
+    if (!end.has_value()) {
+        return {first, std::nullopt};
     }
-    return {first, end - first};
+    if (first > *end || *end > frames.value_or(*end) || (first == *end && !range.IsWholeFile())) {
+        if (frames.has_value()) {
+            throw OutsideOfFile(file, first, *end, *frames, rate);
+        }
+        throw JobError(file,
+                       fmt::format("the range from frame {} to frame {} is empty", first, *end));
+    }
+    return {first, *end - first};
+}
+
+JobError OutsideOfFile(const std::string& file, std::int64_t first, std::int64_t end,
+                       std::int64_t frames, std::uint32_t rate) {
+    return JobError(file,
+                    fmt::format("the range from frame {} to frame {} is not within the file, which "
+                                "has {} ({})",
+                                first, end, Count(static_cast<std::uint64_t>(frames), "frame"),
+                                FormatDuration(frames, rate)));
 }
 
 } // namespace kel::host

@@ -1,6 +1,8 @@
 /// Parts of a file: times and ranges. Pure functions.
 #pragma once
 
+#include "base/Errors.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -35,15 +37,20 @@ struct TimeRange {
 /// A part of a file in frames.
 struct FrameRange {
     std::int64_t first = 0;
-    std::int64_t count = 0;
+    std::optional<std::int64_t> count; ///< missing: up to the end of a file of unknown length
 };
 
 /// Returns the frames of a range in a file.
-/// @param frames number of frames in the file
+/// @param frames number of frames in the file; missing when it is unknown
 /// @param rate frames per second
 /// @param file the file, for the error
-/// @throws JobError when the range is empty or is not within the file
-FrameRange Resolve(const TimeRange& range, std::int64_t frames, std::uint32_t rate,
+/// @throws JobError when the range is empty, or is known not to be within the file
+FrameRange Resolve(const TimeRange& range, std::optional<std::int64_t> frames, std::uint32_t rate,
                    const std::string& file);
+
+/// Returns the error about a range that is not within a file.
+/// @param end first frame after the range
+JobError OutsideOfFile(const std::string& file, std::int64_t first, std::int64_t end,
+                       std::int64_t frames, std::uint32_t rate);
 
 } // namespace kel::host

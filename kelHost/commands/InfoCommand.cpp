@@ -74,14 +74,22 @@ std::string FieldOfMono(const std::string& field) {
                                        : field;
 }
 
+// The text of a value that may be null.
+std::string OrUnknown(const json& value) {
+    if (value.is_null()) {
+        return "unknown";
+    }
+    return value.is_string() ? value.get<std::string>() : DumpJSON(value);
+}
+
 // Shows a table, followed by the measurements.
 void ShowTable(const json& files, const std::vector<std::string>& measurements, std::ostream& out) {
     std::vector<std::vector<std::string>> rows;
     for (const json& file : files) {
         rows.push_back({file.at("file"), fmt::format("{}", file.at("channels").get<unsigned>()),
                         fmt::format("{} Hz", file.at("rate").get<unsigned>()),
-                        fmt::format("{}", file.at("frames").get<std::int64_t>()),
-                        file.at("duration"), file.at("delivery")});
+                        OrUnknown(file.at("frames")), OrUnknown(file.at("duration")),
+                        file.at("delivery")});
     }
     if (rows.empty()) {
         return;

@@ -2,12 +2,11 @@
 
 #include "base/Descriptor.h"
 #include "base/Errors.h"
+#include "container/HeaderReader.h"
 
 #include <fmt/format.h>
 
-#include <array>
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
@@ -15,60 +14,20 @@
 #include <limits>
 #include <string>
 #include <system_error>
-#include <unistd.h>
+#include <utility>
 
 namespace kel::host {
 
 namespace {
 
-constexpr std::uint64_t kChunkHeader = 8; // a name and a size, each of four bytes
-
-// Reads numbers at offsets of a file. Bytes beyond its end read as 0.
-class HeaderReader {
-public:
-    explicit HeaderReader(const FileName& file)
-        : m_file(file), m_descriptor(open(file.path.c_str(), O_RDONLY | O_CLOEXEC)) {
-        if (m_descriptor.Number() < 0) {
-            Fail();
-        }
+HeaderReader Open(const FileName& file) {
+    constexpr const char* kFailure = "cannot read the file back";
+    Descriptor descriptor(open(file.path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (descriptor.Number() < 0) {
+        throw JobError(file.shown, fmt::format("{}: {}", kFailure, std::strerror(errno)));
     }
-
-    void SetBigEndian(bool bigEndian) { m_bigEndian = bigEndian; }
-
-    std::string Name(std::uint64_t offset) {
-        constexpr std::size_t kLength = 4;
-        std::string name(kLength, '\0');
-        Read(offset, name.data(), kLength);
-        return name;
-    }
-
-    std::uint64_t Number(std::uint64_t offset, std::size_t bytes) {
-        std::array<char, sizeof(std::uint64_t)> read{};
-        Read(offset, read.data(), bytes);
-        std::uint64_t number = 0;
-        for (std::size_t i = 0; i < bytes; ++i) {
-            const char byte = read[m_bigEndian ? i : bytes - 1 - i];
-            number = (number << 8U) | static_cast<unsigned char>(byte);
-        }
-        return number;
-    }
-
-private:
-    void Read(std::uint64_t offset, char* bytes, std::size_t count) {
-        if (pread(m_descriptor.Number(), bytes, count, static_cast<off_t>(offset)) < 0) {
-            Fail();
-        }
-    }
-
-    [[noreturn]] void Fail() const {
-        throw JobError(m_file.shown,
-                       fmt::format("cannot read the file back: {}", std::strerror(errno)));
-    }
-
-    const FileName& m_file;
-    Descriptor m_descriptor;
-    bool m_bigEndian = false;
-};
+    return {file, std::move(descriptor), kFailure};
+}
 
 // The expected sizes.
 struct Sizes {
@@ -78,17 +37,16 @@ struct Sizes {
 };
 
 // True when the sizes in a chunk are right, or it has none.
-bool IsChunkRight(HeaderReader& header, const std::string& name, std::uint64_t offset,
+bool IsChunkRight(const HeaderReader& header, const std::string& name, std::uint64_t offset,
                   const Sizes& sizes) {
-    constexpr std::uint64_t kInDs64 = 0xFFFFFFFF; // the number is in the chunk ds64
     const std::uint64_t size = header.Number(offset + 4, 4);
     const std::uint64_t content = offset + kChunkHeader;
     if (name == "data") {
-        return size == sizes.samples || size == kInDs64;
+        return size == sizes.samples || size == kSizeInDs64;
     }
     if (name == "fact") {
         const std::uint64_t frames = header.Number(content, 4);
-        return frames == sizes.frames || frames == kInDs64;
+        return frames == sizes.frames || frames == kSizeInDs64;
     }
     if (name == "ds64") {
         return header.Number(content, 8) + kChunkHeader == sizes.file &&
@@ -107,8 +65,7 @@ bool IsChunkRight(HeaderReader& header, const std::string& name, std::uint64_t o
 }
 
 bool AreSizesRight(const FileName& file, const Sizes& sizes) {
-    constexpr std::uint64_t kFirstChunk = 12; // after the name, size and kind of the file
-    HeaderReader header(file);
+    HeaderReader header = Open(file);
     const std::string form = header.Name(0);
     if (form != "RIFF" && form != "RF64" && form != "FORM") {
         return true;

@@ -38,19 +38,26 @@ void ErrorRecords::RequireNoneFromOutput(const std::string& output) const {
     }
 }
 
-std::optional<std::string> ErrorRecords::VerifyDelivery(std::int64_t declared,
-                                                        std::int64_t delivered, bool allowShort,
+std::optional<std::string> ErrorRecords::VerifyDelivery(std::optional<std::int64_t> declared,
+                                                        std::int64_t delivered,
+                                                        const std::string& earlyStop,
+                                                        bool allowShort,
                                                         std::string_view remedy) const {
     const auto errors = m_log.ErrorsSince(m_first, ReadingContext(m_input), true);
-    if (delivered == declared) {
+    const bool isComplete = declared.has_value() ? delivered == *declared : earlyStop.empty();
+    if (isComplete) {
         if (!errors.empty()) {
             throw JobError(m_input, "cannot read the file: " + errors.front());
         }
         return std::nullopt;
     }
-    const std::string shortfall = fmt::format(
-        "declares {} and delivers {}{}", Count(static_cast<std::uint64_t>(declared), "frame"),
-        delivered, errors.empty() ? "" : " (" + errors.front() + ")");
+    const std::string shortfall =
+        (declared.has_value()
+             ? fmt::format("declares {} and delivers {}",
+                           Count(static_cast<std::uint64_t>(*declared), "frame"), delivered)
+             : fmt::format("delivers {} and {}",
+                           Count(static_cast<std::uint64_t>(delivered), "frame"), earlyStop)) +
+        (errors.empty() ? "" : " (" + errors.front() + ")");
     if (!allowShort) {
         throw JobError(m_input, fmt::format("{}; it is damaged or was changed while it was read{}",
                                             shortfall, remedy));

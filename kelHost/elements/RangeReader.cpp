@@ -56,28 +56,40 @@ void Seek(const SourceReader& source, std::int64_t frame) {
 } // namespace
 
 RangeReader::RangeReader(const SourceReader& source, const FrameRange& range)
-    : m_source(source), m_context(ReadingContext(source.ShownName())),
-      m_channels(source.Channels()), m_left(range.count) {
+    : m_source(source), m_context(ReadingContext(source.ShownName())), m_range(range),
+      m_channels(source.Channels()) {
     if (range.first > 0) {
         Seek(source, range.first);
     }
 }
 
 SampleHandle RangeReader::Pull() {
-    if (m_left == 0) {
+    if (m_range.count == m_delivered) {
         return nullptr;
     }
     const ContextScope context(m_context);
     SampleHandle container = m_source.Element().GetSample();
     if (container == nullptr) {
+        RequireRangeExists();
         return nullptr;
     }
     const auto frames = static_cast<std::int64_t>(FloatsIn(*container).count / m_channels);
-    if (frames > m_left) {
-        container = Shorten(container, m_left, m_channels);
+    const std::int64_t left = m_range.count.value_or(frames + m_delivered) - m_delivered;
+    if (frames > left) {
+        container = Shorten(container, left, m_channels);
     }
-    m_left -= std::min(frames, m_left);
+    m_delivered += std::min(frames, left);
     return container;
+}
+
+// Whether a part is within a file of unknown length is known only at the end of the file.
+void RangeReader::RequireRangeExists() const {
+    const bool isShort = m_range.count.has_value() || (m_range.first > 0 && m_delivered == 0);
+    if (!m_source.Frames().has_value() && isShort) {
+        throw OutsideOfFile(m_source.ShownName(), m_range.first,
+                            m_range.first + m_range.count.value_or(0), m_range.first + m_delivered,
+                            m_source.Rate());
+    }
 }
 
 } // namespace kel::host

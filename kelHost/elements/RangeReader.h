@@ -29,16 +29,20 @@ public:
     /// @throws JobError when the source cannot seek there
     RangeReader(const SourceReader& source, const FrameRange& range);
 
+    /// @throws JobError also when a source of unknown length ends before the part does
     SampleHandle Pull() override;
 
-    /// Frames of the part that have not been delivered.
-    std::int64_t Left() const { return m_left; }
+    /// Frames of the part that have been delivered.
+    std::int64_t Delivered() const { return m_delivered; }
 
 private:
+    void RequireRangeExists() const;
+
     const SourceReader& m_source;
     std::string m_context;
+    FrameRange m_range;
     std::uint32_t m_channels;
-    std::int64_t m_left;
+    std::int64_t m_delivered = 0;
 };
 
 } // namespace kel::host

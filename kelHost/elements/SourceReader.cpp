@@ -1,7 +1,7 @@
 #include "elements/SourceReader.h"
 
 #include "base/Errors.h"
-#include "base/Text.h"
+#include "container/InputHeader.h"
 
 #include <IAudioParameters_PCM.h>
 #include <IChannelInfo.h>
@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -27,9 +28,8 @@ constexpr const char* kCannotRead = "cannot open for reading";
 constexpr std::uint32_t kDefaultBlockFrames = 16384;
 constexpr std::uint32_t kMaxBlockSamples = 1U << 19U; // 2 MiB: 512 frames of 1024 channels
 
-std::string DescribeStream(std::int64_t frames, std::uint32_t channels, std::uint32_t rate) {
-    return fmt::format("{}, {} and {} Hz", Count(static_cast<std::uint64_t>(frames), "frame"),
-                       Count(channels, "channel"), rate);
+OpeningFacts FactsOf(const SampleLayout& layout) {
+    return {layout.frames, layout.channels, layout.rate, {layout.first}};
 }
 
 } // namespace
@@ -38,19 +38,50 @@ SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> bl
     : m_shownName(file.shown), m_blockFrames(blockFrames.value_or(kDefaultBlockFrames)) {
     RequireReadable(file);
     WithFileContext(file, kCannotRead, [&] {
-        Open(FileSource(file, m_blockFrames));
+        OpenFile(FileSource(file, m_blockFrames), file);
         const std::uint32_t bounded = kMaxBlockSamples / std::max(Channels(), 1U);
         if (!blockFrames.has_value() && bounded < m_blockFrames) {
             m_blockFrames = bounded;
             Release();
-            Open(FileSource(file, m_blockFrames));
+            OpenFile(FileSource(file, m_blockFrames), file);
         }
     });
 }
 
-SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe)
+SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
+                           const std::string& file)
     : m_shownName(std::move(shownName)) {
-    WithFileContext(m_shownName, kCannotRead, [&] { Open(recipe); });
+    WithFileContext(m_shownName, kCannotRead, [&] {
+        if (file.empty()) {
+            Open(recipe);
+        } else {
+            OpenFile(recipe, {file, m_shownName});
+        }
+    });
+}
+
+// Libraries take parts of a header that they cannot read for zeros, and then report another length,
+// or samples at another offset. If the header declares what the source reports, all is well. In all
+// other cases a second source has to report the same.
+void SourceReader::OpenFile(const ElementRecipe& recipe, const FileName& file) {
+    const auto declared = ReadInputHeader(file);
+    const OpenPositions& before = m_positions.emplace(file.path);
+    Open(recipe);
+    const OpeningFacts first = Facts(before);
+    if (m_element->IsGrowing() || !before.IsRegularFile() ||
+        (declared.has_value() && first == FactsOf(*declared))) {
+        return;
+    }
+    const OpenPositions between(file.path);
+    const SourceReader again(m_shownName, recipe, "");
+    const OpeningFacts second = again.Facts(between);
+    if (!(first == second)) {
+        Release();
+        throw JobError(m_shownName,
+                       fmt::format("cannot read its header: opened twice, it has {} and then {}; "
+                                   "the disk fails, or a program changes the file",
+                                   Describe(first), Describe(second)));
+    }
 }
 
 void SourceReader::Open(const ElementRecipe& recipe) {
@@ -65,6 +96,28 @@ void SourceReader::Open(const ElementRecipe& recipe) {
         throw std::runtime_error("it describes no audio");
     }
     m_info = infos.front();
+}
+
+OpeningFacts SourceReader::Facts(const OpenPositions& before) const {
+    return {Frames(), Channels(), Rate(), before.New()};
+}
+
+// libsndfile has the largest number for a length that it does not know.
+std::optional<std::int64_t> SourceReader::Frames() const {
+    return m_limits.duration == std::numeric_limits<std::int64_t>::max()
+               ? std::nullopt
+               : std::optional(m_limits.duration);
+}
+
+std::string SourceReader::EarlyStop() const {
+    if (Frames().has_value() || !m_positions.has_value() || !m_positions->IsRegularFile()) {
+        return "";
+    }
+    const auto positions = m_positions->New();
+    const auto last = std::max_element(positions.begin(), positions.end());
+    return last == positions.end() || *last >= m_positions->FileBytes()
+               ? ""
+               : fmt::format("stops at byte {} of {}", *last, m_positions->FileBytes());
 }
 
 SourceReader::~SourceReader() {
@@ -104,8 +157,8 @@ void VerifyReopens(const FileName& file, std::int64_t frames, std::uint32_t chan
         throw JobError(
             file.shown,
             fmt::format("the written file opens with {} instead of {}; is the disk full?",
-                        DescribeStream(written.Frames(), written.Channels(), written.Rate()),
-                        DescribeStream(frames, channels, rate)));
+                        Describe({written.Frames(), written.Channels(), written.Rate(), {}}),
+                        Describe({frames, channels, rate, {}})));
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include "base/FileName.h"
 #include "elements/Elements.h"
+#include "elements/OpeningFacts.h"
 
 #include <IAudioInfo.h>
 #include <IAudioSource.h>
@@ -22,14 +23,16 @@ public:
     /// Creates the first registered source for the type of a file, and opens the file.
     /// @param blockFrames maximum number of frames in a sample; unset: 16384, or fewer where many
     /// channels would make samples larger than 2 MiB
-    /// @throws JobError when the file is missing, is a directory, or cannot be opened
+    /// @throws JobError when the file is missing, is a directory, or cannot be opened, or when its
+    /// header cannot be read
     explicit SourceReader(const FileName& file,
                           std::optional<std::uint32_t> blockFrames = std::nullopt);
 
     /// Creates a source and opens it.
     /// @param shownName the file that it reads, or the source itself, as the user knows it
-    /// @throws JobError when it cannot be opened
-    SourceReader(std::string shownName, const ElementRecipe& recipe);
+    /// @param file path of the file that it reads; empty for none
+    /// @throws JobError when it cannot be opened, or when the header of the file cannot be read
+    SourceReader(std::string shownName, const ElementRecipe& recipe, const std::string& file);
 
     ~SourceReader();
     SourceReader(const SourceReader&) = delete;
@@ -61,11 +64,20 @@ public:
     /// Maximum number of frames in a sample of a file.
     std::uint32_t BlockFrames() const { return m_blockFrames; }
 
-    /// Number of frames that the source declares.
-    std::int64_t Frames() const { return m_limits.duration; }
+    /// Number of frames that the source declares; missing when it does not know it, as for a stream
+    /// that was recorded without going back to its header.
+    std::optional<std::int64_t> Frames() const;
+
+    /// Explains why a source of unknown length that has delivered its last sample may have more: it
+    /// did not read its file to the end. The sources do not report a failed read that delivers
+    /// nothing.
+    /// @return "stops at byte 8192 of 140882"; empty when there is no sign of it
+    std::string EarlyStop() const;
 
 private:
     void Open(const ElementRecipe& recipe);
+    void OpenFile(const ElementRecipe& recipe, const FileName& file);
+    OpeningFacts Facts(const OpenPositions& before) const;
 
     std::string m_shownName;
     std::uint32_t m_blockFrames = 0;
@@ -73,6 +85,7 @@ private:
     std::shared_ptr<const IInfoContainer> m_description;
     std::shared_ptr<const IAudioInfo> m_info;
     TimeLimits m_limits;
+    std::optional<OpenPositions> m_positions; // of a file
 };
 
 /// Returns the samples that a source delivers in words: "32-bit float little-endian".

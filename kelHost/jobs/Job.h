@@ -10,6 +10,9 @@
 
 namespace kel::host {
 
+/// The total of a job that does not know its end.
+inline constexpr std::int64_t kUnknownTotal = -1;
+
 /// Reports of a job to the host. Used by one thread at a time, in the worker.
 class Reporter {
 public:
@@ -22,7 +25,7 @@ public:
     virtual void Opened() = 0;
 
     /// Progress of the job; passed on at most ten times a second, and at the end.
-    /// @param done of @p total, in frames
+    /// @param done of @p total, in frames; the total may be kUnknownTotal
     /// @param rate frames per second
     virtual void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) = 0;
 

@@ -2,6 +2,7 @@
 
 #include "base/JSONDocument.h"
 #include "base/Text.h"
+#include "jobs/Job.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -37,11 +38,16 @@ Progress::Progress(std::ostream& stream, ProgressStyle style, std::vector<std::s
 void Progress::Update(std::size_t job, std::int64_t done, std::int64_t total, std::uint32_t rate,
                       Clock::time_point now) {
     m_seconds[job] = rate > 0 ? static_cast<double>(done) / rate : 0.0;
-    m_done[job] = total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1.0;
+    m_isEndUnknown = total == kUnknownTotal;
+    if (!m_isEndUnknown) {
+        m_done[job] = total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1.0;
+    }
     if (m_style == ProgressStyle::JSON) {
-        m_stream << FormatDocument(
-                        "progress",
-                        {{"file", m_files[job]}, {"done", done}, {"total", total}, {"rate", rate}})
+        m_stream << FormatDocument("progress", {{"file", m_files[job]},
+                                                {"done", done},
+                                                {"total", m_isEndUnknown ? nlohmann::json()
+                                                                         : nlohmann::json(total)},
+                                                {"rate", rate}})
                  << std::flush;
     } else {
         Draw(now);
@@ -76,8 +82,19 @@ void Progress::Draw(Clock::time_point now) {
     }
     m_lastDrawn = now;
     const double elapsed = std::chrono::duration<double>(now - m_start).count();
-    m_stream << "\r" << Line(elapsed) << "\x1B[K" << std::flush;
+    const bool hasEnd = m_files.size() > 1 || !m_isEndUnknown;
+    m_stream << "\r" << (hasEnd ? Line(elapsed) : LineWithoutEnd(elapsed)) << "\x1B[K"
+             << std::flush;
     m_drawn = true;
+}
+
+// One file of unknown length. Among several files, one counts when it is finished.
+std::string Progress::LineWithoutEnd(double elapsed) const {
+    const double seconds = m_seconds.front();
+    const std::string speed = elapsed > 0 ? ", " + TimesRealTime(seconds / elapsed) : "";
+    return KeepEnd(fmt::format("{} {} done{}", m_files.front(),
+                               FormatSeconds(static_cast<std::int64_t>(seconds)), speed),
+                   m_width - std::min<std::size_t>(m_width, 1));
 }
 
 std::string Progress::Line(double elapsed) const {

@@ -31,7 +31,7 @@ public:
              std::size_t width, Clock::time_point start);
 
     /// Records the progress of a job.
-    /// @param done of @p total, in frames
+    /// @param done of @p total, in frames; the total may be kUnknownTotal
     /// @param rate frames per second
     /// @param now the present time
     void Update(std::size_t job, std::int64_t done, std::int64_t total, std::uint32_t rate,
@@ -46,12 +46,14 @@ public:
 private:
     void Draw(Clock::time_point now);
     std::string Line(double elapsed) const;
+    std::string LineWithoutEnd(double elapsed) const;
 
     std::ostream& m_stream;
     ProgressStyle m_style;
     std::vector<std::string> m_files;
     std::vector<double> m_done;    // of each job, 0 to 1
     std::vector<double> m_seconds; // of media, done by each job
+    bool m_isEndUnknown = false;   // of the job that was last heard of
     std::size_t m_finished = 0;
     std::size_t m_width;
     Clock::time_point m_start;

@@ -103,7 +103,8 @@ public:
             return;
         }
         const Clock::time_point now = Clock::now();
-        if (done >= total || now - m_lastProgress >= kInterval) {
+        const bool isEnd = total != kUnknownTotal && done >= total;
+        if (isEnd || now - m_lastProgress >= kInterval) {
             m_lastProgress = now;
             Send({Message::Kind::Progress,
                   {std::to_string(done), std::to_string(total), std::to_string(rate)}});

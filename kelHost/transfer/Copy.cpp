@@ -8,6 +8,7 @@
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
 #include "elements/RangeReader.h"
+#include "transfer/FittingReader.h"
 #include "transfer/Transfer.h"
 
 #include <Logging.h>
@@ -91,7 +92,7 @@ private:
         m_converter = std::make_unique<SampleConverter>(m_source->Description(), MakeTarget());
         m_channels = static_cast<std::uint32_t>(m_converter->Channels().size());
         RequireBlockFits();
-        m_bytes = SampleBytes(m_range.count);
+        m_bytes = SampleBytes(m_range.count.value_or(0));
         ChooseContainerForSize();
     }
 
@@ -146,9 +147,15 @@ private:
     CopyFacts Write(OutputFile& output) {
         const FileName file(output.TemporaryPath(), m_request.output);
         // Threads cost more than they gain where there is hardly anything to overlap.
-        const bool overlapped = m_range.count > 2 * std::int64_t{m_source->BlockFrames()};
+        const bool overlapped = !m_range.count.has_value() ||
+                                *m_range.count > 2 * std::int64_t{m_source->BlockFrames()};
         TransferParts parts;
         parts.reader = std::make_unique<RangeReader>(*m_source, m_range);
+        if (!m_range.count.has_value()) {
+            parts.reader = std::make_unique<FittingReader>(
+                std::move(parts.reader), *m_format.container, m_request.output, m_channels,
+                m_format.encoding->bytes, "--format bwave");
+        }
         parts.sink =
             std::make_unique<SinkWriter>(*m_format.container, file, m_converter->Description());
         parts.source = std::move(m_source);
@@ -159,13 +166,13 @@ private:
         }
         CopyFacts facts;
         facts.rate = transfer.Source().Rate();
-        facts.frames = transfer.Run(m_range.count, overlapped);
+        facts.frames = transfer.Run(m_range.count.value_or(kUnknownTotal), overlapped);
         facts.conversion = transfer.Converter().Channels();
         transfer.CloseSink();
         m_errors.RequireNoneFromOutput(m_request.output);
-        const auto shortfall =
-            m_errors.VerifyDelivery(m_range.count, facts.frames, m_options.allowShort,
-                                    " (--allow-short accepts the frames that exist)");
+        const auto shortfall = m_errors.VerifyDelivery(
+            m_range.count, facts.frames, transfer.Source().EarlyStop(), m_options.allowShort,
+            " (--allow-short accepts the frames that exist)");
         if (shortfall.has_value()) {
             Warn(*shortfall);
         }
@@ -276,7 +283,7 @@ private:
     FrameRange m_range;
     std::uint32_t m_channels = 0;
     bool m_verify = false;
-    std::uint64_t m_bytes = 0; // of samples, if the input delivers all of its frames
+    std::uint64_t m_bytes = 0; // of samples, if the input delivers all of its frames; 0 if unknown
     std::vector<std::string> m_warnings;
 };
 

@@ -6,6 +6,7 @@
 #include "base/OutputFile.h"
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
+#include "transfer/FittingReader.h"
 #include "transfer/Transfer.h"
 
 #include <IAudioParameters_PCM.h>
@@ -21,6 +22,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -94,9 +96,10 @@ public:
                 Count(static_cast<std::uint64_t>(frames), "frame"), Count(m_frameBytes, "byte")));
         }
         m_delivered += frames;
-        if (m_delivered > m_source.Frames() && !m_isGrowing) {
+        const auto declared = m_source.Frames();
+        if (declared.has_value() && m_delivered > *declared && !m_isGrowing) {
             Fail(fmt::format("declares {} and delivers more",
-                             Count(static_cast<std::uint64_t>(m_source.Frames()), "frame")));
+                             Count(static_cast<std::uint64_t>(*declared), "frame")));
         }
         return container;
     }
@@ -113,6 +116,11 @@ private:
     std::int64_t m_delivered = 0;
 };
 
+// For errors about a container that cannot hold enough.
+std::string LargeType() {
+    return "the type " + GetLabel(WrapperFormat::BWAVE);
+}
+
 // A run of a pipeline, step by step.
 class PipelineJob {
 public:
@@ -123,7 +131,7 @@ public:
     JobResult Run() {
         Open();
         if (m_request.sink.file.empty()) {
-            MoveSamples();
+            MoveSamples(nullptr);
             m_errors.RequireNoneFromOutput(m_output);
             return Result();
         }
@@ -140,7 +148,7 @@ private:
         if (!file.empty()) {
             RequireReadable(file);
         }
-        m_source = std::make_unique<SourceReader>(m_input, m_request.source.recipe);
+        m_source = std::make_unique<SourceReader>(m_input, m_request.source.recipe, file);
         m_reporter.Opened();
         m_errors.RequireNone(m_input);
         RequireCountable();
@@ -170,17 +178,17 @@ private:
     JobResult WriteFile() {
         const PipelineElement& sink = m_request.sink;
         const Container* container = ContainerOfType(sink.recipe.type);
-        const std::uint64_t bytes = static_cast<std::uint64_t>(m_source->Frames()) * m_frameBytes;
+        const std::uint64_t bytes =
+            static_cast<std::uint64_t>(m_source->Frames().value_or(0)) * m_frameBytes;
         const std::uint64_t size = container != nullptr ? MaxFileSize(bytes, m_channels) : 0;
         if (container != nullptr) {
-            RequireFits(*container, sink.file, bytes, m_channels,
-                        "the type " + GetLabel(WrapperFormat::BWAVE));
+            RequireFits(*container, sink.file, bytes, m_channels, LargeType());
         }
         OutputFile output(sink.file, m_request.replace, TemporaryName::Requested);
         output.RequireSpace(size);
         SetFilePath(*sink.recipe.settings, output.TemporaryPath());
         try {
-            MoveSamples();
+            MoveSamples(container);
             WarnAll(output.Flush());
             if (container != nullptr) {
                 VerifyFile({output.TemporaryPath(), sink.file});
@@ -210,11 +218,18 @@ private:
         VerifyReopens(file, m_frames, m_channels, m_rate);
     }
 
-    void MoveSamples() {
+    // @param container of the output; null when the host does not know it
+    void MoveSamples(const Container* container) {
         const ElementRecipe& recipe = m_request.sink.recipe;
-        const std::int64_t declared = m_source->Frames();
+        const std::optional<std::int64_t> declared = m_source->Frames();
+        const bool hasEnd = declared.has_value() && !m_isGrowing;
         TransferParts parts;
         parts.reader = std::make_unique<VerifyingReader>(*m_source, m_frameBytes, m_isGrowing);
+        if (container != nullptr && !hasEnd) {
+            parts.reader =
+                std::make_unique<FittingReader>(std::move(parts.reader), *container, m_output,
+                                                m_channels, m_frameBytes / m_channels, LargeType());
+        }
         parts.sink = std::make_unique<SinkWriter>(m_output, recipe, m_source->Description(),
                                                   fmt::format("{}:{} does not accept {}",
                                                               recipe.implementation, recipe.type,
@@ -223,12 +238,13 @@ private:
         Transfer transfer(std::move(parts), m_output, m_errors, m_reporter);
         // Threads cost more than they gain where there is hardly anything to overlap.
         constexpr std::int64_t kMinOverlappedFrames = 32768;
-        m_frames = transfer.Run(declared, m_isGrowing || declared > kMinOverlappedFrames);
+        m_frames = transfer.Run(declared.value_or(kUnknownTotal),
+                                !hasEnd || *declared > kMinOverlappedFrames);
         CloseSink(transfer);
         m_errors.RequireNoneFromOutput(m_output);
         const auto shortfall = m_errors.VerifyDelivery(
-            m_isGrowing ? m_frames : declared, m_frames, m_request.allowShort,
-            " (--allow-short accepts the frames that exist)");
+            m_isGrowing ? m_frames : declared, m_frames, transfer.Source().EarlyStop(),
+            m_request.allowShort, " (--allow-short accepts the frames that exist)");
         if (shortfall.has_value()) {
             Warn(*shortfall);
         }

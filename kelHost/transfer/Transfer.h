@@ -39,7 +39,7 @@ public:
     void EnableHash() { m_isHashed = true; }
 
     /// Moves all samples. A sample container must hold one audio sample.
-    /// @param frames number of frames to come, for the progress
+    /// @param frames number of frames to come, for the progress; kUnknownTotal when it is unknown
     /// @param overlapped whether reading, converting and writing run at the same time
     /// @return the number of frames that were moved
     /// @throws JobError when an element throws, or the sink logs an error

@@ -180,4 +180,32 @@ TEST(TimeRange, MustBeWithinTheFileAndNotEmpty) {
               "frames (0:00:00.000)");
 }
 
+TEST(TimeRange, MayEndWithAFileOfUnknownLength) {
+    struct Row {
+        TimeRange range;
+        std::int64_t first;
+        std::optional<std::int64_t> count;
+    };
+    const std::vector<Row> rows{
+        {{}, 0, std::nullopt},
+        {{Frames(7), {}, {}}, 7, std::nullopt},
+        {{{}, Frames(7), {}}, 0, 7},
+        {{Frames(7), Frames(9), {}}, 7, 2},
+        {{Frames(7), {}, Frames(9)}, 7, 9},
+    };
+    for (const Row& row : rows) {
+        const FrameRange range = Resolve(row.range, std::nullopt, 48000, "a.wav");
+        SCOPED_TRACE(row.first);
+        EXPECT_EQ(range.first, row.first);
+        EXPECT_EQ(range.count, row.count);
+    }
+    try {
+        Resolve({Frames(7), Frames(7), {}}, std::nullopt, 48000, "a.wav");
+        FAIL() << "accepts an empty range";
+    } catch (const JobError& error) {
+        EXPECT_EQ(DescribeError(error).message,
+                  "a.wav: the range from frame 7 to frame 7 is empty");
+    }
+}
+
 } // namespace kel::host

@@ -1,5 +1,7 @@
 #include "jobs/Progress.h"
 
+#include "jobs/Job.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -96,6 +98,36 @@ TEST(Progress, ShowsNoTimeBeforeOneIsKnown) {
     Display empty(ProgressStyle::Line, {"take.wav"});
     empty.Update(0, 0, 0, 0);
     EXPECT_EQ(empty.Shown(), Drawn("take.wav [########################] 100 %"));
+}
+
+TEST(Progress, IsTheTimeThatIsDoneWhereTheEndIsUnknown) {
+    Display display(ProgressStyle::Line, {"take.flac"});
+    display.Update(0, 0, kUnknownTotal, 0);
+    EXPECT_EQ(display.Shown(), Drawn("take.flac 0:00:00 done"));
+    display.Update(0, 62000, kUnknownTotal, 6200);
+    EXPECT_EQ(display.Shown(), Drawn("take.flac 0:01:02 done, 10 x real time"));
+
+    // It counts when it is finished.
+    Display several(ProgressStyle::Line, {"take.flac", "b.wav"});
+    several.Update(1, 1000, 1000, 1000);
+    EXPECT_EQ(
+        several.Shown(),
+        Drawn("0 of 2 files [############............]  50 %  1.0 x real time, 0:00:01 left"));
+    several.Update(0, 1000, kUnknownTotal, 2000);
+    EXPECT_EQ(
+        several.Shown(),
+        Drawn("0 of 2 files [############............]  50 %  1.0 x real time, 0:00:02 left"));
+    several.Finish(0, true, 3000);
+    EXPECT_EQ(
+        several.Shown(),
+        Drawn("1 of 2 files [########################] 100 %  0.7 x real time, 0:00:00 left"));
+
+    Display programs(ProgressStyle::JSON, {"take.flac"});
+    programs.Update(0, 500, kUnknownTotal, 0);
+    EXPECT_EQ(
+        programs.Shown(),
+        R"({"document":"kelhost.progress","done":500,"file":"take.flac","rate":1000,"total":null,"version":1})"
+        "\n");
 }
 
 TEST(Progress, IsDrawnTenTimesASecondAtMost) {

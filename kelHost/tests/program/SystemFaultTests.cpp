@@ -110,18 +110,6 @@ private:
     Command m_command;
 };
 
-// The number of the first call that reads samples. libsndfile does not report a failed read of a
-// header, and uses zeros instead.
-int FirstReadOfSamples() {
-    Fault fault{"read", 1, false, "in.wav"};
-    for (bool hasFailed = true; hasFailed; ++fault.number) {
-        const FaultyRun run(fault, {"info", "in.wav"});
-        run.Run();
-        hasFailed = run.HasFailed();
-    }
-    return fault.number - 1;
-}
-
 // Failed calls and failed copies.
 struct Tally {
     int faults = 0;
@@ -134,7 +122,6 @@ Tally FailAtEach(const std::string& output, Fault fault, const Arguments& option
     constexpr int kEnough = 400;
     // Errors of reading may be about either.
     const Names culprits = fault.file == "in.wav" ? Names{"in.wav", output} : Names{output};
-    fault.number = fault.file == "in.wav" && fault.call == "read" ? FirstReadOfSamples() : 1;
     Tally tally;
     for (; fault.number < kEnough; ++fault.number) {
         SCOPED_TRACE(testing::Message() << fault.call << " number " << fault.number << " on "

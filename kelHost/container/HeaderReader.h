@@ -1,0 +1,54 @@
+/// Numbers and names in the headers of audio files. One thread at a time.
+#pragma once
+
+#include "base/Descriptor.h"
+#include "base/FileName.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace kel::host {
+
+/// The chunk header: a name and a size, each of four bytes.
+inline constexpr std::uint64_t kChunkHeader = 8;
+
+/// The first chunk follows the name, the size and the kind of the file.
+inline constexpr std::uint64_t kFirstChunk = 12;
+
+/// The 32-bit size of an RF64 file that means: the size is in the chunk "ds64".
+inline constexpr std::uint64_t kSizeInDs64 = 0xFFFFFFFF;
+
+/// Reads an open file at any offset. Bytes beyond its end read as 0.
+class HeaderReader {
+public:
+    /// @param file the file, for errors; outlives the reader
+    /// @param failure the beginning of an error: "cannot read the file back"
+    HeaderReader(const FileName& file, Descriptor descriptor, std::string failure);
+
+    /// Sets the byte order of the numbers, which is little-endian at first.
+    void SetBigEndian(bool bigEndian) { m_bigEndian = bigEndian; }
+
+    /// Returns the four characters at an offset.
+    /// @throws JobError when they cannot be read
+    std::string Name(std::uint64_t offset) const;
+
+    /// Returns an unsigned number.
+    /// @param bytes 1 to 8
+    /// @throws JobError when it cannot be read
+    std::uint64_t Number(std::uint64_t offset, std::size_t bytes) const;
+
+    /// Reads bytes and forgets them.
+    /// @throws JobError when one cannot be read
+    void Skim(std::uint64_t offset, std::uint64_t bytes) const;
+
+private:
+    std::size_t Read(std::uint64_t offset, char* bytes, std::size_t count) const;
+
+    const FileName& m_file;
+    Descriptor m_descriptor;
+    std::string m_failure;
+    bool m_bigEndian = false;
+};
+
+} // namespace kel::host

@@ -1,0 +1,55 @@
+/// Facts about a source that has just opened a file. One thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace kel::host {
+
+/// Facts that differ when the header of a file was read differently.
+struct OpeningFacts {
+    std::optional<std::int64_t> frames; ///< missing when the source does not know them
+    std::uint32_t channels = 0;
+    std::uint32_t rate = 0;               ///< frames per second
+    std::vector<std::uint64_t> positions; ///< of the source's descriptors, in bytes
+
+    bool operator==(const OpeningFacts& other) const {
+        return frames == other.frames && channels == other.channels && rate == other.rate &&
+               positions == other.positions;
+    }
+};
+
+/// Returns the facts in words: "100 frames, 2 channels and 48000 Hz from byte 44".
+std::string Describe(const OpeningFacts& facts);
+
+/// Finds the positions at which a source reads a file. A source positions its descriptor at the
+/// first sample, so that the position shows where it looks for samples. Descriptors that exist
+/// before are not its own. Where /proc is missing, nothing is found.
+class OpenPositions {
+public:
+    /// Notes which descriptors of a file exist.
+    explicit OpenPositions(const std::string& path);
+
+    /// True when the path is that of a regular file, which can be opened again.
+    bool IsRegularFile() const { return m_isRegular; }
+
+    /// Size of the file in bytes, when it was first looked at.
+    std::uint64_t FileBytes() const { return m_bytes; }
+
+    /// Returns the positions of the descriptors of the file that exist since then.
+    std::vector<std::uint64_t> New() const;
+
+private:
+    std::vector<int> Descriptors() const;
+
+    bool m_isRegular = false;
+    std::uint64_t m_bytes = 0;
+    dev_t m_device = 0;
+    ino_t m_inode = 0;
+    std::vector<int> m_former;
+};
+
+} // namespace kel::host

@@ -1,0 +1,192 @@
+// Files that do not declare their number of frames.
+
+#include "AudioFiles.h"
+#include "DamagedFiles.h"
+#include "Program.h"
+#include "Schemas.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+constexpr std::size_t kFrames = 40001; // three samples of at most 16384 frames
+const std::string kLength = "40001 frames, 0:00:00.833";
+
+class UnknownLength : public testing::Test {
+protected:
+    UnknownLength() {
+        WriteEndlessTake(m_directory / "take.flac", kFrames);
+        WriteTake(m_directory / "take.wav", kFrames);
+    }
+
+    ProcessResult Run(const Arguments& arguments) const {
+        return RunKelhost(m_directory, arguments);
+    }
+
+    std::vector<float> Values(const std::string& file) const {
+        return ReadAudio(m_directory / file).values;
+    }
+
+    TemporaryDirectory m_directory;
+};
+
+} // namespace
+
+TEST_F(UnknownLength, IsCopiedToItsEnd) {
+    ExpectResult(
+        Run({"copy", "take.flac", "out.wav"}), 0,
+        CopyReport("take.flac", "out.wav", "extensible WAVE, float32 little-endian", kLength), "");
+    EXPECT_EQ(Values("out.wav"), MakeValues(2 * kFrames));
+    ExpectResult(
+        Run({"copy", "--allow-short", "--verify", "take.flac", "short.aiff"}), 0,
+        CopyReport("take.flac", "short.aiff", "AIFF-C, int24 big-endian", kLength + ", verified"),
+        "");
+    EXPECT_EQ(Values("short.aiff"), MakeValues(2 * kFrames));
+}
+
+TEST_F(UnknownLength, PassesThroughAPipeline) {
+    ExpectResult(Run({"run", "kel.LibsndfileSource:WAVE", "FilePath=take.flac", "!",
+                      "kel.LibsndfileSink", "FilePath=out.wav"}),
+                 0,
+                 "take.flac -> out.wav: 32-bit float little-endian, 2 channels, 48000 Hz, " +
+                     kLength + "\n",
+                 "");
+    EXPECT_EQ(Values("out.wav"), MakeValues(2 * kFrames));
+}
+
+TEST_F(UnknownLength, HasRanges) {
+    struct Row {
+        Arguments options;
+        std::size_t first;
+        std::size_t end;
+    };
+    const std::vector<float> all = MakeValues(2 * kFrames);
+    for (const Row& row :
+         {Row{{"--start", "30000f"}, 30000, kFrames}, Row{{"--end", "17000f"}, 0, 17000},
+          Row{{"--start", "5f", "--duration", "39996f"}, 5, kFrames}}) {
+        SCOPED_TRACE(row.first);
+        ExpectResult(
+            Run(Arguments{"copy", "--force", "take.flac", "out.wav", "--quiet"} + row.options), 0,
+            "", "");
+        EXPECT_EQ(Values("out.wav"),
+                  std::vector<float>(all.begin() + 2 * static_cast<std::ptrdiff_t>(row.first),
+                                     all.begin() + 2 * static_cast<std::ptrdiff_t>(row.end)));
+    }
+}
+
+TEST_F(UnknownLength, ReportsARangeThatItTurnsOutNotToHave) {
+    ExpectResult(Run({"copy", "take.flac", "out.wav", "--end", "40002f"}), 1, "",
+                 Error("take.flac", "the range from frame 0 to frame 40002 is not within the file, "
+                                    "which has 40001 frames (0:00:00.833)"));
+    EXPECT_EQ(SortedNames(m_directory), (Names{"take.flac", "take.wav"}));
+}
+
+TEST_F(UnknownLength, IsShownAsUnknownUntilTheFileIsRead) {
+    ExpectResult(Run({"info", "take.flac"}), 0,
+                 "File       Channels      Rate   Frames  Duration  Delivered as\n"
+                 "take.flac         2  48000 Hz  unknown   unknown  32-bit float little-endian\n",
+                 "");
+    std::filesystem::rename(m_directory / "take.flac", m_directory / "flac");
+    std::filesystem::rename(m_directory / "take.wav", m_directory / "wave");
+    const ProcessResult known = Run({"info", "--measure", "wave"});
+    ExpectResult(Run({"info", "--measure", "flac"}), 0, ReplaceMatches(known.out, "wave", "flac"),
+                 "");
+}
+
+TEST_F(UnknownLength, IsNullInDocuments) {
+    const ProcessResult result = Run({"info", "--json", "take.flac"});
+    EXPECT_EQ(
+        result.out,
+        R"({"document":"kelhost.info","failures":[],"files":[{"channels":2,"delivery":"32-bit float little-endian","duration":null,"file":"take.flac","frames":null,"rate":48000,"seconds":null}],"version":1})"
+        "\n");
+    const std::string progress =
+        R"({"document":"kelhost.progress","done":500,"file":"take.flac","rate":1000,"total":null,"version":1})"
+        "\n";
+    const ProcessResult validated = Validate(result.out + progress);
+    EXPECT_EQ(validated.status, 0) << validated.out << validated.err;
+    ExpectResult(Run({"info", "--field", "frames", "take.flac"}), 0, "null\n", "");
+    ExpectResult(Run({"info", "--measure", "--field", "frames", "take.flac"}), 0, "40001\n", "");
+}
+
+TEST_F(UnknownLength, IsPlottedLikeAKnownOne) {
+    const ProcessResult known = Run({"plot", "take.wav"});
+    ExpectResult(Run({"plot", "take.flac"}), 0, known.out, "");
+    std::filesystem::create_directory(m_directory / "wav");
+    std::filesystem::create_directory(m_directory / "flac");
+    std::filesystem::rename(m_directory / "take.wav", m_directory / "wav/take");
+    std::filesystem::rename(m_directory / "take.flac", m_directory / "flac/take");
+    for (const Arguments& range : {Arguments{}, Arguments{"--start", "0.5", "--duration", "0.1"}}) {
+        ExpectResult(
+            Run(Arguments{"plot", "--force", "wav/take", "-o", "wav.svg", "--quiet"} + range), 0,
+            "", "");
+        ExpectResult(
+            Run(Arguments{"plot", "--force", "flac/take", "-o", "flac.svg", "--quiet"} + range), 0,
+            "", "");
+        EXPECT_EQ(ReadFile(m_directory / "flac.svg"), ReadFile(m_directory / "wav.svg"));
+    }
+}
+
+// A plot takes two passes.
+TEST_F(UnknownLength, CannotBePlottedFromAPipe) {
+    WriteAudio(m_directory / "take.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, 1, 48000,
+               std::vector<float>(1000, 0.5F));
+    ASSERT_EQ(mkfifo((m_directory / "pipe").c_str(), 0600), 0);
+    Command writer;
+    writer.program = "/bin/cp";
+    writer.arguments = {m_directory / "take.ogg", m_directory / "pipe"};
+    RunningProcess process(writer);
+    ExpectResult(Run({"plot", "pipe"}), 1, "",
+                 Error("pipe", "has an unknown length and cannot be read twice; copy it to a file "
+                               "first"));
+    process.Wait();
+}
+
+// The source does not report a failed read at the beginning of a sample, and takes it for the end.
+TEST_F(UnknownLength, DoesNotHideAReadThatFails) {
+    const std::string error = "kelhost: take.flac: delivers 16384 frames and stops at byte ";
+    bool isFound = false;
+    const auto fail = [this](int number, const Arguments& arguments) {
+        Command command = Kelhost(m_directory, arguments);
+        DisturbSystem(command);
+        command.environment["KEL_TEST_FAULTY_CALL"] = "read";
+        command.environment["KEL_TEST_FAULTY_FILE"] = "take.flac";
+        command.environment["KEL_TEST_FAULTY_NUMBER"] = std::to_string(number);
+        command.environment["KEL_TEST_FAULT_MARKER"] = m_directory / "marker";
+        return RunCommand(command);
+    };
+    int number = 1;
+    for (bool hasFailed = true; hasFailed && !isFound; ++number) {
+        std::filesystem::remove(m_directory / "marker");
+        const ProcessResult result = fail(number, {"copy", "--force", "take.flac", "out.wav"});
+        hasFailed = std::filesystem::exists(m_directory / "marker");
+        EXPECT_EQ(result.status, hasFailed ? 1 : 0) << result.out;
+        isFound = result.err.rfind(error, 0) == 0;
+    }
+    ASSERT_TRUE(isFound);
+    const int found = number - 1;
+    const std::string size = std::to_string(std::filesystem::file_size(m_directory / "take.flac"));
+    const std::string damaged = "; it is damaged or was changed while it was read";
+    const auto generalised = [](const std::string& text) {
+        return ReplaceMatches(text, "at byte [0-9]+", "at byte N");
+    };
+    const std::string stops = "delivers 16384 frames and stops at byte N of " + size;
+    EXPECT_EQ(
+        generalised(fail(found, {"copy", "take.flac", "out.wav"}).err),
+        Error("take.flac", stops + damaged + " (--allow-short accepts the frames that exist)"));
+    for (const Arguments& arguments :
+         {Arguments{"info", "--measure", "take.flac"}, Arguments{"plot", "take.flac"}}) {
+        EXPECT_EQ(generalised(fail(found, arguments).err), Error("take.flac", stops + damaged));
+    }
+    const ProcessResult accepted = fail(found, {"copy", "--allow-short", "take.flac", "out.wav"});
+    EXPECT_EQ(accepted.status, 0);
+    EXPECT_EQ(generalised(accepted.err), "kelhost: warning: take.flac: " + stops + "\n");
+}
+
+} // namespace kel::test
