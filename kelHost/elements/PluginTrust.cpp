@@ -203,7 +203,7 @@ TrustedWriters FindTrustedWriters() {
 std::string FindPathObstacle(const fs::path& path, PathUse use, const TrustedWriters& trusted) {
     const std::vector<Place> way = FollowPath(path);
     const struct stat& end = way.back().status;
-    const std::string wrongKind = DescribeWrongKind(end.st_mode, use);
+    std::string wrongKind = DescribeWrongKind(end.st_mode, use);
     if (!wrongKind.empty()) {
         return wrongKind;
     }

@@ -92,7 +92,7 @@ bool IsForThisProcessor(const ElfW(Ehdr) & header) {
 
 // An address, and whether it is in memory that a library's file declares executable.
 struct CodeSearch {
-    ElfW(Addr) address;
+    ElfW(Addr) address = 0;
     bool found = false;
 };
 

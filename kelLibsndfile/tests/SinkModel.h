@@ -195,6 +195,14 @@ public:
         return expected.Returns("done");
     }
 
+    /// @param hasSample whether the container has a sample, which has no buffer then
+    static std::string PushEmptyHandle(bool hasSample) {
+        return Expected().Fails(hasSample
+                                    ? "[LibsndfileSink got an audio sample without a buffer] "
+                                      "[ Pointer is null ]"
+                                    : "[LibsndfileSink got no audio sample] [ Pointer is null ]");
+    }
+
     /// The number of open files, with those that no element refers to any more.
     std::size_t OpenFiles() const { return m_opened.size(); }
 

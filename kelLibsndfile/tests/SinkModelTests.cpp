@@ -1,3 +1,4 @@
+#include "ForeignSamples.h"
 #include "SinkModel.h"
 
 #include <AudioFiles.h>
@@ -276,9 +277,18 @@ private:
         constexpr std::size_t kSizes[] = {48, 0, 96, 1, 4096, 7};
         // One sample, mostly.
         constexpr std::size_t kCounts[] = {1, 1, 1, 1, 1, 0, 2, 1};
+        // Sometimes an empty handle.
+        const std::size_t choice = operation.second % (std::size(kCounts) + 2);
+        if (choice >= std::size(kCounts)) {
+            const bool hasSample = choice > std::size(kCounts);
+            const auto sample = hasSample ? std::make_shared<ForeignSample>(nullptr) : nullptr;
+            const auto container = std::make_shared<ForeignContainer>(AudioSamples{sample});
+            return {SinkModel::PushEmptyHandle(hasSample),
+                    ObserveCall([&] { m_sink->PushSample(container); })};
+        }
         std::vector<std::string> contents;
         std::vector<std::shared_ptr<const ISample>> samples;
-        for (std::size_t i = 0; i < kCounts[operation.second % std::size(kCounts)]; ++i) {
+        for (std::size_t i = 0; i < kCounts[choice]; ++i) {
             std::string bytes(kSizes[operation.first % std::size(kSizes)], '\0');
             for (char& byte : bytes) {
                 byte = static_cast<char>(m_next++);

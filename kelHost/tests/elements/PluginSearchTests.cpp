@@ -182,6 +182,10 @@ TEST(PluginSearch, SkipsWhatOtherUsersCanChangeOrWhatIsNoFile) {
                      ": cannot load the plug-in: it is a named pipe\n" +
                      "kelhost: warning: " + writable + ": cannot load the plug-in: " + change +
                      writable + "; use chmod o-w\n");
+    // Nothing waits for the other end of the pipe.
+    ExpectResult(
+        RunKelhost(directory, {"validate", pipe, "--check", "plugin.one-entry-point", "--quiet"}),
+        0, "", "");
     const std::string inShared = shared + "/libkelText.so";
     ExpectResult(RunKelhost(directory, {"--plugin", inShared, "inspect"}), 1, "",
                  "kelhost: " + inShared + ": cannot load the plug-in: " + change + shared +
@@ -191,6 +195,42 @@ TEST(PluginSearch, SkipsWhatOtherUsersCanChangeOrWhatIsNoFile) {
     EXPECT_EQ(validated.status, 1);
     EXPECT_EQ(WithoutMeasures(validated.out), "FAILED  plugin.loads  cannot load the plug-in: " +
                                                   change + shared + "; use chmod o-w\n");
+}
+
+TEST(PluginSearch, TrustsWhoeverCanReplaceTheProgram) {
+    const TemporaryDirectory directory;
+    fs::create_directory(directory / "bin");
+    Command command = Kelhost(directory, {"inspect"});
+    command.program = directory / "bin/kelhost";
+    fs::copy_file(KEL_TEST_HOST_ELSEWHERE, command.program);
+    const std::string shared = directory / "shared";
+    const std::string plugin = AddTextPlugin(directory, "shared");
+    command.environment["KEL_PLUGIN_PATH"] = shared;
+    const auto expectOnlyWith = [&](const auto& change, const std::string& obstacle) {
+        change(shared);
+        ExpectResult(RunCommand(command), 1, "",
+                     "kelhost: warning: " + shared + ": cannot search for plug-ins: " + obstacle +
+                         "\nkelhost: found no plug-in in " + shared + kHint);
+        change(directory / "bin");
+        ExpectResult(RunCommand(command), 0, TextElements(plugin), "");
+        for (const std::string& path : {shared, directory / "bin"}) {
+            fs::permissions(path, fs::perms(0755));
+        }
+    };
+    expectOnlyWith([](const std::string& path) { fs::permissions(path, fs::perms(0757)); },
+                   "every user can change " + shared + "; use chmod o-w");
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give files to another user";
+    }
+    constexpr uid_t kNumber = 4000000001; // no user and no group
+    expectOnlyWith(
+        [](const std::string& path) {
+            ASSERT_EQ(chown(path.c_str(), 0, kNumber), 0);
+            fs::permissions(path, fs::perms(0775));
+        },
+        "the group number 4000000001 can change " + shared + "; use chmod g-w");
+    expectOnlyWith([](const std::string& path) { ASSERT_EQ(chown(path.c_str(), kNumber, 0), 0); },
+                   shared + " belongs to the user number 4000000001, who is neither root nor you");
 }
 
 TEST(PluginSearch, FailsWhenAPluginCallsExit) {
