@@ -190,6 +190,10 @@ INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
                                             thread, attributes, start, argument);
 }
 
+INTERPOSED pid_t fork() noexcept {
+    return Fails("fork", AnyFile()) ? Fail(EAGAIN) : Next<decltype(fork)>("fork")();
+}
+
 INTERPOSED int fstatvfs(int descriptor, struct statvfs* status) noexcept {
     const int result = Next<decltype(fstatvfs)>("fstatvfs")(descriptor, status);
     const char* room = Variable("KEL_TEST_DISK_ROOM");

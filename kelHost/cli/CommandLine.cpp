@@ -10,6 +10,7 @@
 #include "elements/HostLogger.h"
 #include "elements/PluginLoader.h"
 #include "jobs/Console.h"
+#include "jobs/OutputStream.h"
 #include "jobs/Posix.h"
 
 #include <CLI/CLI.hpp>
@@ -24,6 +25,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <unistd.h>
 #include <variant>
 #include <vector>
 
@@ -223,7 +225,13 @@ int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
 
 } // namespace
 
-int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+int Run(int argc, const char* const* argv) {
+    // Before anything can be opened under the number of a standard stream.
+    if (!OpenStandardDescriptors()) {
+        return kFailure;
+    }
+    OutputStream out(STDOUT_FILENO);
+    OutputStream err(STDERR_FILENO);
     // A closed pipe and the limit of file sizes are errors of the write that meets them.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));

@@ -4,18 +4,60 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
+#include <string>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/types.h>
+#include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace kel::host {
+
+namespace {
+
+// The signals that end the work.
+constexpr std::array<int, 3> kEndingSignals{SIGINT, SIGTERM, SIGHUP};
+
+bool IsIgnored(int signal) {
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN;
+}
+
+// Set when a signal was reported.
+bool& WasInterrupted() {
+    static bool wasInterrupted = false;
+    return wasInterrupted;
+}
+
+} // namespace
+
+bool OpenStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) >= 0) {
+            continue;
+        }
+        // In the wrong direction, so that using them is still an error. The lowest free number is
+        // this one.
+        int opened = open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        if (opened < 0) {
+            opened = open("/", O_RDONLY | O_DIRECTORY); // cannot be read or written either
+        }
+        if (opened != descriptor) {
+            return false;
+        }
+    }
+    return true;
+}
 
 Pipe MakePipe() {
     std::array<int, 2> ends{};
@@ -40,6 +82,28 @@ pid_t ForkChild() {
     return process;
 }
 
+std::optional<int> WaitForEnd(pid_t process, std::chrono::milliseconds limit) {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kMaxPause{20};
+    const Clock::time_point end = Clock::now() + limit;
+    for (std::chrono::milliseconds pause{1};; pause = std::min(2 * pause, kMaxPause)) {
+        int status = 0;
+        if (waitpid(process, &status, WNOHANG) == process) {
+            return status;
+        }
+        if (Clock::now() >= end) {
+            return std::nullopt;
+        }
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+int KillChild(pid_t process) {
+    constexpr std::chrono::milliseconds kLimit{2000};
+    kill(process, SIGKILL);
+    return WaitForEnd(process, kLimit).value_or(SIGKILL);
+}
+
 bool WriteAll(int descriptor, const void* data, std::size_t size) {
     const auto* bytes = static_cast<const char*>(data);
     while (size > 0) {
@@ -56,19 +120,37 @@ bool WriteAll(int descriptor, const void* data, std::size_t size) {
     return true;
 }
 
+bool ReadAll(int descriptor, void* data, std::size_t size) {
+    auto* bytes = static_cast<char*>(data);
+    while (size > 0) {
+        const ssize_t count = read(descriptor, bytes, size);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            return false;
+        }
+        bytes += count;
+        size -= static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
 void FailToStart(int error) {
-    throw JobError(fmt::format("cannot start a worker: {}", std::strerror(error)));
+    throw JobError(fmt::format(
+        "cannot start a worker: {}{}", std::strerror(error),
+        error == EAGAIN ? "; the number of processes and threads is limited (ulimit -u)" : ""));
 }
 
 SignalReader::SignalReader() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction action {};
-        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
+    for (const int signal : kEndingSignals) {
+        if (!IsIgnored(signal)) {
             sigaddset(&signals, signal);
         }
     }
+    WasInterrupted() = false;
     sigprocmask(SIG_BLOCK, &signals, &m_former);
     m_descriptor = Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
     if (Number() < 0) {
@@ -85,8 +167,19 @@ SignalReader::~SignalReader() {
 void SignalReader::Check() const {
     signalfd_siginfo info{};
     if (read(m_descriptor.Number(), &info, sizeof info) == sizeof info) {
+        WasInterrupted() = true;
         throw Interrupted{static_cast<int>(info.ssi_signo)};
     }
+}
+
+bool SignalReader::IsInterrupted() {
+    sigset_t pending;
+    sigemptyset(&pending);
+    sigpending(&pending);
+    return WasInterrupted() ||
+           std::any_of(kEndingSignals.begin(), kEndingSignals.end(), [&](int signal) {
+               return sigismember(&pending, signal) == 1 && !IsIgnored(signal);
+           });
 }
 
 } // namespace kel::host

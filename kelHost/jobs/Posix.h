@@ -3,12 +3,19 @@
 
 #include "base/Descriptor.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <sys/types.h>
 
 namespace kel::host {
+
+/// Opens those of the descriptors 0, 1 and 2 that are closed, so that no other file gets their
+/// numbers. Reading from and writing to them still fails. Called before anything else is opened.
+/// @return false when the system has no descriptor left
+bool OpenStandardDescriptors();
 
 /// The two ends of a pipe.
 struct Pipe {
@@ -25,8 +32,21 @@ Pipe MakePipe();
 /// @throws JobError when the system cannot start one
 pid_t ForkChild();
 
-/// Writes all bytes. Returns false when the other side is gone.
+/// Waits for the end of a child process.
+/// @param limit maximum time
+/// @return the status that waitpid reports; none when the child has not ended in time
+std::optional<int> WaitForEnd(pid_t process, std::chrono::milliseconds limit);
+
+/// Kills a child process and waits for its end. A process that waits for a device or a mount that
+/// does not respond may survive; it is left to the kernel after two seconds.
+/// @return the status that waitpid reports; a child that was ending anyway keeps its own
+int KillChild(pid_t process);
+
+/// Writes all bytes. Returns false, and errno has the reason, when that fails.
 bool WriteAll(int descriptor, const void* data, std::size_t size);
+
+/// Reads so many bytes. Returns false when that fails or there are fewer.
+bool ReadAll(int descriptor, void* data, std::size_t size);
 
 /// Reports that a process cannot be started.
 /// @param error the system's error number
@@ -53,6 +73,10 @@ public:
 
     /// @throws Interrupted when a signal has arrived
     void Check() const;
+
+    /// True when a signal has arrived that Check will report, or has reported since a SignalReader
+    /// was last created. Nothing may wait any longer then.
+    static bool IsInterrupted();
 
 private:
     sigset_t m_former{};

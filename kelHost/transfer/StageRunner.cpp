@@ -5,6 +5,8 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -150,8 +152,14 @@ void RunOverlapped(Stages& stages, unsigned processors) {
                     &pulled, &converted);
             });
         }
+    } catch (const std::system_error& error) {
+        // One that was started finds its queue closed.
+        firstError.Keep(std::make_exception_ptr(
+            std::runtime_error("cannot start a thread: " + error.code().message() +
+                               "; the number of processes and threads is limited (ulimit -u)")));
+        pulled.Close();
+        converted.Close();
     } catch (...) {
-        // The system cannot start a thread; one that was started finds its queue closed.
         firstError.Keep(std::current_exception());
         pulled.Close();
         converted.Close();

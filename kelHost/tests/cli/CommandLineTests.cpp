@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <unistd.h>
@@ -205,6 +207,32 @@ TEST(CommandLineOutput, DoesNotGoIntoTheFilesWhenTheStandardStreamsAreClosed) {
     EXPECT_EQ(RunCommand(command).status, 1);
     EXPECT_EQ(ReadFile(directory / "take.wav"), before);
     EXPECT_EQ(ReadAudio(directory / "copy.wav").values, MakeValues(2000));
+}
+
+TEST(CommandLineOutput, IsNoJobWhenTheStandardStreamsAreClosed) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "a.wav");
+    WriteTake(directory / "b.wav");
+    Command command = Kelhost(
+        directory, {"copy", "missing.wav", "a.wav", "b.wav", "--output-dir", "out", "--jobs", "1"});
+    for (const std::vector<int>& closed :
+         {std::vector<int>{0, 1, 2}, {0, 2}, {1, 2}, {0, 1}, {0}, {1}, {2}}) {
+        SCOPED_TRACE(testing::PrintToString(closed));
+        command.closedDescriptors = closed;
+        const auto isOpen = [&closed](int descriptor) {
+            return std::find(closed.begin(), closed.end(), descriptor) == closed.end();
+        };
+        ExpectResult(
+            RunCommand(command), 1,
+            isOpen(1) ? CopyReport("a.wav", "out/a.wav") + CopyReport("b.wav", "out/b.wav") +
+                            "3 files: 2 copied, 1 failed\n"
+                      : "",
+            isOpen(2) ? Error("missing.wav", "cannot open for reading: No such file or directory") +
+                            (isOpen(1) ? "" : "kelhost: cannot write to standard output\n")
+                      : "");
+        EXPECT_EQ(SortedNames(directory / "out"), (Names{"a.wav", "b.wav"}));
+        std::filesystem::remove_all(directory / "out");
+    }
 }
 
 TEST(CommandLineOutput, IsTheSameInAnyLocale) {

@@ -84,6 +84,27 @@ private:
     std::optional<RunningProcess> m_process;
 };
 
+// A pipe that is full and not read.
+class FullPipe {
+public:
+    FullPipe() {
+        EXPECT_EQ(mkfifo(Path().c_str(), 0600), 0);
+        m_descriptor = open(Path().c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        const std::string bytes(4096, 'x');
+        while (write(m_descriptor, bytes.data(), bytes.size()) > 0) {
+        }
+    }
+    ~FullPipe() { close(m_descriptor); }
+    FullPipe(const FullPipe&) = delete;
+    FullPipe& operator=(const FullPipe&) = delete;
+
+    std::string Path() const { return m_directory / "pipe"; }
+
+private:
+    TemporaryDirectory m_directory;
+    int m_descriptor = -1;
+};
+
 // Existing outputs are replaced; without them the copy can be started again.
 enum class Before { Replaced, Nothing };
 
@@ -92,7 +113,8 @@ enum class Before { Replaced, Nothing };
 class WaitingBatch {
 public:
     explicit WaitingBatch(const std::vector<int>& ignoredSignals = {},
-                          Before before = Before::Replaced) {
+                          Before before = Before::Replaced,
+                          const std::string& standardOutput = "") {
         fs::create_directory(m_directory / "out");
         WriteFile(m_directory / "a.wav", "1000 2 48000\n");
         for (const char* name : {"b.wav", "c.wav"}) {
@@ -111,6 +133,7 @@ public:
         m_command.environment["KEL_TEST_WAITING"] = m_signs / "waiting";
         m_command.environment["KEL_TEST_GO_ON"] = m_signs / "go on";
         m_command.ignoredSignals = ignoredSignals;
+        m_command.standardOutput = standardOutput;
         m_process.emplace(m_command);
         WaitFor(
             [this] {
@@ -265,6 +288,34 @@ TEST(BatchSignal, EndsEveryWorkerAndLeavesWholeAndExistingFiles) {
             batch.ExpectOutputs({WaitingBatch::kWhole, "before", "before"});
             EXPECT_TRUE(Orphans::AreNone());
         }
+    }
+}
+
+TEST(BatchSignal, EndsABatchWhoseOutputIsNotRead) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        const FullPipe pipe;
+        WaitingBatch batch({}, Before::Replaced, pipe.Path());
+        // The host waits for the pipe now or in a moment.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        batch.Process().Signal(ending.signal);
+        ExpectResult(batch.Process().Wait(), ending.status, "", kInterrupted);
+        batch.ExpectOutputs({WaitingBatch::kWhole, "before", "before"});
+        EXPECT_TRUE(Orphans::AreNone());
+    }
+}
+
+TEST(Signal, EndsACopyWhoseLogIsNotRead) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        const FullPipe pipe;
+        WaitingCopy copy;
+        copy.command.standardError = pipe.Path();
+        copy.command.environment["KEL_LOG"] = "info";
+        copy.Start();
+        copy.Process().Signal(ending.signal);
+        ExpectResult(copy.Process().Wait(), ending.status, "", "");
+        EXPECT_EQ(SortedNames(copy.Directory()), Names{"in.wav"});
     }
 }
 

@@ -241,7 +241,9 @@ TEST_P(SystemFault, InStartingAThreadLeavesNothing) {
         SCOPED_TRACE(number);
         const FaultyRun copy(GetParam(), {"thread", number});
         ExpectResult(copy.Run(), 1, "",
-                     "kelhost: " + GetParam() + ": Resource temporarily unavailable\n");
+                     Error(GetParam(), "cannot start a thread: Resource temporarily unavailable; "
+                                       "the number of processes and threads is limited (ulimit "
+                                       "-u)"));
         EXPECT_TRUE(copy.HasFailed());
         EXPECT_EQ(SortedNames(copy.Directory()), Names{"in.wav"});
     }
@@ -252,6 +254,19 @@ TEST_P(SystemFault, InStartingAThreadLeavesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Formats, SystemFault, testing::ValuesIn(kOutputs),
                          [](const auto& test) { return test.param.substr(4); });
+
+TEST(SystemFaultText, NamesTheLimitOfProcesses) {
+    const std::string error =
+        "kelhost: cannot start a worker: Resource temporarily unavailable; the number of processes "
+        "and threads is limited (ulimit -u)\n";
+    for (const Arguments& arguments :
+         {Arguments{"copy", "in.wav", "out.wav"}, Arguments{"validate", KEL_TEST_PLUGIN}}) {
+        SCOPED_TRACE(arguments[0]);
+        const FaultyRun run({"fork", 1, true}, arguments);
+        ExpectResult(run.Run(), 1, "", error);
+        EXPECT_EQ(SortedNames(run.Directory()), Names{"in.wav"});
+    }
+}
 
 TEST(SystemFaultText, NamesTheLimitOfTheFileSize) {
     const TemporaryDirectory directory;

@@ -1,0 +1,44 @@
+/// Output of the program that a signal can interrupt. Used by one thread.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <ostream>
+#include <streambuf>
+
+namespace kel::host {
+
+/// Writes to a descriptor: to a terminal each line, to anything else when it is flushed or enough
+/// has come together.
+///
+/// A write may wait for a reader. While a SignalReader exists, a signal ends that wait: the stream
+/// goes bad, and the signal is left for SignalReader::Check. Once a signal was reported, the stream
+/// waits no more.
+class OutputStream final : public std::ostream {
+public:
+    /// @param descriptor open during the lifetime of the stream
+    explicit OutputStream(int descriptor);
+    ~OutputStream() override;
+    OutputStream(const OutputStream&) = delete;
+    OutputStream& operator=(const OutputStream&) = delete;
+
+private:
+    class Buffer final : public std::streambuf {
+    public:
+        explicit Buffer(int descriptor);
+
+    protected:
+        int_type overflow(int_type byte) override;
+        std::streamsize xsputn(const char* bytes, std::streamsize count) override;
+        int sync() override;
+
+    private:
+        int m_descriptor;
+        bool m_isTerminal;
+        std::array<char, std::size_t{16} * 1024> m_bytes{};
+    };
+
+    Buffer m_buffer;
+};
+
+} // namespace kel::host
