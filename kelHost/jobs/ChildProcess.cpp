@@ -21,6 +21,7 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -93,7 +94,11 @@ public:
 
     void End() {
         kill(-m_process, SIGKILL);
-        while (wait4(m_process, &m_status, 0, &m_usage) < 0 && errno == EINTR) {
+        constexpr std::chrono::milliseconds kLimit{2000};
+        const Clock::time_point end = Clock::now() + kLimit;
+        // One that waits for a device that does not respond is left to the kernel.
+        while (wait4(m_process, &m_status, WNOHANG, &m_usage) != m_process && Clock::now() < end) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         m_ended = true;
     }
@@ -108,12 +113,17 @@ private:
     rusage m_usage{};
 };
 
-// Reads a piece of the result. Returns false at its end.
-bool ReadPiece(int result, std::string& text) {
+enum class Piece { Read, NoneYet, End };
+
+// Reads a piece of the result without waiting for it.
+Piece ReadPiece(int result, std::string& text) {
     std::array<char, 65536> piece{};
     const ssize_t count = read(result, piece.data(), piece.size());
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+        return Piece::NoneYet;
+    }
     text.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    return count > 0;
+    return count > 0 ? Piece::Read : Piece::End;
 }
 
 // Collects the result until the child has ended. Returns false when it has not ended in time.
@@ -136,12 +146,12 @@ bool Collect(Child& child, int result, Clock::time_point end, const SignalReader
              static_cast<int>(std::min<std::int64_t>(left + 1, interval)));
         signals.Check();
         if (polled[1].revents != 0) {
-            isOpen = ReadPiece(result, text);
+            isOpen = ReadPiece(result, text) != Piece::End;
         }
     }
-    // All writers are gone.
-    while (isOpen) {
-        isOpen = ReadPiece(result, text);
+    // The child has written everything. A process that it started outside of its group may have the
+    // pipe open for ever.
+    while (isOpen && ReadPiece(result, text) == Piece::Read) {
     }
     return true;
 }
@@ -174,6 +184,7 @@ ChildOutcome RunInChild(const std::function<std::string()>& work, const std::str
                         std::chrono::milliseconds limit, const SignalReader& signals) {
     const Descriptor output = MakeOutputFile();
     Pipe result = MakePipe();
+    fcntl(result.in.Number(), F_SETFL, O_NONBLOCK);
     const Clock::time_point start = Clock::now();
     const pid_t process = ForkChild();
     if (process == 0) {

@@ -157,6 +157,27 @@ TEST_F(ChildProcess, EndsTogetherWithTheProcessesThatItStarted) {
     EXPECT_EQ(test::Orphans::WaitForSignalOf(grandchild), SIGKILL);
 }
 
+TEST_F(ChildProcess, IsNotWaitedForAfterItsEnd) {
+    const test::Orphans orphans;
+    // In a session of its own, where it is not killed; it has the pipe of the result open.
+    const ChildOutcome outcome = Run([] {
+        const pid_t process = fork();
+        if (process == 0) {
+            setsid();
+            alarm(10); // else a test that fails would hang
+            test::SleepForever();
+        }
+        while (getsid(process) != process) {
+            usleep(1000);
+        }
+        return std::to_string(process);
+    });
+    EXPECT_EQ(outcome.end, ChildEnd::Finished);
+    const pid_t grandchild = std::stoi(outcome.result);
+    kill(grandchild, SIGKILL);
+    EXPECT_EQ(test::Orphans::WaitForSignalOf(grandchild), SIGKILL) << "it ended before";
+}
+
 TEST_F(ChildProcess, EndsWithASignalThatInterruptsTheWait) {
     const test::Orphans orphans;
     const pid_t host = getpid();
