@@ -9,6 +9,9 @@
 // - KEL_TEST_FAULTY_NUMBER: number of the occurrence that fails
 // - KEL_TEST_FAULT_LASTS: if set, all later occurrences fail too
 // - KEL_TEST_FAULT_ERROR: error number, instead of the usual one of the call
+// - KEL_TEST_FAULT_HANGS: if set, the call does not fail, but never returns
+// - KEL_TEST_FAULT_IN_PARENT: if set, calls fail only in the program that was started, not in the
+//   processes that it forks
 // - KEL_TEST_FAULT_SHORT: if set, reads and writes do not fail, but transfer half of the bytes
 // - KEL_TEST_FAULT_MARKER: path of a file that is made when the call fails
 // - KEL_TEST_STRAY_CLOSE_MARKER: path of a file that is made when an unknown descriptor is
@@ -113,11 +116,16 @@ void Leave(const char* variable) {
     errno = error;
 }
 
+const pid_t kParent = getpid();
+
 // Returns true if this occurrence of a call must fail.
 template <typename File>
 bool Fails(const char* call, File file) {
     static std::atomic<int> occurrences{0};
     if (strcmp(Variable("KEL_TEST_FAULTY_CALL"), call) != 0 || !IsFaulty(file)) {
+        return false;
+    }
+    if (*Variable("KEL_TEST_FAULT_IN_PARENT") != '\0' && getpid() != kParent) {
         return false;
     }
     const int occurrence = ++occurrences;
@@ -127,6 +135,9 @@ bool Fails(const char* call, File file) {
         return false;
     }
     Leave("KEL_TEST_FAULT_MARKER");
+    while (*Variable("KEL_TEST_FAULT_HANGS") != '\0') {
+        pause();
+    }
     return true;
 }
 
@@ -192,6 +203,10 @@ INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* attribute
 
 INTERPOSED pid_t fork() noexcept {
     return Fails("fork", AnyFile()) ? Fail(EAGAIN) : Next<decltype(fork)>("fork")();
+}
+
+INTERPOSED int stat(const char* path, struct stat* status) noexcept {
+    return Fails("stat", path) ? Fail(EIO) : Next<decltype(stat)>("stat")(path, status);
 }
 
 INTERPOSED int fstatvfs(int descriptor, struct statvfs* status) noexcept {

@@ -149,12 +149,21 @@ std::optional<double> Decibels(double level) {
     return level > 0 ? std::optional(kPerDecade * std::log10(level)) : std::nullopt;
 }
 
+namespace {
+
+SampleHandle Read(RangeReader& reader, Reporter& reporter) {
+    const ReadingScope reading(reporter);
+    return reader.Pull();
+}
+
+} // namespace
+
 Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter& reporter) {
     const ErrorRecords errors(log, source.ShownName());
     RangeReader reader(source, {0, source.Frames()});
     Levels levels(source.Channels());
     LoudnessMeter loudness(source.Channels(), source.Rate());
-    while (const SampleHandle sample = reader.Pull()) {
+    while (const SampleHandle sample = Read(reader, reporter)) {
         const FloatView floats = FloatsIn(*sample);
         levels.Add(floats);
         loudness.Add(floats);

@@ -55,13 +55,23 @@ std::string DrawCharacters(const Envelope& envelope, const LevelAxis& axis,
     return text + "    " + footer + "\n";
 }
 
+RangeReader ReaderOf(const SourceReader& source, const FrameRange& range, Reporter& reporter) {
+    const ReadingScope reading(reporter); // it seeks
+    return {source, range};
+}
+
+SampleHandle Pull(RangeReader& reader, Reporter& reporter) {
+    const ReadingScope reading(reporter);
+    return reader.Pull();
+}
+
 // Reads the part of the file that is plotted.
 Envelope ReadEnvelope(const SourceReader& source, const FrameRange& range, std::size_t columns,
                       const HostLogger& log, Reporter& reporter) {
     const ErrorRecords errors(log, source.ShownName());
     Envelope envelope(source.Channels(), columns, range.count.value());
-    RangeReader reader(source, range);
-    while (const SampleHandle sample = reader.Pull()) {
+    RangeReader reader = ReaderOf(source, range, reporter);
+    while (const SampleHandle sample = Pull(reader, reporter)) {
         envelope.Add(FloatsIn(*sample));
         reporter.Progress(reader.Delivered(), *range.count, source.Rate());
     }
@@ -101,7 +111,7 @@ PlottedFile OpenAndCount(const std::string& file, const HostLogger& log, Reporte
     RequireRegularFile(file);
     const ErrorRecords errors(log, file);
     RangeReader reader(*source, {0, std::nullopt});
-    while (reader.Pull() != nullptr) {
+    while (Pull(reader, reporter) != nullptr) {
         reporter.Progress(reader.Delivered(), kUnknownTotal, source->Rate());
     }
     errors.VerifyDelivery(std::nullopt, reader.Delivered(), source->EarlyStop(), false, "");

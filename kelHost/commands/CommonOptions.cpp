@@ -31,6 +31,8 @@ std::vector<Option> CommonArguments::Options() {
                 .Choices(ProgressChoices()),
             Option("--jobs", "N", &jobs, "Work on N files at once; default: number of processors"),
             Option("--open-timeout", "SECONDS", &openTimeout, "Maximum time for opening a file"),
+            Option("--stall-timeout", "SECONDS", &stallTimeout,
+                   "Maximum time without data from a file that is read; 0: no limit"),
             Option("--verbose", "", &verbose,
                    "Show all log records; KEL_LOG=none, error, warning, milestone or info selects "
                    "some")};
@@ -56,7 +58,10 @@ CommonOptions CommonArguments::Interpret() const {
     if (verbose) {
         common.verbosity = Verbosity::Everything;
     }
+    common.style.showsPrinted =
+        common.verbosity == Verbosity::Usual || common.verbosity >= Verbosity::Warnings;
     common.openTimeout = ParseSecondsOption("--open-timeout", openTimeout);
+    common.stallTimeout = ParseLimitOption("--stall-timeout", stallTimeout);
     common.jobs = jobs.has_value() ? ParseIntegerOption("--jobs", *jobs, 1U, kMaxJobs)
                                    : std::max(1U, std::thread::hardware_concurrency());
     return common;

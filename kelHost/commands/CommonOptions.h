@@ -16,7 +16,8 @@ struct CommonOptions {
     ConsoleStyle style;
     Verbosity verbosity = Verbosity::Usual;
     std::chrono::milliseconds openTimeout{10000};
-    unsigned jobs = 1;                ///< maximum number of files worked on at once
+    std::chrono::milliseconds stallTimeout{60000}; ///< 0 for no limit
+    unsigned jobs = 1;                             ///< maximum number of files worked on at once
     std::vector<std::string> plugins; ///< files to load instead of the installed plug-ins
 };
 
@@ -29,6 +30,7 @@ struct CommonArguments {
     std::string progress = "auto";
     std::optional<std::string> jobs;
     std::string openTimeout = "10";
+    std::string stallTimeout = "60";
 
     /// Returns the options, which refer to this object.
     std::vector<Option> Options();

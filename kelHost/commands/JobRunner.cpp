@@ -32,7 +32,7 @@ void JobRunner::Add(const std::string& file, const std::string& output, Work wor
 }
 
 std::size_t JobRunner::Run(const std::function<void(const JobResult&)>& show) {
-    const WorkerOptions options{m_common.jobs, m_common.openTimeout,
+    const WorkerOptions options{m_common.jobs, m_common.openTimeout, m_common.stallTimeout,
                                 !m_common.style.quiet &&
                                     m_common.style.progress != ProgressStyle::None};
     return m_console.Run(m_jobs, options, [&](std::size_t, const JobResult& result) {

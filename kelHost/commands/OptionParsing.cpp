@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstddef>
-#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,17 +17,44 @@
 
 namespace kel::host {
 
-std::chrono::milliseconds ParseSecondsOption(std::string_view name, std::string_view value) {
+namespace {
+
+// Returns a number in decimal; a NaN for anything else.
+double ParseNumber(std::string_view text) {
+    double number = 0;
+    const char* end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end ? number
+                                                         : std::numeric_limits<double>::quiet_NaN();
+}
+
+// A comparison with a NaN is false.
+bool IsTimeout(double seconds) {
     constexpr double kMin = 0.001;
     constexpr double kMax = 86400;
-    double seconds = 0;
-    const char* end = value.data() + value.size();
-    const auto result = std::from_chars(value.data(), end, seconds);
-    // A comparison with a NaN is false.
-    if (result.ec != std::errc() || result.ptr != end || !(seconds >= kMin && seconds <= kMax)) {
+    return seconds >= kMin && seconds <= kMax;
+}
+
+std::chrono::milliseconds ToMilliseconds(double seconds) {
+    return std::chrono::milliseconds(std::llround(seconds * 1000));
+}
+
+} // namespace
+
+std::chrono::milliseconds ParseSecondsOption(std::string_view name, std::string_view value) {
+    const double seconds = ParseNumber(value);
+    if (!IsTimeout(seconds)) {
         throw InvalidValue(name, value, "seconds from 0.001 to 86400");
     }
-    return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+    return ToMilliseconds(seconds);
+}
+
+std::chrono::milliseconds ParseLimitOption(std::string_view name, std::string_view value) {
+    const double seconds = ParseNumber(value);
+    if (seconds != 0 && !IsTimeout(seconds)) {
+        throw InvalidValue(name, value, "seconds from 0.001 to 86400, or 0");
+    }
+    return ToMilliseconds(seconds);
 }
 
 void RequireChoice(std::string_view name, std::string_view value,

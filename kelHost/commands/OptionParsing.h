@@ -32,6 +32,10 @@ Integer ParseIntegerOption(std::string_view name, std::string_view value, Intege
 /// @throws UsageError when the value is not a number from 0.001 to 86400
 std::chrono::milliseconds ParseSecondsOption(std::string_view name, std::string_view value);
 
+/// The same for an option that also accepts 0, for no limit.
+/// @throws UsageError when the value is neither 0 nor a number from 0.001 to 86400
+std::chrono::milliseconds ParseLimitOption(std::string_view name, std::string_view value);
+
 /// Verifies that the value of an option is one of its choices.
 /// @throws UsageError when it is not
 void RequireChoice(std::string_view name, std::string_view value,

@@ -19,6 +19,7 @@ std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& opti
     m_failures.clear();
     m_waiting.clear();
     m_next = 0;
+    m_jobs = &jobs;
     std::vector<std::string> files;
     for (const Job& job : jobs) {
         files.push_back(Escape(job.file));
@@ -60,8 +61,18 @@ void Console::OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
     m_progress->Update(job, done, total, rate, Progress::Clock::now());
 }
 
+void Console::OnWaiting(std::size_t job, std::int64_t seconds) {
+    m_progress->Wait(job, seconds, Progress::Clock::now());
+}
+
 void Console::OnShow(std::size_t /*job*/, const std::string& line) {
     ShowLog(line);
+}
+
+void Console::OnPrinted(std::size_t job, const std::string& line) {
+    if (m_style.showsPrinted) {
+        ShowLog(Escape((*m_jobs)[job].file + ": " + line));
+    }
 }
 
 void Console::OnFinished(std::size_t job, const JobOutcome& outcome) {

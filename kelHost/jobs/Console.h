@@ -22,7 +22,8 @@ struct ConsoleStyle {
     bool json = false;  ///< errors and log records as JSON documents
     bool quiet = false; ///< no reports and no progress
     ProgressStyle progress = ProgressStyle::None;
-    std::size_t width = 80; ///< characters in a line of the terminal that shows progress
+    std::size_t width = 80;   ///< characters in a line of the terminal that shows progress
+    bool showsPrinted = true; ///< lines that libraries print are shown, as log records
 };
 
 /// Runs jobs and shows their outcomes in the order of the jobs, each as soon as those before it
@@ -51,7 +52,9 @@ public:
 
     void OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
                     std::uint32_t rate) override;
+    void OnWaiting(std::size_t job, std::int64_t seconds) override;
     void OnShow(std::size_t job, const std::string& line) override;
+    void OnPrinted(std::size_t job, const std::string& line) override;
     void OnFinished(std::size_t job, const JobOutcome& outcome) override;
 
 private:
@@ -61,6 +64,7 @@ private:
     std::ostream& m_err;
     ConsoleStyle m_style;
     OnResult m_onResult;
+    const std::vector<Job>* m_jobs = nullptr;    // of the current run
     Progress* m_progress = nullptr;              // of the current run
     std::map<std::size_t, JobOutcome> m_waiting; // for jobs before them
     std::size_t m_next = 0;                      // the job to deliver next

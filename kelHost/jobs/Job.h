@@ -13,7 +13,8 @@ namespace kel::host {
 /// The total of a job that does not know its end.
 inline constexpr std::int64_t kUnknownTotal = -1;
 
-/// Reports of a job to the host. Used by one thread at a time, in the worker.
+/// Reports of a job to the host. Used by one thread at a time, in the worker; others may show lines
+/// and read the input meanwhile.
 class Reporter {
 public:
     virtual ~Reporter() = default;
@@ -31,6 +32,26 @@ public:
 
     /// A line for the user, escaped.
     virtual void Show(const std::string& line) = 0;
+
+    /// The job begins to read its input, or to move in it, and waits for that. It must not take
+    /// longer than WorkerOptions::stallTimeout. Use a ReadingScope.
+    virtual void BeginReading() = 0;
+
+    /// The input was read.
+    virtual void EndReading() = 0;
+};
+
+/// Reports that a job reads its input, during its lifetime. One at a time.
+class ReadingScope {
+public:
+    /// @param reporter outlives the scope
+    explicit ReadingScope(Reporter& reporter) : m_reporter(reporter) { m_reporter.BeginReading(); }
+    ~ReadingScope() { m_reporter.EndReading(); }
+    ReadingScope(const ReadingScope&) = delete;
+    ReadingScope& operator=(const ReadingScope&) = delete;
+
+private:
+    Reporter& m_reporter;
 };
 
 /// Result of a job.
@@ -63,7 +84,11 @@ public:
     virtual ~JobObserver() = default;
     virtual void OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
                             std::uint32_t rate) = 0;
+    /// The job has waited for its input for so many whole seconds; 0: it waits no more.
+    virtual void OnWaiting(std::size_t job, std::int64_t seconds) = 0;
     virtual void OnShow(std::size_t job, const std::string& line) = 0;
+    /// A library printed a line, without its newline, to standard output or error.
+    virtual void OnPrinted(std::size_t job, const std::string& line) = 0;
     virtual void OnFinished(std::size_t job, const JobOutcome& outcome) = 0;
 };
 

@@ -33,7 +33,7 @@ std::string TimesRealTime(double times) {
 Progress::Progress(std::ostream& stream, ProgressStyle style, std::vector<std::string> files,
                    std::size_t width, Clock::time_point start)
     : m_stream(stream), m_style(style), m_files(std::move(files)), m_done(m_files.size(), 0.0),
-      m_seconds(m_files.size(), 0.0), m_width(width), m_start(start) {}
+      m_seconds(m_files.size(), 0.0), m_waits(m_files.size(), 0), m_width(width), m_start(start) {}
 
 void Progress::Update(std::size_t job, std::int64_t done, std::int64_t total, std::uint32_t rate,
                       Clock::time_point now) {
@@ -42,6 +42,7 @@ void Progress::Update(std::size_t job, std::int64_t done, std::int64_t total, st
     if (!m_isEndUnknown) {
         m_done[job] = total > 0 ? static_cast<double>(done) / static_cast<double>(total) : 1.0;
     }
+    m_waits[job] = 0;
     if (m_style == ProgressStyle::JSON) {
         m_stream << FormatDocument("progress", {{"file", m_files[job]},
                                                 {"done", done},
@@ -54,8 +55,19 @@ void Progress::Update(std::size_t job, std::int64_t done, std::int64_t total, st
     }
 }
 
+void Progress::Wait(std::size_t job, std::int64_t seconds, Clock::time_point now) {
+    m_waits[job] = seconds;
+    if (m_style != ProgressStyle::JSON) {
+        Draw(now);
+    } else if (seconds > 0) {
+        m_stream << FormatDocument("progress", {{"file", m_files[job]}, {"waiting", seconds}})
+                 << std::flush;
+    }
+}
+
 void Progress::Finish(std::size_t job, bool succeeded, Clock::time_point now) {
     m_done[job] = 1.0;
+    m_waits[job] = 0;
     ++m_finished;
     if (m_style == ProgressStyle::JSON) {
         m_stream << FormatDocument(
@@ -91,24 +103,46 @@ void Progress::Draw(Clock::time_point now) {
 // One file of unknown length. Among several files, one counts when it is finished.
 std::string Progress::LineWithoutEnd(double elapsed) const {
     const double seconds = m_seconds.front();
-    const std::string speed = elapsed > 0 ? ", " + TimesRealTime(seconds / elapsed) : "";
+    std::string tail;
+    if (m_waits.front() > 0) {
+        tail = fmt::format(", no data for {} s", m_waits.front());
+    } else if (elapsed > 0) {
+        tail = ", " + TimesRealTime(seconds / elapsed);
+    }
     return KeepEnd(fmt::format("{} {} done{}", m_files.front(),
-                               FormatSeconds(static_cast<std::int64_t>(seconds)), speed),
+                               FormatSeconds(static_cast<std::int64_t>(seconds)), tail),
                    m_width - std::min<std::size_t>(m_width, 1));
 }
 
-std::string Progress::Line(double elapsed) const {
-    const double fraction = std::clamp(std::accumulate(m_done.begin(), m_done.end(), 0.0) /
-                                           static_cast<double>(m_done.size()),
-                                       0.0, 1.0);
+double Progress::Fraction() const {
+    return std::clamp(std::accumulate(m_done.begin(), m_done.end(), 0.0) /
+                          static_cast<double>(m_done.size()),
+                      0.0, 1.0);
+}
+
+// The share that is done, and the longest wait or else the speed and the time that is left.
+std::string Progress::Tail(double elapsed) const {
+    constexpr std::size_t kLongestWaiting = 24;
+    const double fraction = Fraction();
     // Truncated: 100 % means that all of it is done.
     std::string tail = fmt::format("{:3} %", static_cast<int>(fraction * 100));
-    if (fraction > 0 && elapsed > 0) {
+    const auto longest = std::max_element(m_waits.begin(), m_waits.end());
+    if (longest != m_waits.end() && *longest > 0) {
+        const auto job = static_cast<std::size_t>(longest - m_waits.begin());
+        tail += fmt::format(
+            "  {}no data for {} s",
+            m_files.size() == 1 ? "" : KeepEnd(m_files[job], kLongestWaiting) + ": ", *longest);
+    } else if (fraction > 0 && elapsed > 0) {
         const double seconds = std::accumulate(m_seconds.begin(), m_seconds.end(), 0.0);
         const double left = std::ceil(elapsed / fraction * (1 - fraction));
         tail += fmt::format("  {}, {} left", TimesRealTime(seconds / elapsed),
                             FormatSeconds(static_cast<std::int64_t>(left)));
     }
+    return tail;
+}
+
+std::string Progress::Line(double elapsed) const {
+    const std::string tail = Tail(elapsed);
 
     // A line as wide as the terminal would wrap and stay there. The name is shortened first, then
     // the bar.
@@ -117,7 +151,7 @@ std::string Progress::Line(double elapsed) const {
     constexpr std::size_t kLongestBar = 24;
     constexpr std::size_t kShortestBar = 5;
     constexpr std::size_t kAround = 4; // spaces and brackets
-    const std::size_t room = m_width - std::min(m_width, tail.size() + kAround + 1);
+    const std::size_t room = m_width - std::min(m_width, CountCharacters(tail) + kAround + 1);
     const std::size_t nameRoom =
         std::clamp(room - std::min(room, kLongestBar), kShortestName, kLongestName);
     const std::string name =
@@ -129,7 +163,7 @@ std::string Progress::Line(double elapsed) const {
     if (bar < kShortestBar) {
         return KeepEnd(name + " " + tail, m_width - std::min<std::size_t>(m_width, 1));
     }
-    const auto filled = static_cast<std::size_t>(fraction * static_cast<double>(bar));
+    const auto filled = static_cast<std::size_t>(Fraction() * static_cast<double>(bar));
     return fmt::format("{} [{}{}] {}", name, std::string(filled, '#'),
                        std::string(bar - filled, '.'), tail);
 }

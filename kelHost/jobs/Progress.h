@@ -37,6 +37,9 @@ public:
     void Update(std::size_t job, std::int64_t done, std::int64_t total, std::uint32_t rate,
                 Clock::time_point now);
 
+    /// Records that a job has waited for its input for so many seconds; 0: it waits no more.
+    void Wait(std::size_t job, std::int64_t seconds, Clock::time_point now);
+
     /// Records the end of a job.
     void Finish(std::size_t job, bool succeeded, Clock::time_point now);
 
@@ -45,15 +48,18 @@ public:
 
 private:
     void Draw(Clock::time_point now);
+    double Fraction() const;
     std::string Line(double elapsed) const;
     std::string LineWithoutEnd(double elapsed) const;
+    std::string Tail(double elapsed) const;
 
     std::ostream& m_stream;
     ProgressStyle m_style;
     std::vector<std::string> m_files;
-    std::vector<double> m_done;    // of each job, 0 to 1
-    std::vector<double> m_seconds; // of media, done by each job
-    bool m_isEndUnknown = false;   // of the job that was last heard of
+    std::vector<double> m_done;        // of each job, 0 to 1
+    std::vector<double> m_seconds;     // of media, done by each job
+    std::vector<std::int64_t> m_waits; // of each job, in seconds
+    bool m_isEndUnknown = false;       // of the job that was last heard of
     std::size_t m_finished = 0;
     std::size_t m_width;
     Clock::time_point m_start;

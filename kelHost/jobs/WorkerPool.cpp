@@ -6,6 +6,8 @@
 #include "base/OutputFile.h"
 #include "base/Text.h"
 #include "jobs/Posix.h"
+#include "jobs/ReadCounter.h"
+#include "jobs/WorkerMessage.h"
 
 #include <fmt/format.h>
 
@@ -16,12 +18,17 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <exception>
+#include <fcntl.h>
+#include <mutex>
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
+#include <stdio_ext.h>
 #include <string>
+#include <string_view>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -32,70 +39,17 @@ namespace kel::host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Duration = Clock::duration;
+using Kind = WorkerMessage::Kind;
 
-// A message of a worker to the host.
-struct Message {
-    enum class Kind : char { Opening, Opened, Progress, Show, Result, Skipped, Error };
-
-    Kind kind;
-    std::vector<std::string> fields;
-};
-
-void AppendSize(std::string& bytes, std::size_t size) {
-    const auto number = static_cast<std::uint32_t>(size);
-    bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
-}
-
-// Reads a size that AppendSize wrote, and moves the place after it.
-std::size_t TakeSize(const std::string& bytes, std::size_t& place) {
-    std::uint32_t number = 0;
-    std::memcpy(&number, bytes.data() + place, sizeof number);
-    place += sizeof number;
-    return number;
-}
-
-// The bytes of a message: the size of what follows, the kind, and each field after its size.
-std::string Encode(const Message& message) {
-    std::string content(1, static_cast<char>(message.kind));
-    for (const std::string& field : message.fields) {
-        AppendSize(content, field.size());
-        content += field;
-    }
-    std::string bytes;
-    AppendSize(bytes, content.size());
-    return bytes + content;
-}
-
-// Removes the first message from received bytes; none while it is incomplete.
-std::optional<Message> TakeMessage(std::string& received) {
-    std::size_t place = 0;
-    if (received.size() < sizeof(std::uint32_t)) {
-        return std::nullopt;
-    }
-    const std::size_t end = TakeSize(received, place) + place;
-    if (received.size() < end) {
-        return std::nullopt;
-    }
-    Message message{static_cast<Message::Kind>(received[place++]), {}};
-    while (place < end) {
-        const std::size_t size = TakeSize(received, place);
-        message.fields.push_back(received.substr(place, size));
-        place += size;
-    }
-    received.erase(0, end);
-    return message;
-}
-
-// Sends reports to the host. The texts are escaped for display.
+// Sends reports about one job to the host. The texts are escaped for display.
 class PipeReporter final : public Reporter {
 public:
-    PipeReporter(int descriptor, bool progress)
-        : m_descriptor(descriptor), m_wantsProgress(progress) {}
+    PipeReporter(int descriptor, std::uint32_t job, ReadCounter& reads, bool progress)
+        : m_descriptor(descriptor), m_job(job), m_reads(reads), m_wantsProgress(progress) {}
 
-    void Opening(const std::string& file) override {
-        Send({Message::Kind::Opening, {Escape(file)}});
-    }
-    void Opened() override { Send({Message::Kind::Opened, {}}); }
+    void Opening(const std::string& file) override { Send(Kind::Opening, {Escape(file)}); }
+    void Opened() override { Send(Kind::Opened, {}); }
 
     void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) override {
         constexpr std::chrono::milliseconds kInterval{100};
@@ -106,15 +60,19 @@ public:
         const bool isEnd = total != kUnknownTotal && done >= total;
         if (isEnd || now - m_lastProgress >= kInterval) {
             m_lastProgress = now;
-            Send({Message::Kind::Progress,
-                  {std::to_string(done), std::to_string(total), std::to_string(rate)}});
+            Send(Kind::Progress,
+                 {std::to_string(done), std::to_string(total), std::to_string(rate)});
         }
     }
 
-    void Show(const std::string& line) override { Send({Message::Kind::Show, {line}}); }
+    void Show(const std::string& line) override { Send(Kind::Show, {line}); }
+    void BeginReading() override { m_reads.Step(); }
+    void EndReading() override { m_reads.Step(); }
 
-    void Send(const Message& message) const {
-        const std::string bytes = Encode(message);
+    // Any thread may send: a log record comes from the thread that logs.
+    void Send(Kind kind, std::vector<std::string> fields) {
+        const std::string bytes = Encode({kind, m_job, std::move(fields)});
+        const std::lock_guard<std::mutex> lock(m_mutex); // a long message is not written at once
         if (!WriteAll(m_descriptor, bytes.data(), bytes.size())) {
             _exit(kFailure); // the host is gone
         }
@@ -122,18 +80,27 @@ public:
 
 private:
     int m_descriptor;
+    std::uint32_t m_job;
+    ReadCounter& m_reads;
     bool m_wantsProgress;
     Clock::time_point m_lastProgress = Clock::now();
+    std::mutex m_mutex;
 };
 
-Message Failure(const ErrorText& error) {
-    return {Message::Kind::Error, {error.file, error.message}};
+// The last message of a job.
+struct Ending {
+    Kind kind;
+    std::vector<std::string> fields;
+};
+
+Ending Failure(const ErrorText& error) {
+    return {Kind::Error, {error.file, error.message}};
 }
 
-Message RunOne(const Job& job, Reporter& reporter) {
+Ending RunOne(const Job& job, Reporter& reporter) {
     try {
         const JobResult result = job.run(reporter);
-        return {result.isSkipped ? Message::Kind::Skipped : Message::Kind::Result,
+        return {result.isSkipped ? Kind::Skipped : Kind::Result,
                 {result.document, result.output, result.report}};
     } catch (const std::exception& error) {
         return Failure(DescribeError(error, job.file));
@@ -142,13 +109,31 @@ Message RunOne(const Job& job, Reporter& reporter) {
     }
 }
 
+// The worker's ends of the pipes.
+struct WorkerEnds {
+    Descriptor commands;
+    Descriptor messages;
+    Descriptor printed;
+};
+
 // Body of a worker: does the jobs whose numbers arrive until there are no more.
-[[noreturn]] void Work(const std::vector<Job>& jobs, bool progress, int commands, int messages) {
+[[noreturn]] void Work(const std::vector<Job>& jobs, bool progress, const WorkerEnds& ends,
+                       ReadCounter& reads) {
     try {
-        PipeReporter reporter(messages, progress);
+        // The host's unwritten output belongs to the host.
+        __fpurge(stdout);
+        // Only messages reach the user; standard input stays, because it may be the input.
+        if (dup2(ends.printed.Number(), STDOUT_FILENO) < 0 ||
+            dup2(ends.printed.Number(), STDERR_FILENO) < 0) {
+            _exit(kFailure);
+        }
         std::uint32_t number = 0;
-        while (read(commands, &number, sizeof number) == sizeof number) {
-            reporter.Send(RunOne(jobs[number], reporter));
+        while (ReadAll(ends.commands.Number(), &number, sizeof number) && number < jobs.size()) {
+            PipeReporter reporter(ends.messages.Number(), number, reads, progress);
+            Ending ending = RunOne(jobs[number], reporter);
+            static_cast<void>(
+                std::fflush(stdout)); // afterwards the lines are those of the next job
+            reporter.Send(ending.kind, std::move(ending.fields));
         }
     } catch (...) {
         // The host's own handlers must not run in its copy in this process.
@@ -157,15 +142,78 @@ Message RunOne(const Job& job, Reporter& reporter) {
     _exit(kSuccess);
 }
 
+// Time in which the host attends to its workers: not the time in which it is stopped or waits for
+// its output to be read, while the workers may have reported long ago.
+class AttentiveClock {
+public:
+    Duration Now() const { return m_now; }
+
+    // Advances the clock after a wait that was to take no longer than that.
+    void Advance(Duration limit) {
+        constexpr std::chrono::milliseconds kTolerance{100};
+        const Clock::time_point last = std::exchange(m_last, Clock::now());
+        m_now += std::min<Duration>(m_last - last, limit + kTolerance);
+    }
+
+private:
+    Clock::time_point m_last = Clock::now();
+    Duration m_now{};
+};
+
 struct Worker {
     pid_t process = -1;
     Descriptor commands;
     Descriptor messages;
+    Descriptor printed;
+    ReadCounter reads;
     std::string received; // the beginning of a message
+    std::string line;     // the beginning of a printed line
+    std::string failure;  // the reason why the host cannot work with it; "" for none
     std::optional<std::size_t> job;
     std::string opening; // the file being opened, escaped; "" for none
-    Clock::time_point openBy;
+    Duration openingSince{};
+    bool isStopped = false;
+    std::uint32_t lastReads = 0;
+    Duration idleSince{}; // begin of the present read, or of the time in which it is stopped
+    std::int64_t shownSeconds = 0;
+
+    // True when the job waits for its input, as far as was seen when the host looked last.
+    bool IsIdle() const { return isStopped || lastReads % 2 == 1; }
 };
+
+// Returns true when bytes, or the end, can be read at once.
+bool IsReadable(const Descriptor& descriptor) {
+    pollfd polled{descriptor.Number(), POLLIN, 0};
+    return poll(&polled, 1, 0) > 0;
+}
+
+std::string DescribeTermination(int status) {
+    return WIFSIGNALED(status)
+               ? fmt::format("signal {} ({})", WTERMSIG(status), strsignal(WTERMSIG(status)))
+               : fmt::format("exit status {}", WEXITSTATUS(status));
+}
+
+// Returns the time until then, not negative.
+std::chrono::milliseconds TimeLeft(Clock::time_point end) {
+    return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()),
+                    std::chrono::milliseconds{});
+}
+
+// "0.5" or "60".
+std::string FormatLimit(std::chrono::milliseconds limit) {
+    return fmt::format("{}", std::chrono::duration<double>(limit).count());
+}
+
+// Does work in a child process and ends it, whatever happens.
+template <typename Work>
+[[noreturn]] void ExitAfter(const Work& work) {
+    try {
+        work();
+    } catch (...) {
+        _exit(kFailure);
+    }
+    _exit(kSuccess);
+}
 
 // The workers of a run. Kills those that are left at its end.
 class WorkerPool {
@@ -174,13 +222,17 @@ public:
         : m_jobs(jobs), m_options(options), m_observer(observer) {}
 
     ~WorkerPool() {
-        for (Worker& worker : m_workers) {
-            kill(worker.process, SIGKILL);
-            waitpid(worker.process, nullptr, 0);
-            try {
-                RemoveLeftovers(worker);
-            } catch (...) { // NOLINT(bugprone-empty-catch): out of memory in a destructor
-            }
+        for (const Worker& worker : m_workers) {
+            kill(worker.process, SIGKILL); // all at once
+        }
+        constexpr std::chrono::milliseconds kLimit{2000};
+        const Clock::time_point end = Clock::now() + kLimit;
+        for (const Worker& worker : m_workers) {
+            WaitForEnd(worker.process, TimeLeft(end));
+        }
+        try {
+            RemoveLeftovers(m_workers);
+        } catch (...) { // NOLINT(bugprone-empty-catch): out of memory in a destructor
         }
     }
     WorkerPool(const WorkerPool&) = delete;
@@ -191,13 +243,10 @@ public:
         while (m_finished < m_jobs.size()) {
             StartWorkers(wanted);
             WaitForMessages();
-            KillTimedOut();
+            WatchWorkers();
         }
-        for (Worker& worker : m_workers) {
-            worker.commands = Descriptor(); // no more jobs
-            waitpid(worker.process, nullptr, 0);
-        }
-        m_workers.clear();
+        Dismiss();
+        m_signals.Check(); // one that came while the last result was shown
     }
 
 private:
@@ -218,30 +267,42 @@ private:
         m_workers.reserve(m_workers.size() + 1); // nothing may fail once there is a process
         Pipe commands = MakePipe();
         Pipe messages = MakePipe();
-        const pid_t process = ForkChild();
-        if (process == 0) {
-            // It must not keep the pipes of the other workers open.
+        Pipe printed = MakePipe();
+        // A library that prints must not wait for the host, nor the host for a library.
+        for (const Descriptor* end : {&printed.in, &printed.out}) {
+            fcntl(end->Number(), F_SETFL, O_NONBLOCK);
+        }
+        Worker worker;
+        worker.process = ForkChild();
+        if (worker.process == 0) {
+            // It must not keep the host's ends of any pipe open.
             m_workers.clear();
             commands.out = Descriptor();
             messages.in = Descriptor();
-            Work(m_jobs, m_options.progress, commands.in.Number(), messages.out.Number());
+            printed.in = Descriptor();
+            Work(m_jobs, m_options.progress,
+                 {std::move(commands.in), std::move(messages.out), std::move(printed.out)},
+                 worker.reads);
         }
-        Worker worker;
-        worker.process = process;
         worker.commands = std::move(commands.out);
         worker.messages = std::move(messages.in);
+        worker.printed = std::move(printed.in);
         m_workers.push_back(std::move(worker));
         GiveJob(m_workers.back());
+        LoseIfBroken(m_workers.size() - 1);
     }
 
     void GiveJob(Worker& worker) {
         worker.job.reset();
         worker.opening.clear();
+        worker.shownSeconds = 0;
         if (m_next < m_jobs.size()) {
             const auto number = static_cast<std::uint32_t>(m_next);
             worker.job = m_next++;
-            // If the worker has died, the other pipe reports its end.
-            WriteAll(worker.commands.Number(), &number, sizeof number);
+            if (!WriteAll(worker.commands.Number(), &number, sizeof number)) {
+                worker.failure = fmt::format("cannot send the job to a worker process: {}",
+                                             std::strerror(errno));
+            }
         }
     }
 
@@ -249,118 +310,302 @@ private:
         std::vector<pollfd> polled{{m_signals.Number(), POLLIN, 0}};
         for (const Worker& worker : m_workers) {
             polled.push_back({worker.messages.Number(), POLLIN, 0});
+            // poll ignores a negative descriptor.
+            const bool prints = worker.job.has_value();
+            polled.push_back({prints ? worker.printed.Number() : -1, POLLIN, 0});
         }
-        poll(polled.data(), polled.size(), MillisecondsToWait());
+        const Duration wait = std::max(m_nextWatch - m_clock.Now(), Duration{});
+        const auto milliseconds =
+            std::chrono::duration_cast<std::chrono::milliseconds>(wait).count() + 1;
+        poll(polled.data(), polled.size(), static_cast<int>(milliseconds));
+        m_clock.Advance(wait);
         m_signals.Check();
         // Backwards, because a worker that has died is removed.
         for (std::size_t i = m_workers.size(); i-- > 0;) {
-            if (polled[i + 1].revents != 0) {
+            if (polled[2 * i + 1].revents != 0) {
                 Receive(i);
+            } else if (polled[2 * i + 2].revents != 0) {
+                ReceivePrinted(m_workers[i]);
             }
         }
-    }
-
-    int MillisecondsToWait() const {
-        std::optional<Clock::time_point> first;
-        for (const Worker& worker : m_workers) {
-            if (!worker.opening.empty() && (!first.has_value() || worker.openBy < *first)) {
-                first = worker.openBy;
-            }
-        }
-        if (!first.has_value()) {
-            return -1;
-        }
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(*first - Clock::now()).count();
-        return static_cast<int>(std::clamp<std::int64_t>(left + 1, 0, 60000));
     }
 
     void Receive(std::size_t index) {
         Worker& worker = m_workers[index];
         std::array<char, 65536> bytes{};
         const ssize_t count = read(worker.messages.Number(), bytes.data(), bytes.size());
-        if (count <= 0) {
-            int status = 0;
-            waitpid(worker.process, &status, 0);
-            const std::string how =
-                WIFSIGNALED(status)
-                    ? fmt::format("signal {} ({})", WTERMSIG(status), strsignal(WTERMSIG(status)))
-                    : fmt::format("exit status {}", WEXITSTATUS(status));
-            Lose(index,
-                 std::runtime_error(fmt::format(
-                     "the worker process ended with {}; the file or the plug-in is damaged", how)));
+        if (count < 0 && errno == EINTR) {
             return;
         }
-        worker.received.append(bytes.data(), static_cast<std::size_t>(count));
-        while (const auto message = TakeMessage(worker.received)) {
-            Handle(worker, *message);
+        if (count == 0) {
+            LoseEnded(index);
+            return;
+        }
+        if (count < 0) {
+            worker.failure =
+                fmt::format("cannot receive from a worker process: {}", std::strerror(errno));
+        } else {
+            ReceivePrinted(worker); // it was printed before the messages were sent
+            worker.received.append(bytes.data(), static_cast<std::size_t>(count));
+            HandleReceived(worker);
+        }
+        LoseIfBroken(index);
+    }
+
+    void HandleReceived(Worker& worker) {
+        try {
+            while (worker.failure.empty()) {
+                const auto message = TakeMessage(worker.received);
+                if (!message.has_value()) {
+                    return;
+                }
+                if (!worker.job.has_value() || message->job != *worker.job) {
+                    throw InvalidMessage();
+                }
+                Handle(worker, *message);
+            }
+        } catch (const InvalidMessage&) {
+            worker.failure = "cannot understand a message of a worker process: the plug-in wrote "
+                             "into a pipe of the host";
         }
     }
 
-    void Handle(Worker& worker, const Message& message) {
+    void Handle(Worker& worker, const WorkerMessage& message) {
         const std::size_t job = *worker.job;
         const std::vector<std::string>& fields = message.fields;
         switch (message.kind) {
-        case Message::Kind::Opening:
+        case Kind::Opening:
             worker.opening = fields[0];
-            worker.openBy = Clock::now() + m_options.openTimeout;
+            worker.openingSince = m_clock.Now();
+            m_nextWatch = std::min(m_nextWatch, m_clock.Now() + m_options.openTimeout);
             break;
-        case Message::Kind::Opened:
+        case Kind::Opened:
             worker.opening.clear();
             break;
-        case Message::Kind::Progress:
+        case Kind::Progress:
             m_observer.OnProgress(job, ParseInteger<std::int64_t>(fields[0]).value(),
                                   ParseInteger<std::int64_t>(fields[1]).value(),
                                   ParseInteger<std::uint32_t>(fields[2]).value());
             break;
-        case Message::Kind::Show:
+        case Kind::Show:
             m_observer.OnShow(job, fields[0]);
             break;
-        case Message::Kind::Result:
-        case Message::Kind::Skipped:
+        case Kind::Result:
+        case Kind::Skipped:
+            EndLine(worker);
             GiveJob(worker);
-            Finish(job, {true,
-                         {fields[0], fields[1], fields[2], message.kind == Message::Kind::Skipped},
-                         {}});
+            Finish(job,
+                   {true, {fields[0], fields[1], fields[2], message.kind == Kind::Skipped}, {}});
             break;
-        case Message::Kind::Error:
+        case Kind::Error:
+            EndLine(worker);
             GiveJob(worker);
             Finish(job, {false, {}, {fields[0], fields[1]}});
             break;
         }
     }
 
-    void KillTimedOut() {
-        for (std::size_t i = m_workers.size(); i-- > 0;) {
-            Worker& worker = m_workers[i];
-            if (worker.opening.empty() || Clock::now() < worker.openBy) {
-                continue;
+    // Receives what libraries have printed, of a worker that prints for ever only some.
+    void ReceivePrinted(Worker& worker) {
+        constexpr int kMaxPieces = 16;
+        std::array<char, 65536> bytes{};
+        for (int i = 0; i < kMaxPieces && worker.job.has_value(); ++i) {
+            const ssize_t count = read(worker.printed.Number(), bytes.data(), bytes.size());
+            if (count <= 0) {
+                if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+                    worker.printed = Descriptor(); // nothing more will come
+                }
+                return;
             }
-            kill(worker.process, SIGKILL);
-            waitpid(worker.process, nullptr, 0);
-            const double seconds = std::chrono::duration<double>(m_options.openTimeout).count();
-            Lose(i,
-                 JobError(worker.opening,
-                          fmt::format("cannot open the file within {} s; it is damaged, or a pipe "
-                                      "without a writer (--open-timeout SECONDS allows more)",
-                                      seconds)));
+            AddPrinted(worker, {bytes.data(), static_cast<std::size_t>(count)});
         }
+    }
+
+    void AddPrinted(Worker& worker, std::string_view bytes) {
+        constexpr std::size_t kMaxLine = 4096;
+        for (const char byte : bytes) {
+            if (byte == '\n' || worker.line.size() == kMaxLine) {
+                EndLine(worker);
+            }
+            if (byte != '\n') {
+                worker.line += byte;
+            }
+        }
+    }
+
+    // Reports the line that was printed last, as far as it goes. Empty lines are not worth one.
+    void EndLine(Worker& worker) {
+        const std::string line = std::exchange(worker.line, "");
+        if (!line.empty() && worker.job.has_value()) {
+            m_observer.OnPrinted(*worker.job, line);
+        }
+    }
+
+    // Looks after workers that report nothing, a few times a second.
+    void WatchWorkers() {
+        constexpr std::chrono::milliseconds kInterval{250};
+        if (m_clock.Now() < m_nextWatch) {
+            return;
+        }
+        m_nextWatch = m_clock.Now() + kInterval;
+        for (std::size_t i = m_workers.size(); i-- > 0;) {
+            Watch(i);
+        }
+    }
+
+    void Watch(std::size_t index) {
+        Worker& worker = m_workers[index];
+        siginfo_t state{};
+        waitid(P_PID, static_cast<id_t>(worker.process), &state,
+               WEXITED | WSTOPPED | WNOHANG | WNOWAIT);
+        const bool isStopped = state.si_code == CLD_STOPPED || state.si_code == CLD_TRAPPED;
+        if (state.si_pid == worker.process && !isStopped) {
+            // A process that it started may keep its pipe open.
+            if (!IsReadable(worker.messages)) {
+                LoseEnded(index);
+            }
+            return;
+        }
+        const std::uint32_t reads = worker.reads.Value();
+        const bool goesOn = reads != worker.lastReads || !worker.IsIdle();
+        worker.isStopped = isStopped && worker.job.has_value();
+        worker.lastReads = reads;
+        if (goesOn) {
+            worker.idleSince = m_clock.Now();
+        }
+        ShowWait(worker);
+        KillIfTimedOut(index);
+    }
+
+    // The time for which the job has waited for its input.
+    Duration WaitOf(const Worker& worker) const {
+        return !worker.opening.empty() ? m_clock.Now() - worker.openingSince
+               : worker.IsIdle()       ? m_clock.Now() - worker.idleSince
+                                       : Duration{};
+    }
+
+    void ShowWait(Worker& worker) {
+        const auto seconds =
+            std::chrono::duration_cast<std::chrono::seconds>(WaitOf(worker)).count();
+        if (m_options.progress && worker.job.has_value() && seconds != worker.shownSeconds) {
+            worker.shownSeconds = seconds;
+            m_observer.OnWaiting(*worker.job, seconds);
+        }
+    }
+
+    void KillIfTimedOut(std::size_t index) {
+        Worker& worker = m_workers[index];
+        const bool isOpening = !worker.opening.empty();
+        const std::chrono::milliseconds limit =
+            isOpening ? m_options.openTimeout : m_options.stallTimeout;
+        if (!isOpening && (!worker.IsIdle() || limit.count() == 0)) {
+            return;
+        }
+        if (WaitOf(worker) < limit) {
+            m_nextWatch = std::min(m_nextWatch, m_clock.Now() + limit - WaitOf(worker));
+            return;
+        }
+        if (IsReadable(worker.messages)) {
+            return; // it has gone on
+        }
+        const std::string file = isOpening ? worker.opening : m_jobs[*worker.job].file;
+        const std::string message =
+            isOpening ? fmt::format("cannot open the file within {} s; it is damaged, a pipe "
+                                    "without a writer, or on a mount that does not respond "
+                                    "(--open-timeout SECONDS allows more)",
+                                    FormatLimit(limit))
+            : worker.isStopped
+                ? fmt::format("cannot go on: the worker process was stopped for {} s "
+                              "(--stall-timeout SECONDS allows more, 0 any time)",
+                              FormatLimit(limit))
+                : fmt::format("cannot read the file: it delivered nothing for {} s "
+                              "(--stall-timeout SECONDS allows more, 0 any time)",
+                              FormatLimit(limit));
+        KillChild(worker.process);
+        Lose(index, JobError(file, message));
+    }
+
+    // Loses a worker that has ended, or that has at least closed its pipe.
+    void LoseEnded(std::size_t index) {
+        const int status = KillChild(m_workers[index].process);
+        Lose(index, std::runtime_error(fmt::format(
+                        "the worker process ended with {}; the file or the plug-in is damaged",
+                        DescribeTermination(status))));
+    }
+
+    // Loses a worker that the host cannot work with.
+    void LoseIfBroken(std::size_t index) {
+        const Worker& worker = m_workers[index];
+        if (worker.failure.empty()) {
+            return;
+        }
+        const int status = KillChild(worker.process);
+        const bool endedItself = !WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL;
+        Lose(index, std::runtime_error(
+                        worker.failure +
+                        (endedItself ? "; it ended with " + DescribeTermination(status) : "")));
     }
 
     // Forgets a worker that is gone, and fails its job.
     void Lose(std::size_t index, const std::exception& error) {
-        const Worker worker = std::move(m_workers[index]);
+        std::vector<Worker> lost;
+        lost.push_back(std::move(m_workers[index]));
         m_workers.erase(m_workers.begin() + static_cast<std::ptrdiff_t>(index));
-        RemoveLeftovers(worker);
+        Worker& worker = lost.front();
+        ReceivePrinted(worker);
+        EndLine(worker);
+        RemoveLeftovers(lost);
         if (worker.job.has_value()) {
             Finish(*worker.job, {false, {}, DescribeError(error, m_jobs[*worker.job].file)});
         }
     }
 
-    void RemoveLeftovers(const Worker& worker) const {
-        if (worker.job.has_value() && !m_jobs[*worker.job].outputDirectory.empty()) {
-            RemoveTemporaryFiles(m_jobs[*worker.job].outputDirectory, worker.process);
+    // Removes the files that killed workers have left. In a process of its own: a mount that does
+    // not respond would stop the host, too.
+    void RemoveLeftovers(const std::vector<Worker>& workers) const {
+        const auto leavesFiles = [this](const Worker& worker) {
+            return worker.job.has_value() && !m_jobs[*worker.job].outputDirectory.empty();
+        };
+        const auto remove = [&] {
+            for (const Worker& worker : workers) {
+                if (leavesFiles(worker)) {
+                    RemoveTemporaryFiles(m_jobs[*worker.job].outputDirectory, worker.process);
+                }
+            }
+        };
+        if (std::none_of(workers.begin(), workers.end(), leavesFiles)) {
+            return;
         }
+        constexpr std::chrono::milliseconds kLimit{5000};
+        pid_t remover = -1;
+        try {
+            remover = ForkChild();
+        } catch (const JobError&) {
+            remove(); // no process can be started
+            return;
+        }
+        if (remover == 0) {
+            ExitAfter(remove);
+        }
+        if (!WaitForEnd(remover, kLimit).has_value()) {
+            KillChild(remover);
+        }
+    }
+
+    // Ends the workers when no job is left.
+    void Dismiss() {
+        for (Worker& worker : m_workers) {
+            worker.commands = Descriptor();
+        }
+        constexpr std::chrono::milliseconds kLimit{500};
+        const Clock::time_point end = Clock::now() + kLimit;
+        for (const Worker& worker : m_workers) {
+            // The pipe closes when the process ends.
+            pollfd polled{worker.messages.Number(), POLLIN, 0};
+            poll(&polled, 1, static_cast<int>(TimeLeft(end).count()));
+            KillChild(worker.process);
+        }
+        m_workers.clear();
     }
 
     void Finish(std::size_t job, const JobOutcome& outcome) {
@@ -373,6 +618,8 @@ private:
     JobObserver& m_observer;
     SignalReader m_signals;
     std::vector<Worker> m_workers;
+    AttentiveClock m_clock;
+    Duration m_nextWatch{};
     std::size_t m_next = 0;
     std::size_t m_finished = 0;
 };

@@ -84,7 +84,6 @@ public:
 
 private:
     void Open() {
-        m_reporter.Opening(m_request.input);
         m_source = std::make_unique<SourceReader>(m_request.input, m_options.blockFrames);
         m_reporter.Opened();
         m_errors.RequireNone(m_request.input);
@@ -143,6 +142,11 @@ private:
                          m_request.output, m_format.container->title, m_bytes));
     }
 
+    std::unique_ptr<SampleReader> MakeReader() {
+        const ReadingScope reading(m_reporter); // it seeks
+        return std::make_unique<RangeReader>(*m_source, m_range);
+    }
+
     // Writes the file and verifies that it is complete.
     CopyFacts Write(OutputFile& output) {
         const FileName file(output.TemporaryPath(), m_request.output);
@@ -150,7 +154,7 @@ private:
         const bool overlapped = !m_range.count.has_value() ||
                                 *m_range.count > 2 * std::int64_t{m_source->BlockFrames()};
         TransferParts parts;
-        parts.reader = std::make_unique<RangeReader>(*m_source, m_range);
+        parts.reader = MakeReader();
         if (!m_range.count.has_value()) {
             parts.reader = std::make_unique<FittingReader>(
                 std::move(parts.reader), *m_format.container, m_request.output, m_channels,
@@ -291,6 +295,7 @@ private:
 
 JobResult Copy(const CopyRequest& request, const HostLogger& log, Reporter& reporter) {
     const ContextScope context("copy " + request.input);
+    reporter.Opening(request.input); // even looking at it may take for ever
     RequireDifferentFiles(request.input, request.output);
     if (request.options.skip && Exists(request.output)) {
         return DescribeSkipped(request);

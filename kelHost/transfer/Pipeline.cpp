@@ -141,11 +141,9 @@ public:
 private:
     void Open() {
         const std::string& file = m_request.source.file;
+        m_reporter.Opening(m_input); // even looking at it may take for ever
         if (!file.empty()) {
             RequireDifferentFiles(file, m_request.sink.file);
-        }
-        m_reporter.Opening(m_input);
-        if (!file.empty()) {
             RequireReadable(file);
         }
         m_source = std::make_unique<SourceReader>(m_input, m_request.source.recipe, file);

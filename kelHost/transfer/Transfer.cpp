@@ -33,6 +33,7 @@ void Transfer::CloseSink() {
 }
 
 SampleHandle Transfer::Pull() {
+    const ReadingScope reading(m_reporter);
     return WithFileContext(m_parts.source->ShownName(), "", [&] { return m_parts.reader->Pull(); });
 }
 

@@ -47,6 +47,8 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
         "standard error\n"
         "  --jobs N                    Work on N files at once; default: number of processors\n"
         "  --open-timeout SECONDS=10   Maximum time for opening a file\n"
+        "  --stall-timeout SECONDS=60  Maximum time without data from a file that is read; 0: no "
+        "limit\n"
         "  --verbose                   Show all log records; KEL_LOG=none, error, warning, "
         "milestone or info selects some\n"
         "\n"
@@ -109,6 +111,38 @@ TEST(CommandLine, IsRefusedWithStatus2WhenItIsWrong) {
                      "--output-dir\n");
     }
     EXPECT_EQ(SortedNames(directory), Names{});
+}
+
+TEST(CommandLine, RefusesTimesThatAreNoTimes) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    struct Row {
+        Arguments arguments;
+        std::string option;
+        std::string expected;
+    };
+    for (const Row& row :
+         {Row{{"info", "take.wav"}, "--open-timeout", "seconds from 0.001 to 86400"},
+          Row{{"info", "take.wav"}, "--stall-timeout", "seconds from 0.001 to 86400, or 0"},
+          Row{{"validate", "missing.so"}, "--timeout", "seconds from 0.001 to 86400"}}) {
+        for (const std::string value :
+             {"nan", "NAN", "-nan", "inf", "-inf", "infinity", "-1", "-0.001", "0.0009", "86400.1",
+              "1e999", "1e-999", "", "1s", " 1", "0x10", "1,5"}) {
+            SCOPED_TRACE(testing::Message() << row.option << "=" << value);
+            ExpectResult(RunKelhost(directory, row.arguments + Arguments{row.option + "=" + value}),
+                         2, "",
+                         value.empty() ? "kelhost: " + row.option +
+                                             ": 1 required SECONDS missing\n"
+                                             "Run with --help for more information.\n"
+                                       : "kelhost: invalid value \"" + value + "\" for " +
+                                             row.option + ": expected " + row.expected + "\n");
+        }
+    }
+    for (const Arguments& accepted :
+         {Arguments{"--open-timeout=1e1"}, Arguments{"--stall-timeout=0"},
+          Arguments{"--stall-timeout=86400"}}) {
+        EXPECT_EQ(RunKelhost(directory, Arguments{"info", "take.wav"} + accepted).status, 0);
+    }
 }
 
 TEST(CommandLine, AcceptsGeneralOptionsBeforeAndAfterTheCommand) {

@@ -23,8 +23,8 @@ const std::string kTextFormat = "extensible WAVE, float32 little-endian";
 
 std::string TooSlow(const std::string& name) {
     return Error(name,
-                 "cannot open the file within 0.5 s; it is damaged, or a pipe without a writer "
-                 "(--open-timeout SECONDS allows more)");
+                 "cannot open the file within 0.5 s; it is damaged, a pipe without a writer, or "
+                 "on a mount that does not respond (--open-timeout SECONDS allows more)");
 }
 
 std::string Lost(const std::string& name, const std::string& how) {

@@ -341,8 +341,9 @@ TEST(RunErrors, ReportASourceThatHangsWhileItOpens) {
     ExpectResult(RunElements(directory, {"kel.LibsndfileSource", "FilePath=fifo.wav", "!",
                                          "example.LevelMeterSink", "--open-timeout", "0.2"}),
                  1, "",
-                 Error("fifo.wav", "cannot open the file within 0.2 s; it is damaged, or a pipe "
-                                   "without a writer (--open-timeout SECONDS allows more)"));
+                 Error("fifo.wav", "cannot open the file within 0.2 s; it is damaged, a pipe "
+                                   "without a writer, or on a mount that does not respond "
+                                   "(--open-timeout SECONDS allows more)"));
 }
 
 TEST(RunErrors, ReportAnElementThatCrashesAndLeaveNothing) {

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ public:
 
     void Update(std::size_t job, std::int64_t done, std::int64_t total, int time) {
         m_progress.Update(job, done, total, 1000, At(time));
+    }
+    void Wait(std::size_t job, std::int64_t seconds, int time) {
+        m_progress.Wait(job, seconds, At(time));
     }
     void Finish(std::size_t job, bool succeeded, int time) {
         m_progress.Finish(job, succeeded, At(time));
@@ -128,6 +132,34 @@ TEST(Progress, IsTheTimeThatIsDoneWhereTheEndIsUnknown) {
         programs.Shown(),
         R"({"document":"kelhost.progress","done":500,"file":"take.flac","rate":1000,"total":null,"version":1})"
         "\n");
+    display.Wait(0, 5, 70000);
+    EXPECT_EQ(display.Shown(), Drawn("take.flac 0:01:02 done, no data for 5 s"));
+}
+
+TEST(Progress, ShowsTheLongestWaitForDataInsteadOfTheSpeed) {
+    Display display(ProgressStyle::Line, {"take.wav"});
+    display.Wait(0, 1, 1000);
+    EXPECT_EQ(display.Shown(), Drawn("take.wav [........................]   0 %  no data for 1 s"));
+    display.Update(0, 500, 1000, 2000);
+    EXPECT_EQ(display.Shown(), Drawn("take.wav [############............]  50 %  0.2 x real time, "
+                                     "0:00:02 left"));
+    display.Wait(0, 12, 14000);
+    EXPECT_EQ(display.Shown(),
+              Drawn("take.wav [############............]  50 %  no data for 12 s"));
+    display.Wait(0, 0, 15000);
+    EXPECT_EQ(display.Shown(), Drawn("take.wav [############............]  50 %  0.0 x real time, "
+                                     "0:00:15 left"));
+
+    Display several(ProgressStyle::Line, {"a.wav", "b.wav", "c.wav"});
+    several.Wait(0, 2, 1000);
+    several.Wait(1, 3, 2000);
+    several.Shown();
+    several.Finish(2, true, 3000);
+    EXPECT_EQ(several.Shown(),
+              Drawn("1 of 3 files [########................]  33 %  b.wav: no data for 3 s"));
+    several.Finish(1, false, 4000);
+    EXPECT_EQ(several.Shown(),
+              Drawn("2 of 3 files [################........]  66 %  a.wav: no data for 2 s"));
 }
 
 TEST(Progress, IsDrawnTenTimesASecondAtMost) {
@@ -178,6 +210,8 @@ TEST(Progress, ShortensTheNameThenTheBarAndNeverFillsTheLine) {
 
 TEST(Progress, IsALineOfJSONEachTimeForPrograms) {
     Display display(ProgressStyle::JSON, {"a.wav", "b\\n.wav"});
+    display.Wait(1, 12, 0);
+    display.Wait(1, 0, 0);
     display.Update(1, 500, 1000, 0);
     display.Update(1, 1000, 1000, 1);
     display.Finish(1, true, 2);
@@ -185,6 +219,8 @@ TEST(Progress, IsALineOfJSONEachTimeForPrograms) {
     display.Clear();
     EXPECT_EQ(
         display.Shown(),
+        R"({"document":"kelhost.progress","file":"b\\n.wav","version":1,"waiting":12})"
+        "\n"
         R"({"document":"kelhost.progress","done":500,"file":"b\\n.wav","rate":1000,"total":1000,"version":1})"
         "\n"
         R"({"document":"kelhost.progress","done":1000,"file":"b\\n.wav","rate":1000,"total":1000,"version":1})"

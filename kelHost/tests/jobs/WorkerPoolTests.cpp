@@ -5,21 +5,29 @@
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
 #include "base/OutputFile.h"
+#include "jobs/WorkerMessage.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <exception>
+#include <fcntl.h>
 #include <functional>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -45,19 +53,33 @@ public:
         events.push_back(std::to_string(job) + ": " + std::to_string(done) + " of " +
                          std::to_string(total) + " at " + std::to_string(rate));
     }
+    void OnWaiting(std::size_t job, std::int64_t seconds) override {
+        events.push_back(std::to_string(job) + ": waits for " + std::to_string(seconds) + " s");
+    }
     void OnShow(std::size_t job, const std::string& line) override {
         events.push_back(std::to_string(job) + ": " + line);
+        if (onShow != nullptr) {
+            onShow();
+        }
+    }
+    void OnPrinted(std::size_t job, const std::string& line) override {
+        events.push_back(std::to_string(job) + " printed: " + line);
     }
     void OnFinished(std::size_t job, const JobOutcome& outcome) override {
         ++finished;
         m_outcomes.at(job) =
             outcome.succeeded ? "result " + outcome.result.document : outcome.error.message;
+        if (onFinished != nullptr) {
+            onFinished(outcome);
+        }
     }
 
     const std::vector<std::string>& Outcomes() const { return m_outcomes; }
 
     std::vector<std::string> events;
     std::size_t finished = 0;
+    std::function<void()> onShow;
+    std::function<void(const JobOutcome&)> onFinished;
 
 private:
     std::vector<std::string> m_outcomes;
@@ -78,15 +100,36 @@ const Work kSucceed = [](Reporter&) {
 constexpr std::chrono::milliseconds kLong{60000};
 
 std::vector<std::string> OutcomesOf(const std::vector<Job>& jobs, unsigned workers,
-                                    std::chrono::milliseconds openTimeout = kLong) {
+                                    std::chrono::milliseconds openTimeout = kLong,
+                                    std::chrono::milliseconds stallTimeout = kLong) {
     Recorder recorder(jobs.size());
-    RunJobs(jobs, {workers, openTimeout}, recorder);
+    RunJobs(jobs, {workers, openTimeout, stallTimeout}, recorder);
     EXPECT_EQ(recorder.finished, jobs.size()) << "each job ends once";
     return recorder.Outcomes();
 }
 
 std::string Lost(const std::string& file, const std::string& how) {
     return file + ": the worker process ended with " + how + "; the file or the plug-in is damaged";
+}
+
+// The worker's own ends of pipes to the host, or from it.
+std::vector<int> PipesOfWorker(int accessMode) {
+    std::vector<int> pipes;
+    for (int descriptor = 3; descriptor < 1000; ++descriptor) {
+        struct stat status {};
+        if (fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode) &&
+            (fcntl(descriptor, F_GETFL) & O_ACCMODE) == accessMode) {
+            pipes.push_back(descriptor);
+        }
+    }
+    return pipes;
+}
+
+// Writes to the host as a damaged plug-in may.
+void WriteToHost(const std::string& bytes) {
+    for (const int pipe : PipesOfWorker(O_WRONLY)) {
+        EXPECT_EQ(write(pipe, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
 }
 
 class Workers : public testing::Test {
@@ -163,6 +206,26 @@ TEST_F(Workers, ForwardLinesInOrderAndWhole) {
     EXPECT_EQ(recorder.Outcomes()[0], "result \"" + longLine + "\"");
 }
 
+TEST_F(Workers, ForwardLinesOfSeveralThreadsWhole) {
+    constexpr int kLines = 20;
+    const std::string longLine(100000, 'x'); // more than a pipe takes at once
+    const std::vector<Job> jobs{MakeJob("a", [&longLine](Reporter& reporter) {
+        const auto show = [&] {
+            for (int i = 0; i < kLines; ++i) {
+                reporter.Show(longLine);
+            }
+        };
+        std::thread other(show);
+        show();
+        other.join();
+        return json(1);
+    })};
+    Recorder recorder(1);
+    RunJobs(jobs, {1, kLong}, recorder);
+    EXPECT_EQ(recorder.events, std::vector<std::string>(std::size_t{2} * kLines, "0: " + longLine));
+    EXPECT_EQ(recorder.Outcomes()[0], "result 1");
+}
+
 TEST_F(Workers, ForwardProgressButNotEveryStep) {
     const std::vector<Job> jobs{MakeJob("a", [](Reporter& reporter) {
         for (int i = 0; i <= 1000; ++i) {
@@ -183,8 +246,9 @@ TEST_F(Workers, AreEndedWhenOpeningTakesTooLong) {
         test::SleepForever();
     };
     const std::vector<std::string> expected{
-        "in\\nner: cannot open the file within 0.05 s; it is damaged, or a pipe without a writer "
-        "(--open-timeout SECONDS allows more)",
+        "in\\nner: cannot open the file within 0.05 s; it is damaged, a pipe without a writer, or "
+        "on "
+        "a mount that does not respond (--open-timeout SECONDS allows more)",
         "result 1"};
     for (const unsigned workers : {1U, 2U}) {
         EXPECT_EQ(OutcomesOf({MakeJob("a", hangs), MakeJob("b", kSucceed)}, workers,
@@ -237,6 +301,256 @@ TEST_F(Workers, HaveNoDeadlineExceptForOpening) {
         OutcomesOf({MakeJob("a", opens), MakeJob("b", failsToOpen), MakeJob("c", opensNothing)}, 1,
                    kTimeout),
         (std::vector<std::string>{"result 1", "no", "result 2"}));
+}
+
+TEST_F(Workers, AreEndedWhenTheirInputDeliversNothing) {
+    const Work hangs = [](Reporter& reporter) -> json {
+        reporter.Opening("b");
+        reporter.Opened();
+        const ReadingScope reading(reporter);
+        test::SleepForever();
+    };
+    const std::vector<std::string> expected{
+        "in\\ner: cannot read the file: it delivered nothing for 0.05 s (--stall-timeout SECONDS "
+        "allows more, 0 any time)",
+        "result 1"};
+    for (const unsigned workers : {1U, 2U}) {
+        EXPECT_EQ(OutcomesOf({MakeJob("in\ner", hangs), MakeJob("b", kSucceed)}, workers, kLong,
+                             std::chrono::milliseconds(50)),
+                  expected);
+    }
+}
+
+TEST_F(Workers, AreEndedWhenTheyAreStopped) {
+    const Work isStopped = [](Reporter&) {
+        raise(SIGSTOP);
+        return json();
+    };
+    EXPECT_EQ(OutcomesOf({MakeJob("a", isStopped), MakeJob("b", kSucceed)}, 1, kLong,
+                         std::chrono::milliseconds(50)),
+              (std::vector<std::string>{
+                  "a: cannot go on: the worker process was stopped for 0.05 s (--stall-timeout "
+                  "SECONDS allows more, 0 any time)",
+                  "result 1"}));
+}
+
+TEST_F(Workers, MayWorkForAnyTimeBetweenReads) {
+    // Longer than the host needs to notice, which looks four times a second.
+    constexpr std::chrono::milliseconds kTimeout{300};
+    const Work works = [&](Reporter& reporter) {
+        { const ReadingScope reading(reporter); }
+        std::this_thread::sleep_for(3 * kTimeout);
+        return json(1);
+    };
+    const Work readsOften = [&](Reporter& reporter) {
+        for (int i = 0; i < 90; ++i) {
+            const ReadingScope reading(reporter);
+            std::this_thread::sleep_for(kTimeout / 30);
+        }
+        return json(2);
+    };
+    EXPECT_EQ(OutcomesOf({MakeJob("a", works), MakeJob("b", readsOften)}, 2, kLong, kTimeout),
+              (std::vector<std::string>{"result 1", "result 2"}));
+}
+
+TEST_F(Workers, ReportHowLongTheyWaitForTheirInput) {
+    const std::vector<Job> jobs{MakeJob("a", [](Reporter& reporter) {
+        {
+            const ReadingScope reading(reporter);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1600));
+        }
+        reporter.Show("goes on");
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));
+        return json(1);
+    })};
+    for (const bool progress : {true, false}) {
+        Recorder recorder(1);
+        RunJobs(jobs, {1, kLong, std::chrono::milliseconds(0), progress}, recorder);
+        EXPECT_EQ(recorder.events, progress
+                                       ? (std::vector<std::string>{"0: waits for 1 s", "0: goes on",
+                                                                   "0: waits for 0 s"})
+                                       : std::vector<std::string>{"0: goes on"});
+        EXPECT_EQ(recorder.Outcomes(), std::vector<std::string>{"result 1"}) << "0 is no limit";
+    }
+}
+
+TEST_F(Workers, AreNotEndedForTimeInWhichTheHostIsStopped) {
+    // The host looks again within 250 ms, which count, before and after it is stopped.
+    constexpr std::chrono::milliseconds kTimeout{900};
+    const pid_t host = getpid();
+    const Work stopsHost = [&](Reporter& reporter) {
+        reporter.Opening("a");
+        kill(host, SIGSTOP);
+        std::this_thread::sleep_for(kTimeout);
+        kill(host, SIGCONT);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        return json(1);
+    };
+    EXPECT_EQ(OutcomesOf({MakeJob("a", stopsHost)}, 1, kTimeout),
+              std::vector<std::string>{"result 1"});
+}
+
+TEST_F(Workers, ThatCannotBeSentAJobAreEnded) {
+    // The worker waits for ever for a job from another pipe.
+    const Work becomesDeaf = [](Reporter&) {
+        std::array<int, 2> other{};
+        for (const int pipe : PipesOfWorker(O_RDONLY)) {
+            EXPECT_EQ(pipe2(other.data(), O_CLOEXEC), 0);
+            EXPECT_EQ(dup2(other[0], pipe), pipe);
+        }
+        return json(1);
+    };
+    EXPECT_EQ(
+        OutcomesOf({MakeJob("a", becomesDeaf), MakeJob("b\n", kSucceed), MakeJob("c", kSucceed)},
+                   1),
+        (std::vector<std::string>{
+            "result 1", "b\\n: cannot send the job to a worker process: Broken pipe", "result 1"}));
+}
+
+TEST_F(Workers, ThatSendSomethingElseAreEnded) {
+    struct Row {
+        std::string name;
+        std::string bytes;
+    };
+    for (const Row& row :
+         {Row{"text", "terminate called\n"}, Row{"zeros", std::string(64, '\0')},
+          Row{"a job that it does not do", Encode({WorkerMessage::Kind::Result, 1, {"1", "", ""}})},
+          Row{"the beginning of a message",
+              Encode({WorkerMessage::Kind::Opened, 0, {}}).substr(0, 9)}}) {
+        SCOPED_TRACE(row.name);
+        const Work writes = [&](Reporter& reporter) -> json {
+            WriteToHost(row.bytes);
+            reporter.Show("a line");
+            reporter.Show("another");
+            test::SleepForever();
+        };
+        EXPECT_EQ(OutcomesOf({MakeJob("a\n", writes), MakeJob("b", kSucceed)}, 1),
+                  (std::vector<std::string>{
+                      "a\\n: cannot understand a message of a worker process: the plug-in wrote "
+                      "into a pipe of the host",
+                      "result 1"}));
+    }
+}
+
+TEST_F(Workers, ThatEndAreNoticedWhileTheirPipeStaysOpen) {
+    const TemporaryDirectory directory;
+    const Work leavesProcess = [&](Reporter&) -> json {
+        const pid_t process = fork();
+        if (process == 0) {
+            alarm(20); // else a test that fails would hang
+            test::SleepForever();
+        }
+        WriteFile(directory / std::to_string(process), "");
+        _exit(7);
+    };
+    EXPECT_EQ(OutcomesOf({MakeJob("a", leavesProcess)}, 1),
+              std::vector<std::string>{Lost("a", "exit status 7")});
+    const pid_t process = std::stoi(directory.Names().at(0));
+    kill(process, SIGKILL);
+    EXPECT_EQ(Orphans::WaitForSignalOf(process), SIGKILL) << "it ended before";
+}
+
+TEST_F(Workers, ThatDoNotEndAfterTheLastJobAreEnded) {
+    const std::vector<Job> jobs{MakeJob("a", [](Reporter&) { return json(getpid()); })};
+    Recorder recorder(1);
+    recorder.onFinished = [](const JobOutcome& outcome) {
+        kill(std::stoi(outcome.result.document), SIGSTOP);
+    };
+    RunJobs(jobs, {1, kLong}, recorder);
+    EXPECT_TRUE(Orphans::AreNone());
+}
+
+TEST_F(Workers, ReportWhatLibrariesPrint) {
+    const std::string longLine(4096, 'x');
+    const auto prints = [&](Reporter&) {
+        std::fputs("to stdout\n", stdout);
+        std::fputs("\n\nto stderr\nand", stderr);
+        std::fputs(" more", stderr);
+        std::fputs((" and more\n" + longLine + "y\n").c_str(), stderr);
+        return json(1);
+    };
+    const Work crashes = [](Reporter&) -> json {
+        std::fputs("last words", stderr);
+        _exit(1);
+    };
+    const Work throws = [](Reporter&) -> json {
+        std::fputs("unfinished", stdout);
+        throw JobError("no");
+    };
+    const std::vector<Job> jobs{MakeJob("a", prints), MakeJob("b", crashes), MakeJob("c", throws)};
+    Recorder recorder(jobs.size());
+    RunJobs(jobs, {1, kLong}, recorder);
+    EXPECT_EQ(recorder.events, (std::vector<std::string>{
+                                   "0 printed: to stderr", "0 printed: and more and more",
+                                   "0 printed: " + longLine, "0 printed: y", "0 printed: to stdout",
+                                   "1 printed: last words", "2 printed: unfinished"}));
+    EXPECT_EQ(recorder.Outcomes(),
+              (std::vector<std::string>{"result 1", Lost("b", "exit status 1"), "no"}));
+}
+
+TEST_F(Workers, NeverWaitForTheHostToReadWhatLibrariesPrint) {
+    const TemporaryDirectory directory;
+    const std::vector<Job> jobs{MakeJob("a", [&](Reporter& reporter) {
+        reporter.Show("the host is busy");
+        const std::string line(1000, 'x');
+        for (int i = 0; i < 1000; ++i) { // more than a pipe holds
+            std::fputs((line + "\n").c_str(), stderr);
+        }
+        WriteFile(directory / "printed", "");
+        return json(1);
+    })};
+    Recorder recorder(1);
+    bool hasPrinted = false;
+    recorder.onShow = [&] {
+        for (int i = 0; i < 5000 && !hasPrinted; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            hasPrinted = !directory.Names().empty();
+        }
+    };
+    RunJobs(jobs, {1, kLong}, recorder);
+    EXPECT_TRUE(hasPrinted) << "it waits";
+    EXPECT_EQ(recorder.Outcomes(), std::vector<std::string>{"result 1"});
+}
+
+TEST_F(Workers, ThatSurviveBeingKilledAreNotWaitedFor) {
+    // A process that another one traces has not ended for its parent before the tracer has seen it:
+    // like one that waits for a device that does not respond.
+    const TemporaryDirectory directory;
+    const Work isTraced = [&](Reporter& reporter) -> json {
+        const pid_t worker = getpid();
+        prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);
+        const pid_t tracer = fork();
+        if (tracer == 0) {
+            alarm(20); // else a test that fails would hang
+            const bool traces = ptrace(PTRACE_SEIZE, worker, nullptr, nullptr) == 0;
+            WriteFile(directory / (traces ? std::to_string(getpid()) : "cannot"), "");
+            test::SleepForever();
+        }
+        while (directory.Names().empty()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        if (directory.Names().at(0) == "cannot") {
+            kill(tracer, SIGKILL);
+            waitpid(tracer, nullptr, 0);
+            return json("cannot");
+        }
+        reporter.Opening("a");
+        test::SleepForever();
+    };
+    const std::vector<std::string> outcomes = OutcomesOf(
+        {MakeJob("a", isTraced), MakeJob("b", kSucceed)}, 1, std::chrono::milliseconds(50));
+    EXPECT_EQ(outcomes.at(1), "result 1");
+    if (outcomes.at(0) == "result \"cannot\"") {
+        GTEST_SKIP() << "this system allows no process to trace another";
+    }
+    EXPECT_EQ(outcomes.at(0), "a: cannot open the file within 0.05 s; it is damaged, a pipe "
+                              "without a writer, or on a mount that does not respond "
+                              "(--open-timeout SECONDS allows more)");
+    const pid_t tracer = std::stoi(directory.Names().at(0));
+    kill(tracer, SIGKILL);
+    // The worker, and its tracer, which the test inherits from it.
+    EXPECT_GT(waitpid(-1, nullptr, 0), 0);
+    EXPECT_GT(waitpid(-1, nullptr, 0), 0);
 }
 
 TEST_F(Workers, LeaveNoTemporaryFilesWhenTheyDie) {

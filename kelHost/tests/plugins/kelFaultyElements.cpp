@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -102,6 +103,10 @@ public:
             _exit(3);
         }
         LogIf("source logs an error while opening", LogLevel::Error);
+        if (m_fault == "prints while opening") {
+            std::fputs("\nnote: \x1B[2Jfirst\nsecond\n", stderr);
+            std::fputs("third", stdout);
+        }
         m_parameters = CreateAudioParameters<ACodecFamily::PCM>();
         m_parameters->SetMuxing(PCMMuxing::Multi);
         m_parameters->SetSampleRate(m_file.rate);

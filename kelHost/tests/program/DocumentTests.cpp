@@ -302,6 +302,10 @@ TEST(DocumentSchemas, RefuseDocumentsOfAnotherForm) {
         {R"(["kelhost.error"])"},
         {"kelhost: m"},
         {R"({"document":"kelhost.progress","version":1,"file":"f","done":1,"total":2})"},
+        {R"({"document":"kelhost.progress","version":1,"file":"f","waiting":1})", false},
+        {R"({"document":"kelhost.progress","version":1,"file":"f","waiting":0})"},
+        {R"({"document":"kelhost.progress","version":1,"file":"f","waiting":1,"finished":true,)"
+         R"("succeeded":true})"},
         {R"({"document":"kelhost.info","version":1,"failures":[],"files":[{"file":"f"}]})"},
         {R"({"document":"kelhost.plot","version":1,"input":"f","picture":"","width":-1,"height":0,)"
          R"("text":""})"},

@@ -1,11 +1,13 @@
 // Copies while system calls of the host and of the real elements fail.
 
 #include "AudioFiles.h"
+#include "Orphans.h"
 #include "Program.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <filesystem>
 #include <map>
@@ -265,6 +267,35 @@ TEST(SystemFaultText, NamesTheLimitOfProcesses) {
         const FaultyRun run({"fork", 1, true}, arguments);
         ExpectResult(run.Run(), 1, "", error);
         EXPECT_EQ(SortedNames(run.Directory()), Names{"in.wav"});
+    }
+}
+
+// A source that waits, so that its worker does not end by itself.
+TEST(SystemFaultInAPipe, EndsTheWorkerThatCannotBeReached) {
+    struct Row {
+        std::string call;
+        std::string error;
+    };
+    for (const Row& row :
+         {Row{"write", "cannot send the job to a worker process: Input/output error"},
+          Row{"read", "cannot receive from a worker process: Input/output error"}}) {
+        SCOPED_TRACE(row.call);
+        const Orphans orphans;
+        const TemporaryDirectory directory;
+        WriteFile(directory / "in.wav", "1000 2 48000 waits while reading\n");
+        Command command = Kelhost(
+            directory, {"copy", "in.wav", "out.wav", "--plugin", TestPlugin("kelFaultyElements")});
+        DisturbSystem(command);
+        command.environment["KEL_TEST_FAULTY_CALL"] = row.call;
+        command.environment["KEL_TEST_FAULTY_FILE"] = "pipe:";
+        command.environment["KEL_TEST_FAULTY_NUMBER"] = "1";
+        command.environment["KEL_TEST_FAULT_ERROR"] = std::to_string(EIO);
+        command.environment["KEL_TEST_FAULT_IN_PARENT"] = "1";
+        command.environment["KEL_TEST_WAITING"] = directory / "in.wav";
+        command.environment["KEL_TEST_GO_ON"] = directory / "never";
+        ExpectResult(RunCommand(command), 1, "", Error("in.wav", row.error));
+        EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+        EXPECT_TRUE(Orphans::AreNone());
     }
 }
 

@@ -1,0 +1,106 @@
+#include "jobs/WorkerMessage.h"
+
+#include "base/Numbers.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+// Begins each message: other bytes are recognised where they begin.
+constexpr std::uint32_t kMark = 0x4B656C1D;
+// More than any result has. A larger size would make the host wait for bytes that never come.
+constexpr std::uint32_t kMaxContent = 256U << 20U;
+
+constexpr std::array<std::size_t, 7> kFields{1, 0, 3, 1, 3, 3, 2}; // of each kind
+
+void AppendNumber(std::string& bytes, std::size_t value) {
+    const auto number = static_cast<std::uint32_t>(value);
+    bytes.append(reinterpret_cast<const char*>(&number), sizeof number);
+}
+
+void Require(bool condition) {
+    if (!condition) {
+        throw InvalidMessage();
+    }
+}
+
+// Reads a number that AppendNumber wrote before a place, and moves to the place after it.
+std::uint32_t TakeNumber(const std::string& bytes, std::size_t& place, std::size_t end) {
+    std::uint32_t number = 0;
+    Require(end - place >= sizeof number);
+    std::memcpy(&number, bytes.data() + place, sizeof number);
+    place += sizeof number;
+    return number;
+}
+
+bool IsNumber(const std::string& text) {
+    return ParseInteger<std::int64_t>(text).has_value();
+}
+
+void RequireFieldsOf(const WorkerMessage& message) {
+    Require(message.fields.size() == kFields[static_cast<std::size_t>(message.kind)]);
+    if (message.kind == WorkerMessage::Kind::Progress) {
+        Require(std::all_of(message.fields.begin(), message.fields.end(), IsNumber));
+        Require(ParseInteger<std::uint32_t>(message.fields.back()).has_value());
+    }
+}
+
+} // namespace
+
+// The mark, the size of what follows, the number of the job, the kind, and each field after its
+// size.
+std::string Encode(const WorkerMessage& message) {
+    std::string content;
+    AppendNumber(content, message.job);
+    content += static_cast<char>(message.kind);
+    for (const std::string& field : message.fields) {
+        AppendNumber(content, field.size());
+        content += field;
+    }
+    std::string bytes;
+    AppendNumber(bytes, kMark);
+    AppendNumber(bytes, content.size());
+    return bytes + content;
+}
+
+std::optional<WorkerMessage> TakeMessage(std::string& received) {
+    constexpr std::size_t kHeader = 2 * sizeof(std::uint32_t);
+    constexpr std::size_t kMinContent = sizeof(std::uint32_t) + 1;
+    if (received.size() < kHeader) {
+        return std::nullopt;
+    }
+    std::size_t place = 0;
+    Require(TakeNumber(received, place, kHeader) == kMark);
+    const std::uint32_t size = TakeNumber(received, place, kHeader);
+    Require(size >= kMinContent && size <= kMaxContent);
+    const std::size_t end = kHeader + size;
+    if (received.size() < end) {
+        return std::nullopt;
+    }
+    WorkerMessage message;
+    message.job = TakeNumber(received, place, end);
+    const auto kind = static_cast<unsigned char>(received[place++]);
+    Require(kind < kFields.size());
+    message.kind = static_cast<WorkerMessage::Kind>(kind);
+    while (place < end) {
+        const std::uint32_t length = TakeNumber(received, place, end);
+        Require(end - place >= length);
+        message.fields.push_back(received.substr(place, length));
+        place += length;
+    }
+    RequireFieldsOf(message);
+    received.erase(0, end);
+    return message;
+}
+
+} // namespace kel::host
