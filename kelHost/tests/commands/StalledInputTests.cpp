@@ -128,7 +128,7 @@ TEST(StuckInput, FailsWhenEvenLookingAtItTakesTooLong) {
 
 TEST(PrintedLines, AreLogRecordsWithTheNameOfTheFile) {
     const TemporaryDirectory directory;
-    WriteFile(directory / "in.wav", "1000 2 48000 prints while opening\n");
+    WriteFile(directory / "in.wav", "1000 2 48000 prints while reading\n");
     Command command = Kelhost(directory, {"copy", "in.wav", "out.wav", "--force", "--plugin",
                                           TestPlugin("kelFaultyElements")});
     const std::string report = CopyReport("in.wav", "out.wav");

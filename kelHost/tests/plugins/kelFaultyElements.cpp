@@ -103,10 +103,6 @@ public:
             _exit(3);
         }
         LogIf("source logs an error while opening", LogLevel::Error);
-        if (m_fault == "prints while opening") {
-            std::fputs("\nnote: \x1B[2Jfirst\nsecond\n", stderr);
-            std::fputs("third", stdout);
-        }
         m_parameters = CreateAudioParameters<ACodecFamily::PCM>();
         m_parameters->SetMuxing(PCMMuxing::Multi);
         m_parameters->SetSampleRate(m_file.rate);
@@ -141,6 +137,9 @@ public:
             }
             FailIf("source throws while reading");
             LogIf("source logs an error while reading", LogLevel::Error);
+        } else if (m_fault == "prints while reading") {
+            std::fputs("\nnote: \x1B[2Jfirst\nsecond\n", stderr);
+            std::fputs("third", stdout);
         }
         const auto bytes = static_cast<std::uint32_t>(frames) * m_file.channels *
                            static_cast<std::uint32_t>(sizeof(float));
