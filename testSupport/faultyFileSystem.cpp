@@ -43,6 +43,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <initializer_list>
+#include <iostream>
 #include <linux/fs.h>
 #include <sstream>
 #include <stdexcept>
@@ -587,7 +588,7 @@ int main(int count, char** arguments) {
     try {
         return Run({arguments + 1, arguments + count});
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "faultyFileSystem: %s\n", error.what());
+        std::cerr << "faultyFileSystem: " << error.what() << "\n";
         return 2;
     }
 }
