@@ -150,4 +150,22 @@ TEST(CopyShortage, IsNoPermissionForErrorsWithoutALossOfFrames) {
     EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
 }
 
+// The source fails at its second sample, so that a copy succeeds if it has only one.
+TEST(CopyBlock, HasAtMost2MiBUnlessItIsChosen) {
+    struct Row {
+        std::string file;
+        Arguments options;
+        int status;
+    };
+    for (const Row& row : {Row{"16384 32 48000", {}, 0}, Row{"16385 2 48000", {}, 1},
+                           Row{"512 1024 48000", {}, 0}, Row{"513 1024 48000", {}, 1},
+                           Row{"513 1024 48000", {"--block", "513"}, 0}}) {
+        SCOPED_TRACE(row.file);
+        const TemporaryDirectory directory;
+        const Command command = TextCopy(directory, "source throws while reading", row.options);
+        WriteFile(directory / "in.wav", row.file + "\n");
+        EXPECT_EQ(RunCommand(command).status, row.status);
+    }
+}
+
 } // namespace kel::test
