@@ -46,11 +46,12 @@ bool OpenStandardDescriptors() {
         if (fcntl(descriptor, F_GETFD) >= 0) {
             continue;
         }
-        // In the wrong direction, so that using them is still an error. The lowest free number is
-        // this one.
-        int opened = open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        // In the wrong direction, so that using them is still an error; a directory can neither be
+        // read nor written. The lowest free number is this one.
+        const int direction = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+        int opened = open("/dev/null", direction | O_CLOEXEC);
         if (opened < 0) {
-            opened = open("/", O_RDONLY | O_DIRECTORY); // cannot be read or written either
+            opened = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         }
         if (opened != descriptor) {
             return false;

@@ -131,8 +131,8 @@ struct WorkerEnds {
         while (ReadAll(ends.commands.Number(), &number, sizeof number) && number < jobs.size()) {
             PipeReporter reporter(ends.messages.Number(), number, reads, progress);
             Ending ending = RunOne(jobs[number], reporter);
-            static_cast<void>(
-                std::fflush(stdout)); // afterwards the lines are those of the next job
+            // Afterwards the lines are those of the next job.
+            static_cast<void>(std::fflush(stdout));
             reporter.Send(ending.kind, std::move(ending.fields));
         }
     } catch (...) {

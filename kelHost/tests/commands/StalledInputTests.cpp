@@ -86,6 +86,22 @@ TEST(StalledInput, FailsEveryCommandThatReads) {
     }
 }
 
+TEST(StalledInput, FailsWhereItIsMovedIn) {
+    for (const Arguments& arguments : {Arguments{"copy", "in.wav", "out.wav", "--start", "10f"},
+                                       Arguments{"plot", "in.wav", "--start", "10f"}}) {
+        SCOPED_TRACE(arguments[0]);
+        const TemporaryDirectory directory;
+        WriteFile(directory / "in.wav", "1000 2 48000 waits while seeking\n");
+        Command command =
+            Kelhost(directory, arguments + Arguments{"--stall-timeout", "0.2", "--plugin",
+                                                     TestPlugin("kelFaultyElements")});
+        command.environment["KEL_TEST_WAITING"] = directory / "in.wav";
+        command.environment["KEL_TEST_GO_ON"] = directory / "never";
+        ExpectResult(RunCommand(command), 1, "", Stalled("in.wav", "0.2"));
+        EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+    }
+}
+
 TEST(StalledInput, IsReportedWhileItIsWaitedFor) {
     const TemporaryDirectory directory;
     const StalledFifo fifo(directory / "fifo.wav");

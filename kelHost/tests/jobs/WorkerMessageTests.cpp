@@ -74,6 +74,10 @@ TEST(WorkerMessage, IsRefusedWhenTheBytesAreSomethingElse) {
     EXPECT_EQ(OutcomeOf(Changed(12, '\x80')), kInvalid) << "no such kind";
     EXPECT_EQ(OutcomeOf(Changed(13, '\x7F')), kInvalid) << "a field beyond the end";
     EXPECT_EQ(OutcomeOf(Changed(16, '\xFF')), kInvalid) << "a field far beyond the end";
+    std::string line = Encode({Kind::Show, 0, {"abc"}});
+    line.at(13) = '\x04';
+    EXPECT_EQ(OutcomeOf(line), kInvalid) << "the only field is one byte shorter than its size";
+    EXPECT_EQ(OutcomeOf(line + line), kInvalid) << "the byte of the next message is not its own";
 }
 
 TEST(WorkerMessage, IsRefusedWhenItsFieldsAreNotThoseOfItsKind) {

@@ -374,6 +374,19 @@ TEST_F(Workers, ReportHowLongTheyWaitForTheirInput) {
     }
 }
 
+TEST_F(Workers, ReportHowLongTheyWaitForAFileToOpen) {
+    const std::vector<Job> jobs{MakeJob("a", [](Reporter& reporter) {
+        reporter.Opening("a");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        reporter.Opened();
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));
+        return json(1);
+    })};
+    Recorder recorder(1);
+    RunJobs(jobs, {1, kLong}, recorder);
+    EXPECT_EQ(recorder.events, (std::vector<std::string>{"0: waits for 1 s", "0: waits for 0 s"}));
+}
+
 TEST_F(Workers, AreNotEndedForTimeInWhichTheHostIsStopped) {
     // The host looks again within 250 ms, which count, before and after it is stopped.
     constexpr std::chrono::milliseconds kTimeout{900};

@@ -179,6 +179,9 @@ public:
     }
 
     MediaTime GotoTimeOffset(const MediaTime& time, std::string /*track*/) override {
+        if (m_fault == "waits while seeking") {
+            Wait();
+        }
         m_position = time.GetTimeNumber() - (HasFault("source goes elsewhere") ? 1 : 0);
         return {time.GetEditRate(), m_position, nullptr};
     }
