@@ -15,7 +15,9 @@ namespace kel::host {
 
 namespace {
 
-constexpr std::uint64_t kHeaderBytes = 65536;      // that are read at both ends
+constexpr std::uint64_t kHeaderBytes = 65536; // that are read at both ends
+// Of all other chunks. Some files contain pictures, and reading takes time.
+constexpr std::uint64_t kMaxSkimmedBytes = std::uint64_t{16} << 20U;
 constexpr std::uint64_t kUnknownSize = 0xFFFFFFFF; // of the samples in a stream
 
 // A regular file.
@@ -91,12 +93,13 @@ public:
 
 private:
     void Add(const Chunk& chunk) {
-        constexpr std::uint64_t kMaxChunkBytes = std::uint64_t{1} << 20U;
         if (chunk.name == "data" || chunk.name == "SSND") {
             AddSamples(chunk);
             return;
         }
-        m_header.Skim(chunk.offset, std::min(chunk.bytes, kMaxChunkBytes));
+        const std::uint64_t bytes = std::min(chunk.bytes, m_skimmable);
+        m_header.Skim(chunk.offset, bytes);
+        m_skimmable -= bytes;
         if (chunk.name == "fmt ") {
             AddFormat(chunk.offset);
         } else if (chunk.name == "ds64") {
@@ -157,6 +160,7 @@ private:
     HeaderReader& m_header;
     std::uint64_t m_fileBytes;
     std::string m_form;
+    std::uint64_t m_skimmable = kMaxSkimmedBytes;
     std::uint64_t m_data64 = 0; // size of the samples in ds64
     std::uint32_t m_channels = 0;
     std::uint32_t m_rate = 0;

@@ -45,6 +45,11 @@ std::vector<Fault> Faults() {
         {"sink throws while closing", "OUTPUT: [fault sink throws while closing]"},
         {"sink logs an error while closing", "OUTPUT: fault sink logs an error while closing"},
         {"source logs an error while opening", "in.wav: fault source logs an error while opening"},
+        {"source finds more each time",
+         "in.wav: cannot read its header: opened twice, it has 40000 frames, 2 channels and 48000 "
+         "Hz "
+         "and then 40001 frames, 2 channels and 48000 Hz; the disk fails, or a program changes the "
+         "file"},
         {"source throws while reading", "in.wav: [fault source throws while reading]"},
         {"source logs an error while reading",
          "in.wav: cannot read the file: fault source logs an error while reading"},
@@ -240,6 +245,13 @@ TEST(ElementThatLogsErrors, IsStoppedAtTheFirstOne) {
                                     "kelhost: out.wav: fault sink logs an error while writing\n"));
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 2) << result.err;
     }
+}
+
+// Another program may still write the input.
+TEST(GrowingFile, IsCopiedWithTheFramesOfTheFirstOpening) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunCommand(FaultyRun(directory, "file grows while it is opened")), 0,
+                 RunReport("40000"), "");
 }
 
 } // namespace kel::test

@@ -103,6 +103,14 @@ public:
             _exit(3);
         }
         LogIf("source logs an error while opening", LogLevel::Error);
+        // The output is opened, too.
+        const bool isInput = name == "in.wav";
+        if (isInput && HasFault("file grows while it is opened")) {
+            std::ofstream(name, std::ios::app) << "\n";
+            m_file.frames += m_openings++;
+        } else if (isInput && HasFault("source finds more each time")) {
+            m_file.frames += m_openings++;
+        }
         m_parameters = CreateAudioParameters<ACodecFamily::PCM>();
         m_parameters->SetMuxing(PCMMuxing::Multi);
         m_parameters->SetSampleRate(m_file.rate);
@@ -218,6 +226,7 @@ private:
     std::string m_fault;
     std::int64_t m_mostFrames = 0;
     std::int64_t m_position = 0;
+    inline static std::int64_t m_openings = 0; // by all sources
 };
 
 class TextSink final : public IAudioSink {
