@@ -254,4 +254,22 @@ TEST(GrowingFile, IsCopiedWithTheFramesOfTheFirstOpening) {
                  RunReport("40000"), "");
 }
 
+// A source of unknown length, which goes on and on.
+TEST(EndlessSource, EndsWhereTheSizesOfTheOutputEnd) {
+    struct Row {
+        Command command;
+        std::string remedy;
+    };
+    const TemporaryDirectory directory;
+    for (Row row : {Row{FaultyCopy(directory, ""), "--format bwave"},
+                    Row{FaultyRun(directory, ""), "the type BWAVE"}}) {
+        WriteFile(directory / "in.wav", "9223372036854775807 2 48000\n");
+        ExpectResult(RunCommand(row.command), 1, "",
+                     Error("out.wav", "would have 4294967296 bytes of samples, and extensible WAVE "
+                                      "holds at most 4 GiB; use " +
+                                          row.remedy));
+        EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+    }
+}
+
 } // namespace kel::test
