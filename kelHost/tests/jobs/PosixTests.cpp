@@ -51,7 +51,7 @@ TEST(StandardDescriptors, AreOpenedWhenTheyAreClosedAndCannotBeUsed) {
         for (const int descriptor : {0, 1, 2}) {
             close(descriptor);
         }
-        if (!OpenStandardDescriptors() || open("/dev/null", O_RDONLY) != 3) {
+        if (!OpenStandardDescriptors() || open("/dev/null", O_RDONLY) < 3) {
             return 1;
         }
         const bool reads = read(0, byte.data(), 1) >= 0 || errno != EBADF;
