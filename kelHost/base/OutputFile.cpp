@@ -85,10 +85,10 @@ bool HasDescriptorPaths() {
 
 // Follows a symbolic link as the name of an output.
 std::string ResolveLink(const std::string& path) {
-    if (!fs::is_symlink(path)) {
+    std::error_code error;
+    if (!fs::is_symlink(path, error)) {
         return path;
     }
-    std::error_code error;
     std::string target = fs::canonical(path, error).string();
     if (error) {
         throw JobError(path, fmt::format("cannot follow the symbolic link: {}; remove it or name "

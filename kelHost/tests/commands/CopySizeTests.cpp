@@ -157,9 +157,9 @@ TEST(CopyBlock, HasAtMost2MiBUnlessItIsChosen) {
         Arguments options;
         int status;
     };
-    for (const Row& row : {Row{"16384 32 48000", {}, 0}, Row{"16385 2 48000", {}, 1},
-                           Row{"512 1024 48000", {}, 0}, Row{"513 1024 48000", {}, 1},
-                           Row{"513 1024 48000", {"--block", "513"}, 0}}) {
+    for (const Row& row :
+         {Row{"16384 32 48000", {}, 0}, Row{"16385 2 48000", {}, 1}, Row{"512 1024 48000", {}, 0},
+          Row{"513 1024 48000", {}, 1}, Row{"513 1024 48000", {"--block", "513"}, 0}}) {
         SCOPED_TRACE(row.file);
         const TemporaryDirectory directory;
         const Command command = TextCopy(directory, "source throws while reading", row.options);
