@@ -80,6 +80,12 @@ mode_t ModeOf(const std::string& path) {
     return status.st_mode & 07777U;
 }
 
+std::string AttributeOf(const std::string& file, const char* name) {
+    std::array<char, 256> value{};
+    const ssize_t size = getxattr(file.c_str(), name, value.data(), value.size());
+    return size < 0 ? "none" : std::string(value.data(), static_cast<std::size_t>(size));
+}
+
 template <typename Operation>
 std::string JobErrorOf(Operation operation) {
     try {
@@ -232,15 +238,14 @@ TEST(OutputFileAttributes, AreThoseOfTheReplacedFileWithoutItsSpecialModeBits) {
         const TemporaryDirectory directory;
         const std::string file = directory / "take.wav";
         WriteFile(file, "before");
-        ASSERT_EQ(setxattr(file.c_str(), "user.title", "Take 1", 6, 0), 0);
+        // Not every file system has attributes of users.
+        const bool hasTitle = setxattr(file.c_str(), "user.title", "Take 1", 6, 0) == 0;
         ASSERT_EQ(chmod(file.c_str(), row.before), 0);
         OutputFile output(file, true);
         EXPECT_THAT(output.Finish(), IsEmpty());
         output.Commit();
         EXPECT_EQ(ModeOf(file), row.after);
-        std::array<char, 16> title{};
-        EXPECT_EQ(getxattr(file.c_str(), "user.title", title.data(), title.size()), 6);
-        EXPECT_STREQ(title.data(), "Take 1");
+        EXPECT_EQ(AttributeOf(file, "user.title"), hasTitle ? "Take 1" : "none");
     }
 }
 
@@ -298,12 +303,6 @@ std::string AccessList(std::uint16_t ownerPermissions, std::uint16_t groupPermis
     const std::uint32_t version = 2;
     std::string bytes(reinterpret_cast<const char*>(&version), sizeof version);
     return bytes.append(reinterpret_cast<const char*>(entries), sizeof entries);
-}
-
-std::string AttributeOf(const std::string& file, const char* name) {
-    std::array<char, 256> value{};
-    const ssize_t size = getxattr(file.c_str(), name, value.data(), value.size());
-    return size < 0 ? "none" : std::string(value.data(), static_cast<std::size_t>(size));
 }
 
 TEST(OutputFileAttributes, IncludeTheAccessControlList) {
