@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -46,6 +47,7 @@ struct SystemCalls {
     bool replacesAlways = false;                 // renameat2 fails, as on some file systems
     std::function<void()> beforeTakingTheName{}; // what another process does at that moment
     int flushError = 0;                          // of fsync
+    std::function<void(const char* name)> afterMakingADirectory{};
 };
 SystemCalls* g_calls = nullptr; // no test looks at them
 
@@ -106,6 +108,20 @@ std::string CommitErrorOf(OutputFile& output) {
     return JobErrorOf([&] { output.Commit(); });
 }
 
+// For its lifetime, this thread is a user other than root. The C library's function would change
+// all threads.
+class OtherUser {
+public:
+    static constexpr uid_t kNumber = 1234;
+    OtherUser() { Become(kNumber); }
+    ~OtherUser() { Become(0); }
+    OtherUser(const OtherUser&) = delete;
+    OtherUser& operator=(const OtherUser&) = delete;
+
+private:
+    static void Become(uid_t user) { EXPECT_EQ(syscall(SYS_setresuid, -1, user, -1), 0); }
+};
+
 // A directory within another whose path has so many bytes.
 std::string MakeDirectoryOfLength(const TemporaryDirectory& directory, std::size_t length) {
     std::string path = directory.Path().string();
@@ -139,6 +155,14 @@ int fsync(int descriptor) {
         return -1;
     }
     return static_cast<int>(syscall(SYS_fsync, descriptor));
+}
+
+int mkdirat(int directory, const char* name, mode_t mode) noexcept {
+    const int result = static_cast<int>(syscall(SYS_mkdirat, directory, name, mode));
+    if (g_calls != nullptr && g_calls->afterMakingADirectory) {
+        g_calls->afterMakingADirectory(name);
+    }
+    return result;
 }
 
 int renameat2(int directory, const char* from, int otherDirectory, const char* to,
@@ -218,6 +242,11 @@ TEST(OutputFileMode, IsThatOfAPlainOpen) {
     const mode_t former = umask(0);
     for (const mode_t mask : {0022U, 0077U, 0000U, 0777U}) {
         const TemporaryDirectory directory;
+        std::optional<OtherUser> user; // whom permissions concern
+        if (geteuid() == 0) {
+            ASSERT_EQ(chown(directory.Path().c_str(), OtherUser::kNumber, getegid()), 0);
+            user.emplace();
+        }
         umask(mask);
         OutputFile output(directory / "take.wav", false);
         WriteFile(output.TemporaryPath(), "whole");
@@ -274,16 +303,14 @@ TEST(OutputFileAttributes, ThatCannotBePreservedAreNamed) {
     ASSERT_EQ(chown((directory / "take.wav").c_str(), 4321, 8765), 0);
     ASSERT_EQ(chmod((directory / "take.wav").c_str(), 0664), 0);
     ASSERT_EQ(chmod(directory.Path().c_str(), 0777), 0);
-    // Set-user-id of one thread only, which the C library's function would set for all.
-    ASSERT_EQ(syscall(SYS_setresuid, -1, 1234, -1), 0);
     {
+        const OtherUser user;
         OutputFile output(directory / "take.wav", true);
         EXPECT_THAT(output.Finish(),
                     ElementsAre(directory / "take.wav: cannot preserve of the replaced file: "
                                             "group, owner"));
         output.Commit();
     }
-    ASSERT_EQ(syscall(SYS_setresuid, -1, 0, -1), 0);
     EXPECT_EQ(ModeOf(directory / "take.wav"), 0644U) << "its group gets what all others had";
 }
 
@@ -469,6 +496,21 @@ TEST(OutputFileInASharedDirectory, IsNotConfusedByASwappedPrivateDirectory) {
     }
     EXPECT_EQ(ReadFile(victim / "take.wav"), "of another");
     EXPECT_EQ(ModeOf(victim / "take.wav"), 0600U);
+}
+
+TEST(OutputFileInASharedDirectory, IsRefusedWhenItsPrivateDirectoryIsSwappedAtOnce) {
+    const TemporaryDirectory directory;
+    const TemporaryDirectory victim;
+    RecordedCalls recorded;
+    recorded.calls.afterMakingADirectory = [&](const char* name) {
+        fs::remove(directory / name);
+        fs::create_directory_symlink(victim.Path(), directory / name);
+    };
+    EXPECT_EQ(JobErrorOf([&] {
+                  const OutputFile output(directory / "take.wav", false, TemporaryName::Requested);
+              }),
+              directory / "take.wav: cannot create the file: Not a directory");
+    EXPECT_THAT(victim.Names(), IsEmpty());
 }
 
 TEST(OutputFileInASharedDirectory, DoesNotPassOnTheModeOfALink) {
