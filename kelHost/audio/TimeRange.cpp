@@ -121,11 +121,10 @@ FrameRange Resolve(const TimeRange& range, std::optional<std::int64_t> frames, s
 
 JobError OutsideOfFile(const std::string& file, std::int64_t first, std::int64_t end,
                        std::int64_t frames, std::uint32_t rate) {
-    return JobError(file,
-                    fmt::format("the range from frame {} to frame {} is not within the file, which "
-                                "has {} ({})",
-                                first, end, Count(static_cast<std::uint64_t>(frames), "frame"),
-                                FormatDuration(frames, rate)));
+    return {file, fmt::format("the range from frame {} to frame {} is not within the file, which "
+                              "has {} ({})",
+                              first, end, Count(static_cast<std::uint64_t>(frames), "frame"),
+                              FormatDuration(frames, rate))};
 }
 
 } // namespace kel::host
