@@ -47,7 +47,7 @@ TEST(CopyOntoLateStorage, FailsWhenDataAreLostWithoutAnError) {
     for (const char* effect : {"lose", "flip"}) {
         // The kernel has the right bytes in memory.
         const FaultyFileSystem fileSystem(
-            {"--keep-cache", std::string("write,offset=100000,count=1,") + effect});
+            {"--write-back", "--keep-cache", std::string("write,offset=100000,count=1,") + effect});
         ExpectResult(CopyOnto(fileSystem), 1, "",
                      Error(fileSystem / "out.wav", "differs from the written samples when it is "
                                                    "read back; do not trust this disk"));
