@@ -40,6 +40,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr const char* kExists = "exists already; use --force to replace it";
 constexpr const char* kIsDirectory = "is a directory; name a file in it";
 constexpr mode_t kNewFileMode = 0666; // less the umask, or as the directory's default list says
 
@@ -129,7 +130,7 @@ void RequireWritableName(const std::string& path, bool replace) {
         }
     }
     if (!replace) {
-        throw JobError(path, "exists already; use --force to replace it");
+        throw JobError(path, kExists);
     }
 }
 
@@ -407,8 +408,13 @@ void OutputFile::Commit() {
     if (m_mode.has_value() && fchmod(m_file.Number(), *m_mode) != 0) {
         FailWithErrno(m_path, "cannot set the mode of the file");
     }
-    if (!TakeName() && !(m_replace && errno == EEXIST && ReplaceName())) {
-        FailWithErrno(m_path, "cannot give the file its name");
+    if (!TakeName()) {
+        if (errno == EEXIST && !m_replace) {
+            throw JobError(m_path, kExists);
+        }
+        if (errno != EEXIST || !ReplaceName()) {
+            FailWithErrno(m_path, "cannot give the file its name");
+        }
     }
     RemovePrivateDirectory();
     // The file is complete by now; a directory that cannot be flushed does not make it lost.

@@ -8,6 +8,7 @@
 #include "jobs/Posix.h"
 #include "jobs/ReadCounter.h"
 #include "jobs/WorkerMessage.h"
+#include "jobs/WorkerProcess.h"
 
 #include <fmt/format.h>
 
@@ -18,15 +19,12 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
-#include <mutex>
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
-#include <stdio_ext.h>
 #include <string>
 #include <string_view>
 #include <sys/wait.h>
@@ -41,106 +39,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Duration = Clock::duration;
 using Kind = WorkerMessage::Kind;
-
-// Sends reports about one job to the host. The texts are escaped for display.
-class PipeReporter final : public Reporter {
-public:
-    PipeReporter(int descriptor, std::uint32_t job, ReadCounter& reads, bool progress)
-        : m_descriptor(descriptor), m_job(job), m_reads(reads), m_wantsProgress(progress) {}
-
-    void Opening(const std::string& file) override { Send(Kind::Opening, {Escape(file)}); }
-    void Opened() override { Send(Kind::Opened, {}); }
-
-    void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) override {
-        constexpr std::chrono::milliseconds kInterval{100};
-        if (!m_wantsProgress) {
-            return;
-        }
-        const Clock::time_point now = Clock::now();
-        const bool isEnd = total != kUnknownTotal && done >= total;
-        if (isEnd || now - m_lastProgress >= kInterval) {
-            m_lastProgress = now;
-            Send(Kind::Progress,
-                 {std::to_string(done), std::to_string(total), std::to_string(rate)});
-        }
-    }
-
-    void Show(const std::string& line) override { Send(Kind::Show, {line}); }
-    void BeginReading() override { m_reads.Step(); }
-    void EndReading() override { m_reads.Step(); }
-
-    // Any thread may send: a log record comes from the thread that logs.
-    void Send(Kind kind, std::vector<std::string> fields) {
-        const std::string bytes = Encode({kind, m_job, std::move(fields)});
-        const std::lock_guard<std::mutex> lock(m_mutex); // a long message is not written at once
-        if (!WriteAll(m_descriptor, bytes.data(), bytes.size())) {
-            _exit(kFailure); // the host is gone
-        }
-    }
-
-private:
-    int m_descriptor;
-    std::uint32_t m_job;
-    ReadCounter& m_reads;
-    bool m_wantsProgress;
-    Clock::time_point m_lastProgress = Clock::now();
-    std::mutex m_mutex;
-};
-
-// The last message of a job.
-struct Ending {
-    Kind kind;
-    std::vector<std::string> fields;
-};
-
-Ending Failure(const ErrorText& error) {
-    return {Kind::Error, {error.file, error.message}};
-}
-
-Ending RunOne(const Job& job, Reporter& reporter) {
-    try {
-        const JobResult result = job.run(reporter);
-        return {result.isSkipped ? Kind::Skipped : Kind::Result,
-                {result.document, result.output, result.report}};
-    } catch (const std::exception& error) {
-        return Failure(DescribeError(error, job.file));
-    } catch (...) {
-        return Failure(DescribeError(JobError(job.file, "an exception of an unknown type")));
-    }
-}
-
-// The worker's ends of the pipes.
-struct WorkerEnds {
-    Descriptor commands;
-    Descriptor messages;
-    Descriptor printed;
-};
-
-// Body of a worker: does the jobs whose numbers arrive until there are no more.
-[[noreturn]] void Work(const std::vector<Job>& jobs, bool progress, const WorkerEnds& ends,
-                       ReadCounter& reads) {
-    try {
-        // The host's unwritten output belongs to the host.
-        __fpurge(stdout);
-        // Only messages reach the user; standard input stays, because it may be the input.
-        if (dup2(ends.printed.Number(), STDOUT_FILENO) < 0 ||
-            dup2(ends.printed.Number(), STDERR_FILENO) < 0) {
-            _exit(kFailure);
-        }
-        std::uint32_t number = 0;
-        while (ReadAll(ends.commands.Number(), &number, sizeof number) && number < jobs.size()) {
-            PipeReporter reporter(ends.messages.Number(), number, reads, progress);
-            Ending ending = RunOne(jobs[number], reporter);
-            // Afterwards the lines are those of the next job.
-            static_cast<void>(std::fflush(stdout));
-            reporter.Send(ending.kind, std::move(ending.fields));
-        }
-    } catch (...) {
-        // The host's own handlers must not run in its copy in this process.
-        _exit(kFailure);
-    }
-    _exit(kSuccess);
-}
 
 // Time in which the host attends to its workers: not the time in which it is stopped or waits for
 // its output to be read, while the workers may have reported long ago.
@@ -280,9 +178,9 @@ private:
             commands.out = Descriptor();
             messages.in = Descriptor();
             printed.in = Descriptor();
-            Work(m_jobs, m_options.progress,
-                 {std::move(commands.in), std::move(messages.out), std::move(printed.out)},
-                 worker.reads);
+            RunWorker(m_jobs, m_options.progress,
+                      {std::move(commands.in), std::move(messages.out), std::move(printed.out)},
+                      worker.reads);
         }
         worker.commands = std::move(commands.out);
         worker.messages = std::move(messages.in);

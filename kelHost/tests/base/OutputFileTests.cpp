@@ -402,8 +402,9 @@ TEST_P(OutputFileWithName, DoesNotReplaceADirectoryThatAppearedMeanwhile) {
             OutputFile output(directory / "take.wav", replace, GetParam());
             fs::create_directory(directory / "take.wav");
             EXPECT_EQ(CommitErrorOf(output),
-                      directory / "take.wav: cannot give the file its name: " +
-                          (replace ? "Is a directory" : "File exists"));
+                      directory / "take.wav: " +
+                          (replace ? "cannot give the file its name: Is a directory"
+                                   : "exists already; use --force to replace it"));
         }
         EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
         EXPECT_TRUE(fs::is_directory(directory / "take.wav"));
@@ -448,7 +449,7 @@ TEST_P(OutputFileWithName, DoesNotReplaceAFileThatAppearsMeanwhile) {
                 WriteFile(directory / "take.wav", "theirs");
             };
             EXPECT_EQ(CommitErrorOf(output),
-                      directory / "take.wav: cannot give the file its name: File exists");
+                      directory / "take.wav: exists already; use --force to replace it");
         }
         EXPECT_THAT(directory.Names(), ElementsAre("take.wav"));
         EXPECT_EQ(ReadFile(directory / "take.wav"), "theirs");
