@@ -84,21 +84,6 @@ bool HasDescriptorPaths() {
     return access("/proc/self/fd", X_OK) == 0;
 }
 
-// Follows a symbolic link as the name of an output.
-std::string ResolveLink(const std::string& path) {
-    std::error_code error;
-    if (!fs::is_symlink(path, error)) {
-        return path;
-    }
-    std::string target = fs::canonical(path, error).string();
-    if (error) {
-        throw JobError(path, fmt::format("cannot follow the symbolic link: {}; remove it or name "
-                                         "another output",
-                                         error.message()));
-    }
-    return target;
-}
-
 // Opens the directory of an output. Without permission to list it, its names are not flushed.
 Descriptor OpenDirectory(const std::string& path) {
     constexpr int kFlags = O_DIRECTORY | O_CLOEXEC;
@@ -107,6 +92,34 @@ Descriptor OpenDirectory(const std::string& path) {
         directory = Descriptor(open(path.c_str(), O_PATH | kFlags));
     }
     return directory;
+}
+
+// Whether users other than this one and root can change the names in a directory.
+bool IsShared(const Descriptor& directory) {
+    struct stat status {};
+    return fstat(directory.Number(), &status) != 0 ||
+           ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (status.st_mode & S_ISVTX) == 0) ||
+           (status.st_uid != geteuid() && status.st_uid != 0);
+}
+
+// Follows a symbolic link as the name of an output, unless another user may have chosen its target.
+std::string ResolveLink(const std::string& path) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0 || !S_ISLNK(status.st_mode)) {
+        return path;
+    }
+    const bool isForeign = status.st_uid != geteuid() && status.st_uid != 0;
+    if (isForeign || IsShared(OpenDirectory(ParentDirectory(path)))) {
+        throw JobError(path, "is a symbolic link that another user can change; name its target");
+    }
+    std::error_code error;
+    std::string target = fs::canonical(path, error).string();
+    if (error) {
+        throw JobError(path, fmt::format("cannot follow the symbolic link: {}; remove it or name "
+                                         "another output",
+                                         error.message()));
+    }
+    return target;
 }
 
 void RequireWritableName(const std::string& path, bool replace) {
@@ -153,14 +166,6 @@ bool IsUnsupported(int error) {
 bool ReportsNoLoss(int file) {
     const int second = fcntl(file, F_DUPFD_CLOEXEC, 0);
     return second >= 0 && (close(second) == 0 || errno == EINTR);
-}
-
-// Whether users other than this one and root can change the names in a directory.
-bool IsShared(const Descriptor& directory) {
-    struct stat status {};
-    return fstat(directory.Number(), &status) != 0 ||
-           ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (status.st_mode & S_ISVTX) == 0) ||
-           (status.st_uid != geteuid() && status.st_uid != 0);
 }
 
 // Returns six characters that no other process can know before.

@@ -26,7 +26,8 @@ enum class TemporaryName {
 /// ".kelhost-PROCESS-MACHINE-XXXXXX.part" that only this user can enter. The name of that directory
 /// makes files left by a killed process recognisable.
 ///
-/// A symbolic link as the requested name is followed: the file that it names is the output.
+/// A symbolic link as the requested name is followed: the file that it names is the output. It is
+/// refused where another user can change it.
 /// One thread at a time.
 class OutputFile {
 public:

@@ -479,6 +479,24 @@ TEST(OutputFileFlush, FollowsAWriterThatReplacesTheFile) {
     EXPECT_EQ(ModeOf(directory / "take.wav"), 0U);
 }
 
+TEST(OutputFileInASharedDirectory, DoesNotFollowLinks) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "target.wav", "before");
+    fs::create_symlink("target.wav", directory / "take.wav");
+    const std::string refusal =
+        directory / "take.wav: is a symbolic link that another user can change; name its target";
+    for (const fs::perms others : {fs::perms::others_write, fs::perms::group_write}) {
+        fs::permissions(directory.Path(), fs::perms::owner_all | others);
+        EXPECT_EQ(RefusalOf(directory / "take.wav", true), refusal);
+    }
+    if (geteuid() == 0) {
+        fs::permissions(directory.Path(), fs::perms::owner_all);
+        ASSERT_EQ(lchown((directory / "take.wav").c_str(), OtherUser::kNumber, 0), 0);
+        EXPECT_EQ(RefusalOf(directory / "take.wav", true), refusal) << "the link of another user";
+    }
+    EXPECT_EQ(ReadFile(directory / "target.wav"), "before");
+}
+
 // Another user may change the names in a directory without the sticky bit at any moment.
 TEST(OutputFileInASharedDirectory, IsNotConfusedByASwappedPrivateDirectory) {
     const TemporaryDirectory directory;
