@@ -19,9 +19,10 @@ namespace {
 constexpr std::size_t kFrames = 40001;
 
 // Copies onto a file system with faults.
-ProcessResult CopyOnto(const FaultyFileSystem& fileSystem, const Arguments& options = {}) {
+ProcessResult CopyOnto(const FaultyFileSystem& fileSystem, const Arguments& options = {},
+                       std::size_t frames = kFrames) {
     const TemporaryDirectory directory;
-    WriteTake(directory / "take.wav", kFrames);
+    WriteTake(directory / "take.wav", frames);
     return RunKelhost(directory, Arguments{"copy", "take.wav", fileSystem / "out.wav"} + options);
 }
 
@@ -44,11 +45,13 @@ TEST(CopyOntoLateStorage, IsReadBackByDefault) {
 
 TEST(CopyOntoLateStorage, FailsWhenDataAreLostWithoutAnError) {
     KEL_SKIP_WITHOUT_FAULTY_FILE_SYSTEM();
+    // The kernel has the right bytes in memory. It collects writes of up to 1 MiB, so that this one
+    // does not include the header.
+    constexpr std::size_t kManyFrames = 500000;
     for (const char* effect : {"lose", "flip"}) {
-        // The kernel has the right bytes in memory.
-        const FaultyFileSystem fileSystem(
-            {"--write-back", "--keep-cache", std::string("write,offset=100000,count=1,") + effect});
-        ExpectResult(CopyOnto(fileSystem), 1, "",
+        const FaultyFileSystem fileSystem({"--write-back", "--keep-cache",
+                                           std::string("write,offset=2000000,count=1,") + effect});
+        ExpectResult(CopyOnto(fileSystem, {}, kManyFrames), 1, "",
                      Error(fileSystem / "out.wav", "differs from the written samples when it is "
                                                    "read back; do not trust this disk"));
         EXPECT_EQ(SortedNames(fileSystem.Files()), Names{});
