@@ -125,6 +125,15 @@ std::vector<LoadedPlugin> Load(const std::vector<std::string>& files, Console& c
     return LoadPlugins(files, observer);
 }
 
+// The command that was typed; null for none, and for those that are not listed.
+Command* ParsedCommand(const CommandLine& line) {
+    const auto parsed = std::find_if(line.parsers.begin(), line.parsers.end(),
+                                     [](const CLI::App* parser) { return parser->parsed(); });
+    return parsed == line.parsers.end()
+               ? nullptr
+               : line.commands[static_cast<std::size_t>(parsed - line.parsers.begin())].get();
+}
+
 int Execute(const CommandLine& line, const Streams& streams, Console& console) {
     if (line.manual->parsed()) {
         WriteManual(line.commonOptions, line.commands, KEL_HOST_VERSION, streams.out);
@@ -135,9 +144,7 @@ int Execute(const CommandLine& line, const Streams& streams, Console& console) {
         return kSuccess;
     }
     const CommonOptions common = line.arguments.Interpret();
-    const auto parsed = std::find_if(line.parsers.begin(), line.parsers.end(),
-                                     [](const CLI::App* parser) { return parser->parsed(); });
-    Command& command = *line.commands[static_cast<std::size_t>(parsed - line.parsers.begin())];
+    Command& command = *ParsedCommand(line);
     command.Interpret(common);
     const auto log = std::make_shared<HostLogger>(
         [&console](const std::string& text) { console.ShowLog(text); }, common.verbosity);
@@ -198,10 +205,14 @@ std::optional<int> Parse(CommandLine& line, int argc, const char* const* argv,
     }
 }
 
-int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
+// Runs the program. Sets the status of a failure as soon as it knows the command.
+int RunCommandLine(int argc, const char* const* argv, const Streams& streams, int& failure) {
     CommandLine line;
     Define(line);
     std::optional<int> status = Parse(line, argc, argv, streams);
+    if (const Command* command = ParsedCommand(line)) {
+        failure = command->FailureStatus();
+    }
     Console console(streams.err, {line.arguments.json});
     try {
         if (!status.has_value()) {
@@ -220,7 +231,7 @@ int RunCommandLine(int argc, const char* const* argv, const Streams& streams) {
     } catch (const std::exception& error) {
         console.ShowError(DescribeError(error));
     }
-    return kFailure;
+    return failure;
 }
 
 } // namespace
@@ -235,12 +246,13 @@ int Run(int argc, const char* const* argv) {
     // A closed pipe and the limit of file sizes are errors of the write that meets them.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+    int failure = kFailure;
     try {
-        return RunCommandLine(argc, argv, {out, err});
+        return RunCommandLine(argc, argv, {out, err}, failure);
     } catch (...) {
         // Not even the error could be described.
         err << "kelhost: " << kNoMemory << '\n';
-        return kFailure;
+        return failure;
     }
 }
 

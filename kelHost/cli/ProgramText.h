@@ -16,6 +16,7 @@ inline constexpr const char* kNotes =
     "  kelhost copy *.flac --output-dir wave             convert several\n"
     "  kelhost info *.wav                                show facts about files\n"
     "  kelhost info --measure take.wav                   measure levels and loudness\n"
+    "  kelhost compare take.flac take.wav                compare the audio of two files\n"
     "  kelhost plot take.wav                             draw the waveform\n"
     "  kelhost copy --help                               show the options of a command\n"
     "\n"

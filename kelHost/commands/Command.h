@@ -1,6 +1,7 @@
 /// Subcommands of the program: their options and their execution. Used by one thread.
 #pragma once
 
+#include "base/Errors.h"
 #include "commands/Option.h"
 
 #include <memory>
@@ -38,6 +39,9 @@ public:
 
     /// True when the host's plug-ins are loaded before Run.
     virtual bool NeedsPlugins() const { return true; }
+
+    /// Exit status when the command fails.
+    virtual int FailureStatus() const { return kFailure; }
 
     /// Interprets the values of the options.
     /// @throws UsageError when one is invalid

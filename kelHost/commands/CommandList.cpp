@@ -11,6 +11,7 @@
     COMMAND(Copy)                                                                                  \
     COMMAND(Run)                                                                                   \
     COMMAND(Info)                                                                                  \
+    COMMAND(Compare)                                                                               \
     COMMAND(Plot)                                                                                  \
     COMMAND(Formats)                                                                               \
     COMMAND(Inspect)                                                                               \

@@ -57,6 +57,21 @@ std::chrono::milliseconds ParseLimitOption(std::string_view name, std::string_vi
     return ToMilliseconds(seconds);
 }
 
+double ParseToleranceOption(std::string_view name, std::string_view value) {
+    constexpr std::string_view kUnit = "dB";
+    constexpr double kBase = 10;
+    constexpr double kDecibels = 20; // for a factor of ten
+    const std::size_t digits = value.size() - std::min(value.size(), kUnit.size());
+    const bool isLevel = value.substr(digits) == kUnit;
+    const double number = ParseNumber(isLevel ? value.substr(0, digits) : value);
+    const double difference = isLevel ? std::pow(kBase, number / kDecibels) : number;
+    // -inf dB would be 0.
+    if (!std::isfinite(number) || !std::isfinite(difference) || difference < 0) {
+        throw InvalidValue(name, value, "a part of full scale (0.001) or decibels (-60dB)");
+    }
+    return difference;
+}
+
 void RequireChoice(std::string_view name, std::string_view value,
                    const std::vector<std::string>& choices) {
     if (std::find(choices.begin(), choices.end(), value) == choices.end()) {

@@ -36,6 +36,11 @@ std::chrono::milliseconds ParseSecondsOption(std::string_view name, std::string_
 /// @throws UsageError when the value is neither 0 nor a number from 0.001 to 86400
 std::chrono::milliseconds ParseLimitOption(std::string_view name, std::string_view value);
 
+/// Returns the difference of two values in the value of an option: 0.001, where 1.0 is full scale,
+/// or "-60dB".
+/// @throws UsageError when the value is neither a finite number from 0 nor finite decibels
+double ParseToleranceOption(std::string_view name, std::string_view value);
+
 /// Verifies that the value of an option is one of its choices.
 /// @throws UsageError when it is not
 void RequireChoice(std::string_view name, std::string_view value,

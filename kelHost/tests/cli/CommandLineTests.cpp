@@ -56,6 +56,7 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
         "  copy                        Copy and convert audio files\n"
         "  run                         Run any source into any sink\n"
         "  info                        Show facts about audio files\n"
+        "  compare                     Compare the audio of two files\n"
         "  plot                        Draw the waveform of an audio file\n"
         "  formats                     Show which encodings each container supports\n"
         "  inspect                     Show the registered elements\n"
@@ -67,6 +68,7 @@ TEST(CommandLine, ShowsHelpOnStandardOutput) {
         "  kelhost copy *.flac --output-dir wave             convert several\n"
         "  kelhost info *.wav                                show facts about files\n"
         "  kelhost info --measure take.wav                   measure levels and loudness\n"
+        "  kelhost compare take.flac take.wav                compare the audio of two files\n"
         "  kelhost plot take.wav                             draw the waveform\n"
         "  kelhost copy --help                               show the options of a command\n"
         "\n"
@@ -90,7 +92,8 @@ TEST(CommandLine, IsRefusedWithStatus2WhenItIsWrong) {
         std::string err;
     };
     const TemporaryDirectory directory;
-    const std::string commands = "copy, run, info, plot, formats, inspect, validate or demo\n";
+    const std::string commands =
+        "copy, run, info, compare, plot, formats, inspect, validate or demo\n";
     for (const Usage& usage :
          {Usage{{}, "a command is missing: " + commands},
           Usage{{"fro\nb", "a.wav"}, "there is no command \"fro\\nb\"; use " + commands},

@@ -12,7 +12,7 @@ namespace kel::test {
 
 namespace {
 
-const std::vector<std::string> kCommands{"copy",    "run",     "info",     "plot",
+const std::vector<std::string> kCommands{"copy",    "run",     "info",     "compare", "plot",
                                          "formats", "inspect", "validate", "demo"};
 
 // The lines below "Examples:", without their explanations after two blanks.
@@ -72,6 +72,7 @@ TEST(Help, ShowsExamplesOfTheMainTasksThatWork) {
               (std::vector<std::string>{"kelhost copy take.flac take.wav",
                                         "kelhost copy *.flac --output-dir wave",
                                         "kelhost info *.wav", "kelhost info --measure take.wav",
+                                        "kelhost compare take.flac take.wav",
                                         "kelhost plot take.wav", "kelhost copy --help"}));
     RunExamples(help);
 }

@@ -86,6 +86,15 @@ TEST(StalledInput, FailsEveryCommandThatReads) {
     }
 }
 
+TEST(StalledInput, OfAComparisonIsOneOfTwoFiles) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav", 20000);
+    const StalledFifo fifo(directory / "fifo.wav");
+    ExpectResult(
+        RunKelhost(directory, {"compare", "take.wav", "fifo.wav", "--stall-timeout", "0.2"}), 2, "",
+        Stalled("take.wav and fifo.wav", "0.2"));
+}
+
 TEST(StalledInput, FailsWhereItIsMovedIn) {
     for (const Arguments& arguments : {Arguments{"copy", "in.wav", "out.wav", "--start", "10f"},
                                        Arguments{"plot", "in.wav", "--start", "10f"}}) {

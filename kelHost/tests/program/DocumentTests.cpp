@@ -186,7 +186,8 @@ TEST_F(Documents, OfTheDemonstrationAreThoseOfCopyAndInfo) {
 }
 
 TEST_F(Documents, OfErrorsAreWrittenForEveryKindOfFailure) {
-    const std::string commands = "copy, run, info, plot, formats, inspect, validate or demo";
+    const std::string commands =
+        "copy, run, info, compare, plot, formats, inspect, validate or demo";
     struct Row {
         Arguments arguments;
         int status;
@@ -259,6 +260,9 @@ TEST_F(Documents, OfProgressEndWithTheWholeOrTheRange) {
           Row{{"copy", "take.wav", "part.wav", "--start", "100f", "--duration", "200f"}, 200},
           Row{{"info", "--measure", "take.wav"}, 1000},
           Row{{"plot", "take.wav", "--start", "100f", "--duration", "200f"}, 200},
+          Row{{"compare", "take.wav", "take.wav", "--duration", "200f"},
+              200,
+              "take.wav and take.wav"},
           Row{{"run", "example.ToneSource", "Length=1000", "!", "example.LevelMeterSink",
                "--plugin", TestPlugin("kelTone")},
               1000,

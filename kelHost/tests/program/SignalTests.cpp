@@ -255,22 +255,25 @@ TEST(Signal, EndsACopyOfAFifoThatDeliversNoMore) {
     close(fifo);
 }
 
-TEST(Signal, EndsACopyOfAFifoWithoutAWriter) {
-    const TemporaryDirectory directory;
-    ASSERT_EQ(mkfifo((directory / "fifo.wav").c_str(), 0600), 0);
-    RunningProcess process(Kelhost(directory, {"copy", "fifo.wav", "out.wav"}));
-    // There is a reader once the program has come to the FIFO.
-    int writer = -1;
-    WaitFor(
-        [&] {
-            writer = open((directory / "fifo.wav").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-            return writer >= 0;
-        },
-        process);
-    process.Signal(SIGTERM);
-    ExpectResult(process.Wait(), 143, "", kInterrupted);
-    close(writer);
-    EXPECT_EQ(SortedNames(directory), Names{"fifo.wav"});
+TEST(Signal, EndsACopyOrAComparisonOfAFifoWithoutAWriter) {
+    for (const char* name : {"copy", "compare"}) {
+        SCOPED_TRACE(name);
+        const TemporaryDirectory directory;
+        ASSERT_EQ(mkfifo((directory / "fifo.wav").c_str(), 0600), 0);
+        RunningProcess process(Kelhost(directory, {name, "fifo.wav", "out.wav"}));
+        // There is a reader once the program has come to the FIFO.
+        int writer = -1;
+        WaitFor(
+            [&] {
+                writer = open((directory / "fifo.wav").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+                return writer >= 0;
+            },
+            process);
+        process.Signal(SIGTERM);
+        ExpectResult(process.Wait(), 143, "", kInterrupted);
+        close(writer);
+        EXPECT_EQ(SortedNames(directory), Names{"fifo.wav"});
+    }
 }
 
 TEST(BatchSignal, EndsEveryWorkerAndLeavesWholeAndExistingFiles) {

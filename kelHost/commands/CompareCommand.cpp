@@ -1,0 +1,103 @@
+#include "commands/Command.h"
+
+#include "analysis/AudioComparison.h"
+#include "audio/TimeRange.h"
+#include "base/Errors.h"
+#include "base/JSONDocument.h"
+#include "commands/CommonOptions.h"
+#include "commands/JobRunner.h"
+#include "commands/OptionParsing.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kel::host {
+
+namespace {
+
+// Statuses as of other programs that compare files.
+constexpr int kSame = 0;
+constexpr int kDifferent = 1;
+constexpr int kTrouble = 2;
+
+std::optional<TimePoint> Interpreted(const char* name, const std::optional<std::string>& value) {
+    return value.has_value() ? std::optional(ParseTime(name, *value)) : std::nullopt;
+}
+
+class CompareCommand final : public Command {
+public:
+    CompareCommand() : Command("compare", "Compare the audio of two files") {
+        Add(Option("A", "", &m_request.files[0], "The first file")
+                .Completes(Option::Values::Files)
+                .Required());
+        Add(Option("B", "", &m_request.files[1], "The second file")
+                .Completes(Option::Values::Files)
+                .Required());
+        Add(Option("--tolerance", "VALUE", &m_tolerance,
+                   "Largest accepted difference of two values: 0.001 of full scale, or -60dB"));
+        Add(Option("--start-a", "TIME", &m_startA,
+                   "Beginning of the part of A: seconds (12.5), h:mm:ss.mmm or frames (48000f)"));
+        Add(Option("--start-b", "TIME", &m_startB, "Beginning of the part of B"));
+        Add(Option("--duration", "TIME", &m_duration, "Duration of both parts"));
+        SetNotes("Exit status: 0 the audio is the same, 1 it is different, 2 trouble: a file "
+                 "cannot be\nread, or the command line is wrong.\n"
+                 "\n"
+                 "Examples:\n"
+                 "  kelhost compare take.wav take.flac\n"
+                 "  kelhost compare take.wav take.flac --tolerance -90dB\n"
+                 "  kelhost compare take.wav take.flac --start-a 1.5 --start-b 2 --duration 30\n"
+                 "  kelhost compare --quiet take.wav take.flac && echo same");
+    }
+
+    int FailureStatus() const override { return kTrouble; }
+
+    void Interpret(const CommonOptions& /*common*/) override {
+        m_request.tolerance = ParseToleranceOption("--tolerance", m_tolerance);
+        m_request.starts = {Interpreted("--start-a", m_startA), Interpreted("--start-b", m_startB)};
+        m_request.duration = Interpreted("--duration", m_duration);
+    }
+
+    int Run(const CommonOptions& common, const Streams& streams) override {
+        JobRunner runner(common, streams.err);
+        // Where a worker is lost, the host does not know which of the files it worked on.
+        runner.Add(m_request.files[0] + " and " + m_request.files[1], "",
+                   [request = m_request](const HostLogger& log, Reporter& reporter) {
+                       const Comparison comparison = CompareFiles(request, log, reporter);
+                       JobResult result;
+                       result.document = DumpJSON(comparison);
+                       result.report = FormatComparison(comparison);
+                       return result;
+                   });
+        const std::size_t failed = runner.Run([&](const JobResult& result) {
+            streams.out << (common.style.quiet ? "" : result.report);
+        });
+        const nlohmann::json results = runner.Results();
+        if (common.style.json) {
+            streams.out << FormatDocument("compare",
+                                          {{"results", results}, {"failures", runner.Failures()}});
+        }
+        if (failed > 0) {
+            return kTrouble;
+        }
+        return results.front().at("same").get<bool>() ? kSame : kDifferent;
+    }
+
+private:
+    ComparisonRequest m_request;
+    std::string m_tolerance = "0";
+    std::optional<std::string> m_startA;
+    std::optional<std::string> m_startB;
+    std::optional<std::string> m_duration;
+};
+
+} // namespace
+
+std::unique_ptr<Command> MakeCompareCommand() {
+    return std::make_unique<CompareCommand>();
+}
+
+} // namespace kel::host
