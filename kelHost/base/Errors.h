@@ -11,7 +11,7 @@
 
 namespace kel::host {
 
-/// The job failed; exit status 1.
+/// The job failed; exit status 1, for most commands.
 class JobError : public std::runtime_error {
 public:
     /// @param file the file or element that the error is about, as the user knows it

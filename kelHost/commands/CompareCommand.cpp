@@ -31,10 +31,10 @@ std::optional<TimePoint> Interpreted(const char* name, const std::optional<std::
 class CompareCommand final : public Command {
 public:
     CompareCommand() : Command("compare", "Compare the audio of two files") {
-        Add(Option("A", "", &m_request.files[0], "The first file")
+        Add(Option("A", "", &m_fileA, "The first file")
                 .Completes(Option::Values::Files)
                 .Required());
-        Add(Option("B", "", &m_request.files[1], "The second file")
+        Add(Option("B", "", &m_fileB, "The second file")
                 .Completes(Option::Values::Files)
                 .Required());
         Add(Option("--tolerance", "VALUE", &m_tolerance,
@@ -56,6 +56,7 @@ public:
     int FailureStatus() const override { return kTrouble; }
 
     void Interpret(const CommonOptions& /*common*/) override {
+        m_request.files = {m_fileA, m_fileB};
         m_request.tolerance = ParseToleranceOption("--tolerance", m_tolerance);
         m_request.starts = {Interpreted("--start-a", m_startA), Interpreted("--start-b", m_startB)};
         m_request.duration = Interpreted("--duration", m_duration);
@@ -64,7 +65,7 @@ public:
     int Run(const CommonOptions& common, const Streams& streams) override {
         JobRunner runner(common, streams.err);
         // Where a worker is lost, the host does not know which of the files it worked on.
-        runner.Add(m_request.files[0] + " and " + m_request.files[1], "",
+        runner.Add(m_fileA + " and " + m_fileB, "",
                    [request = m_request](const HostLogger& log, Reporter& reporter) {
                        const Comparison comparison = CompareFiles(request, log, reporter);
                        JobResult result;
@@ -88,6 +89,8 @@ public:
 
 private:
     ComparisonRequest m_request;
+    std::string m_fileA;
+    std::string m_fileB;
     std::string m_tolerance = "0";
     std::optional<std::string> m_startA;
     std::optional<std::string> m_startB;

@@ -151,6 +151,17 @@ TEST(StuckInput, FailsWhenEvenLookingAtItTakesTooLong) {
     }
 }
 
+TEST(StuckInput, IsNamedByAComparisonThatOpensItSecond) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    ASSERT_EQ(mkfifo((directory / "fifo.wav").c_str(), 0600), 0);
+    ExpectResult(
+        RunKelhost(directory, {"compare", "take.wav", "fifo.wav", "--open-timeout", "0.3"}), 2, "",
+        Error("fifo.wav", "cannot open the file within 0.3 s; it is damaged, a pipe without a "
+                          "writer, or on a mount that does not respond (--open-timeout SECONDS "
+                          "allows more)"));
+}
+
 TEST(PrintedLines, AreLogRecordsWithTheNameOfTheFile) {
     const TemporaryDirectory directory;
     WriteFile(directory / "in.wav", "1000 2 48000 prints while reading\n");
