@@ -137,9 +137,9 @@ public:
         m_process.emplace(m_command);
         WaitFor(
             [this] {
-                // In this order: the first is unfinished for a moment, too.
                 return fs::exists(m_directory / "out/a.wav") &&
-                       ReadFile(m_directory / "out/a.wav") == kWhole && Unfinished().size() == 2;
+                       ReadFile(m_directory / "out/a.wav") == kWhole && IsBegun("b.wav") &&
+                       IsBegun("c.wav");
             },
             *m_process);
     }
@@ -151,7 +151,16 @@ public:
 
     RunningProcess& Process() { return *m_process; }
 
-    // The names of the unfinished outputs.
+    // True when an output is unfinished.
+    bool IsBegun(const std::string& output) const {
+        const Names names = Unfinished();
+        return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+            return fs::exists(Output(name) + "/" + output);
+        });
+    }
+
+    // The names of the private directories of unfinished outputs. That of a finished one exists for
+    // a moment.
     Names Unfinished() const {
         Names names = SortedNames(m_directory / "out");
         names.erase(
