@@ -10,12 +10,28 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <fcntl.h>
+#include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
 
 namespace kel::host {
+
+std::optional<InputFile> OpenRegularFile(const std::string& path) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    InputFile file{Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)), 0};
+    if (file.descriptor.Number() < 0 || fstat(file.descriptor.Number(), &status) != 0) {
+        return std::nullopt;
+    }
+    file.bytes = static_cast<std::uint64_t>(status.st_size);
+    return file;
+}
 
 HeaderReader::HeaderReader(const FileName& file, Descriptor descriptor, std::string failure)
     : m_file(file), m_descriptor(std::move(descriptor)), m_failure(std::move(failure)) {}

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kel::host {
@@ -18,6 +19,16 @@ inline constexpr std::uint64_t kFirstChunk = 12;
 
 /// The 32-bit size of an RF64 file that means: the size is in the chunk "ds64".
 inline constexpr std::uint64_t kSizeInDs64 = 0xFFFFFFFF;
+
+/// A regular file, open for reading.
+struct InputFile {
+    Descriptor descriptor;
+    std::uint64_t bytes = 0; ///< its length
+};
+
+/// Opens a file, unless it is missing, cannot be opened, or is not a regular file: opening a pipe
+/// would take the place of its reader.
+std::optional<InputFile> OpenRegularFile(const std::string& path);
 
 /// Reads an open file at any offset. Bytes beyond its end read as 0.
 class HeaderReader {

@@ -1,0 +1,40 @@
+/// Containers and encodings of files to read, as they are stored. One thread at a time for one
+/// file.
+#pragma once
+
+#include "base/FileName.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kel::host {
+
+/// Kinds of encodings, by what decoding them restores.
+enum class Coding {
+    Integer, ///< integers, also where they are packed without loss
+    Float,
+    Lossy, ///< an approximation of the recorded values
+};
+
+/// A container, and the encoding of the samples in it.
+struct StoredFormat {
+    std::string container; ///< "WAVE", "AIFF-C", "FLAC"
+    std::string encoding;  ///< "24-bit integer", "ALAC 16-bit", "Vorbis"
+    Coding coding = Coding::Lossy;
+    std::uint32_t bits = 0; ///< per value; 0 for lossy encodings
+
+    /// Speakers of the channels, in the order of their bits, as in the field dwChannelMask of
+    /// WAVEFORMATEXTENSIBLE (Microsoft, "Multiple Channel Audio Data and WAVE Files"). Missing
+    /// where the file does not declare them, or has them in another order.
+    std::optional<std::uint32_t> channelMask;
+};
+
+/// Returns the format in words: "WAVE 24-bit integer", "FLAC 16-bit", "MP3".
+std::string Describe(const StoredFormat& format);
+
+/// Reads the format of a file: by its header, or by asking libsndfile.
+/// @throws JobError when it cannot be opened or read
+StoredFormat ReadStoredFormat(const FileName& file);
+
+} // namespace kel::host
