@@ -156,7 +156,7 @@ int Descriptor(const fuse_file_info* file) {
     return static_cast<int>(file->fh);
 }
 
-// What an operation returns: 0 or a count, or a negative errno.
+// Returns the result of an operation: 0 or a count, or a negative errno.
 template <typename Number>
 int Result(Number result) {
     return result < 0 ? -errno : static_cast<int>(result);

@@ -94,7 +94,7 @@ Descriptor OpenDirectory(const std::string& path) {
     return directory;
 }
 
-// Whether users other than this one and root can change the names in a directory.
+// Returns true when users other than this one and root can change the names in a directory.
 bool IsShared(const Descriptor& directory) {
     struct stat status {};
     return fstat(directory.Number(), &status) != 0 ||

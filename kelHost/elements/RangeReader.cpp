@@ -82,7 +82,7 @@ SampleHandle RangeReader::Pull() {
     return container;
 }
 
-// Whether a part is within a file of unknown length is known only at the end of the file.
+// The end of a file of unknown length shows whether a part is within the file.
 void RangeReader::RequireRangeExists() const {
     const bool isShort = m_range.count.has_value() || (m_range.first > 0 && m_delivered == 0);
     if (!m_source.Frames().has_value() && isShort) {

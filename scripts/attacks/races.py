@@ -51,7 +51,7 @@ def main():
             what = f'{output} {" ".join(options)}, results {results}'
             attack.require(others == [], f'{what}: leave {others}')
             winners = [runner for runner, result in enumerate(results) if result[0] == 0]
-            attack.require(winners, f'{what}: nobody wins')
+            attack.require(winners, f'{what}: no program succeeds')
             attack.require(content in [whole[output][runner] for runner in winners],
                            f'{what}: the output is not that of a winner')
             if forced:

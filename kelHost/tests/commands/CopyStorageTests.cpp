@@ -105,8 +105,8 @@ TEST(CopyWithoutProc, IsMadeWhereOthersCannotChangeTheDirectory) {
 #endif
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav");
-    std::filesystem::create_directory(directory / "shared");
-    std::filesystem::permissions(directory / "shared", std::filesystem::perms::all);
+    std::filesystem::create_directory(directory / "open");
+    std::filesystem::permissions(directory / "open", std::filesystem::perms::all);
     const auto run = [&](const std::string& output) {
         Command command =
             Kelhost(directory, {"--plugin", KEL_TEST_PLUGIN, "copy", "take.wav", output});
@@ -122,10 +122,10 @@ TEST(CopyWithoutProc, IsMadeWhereOthersCannotChangeTheDirectory) {
         GTEST_SKIP() << result.err;
     }
     ExpectResult(result, 0, CopyReport("take.wav", "own.wav"), "");
-    ExpectResult(run("shared/out.wav"), 1, "",
-                 Error("shared/out.wav", "cannot create the file safely: other users can change "
-                                         "its directory, and /proc is not mounted"));
-    EXPECT_EQ(SortedNames(directory / "shared"), Names{});
+    ExpectResult(run("open/out.wav"), 1, "",
+                 Error("open/out.wav", "cannot create the file safely: other users can change "
+                                       "its directory, and /proc is not mounted"));
+    EXPECT_EQ(SortedNames(directory / "open"), Names{});
 }
 
 } // namespace kel::test

@@ -166,7 +166,7 @@ TEST(LoadedPlugin, IsRefusedWithTheReason) {
              Row{noEntry, noEntry + ": the plug-in has no entry point RegisterAll: " + noEntry +
                               ": undefined symbol: RegisterAll"},
              Row{undefined, undefined + ": cannot load the plug-in: " + undefined +
-                                ": undefined symbol: kelSymbolThatNobodyHas"},
+                                ": undefined symbol: kelSymbolThatIsMissing"},
              Row{error, error + ": the plug-in failed in RegisterAll: the licence\\nis missing"},
              Row{number,
                  number +

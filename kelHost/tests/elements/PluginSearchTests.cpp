@@ -197,7 +197,7 @@ TEST(PluginSearch, SkipsWhatOtherUsersCanChangeOrWhatIsNoFile) {
                                                   change + shared + "; use chmod o-w\n");
 }
 
-TEST(PluginSearch, TrustsWhoeverCanReplaceTheProgram) {
+TEST(PluginSearch, TrustsUsersWhoCanReplaceTheProgram) {
     const TemporaryDirectory directory;
     fs::create_directory(directory / "bin");
     Command command = Kelhost(directory, {"inspect"});

@@ -84,7 +84,7 @@ TEST_F(Output, ToATerminalIsWrittenLineByLine) {
     EXPECT_EQ(terminal.Text(), "one\ntwo");
 }
 
-TEST_F(Output, FailsWhenNobodyCanReadIt) {
+TEST_F(Output, FailsWhenThereIsNoReader) {
     m_pipe.in = Descriptor();
     OutputStream stream(m_pipe.out.Number());
     stream << "text";

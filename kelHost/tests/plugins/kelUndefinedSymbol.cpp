@@ -2,8 +2,8 @@
 
 #include "EntryPoint.h"
 
-extern "C" void kelSymbolThatNobodyHas();
+extern "C" void kelSymbolThatIsMissing();
 
 void RegisterAll(const char* /*name*/) {
-    kelSymbolThatNobodyHas();
+    kelSymbolThatIsMissing();
 }

@@ -295,7 +295,7 @@ TEST(ValidateFaults, OfTheLibraryAreFound) {
         {undefined,
          "",
          {"plugin.loads: cannot load the plug-in: " + undefined +
-          ": undefined symbol: kelSymbolThatNobodyHas"}},
+          ": undefined symbol: kelSymbolThatIsMissing"}},
         {TestPlugin("kelNoEntryPoint"),
          "",
          {"plugin.one-entry-point: it does not export the function RegisterAll"}},
