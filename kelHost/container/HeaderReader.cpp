@@ -54,6 +54,18 @@ std::uint64_t HeaderReader::Number(std::uint64_t offset, std::size_t bytes) cons
     return number;
 }
 
+std::string HeaderReader::Bytes(std::uint64_t offset, std::size_t count) const {
+    std::string bytes(count, '\0');
+    std::size_t total = 0;
+    std::size_t read = count;
+    while (total < count && read > 0) {
+        read = Read(offset + total, &bytes[total], count - total);
+        total += read;
+    }
+    bytes.resize(total);
+    return bytes;
+}
+
 void HeaderReader::Skim(std::uint64_t offset, std::uint64_t bytes) const {
     constexpr std::uint64_t kPiece = 65536;
     std::vector<char> piece(static_cast<std::size_t>(std::min(bytes, kPiece)));

@@ -49,6 +49,10 @@ public:
     /// @throws JobError when it cannot be read
     std::uint64_t Number(std::uint64_t offset, std::size_t bytes) const;
 
+    /// Returns bytes; fewer at the end of the file.
+    /// @throws JobError when one cannot be read
+    std::string Bytes(std::uint64_t offset, std::size_t count) const;
+
     /// Reads bytes and forgets them.
     /// @throws JobError when one cannot be read
     void Skim(std::uint64_t offset, std::uint64_t bytes) const;

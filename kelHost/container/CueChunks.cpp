@@ -1,0 +1,101 @@
+#include "container/CueChunks.h"
+
+#include "container/StoredText.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+constexpr std::uint64_t kCueCount = 4; // bytes of the number of points
+constexpr std::uint64_t kCuePoint = 24;
+constexpr std::uint64_t kCueFrame = 20; // offset in a point
+constexpr std::uint64_t kLabelText = 4; // offset of the text, after the number of the point
+constexpr std::uint64_t kRegionText = 20;
+
+} // namespace
+
+std::uint64_t DeclaredCuePoints(const StoredBytes& cue) {
+    return cue.Number(0, 4);
+}
+
+std::vector<CuePoint> ParseCuePoints(const StoredBytes& cue) {
+    const std::uint64_t present = cue.Size() < kCueCount ? 0 : (cue.Size() - kCueCount) / kCuePoint;
+    std::vector<CuePoint> points(
+        static_cast<std::size_t>(std::min(DeclaredCuePoints(cue), present)));
+    std::uint64_t offset = kCueCount;
+    for (CuePoint& point : points) {
+        point.id = static_cast<std::uint32_t>(cue.Number(offset, 4));
+        point.frame = cue.Number(offset + kCueFrame, 4);
+        offset += kCuePoint;
+    }
+    return points;
+}
+
+bool AddCueLabel(std::string_view name, const StoredBytes& content, CueLabels& labels) {
+    const bool isRegion = name == "ltxt";
+    const bool isNote = name == "note";
+    if ((!isRegion && !isNote && name != "labl") || content.Size() < kLabelText) {
+        return false;
+    }
+    const auto id = static_cast<std::uint32_t>(content.Number(0, 4));
+    if (labels.size() == kMaxCueLabels && labels.count(id) == 0) {
+        return false;
+    }
+    CueLabel& label = labels[id];
+    if (!isRegion) {
+        (isNote ? label.note : label.label) = DecodeText(content.From(kLabelText));
+        return true;
+    }
+    label.length = content.Number(kLabelText, 4);
+    if (label.label.empty()) {
+        label.label = DecodeText(content.From(kRegionText));
+    }
+    return true;
+}
+
+std::string FormatCue(const std::vector<CuePoint>& points, StoredOrder order) {
+    std::string bytes = NumberBytes(points.size(), 4, order);
+    for (const CuePoint& point : points) {
+        const std::string frame = NumberBytes(point.frame, 4, order);
+        // The number, the position when played, the chunk, offsets of a block, and the frame.
+        bytes += NumberBytes(point.id, 4, order) + frame + "data";
+        bytes += NumberBytes(0, 4, order) + NumberBytes(0, 4, order) + frame;
+    }
+    return bytes;
+}
+
+std::string FormatCueLabels(const std::vector<CuePoint>& points, StoredOrder order) {
+    std::string bytes;
+    for (const CuePoint& point : points) {
+        const std::string id = NumberBytes(point.id, 4, order);
+        if (!point.label.empty()) {
+            bytes += FormatSubChunk("labl", id + point.label + '\0', order);
+        }
+        if (!point.note.empty()) {
+            bytes += FormatSubChunk("note", id + point.note + '\0', order);
+        }
+        if (point.length != 0) {
+            const std::string noCountryAndLanguage(8, '\0');
+            bytes += FormatSubChunk(
+                "ltxt", id + NumberBytes(point.length, 4, order) + "rgn " + noCountryAndLanguage,
+                order);
+        }
+    }
+    return bytes.empty() ? bytes : "adtl" + bytes;
+}
+
+std::string FormatSubChunk(std::string_view name, const std::string& content, StoredOrder order) {
+    std::string bytes = std::string(name) + NumberBytes(content.size(), 4, order) + content;
+    if (content.size() % 2 != 0) {
+        bytes.push_back('\0');
+    }
+    return bytes;
+}
+
+} // namespace kel::host

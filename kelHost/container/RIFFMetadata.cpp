@@ -1,0 +1,180 @@
+#include "container/RIFFMetadata.h"
+
+#include "base/Text.h"
+#include "container/BroadcastChunk.h"
+#include "container/CueChunks.h"
+#include "container/ID3Tag.h"
+#include "container/StoredBytes.h"
+#include "container/StoredText.h"
+#include "container/TagNames.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace kel::host {
+
+namespace {
+
+// Chunks that describe the samples, and padding.
+bool DescribesSamplesOrNothing(std::string_view name) {
+    constexpr std::array<std::string_view, 13> kNames{"fmt ", "data", "fact", "ds64", "PEAK",
+                                                      "levl", "JUNK", "junk", "PAD ", "pad ",
+                                                      "FLLR", "wavl", "slnt"};
+    return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
+}
+
+bool IsSubChunkName(std::string_view name) {
+    constexpr char kLastPrintable = 0x7E;
+    return name.size() == 4 && std::all_of(name.begin(), name.end(), [](char character) {
+               return character >= ' ' && character <= kLastPrintable;
+           });
+}
+
+// The chunks inside of a LIST, after its type.
+class SubChunks {
+public:
+    explicit SubChunks(const StoredBytes& content) : m_content(content) {}
+
+    // Goes to the next one. Returns false when there is none.
+    bool Next() {
+        name = m_content.Part(m_offset, 4);
+        if (name.size() < 4 || m_content.Size() - m_offset < kChunkHeader ||
+            !IsSubChunkName(name)) {
+            return false;
+        }
+        declaredBytes = m_content.Number(m_offset + 4, 4);
+        bytes = m_content.Part(m_offset + kChunkHeader, declaredBytes);
+        m_offset += kChunkHeader + declaredBytes;
+        SkipPadding();
+        return true;
+    }
+
+    std::string_view name;
+    std::uint64_t declaredBytes = 0;
+    std::string_view bytes; // those that are present
+
+private:
+    // Some programs omit the padding.
+    void SkipPadding() {
+        const bool isMissing = IsSubChunkName(m_content.Part(m_offset, 4)) &&
+                               !IsSubChunkName(m_content.Part(m_offset + 1, 4));
+        m_offset += declaredBytes % 2 == 0 || isMissing ? 0 : 1;
+    }
+
+    StoredBytes m_content;
+    std::uint64_t m_offset = 4;
+};
+
+// Reads the chunks of a file in their order.
+class RIFFMetadataReader {
+public:
+    RIFFMetadataReader(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder)
+        : m_header(header), m_builder(builder),
+          m_order(list.form == ChunkForm::RIFX ? StoredOrder::Big : StoredOrder::Little) {
+        for (const Chunk& chunk : list.chunks) {
+            Add(chunk);
+        }
+        AddLabels();
+    }
+
+private:
+    void Add(const Chunk& chunk) {
+        if (chunk.name == "bext" && !m_builder.metadata.broadcast.has_value()) {
+            AddBroadcast(chunk);
+        } else if (chunk.name == "cue " && m_builder.metadata.cuePoints.empty()) {
+            AddCuePoints(chunk);
+        } else if (chunk.name == "LIST" || chunk.name == "list") {
+            AddList(chunk);
+        } else if (chunk.name == "id3 " || chunk.name == "ID3 ") {
+            AddID3(m_header, chunk.name, chunk.offset, chunk.bytes, m_builder);
+        } else if (!DescribesSamplesOrNothing(chunk.name)) {
+            m_builder.AddOther(chunk.name, chunk.bytes);
+        }
+    }
+
+    void AddBroadcast(const Chunk& chunk) {
+        const std::string content = m_builder.Read("bext", chunk.offset, chunk.bytes);
+        if (chunk.bytes < kBroadcastBytes) {
+            m_builder.AddProblem(
+                fmt::format("bext has {} bytes and needs {}", chunk.bytes, kBroadcastBytes));
+        }
+        m_builder.metadata.broadcast = ParseBroadcast({content, m_order});
+    }
+
+    void AddCuePoints(const Chunk& chunk) {
+        const std::string content = m_builder.Read("cue", chunk.offset, chunk.bytes);
+        const StoredBytes cue(content, m_order);
+        m_builder.metadata.cuePoints = ParseCuePoints(cue);
+        const std::size_t count = m_builder.metadata.cuePoints.size();
+        if (count != DeclaredCuePoints(cue)) {
+            m_builder.AddProblem(
+                fmt::format("cue declares {} points and has {}", DeclaredCuePoints(cue), count));
+        }
+    }
+
+    void AddList(const Chunk& chunk) {
+        const std::string type = m_header.Name(chunk.offset);
+        const std::string name = "LIST " + type;
+        if (type != "INFO" && type != "adtl") {
+            m_builder.AddOther(name, chunk.bytes);
+            return;
+        }
+        const std::string content = m_builder.Read(name, chunk.offset, chunk.bytes);
+        SubChunks subChunks({content, m_order});
+        while (subChunks.Next()) {
+            if (subChunks.bytes.size() < subChunks.declaredBytes) {
+                m_builder.AddProblem(fmt::format("{} in {} declares {} bytes and has {}",
+                                                 PartName(subChunks.name), name,
+                                                 subChunks.declaredBytes, subChunks.bytes.size()));
+            }
+            AddItem(type, name, subChunks);
+        }
+    }
+
+    void AddItem(const std::string& type, const std::string& list, const SubChunks& item) {
+        if (item.name == "LIST") {
+            m_builder.AddProblem(fmt::format("{} contains a LIST, which is skipped", list));
+        } else if (type == "INFO") {
+            m_builder.AddTag(NameOfInfo(item.name), DecodeText(item.bytes));
+        } else if (!AddCueLabel(item.name, {item.bytes, m_order}, m_labels)) {
+            m_builder.AddOther(list + " " + std::string(item.name), item.declaredBytes);
+        }
+    }
+
+    // Labels may precede the points.
+    void AddLabels() {
+        for (CuePoint& point : m_builder.metadata.cuePoints) {
+            const auto label = m_labels.find(point.id);
+            if (label != m_labels.end()) {
+                point.length = label->second.length;
+                point.label = std::move(label->second.label);
+                point.note = std::move(label->second.note);
+                m_labels.erase(label); // of points with one number, the first has it
+            }
+        }
+        if (!m_labels.empty()) {
+            m_builder.AddProblem(fmt::format("LIST adtl describes {} that cue does not have",
+                                             Count(m_labels.size(), "point")));
+        }
+    }
+
+    const HeaderReader& m_header;
+    MetadataBuilder& m_builder;
+    StoredOrder m_order;
+    CueLabels m_labels;
+};
+
+} // namespace
+
+void AddRIFFMetadata(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder) {
+    RIFFMetadataReader(header, list, builder);
+}
+
+} // namespace kel::host

@@ -1,0 +1,18 @@
+/// Metadata of the RIFF family. One thread at a time.
+#pragma once
+
+#include "container/ChunkList.h"
+#include "container/HeaderReader.h"
+#include "container/MetadataBuilder.h"
+
+namespace kel::host {
+
+/// Adds the metadata of WAVE, RIFX, RF64, BW64 and W64 files.
+///
+/// Sources of the layouts: LIST INFO, cue and LIST adtl (IBM and Microsoft, "Multimedia Programming
+/// Interface and Data Specifications 1.0", 1991, and "Multiple Channel Audio Data and WAVE Files"),
+/// bext (EBU Tech 3285).
+/// @throws JobError when the file cannot be read
+void AddRIFFMetadata(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder);
+
+} // namespace kel::host

@@ -1,0 +1,166 @@
+#include "container/RIFFMetadata.h"
+
+#include "MetadataText.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+namespace kel::host {
+
+namespace {
+
+using test::BigEndian;
+using test::DescribeFile;
+using test::Field;
+using test::LittleEndian;
+
+std::string DescribeChunks(const std::string& chunks) {
+    return DescribeFile(test::Chunk("RIFF", "WAVE" + chunks));
+}
+
+// The fields of "bext", with a time reference of 5 * 2^32 + 48000.
+std::string BroadcastFields(std::uint16_t version, const std::string& description) {
+    return Field(description, 256) + Field("Recorder", 32) + Field("REF-1", 32) + "2026-11-22" +
+           "10:11:12" + LittleEndian(48000, 4) + LittleEndian(5, 4) + LittleEndian(version, 2) +
+           std::string(64, 'u') + LittleEndian(0xF6A0, 2) + LittleEndian(710, 2) +
+           LittleEndian(0xFF6A, 2) + LittleEndian(0x7FFF, 2) + LittleEndian(0xF830, 2) +
+           std::string(180, '\0');
+}
+
+std::string CuePointBytes(std::uint32_t id, std::uint32_t frame) {
+    return LittleEndian(id, 4) + LittleEndian(7, 4) + "data" + LittleEndian(0, 8) +
+           LittleEndian(frame, 4);
+}
+
+} // namespace
+
+TEST(RIFFMetadata, HasTheFieldsOfEachVersionOfBext) {
+    const std::string fields = ": Caf\xC3\xA9|Recorder|REF-1|2026-11-22|10:11:12|21474884480|";
+    const std::string umid(64, 'u');
+    const std::string history = "A=PCM,F=48000\r\n";
+    EXPECT_EQ(DescribeChunks(test::Chunk("bext", BroadcastFields(0, "Caf\xE9") + history)),
+              "bext 0" + fields + "||" + history + "\n");
+    EXPECT_EQ(DescribeChunks(test::Chunk("bext", BroadcastFields(1, "Caf\xE9") + history)),
+              "bext 1" + fields + umid + "||" + history + "\n");
+    EXPECT_EQ(DescribeChunks(test::Chunk("bext", BroadcastFields(2, "Caf\xE9") + history)),
+              "bext 2" + fields + umid + "|-2400 710 -150 32767 -2000|" + history + "\n");
+}
+
+TEST(RIFFMetadata, UsesThePresentFieldsOfATruncatedBext) {
+    const std::string fields = BroadcastFields(2, "Scene");
+    EXPECT_EQ(DescribeChunks(test::Chunk("bext", fields.substr(0, 344))),
+              "bext 0: Scene|Recorder|REF-1|2026-11-22|10:11:12|48000|||\n"
+              "problem: bext has 344 bytes and needs 602\n");
+    EXPECT_EQ(DescribeFile("RIFF" + LittleEndian(1000, 4) + "WAVEbext" + LittleEndian(610, 4) +
+                           fields.substr(0, 300)),
+              "bext 0: Scene|Recorder|REF-1|||0|||\n"
+              "problem: bext declares 610 bytes and has 300\n");
+}
+
+TEST(RIFFMetadata, HasTheTagsOfListInfo) {
+    const std::string zero(1, '\0');
+    EXPECT_EQ(DescribeChunks(test::Chunk(
+                  "LIST", "INFO" + test::Chunk("INAM", "A title" + zero) +
+                              test::Chunk("IART", "B\xF6"
+                                                  "b") +
+                              zero + test::Chunk("IENG", "Me" + zero + zero) +
+                              test::Chunk("IPRT", "3" + zero) + test::Chunk("ITRK", "3" + zero) +
+                              test::Chunk("ICMT", zero + zero))),
+              "title=A title\nartist=B\xC3\xB6"
+              "b\nieng=Me\ntrack=3\n");
+}
+
+TEST(RIFFMetadata, FindsItemsOfOddSizeWithoutPadding) {
+    EXPECT_EQ(DescribeChunks(test::Chunk("LIST", "INFO" + test::Chunk("INAM", "odd") +
+                                                     test::Chunk("IART", "even"))),
+              "title=odd\nartist=even\n");
+}
+
+TEST(RIFFMetadata, NotesAnItemThatReachesBeyondItsList) {
+    EXPECT_EQ(DescribeChunks(test::Chunk("LIST", "INFO" + test::Chunk("INAM", "ok") + "ICMT" +
+                                                     LittleEndian(0xFFFFFFF4, 4) + "some")),
+              "title=ok\ncomment=some\n"
+              "problem: ICMT in LIST INFO declares 4294967284 bytes and has 4\n");
+}
+
+TEST(RIFFMetadata, SkipsAListInsideOfAList) {
+    EXPECT_EQ(DescribeChunks(test::Chunk(
+                  "LIST", "INFO" + test::Chunk("LIST", "INFO" + test::Chunk("INAM", "in")) +
+                              test::Chunk("INAM", "out"))),
+              "title=out\nproblem: LIST INFO contains a LIST, which is skipped\n");
+}
+
+TEST(RIFFMetadata, HasCuePointsWithTheirLabelsAndRegions) {
+    const std::string zero(1, '\0');
+    const std::string region = LittleEndian(2, 4) + LittleEndian(500, 4) + "rgn " +
+                               std::string(8, '\0') + "Region" + std::string(2, '\0');
+    EXPECT_EQ(
+        DescribeChunks(
+            test::Chunk("LIST", "adtl" + test::Chunk("labl", LittleEndian(1, 4) + "One" + zero) +
+                                    test::Chunk("note", LittleEndian(1, 4) + "Wow" + zero) +
+                                    test::Chunk("ltxt", region) + test::Chunk("file", "1234")) +
+            test::Chunk("cue ",
+                        LittleEndian(2, 4) + CuePointBytes(2, 4000) + CuePointBytes(1, 100))),
+        "cue 2 at 4000+500: Region|\ncue 1 at 100+0: One|Wow\nLIST adtl file of 4\n");
+}
+
+TEST(RIFFMetadata, NotesCuePointsThatAreDeclaredButMissing) {
+    EXPECT_EQ(DescribeChunks(test::Chunk("cue ", LittleEndian(9, 4) + CuePointBytes(1, 100) +
+                                                     CuePointBytes(2, 200) + "rest")),
+              "cue 1 at 100+0: |\ncue 2 at 200+0: |\nproblem: cue declares 9 points and has 2\n");
+}
+
+TEST(RIFFMetadata, NotesLabelsWithoutACuePoint) {
+    EXPECT_EQ(DescribeChunks(
+                  test::Chunk("LIST", "adtl" + test::Chunk("labl", LittleEndian(7, 4) + "Lost"))),
+              "problem: LIST adtl describes 1 point that cue does not have\n");
+}
+
+TEST(RIFFMetadata, ReadsBigEndianNumbersInRIFX) {
+    const std::string cue = BigEndian(1, 4) + BigEndian(3, 4) + std::string(12, '\0') +
+                            BigEndian(0, 4) + BigEndian(9, 4);
+    const std::string info = "INFOINAM" + BigEndian(4, 4) + "Big\1";
+    const std::string content =
+        "WAVEcue " + BigEndian(cue.size(), 4) + cue + "LIST" + BigEndian(info.size(), 4) + info;
+    EXPECT_EQ(DescribeFile("RIFX" + BigEndian(content.size(), 4) + content),
+              "title=Big\1\ncue 3 at 9+0: |\n");
+}
+
+TEST(RIFFMetadata, NamesOtherChunksButNoPaddingAndNoneThatDescribesSamples) {
+    std::string chunks;
+    for (const char* name : {"fmt ", "PEAK", "levl", "JUNK", "junk", "PAD ", "FLLR", "fact", "iXML",
+                             "smpl", "acid", "_PMX", "umid", "data"}) {
+        chunks += test::Chunk(name, "1234");
+    }
+    EXPECT_EQ(DescribeChunks(chunks + test::Chunk("LIST", "exif") + test::Chunk("id3 ", "no tag")),
+              "iXML of 4\nsmpl of 4\nacid of 4\n_PMX of 4\numid of 4\nLIST exif of 4\n"
+              "id3 of 6\nproblem: id3 has no ID3v2 tag\n");
+}
+
+TEST(RIFFMetadata, IsReadUpToALimit) {
+    const std::string large(kMaxPartBytes, 'x');
+    EXPECT_EQ(DescribeChunks(test::Chunk("LIST", "INFO" + test::Chunk("INAM", large))),
+              "title=" + large.substr(12) +
+                  "\nproblem: LIST INFO has 1048588 bytes; only the first 1048576 are read\n"
+                  "problem: INAM in LIST INFO declares 1048576 bytes and has 1048564\n");
+    std::string others;
+    for (std::size_t i = 0; i <= kMaxOthers; ++i) {
+        others += test::Chunk("abcd", "");
+    }
+    std::string expected;
+    for (std::size_t i = 0; i < kMaxOthers; ++i) {
+        expected += "abcd of 0\n";
+    }
+    EXPECT_EQ(DescribeChunks(others), expected + "problem: there are more than 4096 other parts\n");
+    std::string lists;
+    for (std::uint64_t read = 0; read <= kMaxMetadataBytes; read += kMaxPartBytes) {
+        lists += test::Chunk("LIST", "INFO" + test::Chunk("INAM", large.substr(12)));
+    }
+    EXPECT_EQ(DescribeChunks(lists),
+              "title=" + large.substr(12) +
+                  "\nproblem: LIST INFO has 1048576 bytes; only the first 0 are read\n");
+}
+
+} // namespace kel::host
