@@ -1,6 +1,7 @@
 #include "container/Metadata.h"
 
 #include "base/Errors.h"
+#include "container/AIFFMetadata.h"
 #include "container/ChunkList.h"
 #include "container/HeaderReader.h"
 #include "container/MetadataBuilder.h"
@@ -33,8 +34,8 @@ Metadata ReadMetadata(const FileName& file) {
     HeaderReader header(file, std::move(input->descriptor), kCannotReadMetadata);
     MetadataBuilder builder(header, input->bytes);
     const auto chunks = ReadChunkList(header, input->bytes);
-    if (chunks.has_value() && !IsAIFF(chunks->form)) {
-        AddRIFFMetadata(header, *chunks, builder);
+    if (chunks.has_value()) {
+        (IsAIFF(chunks->form) ? AddAIFFMetadata : AddRIFFMetadata)(header, *chunks, builder);
     }
     return std::move(builder.metadata);
 }

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kel::host {
 
@@ -53,6 +54,10 @@ constexpr TagNameRow kEquivalents[] = {
     {"encodedby", "ITCH", "TENC", nullptr}, {"encoded-by", "ITCH", "TENC", nullptr},
     {"tenc", "ITCH", "TENC", nullptr},      {"description", "ISBJ", nullptr, nullptr},
     {"publisher", nullptr, "TPUB", nullptr}};
+
+// Tags of AIFF and their chunks.
+constexpr std::pair<const char*, const char*> kTextChunks[] = {
+    {"title", "NAME"}, {"artist", "AUTH"}, {"copyright", "(c) "}, {"comment", "ANNO"}};
 
 constexpr std::size_t kIdLength = 4;
 
@@ -101,6 +106,18 @@ std::string NameOfFrame(std::string_view id) {
 
 std::string NameOfComment(std::string_view key) {
     return FindName(LowerCase(key), &TagNameRow::comment);
+}
+
+std::string NameOfTextChunk(std::string_view chunk) {
+    const auto* entry = std::find_if(std::begin(kTextChunks), std::end(kTextChunks),
+                                     [&](const auto& names) { return chunk == names.second; });
+    return entry != std::end(kTextChunks) ? entry->first : "";
+}
+
+std::string TextChunk(const std::string& name) {
+    const auto* entry = std::find_if(std::begin(kTextChunks), std::end(kTextChunks),
+                                     [&](const auto& names) { return name == names.first; });
+    return entry != std::end(kTextChunks) ? entry->second : "";
 }
 
 std::string InfoId(const std::string& name) {

@@ -16,7 +16,7 @@ using test::DescribeFile;
 using test::Field;
 using test::LittleEndian;
 
-std::string DescribeChunks(const std::string& chunks) {
+std::string DescribeWAVE(const std::string& chunks) {
     return DescribeFile(test::Chunk("RIFF", "WAVE" + chunks));
 }
 
@@ -40,17 +40,17 @@ TEST(RIFFMetadata, HasTheFieldsOfEachVersionOfBext) {
     const std::string fields = ": Caf\xC3\xA9|Recorder|REF-1|2026-11-22|10:11:12|21474884480|";
     const std::string umid(64, 'u');
     const std::string history = "A=PCM,F=48000\r\n";
-    EXPECT_EQ(DescribeChunks(test::Chunk("bext", BroadcastFields(0, "Caf\xE9") + history)),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("bext", BroadcastFields(0, "Caf\xE9") + history)),
               "bext 0" + fields + "||" + history + "\n");
-    EXPECT_EQ(DescribeChunks(test::Chunk("bext", BroadcastFields(1, "Caf\xE9") + history)),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("bext", BroadcastFields(1, "Caf\xE9") + history)),
               "bext 1" + fields + umid + "||" + history + "\n");
-    EXPECT_EQ(DescribeChunks(test::Chunk("bext", BroadcastFields(2, "Caf\xE9") + history)),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("bext", BroadcastFields(2, "Caf\xE9") + history)),
               "bext 2" + fields + umid + "|-2400 710 -150 32767 -2000|" + history + "\n");
 }
 
 TEST(RIFFMetadata, UsesThePresentFieldsOfATruncatedBext) {
     const std::string fields = BroadcastFields(2, "Scene");
-    EXPECT_EQ(DescribeChunks(test::Chunk("bext", fields.substr(0, 344))),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("bext", fields.substr(0, 344))),
               "bext 0: Scene|Recorder|REF-1|2026-11-22|10:11:12|48000|||\n"
               "problem: bext has 344 bytes and needs 602\n");
     EXPECT_EQ(DescribeFile("RIFF" + LittleEndian(1000, 4) + "WAVEbext" + LittleEndian(610, 4) +
@@ -61,32 +61,32 @@ TEST(RIFFMetadata, UsesThePresentFieldsOfATruncatedBext) {
 
 TEST(RIFFMetadata, HasTheTagsOfListInfo) {
     const std::string zero(1, '\0');
-    EXPECT_EQ(DescribeChunks(test::Chunk(
-                  "LIST", "INFO" + test::Chunk("INAM", "A title" + zero) +
-                              test::Chunk("IART", "B\xF6"
-                                                  "b") +
-                              zero + test::Chunk("IENG", "Me" + zero + zero) +
-                              test::Chunk("IPRT", "3" + zero) + test::Chunk("ITRK", "3" + zero) +
-                              test::Chunk("ICMT", zero + zero))),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + test::Chunk("INAM", "A title" + zero) +
+                                                   test::Chunk("IART", "B\xF6"
+                                                                       "b") +
+                                                   zero + test::Chunk("IENG", "Me" + zero + zero) +
+                                                   test::Chunk("IPRT", "3" + zero) +
+                                                   test::Chunk("ITRK", "3" + zero) +
+                                                   test::Chunk("ICMT", zero + zero))),
               "title=A title\nartist=B\xC3\xB6"
               "b\nieng=Me\ntrack=3\n");
 }
 
 TEST(RIFFMetadata, FindsItemsOfOddSizeWithoutPadding) {
-    EXPECT_EQ(DescribeChunks(test::Chunk("LIST", "INFO" + test::Chunk("INAM", "odd") +
-                                                     test::Chunk("IART", "even"))),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + test::Chunk("INAM", "odd") +
+                                                   test::Chunk("IART", "even"))),
               "title=odd\nartist=even\n");
 }
 
 TEST(RIFFMetadata, NotesAnItemThatReachesBeyondItsList) {
-    EXPECT_EQ(DescribeChunks(test::Chunk("LIST", "INFO" + test::Chunk("INAM", "ok") + "ICMT" +
-                                                     LittleEndian(0xFFFFFFF4, 4) + "some")),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + test::Chunk("INAM", "ok") + "ICMT" +
+                                                   LittleEndian(0xFFFFFFF4, 4) + "some")),
               "title=ok\ncomment=some\n"
               "problem: ICMT in LIST INFO declares 4294967284 bytes and has 4\n");
 }
 
 TEST(RIFFMetadata, SkipsAListInsideOfAList) {
-    EXPECT_EQ(DescribeChunks(test::Chunk(
+    EXPECT_EQ(DescribeWAVE(test::Chunk(
                   "LIST", "INFO" + test::Chunk("LIST", "INFO" + test::Chunk("INAM", "in")) +
                               test::Chunk("INAM", "out"))),
               "title=out\nproblem: LIST INFO contains a LIST, which is skipped\n");
@@ -97,7 +97,7 @@ TEST(RIFFMetadata, HasCuePointsWithTheirLabelsAndRegions) {
     const std::string region = LittleEndian(2, 4) + LittleEndian(500, 4) + "rgn " +
                                std::string(8, '\0') + "Region" + std::string(2, '\0');
     EXPECT_EQ(
-        DescribeChunks(
+        DescribeWAVE(
             test::Chunk("LIST", "adtl" + test::Chunk("labl", LittleEndian(1, 4) + "One" + zero) +
                                     test::Chunk("note", LittleEndian(1, 4) + "Wow" + zero) +
                                     test::Chunk("ltxt", region) + test::Chunk("file", "1234")) +
@@ -107,13 +107,13 @@ TEST(RIFFMetadata, HasCuePointsWithTheirLabelsAndRegions) {
 }
 
 TEST(RIFFMetadata, NotesCuePointsThatAreDeclaredButMissing) {
-    EXPECT_EQ(DescribeChunks(test::Chunk("cue ", LittleEndian(9, 4) + CuePointBytes(1, 100) +
-                                                     CuePointBytes(2, 200) + "rest")),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("cue ", LittleEndian(9, 4) + CuePointBytes(1, 100) +
+                                                   CuePointBytes(2, 200) + "rest")),
               "cue 1 at 100+0: |\ncue 2 at 200+0: |\nproblem: cue declares 9 points and has 2\n");
 }
 
 TEST(RIFFMetadata, NotesLabelsWithoutACuePoint) {
-    EXPECT_EQ(DescribeChunks(
+    EXPECT_EQ(DescribeWAVE(
                   test::Chunk("LIST", "adtl" + test::Chunk("labl", LittleEndian(7, 4) + "Lost"))),
               "problem: LIST adtl describes 1 point that cue does not have\n");
 }
@@ -134,14 +134,14 @@ TEST(RIFFMetadata, NamesOtherChunksButNoPaddingAndNoneThatDescribesSamples) {
                              "smpl", "acid", "_PMX", "umid", "data"}) {
         chunks += test::Chunk(name, "1234");
     }
-    EXPECT_EQ(DescribeChunks(chunks + test::Chunk("LIST", "exif") + test::Chunk("id3 ", "no tag")),
+    EXPECT_EQ(DescribeWAVE(chunks + test::Chunk("LIST", "exif") + test::Chunk("id3 ", "no tag")),
               "iXML of 4\nsmpl of 4\nacid of 4\n_PMX of 4\numid of 4\nLIST exif of 4\n"
               "id3 of 6\nproblem: id3 has no ID3v2 tag\n");
 }
 
 TEST(RIFFMetadata, IsReadUpToALimit) {
     const std::string large(kMaxPartBytes, 'x');
-    EXPECT_EQ(DescribeChunks(test::Chunk("LIST", "INFO" + test::Chunk("INAM", large))),
+    EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + test::Chunk("INAM", large))),
               "title=" + large.substr(12) +
                   "\nproblem: LIST INFO has 1048588 bytes; only the first 1048576 are read\n"
                   "problem: INAM in LIST INFO declares 1048576 bytes and has 1048564\n");
@@ -153,12 +153,12 @@ TEST(RIFFMetadata, IsReadUpToALimit) {
     for (std::size_t i = 0; i < kMaxOthers; ++i) {
         expected += "abcd of 0\n";
     }
-    EXPECT_EQ(DescribeChunks(others), expected + "problem: there are more than 4096 other parts\n");
+    EXPECT_EQ(DescribeWAVE(others), expected + "problem: there are more than 4096 other parts\n");
     std::string lists;
     for (std::uint64_t read = 0; read <= kMaxMetadataBytes; read += kMaxPartBytes) {
         lists += test::Chunk("LIST", "INFO" + test::Chunk("INAM", large.substr(12)));
     }
-    EXPECT_EQ(DescribeChunks(lists),
+    EXPECT_EQ(DescribeWAVE(lists),
               "title=" + large.substr(12) +
                   "\nproblem: LIST INFO has 1048576 bytes; only the first 0 are read\n");
 }

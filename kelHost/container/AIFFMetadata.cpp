@@ -1,0 +1,109 @@
+#include "container/AIFFMetadata.h"
+
+#include "container/ID3Tag.h"
+#include "container/MarkerChunks.h"
+#include "container/StoredBytes.h"
+#include "container/StoredText.h"
+#include "container/TagNames.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace kel::host {
+
+namespace {
+
+// Chunks that describe the samples, and padding.
+bool DescribesAIFFSamplesOrNothing(std::string_view name) {
+    constexpr std::array<std::string_view, 8> kNames{"COMM", "SSND", "FVER", "PEAK",
+                                                     "CHAN", "JUNK", "PAD ", "FLLR"};
+    return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
+}
+
+// Reads the chunks of a file in their order.
+class AIFFMetadataReader {
+public:
+    AIFFMetadataReader(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder)
+        : m_header(header), m_builder(builder) {
+        for (const Chunk& chunk : list.chunks) {
+            Add(chunk);
+        }
+        AddNotes();
+    }
+
+private:
+    void Add(const Chunk& chunk) {
+        const std::string tag = NameOfTextChunk(chunk.name);
+        if (!tag.empty()) {
+            const std::string content =
+                m_builder.Read(PartName(chunk.name), chunk.offset, chunk.bytes);
+            m_builder.AddTag(tag, DecodeText(content));
+        } else if (chunk.name == "MARK" && m_builder.metadata.cuePoints.empty()) {
+            const std::string content = m_builder.Read("MARK", chunk.offset, chunk.bytes);
+            m_builder.metadata.cuePoints = ParseMarkers({content, StoredOrder::Big});
+            RequireItems(chunk.name, "markers", content, m_builder.metadata.cuePoints.size());
+        } else if (chunk.name == "COMT") {
+            AddComments(chunk);
+        } else if (chunk.name == "ID3 " || chunk.name == "id3 ") {
+            AddID3(m_header, chunk.name, chunk.offset, chunk.bytes, m_builder);
+        } else if (!DescribesAIFFSamplesOrNothing(chunk.name)) {
+            m_builder.AddOther(chunk.name, chunk.bytes);
+        }
+    }
+
+    void AddComments(const Chunk& chunk) {
+        const std::string content = m_builder.Read("COMT", chunk.offset, chunk.bytes);
+        auto comments = ParseMarkerComments({content, StoredOrder::Big});
+        RequireItems(chunk.name, "comments", content, comments.size());
+        for (MarkerComment& comment : comments) {
+            if (comment.marker == 0) {
+                m_builder.AddTag("comment", std::move(comment.text));
+            } else if (m_notes.size() < kMaxMarkers) {
+                m_notes.emplace(comment.marker, std::move(comment.text));
+            }
+        }
+    }
+
+    // Comments may precede the markers. Those on markers that do not exist are on the file.
+    void AddNotes() {
+        for (CuePoint& point : m_builder.metadata.cuePoints) {
+            const auto note = m_notes.find(point.id);
+            if (note != m_notes.end()) {
+                point.note = std::move(note->second);
+                m_notes.erase(note);
+            }
+        }
+        for (auto& note : m_notes) {
+            m_builder.AddTag("comment", std::move(note.second));
+        }
+    }
+
+    void RequireItems(const std::string& chunk, const char* noun, const std::string& content,
+                      std::size_t count) {
+        const std::uint64_t declared = DeclaredItems({content, StoredOrder::Big});
+        if (declared != count) {
+            m_builder.AddProblem(
+                fmt::format("{} declares {} {} and has {}", chunk, declared, noun, count));
+        }
+    }
+
+    const HeaderReader& m_header;
+    MetadataBuilder& m_builder;
+    std::map<std::uint32_t, std::string> m_notes; // by the number of their marker
+};
+
+} // namespace
+
+void AddAIFFMetadata(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder) {
+    AIFFMetadataReader(header, list, builder);
+}
+
+} // namespace kel::host

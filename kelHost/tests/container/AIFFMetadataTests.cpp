@@ -1,0 +1,73 @@
+#include "container/AIFFMetadata.h"
+
+#include "MetadataText.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+namespace kel::host {
+
+namespace {
+
+using test::BigChunk;
+using test::BigEndian;
+
+std::string DescribeAIFF(const std::string& chunks) {
+    return test::DescribeFile(BigChunk("FORM", "AIFF" + chunks));
+}
+
+// A marker whose name is a Pascal string.
+std::string Marker(std::uint32_t id, std::uint32_t frame, const std::string& name) {
+    return BigEndian(id, 2) + BigEndian(frame, 4) + BigEndian(name.size(), 1) + name +
+           (name.size() % 2 == 0 ? "\1" : "");
+}
+
+std::string Comment(std::uint32_t marker, const std::string& text) {
+    return "time" + BigEndian(marker, 2) + BigEndian(text.size(), 2) + text +
+           (text.size() % 2 != 0 ? "\1" : "");
+}
+
+} // namespace
+
+TEST(AIFFMetadata, HasItsTexts) {
+    EXPECT_EQ(DescribeAIFF(BigChunk("NAME", "Tak\xE9") + BigChunk("AUTH", "Me") +
+                           BigChunk("(c) ", "2026 Us") + BigChunk("ANNO", "One") +
+                           BigChunk("ANNO", "Two") +
+                           BigChunk("COMT", BigEndian(1, 2) + Comment(0, "Three"))),
+              "title=Tak\xC3\xA9\nartist=Me\ncopyright=2026 Us\ncomment=One\ncomment=Two\n"
+              "comment=Three\n");
+}
+
+TEST(AIFFMetadata, HasMarkersWithTheirComments) {
+    EXPECT_EQ(
+        DescribeAIFF(BigChunk("COMT", BigEndian(2, 2) + Comment(2, "Wow") + Comment(7, "Lost")) +
+                     BigChunk("MARK", BigEndian(3, 2) + Marker(1, 100, "odd") +
+                                          Marker(2, 200, "even") + Marker(3, 300, ""))),
+        "comment=Lost\ncue 1 at 100+0: odd|\ncue 2 at 200+0: even|Wow\ncue 3 at 300+0: |\n");
+}
+
+TEST(AIFFMetadata, NotesItemsThatAreDeclaredButMissing) {
+    EXPECT_EQ(DescribeAIFF(BigChunk("MARK", BigEndian(9, 2) + Marker(1, 100, "odd"))),
+              "cue 1 at 100+0: odd|\nproblem: MARK declares 9 markers and has 1\n");
+    EXPECT_EQ(DescribeAIFF(BigChunk("COMT", BigEndian(9, 2) + Comment(0, "One"))),
+              "comment=One\nproblem: COMT declares 9 comments and has 1\n");
+}
+
+TEST(AIFFMetadata, NamesOtherChunksButNoneThatDescribesSamples) {
+    std::string chunks;
+    for (const char* name : {"COMM", "SSND", "FVER", "PEAK", "CHAN", "FLLR", "INST", "APPL"}) {
+        chunks += BigChunk(name, "1234");
+    }
+    EXPECT_EQ(DescribeAIFF(chunks), "INST of 4\nAPPL of 4\n");
+}
+
+TEST(AIFFMetadata, HasTheTextsOfAnID3Tag) {
+    const std::string frame = "TALB" + BigEndian(4, 4) + BigEndian(0, 2) + "\3Alb";
+    EXPECT_EQ(DescribeAIFF(BigChunk("ID3 ", "ID3\3" + std::string(2, '\0') +
+                                                BigEndian(frame.size(), 4) + frame)),
+              "album=Alb\n");
+}
+
+} // namespace kel::host
