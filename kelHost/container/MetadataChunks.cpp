@@ -1,0 +1,183 @@
+#include "container/MetadataChunks.h"
+
+#include "container/BroadcastChunk.h"
+#include "container/CueChunks.h"
+#include "container/ID3Tag.h"
+#include "container/MarkerChunks.h"
+#include "container/StoredBytes.h"
+#include "container/TagNames.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+constexpr std::uint64_t kMaxPosition = std::numeric_limits<std::uint32_t>::max();
+
+// Texts for places that have one text each, in the order of their first texts.
+class JoinedTexts {
+public:
+    void Add(const std::string& place, const std::string& text) {
+        const auto known = std::find_if(texts.begin(), texts.end(),
+                                        [&](const auto& entry) { return entry.first == place; });
+        if (known == texts.end()) {
+            texts.emplace_back(place, text);
+        } else {
+            known->second += "; " + text;
+        }
+    }
+
+    std::vector<std::pair<std::string, std::string>> texts;
+};
+
+// The points that have a position of 32 bits, with numbers from 1 on unless they have different
+// numbers up to a limit already.
+std::vector<CuePoint> NumberedPoints(const std::vector<CuePoint>& points, std::size_t maxPoints,
+                                     std::uint32_t minNumber, std::uint32_t maxNumber) {
+    std::vector<CuePoint> numbered;
+    std::set<std::uint32_t> numbers;
+    bool isUsable = true;
+    for (const CuePoint& point : points) {
+        if (point.frame <= kMaxPosition && numbered.size() < maxPoints) {
+            numbered.push_back(point);
+            numbered.back().length = std::min(point.length, kMaxPosition);
+            isUsable = numbers.insert(point.id).second && point.id >= minNumber &&
+                       point.id <= maxNumber && isUsable;
+        }
+    }
+    for (std::size_t i = 0; i < numbered.size() && !isUsable; ++i) {
+        numbered[i].id = static_cast<std::uint32_t>(i + 1);
+    }
+    return numbered;
+}
+
+std::vector<CuePoint> WAVEPoints(const Metadata& metadata) {
+    return NumberedPoints(metadata.cuePoints, kMaxCueLabels, 0,
+                          std::numeric_limits<std::uint32_t>::max());
+}
+
+std::vector<CuePoint> AIFFPoints(const Metadata& metadata) {
+    return NumberedPoints(metadata.cuePoints, kMaxMarkers, 1, kMaxMarkers);
+}
+
+std::string FormatInfo(const std::vector<Tag>& tags, StoredOrder order) {
+    JoinedTexts joined;
+    for (const Tag& tag : tags) {
+        const std::string id = InfoId(tag.name);
+        if (!id.empty()) {
+            joined.Add(id, tag.value);
+        }
+    }
+    std::string bytes;
+    for (const auto& [id, text] : joined.texts) {
+        bytes += FormatSubChunk(id, text + '\0', order);
+    }
+    return bytes.empty() ? bytes : "INFO" + bytes;
+}
+
+void AddChunk(std::vector<NewChunk>& chunks, const std::string& name, std::string content) {
+    if (!content.empty()) {
+        chunks.push_back({name, std::move(content)});
+    }
+}
+
+std::vector<NewChunk> MakeWAVEChunks(const Metadata& metadata, StoredOrder order) {
+    std::vector<NewChunk> chunks;
+    if (metadata.broadcast.has_value()) {
+        AddChunk(chunks, "bext", FormatBroadcast(*metadata.broadcast, order));
+    }
+    AddChunk(chunks, "LIST", FormatInfo(metadata.tags, order));
+    const std::vector<CuePoint> points = WAVEPoints(metadata);
+    if (!points.empty()) {
+        AddChunk(chunks, "cue ", FormatCue(points, order));
+        AddChunk(chunks, "LIST", FormatCueLabels(points, order));
+    }
+    return chunks;
+}
+
+std::vector<NewChunk> MakeAIFFChunks(const Metadata& metadata) {
+    JoinedTexts joined;
+    std::vector<NewChunk> chunks;
+    std::vector<Tag> others;
+    for (const Tag& tag : metadata.tags) {
+        const std::string chunk = TextChunk(tag.name);
+        if (chunk == "ANNO") {
+            AddChunk(chunks, chunk, tag.value);
+        } else if (!chunk.empty()) {
+            joined.Add(chunk, tag.value);
+        } else {
+            others.push_back(tag);
+        }
+    }
+    std::vector<NewChunk> texts;
+    for (const auto& [chunk, text] : joined.texts) {
+        AddChunk(texts, chunk, text);
+    }
+    chunks.insert(chunks.begin(), texts.begin(), texts.end());
+    const std::vector<CuePoint> points = AIFFPoints(metadata);
+    if (!points.empty()) {
+        AddChunk(chunks, "MARK", FormatMarkers(points));
+        AddChunk(chunks, "COMT", FormatMarkerComments(points));
+    }
+    AddChunk(chunks, "ID3 ", FormatID3(others));
+    return chunks;
+}
+
+// Names, each of them once.
+class NameList {
+public:
+    void Add(const std::string& name, bool isOmitted = true) {
+        if (isOmitted && m_known.insert(name).second) {
+            names.push_back(name);
+        }
+    }
+
+    std::vector<std::string> names;
+
+private:
+    std::set<std::string> m_known;
+};
+
+} // namespace
+
+std::vector<NewChunk> MakeChunks(const Metadata& metadata, ChunkForm form) {
+    return IsAIFF(form) ? MakeAIFFChunks(metadata)
+                        : MakeWAVEChunks(metadata, form == ChunkForm::RIFX ? StoredOrder::Big
+                                                                           : StoredOrder::Little);
+}
+
+std::vector<std::string> NotExpressible(const Metadata& metadata, ChunkForm form) {
+    NameList omitted;
+    const bool isAIFF = IsAIFF(form);
+    if (metadata.broadcast.has_value()) {
+        omitted.Add("bext", isAIFF);
+        omitted.Add("ends of texts in bext", !isAIFF && !FitsIntoFields(*metadata.broadcast));
+    }
+    for (const Tag& tag : metadata.tags) {
+        omitted.Add(tag.name, !isAIFF && InfoId(tag.name).empty());
+    }
+    const std::size_t maxPoints = isAIFF ? kMaxMarkers : kMaxCueLabels;
+    omitted.Add("cue points after the first " + std::to_string(maxPoints),
+                metadata.cuePoints.size() > maxPoints);
+    for (const CuePoint& point : metadata.cuePoints) {
+        omitted.Add("cue points after frame " + std::to_string(kMaxPosition),
+                    point.frame > kMaxPosition);
+        omitted.Add("lengths of regions", point.length > (isAIFF ? 0 : kMaxPosition));
+        omitted.Add("ends of long labels", isAIFF && point.label.size() > kMaxMarkerName);
+        omitted.Add("ends of long notes", isAIFF && point.note.size() > kMaxMarkerComment);
+    }
+    for (const OtherPart& other : metadata.others) {
+        omitted.Add(other.name);
+    }
+    return std::move(omitted.names);
+}
+
+} // namespace kel::host
