@@ -1,6 +1,6 @@
 #include "analysis/AudioComparison.h"
 
-#include "analysis/Loudness.h"
+#include "analysis/Levels.h"
 #include "audio/Samples.h"
 #include "base/Errors.h"
 #include "base/Text.h"

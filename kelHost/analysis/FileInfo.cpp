@@ -21,7 +21,8 @@ FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& l
                   DescribeDelivery(*source.Info()),
                   std::nullopt};
     if (measure) {
-        info.measurement = Measure(source, log, reporter);
+        info.measurement =
+            Measure(source, LoudnessWeights(source.Channels(), std::nullopt), log, reporter);
         info.frames = info.measurement->frames;
     }
     return info;

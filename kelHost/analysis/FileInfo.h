@@ -1,7 +1,7 @@
 /// Facts about audio files.
 #pragma once
 
-#include "analysis/Loudness.h"
+#include "analysis/Measurement.h"
 #include "elements/HostLogger.h"
 #include "jobs/Job.h"
 

@@ -1,10 +1,8 @@
-#include "analysis/Loudness.h"
+#include "analysis/Measurement.h"
 
 #include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
-
-#include <optional>
 
 namespace kel::host {
 
@@ -20,14 +18,6 @@ Measurement MakeMeasurement() {
 }
 
 } // namespace
-
-TEST(MeasureDecibels, AreRelativeToFullScale) {
-    EXPECT_EQ(Decibels(1), 0.0);
-    EXPECT_DOUBLE_EQ(*Decibels(0.1), -20);
-    EXPECT_DOUBLE_EQ(*Decibels(10), 20);
-    EXPECT_EQ(Decibels(0), std::nullopt);
-    EXPECT_EQ(Decibels(-1), std::nullopt);
-}
 
 TEST(MeasureText, ShowsATableOfTheChannelsAndTheLoudnessBelow) {
     EXPECT_EQ(FormatMeasurement(MakeMeasurement()),
