@@ -31,6 +31,12 @@ struct Encoding {
     std::uint8_t bits;  ///< significant bits per sample value
 };
 
+/// An encoding under one of its names.
+struct NamedEncoding {
+    const Encoding* encoding = nullptr;
+    std::optional<PCMEndianness> byteOrder; ///< that the name implies: "s24be"
+};
+
 /// A byte order with its name.
 struct ByteOrder {
     std::string_view name; ///< "little"
@@ -74,27 +80,34 @@ const Container* FindContainer(WrapperFormat format);
 /// extension belongs to none.
 const Container* ContainerByExtension(std::string_view path);
 
+/// Returns the container of a name, or of an extension without its dot: "bwave", "rf64"; null when
+/// there is none.
+const Container* FindContainer(std::string_view name);
+
 /// Returns an encoding by its name, which must exist.
 const Encoding& EncodingByName(std::string_view name);
 
-/// Choices of an output format. What is not chosen follows from the file.
+/// Returns an encoding by its name, or by one that other programs use: "int24", "24", "s24",
+/// "pcm_s24le"; none when there is no such encoding.
+std::optional<NamedEncoding> FindEncoding(std::string_view name);
+
+/// Choices of an output format. What is not chosen follows from the files.
 struct FormatChoice {
     const Container* container = nullptr;   ///< null: by the output's extension
-    const Encoding* encoding = nullptr;     ///< null: the container's default
+    const Encoding* encoding = nullptr;     ///< null: the input's
     std::optional<PCMEndianness> byteOrder; ///< none: the container's default
 };
 
-/// A complete output format.
+/// An output format.
 struct OutputFormat {
     const Container* container = nullptr;
-    const Encoding* encoding = nullptr;
+    const Encoding* encoding = nullptr; ///< null: the input's, which is known when that is open
     PCMEndianness byteOrder = PCMEndianness::Little;
     bool isContainerChosen = false; ///< the user named the container; it must not become another
 };
 
-/// Resolves the choices for one output. Without a choice, the encoding is the source's own floats
-/// where the container accepts them (24-bit integers in AIFF, which does not), and the byte order
-/// is the one that the container's readers expect: big in AIFF, little elsewhere.
+/// Resolves the choices for one output. Without a choice, the byte order is the one that the
+/// container's readers expect: big in AIFF, little elsewhere.
 /// @param path the output
 /// @throws UsageError when the extension belongs to no container and none is chosen
 OutputFormat ResolveFormat(const FormatChoice& choice, const std::string& path);

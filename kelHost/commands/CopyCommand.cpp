@@ -30,6 +30,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr const char* kKeep = "keep";
+
+std::vector<std::string> EncodingNames() {
+    std::vector<std::string> names = NamesIn(Encodings());
+    names.insert(names.begin(), kKeep);
+    return names;
+}
+
 std::vector<std::string> ClipActions() {
     return {"warn", "fail"};
 }
@@ -79,7 +87,9 @@ void RequireSupportedFormats(const std::vector<CopyRequest>& requests, const For
     const Container* checked = nullptr;
     for (const CopyRequest& request : requests) {
         const OutputFormat& format = request.format;
-        if (request.options.dither.has_value() && format.encoding->type != AudioPCMType::Integer) {
+        // An encoding to keep is known when the input is open.
+        if (request.options.dither.has_value() && format.encoding != nullptr &&
+            format.encoding->type != AudioPCMType::Integer) {
             throw UsageError(fmt::format("--dither needs an integer encoding, and {} is written as "
                                          "{}; add --encoding int16, int24 or int32",
                                          request.output, format.encoding->name));
@@ -101,13 +111,16 @@ public:
         Add(Option("--output-dir", "DIRECTORY", &m_outputDirectory,
                    "Copy every input into this directory, under its own name")
                 .Completes(Option::Values::Directories));
-        Add(Option("--format", "FORMAT", &m_container,
-                   "Container: wave, bwave (RF64) or aiff; default: by the extension: " +
-                       ListExtensions())
+        Add(Option(
+                "--format", "FORMAT", &m_container,
+                "Container: wave, bwave (RF64) or aiff, or one of the extensions; default: by the "
+                "extension: " +
+                    ListExtensions())
                 .Choices(NamesIn(Containers())));
         Add(Option("--encoding", "ENCODING", &m_encoding,
-                   "float32, float64, int16, int24 or int32; default: float32, int24 in AIFF")
-                .Choices(NamesIn(Encodings())));
+                   "keep (the input's; int24 for floats in AIFF), int16, int24, int32, float32 "
+                   "or float64; also 16, 32f, s24le, pcm_f32be and the like")
+                .Choices(EncodingNames()));
         Add(Option("--byte-order", "ORDER", &m_byteOrder,
                    "little or big; default: little, big in AIFF")
                 .Choices(NamesIn(ByteOrders())));
@@ -149,14 +162,12 @@ public:
 
     void Interpret(const CommonOptions& /*common*/) override {
         if (m_container.has_value()) {
-            m_format.container = &ParseTableOption("--format", *m_container, Containers());
+            m_format.container = FindContainer(*m_container);
+            if (m_format.container == nullptr) {
+                RequireChoice("--format", *m_container, NamesIn(Containers()));
+            }
         }
-        if (m_encoding.has_value()) {
-            m_format.encoding = &ParseTableOption("--encoding", *m_encoding, Encodings());
-        }
-        if (m_byteOrder.has_value()) {
-            m_format.byteOrder = ParseTableOption("--byte-order", *m_byteOrder, ByteOrders()).value;
-        }
+        InterpretEncoding();
         if (m_channels.has_value()) {
             m_options.channels = ParseChannels(*m_channels);
         }
@@ -194,6 +205,29 @@ public:
     }
 
 private:
+    void InterpretEncoding() {
+        if (m_byteOrder.has_value()) {
+            m_format.byteOrder = ParseTableOption("--byte-order", *m_byteOrder, ByteOrders()).value;
+        }
+        if (m_encoding == kKeep) {
+            return;
+        }
+        const auto named = FindEncoding(m_encoding);
+        if (!named.has_value()) {
+            throw InvalidValue("--encoding", m_encoding, ListAlternatives(EncodingNames()));
+        }
+        m_format.encoding = named->encoding;
+        if (!named->byteOrder.has_value()) {
+            return;
+        }
+        if (m_format.byteOrder.value_or(*named->byteOrder) != *named->byteOrder) {
+            throw UsageError(fmt::format("--encoding {} is {}, and --byte-order is {}; leave out "
+                                         "one of the two",
+                                         m_encoding, Describe(*named->byteOrder), *m_byteOrder));
+        }
+        m_format.byteOrder = named->byteOrder;
+    }
+
     std::vector<CopyRequest> MakeRequests() const {
         if (!m_outputDirectory.has_value()) {
             if (m_files.size() != 2) {
@@ -226,7 +260,7 @@ private:
     std::vector<std::string> m_files;
     std::optional<std::string> m_outputDirectory;
     std::optional<std::string> m_container;
-    std::optional<std::string> m_encoding;
+    std::string m_encoding = kKeep;
     std::optional<std::string> m_byteOrder;
     std::optional<std::string> m_channels;
     RangeOptions m_range;

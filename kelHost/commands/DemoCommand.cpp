@@ -156,7 +156,10 @@ public:
             const std::string copy = (std::filesystem::path(m_directory) /
                                       fmt::format("copy{}", container.extensions.front()))
                                          .string();
-            requests.push_back({tone, copy, ResolveFormat({}, copy), {}});
+            // AIFF holds no floats. Named, this needs no warning.
+            const bool isAIFF = container.format == WrapperFormat::AIFF;
+            const FormatChoice choice{nullptr, isAIFF ? &EncodingByName("int24") : nullptr, {}};
+            requests.push_back({tone, copy, ResolveFormat(choice, copy), {}});
             requests.back().options.replace = m_force;
             files.push_back(copy);
         }

@@ -2,17 +2,19 @@
 
 #include "base/Errors.h"
 #include "container/FormatChunk.h"
+#include "container/SoundFile.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <map>
-#include <memory>
 #include <optional>
 #include <sndfile.h>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -128,12 +130,10 @@ std::uint32_t SpeakerBit(int speaker) {
     return bit == bits.end() ? 0 : bit->second;
 }
 
-using Sndfile = std::unique_ptr<SNDFILE, decltype(&sf_close)>;
-
-std::optional<std::uint32_t> DeclaredMask(const Sndfile& file, int channels) {
+std::optional<std::uint32_t> DeclaredMask(SNDFILE* file, int channels) {
     std::vector<int> speakers(static_cast<std::size_t>(std::max(channels, 0)));
     const auto bytes = static_cast<int>(speakers.size() * sizeof(int));
-    if (sf_command(file.get(), SFC_GET_CHANNEL_MAP_INFO, speakers.data(), bytes) == SF_FALSE) {
+    if (sf_command(file, SFC_GET_CHANNEL_MAP_INFO, speakers.data(), bytes) == SF_FALSE) {
         return std::nullopt;
     }
     std::uint32_t mask = 0;
@@ -171,12 +171,9 @@ std::string EncodingName(int container, const EncodingEntry& entry) {
                                       : LinearName(entry.coding, entry.bits);
 }
 
-StoredFormat AskLibrary(const FileName& file) {
-    SF_INFO info{};
-    const Sndfile opened(sf_open(file.path.c_str(), SFM_READ, &info), sf_close);
-    if (opened == nullptr) {
-        throw JobError(file.shown, fmt::format("{}: {}", kCannotReadHeader, sf_strerror(nullptr)));
-    }
+// Returns the format of a file that libsndfile has opened.
+StoredFormat FormatOf(const SoundFile& file) {
+    const SF_INFO& info = file.Info();
     StoredFormat stored;
     const int container = info.format & SF_FORMAT_TYPEMASK;
     const auto name = ContainerNames().find(container);
@@ -190,8 +187,21 @@ StoredFormat AskLibrary(const FileName& file) {
         stored.encoding = EncodingName(container, entry->second);
     }
     const auto implied = ImpliedMask(info.format, info.channels);
-    stored.channelMask = implied.has_value() ? implied : DeclaredMask(opened, info.channels);
+    stored.channelMask = implied.has_value() ? implied : DeclaredMask(file.Handle(), info.channels);
     return stored;
+}
+
+// The format of a file with chunks and samples that are not compressed; none for others.
+std::optional<StoredFormat> ReadLinearFormat(const FileName& file) {
+    auto input = OpenRegularFile(file.path);
+    if (!input.has_value()) {
+        return std::nullopt;
+    }
+    HeaderReader header(file, std::move(input->descriptor), kCannotReadHeader);
+    const auto chunks = ReadChunkList(header, input->bytes);
+    // libsndfile knows the layouts of AIFF's chunk "CHAN".
+    return chunks.has_value() && chunks->Find("CHAN") == nullptr ? LinearFormat(header, *chunks)
+                                                                 : std::nullopt;
 }
 
 } // namespace
@@ -202,19 +212,28 @@ std::string Describe(const StoredFormat& format) {
 }
 
 StoredFormat ReadStoredFormat(const FileName& file) {
-    auto input = OpenRegularFile(file.path);
-    if (input.has_value()) {
-        HeaderReader header(file, std::move(input->descriptor), kCannotReadHeader);
-        const auto chunks = ReadChunkList(header, input->bytes);
-        // libsndfile knows the layouts of AIFF's chunk "CHAN".
-        if (chunks.has_value() && chunks->Find("CHAN") == nullptr) {
-            auto linear = LinearFormat(header, *chunks);
-            if (linear.has_value()) {
-                return std::move(*linear);
-            }
-        }
+    if (auto linear = ReadLinearFormat(file); linear.has_value()) {
+        return *std::move(linear);
     }
-    return AskLibrary(file);
+    const SoundFile opened(file);
+    opened.RequireRead(kCannotReadHeader);
+    if (!opened.IsOpen()) {
+        throw JobError(file.shown, fmt::format("{}: {}", kCannotReadHeader, sf_strerror(nullptr)));
+    }
+    return FormatOf(opened);
+}
+
+std::optional<StoredFormat> FindStoredFormat(const FileName& file) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file.path, error)) {
+        return std::nullopt;
+    }
+    if (auto linear = ReadLinearFormat(file); linear.has_value()) {
+        return linear;
+    }
+    const SoundFile opened(file);
+    opened.RequireRead(kCannotReadHeader);
+    return opened.IsOpen() ? std::optional(FormatOf(opened)) : std::nullopt;
 }
 
 } // namespace kel::host

@@ -37,4 +37,10 @@ std::string Describe(const StoredFormat& format);
 /// @throws JobError when it cannot be opened or read
 StoredFormat ReadStoredFormat(const FileName& file);
 
+/// Does the same for a file that a source may read in another way: a pipe, which cannot be read
+/// twice, or a format that libsndfile does not know.
+/// @return none for these
+/// @throws JobError when the system fails to open or read the file
+std::optional<StoredFormat> FindStoredFormat(const FileName& file);
+
 } // namespace kel::host

@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -53,7 +54,12 @@ std::vector<SupportedFormat> QuerySupportedFormats() {
 }
 
 void RequireSupported(const OutputFormat& format) {
-    if (IsAccepted(*format.container, *format.encoding, format.byteOrder)) {
+    const auto isAccepted = [&](const Encoding& encoding) {
+        return IsAccepted(*format.container, encoding, format.byteOrder);
+    };
+    if (format.encoding != nullptr
+            ? isAccepted(*format.encoding)
+            : std::any_of(Encodings().begin(), Encodings().end(), isAccepted)) {
         return;
     }
     std::vector<std::string> names;
@@ -67,9 +73,10 @@ void RequireSupported(const OutputFormat& format) {
         throw JobError(
             fmt::format("the sink for {} supports no encoding at all", format.container->title));
     }
-    throw UsageError(fmt::format("{} does not support {} {}; use {}", format.container->title,
-                                 format.encoding->name, Describe(format.byteOrder),
-                                 ListAlternatives(names)));
+    const std::string encoding =
+        format.encoding != nullptr ? fmt::format("{} ", format.encoding->name) : "";
+    throw UsageError(fmt::format("{} does not support {}{}; use {}", format.container->title,
+                                 encoding, Describe(format.byteOrder), ListAlternatives(names)));
 }
 
 } // namespace kel::host

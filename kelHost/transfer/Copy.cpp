@@ -7,6 +7,8 @@
 #include "base/OutputFile.h"
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
+#include "container/KeptEncoding.h"
+#include "container/StoredFormat.h"
 #include "elements/RangeReader.h"
 #include "transfer/FittingReader.h"
 #include "transfer/Transfer.h"
@@ -87,12 +89,26 @@ private:
         m_source = std::make_unique<SourceReader>(m_request.input, m_options.blockFrames);
         m_reporter.Opened();
         m_errors.RequireNone(m_request.input);
+        ResolveEncoding();
         m_range = Resolve(m_options.range, m_source->Frames(), m_source->Rate(), m_request.input);
         m_converter = std::make_unique<SampleConverter>(m_source->Description(), MakeTarget());
         m_channels = static_cast<std::uint32_t>(m_converter->Channels().size());
         RequireBlockFits();
         m_bytes = SampleBytes(m_range.count.value_or(0));
         ChooseContainerForSize();
+    }
+
+    void ResolveEncoding() {
+        m_stored = FindStoredFormat(m_request.input);
+        if (m_format.encoding == nullptr) {
+            m_format.encoding = &KeptEncoding(m_stored, *m_format.container);
+        }
+        if (m_options.dither.has_value() && m_format.encoding->type != AudioPCMType::Integer) {
+            throw JobError(m_request.output,
+                           fmt::format("keeps the encoding {}, and --dither needs an integer "
+                                       "encoding; add --encoding int16, int24 or int32",
+                                       m_format.encoding->name));
+        }
     }
 
     TargetLayout MakeTarget() const {
@@ -280,6 +296,7 @@ private:
     const CopyRequest& m_request;
     const CopyOptions& m_options;
     OutputFormat m_format;
+    std::optional<StoredFormat> m_stored; // of the input; none when it is unknown
     ErrorRecords m_errors;
     Reporter& m_reporter;
     std::unique_ptr<SourceReader> m_source;

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string kIntegers = "AIFF-C, int24 big-endian";
+const std::string kIntegers = "AIFF-C, int16 big-endian";
 const std::string kTextFormat = "extensible WAVE, float32 little-endian";
 
 std::string TooSlow(const std::string& name) {
@@ -60,7 +60,7 @@ TEST(Batch, PutsEveryFileUnderItsOwnNameIntoTheDirectory) {
         0,
         CopyReport("sub/a.wav", "deep/out/a.wav") + CopyReport("b.c.flac", "deep/out/b.c.wav") +
             CopyReport(".e", "deep/out/.e.wav") + CopyReport("f.AIF", "deep/out/f.AIF", kIntegers) +
-            CopyReport("g.rf64", "deep/out/g.rf64", "RF64, float32 little-endian") +
+            CopyReport("g.rf64", "deep/out/g.rf64", "RF64, int16 little-endian") +
             CopyReport("./h.WAVE", "deep/out/h.WAVE") + "6 files: 6 copied, 0 failed\n",
         "");
     fs::rename(directory / "deep/out", directory / "out");

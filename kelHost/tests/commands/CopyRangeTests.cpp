@@ -54,8 +54,8 @@ TEST(CopyRange, IsCutToTheFrame) {
                 CopyPart(part.options + Arguments{"--force", "--verify"}, output);
             ExpectResult(RunKelhost(directory, arguments), 0,
                          CopyReport("take.wav", output,
-                                    output == "part.wav" ? "extensible WAVE, float32 little-endian"
-                                                         : "AIFF-C, int24 big-endian",
+                                    output == "part.wav" ? "extensible WAVE, int16 little-endian"
+                                                         : "AIFF-C, int16 big-endian",
                                     std::to_string(part.count) +
                                         (part.count == 1 ? " frame, " : " frames, ") + part.length +
                                         ", verified"),
@@ -73,7 +73,7 @@ TEST(CopyRange, MayStartAfter2To32Frames) {
     ExpectResult(RunKelhost(directory, {"copy", "take.rf64", "part.wav", "--start",
                                         std::to_string(place - 1) + "f", "--duration", "5f"}),
                  0,
-                 "take.rf64 -> part.wav: extensible WAVE, float32 little-endian, 1 channel, 48000 "
+                 "take.rf64 -> part.wav: extensible WAVE, int16 little-endian, 1 channel, 48000 "
                  "Hz, 5 frames, 0:00:00.000\n",
                  "");
     EXPECT_EQ(ReadAudio(directory / "part.wav").values,

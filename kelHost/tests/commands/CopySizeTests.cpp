@@ -92,9 +92,9 @@ TEST(CopySize, CountsTheRangeAndTheChannelsThatAreCopied) {
     const TemporaryDirectory directory;
     const std::uint64_t frames = std::uint64_t{1} << 31U;
     ExpectResult(CopyWithoutRoom(directory, frames, {"copy.rf64"}), 1, "",
-                 NoRoom("copy.rf64", frames * 4));
+                 NoRoom("copy.rf64", frames * 2));
     ExpectResult(CopyWithoutRoom(directory, frames, {"copy.aiff", "--duration", "100000f"}), 1, "",
-                 NoRoom("copy.aiff", 300000));
+                 NoRoom("copy.aiff", 200000));
     ExpectResult(CopyWithoutRoom(directory, frames / 4,
                                  {"copy.aiff", "--encoding", "int16", "--channels", "1,1,1,1"}),
                  1, "", TooLarge("copy.aiff", frames / 4 * 8, "AIFF-C"));

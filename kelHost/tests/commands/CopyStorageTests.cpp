@@ -29,7 +29,7 @@ ProcessResult CopyOnto(const FaultyFileSystem& fileSystem, const Arguments& opti
 // The output of a copy that succeeds, verified or not.
 std::string Report(const FaultyFileSystem& fileSystem, bool isVerified) {
     const std::string report =
-        CopyReport("take.wav", fileSystem / "out.wav", "extensible WAVE, float32 little-endian",
+        CopyReport("take.wav", fileSystem / "out.wav", "extensible WAVE, int16 little-endian",
                    "40001 frames, 0:00:00.833");
     return isVerified ? report.substr(0, report.size() - 1) + ", verified\n" : report;
 }

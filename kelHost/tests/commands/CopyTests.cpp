@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The defaults of a container.
+// A container, and the default encoding of a copy of 16-bit integers.
 struct Target {
     std::string output;
     std::string format; // for --format
@@ -26,10 +26,10 @@ struct Target {
 };
 
 const std::vector<Target> kTargets{
-    {"copy.wav", "wave", "extensible WAVE, float32 little-endian",
-     SF_FORMAT_WAVEX | SF_FORMAT_FLOAT},
-    {"copy.rf64", "bwave", "RF64, float32 little-endian", SF_FORMAT_RF64 | SF_FORMAT_FLOAT},
-    {"copy.aiff", "aiff", "AIFF-C, int24 big-endian", SF_FORMAT_AIFF | SF_FORMAT_PCM_24},
+    {"copy.wav", "wave", "extensible WAVE, int16 little-endian",
+     SF_FORMAT_WAVEX | SF_FORMAT_PCM_16},
+    {"copy.rf64", "bwave", "RF64, int16 little-endian", SF_FORMAT_RF64 | SF_FORMAT_PCM_16},
+    {"copy.aiff", "aiff", "AIFF-C, int16 big-endian", SF_FORMAT_AIFF | SF_FORMAT_PCM_16},
 };
 
 std::string OverriddenBy(const std::string& extensionFormat, const std::string& format) {
@@ -76,10 +76,10 @@ TEST(Copy, ReadsEveryFormatIntoEveryFormat) {
     };
     for (const Row& row : {
              Row{"take.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8, 0},
-             Row{"take.wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_24, 1},
+             Row{"take.wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, 1},
              Row{"take.rf64", SF_FORMAT_RF64 | SF_FORMAT_PCM_16, 2},
-             Row{"take.AIF", SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 0},
-             Row{"take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 1},
+             Row{"take.AIF", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 0},
+             Row{"take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 1},
              Row{"take", SF_FORMAT_W64 | SF_FORMAT_PCM_16, 2},
              Row{"take.wav", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 0}, // the content decides
          }) {
@@ -152,7 +152,7 @@ TEST(CopyOptions, AreRefusedBeforeAnythingIsWritten) {
     const auto noFormat = [](const std::string& output) {
         return Error(output,
                      "cannot tell the format from the extension; use --format or one of .wav, "
-                     ".wave, .rf64, .bwav, .bwave, .aiff, .aif");
+                     ".wave, .rf64, .bwav, .bwave, .bwf, .aiff, .aif, .aifc");
     };
     const auto noList = [](const std::string& text) {
         return "kelhost: invalid value \"" + text +
@@ -169,8 +169,8 @@ TEST(CopyOptions, AreRefusedBeforeAnythingIsWritten) {
         {{"take.wav", "a.wav", "--format", "a\nb"},
          "kelhost: invalid value \"a\\nb\" for --format: expected wave, bwave or aiff\n"},
         {{"take.wav", "a.wav", "--encoding", ""},
-         "kelhost: invalid value \"\" for --encoding: expected int16, int24, int32, float32 or "
-         "float64\n"},
+         "kelhost: invalid value \"\" for --encoding: expected keep, int16, int24, int32, "
+         "float32 or float64\n"},
         {{"take.wav", "a.wav", "--byte-order", "BIG"},
          "kelhost: invalid value \"BIG\" for --byte-order: expected little or big\n"},
         {{"take.wav", "a.wav", "--on-clip", "ignore"},
@@ -178,7 +178,13 @@ TEST(CopyOptions, AreRefusedBeforeAnythingIsWritten) {
         {{"take.wav", "a.aiff", "--dither", "white"},
          "kelhost: invalid value \"white\" for --dither: expected tpdf\n"},
         {{"take.wav", "a.aiff", "--seed", "1"}, "kelhost: --seed requires --dither\n" + help},
-        {{"take.wav", "a.wav", "--dither", "tpdf"},
+        {{"take.wav", "a.aiff", "--encoding", "s24le", "--byte-order", "big"},
+         "kelhost: --encoding s24le is little-endian, and --byte-order is big; leave out one of "
+         "the two\n"},
+        {{"take.wav", "a.wav", "--byte-order", "big"},
+         "kelhost: extensible WAVE does not support big-endian; use int16 little-endian, int24 "
+         "little-endian, int32 little-endian, float32 little-endian or float64 little-endian\n"},
+        {{"take.wav", "a.wav", "--encoding", "float32", "--dither", "tpdf"},
          "kelhost: --dither needs an integer encoding, and a.wav is written as float32; add "
          "--encoding "
          "int16, int24 or int32\n"},
@@ -286,7 +292,9 @@ TEST(CopyChannels, HaveTheirClippingReportedInTheOrderOfTheOutput) {
                 0.25F, 0.5F, -infinity, //
                 -1.0F, 0.5F, 4.0F});
     ExpectResult(
-        RunKelhost(directory, {"copy", "take.wav", "copy.aiff", "--channels", "3,1"}), 0,
+        RunKelhost(directory,
+                   {"copy", "take.wav", "copy.aiff", "--channels", "3,1", "--encoding", "int24"}),
+        0,
         CopyReport("take.wav", "copy.aiff", "AIFF-C, int24 big-endian", "3 frames, 0:00:00.000") +
             "channel 1: 2 values clipped, the loudest 4 times full scale\n"
             "channel 1: 1 value not finite\n"
@@ -299,7 +307,8 @@ TEST(CopyChannels, HaveTheirClippingReportedInTheOrderOfTheOutput) {
 
 TEST(CopyBlock, MakesNoDifferenceToTheOutput) {
     for (const Arguments& choice :
-         {Arguments{"copy.wav"}, Arguments{"copy.aiff", "--channels", "2,1"},
+         {Arguments{"copy.wav", "--encoding", "float32"},
+          Arguments{"copy.aiff", "--channels", "2,1"},
           Arguments{"copy.rf64", "--encoding", "int16", "--dither", "tpdf"},
           Arguments{"copy.wav", "--start", "3f", "--duration", "4000f"}}) {
         std::string expected;
@@ -323,15 +332,15 @@ TEST(CopyBlock, MakesNoDifferenceToTheOutput) {
 TEST(CopyBlock, MayBeAnyShareOfTheFrames) {
     // Up to and from two blocks on: on one thread and on several, converted and untouched.
     for (const std::size_t frames : {6U, 7U, 8U, 14U, 15U, 22U}) {
-        for (const std::string output : {"copy.wav", "copy.aiff"}) {
-            SCOPED_TRACE(testing::Message() << frames << " frames into " << output);
+        for (const std::string encoding : {"float32", "int24"}) {
+            SCOPED_TRACE(testing::Message() << frames << " frames as " << encoding);
             const TemporaryDirectory directory;
             WriteTake(directory / "take.wav", frames);
-            EXPECT_EQ(
-                RunKelhost(directory, {"copy", "take.wav", output, "--block", "7", "--verify"})
-                    .status,
-                0);
-            EXPECT_EQ(ReadAudio(directory / output).values, MakeValues(2 * frames));
+            EXPECT_EQ(RunKelhost(directory, {"copy", "take.wav", "copy.wav", "--block", "7",
+                                             "--verify", "--encoding", encoding})
+                          .status,
+                      0);
+            EXPECT_EQ(ReadAudio(directory / "copy.wav").values, MakeValues(2 * frames));
         }
     }
 }

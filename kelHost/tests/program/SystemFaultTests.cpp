@@ -25,8 +25,12 @@ namespace {
 
 constexpr std::size_t kFrames = 40001; // three samples of at most 16384 frames
 
-// Untouched and converted samples.
+// Untouched and converted samples: AIFF has no floats.
 const Names kOutputs{"out.wav", "out.aiff"};
+
+void WriteFloats(const std::string& path) {
+    WriteAudio(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 48000, MakeValues(2 * kFrames));
+}
 
 // A call that fails on a file in whose path a text occurs: the number-th one, or that and all that
 // follow.
@@ -44,7 +48,7 @@ const std::string& Undisturbed(const std::string& output) {
     const auto [place, isNew] = bytes.emplace(output, "");
     if (isNew) {
         const TemporaryDirectory directory;
-        WriteTake(directory / "in.wav", kFrames);
+        WriteFloats(directory / "in.wav");
         EXPECT_EQ(RunKelhost(directory, {"copy", "in.wav", output}).status, 0);
         place->second = WithoutTime(ReadFile(directory / output));
     }
@@ -61,7 +65,7 @@ public:
 
     FaultyRun(const Fault& fault, const Arguments& arguments)
         : m_command(Kelhost(m_directory, arguments)) {
-        WriteTake(m_directory / "in.wav", kFrames);
+        WriteFloats(m_directory / "in.wav");
         DisturbSystem(m_command);
         m_command.environment["KEL_TEST_FAULTY_CALL"] = fault.call;
         m_command.environment["KEL_TEST_FAULTY_FILE"] = fault.file;

@@ -46,7 +46,7 @@ inline Arguments operator+(Arguments first, const Arguments& others) {
 
 /// The report of a copy of stereo audio at 48 kHz; by default of WriteTake into a WAVE file.
 inline std::string CopyReport(const std::string& input, const std::string& output,
-                              const std::string& format = "extensible WAVE, float32 little-endian",
+                              const std::string& format = "extensible WAVE, int16 little-endian",
                               const std::string& length = "1000 frames, 0:00:00.021") {
     return input + " -> " + output + ": " + format + ", 2 channels, 48000 Hz, " + length + "\n";
 }

@@ -1,0 +1,32 @@
+#include "container/KeptEncoding.h"
+
+namespace kel::host {
+
+namespace {
+
+const Encoding& IntegerOf(std::uint32_t bits) {
+    for (const Encoding& encoding : Encodings()) {
+        if (encoding.type == AudioPCMType::Integer && encoding.bits >= bits) {
+            return encoding;
+        }
+    }
+    return EncodingByName("int32");
+}
+
+} // namespace
+
+const Encoding& KeptEncoding(const std::optional<StoredFormat>& stored,
+                             const Container& container) {
+    constexpr std::uint32_t kDoubleBits = 64;
+    if (stored.has_value() && stored->coding == Coding::Integer) {
+        return IntegerOf(stored->bits);
+    }
+    if (container.format == WrapperFormat::AIFF) {
+        return EncodingByName("int24");
+    }
+    const bool isDouble =
+        stored.has_value() && stored->coding == Coding::Float && stored->bits == kDoubleBits;
+    return EncodingByName(isDouble ? "float64" : "float32");
+}
+
+} // namespace kel::host
