@@ -137,6 +137,9 @@ public:
         Add(Option("--seed", "NUMBER", &m_seed,
                    "Seed of the noise; the same seed makes the same noise")
                 .Needs("--dither"));
+        Add(Option("--require-exact", "", &m_options.requireExact,
+                   "Fail unless the output holds exactly the values of the input")
+                .Excludes("--dither"));
         Add(Option(
             "--block", "FRAMES", &m_block,
             "Maximum number of frames in a sample; default: 16384, fewer with many channels"));

@@ -29,4 +29,14 @@ const Encoding& KeptEncoding(const std::optional<StoredFormat>& stored,
     return EncodingByName(isDouble ? "float64" : "float32");
 }
 
+bool HoldsEveryValue(const Encoding& encoding, const StoredFormat& stored) {
+    constexpr std::uint32_t kFloatBits = 24; // significant ones of 32
+    const bool isFloat = encoding.type == AudioPCMType::Float;
+    if (stored.coding != Coding::Integer) {
+        return isFloat && encoding.bits >= stored.bits;
+    }
+    const bool isNarrow = isFloat && encoding.bytes == sizeof(float);
+    return stored.bits <= (isNarrow ? kFloatBits : encoding.bits);
+}
+
 } // namespace kel::host

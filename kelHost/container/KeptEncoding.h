@@ -15,4 +15,8 @@ namespace kel::host {
 /// that the source delivers are kept
 const Encoding& KeptEncoding(const std::optional<StoredFormat>& stored, const Container& container);
 
+/// True when an encoding has a value for each of a stored format. For lossy encodings, these are
+/// the floats that they are decoded to.
+bool HoldsEveryValue(const Encoding& encoding, const StoredFormat& stored);
+
 } // namespace kel::host

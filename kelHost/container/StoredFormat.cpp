@@ -39,6 +39,8 @@ std::optional<StoredFormat> LinearFormat(const HeaderReader& header, const Chunk
     stored.coding = format->encoding == ChunkEncoding::Float ? Coding::Float : Coding::Integer;
     stored.bits = format->bits;
     stored.encoding = LinearName(stored.coding, stored.bits);
+    constexpr std::uint32_t kByte = 8;
+    stored.paddedBits = kByte * format->frameBytes / std::max(format->channels, 1U);
     stored.channelMask = format->channelMask;
     return stored;
 }

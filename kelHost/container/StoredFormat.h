@@ -22,7 +22,8 @@ struct StoredFormat {
     std::string container; ///< "WAVE", "AIFF-C", "FLAC"
     std::string encoding;  ///< "24-bit integer", "ALAC 16-bit", "Vorbis"
     Coding coding = Coding::Lossy;
-    std::uint32_t bits = 0; ///< per value; 0 for lossy encodings
+    std::uint32_t bits = 0;       ///< per value; 0 for lossy encodings
+    std::uint32_t paddedBits = 0; ///< per value, with unused ones; 0 where values are packed
 
     /// Speakers of the channels, in the order of their bits, as in the field dwChannelMask of
     /// WAVEFORMATEXTENSIBLE (Microsoft, "Multiple Channel Audio Data and WAVE Files"). Missing

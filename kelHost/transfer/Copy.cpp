@@ -8,6 +8,7 @@
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
 #include "container/KeptEncoding.h"
+#include "container/RoundedValues.h"
 #include "container/StoredFormat.h"
 #include "elements/RangeReader.h"
 #include "transfer/FittingReader.h"
@@ -70,6 +71,7 @@ public:
                           isUsual ? TemporaryName::None : TemporaryName::Requested);
         const std::uint64_t size = MaxFileSize(m_bytes, m_channels);
         output.RequireSpace(size);
+        CountRoundedValues();
         m_verify = m_options.verify.value_or(output.MayFailLate());
         CopyFacts facts;
         try {
@@ -91,7 +93,9 @@ private:
         m_errors.RequireNone(m_request.input);
         ResolveEncoding();
         m_range = Resolve(m_options.range, m_source->Frames(), m_source->Rate(), m_request.input);
-        m_converter = std::make_unique<SampleConverter>(m_source->Description(), MakeTarget());
+        const TargetLayout target = MakeTarget();
+        m_picked = target.channels;
+        m_converter = std::make_unique<SampleConverter>(m_source->Description(), target);
         m_channels = static_cast<std::uint32_t>(m_converter->Channels().size());
         RequireBlockFits();
         m_bytes = SampleBytes(m_range.count.value_or(0));
@@ -109,6 +113,67 @@ private:
                                        "encoding; add --encoding int16, int24 or int32",
                                        m_format.encoding->name));
         }
+        if (m_options.requireExact) {
+            RequireEveryValue();
+        }
+    }
+
+    void RequireEveryValue() const {
+        if (!m_stored.has_value()) {
+            throw JobError(m_request.input, "its encoding is unknown, so that no copy of it is "
+                                            "known to be exact; omit --require-exact");
+        }
+        if (!HoldsEveryValue(*m_format.encoding, *m_stored)) {
+            throw JobError(m_request.output,
+                           fmt::format("{} does not hold every value of {}; use --encoding keep "
+                                       "and WAVE or RF64, or omit --require-exact",
+                                       m_format.encoding->name, Describe(*m_stored)));
+        }
+    }
+
+    // The integers of the output that a copy of such an input is not meant to be rounded to; 0 for
+    // none.
+    std::uint32_t UnintendedBits() const {
+        const bool isChosen = m_request.format.encoding != nullptr && !m_options.requireExact;
+        const Encoding& encoding = *m_format.encoding;
+        if (isChosen || encoding.type != AudioPCMType::Integer) {
+            return 0;
+        }
+        // Bits that are declared to be unused may still be set.
+        return m_stored->coding == Coding::Float || m_stored->paddedBits > encoding.bits
+                   ? encoding.bits
+                   : 0;
+    }
+
+    // Sources deliver 32-bit floats, which have 24 significant bits. The input is read once more to
+    // know what that changes.
+    void CountRoundedValues() {
+        constexpr std::uint32_t kFloatBits = 24;
+        if (!m_stored.has_value() || m_stored->coding == Coding::Lossy) {
+            return;
+        }
+        const std::uint32_t maxBits = m_stored->coding == Coding::Float ? 32 : kFloatBits;
+        const std::uint32_t integerBits = UnintendedBits();
+        if (std::max(m_stored->bits, m_stored->paddedBits) <= maxBits && integerBits == 0) {
+            return;
+        }
+        RoundedValueCounter counter(m_request.input,
+                                    {m_range.first, m_range.count, m_picked, integerBits});
+        for (bool goesOn = true; goesOn;) {
+            const ReadingScope reading(m_reporter);
+            goesOn = counter.Next();
+        }
+        m_rounded = counter.Rounded();
+        if (m_rounded == 0) {
+            return;
+        }
+        const std::string text = fmt::format(
+            "{} of {} do not fit into {}", m_rounded, Count(counter.All(), "value"),
+            integerBits > 0 ? fmt::format("{}-bit integers", integerBits) : "32-bit floats");
+        if (m_options.requireExact) {
+            throw JobError(m_request.input, text + "; --require-exact refuses to round them");
+        }
+        Warn(fmt::format("{}: {} and are rounded", m_request.input, text));
     }
 
     TargetLayout MakeTarget() const {
@@ -268,6 +333,7 @@ private:
                 {"frames", facts.frames},
                 {"bytes", SampleBytes(facts.frames)},
                 {"verified", m_verify},
+                {"rounded", m_rounded},
                 {"conversion", conversion},
                 {"warnings", m_warnings}};
     }
@@ -278,7 +344,9 @@ private:
             Escape(m_request.output), m_format.container->title, m_format.encoding->name,
             Describe(m_format.byteOrder), Count(m_channels, "channel"), facts.rate,
             Count(static_cast<std::uint64_t>(facts.frames), "frame"),
-            FormatDuration(facts.frames, facts.rate), m_verify ? ", verified" : "");
+            FormatDuration(facts.frames, facts.rate),
+            (m_verify ? ", verified" : "") +
+                (m_rounded > 0 ? ", " + Count(m_rounded, "value") + " rounded" : ""));
         for (std::size_t i = 0; i < facts.conversion.size(); ++i) {
             const ChannelConversion& channel = facts.conversion[i];
             if (channel.clipped > 0) {
@@ -302,7 +370,9 @@ private:
     std::unique_ptr<SourceReader> m_source;
     std::unique_ptr<SampleConverter> m_converter;
     FrameRange m_range;
+    std::vector<std::uint32_t> m_picked; // channels of the input, from 0; empty: all
     std::uint32_t m_channels = 0;
+    std::uint64_t m_rounded = 0; // values that the floats of the source, or the output, cannot hold
     bool m_verify = false;
     std::uint64_t m_bytes = 0; // of samples, if the input delivers all of its frames; 0 if unknown
     std::vector<std::string> m_warnings;

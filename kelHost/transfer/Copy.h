@@ -19,9 +19,10 @@ struct CopyOptions {
     TimeRange range;                     ///< the part to copy
     std::optional<std::uint64_t> dither; ///< seed of the noise; none: no noise
     std::optional<std::uint32_t>
-        blockFrames;         ///< maximum number of frames in a sample; unset: chosen
-    bool failOnClip = false; ///< a clipped value fails the copy
-    bool allowShort = false; ///< accept an input with fewer frames than it declares
+        blockFrames;           ///< maximum number of frames in a sample; unset: chosen
+    bool failOnClip = false;   ///< a clipped value fails the copy
+    bool requireExact = false; ///< a value that may differ from the input's fails the copy
+    bool allowShort = false;   ///< accept an input with fewer frames than it declares
     std::optional<bool>
         verify;           ///< read the output back and compare it; unset: where it may fail late
     bool replace = false; ///< replace an existing file

@@ -83,6 +83,7 @@ TEST_F(Documents, OfCopiesListResultsAndFailures) {
                     {"frames", frames},
                     {"bytes", 2 * channels * frames},
                     {"verified", true},
+                    {"rounded", 0},
                     {"warnings", json::array()},
                     {"conversion", std::move(conversion)}};
     };
