@@ -64,6 +64,15 @@ bool IsChunkRight(const HeaderReader& header, const std::string& name, std::uint
     return true;
 }
 
+// True when chunks fill a file from an offset on. The byte that pads the last one may be missing.
+bool AreChunksComplete(const HeaderReader& header, std::uint64_t offset, std::uint64_t fileBytes) {
+    while (offset + kChunkHeader <= fileBytes) {
+        const std::uint64_t size = header.Number(offset + 4, 4);
+        offset += kChunkHeader + size + size % 2;
+    }
+    return offset == fileBytes || offset == fileBytes + 1;
+}
+
 bool AreSizesRight(const FileName& file, const Sizes& sizes) {
     HeaderReader header = Open(file);
     const std::string form = header.Name(0);
@@ -79,35 +88,49 @@ bool AreSizesRight(const FileName& file, const Sizes& sizes) {
         if (!IsChunkRight(header, name, offset, sizes)) {
             return false;
         }
-        if (name == "data" || name == "SSND") {
-            return true; // the last chunk with a size to verify
+        const std::uint64_t declared = header.Number(offset + 4, 4);
+        const bool isSamples = name == "data" || name == "SSND";
+        const std::uint64_t size = isSamples && declared == kSizeInDs64 ? sizes.samples : declared;
+        offset += kChunkHeader + size;
+        if (isSamples) {
+            return AreChunksComplete(header, offset + offset % 2, sizes.file);
         }
-        const std::uint64_t size = header.Number(offset + 4, 4);
-        offset += kChunkHeader + size + size % 2;
+        offset += size % 2;
     }
     return false;
 }
 
 } // namespace
 
-std::uint64_t MaxFileSize(std::uint64_t sampleBytes, std::uint32_t channels) {
+std::uint64_t MaxFileSize(std::uint64_t sampleBytes, std::uint32_t channels,
+                          std::uint64_t metadataBytes) {
     // Headers are much smaller, a peak chunk of 8 bytes for each channel included.
     constexpr std::uint64_t kFixed = 512;
     constexpr std::uint64_t kPerChannel = 16;
-    return sampleBytes + kFixed + kPerChannel * channels;
+    return sampleBytes + metadataBytes + kFixed + kPerChannel * channels;
 }
 
-bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels) {
-    return MaxFileSize(sampleBytes, channels) <= std::numeric_limits<std::uint32_t>::max();
+bool FitsInto32Bits(std::uint64_t sampleBytes, std::uint32_t channels,
+                    std::uint64_t metadataBytes) {
+    return MaxFileSize(sampleBytes, channels, metadataBytes) <=
+           std::numeric_limits<std::uint32_t>::max();
 }
 
 void RequireFits(const Container& container, const std::string& output, std::uint64_t sampleBytes,
-                 std::uint32_t channels, const std::string& alternative) {
-    if (container.format != WrapperFormat::BWAVE && !FitsInto32Bits(sampleBytes, channels)) {
-        throw JobError(output, fmt::format("would have {} bytes of samples, and {} holds at most "
-                                           "4 GiB; use {}",
-                                           sampleBytes, container.title, alternative));
+                 std::uint32_t channels, const std::string& alternative,
+                 std::uint64_t metadataBytes) {
+    if (container.format == WrapperFormat::BWAVE ||
+        FitsInto32Bits(sampleBytes, channels, metadataBytes)) {
+        return;
     }
+    const bool doSamplesFit = FitsInto32Bits(sampleBytes, channels);
+    throw JobError(
+        output,
+        fmt::format("would have {} bytes of samples{}, and {} holds at most 4 GiB; use "
+                    "{}{}",
+                    sampleBytes,
+                    doSamplesFit ? fmt::format(" and {} of metadata", metadataBytes) : "",
+                    container.title, alternative, doSamplesFit ? " or --metadata none" : ""));
 }
 
 void VerifyHeaderSizes(const FileName& file, std::uint64_t sampleBytes, std::uint64_t frames) {

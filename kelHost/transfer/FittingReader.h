@@ -20,9 +20,10 @@ public:
     /// @param channels values per frame of the output
     /// @param valueBytes bytes per value of the output
     /// @param alternative see RequireFits
+    /// @param metadataBytes of chunks after the samples
     FittingReader(std::unique_ptr<SampleReader> reader, const Container& container,
                   std::string output, std::uint32_t channels, std::uint64_t valueBytes,
-                  std::string alternative);
+                  std::string alternative, std::uint64_t metadataBytes = 0);
 
     /// @throws JobError when there are too many samples
     SampleHandle Pull() override;
@@ -34,6 +35,7 @@ private:
     std::uint32_t m_channels;
     std::uint64_t m_valueBytes;
     std::string m_alternative;
+    std::uint64_t m_metadataBytes;
     std::uint64_t m_bytes = 0;
 };
 

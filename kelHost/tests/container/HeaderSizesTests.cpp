@@ -111,4 +111,43 @@ TEST(ContainerSizeAfterwards, IsFoundAfterAChunkOfOddSizeAndItsPadding) {
     EXPECT_EQ(VerifyError(file, 6, 2), kWrong);
 }
 
+TEST(ContainerSizeAfterwards, IncludesTheChunksAfterTheSamples) {
+    const test::TemporaryDirectory directory;
+    const FileName file(directory / "take.wav", "a\nb");
+    const std::string odd = test::Chunk("odd ", "abc");
+    const auto write = [&](const std::string& chunks) {
+        test::WriteFile(file.path, test::Chunk("RIFF", "WAVE" + test::Chunk("data", "x") +
+                                                           std::string(1, '\0') + chunks));
+        return VerifyError(file, 1, 1);
+    };
+    EXPECT_EQ(write(odd), "none");
+    EXPECT_EQ(write(odd + std::string(1, '\0') + odd + std::string(1, '\0')), "none");
+    EXPECT_EQ(write(odd + std::string(3, '\0')), kWrong);
+    EXPECT_EQ(write("odd " + test::LittleEndian(9, 4) + "abc"), kWrong);
+    EXPECT_EQ(write("odd " + test::LittleEndian(0xFFFFFFFF, 4) + "abc"), kWrong);
+}
+
+TEST(ContainerSizeBeforehand, IncludesTheMetadata) {
+    constexpr std::uint64_t kMost = std::numeric_limits<std::uint32_t>::max();
+    const std::uint64_t last = kMost - MaxFileSize(0, 2);
+    EXPECT_TRUE(FitsInto32Bits(last - 100, 2, 100));
+    EXPECT_FALSE(FitsInto32Bits(last - 99, 2, 100));
+    const auto require = [](WrapperFormat format, std::uint64_t samples, std::uint64_t metadata) {
+        try {
+            RequireFits(*FindContainer(format), "a", samples, 2, "b", metadata);
+        } catch (const JobError& error) {
+            return DescribeError(error).message;
+        }
+        return std::string("none");
+    };
+    EXPECT_EQ(require(WrapperFormat::BWAVE, last, 100), "none");
+    EXPECT_EQ(require(WrapperFormat::AIFF, last - 100, 100), "none");
+    EXPECT_EQ(require(WrapperFormat::AIFF, last, 100),
+              "a: would have " + std::to_string(last) +
+                  " bytes of samples and 100 of metadata, and AIFF-C holds at most 4 GiB; use b or "
+                  "--metadata none");
+    EXPECT_EQ(require(WrapperFormat::AIFF, kMost, 100),
+              "a: would have 4294967295 bytes of samples, and AIFF-C holds at most 4 GiB; use b");
+}
+
 } // namespace kel::host

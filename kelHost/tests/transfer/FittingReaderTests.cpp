@@ -36,9 +36,9 @@ private:
 };
 
 // Pulls all samples; returns their number.
-int PullAll(WrapperFormat format, std::uint64_t valueBytes) {
+int PullAll(WrapperFormat format, std::uint64_t valueBytes, std::uint64_t metadataBytes = 0) {
     FittingReader reader(std::make_unique<LongSamples>(), *FindContainer(format), "a\nb.wav", 2,
-                         valueBytes, "the other");
+                         valueBytes, "the other", metadataBytes);
     int count = 0;
     while (reader.Pull() != nullptr) {
         ++count;
@@ -62,6 +62,12 @@ TEST(FittingReader, StopsBeforeTheSizesWrap) {
                   "a\\nb.wav: would have 4831838208 bytes of samples, and extensible WAVE holds at "
                   "most 4 GiB; use the other");
     }
+}
+
+TEST(FittingReader, CountsTheMetadata) {
+    constexpr std::uint64_t kGiB = std::uint64_t{1} << 30U;
+    EXPECT_EQ(PullAll(WrapperFormat::WAVE, 2, kGiB - 1000), 3);
+    EXPECT_THROW(PullAll(WrapperFormat::WAVE, 2, kGiB), JobError);
 }
 
 } // namespace kel::host

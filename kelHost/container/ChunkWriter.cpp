@@ -1,0 +1,89 @@
+#include "container/ChunkWriter.h"
+
+#include "base/Errors.h"
+#include "container/ChunkNumbers.h"
+#include "container/FileBytes.h"
+#include "container/HeaderReader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <string>
+#include <sys/stat.h>
+
+namespace kel::host {
+
+std::uint64_t ChunkFileBytes(std::uint64_t bytes) {
+    return kChunkHeader + bytes + bytes % 2;
+}
+
+ChunkWriter::ChunkWriter(const FileName& file)
+    : m_file(file), m_descriptor(open(file.path.c_str(), O_RDWR | O_CLOEXEC)) {
+    struct stat status {};
+    if (m_descriptor.Number() < 0 || fstat(m_descriptor.Number(), &status) != 0) {
+        throw JobError(file.shown,
+                       std::string("cannot write its metadata: ") + std::strerror(errno));
+    }
+    m_end = static_cast<std::uint64_t>(status.st_size);
+    const std::string start = m_end < kFirstChunk ? std::string(kFirstChunk, '\0')
+                                                  : ReadBytes(file, m_descriptor, 0, kFirstChunk);
+    m_form = start.substr(0, 4);
+    m_isBigEndian = m_form == "FORM";
+    if (m_form != "RIFF" && m_form != "RF64" && m_form != "FORM") {
+        throw JobError(file.shown, "cannot write its metadata: its header is of another kind");
+    }
+    Pad();
+}
+
+void ChunkWriter::Append(const NewChunk& chunk) {
+    AppendHeader(chunk.name, chunk.content.size());
+    AppendBytes(chunk.content);
+    Pad();
+}
+
+void ChunkWriter::Append(const std::string& name, const ByteRange& range, const ByteReader& read) {
+    constexpr std::uint64_t kPiece = 1U << 20U;
+    AppendHeader(name, range.bytes);
+    for (std::uint64_t done = 0; done < range.bytes;) {
+        const std::uint64_t count = std::min(range.bytes - done, kPiece);
+        AppendBytes(read(range.offset + done, static_cast<std::size_t>(count)));
+        done += count;
+    }
+    Pad();
+}
+
+void ChunkWriter::Finish() {
+    constexpr std::uint64_t kSizeInHeader = 4;
+    constexpr std::uint64_t kSizeInDs64Chunk = kFirstChunk + kChunkHeader; // the first chunk
+    const std::uint64_t size = m_end - kChunkHeader;
+    if (m_form == "RF64") {
+        WriteBytes(m_file, m_descriptor, kSizeInDs64Chunk, NumberBytes(size, 8, false));
+        return;
+    }
+    if (size > std::numeric_limits<std::uint32_t>::max()) {
+        throw JobError(m_file.shown, "cannot write its metadata: the file would be larger than "
+                                     "4 GiB; use --format bwave or --metadata none");
+    }
+    WriteBytes(m_file, m_descriptor, kSizeInHeader, NumberBytes(size, 4, m_isBigEndian));
+}
+
+void ChunkWriter::AppendHeader(const std::string& name, std::uint64_t bytes) {
+    AppendBytes(name + NumberBytes(bytes, 4, m_isBigEndian));
+}
+
+void ChunkWriter::AppendBytes(const std::string& bytes) {
+    WriteBytes(m_file, m_descriptor, m_end, bytes);
+    m_end += bytes.size();
+}
+
+void ChunkWriter::Pad() {
+    if (m_end % 2 != 0) {
+        AppendBytes(std::string(1, '\0'));
+    }
+}
+
+} // namespace kel::host
