@@ -42,6 +42,10 @@ std::vector<std::string> ClipActions() {
     return {"warn", "fail"};
 }
 
+std::vector<std::string> MetadataActions() {
+    return {"keep", "none"};
+}
+
 std::vector<std::string> DitherKinds() {
     return {"tpdf"};
 }
@@ -129,6 +133,9 @@ public:
         for (Option& option : m_range.Options()) {
             Add(std::move(option));
         }
+        Add(Option("--metadata", "ACTION", &m_metadata,
+                   "Tags, broadcast fields, markers and other data of the input: keep or none")
+                .Choices(MetadataActions()));
         Add(Option("--on-clip", "ACTION", &m_onClip,
                    "Action when integers cannot hold a value: warn or fail")
                 .Choices(ClipActions()));
@@ -177,6 +184,8 @@ public:
         m_options.range = m_range.Interpret();
         RequireChoice("--on-clip", m_onClip, ClipActions());
         m_options.failOnClip = m_onClip == "fail";
+        RequireChoice("--metadata", m_metadata, MetadataActions());
+        m_options.keepMetadata = m_metadata == "keep";
         if (m_dither.has_value()) {
             RequireChoice("--dither", *m_dither, DitherKinds());
             m_options.dither = ParseIntegerOption<std::uint64_t>(
@@ -267,6 +276,7 @@ private:
     std::optional<std::string> m_byteOrder;
     std::optional<std::string> m_channels;
     RangeOptions m_range;
+    std::string m_metadata = "keep";
     std::string m_onClip = "warn";
     std::optional<std::string> m_dither;
     std::string m_seed = "1";

@@ -9,6 +9,7 @@
 #include "container/HeaderSizes.h"
 #include "container/KeptEncoding.h"
 #include "container/RoundedValues.h"
+#include "container/MetadataCopy.h"
 #include "container/StoredFormat.h"
 #include "elements/RangeReader.h"
 #include "transfer/FittingReader.h"
@@ -42,6 +43,7 @@ struct CopyFacts {
     std::uint32_t rate = 0;
     std::int64_t frames = 0;
     std::vector<ChannelConversion> conversion; // of each channel of the output
+    std::optional<MetadataReport> metadata;    // where it was asked for
 };
 
 bool Exists(const std::string& path) {
@@ -69,7 +71,7 @@ public:
         const bool isUsual = ContainerByExtension(m_request.output) == m_format.container;
         OutputFile output(m_request.output, m_options.replace,
                           isUsual ? TemporaryName::None : TemporaryName::Requested);
-        const std::uint64_t size = MaxFileSize(m_bytes, m_channels);
+        const std::uint64_t size = MaxFileSize(m_bytes, m_channels, MetadataBytes());
         output.RequireSpace(size);
         CountRoundedValues();
         m_verify = m_options.verify.value_or(output.MayFailLate());
@@ -89,6 +91,9 @@ public:
 private:
     void Open() {
         m_source = std::make_unique<SourceReader>(m_request.input, m_options.blockFrames);
+        if (m_options.keepMetadata) {
+            m_metadata.emplace(m_request.input, *m_format.container);
+        }
         m_reporter.Opened();
         m_errors.RequireNone(m_request.input);
         ResolveEncoding();
@@ -97,6 +102,7 @@ private:
         m_picked = target.channels;
         m_converter = std::make_unique<SampleConverter>(m_source->Description(), target);
         m_channels = static_cast<std::uint32_t>(m_converter->Channels().size());
+        m_hasOtherChannels = HasOtherChannels();
         RequireBlockFits();
         m_bytes = SampleBytes(m_range.count.value_or(0));
         ChooseContainerForSize();
@@ -188,6 +194,16 @@ private:
         return target;
     }
 
+    // Whether channels are missing, or in another order.
+    bool HasOtherChannels() const {
+        const std::vector<std::uint32_t>& chosen = m_options.channels;
+        bool isOther = !chosen.empty() && chosen.size() != m_source->Channels();
+        for (std::size_t i = 0; i < chosen.size(); ++i) {
+            isOther = isOther || chosen[i] != i + 1;
+        }
+        return isOther;
+    }
+
     std::uint64_t SampleBytes(std::int64_t frames) const {
         return static_cast<std::uint64_t>(frames) * m_channels * m_format.encoding->bytes;
     }
@@ -211,16 +227,23 @@ private:
     void ChooseContainerForSize() {
         if (m_format.container->format != WrapperFormat::WAVE || m_format.isContainerChosen) {
             RequireFits(*m_format.container, m_request.output, m_bytes, m_channels,
-                        "--format bwave");
+                        "--format bwave", MetadataBytes());
             return;
         }
-        if (FitsInto32Bits(m_bytes, m_channels)) {
+        if (FitsInto32Bits(m_bytes, m_channels, MetadataBytes())) {
             return;
         }
         m_format.container = FindContainer(WrapperFormat::BWAVE);
-        Warn(fmt::format("{}: is written as {}, because its {} bytes of samples do not fit into "
+        Warn(fmt::format("{}: is written as {}, because its {} bytes of samples{} do not fit into "
                          "WAVE",
-                         m_request.output, m_format.container->title, m_bytes));
+                         m_request.output, m_format.container->title, m_bytes,
+                         FitsInto32Bits(m_bytes, m_channels)
+                             ? fmt::format(" and {} of metadata", MetadataBytes())
+                             : ""));
+    }
+
+    std::uint64_t MetadataBytes() const {
+        return m_metadata.has_value() ? m_metadata->MaxBytes() : 0;
     }
 
     std::unique_ptr<SampleReader> MakeReader() {
@@ -239,7 +262,7 @@ private:
         if (!m_range.count.has_value()) {
             parts.reader = std::make_unique<FittingReader>(
                 std::move(parts.reader), *m_format.container, m_request.output, m_channels,
-                m_format.encoding->bytes, "--format bwave");
+                m_format.encoding->bytes, "--format bwave", MetadataBytes());
         }
         parts.sink =
             std::make_unique<SinkWriter>(*m_format.container, file, m_converter->Description());
@@ -263,10 +286,30 @@ private:
         }
         RequireNoClipping(facts.conversion);
         transfer.Source().Release();
+        WriteMetadata(file, facts);
         WarnAll(output.Flush());
         VerifyFile(file, facts, transfer.Hash());
         m_errors.RequireNoneFromOutput(m_request.output);
         return facts;
+    }
+
+    void WriteMetadata(const FileName& file, CopyFacts& facts) {
+        if (!m_metadata.has_value()) {
+            return;
+        }
+        const ReadWatch watch{[this] { m_reporter.BeginReading(); },
+                              [this] {
+                                  m_reporter.EndReading();
+                              }};
+        CopiedSamples samples;
+        samples.part = {static_cast<std::uint64_t>(m_range.first),
+                        static_cast<std::uint64_t>(facts.frames), m_options.range.IsWholeFile()};
+        samples.hasOtherChannels = m_hasOtherChannels;
+        samples.rate = facts.rate;
+        samples.channels = m_channels;
+        samples.bits = m_format.encoding->bits;
+        facts.metadata = m_metadata->Write(file, *m_format.container, samples, watch);
+        WarnAll(facts.metadata->warnings);
     }
 
     void VerifyFile(const FileName& file, const CopyFacts& facts, const FloatHash& pushed) const {
@@ -316,6 +359,20 @@ private:
         }
     }
 
+    static json EscapeAll(const std::vector<std::string>& names) {
+        auto escaped = json::array();
+        for (const std::string& name : names) {
+            escaped.push_back(Escape(name));
+        }
+        return escaped;
+    }
+
+    static json DescribeMetadata(const std::optional<MetadataReport>& metadata) {
+        return metadata.has_value() ? json{{"kept", EscapeAll(metadata->kept)},
+                                           {"not_preserved", EscapeAll(metadata->notPreserved)}}
+                                    : json();
+    }
+
     json Document(const CopyFacts& facts) const {
         auto conversion = json::array();
         for (const ChannelConversion& channel : facts.conversion) {
@@ -335,6 +392,7 @@ private:
                 {"verified", m_verify},
                 {"rounded", m_rounded},
                 {"conversion", conversion},
+                {"metadata", DescribeMetadata(facts.metadata)},
                 {"warnings", m_warnings}};
     }
 
@@ -373,6 +431,8 @@ private:
     std::vector<std::uint32_t> m_picked; // channels of the input, from 0; empty: all
     std::uint32_t m_channels = 0;
     std::uint64_t m_rounded = 0; // values that the floats of the source, or the output, cannot hold
+    bool m_hasOtherChannels = false;
+    std::optional<MetadataCopy> m_metadata; // none where it is not copied
     bool m_verify = false;
     std::uint64_t m_bytes = 0; // of samples, if the input delivers all of its frames; 0 if unknown
     std::vector<std::string> m_warnings;

@@ -24,9 +24,10 @@ struct CopyOptions {
     bool requireExact = false; ///< a value that may differ from the input's fails the copy
     bool allowShort = false;   ///< accept an input with fewer frames than it declares
     std::optional<bool>
-        verify;           ///< read the output back and compare it; unset: where it may fail late
-    bool replace = false; ///< replace an existing file
-    bool skip = false;    ///< leave an existing file and do nothing
+        verify; ///< read the output back and compare it; unset: where it may fail late
+    bool keepMetadata = true; ///< copy what the file has beside its samples
+    bool replace = false;     ///< replace an existing file
+    bool skip = false;        ///< leave an existing file and do nothing
 };
 
 /// One copy to make.

@@ -174,7 +174,9 @@ TEST_F(UnknownLength, DoesNotHideAReadThatFails) {
         EXPECT_TRUE(isFound);
         return number - 1;
     };
-    const int found = find({"copy", "--force", "take.flac", "out.wav"});
+    // The other commands do not read metadata.
+    const Arguments copy{"copy", "take.flac", "out.wav", "--metadata", "none"};
+    const int found = find(copy + Arguments{"--force"});
     const std::string size = std::to_string(std::filesystem::file_size(m_directory / "take.flac"));
     const std::string damaged = "; it is damaged or was changed while it was read";
     const auto generalised = [](const std::string& text) {
@@ -182,14 +184,14 @@ TEST_F(UnknownLength, DoesNotHideAReadThatFails) {
     };
     const std::string stops = "delivers 16384 frames and stops at byte N of " + size;
     EXPECT_EQ(
-        generalised(fail(found, {"copy", "take.flac", "out.wav"}).err),
+        generalised(fail(found, copy).err),
         Error("take.flac", stops + damaged + " (--allow-short accepts the frames that exist)"));
     for (const Arguments& arguments :
          {Arguments{"info", "--measure", "take.flac"}, Arguments{"plot", "take.flac"}}) {
         EXPECT_EQ(generalised(fail(find(arguments), arguments).err),
                   Error("take.flac", stops + damaged));
     }
-    const ProcessResult accepted = fail(found, {"copy", "--allow-short", "take.flac", "out.wav"});
+    const ProcessResult accepted = fail(found, copy + Arguments{"--allow-short"});
     EXPECT_EQ(accepted.status, 0);
     EXPECT_EQ(generalised(accepted.err), "kelhost: warning: take.flac: " + stops + "\n");
 }

@@ -84,6 +84,7 @@ TEST_F(Documents, OfCopiesListResultsAndFailures) {
                     {"bytes", 2 * channels * frames},
                     {"verified", true},
                     {"rounded", 0},
+                    {"metadata", {{"kept", json::array()}, {"not_preserved", json::array()}}},
                     {"warnings", json::array()},
                     {"conversion", std::move(conversion)}};
     };

@@ -1,0 +1,317 @@
+#include "container/MetadataCopy.h"
+
+#include "base/Errors.h"
+#include "base/Text.h"
+#include "container/ChunkWriter.h"
+#include "container/FileBytes.h"
+#include "container/HeaderReader.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+constexpr std::size_t kName = 4;
+
+// The largest chunk that is adjusted, in bytes. Useful ones have some kilobytes.
+constexpr std::uint64_t kMaxAdjusted = 1U << 20U;
+
+// An upper bound of a line of the coding history, in bytes.
+constexpr std::uint64_t kMaxHistoryLine = 256;
+
+template <std::size_t Count>
+bool IsOneOf(std::string_view name, const std::array<std::string_view, Count>& names) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Chunks that belong to the samples of this file, or contain nothing. "slnt" and a list "wavl"
+// contain samples.
+bool IsLayout(std::string_view name, bool isAIFF) {
+    static constexpr std::array<std::string_view, 9> kWAVE{
+        "fmt ", "data", "fact", "ds64", "PEAK", "levl", "slnt", "LIST wavl", "wave"};
+    static constexpr std::array<std::string_view, 5> kAIFF{"COMM", "SSND", "FVER", "CHAN", "PEAK"};
+    static constexpr std::array<std::string_view, 7> kPadding{"JUNK", "junk", "PAD ", "pad ",
+                                                              "FLLR", "fllr", "filr"};
+    return IsOneOf(name, kPadding) || (isAIFF ? IsOneOf(name, kAIFF) : IsOneOf(name, kWAVE));
+}
+
+// Chunks of the Audio Definition Model (ITU-R BS.2088), which refer to channels by their numbers.
+bool DescribesChannels(std::string_view name) {
+    static constexpr std::array<std::string_view, 4> kNames{"chna", "axml", "bxml", "sxml"};
+    return IsOneOf(name, kNames);
+}
+
+// A chunk's name for the user.
+std::string ShownName(std::string name) {
+    while (!name.empty() && (name.back() == ' ' || name.back() == '\0')) {
+        name.pop_back();
+    }
+    return name;
+}
+
+// Names, each once, in the order of their first use.
+class NameList {
+public:
+    void Add(const std::string& name) {
+        if (m_known.insert(name).second) {
+            m_names.push_back(name);
+        }
+    }
+    void Add(const std::vector<std::string>& names) {
+        for (const std::string& name : names) {
+            Add(name);
+        }
+    }
+    const std::vector<std::string>& Names() const { return m_names; }
+
+private:
+    std::vector<std::string> m_names;
+    std::set<std::string> m_known;
+};
+
+// Calls the functions of a watch in any case.
+class WatchScope {
+public:
+    explicit WatchScope(const ReadWatch& watch) : m_watch(watch) { m_watch.begin(); }
+    ~WatchScope() { m_watch.end(); }
+    WatchScope(const WatchScope&) = delete;
+    WatchScope& operator=(const WatchScope&) = delete;
+
+private:
+    const ReadWatch& m_watch;
+};
+
+// What is not preserved, by reason.
+class Losses {
+public:
+    explicit Losses(const std::string& file) : m_file(file) {}
+
+    // The reason follows "not preserved".
+    void Add(const std::string& reason, const std::vector<std::string>& names) {
+        if (!names.empty()) {
+            m_warnings.push_back(
+                fmt::format("{}: not preserved{}: {}", m_file, reason, List(names)));
+        }
+    }
+
+    std::vector<std::string> Warnings() { return std::move(m_warnings); }
+
+private:
+    static std::string List(const std::vector<std::string>& names) {
+        constexpr std::size_t kMaxShown = 20;
+        const std::size_t shown = std::min(names.size(), kMaxShown);
+        const auto last = names.begin() + static_cast<std::ptrdiff_t>(shown);
+        return fmt::format("{}{}", fmt::join(names.begin(), last, ", "),
+                           shown < names.size() ? fmt::format(" and {} more", names.size() - shown)
+                                                : "");
+    }
+
+    const std::string& m_file;
+    std::vector<std::string> m_warnings;
+};
+
+} // namespace
+
+// One pass over the chunks of a copy.
+class MetadataCopy::Writing {
+public:
+    Writing(const MetadataCopy& copy, const FileName& output, const CopiedSamples& samples,
+            const ReadWatch& watch)
+        : m_copy(copy), m_output(output), m_samples(samples), m_watch(watch),
+          m_adjustment(copy.m_toAIFF, samples.part) {}
+
+    MetadataReport Run(const Container& container) {
+        for (const Chunk& chunk : m_copy.m_chunks) {
+            if (m_adjustment.DefinesPoints(chunk.name)) {
+                m_adjustment.AddPoints(Load(chunk));
+            }
+        }
+        for (const Chunk& chunk : m_copy.m_chunks) {
+            Copy(chunk);
+        }
+        if (m_writer.has_value()) {
+            m_writer->Finish();
+        }
+        return Report(container);
+    }
+
+private:
+    void Copy(const Chunk& chunk) {
+        if (m_samples.hasOtherChannels && DescribesChannels(chunk.name)) {
+            m_ofChannels.Add(ShownName(chunk.name));
+            return;
+        }
+        const bool isPositional = m_adjustment.Concerns(chunk.name);
+        if (!isPositional && chunk.name != "bext") {
+            Stream(chunk);
+            return;
+        }
+        auto content = Load(chunk);
+        if (isPositional && content.has_value()) {
+            content = m_adjustment.Adjust(chunk.name, *content);
+        }
+        if (!content.has_value()) {
+            isPositional ? m_unadjusted.Add(ShownName(chunk.name)) : Stream(chunk);
+        } else if (!content->empty() || chunk.bytes == 0) {
+            if (chunk.name == "bext") {
+                content = AddToCodingHistory(*std::move(content), CodingHistoryLine(m_samples));
+            }
+            Writer().Append({chunk.name.substr(0, kName), *content});
+            m_kept.Add(ShownName(chunk.name));
+        }
+    }
+
+    void Stream(const Chunk& chunk) {
+        Writer().Append(
+            chunk.name.substr(0, kName), {chunk.offset, chunk.bytes},
+            [this](std::uint64_t offset, std::size_t count) { return Read(offset, count); });
+        m_kept.Add(ShownName(chunk.name));
+    }
+
+    // The content of a chunk; none when it is too large to be a useful one.
+    std::optional<std::string> Load(const Chunk& chunk) const {
+        return chunk.bytes > kMaxAdjusted
+                   ? std::nullopt
+                   : std::optional(Read(chunk.offset, static_cast<std::size_t>(chunk.bytes)));
+    }
+
+    std::string Read(std::uint64_t offset, std::size_t count) const {
+        const WatchScope scope(m_watch);
+        return ReadBytes(m_copy.m_file, m_copy.m_descriptor, offset, count);
+    }
+
+    ChunkWriter& Writer() { return m_writer.has_value() ? *m_writer : m_writer.emplace(m_output); }
+
+    MetadataReport Report(const Container& container) const {
+        Losses losses(m_copy.m_file.shown);
+        NameList refused;
+        refused.Add(m_copy.m_refused);
+        losses.Add(fmt::format(" in {}", container.title), refused.Names());
+        NameList truncated;
+        truncated.Add(m_copy.m_truncated);
+        losses.Add(", because the file ends before them", truncated.Names());
+        losses.Add(", because they describe all channels", m_ofChannels.Names());
+        losses.Add(", because they cannot be adjusted to the range", m_unadjusted.Names());
+        std::vector<std::string> outside;
+        for (const auto& [noun, number] : m_adjustment.Removed()) {
+            outside.push_back(Count(number, noun));
+        }
+        losses.Add(" outside of the range", outside);
+        NameList notPreserved;
+        for (const NameList* names :
+             std::array<const NameList*, 4>{&refused, &truncated, &m_ofChannels, &m_unadjusted}) {
+            notPreserved.Add(names->Names());
+        }
+        return {m_kept.Names(), notPreserved.Names(), losses.Warnings()};
+    }
+
+    const MetadataCopy& m_copy;
+    const FileName& m_output;
+    const CopiedSamples& m_samples;
+    const ReadWatch& m_watch;
+    ChunkAdjustment m_adjustment;
+    std::optional<ChunkWriter> m_writer; // from the first chunk on
+    NameList m_kept;
+    NameList m_ofChannels;
+    NameList m_unadjusted;
+};
+
+MetadataCopy::MetadataCopy(const FileName& file, const Container& container)
+    : m_file(file), m_toAIFF(container.format == WrapperFormat::AIFF) {
+    constexpr const char* kFailure = "cannot read its metadata";
+    auto input = OpenRegularFile(m_file.path);
+    if (!input.has_value()) {
+        return; // a pipe can be read only once
+    }
+    m_descriptor = std::move(input->descriptor);
+    Descriptor same(fcntl(m_descriptor.Number(), F_DUPFD_CLOEXEC, 0));
+    if (same.Number() < 0) {
+        throw JobError(m_file.shown, fmt::format("{}: {}", kFailure, std::strerror(errno)));
+    }
+    HeaderReader header(m_file, std::move(same), kFailure);
+    if (const auto list = ReadChunkList(header, input->bytes)) {
+        Select(*list);
+    }
+}
+
+void MetadataCopy::Select(const ChunkList& list) {
+    const bool isAIFF = IsAIFF(list.form);
+    const bool isOneFamily = isAIFF == m_toAIFF && list.form != ChunkForm::RIFX;
+    for (Chunk chunk : list.chunks) {
+        const auto name = NameInFamily(list, chunk);
+        chunk.name = name.value_or(chunk.name);
+        if (IsLayout(chunk.name, isAIFF)) {
+            continue;
+        }
+        if (list.Present(chunk) < chunk.bytes) {
+            m_truncated.push_back(ShownName(chunk.name));
+        } else if (isOneFamily && name.has_value() && chunk.bytes <= kMaxChunkBytes) {
+            m_chunks.push_back(chunk);
+        } else {
+            m_refused.push_back(ShownName(chunk.name));
+        }
+    }
+    if (!list.isComplete) {
+        m_refused.push_back(fmt::format("chunks after the first {}", kMaxChunks));
+    }
+}
+
+// The name of a chunk, with the kind of a list. None for a chunk of W64 whose GUID has no name in
+// RIFF.
+std::optional<std::string> MetadataCopy::NameInFamily(const ChunkList& list,
+                                                      const Chunk& chunk) const {
+    std::string name = chunk.name;
+    if (list.form == ChunkForm::W64) {
+        // After the name; the second form is that of the chunks that RIFF began with.
+        constexpr std::string_view kUsual{"\xF3\xAC\xD3\x11\x8C\xD1\x00\xC0\x4F\x8E\xDB\x8A", 12};
+        constexpr std::string_view kOldest{"\x2E\x91\xCF\x11\xA5\xD6\x28\xDB\x04\xC1\x00\x00", 12};
+        constexpr std::uint64_t kToGUID = 20; // from its name's end to the content
+        const std::string rest =
+            ReadBytes(m_file, m_descriptor, chunk.offset - kToGUID, kUsual.size());
+        if (rest == kOldest && name == "list") {
+            name = "LIST";
+        } else if (rest != kUsual) {
+            return std::nullopt;
+        }
+    }
+    if (name == "LIST" && list.Present(chunk) >= kName && !IsAIFF(list.form)) {
+        name += " " + ReadBytes(m_file, m_descriptor, chunk.offset, kName);
+    }
+    return name;
+}
+
+std::uint64_t MetadataCopy::MaxBytes() const {
+    std::uint64_t bytes = 1; // padding before them
+    for (const Chunk& chunk : m_chunks) {
+        bytes += ChunkFileBytes(chunk.bytes) + (chunk.name == "bext" ? kMaxHistoryLine : 0);
+    }
+    return m_chunks.empty() ? 0 : bytes;
+}
+
+MetadataReport MetadataCopy::Write(const FileName& output, const Container& container,
+                                   const CopiedSamples& samples, const ReadWatch& watch) const {
+    return Writing(*this, output, samples, watch).Run(container);
+}
+
+std::string CodingHistoryLine(const CopiedSamples& samples) {
+    const char* mode = samples.channels == 1 ? ",M=mono" : samples.channels == 2 ? ",M=stereo" : "";
+    return fmt::format("A=PCM,F={},W={}{},T=kelhost", samples.rate, samples.bits, mode);
+}
+
+} // namespace kel::host

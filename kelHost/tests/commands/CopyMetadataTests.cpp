@@ -1,0 +1,389 @@
+// Metadata in copies.
+
+#include "AudioFiles.h"
+#include "DamagedFiles.h"
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+#include <functional>
+#include <ios>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+using nlohmann::json;
+
+std::string BigEndian(std::uint64_t number, std::size_t bytes) {
+    const std::string little = LittleEndian(number, bytes);
+    return {little.rbegin(), little.rend()};
+}
+
+std::string Padding(const std::string& content) {
+    return std::string(content.size() % 2, '\0');
+}
+
+// A chunk of a WAVE file with its padding.
+std::string Padded(const std::string& name, const std::string& content) {
+    return Chunk(name, content) + Padding(content);
+}
+
+// A chunk of an AIFF file with its padding.
+std::string BigPadded(const std::string& name, const std::string& content) {
+    return name + BigEndian(content.size(), 4) + content + Padding(content);
+}
+
+constexpr int kChannels = 2;
+constexpr int kFrames = 10;
+constexpr int kSampleBytes = kChannels * kFrames * 2;
+
+// A 16-bit stereo WAVE file of ten frames with chunks before and after its samples.
+std::string MakeWAVE(const std::string& before, const std::string& after) {
+    const std::string format = LittleEndian(1, 2) + LittleEndian(kChannels, 2) +
+                               LittleEndian(48000, 4) + LittleEndian(192000, 4) +
+                               LittleEndian(4, 2) + LittleEndian(16, 2);
+    return Chunk("RIFF", "WAVE" + Chunk("fmt ", format) + before +
+                             Chunk("data", std::string(kSampleBytes, 'x')) + after);
+}
+
+std::string MakeRF64(const std::string& after) {
+    const std::string wave = MakeWAVE("", after);
+    const std::string sizes = LittleEndian(wave.size() - 8 + 36, 8) +
+                              LittleEndian(kSampleBytes, 8) + LittleEndian(kFrames, 8) +
+                              LittleEndian(0, 4);
+    return "RF64\xFF\xFF\xFF\xFFWAVE" + Chunk("ds64", sizes) + wave.substr(12);
+}
+
+std::string MakeAIFF(const std::string& before, const std::string& after) {
+    const std::string common = BigEndian(kChannels, 2) + BigEndian(kFrames, 4) + BigEndian(16, 2) +
+                               std::string("\x40\x0E\xBB\x80\0\0\0\0\0\0", 10);
+    return BigPadded(
+        "FORM", "AIFF" + BigPadded("COMM", common) + before +
+                    BigPadded("SSND", BigEndian(0, 8) + std::string(kSampleBytes, 'x')) + after);
+}
+
+// A chunk of W64, aligned.
+std::string Chunk64(const std::string& name, const std::string& content) {
+    const std::string chunk = name +
+                              std::string("\xF3\xAC\xD3\x11\x8C\xD1\x00\xC0\x4F\x8E\xDB\x8A", 12) +
+                              LittleEndian(24 + content.size(), 8) + content;
+    return chunk + std::string((8 - chunk.size() % 8) % 8, '\0');
+}
+
+std::string OldChunk64(const std::string& name, const std::string& content) {
+    std::string chunk = Chunk64(name, content);
+    return chunk.replace(4, 12,
+                         std::string("\x2E\x91\xCF\x11\xA5\xD6\x28\xDB\x04\xC1\x00\x00", 12));
+}
+
+std::string MakeW64(const std::string& after) {
+    const std::string format = MakeWAVE("", "").substr(20, 16);
+    const std::string chunks =
+        Chunk64("fmt ", format) + Chunk64("data", std::string(kSampleBytes, 'x')) + after;
+    return OldChunk64("riff", "").substr(0, 16) + LittleEndian(40 + chunks.size(), 8) +
+           Chunk64("wave", "").substr(0, 16) + chunks;
+}
+
+// The chunks of a WAVE, RF64 or AIFF file after its samples.
+std::string After(const std::string& bytes) {
+    const bool isAIFF = bytes.substr(0, 4) == "FORM";
+    constexpr std::size_t kSamplesInDs64 = 28;
+    const std::function<std::size_t(std::size_t)> size = [&](std::size_t offset) {
+        std::uint64_t number = 0;
+        for (std::size_t i = 0; i < 4; ++i) {
+            const char byte = bytes.at(offset + (isAIFF ? i : 3 - i));
+            number = number << 8U | static_cast<unsigned char>(byte);
+        }
+        return number == 0xFFFFFFFF ? size(kSamplesInDs64) : static_cast<std::size_t>(number);
+    };
+    for (std::size_t offset = 12; offset < bytes.size();) {
+        const std::string name = bytes.substr(offset, 4);
+        offset += 8 + size(offset + 4) + size(offset + 4) % 2;
+        if (name == "data" || name == "SSND") {
+            return bytes.substr(offset);
+        }
+    }
+    return "no samples";
+}
+
+// Outcome of a copy to check.
+struct Outcome {
+    std::string after; ///< chunks of the output after its samples
+    json metadata;     ///< the JSON member
+    json warnings;
+};
+
+Outcome CopyBytes(const std::string& bytes, const std::string& input, const std::string& output,
+                  const Arguments& options = {}) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / input, bytes);
+    const Arguments arguments{"copy", input, output, "--json"};
+    const ProcessResult result = RunKelhost(directory, arguments + options);
+    EXPECT_EQ(result.status, 0) << result.err;
+    if (result.status != 0) {
+        return {};
+    }
+    const json document = json::parse(result.out).at("results").at(0);
+    return {After(ReadFile(directory / output)), document.at("metadata"), document.at("warnings")};
+}
+
+json Metadata(const json& kept, const json& notPreserved = json::array()) {
+    return {{"kept", kept}, {"not_preserved", notPreserved}};
+}
+
+// A broadcast chunk with a time reference.
+std::string Broadcast(std::uint64_t timeReference, const std::string& history) {
+    return Padded("bext", std::string(338, 'b') + LittleEndian(timeReference, 8) +
+                              std::string(256, '\0') + history);
+}
+
+std::string CuePoint(std::uint64_t number, std::uint64_t frame) {
+    return LittleEndian(number, 4) + LittleEndian(frame, 4) + "data" + LittleEndian(0, 8) +
+           LittleEndian(frame, 4);
+}
+
+const std::string kUsualChunks =
+    Padded("bext", std::string(602, 'b')) + Padded("iXML", "<BWFXML/>") + Padded("axml", "<a/>") +
+    Padded("chna", std::string(4, '\0')) + Padded("cart", "c") +
+    Padded("LIST", "INFO" + Padded("INAM", "title")) +
+    Padded("LIST", "adtl" + Padded("labl", LittleEndian(1, 4) + "a")) +
+    Padded("cue ", LittleEndian(1, 4) + CuePoint(1, 5)) + Padded("smpl", std::string(36, '\0')) +
+    Padded("inst", std::string(7, 'i')) + Padded("acid", std::string(24, 'a')) +
+    Padded("id3 ", "ID3") + Padded("umid", "u") + Padded("_PMX", "<x/>") + Padded("abcd", "?");
+
+const json kUsualNames{"bext", "iXML", "axml", "chna", "cart", "LIST INFO", "LIST adtl", "cue",
+                       "smpl", "inst", "acid", "id3",  "umid", "_PMX",      "abcd"};
+
+const std::string kLayoutChunks = Padded("JUNK", "junk") +
+                                  Padded("fact", LittleEndian(kFrames, 4)) + Padded("levl", "l") +
+                                  Padded("PAD ", "p") + Padded("FLLR", "f");
+
+} // namespace
+
+TEST(CopyMetadata, KeepsEveryChunkOfTheRIFFFamilyAsItIs) {
+    for (const std::string output : {"copy.wav", "copy.rf64"}) {
+        for (const auto& [input, bytes] : std::vector<std::pair<std::string, std::string>>{
+                 {"before.wav", MakeWAVE(kLayoutChunks + kUsualChunks, "")},
+                 {"after.wav", MakeWAVE("", kUsualChunks + kLayoutChunks)},
+                 {"take.rf64", MakeRF64(kUsualChunks)}}) {
+            SCOPED_TRACE(input + " " + output);
+            const Outcome outcome = CopyBytes(bytes, input, output);
+            EXPECT_EQ(outcome.after, kUsualChunks);
+            EXPECT_EQ(outcome.metadata, Metadata(kUsualNames));
+            EXPECT_EQ(outcome.warnings, json::array());
+        }
+    }
+}
+
+TEST(CopyMetadata, NamesChunksOfW64AsInWAVE) {
+    const std::string bytes = MakeW64(Chunk64("junk", "j") + Chunk64("bext", "b") +
+                                      OldChunk64("list", "INFO") + Chunk64("abcd", "12345"));
+    const Outcome outcome = CopyBytes(bytes, "take.w64", "copy.wav");
+    EXPECT_EQ(outcome.after,
+              Padded("bext", "b") + Padded("LIST", "INFO") + Padded("abcd", "12345"));
+    EXPECT_EQ(outcome.metadata, Metadata({"bext", "LIST INFO", "abcd"}));
+}
+
+TEST(CopyMetadata, NamesChunksOfW64ThatWAVEHasNoNameFor) {
+    std::string unknown = Chunk64("abcd", "12345");
+    unknown[15] = 'x';
+    const Outcome outcome = CopyBytes(MakeW64(unknown), "take.w64", "copy.wav");
+    EXPECT_EQ(outcome.after, "");
+    EXPECT_EQ(outcome.metadata, Metadata(json::array(), {"abcd"}));
+    EXPECT_EQ(outcome.warnings, json{"take.w64: not preserved in extensible WAVE: abcd"});
+}
+
+TEST(CopyMetadata, KeepsEveryChunkOfAIFFAsItIs) {
+    const std::string chunks =
+        BigPadded("NAME", "name") + BigPadded("AUTH", "a") + BigPadded("(c) ", "c") +
+        BigPadded("ANNO", "one") + BigPadded("ANNO", "two") + BigPadded("COMT", BigEndian(0, 2)) +
+        BigPadded("MARK", BigEndian(0, 2)) + BigPadded("INST", std::string(20, '\0')) +
+        BigPadded("APPL", "abcd") + BigPadded("MIDI", "m") +
+        BigPadded("AESD", std::string(24, 'a')) + BigPadded("ID3 ", "ID3") + BigPadded("abcd", "?");
+    const std::string layout = BigPadded("FVER", BigEndian(0xA2805140, 4)) +
+                               BigPadded("CHAN", std::string(12, '\0')) + BigPadded("JUNK", "j");
+    for (const std::string& bytes :
+         {MakeAIFF(layout + chunks, ""), MakeAIFF("", chunks + layout)}) {
+        const Outcome outcome = CopyBytes(bytes, "take.aiff", "copy.aiff");
+        EXPECT_EQ(outcome.after, chunks);
+        EXPECT_EQ(outcome.metadata, Metadata({"NAME", "AUTH", "(c)", "ANNO", "COMT", "MARK", "INST",
+                                              "APPL", "MIDI", "AESD", "ID3", "abcd"}));
+        EXPECT_EQ(outcome.warnings, json::array());
+    }
+}
+
+TEST(CopyMetadata, IsIgnoredOnRequest) {
+    const Outcome outcome = CopyBytes(MakeWAVE("", kUsualChunks), "take.wav", "copy.aiff",
+                                      {"--metadata", "none", "--channels", "1"});
+    EXPECT_EQ(outcome.after, "");
+    EXPECT_EQ(outcome.metadata, json());
+    EXPECT_EQ(outcome.warnings, json::array());
+}
+
+TEST(CopyMetadata, IsWarnedAboutInOneLine) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take.wav",
+              MakeWAVE(Padded("iXML", "a") + Padded("axml", "b"), Padded("iXML", "c")));
+    ExpectResult(RunKelhost(directory, {"copy", "take.wav", "copy.aiff", "--quiet"}), 0, "",
+                 "kelhost: warning: take.wav: not preserved in AIFF-C: iXML, axml\n");
+}
+
+TEST(CopyMetadata, MovesWithTheStart) {
+    const std::string bytes = MakeWAVE(
+        "", Broadcast(1000, "") +
+                Padded("LIST", "adtl" + Padded("labl", LittleEndian(1, 4) + "gone") +
+                                   Padded("labl", LittleEndian(2, 4) + "kept")) +
+                Padded("cue ", LittleEndian(2, 4) + CuePoint(1, 2) + CuePoint(2, 5)) +
+                Padded("smpl", std::string(28, '\0') + LittleEndian(1, 4) + LittleEndian(0, 12) +
+                                   LittleEndian(4, 4) + LittleEndian(7, 4) + LittleEndian(0, 8)));
+    const Outcome outcome =
+        CopyBytes(bytes, "take.wav", "copy.wav", {"--start", "3f", "--duration", "4f"});
+    EXPECT_EQ(outcome.after,
+              Broadcast(1003, "") +
+                  Padded("LIST", "adtl" + Padded("labl", LittleEndian(2, 4) + "kept")) +
+                  Padded("cue ", LittleEndian(1, 4) + CuePoint(2, 2)) +
+                  Padded("smpl", std::string(28, '\0') + LittleEndian(0, 8)));
+    EXPECT_EQ(outcome.metadata, Metadata({"bext", "LIST adtl", "cue", "smpl"}));
+    EXPECT_EQ(outcome.warnings,
+              json{"take.wav: not preserved outside of the range: 1 cue point, 1 loop"});
+}
+
+TEST(CopyMetadata, IsAdjustedToTheLengthOfAFileThatDeclaresNone) {
+    const TemporaryDirectory directory;
+    WriteEndlessTake(directory / "take.flac");
+    EXPECT_EQ(RunKelhost(directory, {"copy", "take.flac", "copy.wav", "--start", "990f"}).status,
+              0);
+    EXPECT_EQ(ReadAudio(directory / "copy.wav").values.size(), 20U);
+}
+
+TEST(CopyMetadata, LosesWhatDescribesOtherChannels) {
+    const std::string model = Padded("axml", "<a/>") + Padded("chna", std::string(4, '\0'));
+    const std::string chunks = model + Padded("iXML", "a");
+    for (const std::string channels : {"1", "2,1", "1,2,2"}) {
+        const Outcome outcome =
+            CopyBytes(MakeWAVE("", chunks), "take.wav", "copy.wav", {"--channels", channels});
+        EXPECT_EQ(outcome.after, Padded("iXML", "a"));
+        EXPECT_EQ(outcome.metadata, Metadata({"iXML"}, {"axml", "chna"}));
+        EXPECT_EQ(outcome.warnings,
+                  json{"take.wav: not preserved, because they describe all channels: axml, chna"});
+    }
+    const Outcome same =
+        CopyBytes(MakeWAVE("", chunks), "take.wav", "copy.wav", {"--channels", "1,2"});
+    EXPECT_EQ(same.after, chunks);
+}
+
+TEST(CopyMetadata, AddsALineToACodingHistory) {
+    const std::string line = "A=ANALOGUE,M=mono";
+    struct Row {
+        Arguments options;
+        std::string added;
+    };
+    for (const Row& row :
+         {Row{{"--encoding", "int24"}, "A=PCM,F=48000,W=24,M=stereo,T=kelhost\r\n"},
+          Row{{"--encoding", "float32", "--channels", "1"},
+              "A=PCM,F=48000,W=32,M=mono,T=kelhost\r\n"},
+          Row{{"--encoding", "int16", "--channels", "1,1,2"},
+              "A=PCM,F=48000,W=16,T=kelhost\r\n"}}) {
+        EXPECT_EQ(
+            CopyBytes(MakeWAVE(Broadcast(0, line), ""), "take.wav", "copy.wav", row.options).after,
+            Broadcast(0, line + "\r\n" + row.added));
+    }
+    EXPECT_EQ(CopyBytes(MakeWAVE(Broadcast(0, ""), ""), "take.wav", "copy.wav").after,
+              Broadcast(0, ""));
+}
+
+TEST(CopyMetadata, KeepsDamagedChunksWhereNothingChanges) {
+    const std::string damaged =
+        Padded("bext", std::string(100, 'b')) +
+        Padded("cue ", LittleEndian(9, 4) + CuePoint(1, 5)) +
+        Padded("smpl", std::string(28, '\0') + LittleEndian(9, 8)) +
+        Padded("LIST", "adtl" + Chunk("LIST", "adtl" + Chunk("LIST", "adtl"))) +
+        Padded("LIST", "abc");
+    const Outcome outcome = CopyBytes(MakeWAVE("", damaged), "take.wav", "copy.rf64");
+    EXPECT_EQ(outcome.after, damaged);
+    EXPECT_EQ(outcome.warnings, json::array());
+    const Outcome part =
+        CopyBytes(MakeWAVE("", damaged), "take.wav", "copy.rf64", {"--start", "3f"});
+    EXPECT_EQ(part.after, Padded("LIST", "abc"));
+    EXPECT_EQ(part.metadata, Metadata({"LIST"}, {"bext", "cue", "smpl", "LIST adtl"}));
+    EXPECT_EQ(part.warnings, json{"take.wav: not preserved, because they cannot be adjusted to the "
+                                  "range: bext, cue, smpl, LIST adtl"});
+}
+
+TEST(CopyMetadata, LosesAChunkThatEndsAfterTheFile) {
+    std::string bytes = MakeWAVE("", Padded("iXML", "a"));
+    const std::string part = "cart" + LittleEndian(0xFFFFFFFF, 4) + "abc";
+    bytes += part;
+    bytes.replace(4, 4, LittleEndian(bytes.size() - 8, 4));
+    const Outcome outcome = CopyBytes(bytes, "take.wav", "copy.wav");
+    EXPECT_EQ(outcome.after, Padded("iXML", "a"));
+    EXPECT_EQ(outcome.metadata, Metadata({"iXML"}, {"cart"}));
+    EXPECT_EQ(outcome.warnings,
+              json{"take.wav: not preserved, because the file ends before them: cart"});
+}
+
+TEST(CopyMetadata, IsLimitedInANumberOfChunksThatNoFileHas) {
+    std::string chunks;
+    for (int i = 0; i < 100000; ++i) {
+        chunks += Chunk("aa" + LittleEndian(0x2020U + static_cast<unsigned>(i % 90) * 256 +
+                                                static_cast<unsigned>(i / 90 % 90),
+                                            2),
+                        "");
+    }
+    const Outcome outcome = CopyBytes(MakeWAVE("", chunks), "take.wav", "copy.wav");
+    EXPECT_EQ(outcome.after.size(), (65536U - 2) * 8); // without "fmt " and "data"
+    EXPECT_EQ(outcome.warnings,
+              json{"take.wav: not preserved in extensible WAVE: chunks after the first 65536"});
+}
+
+TEST(CopyMetadata, IsTheSameInEveryCopy) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take.wav", MakeWAVE(Broadcast(0, "A=X\r\n"), kUsualChunks));
+    for (const std::string output : {"a.wav", "b.wav"}) {
+        EXPECT_EQ(RunKelhost(directory, {"copy", "take.wav", output}).status, 0);
+    }
+    EXPECT_EQ(WithoutTime(ReadFile(directory / "a.wav")),
+              WithoutTime(ReadFile(directory / "b.wav")));
+}
+
+// The samples fit into 4 GiB, and not with the metadata.
+TEST(CopyMetadata, CountsForTheSizeOfTheOutput) {
+    constexpr std::uint64_t kManyFrames = (0xFFFFFFFF - 528) / 2;
+    const std::string samples = std::to_string(kManyFrames * 2) + " bytes of samples";
+    const auto copy = [&](const Arguments& arguments, std::uint64_t metadata) {
+        const TemporaryDirectory directory;
+        WriteSparseAudio(directory / "take.rf64", 1, 1, kManyFrames, 0, "");
+        std::ofstream(directory / "take.rf64", std::ios::binary | std::ios::app)
+            << std::string(kManyFrames % 2, '\0') << Padded("iXML", std::string(metadata, 'x'));
+        Command command =
+            Kelhost(directory, Arguments{"copy", "take.rf64", "--encoding", "int16"} + arguments);
+        DisturbSystem(command);
+        command.environment["KEL_TEST_DISK_ROOM"] = "1000";
+        const ProcessResult result = RunCommand(command);
+        EXPECT_EQ(result.status, 1);
+        return result.err;
+    };
+    const auto shortage = [&](const std::string& output, std::uint64_t metadata) {
+        return Error(output, "needs " + std::to_string(kManyFrames * 2 + 528 + metadata) +
+                                 " bytes, and its disk has 1000 left; nothing was written");
+    };
+    EXPECT_EQ(copy({"copy.wav"}, 100),
+              "kelhost: warning: copy.wav: is written as RF64, because its " + samples +
+                  " and 109 of metadata do not fit into WAVE\n" + shortage("copy.wav", 109));
+    EXPECT_EQ(copy({"copy.wav", "--format", "wave"}, 100),
+              Error("copy.wav", "would have " + samples +
+                                    " and 109 of metadata, and extensible WAVE holds at most 4 "
+                                    "GiB; use --format bwave or --metadata none"));
+    EXPECT_EQ(copy({"copy.wav", "--metadata", "none"}, 100), shortage("copy.wav", 0));
+}
+
+} // namespace kel::test
