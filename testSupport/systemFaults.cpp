@@ -194,6 +194,12 @@ INTERPOSED ssize_t write(int descriptor, const void* bytes, size_t count) {
                : Next<decltype(write)>("write")(descriptor, bytes, count);
 }
 
+INTERPOSED ssize_t pwrite(int descriptor, const void* bytes, size_t count, off_t offset) {
+    return Fails("write", descriptor)
+               ? Fail(ENOSPC)
+               : Next<decltype(pwrite)>("pwrite")(descriptor, bytes, count, offset);
+}
+
 INTERPOSED int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
                               void* (*start)(void*), void* argument) noexcept {
     return Fails("thread", AnyFile()) ? EAGAIN

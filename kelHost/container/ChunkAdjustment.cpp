@@ -134,8 +134,7 @@ bool ChunkAdjustment::Contains(std::uint64_t frame) const {
     return frame >= m_part.first && frame - m_part.first < m_part.frames;
 }
 
-// A marker of AIFF is between two frames, so that one may be after the last.
-bool ChunkAdjustment::ContainsMarker(std::uint64_t frame) const {
+bool ChunkAdjustment::ContainsPoint(std::uint64_t frame) const {
     return Contains(frame) || frame == m_part.first + m_part.frames;
 }
 
@@ -156,14 +155,14 @@ bool ChunkAdjustment::AddCuePoints(const std::string& content) {
     return content.size() >= 4 &&
            ForEachRecord(content, 4, Little(content, 0), kCuePoint, [&](std::size_t point) {
                const std::uint64_t frame = Little(content, point + kCueFrame);
-               AddPoint(Little(content, point), frame, Contains(frame));
+               AddPoint(Little(content, point), frame, ContainsPoint(frame));
            });
 }
 
 bool ChunkAdjustment::AddMarkers(const std::string& content) {
     return ForEachMarker(content, [&](std::size_t marker, std::size_t) {
         const std::uint64_t frame = Big(content, marker + 2, 4);
-        AddPoint(Big(content, marker, 2), frame, ContainsMarker(frame));
+        AddPoint(Big(content, marker, 2), frame, ContainsPoint(frame));
     });
 }
 
@@ -187,7 +186,7 @@ std::optional<std::string> ChunkAdjustment::AdjustCue(const std::string& content
     std::uint64_t count = 0;
     ForEachRecord(content, 4, Little(content, 0), kCuePoint, [&](std::size_t offset) {
         std::string point = content.substr(offset, kCuePoint);
-        if (!Contains(Little(point, kCueFrame))) {
+        if (!ContainsPoint(Little(point, kCueFrame))) {
             ++m_removed["cue point"];
             return;
         }
@@ -268,7 +267,7 @@ std::optional<std::string> ChunkAdjustment::AdjustMarkers(const std::string& con
     std::string markers;
     std::uint64_t count = 0;
     ForEachMarker(content, [&](std::size_t offset, std::size_t bytes) {
-        if (!ContainsMarker(Big(content, offset + 2, 4))) {
+        if (!ContainsPoint(Big(content, offset + 2, 4))) {
             ++m_removed["marker"];
             return;
         }

@@ -18,7 +18,8 @@ struct FramePart {
 };
 
 /// Adjusts the chunks of one file to a part of it: positions count from the first frame of the
-/// part, and those outside of it are removed with what belongs to them.
+/// part, and those outside of it are removed with what belongs to them. A point is between two
+/// frames, so that one may be after the last.
 ///
 /// Sources of the layouts: "cue ", "plst", "adtl" and "smpl" (IBM and Microsoft, "Multimedia
 /// Programming Interface and Data Specifications 1.0", 1991; "New Multimedia Data Types and Data
@@ -50,7 +51,7 @@ public:
 
 private:
     bool Contains(std::uint64_t frame) const;
-    bool ContainsMarker(std::uint64_t frame) const;
+    bool ContainsPoint(std::uint64_t frame) const;
     void AddPoint(std::uint64_t number, std::uint64_t frame, bool isInside);
     bool IsRemoved(std::uint64_t number) const;
     bool AddMarkers(const std::string& content);

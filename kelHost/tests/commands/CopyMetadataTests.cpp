@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <ios>
@@ -242,7 +243,7 @@ TEST(CopyMetadata, MovesWithTheStart) {
         "", Broadcast(1000, "") +
                 Padded("LIST", "adtl" + Padded("labl", LittleEndian(1, 4) + "gone") +
                                    Padded("labl", LittleEndian(2, 4) + "kept")) +
-                Padded("cue ", LittleEndian(2, 4) + CuePoint(1, 2) + CuePoint(2, 5)) +
+                Padded("cue ", LittleEndian(2, 4) + CuePoint(1, 2) + CuePoint(2, 7)) +
                 Padded("smpl", std::string(28, '\0') + LittleEndian(1, 4) + LittleEndian(0, 12) +
                                    LittleEndian(4, 4) + LittleEndian(7, 4) + LittleEndian(0, 8)));
     const Outcome outcome =
@@ -250,7 +251,7 @@ TEST(CopyMetadata, MovesWithTheStart) {
     EXPECT_EQ(outcome.after,
               Broadcast(1003, "") +
                   Padded("LIST", "adtl" + Padded("labl", LittleEndian(2, 4) + "kept")) +
-                  Padded("cue ", LittleEndian(1, 4) + CuePoint(2, 2)) +
+                  Padded("cue ", LittleEndian(1, 4) + CuePoint(2, 4)) +
                   Padded("smpl", std::string(28, '\0') + LittleEndian(0, 8)));
     EXPECT_EQ(outcome.metadata, Metadata({"bext", "LIST adtl", "cue", "smpl"}));
     EXPECT_EQ(outcome.warnings,
@@ -384,6 +385,41 @@ TEST(CopyMetadata, CountsForTheSizeOfTheOutput) {
                                     " and 109 of metadata, and extensible WAVE holds at most 4 "
                                     "GiB; use --format bwave or --metadata none"));
     EXPECT_EQ(copy({"copy.wav", "--metadata", "none"}, 100), shortage("copy.wav", 0));
+}
+
+// Every write and every read fails once.
+TEST(CopyMetadata, FailsTheCopyWhenItCannotBeCopied) {
+    struct Row {
+        std::string call;
+        std::string file;
+        std::string error;
+    };
+    for (const Row& row :
+         {Row{"write", "unfinished",
+              Error("copy.wav", "cannot write its metadata: No space left on device")},
+          Row{"read", "/take.wav",
+              Error("take.wav", "cannot read its metadata: Input/output error")}}) {
+        const TemporaryDirectory directory;
+        WriteFile(directory / "take.wav", MakeWAVE("", Padded("iXML", "<BWFXML/>")));
+        bool isFound = false;
+        bool hasFailed = true;
+        for (int number = 1; hasFailed; ++number) {
+            Command command = Kelhost(directory, {"copy", "take.wav", "copy.wav", "--quiet"});
+            DisturbSystem(command);
+            command.environment["KEL_TEST_FAULTY_CALL"] = row.call;
+            command.environment["KEL_TEST_FAULTY_FILE"] = row.file;
+            command.environment["KEL_TEST_FAULTY_NUMBER"] = std::to_string(number);
+            command.environment["KEL_TEST_FAULT_MARKER"] = directory / "marker";
+            const ProcessResult result = RunCommand(command);
+            hasFailed = std::filesystem::remove(directory / "marker");
+            EXPECT_EQ(std::filesystem::exists(directory / "copy.wav"), result.status == 0);
+            if (std::filesystem::remove(directory / "copy.wav")) {
+                EXPECT_NE(row.call, hasFailed ? "write" : "") << number;
+            }
+            isFound = isFound || result.err == row.error;
+        }
+        EXPECT_TRUE(isFound) << row.error;
+    }
 }
 
 } // namespace kel::test

@@ -53,7 +53,7 @@ std::string Comment(std::uint64_t marker, const std::string& text) {
 }
 
 const std::string kCue = Little(4) + CuePoint(1, 99, 99) + CuePoint(2, 100, 100) +
-                         CuePoint(3, 0, 199) + CuePoint(4, 200, 200);
+                         CuePoint(3, 0, 200) + CuePoint(4, 201, 201);
 
 // Adjusts a chunk of a WAVE file with the points of kCue.
 std::optional<std::string> AdjustWAVE(const std::string& name, const std::string& content) {
@@ -108,7 +108,7 @@ TEST(ChunkAdjustment, IncreasesTheTimeReference) {
 TEST(ChunkAdjustment, MovesAndRemovesCuePoints) {
     ChunkAdjustment adjustment(false, kPart);
     adjustment.AddPoints(kCue);
-    EXPECT_EQ(adjustment.Adjust("cue ", kCue), Little(2) + CuePoint(2, 0, 0) + CuePoint(3, 0, 99));
+    EXPECT_EQ(adjustment.Adjust("cue ", kCue), Little(2) + CuePoint(2, 0, 0) + CuePoint(3, 0, 100));
     EXPECT_EQ(adjustment.Removed(), (Removed{{"cue point", 2}}));
 }
 
@@ -131,12 +131,12 @@ TEST(ChunkAdjustment, RemovesTheTextsOfCuePointsAndShortensRegions) {
                          "adtl" + Text("labl", Little(1) + "gone") +
                              Text("labl", Little(2) + "kept") + Text("note", Little(4) + "gone") +
                              Text("ltxt", Little(1) + Little(50) + region) +
-                             Text("ltxt", Little(2) + Little(60) + region) +
+                             Text("ltxt", Little(2) + Little(101) + region) +
                              Text("ltxt", Little(3) + Little(60) + region) +
                              Text("labl", Little(9) + "of no point") + Text("more", "abc")),
               "adtl" + Text("labl", Little(2) + "kept") +
-                  Text("ltxt", Little(2) + Little(60) + region) +
-                  Text("ltxt", Little(3) + Little(1) + region) +
+                  Text("ltxt", Little(2) + Little(100) + region) +
+                  Text("ltxt", Little(3) + Little(0) + region) +
                   Text("labl", Little(9) + "of no point") + Text("more", "abc"));
 }
 
