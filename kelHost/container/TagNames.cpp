@@ -52,12 +52,15 @@ constexpr TagNameRow kEquivalents[] = {
     {"isrc", "ISRC", "TSRC", nullptr},      {"tsrc", "ISRC", "TSRC", nullptr},
     {"language", "ILNG", "TLAN", nullptr},  {"tlan", "ILNG", "TLAN", nullptr},
     {"encodedby", "ITCH", "TENC", nullptr}, {"encoded-by", "ITCH", "TENC", nullptr},
-    {"tenc", "ITCH", "TENC", nullptr},      {"description", "ISBJ", nullptr, nullptr},
+    {"tenc", "ITCH", "TENC", nullptr},      {"description", "ICMT", nullptr, nullptr},
     {"publisher", nullptr, "TPUB", nullptr}};
 
 // Tags of AIFF and their chunks.
-constexpr std::pair<const char*, const char*> kTextChunks[] = {
-    {"title", "NAME"}, {"artist", "AUTH"}, {"copyright", "(c) "}, {"comment", "ANNO"}};
+constexpr std::pair<const char*, const char*> kTextChunks[] = {{"title", "NAME"},
+                                                               {"artist", "AUTH"},
+                                                               {"copyright", "(c) "},
+                                                               {"comment", "ANNO"},
+                                                               {"description", "ANNO"}};
 
 constexpr std::size_t kIdLength = 4;
 

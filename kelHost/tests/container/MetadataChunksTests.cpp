@@ -124,8 +124,8 @@ TEST(MetadataChunks, JoinTagsOfOneName) {
 TEST(MetadataChunks, TranslateNamesOfOtherContainers) {
     Metadata metadata;
     metadata.tags = {{"composer", "C"}, {"isrc", "X1"}, {"description", "D"}};
-    EXPECT_EQ(RoundTrip(metadata, ChunkForm::RIFF), "imus=C\nisrc=X1\nisbj=D\n");
-    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), "tcom=C\ntsrc=X1\ndescription=D\n");
+    EXPECT_EQ(RoundTrip(metadata, ChunkForm::RIFF), "imus=C\nisrc=X1\ncomment=D\n");
+    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), "comment=D\ntcom=C\ntsrc=X1\n");
 }
 
 TEST(MetadataChunks, NumberPointsAnew) {

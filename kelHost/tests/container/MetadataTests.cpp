@@ -1,0 +1,206 @@
+#include "container/Metadata.h"
+
+#include "MetadataText.h"
+#include "base/Errors.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <sndfile.h>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+using test::BigEndian;
+using test::DescribeFile;
+using test::Field;
+using test::LittleEndian;
+
+// A text with its length.
+std::string Sized(const std::string& text) {
+    return LittleEndian(text.size(), 4) + text;
+}
+
+std::string Comments(const std::vector<std::string>& comments) {
+    std::string bytes = Sized("vendor") + LittleEndian(comments.size(), 4);
+    for (const std::string& comment : comments) {
+        bytes += Sized(comment);
+    }
+    return bytes;
+}
+
+std::string Block(unsigned type, const std::string& content) {
+    return static_cast<char>(type) + BigEndian(content.size(), 3) + content;
+}
+
+// A page with one packet of up to 65024 bytes, or the beginning of one.
+std::string OggPage(std::uint32_t stream, const std::string& content, bool isComplete = true) {
+    std::string pieces(content.size() / 255, '\xFF');
+    if (isComplete) {
+        pieces += static_cast<char>(content.size() % 255);
+    }
+    return "OggS" + std::string(10, '\0') + LittleEndian(stream, 4) + std::string(8, '\0') +
+           static_cast<char>(pieces.size()) + pieces + content;
+}
+
+std::string ID3v1(const std::string& title, const std::string& comment) {
+    return "TAG" + Field(title, 30) + Field("Artist", 30) + Field("Album ", 30) + "1999" +
+           Field(comment, 28) + std::string("\0\7\x11", 3);
+}
+
+const std::string kFrame = "\xFF\xFB\x90" + std::string(413, '\0'); // of an MP3 file
+
+} // namespace
+
+TEST(Metadata, OfFLACAreItsCommentsAndTheNamesOfItsOtherBlocks) {
+    const std::string flac = "fLaC" + Block(0, std::string(34, '\0')) + Block(1, "pad") +
+                             Block(3, "seek") + Block(2, "riff") + Block(5, "cue") +
+                             Block(4, Comments({"TITLE=T\xC3\xA9", "Tracknumber=3", "artist=A",
+                                                "ARTIST=B", "no text", "encoder=E"})) +
+                             Block(9, "new") + Block(0x86, "picture") + "audio";
+    const std::string expected = "title=T\xC3\xA9\ntrack=3\nartist=A\nartist=B\nsoftware=E\n";
+    const std::string others =
+        "APPLICATION of 4\nCUESHEET of 3\nmetadata block 9 of 3\nPICTURE of 7\n";
+    EXPECT_EQ(DescribeFile(flac), expected + others);
+    const std::string frame = "TALB" + BigEndian(2, 4) + BigEndian(0, 2) + "\3L";
+    const std::string id3 = "ID3\4" + std::string(2, '\0') + BigEndian(frame.size(), 4) + frame;
+    EXPECT_EQ(DescribeFile(id3 + flac + ID3v1("Title", "C")),
+              "album=L\n" + expected + "date=1999\ncomment=C\ngenre=Rock\n" + others);
+}
+
+TEST(Metadata, NoteCommentsThatAreDeclaredButMissing) {
+    const std::string comments = Comments({"title=T"}).replace(10, 1, "\x09");
+    EXPECT_EQ(DescribeFile("fLaC" + Block(0x84, comments)),
+              "title=T\nproblem: the file declares 9 comments and has 1\n");
+    EXPECT_EQ(DescribeFile("fLaC" + Block(0x84, Comments({"title=Take"})).substr(0, 29)),
+              "title=T\nproblem: VORBIS_COMMENT declares 28 bytes and has 25\n");
+}
+
+TEST(Metadata, OfOggAreTheCommentsOfItsFirstStream) {
+    const std::string comments = Comments({"title=T", "METADATA_BLOCK_PICTURE=abcd"});
+    const std::string expected = "title=T\nPICTURE of 4\n";
+    EXPECT_EQ(DescribeFile(OggPage(1, "\x01vorbis...") +
+                           OggPage(2, "\x03vorbis" + Comments({"a=b"})) +
+                           OggPage(1, "\x03vorbis" + comments)),
+              expected);
+    EXPECT_EQ(DescribeFile(OggPage(1, "OpusHead...") + OggPage(1, "OpusTags" + comments)),
+              expected);
+    EXPECT_EQ(DescribeFile(OggPage(1, "\x7F"
+                                      "FLAC...") +
+                           OggPage(1, Block(4, comments)) + OggPage(1, Block(2, "riff")) +
+                           OggPage(1, Block(0x81, "pad")) + OggPage(1, Block(2, "audio"))),
+              expected + "APPLICATION of 4\n");
+    EXPECT_EQ(DescribeFile(OggPage(1, "Speex   ") + OggPage(1, comments)), "");
+}
+
+TEST(Metadata, OfOggMayContinueOnFurtherPages) {
+    const std::string packet = "OpusTags" + Comments({"title=" + std::string(600, 'x')});
+    EXPECT_EQ(DescribeFile(OggPage(1, "OpusHead") + OggPage(1, packet.substr(0, 510), false) +
+                           OggPage(2, "other") + OggPage(1, packet.substr(510))),
+              "title=" + std::string(600, 'x') + "\n");
+    EXPECT_EQ(DescribeFile(OggPage(1, "OpusHead") + OggPage(1, packet.substr(0, 510), false)), "");
+}
+
+TEST(Metadata, OfOggAreReadUpToALimit) {
+    const std::string content(65025, 'x');
+    std::string file = OggPage(1, "OpusHead");
+    file += OggPage(1, "OpusTags" + Comments({"title=T"}) + content.substr(33), false);
+    constexpr std::size_t kPages = 70;
+    for (std::size_t i = 0; i < kPages; ++i) {
+        file += OggPage(1, content, false);
+    }
+    EXPECT_EQ(DescribeFile(file + OggPage(1, "end")),
+              "title=T\nproblem: a header of the stream has 4616778 bytes and only the first "
+              "4194495 are read\n");
+}
+
+TEST(Metadata, OfMP3AreItsTagsAtBothEnds) {
+    const std::string frame = "TIT2" + BigEndian(4, 4) + BigEndian(0, 2) + "\3New";
+    const std::string id3 = "ID3\4" + std::string(2, '\0') + BigEndian(frame.size(), 4) + frame;
+    const std::string old = ID3v1("Old", "C");
+    EXPECT_EQ(DescribeFile(kFrame + old),
+              "title=Old\nartist=Artist\nalbum=Album\ndate=1999\ncomment=C\ngenre=Rock\ntrack=7\n");
+    EXPECT_EQ(DescribeFile(id3 + kFrame + old),
+              "title=New\nartist=Artist\nalbum=Album\ndate=1999\ncomment=C\ngenre=Rock\ntrack=7\n");
+    const std::string ape =
+        "APETAGEX" + LittleEndian(2000, 4) + LittleEndian(50, 4) + std::string(16, '\0');
+    EXPECT_EQ(DescribeFile(id3 + kFrame + ape), "title=New\nAPE of 50\n");
+    EXPECT_EQ(DescribeFile(id3 + kFrame + ape + old.substr(0, 3) + std::string(125, '\0')),
+              "title=New\ngenre=Blues\nAPE of 50\n");
+}
+
+TEST(Metadata, OfCAFAreItsInformationAndTheNamesOfOtherChunks) {
+    const auto chunk = [](const std::string& name, const std::string& content) {
+        return name + BigEndian(content.size(), 8) + content;
+    };
+    const std::string start = "caff" + BigEndian(0x10000, 4) + chunk("desc", "d");
+    const std::string info = BigEndian(2, 4) + std::string("track number\0"
+                                                           "3\0title\0T\0",
+                                                           23);
+    EXPECT_EQ(DescribeFile(start + chunk("info", info) + chunk("free", "f") + chunk("mark", "m") +
+                           "data" + std::string(8, '\xFF') + "samples"),
+              "track=3\ntitle=T\nmark of 1\n");
+    EXPECT_EQ(DescribeFile(start + "info" + BigEndian(99, 8) + info.substr(0, 20)),
+              "track=3\nproblem: info declares 99 bytes and has 20\n");
+}
+
+TEST(Metadata, OfAUAreItsAnnotation) {
+    EXPECT_EQ(DescribeFile(".snd" + BigEndian(32, 4) + std::string(16, '\0') + "Take 1" +
+                           std::string(2, '\0') + "samples"),
+              "comment=Take 1\n");
+    EXPECT_EQ(DescribeFile("dns." + LittleEndian(32, 4) + std::string(16, '\0') + "Take 1"),
+              "comment=Take 1\nproblem: annotation declares 8 bytes and has 6\n");
+    EXPECT_EQ(DescribeFile(".snd" + BigEndian(0, 4) + std::string(16, '\0') + "samples"), "");
+}
+
+TEST(Metadata, OfOtherFilesAreEmpty) {
+    EXPECT_EQ(DescribeFile(""), "");
+    EXPECT_EQ(DescribeFile("no audio"), "");
+    const test::TemporaryDirectory directory;
+    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
+    EXPECT_EQ(test::Describe(ReadMetadata(directory / "pipe")), "");
+}
+
+TEST(Metadata, NeedAFile) {
+    const test::TemporaryDirectory directory;
+    try {
+        ReadMetadata(FileName(directory / "take.wav", "take.wav"));
+        FAIL();
+    } catch (const JobError& error) {
+        EXPECT_EQ(error.File(), "take.wav");
+        EXPECT_STREQ(error.what(), "cannot read its metadata: No such file or directory");
+    }
+}
+
+// Tags that the library writes and this reader reads.
+TEST(Metadata, OfTheLibrarysFilesAreTheTagsThatItWrote) {
+    for (const int format :
+         {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_RF64 | SF_FORMAT_PCM_16,
+          SF_FORMAT_AIFF | SF_FORMAT_PCM_16, SF_FORMAT_CAF | SF_FORMAT_PCM_16,
+          SF_FORMAT_FLAC | SF_FORMAT_PCM_16, SF_FORMAT_OGG | SF_FORMAT_VORBIS,
+          SF_FORMAT_OGG | SF_FORMAT_OPUS, SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III}) {
+        const test::TemporaryDirectory directory;
+        SF_INFO info{0, 48000, 1, format, 0, 0};
+        {
+            const test::SoundFile file(directory / "take", SFM_WRITE, info);
+            sf_set_string(file.Handle(), SF_STR_TITLE, "T\xC3\xA9");
+            sf_set_string(file.Handle(), SF_STR_ARTIST, "A");
+            const std::vector<float> values = test::MakeValues(9600);
+            sf_write_float(file.Handle(), values.data(), 9600);
+        }
+        std::vector<std::string> found;
+        for (const Tag& tag : ReadMetadata(directory / "take").tags) {
+            if (tag.name == "title" || tag.name == "artist") {
+                found.push_back(tag.name + "=" + tag.value);
+            }
+        }
+        EXPECT_EQ(found, (std::vector<std::string>{"title=T\xC3\xA9", "artist=A"})) << format;
+    }
+}
+
+} // namespace kel::host
