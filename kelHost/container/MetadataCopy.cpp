@@ -3,8 +3,10 @@
 #include "base/Errors.h"
 #include "base/Text.h"
 #include "container/ChunkWriter.h"
+#include "container/CutPositions.h"
 #include "container/FileBytes.h"
 #include "container/HeaderReader.h"
+#include "container/MetadataChunks.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -27,7 +29,7 @@ namespace kel::host {
 
 namespace {
 
-constexpr std::size_t kName = 4;
+constexpr std::size_t kNameBytes = 4;
 
 // The largest chunk that is adjusted, in bytes. Useful ones have some kilobytes.
 constexpr std::uint64_t kMaxAdjusted = 1U << 20U;
@@ -42,7 +44,7 @@ bool IsOneOf(std::string_view name, const std::array<std::string_view, Count>& n
 
 // Chunks that belong to the samples of this file, or contain nothing. "slnt" and a list "wavl"
 // contain samples.
-bool IsLayout(std::string_view name, bool isAIFF) {
+bool DescribesSamples(std::string_view name, bool isAIFF) {
     static constexpr std::array<std::string_view, 9> kWAVE{
         "fmt ", "data", "fact", "ds64", "PEAK", "levl", "slnt", "LIST wavl", "wave"};
     static constexpr std::array<std::string_view, 5> kAIFF{"COMM", "SSND", "FVER", "CHAN", "PEAK"};
@@ -58,7 +60,7 @@ bool DescribesChannels(std::string_view name) {
 }
 
 // A chunk's name for the user.
-std::string ShownName(std::string name) {
+std::string NameForUsers(std::string name) {
     while (!name.empty() && (name.back() == ' ' || name.back() == '\0')) {
         name.pop_back();
     }
@@ -66,7 +68,7 @@ std::string ShownName(std::string name) {
 }
 
 // Names, each once, in the order of their first use.
-class NameList {
+class UniqueNames {
 public:
     void Add(const std::string& name) {
         if (m_known.insert(name).second) {
@@ -145,6 +147,9 @@ public:
         for (const Chunk& chunk : m_copy.m_chunks) {
             Copy(chunk);
         }
+        if (m_copy.m_translated.has_value()) {
+            Translate(*m_copy.m_translated);
+        }
         if (m_writer.has_value()) {
             m_writer->Finish();
         }
@@ -154,7 +159,7 @@ public:
 private:
     void Copy(const Chunk& chunk) {
         if (m_samples.hasOtherChannels && DescribesChannels(chunk.name)) {
-            m_ofChannels.Add(ShownName(chunk.name));
+            m_ofChannels.Add(NameForUsers(chunk.name));
             return;
         }
         const bool isPositional = m_adjustment.Concerns(chunk.name);
@@ -167,21 +172,41 @@ private:
             content = m_adjustment.Adjust(chunk.name, *content);
         }
         if (!content.has_value()) {
-            isPositional ? m_unadjusted.Add(ShownName(chunk.name)) : Stream(chunk);
+            isPositional ? m_unadjusted.Add(NameForUsers(chunk.name)) : Stream(chunk);
         } else if (!content->empty() || chunk.bytes == 0) {
             if (chunk.name == "bext") {
                 content = AddToCodingHistory(*std::move(content), CodingHistoryLine(m_samples));
             }
-            Writer().Append({chunk.name.substr(0, kName), *content});
-            m_kept.Add(ShownName(chunk.name));
+            Writer().Append({chunk.name.substr(0, kNameBytes), *content});
+            m_kept.Add(NameForUsers(chunk.name));
+        }
+    }
+
+    void Translate(Metadata metadata) {
+        m_damage = metadata.problems;
+        if (!m_samples.part.isWhole) {
+            CutResult cut =
+                CutPositions(std::move(metadata), m_samples.part.first, m_samples.part.frames);
+            metadata = std::move(cut.metadata);
+            m_translatedOutside = cut.droppedPoints;
+        }
+        m_refused.Add(NotExpressible(metadata, m_copy.OutputForm()));
+        if (metadata.broadcast.has_value()) {
+            std::string& history = metadata.broadcast->codingHistory;
+            history = AppendHistoryLine(std::move(history), CodingHistoryLine(m_samples));
+        }
+        for (const NewChunk& chunk : MakeChunks(metadata, m_copy.OutputForm())) {
+            Writer().Append(chunk);
+            m_kept.Add(NameForUsers(
+                chunk.name == "LIST" ? "LIST " + chunk.content.substr(0, kNameBytes) : chunk.name));
         }
     }
 
     void Stream(const Chunk& chunk) {
         Writer().Append(
-            chunk.name.substr(0, kName), {chunk.offset, chunk.bytes},
+            chunk.name.substr(0, kNameBytes), {chunk.offset, chunk.bytes},
             [this](std::uint64_t offset, std::size_t count) { return Read(offset, count); });
-        m_kept.Add(ShownName(chunk.name));
+        m_kept.Add(NameForUsers(chunk.name));
     }
 
     // The content of a chunk; none when it is too large to be a useful one.
@@ -198,24 +223,27 @@ private:
 
     ChunkWriter& Writer() { return m_writer.has_value() ? *m_writer : m_writer.emplace(m_output); }
 
-    MetadataReport Report(const Container& container) const {
+    MetadataReport Report(const Container& container) {
         Losses losses(m_copy.m_file.shown);
-        NameList refused;
-        refused.Add(m_copy.m_refused);
-        losses.Add(fmt::format(" in {}", container.title), refused.Names());
-        NameList truncated;
+        m_refused.Add(m_copy.m_refused);
+        losses.Add(fmt::format(" in {}", container.title), m_refused.Names());
+        UniqueNames truncated;
         truncated.Add(m_copy.m_truncated);
         losses.Add(", because the file ends before them", truncated.Names());
         losses.Add(", because they describe all channels", m_ofChannels.Names());
         losses.Add(", because they cannot be adjusted to the range", m_unadjusted.Names());
+        losses.Add(", because of damage", m_damage);
         std::vector<std::string> outside;
+        if (m_translatedOutside > 0) {
+            outside.push_back(Count(m_translatedOutside, "cue point"));
+        }
         for (const auto& [noun, number] : m_adjustment.Removed()) {
             outside.push_back(Count(number, noun));
         }
         losses.Add(" outside of the range", outside);
-        NameList notPreserved;
-        for (const NameList* names :
-             std::array<const NameList*, 4>{&refused, &truncated, &m_ofChannels, &m_unadjusted}) {
+        UniqueNames notPreserved;
+        for (const UniqueNames* names : std::array<const UniqueNames*, 4>{
+                 &m_refused, &truncated, &m_ofChannels, &m_unadjusted}) {
             notPreserved.Add(names->Names());
         }
         return {m_kept.Names(), notPreserved.Names(), losses.Warnings()};
@@ -227,9 +255,12 @@ private:
     const ReadWatch& m_watch;
     ChunkAdjustment m_adjustment;
     std::optional<ChunkWriter> m_writer; // from the first chunk on
-    NameList m_kept;
-    NameList m_ofChannels;
-    NameList m_unadjusted;
+    UniqueNames m_kept;
+    UniqueNames m_refused;
+    std::vector<std::string> m_damage;
+    std::uint64_t m_translatedOutside = 0; // cue points
+    UniqueNames m_ofChannels;
+    UniqueNames m_unadjusted;
 };
 
 MetadataCopy::MetadataCopy(const FileName& file, const Container& container)
@@ -245,31 +276,38 @@ MetadataCopy::MetadataCopy(const FileName& file, const Container& container)
         throw JobError(m_file.shown, fmt::format("{}: {}", kFailure, std::strerror(errno)));
     }
     HeaderReader header(m_file, std::move(same), kFailure);
-    if (const auto list = ReadChunkList(header, input->bytes)) {
+    const auto list = ReadChunkList(header, input->bytes);
+    const bool isOneFamily = list.has_value() && IsAIFF(list->form) == m_toAIFF &&
+                             list->form != ChunkForm::RIFX; // its numbers are big-endian
+    if (isOneFamily) {
         Select(*list);
+    } else {
+        m_translated = ReadMetadata(m_file);
     }
 }
 
 void MetadataCopy::Select(const ChunkList& list) {
-    const bool isAIFF = IsAIFF(list.form);
-    const bool isOneFamily = isAIFF == m_toAIFF && list.form != ChunkForm::RIFX;
     for (Chunk chunk : list.chunks) {
         const auto name = NameInFamily(list, chunk);
         chunk.name = name.value_or(chunk.name);
-        if (IsLayout(chunk.name, isAIFF)) {
+        if (DescribesSamples(chunk.name, m_toAIFF)) {
             continue;
         }
         if (list.Present(chunk) < chunk.bytes) {
-            m_truncated.push_back(ShownName(chunk.name));
-        } else if (isOneFamily && name.has_value() && chunk.bytes <= kMaxChunkBytes) {
+            m_truncated.push_back(NameForUsers(chunk.name));
+        } else if (name.has_value() && chunk.bytes <= kMaxChunkBytes) {
             m_chunks.push_back(chunk);
         } else {
-            m_refused.push_back(ShownName(chunk.name));
+            m_refused.push_back(NameForUsers(chunk.name));
         }
     }
     if (!list.isComplete) {
         m_refused.push_back(fmt::format("chunks after the first {}", kMaxChunks));
     }
+}
+
+ChunkForm MetadataCopy::OutputForm() const {
+    return m_toAIFF ? ChunkForm::AIFC : ChunkForm::RIFF;
 }
 
 // The name of a chunk, with the kind of a list. None for a chunk of W64 whose GUID has no name in
@@ -290,18 +328,24 @@ std::optional<std::string> MetadataCopy::NameInFamily(const ChunkList& list,
             return std::nullopt;
         }
     }
-    if (name == "LIST" && list.Present(chunk) >= kName && !IsAIFF(list.form)) {
-        name += " " + ReadBytes(m_file, m_descriptor, chunk.offset, kName);
+    if (name == "LIST" && list.Present(chunk) >= kNameBytes && !IsAIFF(list.form)) {
+        name += " " + ReadBytes(m_file, m_descriptor, chunk.offset, kNameBytes);
     }
     return name;
 }
 
 std::uint64_t MetadataCopy::MaxBytes() const {
     std::uint64_t bytes = 1; // padding before them
+    if (m_translated.has_value()) {
+        bytes += m_translated->broadcast.has_value() ? kMaxHistoryLine : 0;
+        for (const NewChunk& chunk : MakeChunks(*m_translated, OutputForm())) {
+            bytes += ChunkFileBytes(chunk.content.size());
+        }
+    }
     for (const Chunk& chunk : m_chunks) {
         bytes += ChunkFileBytes(chunk.bytes) + (chunk.name == "bext" ? kMaxHistoryLine : 0);
     }
-    return m_chunks.empty() ? 0 : bytes;
+    return bytes == 1 ? 0 : bytes;
 }
 
 MetadataReport MetadataCopy::Write(const FileName& output, const Container& container,

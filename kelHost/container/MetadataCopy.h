@@ -6,6 +6,7 @@
 #include "base/FileName.h"
 #include "container/ChunkAdjustment.h"
 #include "container/ChunkList.h"
+#include "container/Metadata.h"
 
 #include <cstdint>
 #include <functional>
@@ -40,10 +41,11 @@ struct ReadWatch {
 
 /// Copies the metadata of an input into a finished output. Chunks remain as they are, in their
 /// order, where both files belong to one family: WAVE, RF64, BW64 and W64, or AIFF and AIFF-C.
-/// Chunks that describe the layout of the samples, and padding, are not metadata.
+/// Otherwise broadcast fields, tags and cue points are translated. Chunks that describe the layout
+/// of the samples, and padding, are not metadata.
 class MetadataCopy {
 public:
-    /// Reads the names and sizes of the chunks.
+    /// Reads the names and sizes of the chunks, or the metadata to translate.
     /// @param file the input
     /// @param container of the output; one of the same family may take its place
     /// @throws JobError when the input cannot be read
@@ -63,6 +65,7 @@ private:
     class Writing;
 
     void Select(const ChunkList& list);
+    ChunkForm OutputForm() const;
     std::optional<std::string> NameInFamily(const ChunkList& list, const Chunk& chunk) const;
 
     FileName m_file;
@@ -71,6 +74,7 @@ private:
     std::vector<Chunk> m_chunks;          // to copy; lists have their kind in the name: "LIST adtl"
     std::vector<std::string> m_refused;   // names of chunks that the output cannot hold
     std::vector<std::string> m_truncated; // names of chunks that end after the file
+    std::optional<Metadata> m_translated; // of an input of another family
 };
 
 /// Returns the line that a conversion adds to a coding history (EBU R 98), without its end:
