@@ -1,6 +1,7 @@
 #include "container/ChunkAdjustment.h"
 
 #include "container/ChunkNumbers.h"
+#include "container/CueChunks.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -17,10 +18,6 @@ namespace {
 
 constexpr std::size_t kTimeReference = 338; // in "bext", 8 bytes
 constexpr std::size_t kCodingHistory = 602;
-
-// A point in "cue ": number, position, chunk, two offsets of blocks, position in the block.
-constexpr std::size_t kCuePoint = 24;
-constexpr std::size_t kCueFrame = 20;
 
 // A loop in "smpl", after 36 bytes: number, kind, first and last frame, two more numbers.
 constexpr std::size_t kSampler = 36;

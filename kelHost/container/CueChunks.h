@@ -17,6 +17,12 @@
 
 namespace kel::host {
 
+/// Bytes of a point in "cue ": number, position, chunk, two offsets of blocks, and the frame.
+inline constexpr std::size_t kCuePoint = 24;
+
+/// Offset of the frame in a point.
+inline constexpr std::size_t kCueFrame = 20;
+
 /// The description of a cue point in LIST adtl.
 struct CueLabel {
     std::uint64_t length = 0; ///< in frames
