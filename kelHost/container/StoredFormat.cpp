@@ -1,6 +1,7 @@
 #include "container/StoredFormat.h"
 
 #include "base/Errors.h"
+#include "container/ChannelOrder.h"
 #include "container/FormatChunk.h"
 #include "container/SoundFile.h"
 
@@ -174,7 +175,7 @@ std::string EncodingName(int container, const EncodingEntry& entry) {
 }
 
 // Returns the format of a file that libsndfile has opened.
-StoredFormat FormatOf(const SoundFile& file) {
+StoredFormat FormatOf(const FileName& path, const SoundFile& file) {
     const SF_INFO& info = file.Info();
     StoredFormat stored;
     const int container = info.format & SF_FORMAT_TYPEMASK;
@@ -187,6 +188,11 @@ StoredFormat FormatOf(const SoundFile& file) {
         stored.coding = entry->second.coding;
         stored.bits = entry->second.bits;
         stored.encoding = EncodingName(container, entry->second);
+    }
+    const auto ogg =
+        container == SF_FORMAT_OGG ? ReadOggChannels(path) : std::optional<OggChannels>();
+    if (ogg.has_value() && !ogg->HasVorbisLayout()) {
+        return stored;
     }
     const auto implied = ImpliedMask(info.format, info.channels);
     stored.channelMask = implied.has_value() ? implied : DeclaredMask(file.Handle(), info.channels);
@@ -222,7 +228,7 @@ StoredFormat ReadStoredFormat(const FileName& file) {
     if (!opened.IsOpen()) {
         throw JobError(file.shown, fmt::format("{}: {}", kCannotReadHeader, sf_strerror(nullptr)));
     }
-    return FormatOf(opened);
+    return FormatOf(file, opened);
 }
 
 std::optional<StoredFormat> FindStoredFormat(const FileName& file) {
@@ -235,7 +241,7 @@ std::optional<StoredFormat> FindStoredFormat(const FileName& file) {
     }
     const SoundFile opened(file);
     opened.RequireRead(kCannotReadHeader);
-    return opened.IsOpen() ? std::optional(FormatOf(opened)) : std::nullopt;
+    return opened.IsOpen() ? std::optional(FormatOf(file, opened)) : std::nullopt;
 }
 
 } // namespace kel::host

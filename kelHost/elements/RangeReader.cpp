@@ -18,18 +18,30 @@
 #include <cstdint>
 #include <exception>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
 namespace {
 
 // Returns the first frames of a sample, in a buffer of their own.
-SampleHandle Shorten(const SampleHandle& container, std::int64_t frames, std::uint32_t channels) {
+// @param order see SourceReader::ChannelOrder
+SampleHandle CopyFrames(const SampleHandle& container, std::int64_t frames, std::uint32_t channels,
+                        const std::vector<std::uint32_t>& order) {
     const auto sample = AudioSampleIn(*container);
     const auto bytes = static_cast<std::uint32_t>(frames) * channels * 4;
     const auto buffer = CreateBuffer(nullptr, nullptr);
     buffer->Reserve(bytes);
-    std::copy_n(sample->GetBuffer()->GetData(), bytes, buffer->GetData());
+    if (order.empty()) {
+        std::copy_n(sample->GetBuffer()->GetData(), bytes, buffer->GetData());
+    } else {
+        const float* input = FloatsIn(*container).values;
+        auto* output = static_cast<float*>(static_cast<void*>(buffer->GetData()));
+        for (std::int64_t frame = 0; frame < frames; ++frame, input += channels) {
+            output = std::transform(order.begin(), order.end(), output,
+                                    [input](std::uint32_t channel) { return input[channel]; });
+        }
+    }
     buffer->SetSize(bytes);
     const TimeLimits limits(sample->GetTimeLimits().start, frames);
     return CreateSampleContainer(
@@ -75,8 +87,9 @@ SampleHandle RangeReader::Pull() {
     }
     const auto frames = static_cast<std::int64_t>(FloatsIn(*container).count / m_channels);
     const std::int64_t left = m_range.count.value_or(frames + m_delivered) - m_delivered;
-    if (frames > left) {
-        container = Shorten(container, left, m_channels);
+    if (frames > left || !m_source.ChannelOrder().empty()) {
+        container =
+            CopyFrames(container, std::min(frames, left), m_channels, m_source.ChannelOrder());
     }
     m_delivered += std::min(frames, left);
     return container;

@@ -21,7 +21,7 @@ public:
 };
 
 /// Delivers a part of a source: whole samples, and a shorter last one where the part ends within a
-/// sample. Reads within ReadingContext of the source's name.
+/// sample. The channels are in WAVE order. Reads within ReadingContext of the source's name.
 class RangeReader final : public SampleReader {
 public:
     /// Seeks to the beginning of the part.

@@ -1,6 +1,7 @@
 #include "elements/SourceReader.h"
 
 #include "base/Errors.h"
+#include "container/ChannelOrder.h"
 #include "container/InputHeader.h"
 
 #include <IAudioParameters_PCM.h>
@@ -67,6 +68,7 @@ void SourceReader::OpenFile(const ElementRecipe& recipe, const FileName& file) {
     const auto declared = ReadInputHeader(file);
     const OpenPositions& before = m_positions.emplace(file.path);
     Open(recipe);
+    m_channelOrder = ReadChannelOrder(file, Channels());
     const OpeningFacts first = Facts(before);
     if (m_element->IsGrowing() || !before.IsRegularFile() ||
         (declared.has_value() && first == FactsOf(*declared))) {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -55,6 +56,10 @@ public:
     /// Number of channels.
     std::uint32_t Channels() const;
 
+    /// The channel as the source delivers it, from 0, for each channel in WAVE order; empty where
+    /// both orders are the same.
+    const std::vector<std::uint32_t>& ChannelOrder() const { return m_channelOrder; }
+
     /// Frames per second.
     std::uint32_t Rate() const;
 
@@ -85,6 +90,7 @@ private:
     std::shared_ptr<const IInfoContainer> m_description;
     std::shared_ptr<const IAudioInfo> m_info;
     TimeLimits m_limits;
+    std::vector<std::uint32_t> m_channelOrder;
     std::optional<OpenPositions> m_positions; // of a file
 };
 
