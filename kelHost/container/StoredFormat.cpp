@@ -29,6 +29,19 @@ std::string LinearName(Coding coding, std::uint32_t bits) {
     return fmt::format("{}-bit {}", bits, coding == Coding::Float ? "float" : "integer");
 }
 
+// The bitmap of speakers in AIFF's chunk "CHAN", whose bits are those of dwChannelMask. libsndfile
+// knows its other layouts, but not this one.
+std::optional<std::uint32_t> SpeakerBitmap(const HeaderReader& header, const ChunkList& chunks) {
+    constexpr std::uint64_t kUseBitmap = 0x00010000;
+    constexpr std::uint64_t kBytes = 8;
+    const Chunk* chunk = chunks.Find("CHAN");
+    if (chunk == nullptr || chunks.Present(*chunk) < kBytes ||
+        header.Number(chunk->offset, 4) != kUseBitmap) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint32_t>(header.Number(chunk->offset + 4, 4));
+}
+
 // The format of samples that are not compressed; none for others.
 std::optional<StoredFormat> LinearFormat(const HeaderReader& header, const ChunkList& chunks) {
     const auto format = ReadFormatChunk(header, chunks);
@@ -42,7 +55,7 @@ std::optional<StoredFormat> LinearFormat(const HeaderReader& header, const Chunk
     stored.encoding = LinearName(stored.coding, stored.bits);
     constexpr std::uint32_t kByte = 8;
     stored.paddedBits = kByte * format->frameBytes / std::max(format->channels, 1U);
-    stored.channelMask = format->channelMask;
+    stored.channelMask = IsAIFF(chunks.form) ? SpeakerBitmap(header, chunks) : format->channelMask;
     return stored;
 }
 
@@ -207,9 +220,9 @@ std::optional<StoredFormat> ReadLinearFormat(const FileName& file) {
     }
     HeaderReader header(file, std::move(input->descriptor), kCannotReadHeader);
     const auto chunks = ReadChunkList(header, input->bytes);
-    // libsndfile knows the layouts of AIFF's chunk "CHAN".
-    return chunks.has_value() && chunks->Find("CHAN") == nullptr ? LinearFormat(header, *chunks)
-                                                                 : std::nullopt;
+    const bool isLinear = chunks.has_value() && (chunks->Find("CHAN") == nullptr ||
+                                                 SpeakerBitmap(header, *chunks).has_value());
+    return isLinear ? LinearFormat(header, *chunks) : std::nullopt;
 }
 
 } // namespace

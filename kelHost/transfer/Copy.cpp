@@ -1,5 +1,6 @@
 #include "transfer/Copy.h"
 
+#include "audio/ChannelMask.h"
 #include "audio/SampleConverter.h"
 #include "base/Errors.h"
 #include "base/FileName.h"
@@ -8,6 +9,7 @@
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
 #include "container/KeptEncoding.h"
+#include "container/OutputHeader.h"
 #include "container/RoundedValues.h"
 #include "container/MetadataCopy.h"
 #include "container/StoredFormat.h"
@@ -103,6 +105,8 @@ private:
         m_converter = std::make_unique<SampleConverter>(m_source->Description(), target);
         m_channels = static_cast<std::uint32_t>(m_converter->Channels().size());
         m_hasOtherChannels = HasOtherChannels();
+        const auto mask = m_stored.has_value() ? m_stored->channelMask : std::nullopt;
+        m_mask = PickSpeakers(mask.value_or(0), m_source->Channels(), m_picked);
         RequireBlockFits();
         m_bytes = SampleBytes(m_range.count.value_or(0));
         ChooseContainerForSize();
@@ -286,6 +290,7 @@ private:
         }
         RequireNoClipping(facts.conversion);
         transfer.Source().Release();
+        WriteChannelMask(file, m_mask);
         WriteMetadata(file, facts);
         WarnAll(output.Flush());
         VerifyFile(file, facts, transfer.Hash());
@@ -430,6 +435,7 @@ private:
     FrameRange m_range;
     std::vector<std::uint32_t> m_picked; // channels of the input, from 0; empty: all
     std::uint32_t m_channels = 0;
+    std::uint32_t m_mask = 0;    // of the speakers
     std::uint64_t m_rounded = 0; // values that the floats of the source, or the output, cannot hold
     bool m_hasOtherChannels = false;
     std::optional<MetadataCopy> m_metadata; // none where it is not copied

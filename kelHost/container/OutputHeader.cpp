@@ -1,0 +1,112 @@
+#include "container/OutputHeader.h"
+
+#include "base/Errors.h"
+#include "container/ChunkList.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace kel::host {
+
+namespace {
+
+constexpr const char* kCannotComplete = "cannot complete its header";
+
+// A finished file that is changed in place.
+class HeaderEditor {
+public:
+    explicit HeaderEditor(const FileName& file)
+        : m_file(file), m_descriptor(open(file.path.c_str(), O_RDWR | O_CLOEXEC)) {
+        struct stat status {};
+        if (m_descriptor.Number() < 0 || fstat(m_descriptor.Number(), &status) != 0) {
+            Fail();
+        }
+        m_bytes = static_cast<std::uint64_t>(status.st_size);
+        auto input = OpenRegularFile(file.path);
+        m_reader.emplace(file, input.has_value() ? std::move(input->descriptor) : Descriptor(),
+                         kCannotComplete);
+        m_chunks = ReadChunkList(*m_reader, m_bytes);
+        m_isBigEndian = m_chunks.has_value() && IsAIFF(m_chunks->form);
+    }
+
+    // The chunks; none for a file without any.
+    const std::optional<ChunkList>& Chunks() const { return m_chunks; }
+
+    const HeaderReader& Reader() const { return *m_reader; }
+
+    // Returns the bytes of a number in the file's order.
+    std::string Encode(std::uint64_t number, std::size_t bytes) const {
+        std::string text(bytes, '\0');
+        for (std::size_t i = 0; i < bytes; ++i) {
+            text[m_isBigEndian ? bytes - 1 - i : i] = static_cast<char>(number >> (8 * i));
+        }
+        return text;
+    }
+
+    void Write(std::uint64_t offset, const std::string& bytes) const {
+        for (std::size_t done = 0; done < bytes.size();) {
+            const ssize_t count = pwrite(m_descriptor.Number(), bytes.data() + done,
+                                         bytes.size() - done, static_cast<off_t>(offset + done));
+            if (count > 0) {
+                done += static_cast<std::size_t>(count);
+            } else if (count == 0 || errno != EINTR) {
+                Fail();
+            }
+        }
+    }
+
+    // Adds a chunk to the end of an AIFF file.
+    void Append(const std::string& name, const std::string& content) const {
+        const std::string padding(m_bytes % 2, '\0');
+        const std::string chunk = padding + name + Encode(content.size(), 4) + content;
+        Write(m_bytes, chunk);
+        Write(4, Encode(m_bytes + chunk.size() - kChunkHeader, 4));
+    }
+
+private:
+    [[noreturn]] void Fail() const {
+        throw JobError(m_file.shown, fmt::format("{}: {}", kCannotComplete, std::strerror(errno)));
+    }
+
+    const FileName& m_file;
+    Descriptor m_descriptor;
+    std::uint64_t m_bytes = 0;
+    std::optional<HeaderReader> m_reader;
+    std::optional<ChunkList> m_chunks;
+    bool m_isBigEndian = false;
+};
+
+} // namespace
+
+void WriteChannelMask(const FileName& file, std::uint32_t mask) {
+    constexpr std::uint64_t kExtensibleTag = 0xFFFE;
+    constexpr std::uint64_t kMaskOffset = 20;
+    constexpr std::uint32_t kUseBitmap = 0x00010000;
+    const HeaderEditor editor(file);
+    if (!editor.Chunks().has_value()) {
+        return;
+    }
+    if (IsAIFF(editor.Chunks()->form)) {
+        if (mask != 0) { // the layout, the bitmap, and the number of descriptions
+            editor.Append("CHAN", editor.Encode(kUseBitmap, 4) + editor.Encode(mask, 4) +
+                                      editor.Encode(0, 4));
+        }
+        return;
+    }
+    const Chunk* format = editor.Chunks()->Find("fmt ");
+    if (format != nullptr && format->bytes >= kMaskOffset + 4 &&
+        editor.Reader().Number(format->offset, 2) == kExtensibleTag) {
+        editor.Write(format->offset + kMaskOffset, editor.Encode(mask, 4));
+    }
+}
+
+} // namespace kel::host
