@@ -1,14 +1,18 @@
 #include "container/OutputHeader.h"
 
 #include "base/Errors.h"
+#include "base/Numbers.h"
 #include "container/ChunkList.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
@@ -107,6 +111,39 @@ void WriteChannelMask(const FileName& file, std::uint32_t mask) {
         editor.Reader().Number(format->offset, 2) == kExtensibleTag) {
         editor.Write(format->offset + kMaskOffset, editor.Encode(mask, 4));
     }
+}
+
+void WritePeaks(const FileName& file, const std::vector<ChannelPeak>& peaks, std::uint32_t time) {
+    constexpr std::uint64_t kTime = 4; // after the version
+    constexpr std::uint64_t kFirstPeak = 8;
+    constexpr std::uint64_t kPeak = 8;
+    constexpr std::uint64_t kMaxFrame = std::numeric_limits<std::uint32_t>::max();
+    const HeaderEditor editor(file);
+    const Chunk* chunk = editor.Chunks().has_value() ? editor.Chunks()->Find("PEAK") : nullptr;
+    if (chunk == nullptr || chunk->bytes < kFirstPeak + kPeak * peaks.size()) {
+        return;
+    }
+    std::string content = editor.Encode(time, 4);
+    for (const ChannelPeak& peak : peaks) {
+        std::uint32_t bits = 0;
+        std::memcpy(&bits, &peak.magnitude, sizeof bits);
+        content += editor.Encode(bits, 4) + editor.Encode(std::min(peak.frame, kMaxFrame), 4);
+    }
+    editor.Write(chunk->offset + kTime, content);
+}
+
+std::uint32_t TimeOfWriting() {
+    const char* text = std::getenv("SOURCE_DATE_EPOCH");
+    if (text == nullptr || *text == '\0') {
+        return 0;
+    }
+    const auto seconds = ParseInteger<std::uint32_t>(text);
+    if (!seconds.has_value()) {
+        throw JobError(fmt::format("invalid value \"{}\" of SOURCE_DATE_EPOCH: expected an integer "
+                                   "from 0 to 4294967295",
+                                   text));
+    }
+    return *seconds;
 }
 
 } // namespace kel::host

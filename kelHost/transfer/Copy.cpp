@@ -276,6 +276,9 @@ private:
         if (m_verify) {
             transfer.EnableHash();
         }
+        if (HasPeaks()) {
+            transfer.EnablePeaks(m_channels, m_format.encoding->bytes);
+        }
         CopyFacts facts;
         facts.rate = transfer.Source().Rate();
         facts.frames = transfer.Run(m_range.count.value_or(kUnknownTotal), overlapped);
@@ -291,6 +294,9 @@ private:
         RequireNoClipping(facts.conversion);
         transfer.Source().Release();
         WriteChannelMask(file, m_mask);
+        if (HasPeaks()) {
+            WritePeaks(file, transfer.Peaks(), m_time);
+        }
         WriteMetadata(file, facts);
         WarnAll(output.Flush());
         VerifyFile(file, facts, transfer.Hash());
@@ -315,6 +321,12 @@ private:
         samples.bits = m_format.encoding->bits;
         facts.metadata = m_metadata->Write(file, *m_format.container, samples, watch);
         WarnAll(facts.metadata->warnings);
+    }
+
+    // The sink writes a chunk for peaks into WAVE files with floats.
+    bool HasPeaks() const {
+        return m_format.container->format == WrapperFormat::WAVE &&
+               m_format.encoding->type == AudioPCMType::Float;
     }
 
     void VerifyFile(const FileName& file, const CopyFacts& facts, const FloatHash& pushed) const {
@@ -439,6 +451,7 @@ private:
     std::uint64_t m_rounded = 0; // values that the floats of the source, or the output, cannot hold
     bool m_hasOtherChannels = false;
     std::optional<MetadataCopy> m_metadata; // none where it is not copied
+    const std::uint32_t m_time = TimeOfWriting();
     bool m_verify = false;
     std::uint64_t m_bytes = 0; // of samples, if the input delivers all of its frames; 0 if unknown
     std::vector<std::string> m_warnings;

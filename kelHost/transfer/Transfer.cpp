@@ -3,11 +3,14 @@
 #include "base/Errors.h"
 
 #include <IAudioSample.h>
+#include <IBuffer.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace kel::host {
 
@@ -32,6 +35,26 @@ void Transfer::CloseSink() {
     WithFileContext(m_output, "", [&] { m_parts.sink->Close(); });
 }
 
+void Transfer::EnablePeaks(std::uint32_t channels, std::size_t valueBytes) {
+    m_meter.emplace(channels);
+    m_valueBytes = valueBytes;
+}
+
+std::vector<ChannelPeak> Transfer::Peaks() const {
+    return m_meter.has_value() ? m_meter->Peaks() : std::vector<ChannelPeak>();
+}
+
+void Transfer::Measure(const ISampleContainer& sample) {
+    const auto buffer = AudioSampleIn(sample)->GetBuffer();
+    const void* values = buffer->GetData();
+    const std::size_t count = buffer->GetSize() / m_valueBytes;
+    if (m_valueBytes == sizeof(double)) {
+        m_meter->Add(static_cast<const double*>(values), count);
+    } else {
+        m_meter->Add(static_cast<const float*>(values), count);
+    }
+}
+
 SampleHandle Transfer::Pull() {
     const ReadingScope reading(m_reporter);
     return WithFileContext(m_parts.source->ShownName(), "", [&] { return m_parts.reader->Pull(); });
@@ -52,6 +75,9 @@ void Transfer::Push(const SampleHandle& sample) {
     m_errors.RequireNoneFromOutput(m_output);
     if (m_isHashed) {
         m_hash.Add(m_parts.converter->ReadBack(*sample));
+    }
+    if (m_meter.has_value()) {
+        Measure(*sample);
     }
     m_pushed += AudioSampleIn(*sample)->GetTimeLimits().duration;
     m_reporter.Progress(m_pushed, m_total, m_parts.source->Rate());

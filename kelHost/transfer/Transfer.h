@@ -2,6 +2,7 @@
 #pragma once
 
 #include "audio/FloatHash.h"
+#include "audio/PeakMeter.h"
 #include "audio/SampleConverter.h"
 #include "elements/ErrorRecords.h"
 #include "elements/RangeReader.h"
@@ -10,9 +11,12 @@
 #include "jobs/Job.h"
 #include "transfer/StageRunner.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -38,6 +42,11 @@ public:
     /// Hashes the samples as a source reads them from the output. Called before Run.
     void EnableHash() { m_isHashed = true; }
 
+    /// Measures the peaks of converted samples that are floats in the order of memory. Called
+    /// before Run.
+    /// @param valueBytes 4 or 8
+    void EnablePeaks(std::uint32_t channels, std::size_t valueBytes);
+
     /// Moves all samples. A sample container must hold one audio sample.
     /// @param frames number of frames to come, for the progress; kUnknownTotal when it is unknown
     /// @param overlapped whether reading, converting and writing run at the same time
@@ -53,11 +62,15 @@ public:
     const SampleConverter& Converter() const { return *m_parts.converter; }
     const FloatHash& Hash() const { return m_hash; }
 
+    /// The peaks of the channels; empty unless they are measured.
+    std::vector<ChannelPeak> Peaks() const;
+
 private:
     SampleHandle Pull() override;
     bool Converts() const override;
     SampleHandle Convert(const SampleHandle& sample) override;
     void Push(const SampleHandle& sample) override;
+    void Measure(const ISampleContainer& sample);
 
     TransferParts m_parts;
     std::string m_output;
@@ -65,6 +78,8 @@ private:
     Reporter& m_reporter;
     bool m_isHashed = false;
     FloatHash m_hash;
+    std::optional<PeakMeter> m_meter;
+    std::size_t m_valueBytes = 0;
     std::int64_t m_total = 0;
     std::int64_t m_pushed = 0;
 };

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <sndfile.h>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -64,6 +65,28 @@ TEST(OutputHeader, HasAChunkForTheMaskInAIFF) {
 TEST(OutputHeader, IsOnlyChangedWhereItHasAMask) {
     for (const int format : {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_AU | SF_FORMAT_PCM_16}) {
         EXPECT_TRUE(WithMask(format, 7) == Without(format));
+    }
+}
+
+TEST(OutputHeader, LimitsTheFramesOfPeaksTo32Bits) {
+    const test::TemporaryDirectory directory;
+    const std::string path = directory / "take.wav";
+    test::WriteAudio(path, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT, 1, 8000, {0.5F});
+    WritePeaks(path, {{2.0F, (std::uint64_t{1} << 32U) + 5}}, 7);
+    const std::string bytes = test::ReadFile(path);
+    EXPECT_EQ(bytes.substr(bytes.find("PEAK") + 12, 12),
+              test::LittleEndian(7, 4) + test::BytesOf(std::vector<float>{2.0F}) +
+                  test::LittleEndian(0xFFFFFFFF, 4));
+}
+
+TEST(OutputHeader, HasNoMorePeaksThanThereIsRoomFor) {
+    const test::TemporaryDirectory directory;
+    const std::string path = directory / "take.wav";
+    for (const int encoding : {SF_FORMAT_FLOAT, SF_FORMAT_PCM_16}) {
+        test::WriteAudio(path, SF_FORMAT_WAVEX | encoding, 1, 8000, {0.5F});
+        const std::string before = test::ReadFile(path);
+        WritePeaks(path, {{2.0F, 5}, {2.0F, 5}}, 7);
+        EXPECT_TRUE(test::ReadFile(path) == before);
     }
 }
 
