@@ -172,11 +172,11 @@ TEST(CommandLineVerbose, ShowsEveryRecordWithItsPlaceAndContext) {
                               "[A-Z][a-z]+ \\[[0-9]+\\] .* \\([A-Za-z/]+\\.[a-z]+:[0-9]+\\) in "
                               "copy take\\.wav.*"));
     }
-    // A source, a sink, and a source that reads the output back, each with an allocator or a
-    // format.
+    // A source, a converter, a sink, and a source that reads the output back, each with an
+    // allocator or a format.
     EXPECT_EQ(LevelsShown(result.err),
-              (std::vector<std::string>{"Milestone", "Info", "Milestone", "Milestone", "Info",
-                                        "Milestone", "Info", "Milestone"}));
+              (std::vector<std::string>{"Milestone", "Info", "Milestone", "Milestone", "Milestone",
+                                        "Info", "Milestone", "Info", "Milestone"}));
 }
 
 TEST(CommandLineVerbose, ShowsTheRecordsThatKEL_LOGNames) {

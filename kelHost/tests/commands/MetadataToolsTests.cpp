@@ -79,7 +79,7 @@ TEST(MetadataOfOtherTools, SurvivesAIFF) {
     const TemporaryDirectory directory;
     WriteWithFields(directory, "ffmpeg.aiff",
                     {"title=Name", "author=Player", "copyright=Owner", "comment=Remark"});
-    RunTool(directory, {"sox", "-n", "sox.aiff", "synth", "0.1", "sine", "vol", "0.5"});
+    RunTool(directory, {"sox", "-n", "-b", "16", "sox.aiff", "synth", "0.1", "sine", "vol", "0.5"});
     CopyFile(directory, "ffmpeg.aiff", "ffmpeg.copy.aiff");
     CopyFile(directory, "sox.aiff", "sox.copy.aiff");
     ExpectSameTags(directory, "ffmpeg.aiff", "ffmpeg.copy.aiff");
@@ -88,7 +88,8 @@ TEST(MetadataOfOtherTools, SurvivesAIFF) {
 
 TEST(MetadataOfOtherTools, SurvivesInID3ChunksOfAIFF) {
     const TemporaryDirectory directory;
-    RunTool(directory, {"sox", "-n", "take.aiff", "synth", "0.1", "sine", "vol", "0.5"});
+    RunTool(directory,
+            {"sox", "-n", "-b", "16", "take.aiff", "synth", "0.1", "sine", "vol", "0.5"});
     RunTool(directory, {"python3", "-c",
                         "import mutagen.aiff as a, mutagen.id3 as i; f = a.AIFF('take.aiff'); "
                         "f.add_tags(); f.tags.add(i.TIT2(encoding=3, text='N\xC3\xA4me')); "

@@ -96,8 +96,11 @@ TEST(Run, NeedsNoFileAndShowsTheFindingsOfTheSinkEvenWhenItIsQuiet) {
 TEST(Run, WritesTheVeryFileThatACopyWrites) {
     for (const std::size_t frames : {1000U, 100000U}) { // on one thread, and on several
         const TemporaryDirectory directory;
-        WriteTake(directory / "in.wav", frames);
-        EXPECT_EQ(RunKelhost(directory, {"copy", "in.wav", "copy.rf64"}).status, 0);
+        WriteAudio(directory / "in.wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, 2, 48000,
+                   MakeValues(2 * frames));
+        EXPECT_EQ(
+            RunKelhost(directory, {"copy", "in.wav", "copy.rf64", "--encoding", "float32"}).status,
+            0);
         EXPECT_EQ(RunElements(directory, {"kel.LibsndfileSource", "FilePath=in.wav", "!",
                                           "kel.LibsndfileSink", "FilePath=run.rf64"})
                       .status,

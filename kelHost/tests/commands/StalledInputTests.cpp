@@ -167,7 +167,8 @@ TEST(PrintedLines, AreLogRecordsWithTheNameOfTheFile) {
     WriteFile(directory / "in.wav", "1000 2 48000 prints while reading\n");
     Command command = Kelhost(directory, {"copy", "in.wav", "out.wav", "--force", "--plugin",
                                           TestPlugin("kelFaultyElements")});
-    const std::string report = CopyReport("in.wav", "out.wav");
+    const std::string report =
+        CopyReport("in.wav", "out.wav", "extensible WAVE, float32 little-endian");
     ExpectResult(RunCommand(command), 0, report,
                  "in.wav: note: \\x1B[2Jfirst\nin.wav: second\nin.wav: third\n");
     command.environment["KEL_LOG"] = "error";

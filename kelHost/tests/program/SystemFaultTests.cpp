@@ -306,7 +306,7 @@ TEST(SystemFaultInAPipe, EndsTheWorkerThatCannotBeReached) {
 TEST(SystemFaultText, NamesTheLimitOfTheFileSize) {
     const TemporaryDirectory directory;
     WriteTake(directory / "in.wav", kFrames);
-    Command command = Kelhost(directory, {"copy", "in.wav", "out.wav"});
+    Command command = Kelhost(directory, {"copy", "in.wav", "out.wav", "--encoding", "float32"});
     command.mostFileBytes = 200000; // after the first sample, in the second
     ExpectResult(RunCommand(command), 1, "",
                  Error("out.wav",
