@@ -11,6 +11,13 @@ namespace {
 constexpr std::size_t kRowUnit = 16;
 constexpr std::size_t kMinRow = 256;
 
+// A comparison with NaN is false.
+template <typename Value>
+float Larger(Value value, float largest) {
+    const auto magnitude = static_cast<float>(std::abs(value));
+    return magnitude > largest ? magnitude : largest;
+}
+
 } // namespace
 
 PeakMeter::PeakMeter(std::uint32_t channels) : m_peaks(channels) {
@@ -18,22 +25,24 @@ PeakMeter::PeakMeter(std::uint32_t channels) : m_peaks(channels) {
     m_largest.resize((kMinRow + unit - 1) / unit * unit);
 }
 
-// One loop over values of all channels, without branches: the compiler makes it one of vectors. A
-// comparison with NaN is false.
+// Four rows at a time, of all channels, without branches: the compiler makes vectors of it, and
+// loads and stores the result once for four values.
 template <typename Value>
 void PeakMeter::FindLargest(const Value* values, std::size_t count) {
+    constexpr std::size_t kRows = 4;
     std::fill(m_largest.begin(), m_largest.end(), -1.0F);
     const std::size_t row = m_largest.size();
     float* largest = m_largest.data();
-    for (; count >= row; values += row, count -= row) {
+    for (; count >= kRows * row; values += kRows * row, count -= kRows * row) {
         for (std::size_t i = 0; i < row; ++i) {
-            const auto magnitude = static_cast<float>(std::abs(values[i]));
-            largest[i] = magnitude > largest[i] ? magnitude : largest[i];
+            float result = Larger(values[i], largest[i]);
+            result = Larger(values[row + i], result);
+            result = Larger(values[2 * row + i], result);
+            largest[i] = Larger(values[3 * row + i], result);
         }
     }
     for (std::size_t i = 0; i < count; ++i) {
-        const auto magnitude = static_cast<float>(std::abs(values[i]));
-        largest[i] = magnitude > largest[i] ? magnitude : largest[i];
+        largest[i % row] = Larger(values[i], largest[i % row]);
     }
 }
 

@@ -57,7 +57,12 @@ void Transfer::Measure(const ISampleContainer& sample) {
 
 SampleHandle Transfer::Pull() {
     const ReadingScope reading(m_reporter);
-    return WithFileContext(m_parts.source->ShownName(), "", [&] { return m_parts.reader->Pull(); });
+    SampleHandle sample =
+        WithFileContext(m_parts.source->ShownName(), "", [&] { return m_parts.reader->Pull(); });
+    if (m_meter.has_value() && sample != nullptr && !Converts()) {
+        Measure(*sample);
+    }
+    return sample;
 }
 
 bool Transfer::Converts() const {
@@ -65,7 +70,11 @@ bool Transfer::Converts() const {
 }
 
 SampleHandle Transfer::Convert(const SampleHandle& sample) {
-    return m_parts.converter->Convert(sample);
+    SampleHandle converted = m_parts.converter->Convert(sample);
+    if (m_meter.has_value()) {
+        Measure(*converted);
+    }
+    return converted;
 }
 
 void Transfer::Push(const SampleHandle& sample) {
@@ -75,9 +84,6 @@ void Transfer::Push(const SampleHandle& sample) {
     m_errors.RequireNoneFromOutput(m_output);
     if (m_isHashed) {
         m_hash.Add(m_parts.converter->ReadBack(*sample));
-    }
-    if (m_meter.has_value()) {
-        Measure(*sample);
     }
     m_pushed += AudioSampleIn(*sample)->GetTimeLimits().duration;
     m_reporter.Progress(m_pushed, m_total, m_parts.source->Rate());

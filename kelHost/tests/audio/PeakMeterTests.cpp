@@ -22,7 +22,7 @@ void ExpectPeak(const ChannelPeak& peak, float magnitude, std::uint64_t frame) {
 TEST(PeakMeter, FindsTheFirstPeakOfEachChannelInBlocksOfAnySize) {
     // Around the rows of the loop, and blocks that are shorter than one.
     for (const std::uint32_t channels : {1U, 2U, 3U, 6U, 1024U}) {
-        for (const std::size_t frames : {1U, 5U, 256U, 257U, 1000U}) {
+        for (const std::size_t frames : {1U, 5U, 256U, 1000U, 1024U}) {
             SCOPED_TRACE(testing::Message() << frames << " frames of " << channels);
             constexpr std::size_t kBlocks = 3;
             std::vector<std::vector<float>> blocks(kBlocks,
