@@ -114,6 +114,12 @@ private:
 
     void ResolveEncoding() {
         m_stored = FindStoredFormat(m_request.input);
+        constexpr std::uint32_t kStereo = 2;
+        if (!Exists(m_request.input) && m_source->Channels() > kStereo) {
+            Warn(fmt::format("{}: is a pipe, so that the order of its {} channels is not changed "
+                             "and the output has no channel mask",
+                             m_request.input, m_source->Channels()));
+        }
         if (m_format.encoding == nullptr) {
             m_format.encoding = &KeptEncoding(m_stored, *m_format.container);
         }
