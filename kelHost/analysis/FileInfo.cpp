@@ -1,43 +1,110 @@
 #include "analysis/FileInfo.h"
 
+#include "analysis/MetadataDocument.h"
+#include "audio/ChannelLayout.h"
 #include "base/Text.h"
 #include "elements/SourceReader.h"
 
 #include <nlohmann/json.hpp>
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <sys/stat.h>
+#include <vector>
 
 namespace kel::host {
 
-FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& log,
+namespace {
+
+// Returns the size of a regular file; none for a pipe.
+std::optional<std::uint64_t> SizeOf(const std::string& file) {
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint64_t>(status.st_size);
+}
+
+std::optional<std::uint32_t> ChannelMask(const FileInfo& info) {
+    const bool hasMask = info.format.has_value() && info.format->channelMask.value_or(0) != 0;
+    return hasMask ? info.format->channelMask : std::nullopt;
+}
+
+// Returns the weights of the channels in the order in which the source delivers them.
+std::vector<LoudnessWeight> DeliveredWeights(const FileInfo& info) {
+    const std::vector<LoudnessWeight> weights = LoudnessWeights(info.channels, ChannelMask(info));
+    const bool isVorbisOrder = info.format.has_value() && info.format->container == "Ogg" &&
+                               info.format->coding == Coding::Lossy;
+    if (!isVorbisOrder) {
+        return weights;
+    }
+    std::vector<LoudnessWeight> delivered;
+    for (const std::size_t channel : VorbisOrder(info.channels)) {
+        delivered.push_back(weights[channel]);
+    }
+    return delivered;
+}
+
+} // namespace
+
+FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const HostLogger& log,
                       Reporter& reporter) {
     reporter.Opening(file);
     const SourceReader source(file);
+    FileInfo info;
+    info.file = Escape(file);
+    info.channels = source.Channels();
+    info.rate = source.Rate();
+    info.frames = source.Frames();
+    info.delivery = DescribeDelivery(*source.Info());
+    info.bytes = SizeOf(file);
+    if (info.bytes.has_value()) { // opening a pipe again would take its content
+        info.format = FindStoredFormat(file);
+    }
+    if (request.metadata) {
+        info.metadata = info.bytes.has_value() ? ReadMetadata(file) : Metadata();
+    }
     reporter.Opened();
-    FileInfo info{Escape(file),
-                  source.Channels(),
-                  source.Rate(),
-                  source.Frames(),
-                  DescribeDelivery(*source.Info()),
-                  std::nullopt};
-    if (measure) {
-        info.measurement =
-            Measure(source, LoudnessWeights(source.Channels(), std::nullopt), log, reporter);
+    if (request.measure) {
+        info.measurement = Measure(source, DeliveredWeights(info), log, reporter);
         info.frames = info.measurement->frames;
     }
     return info;
 }
 
+std::string DescribeLayout(const FileInfo& info) {
+    return DescribeLayout(info.channels, ChannelMask(info));
+}
+
 void to_json(nlohmann::json& members, const FileInfo& info) {
-    members = {{"file", info.file},        {"channels", info.channels}, {"rate", info.rate},
-               {"frames", nullptr},        {"seconds", nullptr},        {"duration", nullptr},
+    members = {{"file", info.file},        {"format", nullptr},       {"container", nullptr},
+               {"encoding", nullptr},      {"bytes", nullptr},        {"channels", info.channels},
+               {"layout", nullptr},        {"channel_mask", nullptr}, {"rate", info.rate},
+               {"frames", nullptr},        {"seconds", nullptr},      {"duration", nullptr},
                {"delivery", info.delivery}};
+    if (info.format.has_value()) {
+        members["format"] = Describe(*info.format);
+        members["container"] = info.format->container;
+        members["encoding"] = info.format->encoding;
+    }
+    if (info.bytes.has_value()) {
+        members["bytes"] = *info.bytes;
+    }
+    if (const auto mask = ChannelMask(info)) {
+        members["layout"] = DescribeLayout(info);
+        members["channel_mask"] = *mask;
+    }
     if (info.frames.has_value()) {
         members["frames"] = *info.frames;
         members["duration"] = FormatDuration(*info.frames, info.rate);
     }
     if (info.frames.has_value() && info.rate != 0) {
         members["seconds"] = static_cast<double>(*info.frames) / info.rate;
+    }
+    if (info.metadata.has_value()) {
+        AddMetadata(members, *info.metadata, info.rate);
     }
     if (info.measurement.has_value()) {
         members["measurement"] = *info.measurement;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "analysis/Measurement.h"
+#include "container/Metadata.h"
+#include "container/StoredFormat.h"
 #include "elements/HostLogger.h"
 #include "jobs/Job.h"
 
@@ -13,24 +15,35 @@
 
 namespace kel::host {
 
-/// Facts that a source reports about a file.
+/// Facts that are read only if they are requested.
+struct InfoRequest {
+    bool metadata = false; ///< broadcast fields, tags, cue points, other parts
+    bool measure = false;  ///< levels and loudness, for which the file is read to its end
+};
+
+/// Facts about a file.
 struct FileInfo {
-    std::string file; ///< escaped
+    std::string file;                   ///< escaped
+    std::optional<StoredFormat> format; ///< missing for files that only another plug-in can read
+    std::optional<std::uint64_t> bytes; ///< size of the file; missing for pipes
     std::uint32_t channels = 0;
     std::uint32_t rate = 0;             ///< frames per second
     std::optional<std::int64_t> frames; ///< missing when it is unknown
     std::string delivery; ///< samples that the source delivers: "32-bit float little-endian"
+    std::optional<Metadata> metadata;       ///< if requested
     std::optional<Measurement> measurement; ///< if requested
 };
+
+/// Returns the layout of a file's channels: "5.1", "no layout".
+std::string DescribeLayout(const FileInfo& info);
 
 void to_json(nlohmann::json& members, const FileInfo& info);
 
 /// Opens a file and returns the facts about it. One thread at a time.
-/// @param measure whether to read it to its end and measure it as well
 /// @param log the current logger writer
 /// @param reporter receives opening and progress
 /// @throws JobError when it cannot be opened or read
-FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& log,
+FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const HostLogger& log,
                       Reporter& reporter);
 
 } // namespace kel::host

@@ -3,22 +3,20 @@
 #include "analysis/FileInfo.h"
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
-#include "base/Text.h"
 #include "commands/CommonOptions.h"
+#include "commands/InfoDetails.h"
+#include "commands/InfoFields.h"
+#include "commands/InfoTable.h"
 #include "commands/JobRunner.h"
 
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cctype>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -27,176 +25,150 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::string_view kMeasurementFields = "measurement.";
-constexpr std::string_view kChannelFields = "measurement.channels.";
-
-// Returns the place of a field in a result: "/measurement/range_lu" for "measurement.range_lu".
-json::json_pointer PointerTo(const std::string& field) {
-    std::string pointer = "/" + field;
-    std::replace(pointer.begin(), pointer.end(), '.', '/');
-    return json::json_pointer(pointer);
-}
-
-bool StartsWith(std::string_view text, std::string_view beginning) {
-    return text.substr(0, beginning.size()) == beginning;
-}
-
-// Returns all fields of the result of a mono file. Channels are counted from 0, as in the document.
-std::vector<std::string> FieldNames() {
-    FileInfo mono;
-    mono.rate = 1;
-    mono.measurement.emplace();
-    mono.measurement->channels.emplace_back();
-    std::vector<std::string> names;
-    const json members = json(mono).flatten();
-    for (const auto& [pointer, value] : members.items()) {
-        std::string name = pointer.substr(1);
-        std::replace(name.begin(), name.end(), '/', '.');
-        names.push_back(name);
-    }
-    return names;
-}
-
-// Returns the field of a mono file that corresponds to a field of any channel.
-std::string FieldOfMono(const std::string& field) {
-    constexpr std::size_t kMaxDigits = 4;
-    if (!StartsWith(field, kChannelFields)) {
-        return field;
-    }
-    const std::size_t begin = kChannelFields.size();
-    const std::size_t end = std::min(field.find('.', begin), field.size());
-    const std::string channel = field.substr(begin, end - begin);
-    const bool isNumber = !channel.empty() && channel.size() <= kMaxDigits &&
-                          std::all_of(channel.begin(), channel.end(),
-                                      [](unsigned char digit) { return std::isdigit(digit) != 0; });
-    const bool hasLeadingZero = channel.size() > 1 && channel.front() == '0';
-    return isNumber && !hasLeadingZero ? std::string(kChannelFields) + "0" + field.substr(end)
-                                       : field;
-}
-
-// The text of a value that may be null.
-std::string OrUnknown(const json& value) {
-    if (value.is_null()) {
-        return "unknown";
-    }
-    return value.is_string() ? value.get<std::string>() : DumpJSON(value);
-}
-
-// Shows a table, followed by the measurements.
-void ShowTable(const json& files, const std::vector<std::string>& measurements, std::ostream& out) {
-    std::vector<std::vector<std::string>> rows;
-    for (const json& file : files) {
-        rows.push_back({file.at("file"), fmt::format("{}", file.at("channels").get<unsigned>()),
-                        fmt::format("{} Hz", file.at("rate").get<unsigned>()),
-                        OrUnknown(file.at("frames")), OrUnknown(file.at("duration")),
-                        file.at("delivery")});
-    }
-    if (rows.empty()) {
-        return;
-    }
-    out << FormatTable({{"File"},
-                        {"Channels", Align::Right},
-                        {"Rate", Align::Right},
-                        {"Frames", Align::Right},
-                        {"Duration", Align::Right},
-                        {"Delivered as"}},
-                       rows);
-    for (const std::string& measurement : measurements) {
-        out << "\n" << measurement;
-    }
-}
+// Forms of the result.
+enum class InfoForm {
+    Table,
+    Details,
+    Document,
+    Fields,
+    CSV,
+};
 
 class InfoCommand final : public Command {
 public:
     InfoCommand() : Command("info", "Show facts about audio files") {
         Add(Option("FILE", "", &m_files, "The files").Completes(Option::Values::Files).Required());
-        Add(Option("--field", "NAME", &m_field,
-                   "Show only this field of each file: frames, measurement.range_lu, ..."));
+        Add(Option("--full", "", &m_full,
+                   "Show all facts about each file, as for a single one: broadcast fields, tags, "
+                   "cue points, other chunks"));
         Add(Option("--measure", "", &m_measure,
                    "Read the files and measure peak, RMS, and loudness (EBU R 128)"));
+        Add(Option("--field", "NAME,...", &m_fieldNames,
+                   "Show only these fields of each file: frames, broadcast.date, tags.title, "
+                   "measurement.range_lu, ...")
+                .Excludes("--full"));
+        Add(Option("--csv", "", &m_csv,
+                   "Show a line of comma-separated values for each file; --field selects them")
+                .Excludes("--full"));
         SetNotes("Examples:\n"
+                 "  kelhost info take.wav\n"
                  "  kelhost info *.wav\n"
                  "  kelhost info --measure take.wav\n"
                  "  kelhost info --field frames take.wav\n"
-                 "  kelhost info --field measurement.integrated_lufs *.wav\n"
+                 "  kelhost info --field file,measurement.integrated_lufs *.wav\n"
+                 "  kelhost info --csv *.wav\n"
                  "  kelhost info --json --measure take.wav");
     }
 
     void SetFiles(const std::vector<std::string>& files) { m_files = files; }
 
-    void Interpret(const CommonOptions& /*common*/) override {
-        if (!m_field.has_value()) {
-            return;
+    void Interpret(const CommonOptions& common) override {
+        if (m_fieldNames.has_value()) {
+            m_fields = ParseFields(*m_fieldNames);
         }
-        const std::vector<std::string> names = FieldNames();
-        if (std::find(names.begin(), names.end(), FieldOfMono(*m_field)) == names.end()) {
-            throw InvalidValue("--field", *m_field, ListAlternatives(names));
+        if (common.style.json && (m_csv || m_full)) {
+            throw UsageError(m_csv ? "--json excludes --csv" : "--json excludes --full");
         }
-        m_measure = m_measure || StartsWith(*m_field, kMeasurementFields);
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {
+        const InfoForm form = Form(common);
+        InfoRequest request;
+        request.measure = m_measure;
+        request.metadata = form == InfoForm::Details || form == InfoForm::Document;
+        if (form == InfoForm::CSV && m_fields.empty()) {
+            m_fields = CSVFields(request);
+        }
+        RequestFields(m_fields, request);
         JobRunner runner(common, streams.err);
         for (const std::string& file : m_files) {
-            runner.Add(file, "",
-                       [file, measure = m_measure](const HostLogger& log, Reporter& reporter) {
-                           return Inspect(file, measure, log, reporter);
-                       });
+            runner.Add(file, "", [=](const HostLogger& log, Reporter& reporter) {
+                return Inspect(file, request, form, log, reporter);
+            });
         }
-        std::vector<std::string> measurements;
-        std::size_t failed = runner.Run([&](const JobResult& result) {
-            if (!result.output.empty()) {
-                measurements.push_back(result.output);
-            }
-        });
-        const json results = runner.Results();
-        if (m_field.has_value()) {
-            failed += ShowField(results, common.style.json, streams.out, runner);
-        } else if (common.style.json) {
-            streams.out << FormatDocument("info",
-                                          {{"files", results}, {"failures", runner.Failures()}});
-        } else {
-            ShowTable(results, measurements, streams.out);
+        std::vector<std::string> texts;
+        std::size_t failed =
+            runner.Run([&](const JobResult& result) { texts.push_back(result.output); });
+        switch (form) {
+        case InfoForm::Table:
+            streams.out << FormatInfoTable(request, texts);
+            break;
+        case InfoForm::Details:
+            ShowDetails(texts, streams.out);
+            break;
+        case InfoForm::Document:
+            streams.out << FormatDocument(
+                "info", {{"files", runner.Results()}, {"failures", runner.Failures()}});
+            break;
+        case InfoForm::Fields:
+        case InfoForm::CSV:
+            failed += ShowFields(common.style.json, streams.out, runner);
+            break;
         }
         return failed == 0 ? kSuccess : kFailure;
     }
 
 private:
-    static JobResult Inspect(const std::string& file, bool measure, const HostLogger& log,
-                             Reporter& reporter) {
-        const FileInfo info = ReadFileInfo(file, measure, log, reporter);
+    InfoForm Form(const CommonOptions& common) const {
+        if (m_csv) {
+            return InfoForm::CSV;
+        }
+        if (!m_fields.empty()) {
+            return InfoForm::Fields;
+        }
+        if (common.style.json) {
+            return InfoForm::Document;
+        }
+        return m_full || m_files.size() == 1 ? InfoForm::Details : InfoForm::Table;
+    }
+
+    static JobResult Inspect(const std::string& file, const InfoRequest& request, InfoForm form,
+                             const HostLogger& log, Reporter& reporter) {
+        const FileInfo info = ReadFileInfo(file, request, log, reporter);
         JobResult result;
-        result.document = DumpJSON(info);
-        if (info.measurement.has_value()) {
-            result.output = info.file + "\n" + FormatMeasurement(*info.measurement);
+        if (form == InfoForm::Table) {
+            result.output = FormatRow(info);
+        } else if (form == InfoForm::Details) {
+            result.output = FormatDetails(info);
+        } else {
+            result.document = DumpJSON(info);
         }
         return result;
     }
 
-    // Shows the field of each file. Returns the number of files that do not have it.
-    std::size_t ShowField(const json& files, bool asJSON, std::ostream& out,
-                          JobRunner& runner) const {
-        const json::json_pointer pointer = PointerTo(*m_field);
+    static void ShowDetails(const std::vector<std::string>& texts, std::ostream& out) {
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            out << (i == 0 ? "" : "\n") << texts[i];
+        }
+    }
+
+    // Shows the fields of each file. Returns the number of files that do not have one of them.
+    std::size_t ShowFields(bool asJSON, std::ostream& out, JobRunner& runner) const {
+        if (m_csv) {
+            out << FormatCSVLine(m_fields);
+        }
         std::size_t failed = 0;
-        for (const json& file : files) {
-            if (file.contains(pointer)) {
-                const json& value = file.at(pointer);
-                out << (value.is_string() && !asJSON ? value.get<std::string>() : DumpJSON(value))
-                    << "\n";
+        for (const json& file : runner.Results()) {
+            std::vector<json> values(m_fields.size());
+            try {
+                std::transform(m_fields.begin(), m_fields.end(), values.begin(),
+                               [&](const std::string& field) { return FieldOf(file, field); });
+            } catch (const JobError& error) {
+                runner.ShowError(DescribeError(error));
+                ++failed;
                 continue;
             }
-            const auto channels = file.at("channels").get<std::uint64_t>();
-            runner.ShowError(DescribeError(
-                JobError(file.at("file"), fmt::format("has no field {}; it has {}, counted from 0",
-                                                      *m_field, Count(channels, "channel")))));
-            ++failed;
+            out << (m_csv ? FormatCSVLine(values) : FormatFields(values, asJSON));
         }
         return failed;
     }
 
     std::vector<std::string> m_files;
-    std::optional<std::string> m_field;
+    std::optional<std::string> m_fieldNames;
+    std::vector<std::string> m_fields;
+    bool m_full = false;
     bool m_measure = false;
+    bool m_csv = false;
 };
 
 } // namespace

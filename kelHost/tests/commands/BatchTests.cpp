@@ -251,9 +251,9 @@ TEST(BatchOfInfos, GoesOnAfterFilesThatHangOrCrash) {
     ExpectResult(RunOnTexts(directory,
                             {"info", "a.wav", "b.wav", "c.wav", "d.wav", "--open-timeout", "0.5"}),
                  1,
-                 "File   Channels      Rate  Frames     Duration  Delivered as\n"
-                 "a.wav         2  48000 Hz    1000  0:00:00.021  32-bit float little-endian\n"
-                 "d.wav         1  48000 Hz   48000  0:00:01.000  32-bit float little-endian\n",
+                 "File   Format   Channels  Layout         Rate  Frames     Duration  Bytes\n"
+                 "a.wav  unknown         2  no layout  48000 Hz    1000  0:00:00.021     13\n"
+                 "d.wav  unknown         1  no layout  48000 Hz   48000  0:00:01.000     14\n",
                  Lost("b.wav", "signal 11 (Segmentation fault)") + TooSlow("c.wav"));
     EXPECT_TRUE(Orphans::AreNone());
 }

@@ -19,19 +19,22 @@ std::string Report(const std::string& directory) {
     const std::string tone = directory + "/tone.wav";
     const std::string audio = ", 2 channels, 48000 Hz, 192000 frames, 0:00:04.000\n";
     const std::string padding(std::max(directory.size() + 9, std::size_t{4}) - 4, ' ');
-    const std::string row = "         2  48000 Hz  192000  0:00:04.000  32-bit float "
-                            "little-endian\n";
+    const std::string length = "  48000 Hz  192000  0:00:04.000  ";
     return "The sink wrote a short tone to " + tone + ".\n\nCopied through source and sink:\n" + //
            tone + " -> " + directory + "/copy.wav: extensible WAVE, float32 little-endian" + audio +
            tone + " -> " + directory + "/copy.rf64: RF64, float32 little-endian" + audio + //
            tone + " -> " + directory + "/copy.aiff: AIFF-C, int24 big-endian" + audio +
            "\nThe files:\n"
            "File" +
-           padding + " " + "  Channels      Rate  Frames     Duration  Delivered as\n" + //
-           directory + "/tone.wav " + row +                                              //
-           directory + "/copy.wav " + row +                                              //
-           directory + "/copy.rf64" + row +                                              //
-           directory + "/copy.aiff" + row +
+           padding + " " +
+           "  Format                 Channels  Layout         Rate  Frames     Duration    "
+           "Bytes\n" +
+           directory + "/tone.wav   WAVE 32-bit float             2  stereo   " + length +
+           "1536112\n" + directory + "/copy.wav   WAVE 32-bit float             2  stereo   " +
+           length + "1536112\n" + directory +
+           "/copy.rf64  RF64 32-bit float             2  stereo   " + length + "1536104\n" +
+           directory + "/copy.aiff  AIFF-C 24-bit integer         2  no layout" + length +
+           "1152072\n"
            "\nListen to one, or copy a file of your own: kelhost copy INPUT OUTPUT\n";
 }
 

@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <string>
 #include <vector>
@@ -49,9 +50,10 @@ std::vector<float> MakeTone(const std::vector<Stretch>& stretches, double hertz 
     return values;
 }
 
-json MeasureFile(const std::vector<float>& values, int channels, int rate = kRate) {
+json MeasureFile(const std::vector<float>& values, int channels, int rate = kRate,
+                 int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT) {
     const TemporaryDirectory directory;
-    WriteAudio(directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, channels, rate, values);
+    WriteAudio(directory / "take.wav", format, channels, rate, values);
     const ProcessResult result = RunKelhost(directory, {"info", "--measure", "--json", "take.wav"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
@@ -187,6 +189,41 @@ TEST(LoudnessOfShortFiles, IsNoneWhereItIsNotDefined) {
     EXPECT_EQ(empty["channels"][0]["peak"], 0.0);
     EXPECT_EQ(empty["integrated_lufs"], nullptr);
     EXPECT_EQ(empty["true_peak_dbtp"], nullptr);
+}
+
+TEST(LoudnessOfChannels, IsWeightedByTheirSpeakers) {
+    struct Row {
+        std::uint64_t mask;
+        std::size_t channel;
+        double loudness;
+    };
+    // In 7.1, those at the back are no surrounds.
+    for (const Row& row : {Row{0x63F, 2, -23.01}, Row{0x63F, 4, -23.01}, Row{0x63F, 6, -21.52},
+                           Row{0x63F, 7, -21.52}, Row{0xFF, 4, -21.52}, Row{0xFF, 7, -23.01}}) {
+        std::vector<double> levels(8, -200);
+        levels[row.channel] = -20;
+        const TemporaryDirectory directory;
+        const std::string path = directory / "take.wav";
+        WriteAudio(path, SF_FORMAT_WAVEX | SF_FORMAT_FLOAT, 8, kRate, MakeTone({{1, levels}}, 997));
+        std::string bytes = ReadFile(path);
+        constexpr std::size_t kMask = 40;
+        ASSERT_EQ(bytes.substr(kMask, 4), LittleEndian(0xFF, 4));
+        WriteFile(path, bytes.replace(kMask, 4, LittleEndian(row.mask, 4)));
+        const ProcessResult result =
+            RunKelhost(directory, {"info", "--field", "measurement.integrated_lufs", "take.wav"});
+        EXPECT_NEAR(std::stod(result.out), row.loudness, 0.05) << row.mask << " " << row.channel;
+    }
+}
+
+// They are delivered with the low frequencies at the end.
+TEST(LoudnessOfChannels, OfVorbisAreThoseOfItsOrder) {
+    constexpr double kQuiet = -200;
+    const auto measure = [](const std::vector<double>& levels) {
+        return MeasureFile(MakeTone({{1, levels}}, 100), 6, kRate,
+                           SF_FORMAT_OGG | SF_FORMAT_VORBIS)["integrated_lufs"];
+    };
+    EXPECT_EQ(measure({kQuiet, kQuiet, kQuiet, kQuiet, kQuiet, -20}), nullptr);
+    EXPECT_NE(measure({kQuiet, kQuiet, kQuiet, -20, kQuiet, kQuiet}), nullptr);
 }
 
 TEST(LoudnessOfChannels, LeavesOutLowFrequenciesAndThoseBeyondTheSixth) {

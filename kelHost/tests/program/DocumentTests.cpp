@@ -105,12 +105,23 @@ TEST_F(Documents, OfInfoListTheFilesAndTheFailuresInTheirOrder) {
         Run(1, {"kelhost.error", "kelhost.error", "kelhost.info"},
             {"info", "--json", "missing.wav", "take.wav", "text.wav", "take.wav"});
     const json file{{"file", "take.wav"},
+                    {"format", "WAVE 16-bit integer"},
+                    {"container", "WAVE"},
+                    {"encoding", "16-bit integer"},
+                    {"bytes", 4044},
                     {"channels", 2},
+                    {"layout", nullptr},
+                    {"channel_mask", nullptr},
                     {"rate", 48000},
                     {"frames", 1000},
                     {"seconds", 1000.0 / 48000},
                     {"duration", "0:00:00.021"},
-                    {"delivery", "32-bit float little-endian"}};
+                    {"delivery", "32-bit float little-endian"},
+                    {"broadcast", nullptr},
+                    {"tags", json::array()},
+                    {"cue_points", json::array()},
+                    {"chunks", json::array()},
+                    {"problems", json::array()}};
     EXPECT_EQ(
         documents[2],
         (json{{"document", "kelhost.info"},

@@ -1,0 +1,181 @@
+#include "commands/InfoDetails.h"
+
+#include "analysis/MetadataDocument.h"
+#include "base/Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kel::host {
+
+namespace {
+
+// The names of facts are as wide as that of the integrated loudness, which may follow.
+std::string Line(std::string_view name, std::string_view text) {
+    return fmt::format("{:<19}  {}\n", name, text);
+}
+
+// A text of a file in as many lines as it has; nothing for an empty one.
+std::string TextLines(std::string_view name, const std::string& text) {
+    std::string lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        lines += Line(lines.empty() ? name : "", Escape(line));
+    }
+    return lines;
+}
+
+std::string Section(std::string_view title, const std::string& lines) {
+    return lines.empty() ? "" : fmt::format("\n{}\n{}", title, lines);
+}
+
+std::string FormatFacts(const FileInfo& info) {
+    constexpr const char* kUnknown = "unknown";
+    return Line("File", info.file) +
+           Line("Format", info.format.has_value() ? Describe(*info.format) : kUnknown) +
+           Line("Size", info.bytes.has_value() ? Count(*info.bytes, "byte") : kUnknown) +
+           Line("Channels", fmt::format("{}, {}", info.channels, DescribeLayout(info))) +
+           Line("Rate", fmt::format("{} Hz", info.rate)) +
+           Line("Frames", info.frames.has_value() ? fmt::format("{}", *info.frames) : kUnknown) +
+           Line("Duration",
+                info.frames.has_value() ? FormatDuration(*info.frames, info.rate) : kUnknown);
+}
+
+// A stored loudness value with its unit; nothing where it is not declared.
+std::string LoudnessLine(const char* name, std::int16_t hundredths, const char* unit) {
+    constexpr double kPerUnit = 100;
+    const bool isDeclared = hundredths != std::numeric_limits<std::int16_t>::max();
+    return isDeclared ? Line(name, fmt::format("{:.2f} {}", hundredths / kPerUnit, unit)) : "";
+}
+
+std::string FormatLoudness(const BroadcastLoudness& loudness) {
+    return LoudnessLine("Integrated loudness", loudness.integrated, "LUFS") +
+           LoudnessLine("Loudness range", loudness.range, "LU") +
+           LoudnessLine("True peak", loudness.truePeak, "dBTP") +
+           LoudnessLine("Maximum momentary", loudness.momentary, "LUFS") +
+           LoudnessLine("Maximum short-term", loudness.shortTerm, "LUFS");
+}
+
+std::string FormatBroadcast(const Broadcast& broadcast, std::uint32_t rate) {
+    const std::string time = FormatPosition(broadcast.timeReference, rate);
+    return TextLines("Description", broadcast.description) +
+           TextLines("Originator", broadcast.originator) +
+           TextLines("Reference", broadcast.originatorReference) +
+           TextLines("Date", broadcast.date) + TextLines("Time", broadcast.time) +
+           Line("Time reference",
+                fmt::format("{}, {}", Count(broadcast.timeReference, "frame"), time)) +
+           (broadcast.loudness.has_value() ? FormatLoudness(*broadcast.loudness) : "") +
+           TextLines("Coding history", broadcast.codingHistory);
+}
+
+std::string FormatTags(const std::vector<Tag>& tags) {
+    std::string lines;
+    for (const Tag& tag : tags) {
+        lines += TextLines(Escape(tag.name), tag.value);
+    }
+    return lines;
+}
+
+// Shortens a label for a table: its rows are as wide as the longest one.
+std::string Shorten(const std::string& text) {
+    constexpr std::size_t kMaxCharacters = 60;
+    const std::string escaped = Escape(text);
+    std::size_t characters = 0;
+    for (std::size_t i = 0; i < escaped.size(); ++i) {
+        constexpr unsigned kContinuationMask = 0xC0;
+        constexpr unsigned kContinuation = 0x80; // a byte within a character
+        const bool begins =
+            (static_cast<unsigned char>(escaped[i]) & kContinuationMask) != kContinuation;
+        if (begins && ++characters > kMaxCharacters) {
+            return escaped.substr(0, i) + "...";
+        }
+    }
+    return escaped;
+}
+
+// Returns a table without the columns that have no text at all.
+std::string FormatUsedColumns(const std::vector<Column>& columns,
+                              const std::vector<std::vector<std::string>>& rows) {
+    std::vector<Column> used;
+    std::vector<std::vector<std::string>> cells(rows.size());
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        const bool isUsed =
+            std::any_of(rows.begin(), rows.end(), [i](const auto& row) { return !row[i].empty(); });
+        if (isUsed) {
+            used.push_back(columns[i]);
+            for (std::size_t row = 0; row < rows.size(); ++row) {
+                cells[row].push_back(rows[row][i]);
+            }
+        }
+    }
+    return FormatTable(used, cells);
+}
+
+std::string FormatCuePoints(const std::vector<CuePoint>& points, std::uint32_t rate) {
+    if (points.empty()) {
+        return "";
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (const CuePoint& point : points) {
+        rows.push_back({fmt::format("{}", point.id), fmt::format("{}", point.frame),
+                        FormatPosition(point.frame, rate),
+                        point.length > 0 ? fmt::format("{}", point.length) : "",
+                        Shorten(point.label), Shorten(point.note)});
+    }
+    return FormatUsedColumns({{"Number", Align::Right},
+                              {"Frame", Align::Right},
+                              {"Time", Align::Right},
+                              {"Length", Align::Right},
+                              {"Label"},
+                              {"Note"}},
+                             rows);
+}
+
+std::string FormatOthers(const std::vector<OtherPart>& parts) {
+    std::string lines;
+    for (const OtherPart& part : parts) {
+        lines += Line(Escape(part.name), Count(part.bytes, "byte"));
+    }
+    return lines;
+}
+
+std::string FormatProblems(const std::vector<std::string>& problems) {
+    std::string lines;
+    for (const std::string& problem : problems) {
+        lines += Escape(problem) + "\n";
+    }
+    return lines;
+}
+
+} // namespace
+
+std::string FormatDetails(const FileInfo& info) {
+    const Metadata metadata = info.metadata.value_or(Metadata());
+    std::string text = FormatFacts(info);
+    if (metadata.broadcast.has_value()) {
+        text += Section("Broadcast", FormatBroadcast(*metadata.broadcast, info.rate));
+    }
+    text += Section("Tags", FormatTags(metadata.tags)) +
+            Section("Cue points", FormatCuePoints(metadata.cuePoints, info.rate)) +
+            Section("Other chunks", FormatOthers(metadata.others)) +
+            Section("Problems", FormatProblems(metadata.problems));
+    if (info.measurement.has_value()) {
+        text += "\n" + FormatMeasurement(*info.measurement);
+    }
+    return text;
+}
+
+} // namespace kel::host
