@@ -1,7 +1,7 @@
 # Shared by the scripts, which source it: the Debian packages for each purpose, installation, builds.
 
 # To build and run the host program.
-build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev libfmt-dev nlohmann-json3-dev libxxhash-dev libebur128-dev libcairo2-dev"
+build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev libfmt-dev nlohmann-json3-dev libxxhash-dev libebur128-dev nettle-dev libcairo2-dev"
 # To build and run the tests: the test framework, and tools that check the outputs.
 test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev groff-base make sox ffmpeg parallel patch python3 python3-jsonschema fuse3 libfuse3-dev python3-mutagen mediainfo libimage-exiftool-perl"
 # To make the Debian packages.

@@ -1,7 +1,9 @@
 #include "analysis/FileInfo.h"
 
+#include "analysis/Checksum.h"
 #include "analysis/MetadataDocument.h"
 #include "audio/ChannelLayout.h"
+#include "base/Errors.h"
 #include "base/Text.h"
 #include "elements/SourceReader.h"
 
@@ -47,6 +49,18 @@ std::vector<LoudnessWeight> DeliveredWeights(const FileInfo& info) {
     return delivered;
 }
 
+// Verifies that the samples of a file can be read as they are stored.
+void RequireStored(const std::string& file, const FileInfo& info) {
+    if (!info.bytes.has_value()) {
+        throw JobError(file,
+                       "cannot compute its checksum: it is not a regular file; copy it to one");
+    }
+    if (!info.format.has_value()) {
+        throw JobError(file, "cannot compute its checksum: libsndfile does not know its format; "
+                             "use kelhost compare");
+    }
+}
+
 } // namespace
 
 FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const HostLogger& log,
@@ -67,6 +81,10 @@ FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const
         info.metadata = info.bytes.has_value() ? ReadMetadata(file) : Metadata();
     }
     reporter.Opened();
+    if (request.checksum) {
+        RequireStored(file, info);
+        info.md5 = SampleMD5(file, log, reporter);
+    }
     if (request.measure) {
         info.measurement = Measure(source, DeliveredWeights(info), log, reporter);
         info.frames = info.measurement->frames;
@@ -105,6 +123,9 @@ void to_json(nlohmann::json& members, const FileInfo& info) {
     }
     if (info.metadata.has_value()) {
         AddMetadata(members, *info.metadata, info.rate);
+    }
+    if (info.md5.has_value()) {
+        members["md5"] = *info.md5;
     }
     if (info.measurement.has_value()) {
         members["measurement"] = *info.measurement;

@@ -18,6 +18,7 @@ namespace kel::host {
 /// Facts that are read only if they are requested.
 struct InfoRequest {
     bool metadata = false; ///< broadcast fields, tags, cue points, other parts
+    bool checksum = false; ///< of the samples, for which the file is read to its end
     bool measure = false;  ///< levels and loudness, for which the file is read to its end
 };
 
@@ -31,6 +32,7 @@ struct FileInfo {
     std::optional<std::int64_t> frames; ///< missing when it is unknown
     std::string delivery; ///< samples that the source delivers: "32-bit float little-endian"
     std::optional<Metadata> metadata;       ///< if requested
+    std::optional<std::string> md5;         ///< of the samples, if requested
     std::optional<Measurement> measurement; ///< if requested
 };
 

@@ -33,20 +33,6 @@ json LoudnessOf(const Broadcast& broadcast) {
             {"short_term_lufs", LoudnessValue(loudness.shortTerm)}};
 }
 
-// Returns bytes as hexadecimal digits; null for none.
-json HexadecimalOf(const std::string& bytes) {
-    if (bytes.empty()) {
-        return nullptr;
-    }
-    constexpr const char* kDigits = "0123456789abcdef";
-    std::string digits;
-    for (const char byte : bytes) {
-        const auto number = static_cast<unsigned char>(byte);
-        digits += {kDigits[number / 16], kDigits[number % 16]};
-    }
-    return digits;
-}
-
 json BroadcastOf(const Broadcast& broadcast, std::uint32_t rate) {
     return {{"description", broadcast.description},
             {"originator", broadcast.originator},
@@ -56,7 +42,7 @@ json BroadcastOf(const Broadcast& broadcast, std::uint32_t rate) {
             {"time_reference", broadcast.timeReference},
             {"time_reference_time", FormatPosition(broadcast.timeReference, rate)},
             {"version", broadcast.version},
-            {"umid", HexadecimalOf(broadcast.umid)},
+            {"umid", broadcast.umid.empty() ? json() : json(Hexadecimal(broadcast.umid))},
             {"loudness", LoudnessOf(broadcast)},
             {"coding_history", broadcast.codingHistory}};
 }

@@ -133,6 +133,14 @@ std::string Escape(std::string_view text) {
     return escaped;
 }
 
+std::string Hexadecimal(std::string_view bytes) {
+    std::string digits;
+    for (const char byte : bytes) {
+        digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
+    }
+    return digits;
+}
+
 std::string FormatDuration(std::int64_t frames, std::uint32_t rate) {
     if (rate == 0) {
         return "unknown";

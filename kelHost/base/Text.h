@@ -31,6 +31,9 @@ std::size_t CountCharacters(const std::string& text);
 /// differ at the end of their names.
 std::string KeepEnd(const std::string& text, std::size_t maxCharacters);
 
+/// Returns bytes as hexadecimal digits: "060a".
+std::string Hexadecimal(std::string_view bytes);
+
 /// Returns a duration as h:mm:ss.mmm, rounded to the millisecond.
 /// @param frames number of frames, not negative
 /// @param rate frames per second; 0 returns "unknown"

@@ -43,6 +43,8 @@ public:
                    "cue points, other chunks"));
         Add(Option("--measure", "", &m_measure,
                    "Read the files and measure peak, RMS, and loudness (EBU R 128)"));
+        Add(Option("--checksum", "", &m_checksum,
+                   "Read the files and compute the MD5 of their samples, as FLAC and ffmpeg do"));
         Add(Option("--field", "NAME,...", &m_fieldNames,
                    "Show only these fields of each file: frames, broadcast.date, tags.title, "
                    "measurement.range_lu, ...")
@@ -54,6 +56,7 @@ public:
                  "  kelhost info take.wav\n"
                  "  kelhost info *.wav\n"
                  "  kelhost info --measure take.wav\n"
+                 "  kelhost info --checksum take.wav take.flac\n"
                  "  kelhost info --field frames take.wav\n"
                  "  kelhost info --field file,measurement.integrated_lufs *.wav\n"
                  "  kelhost info --csv *.wav\n"
@@ -75,6 +78,7 @@ public:
         const InfoForm form = Form(common);
         InfoRequest request;
         request.measure = m_measure;
+        request.checksum = m_checksum;
         request.metadata = form == InfoForm::Details || form == InfoForm::Document;
         if (form == InfoForm::CSV && m_fields.empty()) {
             m_fields = CSVFields(request);
@@ -168,6 +172,7 @@ private:
     std::vector<std::string> m_fields;
     bool m_full = false;
     bool m_measure = false;
+    bool m_checksum = false;
     bool m_csv = false;
 };
 

@@ -51,7 +51,8 @@ std::string FormatFacts(const FileInfo& info) {
            Line("Rate", fmt::format("{} Hz", info.rate)) +
            Line("Frames", info.frames.has_value() ? fmt::format("{}", *info.frames) : kUnknown) +
            Line("Duration",
-                info.frames.has_value() ? FormatDuration(*info.frames, info.rate) : kUnknown);
+                info.frames.has_value() ? FormatDuration(*info.frames, info.rate) : kUnknown) +
+           (info.md5.has_value() ? Line("MD5 of the samples", *info.md5) : "");
 }
 
 // A stored loudness value with its unit; nothing where it is not declared.

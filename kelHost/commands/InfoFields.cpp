@@ -55,6 +55,7 @@ bool IsIndex(const std::string& part) {
 FileInfo ExampleInfo() {
     FileInfo info;
     info.rate = 1;
+    info.md5.emplace();
     info.measurement.emplace();
     info.measurement->channels.emplace_back();
     info.metadata.emplace();
@@ -165,6 +166,9 @@ std::vector<std::string> CSVFields(const InfoRequest& request) {
                                     "tags.album",
                                     "tags.date",
                                     "tags.comment"};
+    if (request.checksum) {
+        fields.emplace_back("md5");
+    }
     if (request.measure) {
         fields.insert(fields.end(), {"measurement.integrated_lufs", "measurement.range_lu",
                                      "measurement.true_peak_dbtp"});
@@ -175,6 +179,7 @@ std::vector<std::string> CSVFields(const InfoRequest& request) {
 void RequestFields(const std::vector<std::string>& fields, InfoRequest& request) {
     for (const std::string& field : fields) {
         request.measure = request.measure || StartsWith(field, kMeasurementFields);
+        request.checksum = request.checksum || field == "md5";
         request.metadata = request.metadata || IsMetadata(field);
     }
 }

@@ -49,24 +49,30 @@ std::vector<std::string> MeasuredCells(const FileInfo& info) {
 }
 
 std::vector<Column> Columns(const InfoRequest& request) {
+    std::vector<Column> columns;
     if (request.measure) {
-        return {{"File"},
-                {"Duration", Align::Right},
-                {"Peak", Align::Right},
-                {"Integrated", Align::Right},
-                {"Range", Align::Right},
-                {"True peak", Align::Right},
-                {"At full scale", Align::Right},
-                {"Not finite", Align::Right}};
+        columns = {{"File"},
+                   {"Duration", Align::Right},
+                   {"Peak", Align::Right},
+                   {"Integrated", Align::Right},
+                   {"Range", Align::Right},
+                   {"True peak", Align::Right},
+                   {"At full scale", Align::Right},
+                   {"Not finite", Align::Right}};
+    } else {
+        columns = {{"File"},
+                   {"Format"},
+                   {"Channels", Align::Right},
+                   {"Layout"},
+                   {"Rate", Align::Right},
+                   {"Frames", Align::Right},
+                   {"Duration", Align::Right},
+                   {"Bytes", Align::Right}};
     }
-    return {{"File"},
-            {"Format"},
-            {"Channels", Align::Right},
-            {"Layout"},
-            {"Rate", Align::Right},
-            {"Frames", Align::Right},
-            {"Duration", Align::Right},
-            {"Bytes", Align::Right}};
+    if (request.checksum) {
+        columns.push_back({"MD5 of the samples"});
+    }
+    return columns;
 }
 
 std::vector<std::string> SplitCells(const std::string& row) {
@@ -85,6 +91,9 @@ std::string FormatRow(const FileInfo& info) {
     for (const std::string& cell :
          info.measurement.has_value() ? MeasuredCells(info) : FormatCells(info)) {
         row += cell + kCellEnd;
+    }
+    if (info.md5.has_value()) {
+        row += *info.md5 + kCellEnd;
     }
     return row;
 }

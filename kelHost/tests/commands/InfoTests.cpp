@@ -356,7 +356,7 @@ TEST(InfoField, IsRefusedWithTheValidOnesBeforeAnyFileIsRead) {
         "broadcast.version, bytes, channel_mask, channels, chunks.0.bytes, chunks.0.name, "
         "container, cue_points.0.frame, cue_points.0.id, cue_points.0.label, cue_points.0.length, "
         "cue_points.0.note, cue_points.0.time, delivery, duration, encoding, file, format, frames, "
-        "layout, measurement.channels.0.at_full_scale, measurement.channels.0.non_finite, "
+        "layout, md5, measurement.channels.0.at_full_scale, measurement.channels.0.non_finite, "
         "measurement.channels.0.peak, measurement.channels.0.peak_dbfs, "
         "measurement.channels.0.rms, measurement.channels.0.rms_dbfs, "
         "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, "
