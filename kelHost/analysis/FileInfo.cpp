@@ -9,12 +9,10 @@
 
 #include <nlohmann/json.hpp>
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
-#include <vector>
 
 namespace kel::host {
 
@@ -32,21 +30,6 @@ std::optional<std::uint64_t> SizeOf(const std::string& file) {
 std::optional<std::uint32_t> ChannelMask(const FileInfo& info) {
     const bool hasMask = info.format.has_value() && info.format->channelMask.value_or(0) != 0;
     return hasMask ? info.format->channelMask : std::nullopt;
-}
-
-// Returns the weights of the channels in the order in which the source delivers them.
-std::vector<LoudnessWeight> DeliveredWeights(const FileInfo& info) {
-    const std::vector<LoudnessWeight> weights = LoudnessWeights(info.channels, ChannelMask(info));
-    const bool isVorbisOrder = info.format.has_value() && info.format->container == "Ogg" &&
-                               info.format->coding == Coding::Lossy;
-    if (!isVorbisOrder) {
-        return weights;
-    }
-    std::vector<LoudnessWeight> delivered;
-    for (const std::size_t channel : VorbisOrder(info.channels)) {
-        delivered.push_back(weights[channel]);
-    }
-    return delivered;
 }
 
 // Verifies that the samples of a file can be read as they are stored.
@@ -86,7 +69,8 @@ FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const
         info.md5 = SampleMD5(file, log, reporter);
     }
     if (request.measure) {
-        info.measurement = Measure(source, DeliveredWeights(info), log, reporter);
+        info.measurement =
+            Measure(source, LoudnessWeights(info.channels, ChannelMask(info)), log, reporter);
         info.frames = info.measurement->frames;
     }
     return info;

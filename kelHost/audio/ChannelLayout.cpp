@@ -8,8 +8,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
-#include <numeric>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -141,22 +139,6 @@ std::vector<LoudnessWeight> LoudnessWeights(std::uint32_t channels,
     std::transform(speakers.begin(), speakers.end(), weights.begin(),
                    [used](Mask speaker) { return WeightOf(speaker, used); });
     return weights;
-}
-
-std::vector<std::size_t> VorbisOrder(std::uint32_t channels) {
-    static const std::map<std::uint32_t, std::vector<std::size_t>> orders{
-        {3, {0, 2, 1}},
-        {5, {0, 2, 1, 3, 4}},
-        {6, {0, 2, 1, 4, 5, 3}},
-        {7, {0, 2, 1, 5, 6, 4, 3}},
-        {8, {0, 2, 1, 6, 7, 4, 5, 3}}};
-    const auto order = orders.find(channels);
-    if (order != orders.end()) {
-        return order->second;
-    }
-    std::vector<std::size_t> same(channels);
-    std::iota(same.begin(), same.end(), std::size_t{0});
-    return same;
 }
 
 } // namespace kel::host

@@ -1,7 +1,6 @@
 /// Speakers of channels: names of layouts, and weights for loudness. Pure functions.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -32,9 +31,5 @@ enum class LoudnessWeight {
 /// @param mask as for DescribeLayout
 std::vector<LoudnessWeight> LoudnessWeights(std::uint32_t channels,
                                             std::optional<std::uint32_t> mask);
-
-/// Returns the order of the channels of Vorbis and Opus (Vorbis I, section 4.3.9; RFC 7845, section
-/// 5.1.1.2), in which libsndfile delivers them: for each, its place in the order of the bits.
-std::vector<std::size_t> VorbisOrder(std::uint32_t channels);
 
 } // namespace kel::host

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -104,24 +103,6 @@ TEST(LoudnessWeights, WithoutAMaskAreThoseOfTheNumberOfChannels) {
     EXPECT_EQ(Weights(4, std::nullopt), "11SS");
     EXPECT_EQ(Weights(5, std::nullopt), "111SS");
     EXPECT_EQ(Weights(8, 0), "111-SS--");
-}
-
-TEST(VorbisOrder, PutsTheCentreSecondAndLowFrequenciesLast) {
-    const auto order = [](std::uint32_t channels) {
-        std::string text;
-        for (const std::size_t channel : VorbisOrder(channels)) {
-            text += std::to_string(channel);
-        }
-        return text;
-    };
-    EXPECT_EQ(order(2), "01");
-    EXPECT_EQ(order(3), "021");
-    EXPECT_EQ(order(4), "0123");
-    EXPECT_EQ(order(5), "02134");
-    EXPECT_EQ(order(6), "021453");
-    EXPECT_EQ(order(7), "0215643");
-    EXPECT_EQ(order(8), "02167453");
-    EXPECT_EQ(order(9), "012345678");
 }
 
 } // namespace kel::host

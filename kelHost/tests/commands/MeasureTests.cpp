@@ -215,8 +215,8 @@ TEST(LoudnessOfChannels, IsWeightedByTheirSpeakers) {
     }
 }
 
-// They are delivered with the low frequencies at the end.
-TEST(LoudnessOfChannels, OfVorbisAreThoseOfItsOrder) {
+// The file has the low frequencies at its end.
+TEST(LoudnessOfChannels, OfVorbisAreThoseOfItsLayout) {
     constexpr double kQuiet = -200;
     const auto measure = [](const std::vector<double>& levels) {
         return MeasureFile(MakeTone({{1, levels}}, 100), 6, kRate,
