@@ -67,6 +67,61 @@ void WriteSourceSeeds(const fs::path& directory) {
     kel::test::WriteFile((directory / "nothing").string(), kSourcePrefix);
 }
 
+// A file with all the metadata that libsndfile can write. The byte before a file selects its use.
+void WriteMetadataSeed(const fs::path& directory, int format) {
+    const kel::test::TemporaryDirectory work;
+    const std::string path = work / "seed";
+    SF_INFO info{};
+    info.channels = 1;
+    info.samplerate = 48000;
+    info.format = format;
+    SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (file == nullptr) {
+        return;
+    }
+    for (const int string : {SF_STR_TITLE, SF_STR_ARTIST, SF_STR_COMMENT, SF_STR_GENRE}) {
+        sf_set_string(file, string, "17 \xC3\xA9");
+    }
+    SF_BROADCAST_INFO broadcast{};
+    broadcast.version = 2;
+    broadcast.time_reference_high = 1;
+    sf_command(file, SFC_SET_BROADCAST_INFO, &broadcast, sizeof broadcast);
+    SF_CUES cues{};
+    cues.cue_count = 2;
+    cues.cue_points[0].indx = 1;
+    cues.cue_points[1].indx = 2;
+    cues.cue_points[1].sample_offset = 10;
+    sf_command(file, SFC_SET_CUE, &cues, sizeof cues);
+    const std::vector<float> values(960, 0.25F);
+    sf_writef_float(file, values.data(), 960);
+    sf_close(file);
+    kel::test::WriteFile((directory / std::to_string(format)).string(),
+                         std::string(1, '\0') + kel::test::ReadFile(path));
+}
+
+// Chunks that libsndfile does not write, and metadata.
+std::vector<std::string> MetadataSeeds() {
+    const std::string id3("ID3\3\0\0\0\0\0\x3DTIT2\0\0\0\5\0\0\1\xFF\xFE"
+                          "a\0COMM\0\0\0\7\0\0\0engx\0yTXXX"
+                          "\0\0\0\4\0\0\3a\0bTCON\0\0\0\5\0\0\0(17)",
+                          71);
+    const std::string labels("adtllabl\6\0\0\0\1\0\0\0A\0note\6\0\0\0\1\0\0\0B\0ltxt\x14\0\0\0\1\0"
+                             "\0\0\5\0\0\0rgn \0\0\0\0\0\0\0\0",
+                             60);
+    const std::string cue("cue \x1C\0\0\0\1\0\0\0\1\0\0\0\2\0\0\0data\0\0\0\0\0\0\0\0\2\0\0\0", 36);
+    const std::string aiff("FORM\0\0\0\x60"
+                           "AIFFNAME\0\0\0\2abMARK\0\0\0\x0C\0\1\0\1\0\0\0\5\3odd"
+                           "COMT\0\0\0\x0C\0\1\0\0\0\0\0\1\0\2hiID3 \0\0\0\x47",
+                           70);
+    const std::string mp3 = id3 + "\xFF\xFB\x90TAG" + std::string(125, 'x');
+    const std::string zero(1, '\0');
+    return {zero + "RIFF\x80" + std::string(3, '\0') + "WAVE" + cue + "LIST\x3C" +
+                std::string(3, '\0') + labels + "id3 \x47" + std::string(3, '\0') + id3,
+            zero + aiff + id3, zero + mp3,
+            zero + ".snd" + std::string("\0\0\0\x20", 4) + std::string(16, '\0') + "hi",
+            "\1\5title\6artist\3\xE9 c" + std::string(40, '\2')};
+}
+
 void WriteSeeds(const fs::path& directory, const std::vector<std::string>& contents) {
     for (std::size_t i = 0; i < contents.size(); ++i) {
         kel::test::WriteFile((directory / std::to_string(i)).string(), contents[i]);
@@ -95,7 +150,8 @@ int main(int argc, char** argv) {
             return 2;
         }
         const fs::path directory = argv[1];
-        for (const char* target : {"Source", "Sink", "Text", "Parameters", "Registry"}) {
+        for (const char* target :
+             {"Source", "Sink", "Text", "Parameters", "Registry", "Metadata"}) {
             fs::create_directories(directory / target);
         }
         WriteSourceSeeds(directory / "Source");
@@ -108,6 +164,15 @@ int main(int argc, char** argv) {
                    {std::string("\3\1\0\0\1\1\1\1\4text\1\2\2\1\0\0\7\1\1\1\2hi\1\1\3", 27)});
         WriteSeeds(directory / "Registry",
                    {std::string("\0\1\0\0\0\1\1\0\0\0\1\0\2\1\1\0\0\0\1", 19)});
+        for (const int format :
+             {SF_FORMAT_WAV | SF_FORMAT_PCM_16, SF_FORMAT_RF64 | SF_FORMAT_PCM_16,
+              SF_FORMAT_W64 | SF_FORMAT_PCM_16, SF_FORMAT_AIFF | SF_FORMAT_PCM_16,
+              SF_FORMAT_CAF | SF_FORMAT_PCM_16, SF_FORMAT_FLAC | SF_FORMAT_PCM_16,
+              SF_FORMAT_OGG | SF_FORMAT_VORBIS, SF_FORMAT_OGG | SF_FORMAT_OPUS,
+              SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III}) {
+            WriteMetadataSeed(directory / "Metadata", format);
+        }
+        WriteSeeds(directory / "Metadata", MetadataSeeds());
         return 0;
     } catch (const std::exception& error) {
         std::cerr << error.what() << "\n";

@@ -20,7 +20,6 @@ namespace {
 
 constexpr std::uint64_t kID3Header = 10;
 constexpr std::size_t kMaxFrames = 4096;
-constexpr std::size_t kMaxTexts = 256; // of one frame
 
 // Encodings of texts.
 constexpr char kUTF16 = 1;
@@ -162,7 +161,7 @@ std::vector<std::string> DecodeTexts(char encoding, std::string_view bytes) {
     const std::size_t width = isWide ? 2 : 1;
     std::vector<std::string> texts;
     std::size_t start = 0;
-    while (start < bytes.size() && texts.size() < kMaxTexts) {
+    while (start < bytes.size() && texts.size() < kMaxTags) {
         std::size_t end = start;
         while (end + width <= bytes.size() &&
                bytes.substr(end, width) != std::string(width, '\0')) {
@@ -329,7 +328,7 @@ private:
             name = kind + (texts.front().empty() ? "" : ":" + LowerCase(texts.front()));
         }
         for (std::size_t i = first; i < texts.size(); ++i) {
-            const bool isGenre = name == "genre" && !texts[i].empty();
+            const bool isGenre = name == "genre" && !isUserFrame && !texts[i].empty();
             m_builder.AddTag(name, isGenre ? DecodeGenre(texts[i]) : texts[i]);
         }
     }
@@ -359,7 +358,9 @@ std::string FormatTexts(const std::string& name, const std::string& texts) {
             name == comment ? std::string() : name.substr(comment.size() + 1);
         return FormatFrame("COMM", encoding + "XXX" + description + '\0' + texts);
     }
-    const std::string id = FrameId(name);
+    // The frame for genres has numbers for some of them; a text may look like one.
+    const bool isMistakable = name == "genre" && texts.find_first_of("(0123456789") != texts.npos;
+    const std::string id = isMistakable ? "" : FrameId(name);
     return id.empty() ? FormatFrame("TXXX", encoding + name + '\0' + texts)
                       : FormatFrame(id, encoding + texts);
 }

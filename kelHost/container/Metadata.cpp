@@ -97,6 +97,9 @@ Metadata ReadMetadata(const FileName& file) {
     const auto chunks = ReadChunkList(header, input->bytes);
     if (chunks.has_value()) {
         (IsAIFF(chunks->form) ? AddAIFFMetadata : AddRIFFMetadata)(header, *chunks, builder);
+        if (!chunks->isComplete) {
+            builder.AddProblem(fmt::format("there are more than {} chunks", kMaxChunks));
+        }
     } else {
         AddOtherMetadata(file, header, input->bytes, builder);
     }

@@ -16,21 +16,8 @@ namespace {
 using test::BigEndian;
 using test::LittleEndian;
 
-// The bytes of a file that consists of these chunks.
-std::string FileOf(const std::vector<NewChunk>& chunks, ChunkForm form) {
-    const bool isLittle = form == ChunkForm::RIFF;
-    std::string content = isLittle || form == ChunkForm::RIFX ? "WAVE" : "AIFF";
-    for (const NewChunk& chunk : chunks) {
-        content += isLittle ? test::Chunk(chunk.name, chunk.content) +
-                                  std::string(chunk.content.size() % 2, '\0')
-                            : test::BigChunk(chunk.name, chunk.content);
-    }
-    return isLittle ? test::Chunk("RIFF", content)
-                    : test::BigChunk(form == ChunkForm::RIFX ? "RIFX" : "FORM", content);
-}
-
 std::string RoundTrip(const Metadata& metadata, ChunkForm form) {
-    return test::DescribeFile(FileOf(MakeChunks(metadata, form), form));
+    return test::DescribeFile(test::FileOf(MakeChunks(metadata, form), form));
 }
 
 Metadata MakeMetadata() {
@@ -112,6 +99,12 @@ TEST(MetadataChunks, HaveTheDocumentedBytesInAIFFFiles) {
                                      BigEndian(1, 2) + std::string("N\0", 2));
     EXPECT_EQ(chunks[2].content, std::string("ID3\4\0\0\0\0\0\x0E", 10) + "TALB" + BigEndian(4, 4) +
                                      BigEndian(0, 2) + "\3Alb");
+}
+
+TEST(MetadataChunks, KeepGenresThatLookLikeNumbers) {
+    Metadata metadata;
+    metadata.tags = {{"genre", "(17)(18)"}, {"genre", "17"}};
+    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
 }
 
 TEST(MetadataChunks, JoinTagsOfOneName) {

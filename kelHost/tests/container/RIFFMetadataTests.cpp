@@ -163,4 +163,14 @@ TEST(RIFFMetadata, IsReadUpToALimit) {
                   "\nproblem: LIST INFO has 1048576 bytes; only the first 0 are read\n");
 }
 
+TEST(RIFFMetadata, NotesThatThereAreTooManyChunks) {
+    std::string chunks;
+    for (std::size_t i = 0; i < kMaxChunks; ++i) {
+        chunks += test::Chunk("fmt ", "");
+    }
+    EXPECT_EQ(DescribeWAVE(chunks), "");
+    EXPECT_EQ(DescribeWAVE(chunks + test::Chunk("fmt ", "")),
+              "problem: there are more than 65536 chunks\n");
+}
+
 } // namespace kel::host

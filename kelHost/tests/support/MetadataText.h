@@ -2,7 +2,9 @@
 #pragma once
 
 #include "DamagedFiles.h"
+#include "container/ChunkList.h"
 #include "container/Metadata.h"
+#include "container/NewChunk.h"
 
 #include <TemporaryDirectory.h>
 
@@ -10,6 +12,7 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace kel::test {
 
@@ -22,6 +25,19 @@ inline std::string BigEndian(std::uint64_t number, std::size_t bytes) {
 /// A chunk of an AIFF file whose size is right.
 inline std::string BigChunk(const std::string& name, const std::string& content) {
     return name + BigEndian(content.size(), 4) + content + (content.size() % 2 != 0 ? "\1" : "");
+}
+
+/// The bytes of a WAVE, RIFX or AIFF file that consists of these chunks.
+inline std::string FileOf(const std::vector<host::NewChunk>& chunks, host::ChunkForm form) {
+    const bool isLittle = form == host::ChunkForm::RIFF;
+    std::string content = isLittle || form == host::ChunkForm::RIFX ? "WAVE" : "AIFF";
+    for (const host::NewChunk& chunk : chunks) {
+        content += isLittle ? Chunk(chunk.name, chunk.content) +
+                                  std::string(chunk.content.size() % 2, '\0')
+                            : BigChunk(chunk.name, chunk.content);
+    }
+    return isLittle ? Chunk("RIFF", content)
+                    : BigChunk(form == host::ChunkForm::RIFX ? "RIFX" : "FORM", content);
 }
 
 /// A text that fills a field.
