@@ -24,9 +24,9 @@ namespace {
 
 // Chunks that describe the samples, and padding.
 bool DescribesSamplesOrNothing(std::string_view name) {
-    constexpr std::array<std::string_view, 13> kNames{"fmt ", "data", "fact", "ds64", "PEAK",
-                                                      "levl", "JUNK", "junk", "PAD ", "pad ",
-                                                      "FLLR", "wavl", "slnt"};
+    constexpr std::array<std::string_view, 16> kNames{
+        "fmt ", "data", "fact", "ds64", "PEAK", "levl", "JUNK", "junk",
+        "PAD ", "pad ", "FLLR", "fllr", "filr", "wavl", "slnt", "wave"};
     return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
 }
 
@@ -122,6 +122,9 @@ private:
     void AddList(const Chunk& chunk) {
         const std::string type = m_header.Name(chunk.offset);
         const std::string name = "LIST " + type;
+        if (type == "wavl") {
+            return; // samples and silence
+        }
         if (type != "INFO" && type != "adtl") {
             m_builder.AddOther(name, chunk.bytes);
             return;

@@ -18,8 +18,10 @@ const std::string kZero(1, '\0');
 
 // A tag; numbers below 128 are the same in all versions.
 std::string ID3(char version, char flags, const std::string& frames) {
-    return std::string("ID3") + version + '\0' + flags + BigEndian(frames.size() / 128, 3) +
-           static_cast<char>(frames.size() % 128) + frames;
+    const std::size_t size = frames.size();
+    return std::string("ID3") + version + '\0' + flags + '\0' +
+           static_cast<char>(size / (128 * 128) % 128) + static_cast<char>(size / 128 % 128) +
+           static_cast<char>(size % 128) + frames;
 }
 
 std::string Frame(const std::string& id, const std::string& content, std::uint64_t flags = 0) {
@@ -118,6 +120,28 @@ TEST(ID3Tag, EndsWithItsChunk) {
 TEST(ID3Tag, NeedsAKnownVersion) {
     EXPECT_EQ(DescribeID3(ID3(5, 0, Frame("TIT2", kZero + "New"))),
               "problem: id3 has a version that is not known\n");
+}
+
+TEST(ID3Tag, HasSizesOfSevenBitsPerByteInItsLastVersion) {
+    const std::string title(199, 'x');
+    const std::string frame = "TIT2" + BigEndian(0x148, 4) + BigEndian(0, 2) + "\3" + title;
+    EXPECT_EQ(DescribeID3(ID3(4, 0,
+                              frame + Frame("TPE1", "\3"
+                                                    "A"))),
+              "title=" + title + "\nartist=A\n");
+}
+
+TEST(ID3Tag, HasALimitedNumberOfFrames) {
+    constexpr std::size_t kFrames = 4096;
+    std::string frames = Frame("TIT2", "\3New");
+    for (std::size_t i = 1; i < kFrames; ++i) {
+        frames += Frame("TALB", "\3");
+    }
+    EXPECT_EQ(DescribeID3(ID3(3, 0, frames)), "title=New\n");
+    EXPECT_EQ(DescribeID3(ID3(3, 0,
+                              frames + Frame("TPE1", "\3"
+                                                     "A"))),
+              "title=New\nproblem: id3 has more than 4096 frames\n");
 }
 
 } // namespace kel::host

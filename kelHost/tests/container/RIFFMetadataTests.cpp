@@ -112,6 +112,12 @@ TEST(RIFFMetadata, NotesCuePointsThatAreDeclaredButMissing) {
               "cue 1 at 100+0: |\ncue 2 at 200+0: |\nproblem: cue declares 9 points and has 2\n");
 }
 
+TEST(RIFFMetadata, HasNoMoreCuePointsThanAreDeclared) {
+    EXPECT_EQ(DescribeWAVE(test::Chunk("cue ", LittleEndian(1, 4) + CuePointBytes(1, 100) +
+                                                   CuePointBytes(2, 200))),
+              "cue 1 at 100+0: |\n");
+}
+
 TEST(RIFFMetadata, NotesLabelsWithoutACuePoint) {
     EXPECT_EQ(DescribeWAVE(
                   test::Chunk("LIST", "adtl" + test::Chunk("labl", LittleEndian(7, 4) + "Lost"))),
@@ -130,11 +136,12 @@ TEST(RIFFMetadata, ReadsBigEndianNumbersInRIFX) {
 
 TEST(RIFFMetadata, NamesOtherChunksButNoPaddingAndNoneThatDescribesSamples) {
     std::string chunks;
-    for (const char* name : {"fmt ", "PEAK", "levl", "JUNK", "junk", "PAD ", "FLLR", "fact", "iXML",
-                             "smpl", "acid", "_PMX", "umid", "data"}) {
+    for (const char* name : {"fmt ", "PEAK", "levl", "JUNK", "junk", "PAD ", "FLLR", "filr", "fact",
+                             "iXML", "smpl", "acid", "_PMX", "umid", "data"}) {
         chunks += test::Chunk(name, "1234");
     }
-    EXPECT_EQ(DescribeWAVE(chunks + test::Chunk("LIST", "exif") + test::Chunk("id3 ", "no tag")),
+    EXPECT_EQ(DescribeWAVE(chunks + test::Chunk("LIST", "wavl") + test::Chunk("LIST", "exif") +
+                           test::Chunk("id3 ", "no tag")),
               "iXML of 4\nsmpl of 4\nacid of 4\n_PMX of 4\numid of 4\nLIST exif of 4\n"
               "id3 of 6\nproblem: id3 has no ID3v2 tag\n");
 }
@@ -154,6 +161,15 @@ TEST(RIFFMetadata, IsReadUpToALimit) {
         expected += "abcd of 0\n";
     }
     EXPECT_EQ(DescribeWAVE(others), expected + "problem: there are more than 4096 other parts\n");
+    std::string items;
+    expected.clear();
+    for (std::size_t i = 0; i < kMaxTags; ++i) {
+        items += test::Chunk("INAM", std::to_string(1000 + i));
+        expected += "title=" + std::to_string(1000 + i) + "\n";
+    }
+    EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + items)), expected);
+    EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + items + test::Chunk("IART", "A"))),
+              expected + "problem: there are more than 4096 tags\n");
     std::string lists;
     for (std::uint64_t read = 0; read <= kMaxMetadataBytes; read += kMaxPartBytes) {
         lists += test::Chunk("LIST", "INFO" + test::Chunk("INAM", large.substr(12)));
@@ -171,6 +187,19 @@ TEST(RIFFMetadata, NotesThatThereAreTooManyChunks) {
     EXPECT_EQ(DescribeWAVE(chunks), "");
     EXPECT_EQ(DescribeWAVE(chunks + test::Chunk("fmt ", "")),
               "problem: there are more than 65536 chunks\n");
+}
+
+TEST(RIFFMetadata, NotesALimitedNumberOfProblems) {
+    std::string chunks;
+    std::string expected;
+    for (std::size_t i = 100; i <= 100 + kMaxProblems; ++i) {
+        const std::string bytes = std::to_string(i);
+        chunks += test::Chunk("LIST", "INFOINAM" + LittleEndian(i, 4));
+        expected += i == 100 + kMaxProblems
+                        ? ""
+                        : "problem: INAM in LIST INFO declares " + bytes + " bytes and has 0\n";
+    }
+    EXPECT_EQ(DescribeWAVE(chunks), expected);
 }
 
 } // namespace kel::host
