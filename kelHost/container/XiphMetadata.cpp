@@ -121,6 +121,8 @@ private:
                 m_offset += static_cast<unsigned char>(piece);
             }
         }
+        m_builder.AddProblem(
+            fmt::format("the headers of the stream are not within its first {} pages", kMaxPages));
         return false;
     }
 

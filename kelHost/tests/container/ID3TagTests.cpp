@@ -115,6 +115,13 @@ TEST(ID3Tag, EndsWithItsChunk) {
     EXPECT_EQ(
         DescribeID3(ID3(3, 0, Frame("TIT2", kZero + "New") + std::string(20, '\0')).substr(0, 24)),
         "title=New\nproblem: id3 declares 44 bytes and has 24\n");
+    EXPECT_EQ(
+        test::DescribeFile(test::Chunk(
+            "RIFF", "WAVE" +
+                        test::Chunk("id3 ", ID3(3, 0, Frame("TIT2", kZero + "New")).substr(0, 22)) +
+                        test::Chunk("JUNK", "other"))),
+        "problem: id3 declares 24 bytes and has 22\n"
+        "problem: TIT2 in id3 declares 4 bytes and has 2\n");
 }
 
 TEST(ID3Tag, NeedsAKnownVersion) {

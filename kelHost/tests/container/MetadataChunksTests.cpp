@@ -116,9 +116,9 @@ TEST(MetadataChunks, JoinTagsOfOneName) {
 
 TEST(MetadataChunks, TranslateNamesOfOtherContainers) {
     Metadata metadata;
-    metadata.tags = {{"composer", "C"}, {"isrc", "X1"}, {"description", "D"}};
+    metadata.tags = {{"composer", "C"}, {"isrc", "X1"}, {"description", "D"}, {"tyer", "1999"}};
     EXPECT_EQ(RoundTrip(metadata, ChunkForm::RIFF), "imus=C\nisrc=X1\ncomment=D\n");
-    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), "comment=D\ntcom=C\ntsrc=X1\n");
+    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), "comment=D\ntcom=C\ntsrc=X1\ntyer=1999\n");
 }
 
 TEST(MetadataChunks, NumberPointsAnew) {

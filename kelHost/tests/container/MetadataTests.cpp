@@ -119,6 +119,18 @@ TEST(Metadata, OfOggAreReadUpToALimit) {
               "4194495 are read\n");
 }
 
+TEST(Metadata, OfOggAreInItsFirstPages) {
+    constexpr std::size_t kPages = 4096;
+    std::string file = OggPage(1, "OpusHead");
+    for (std::size_t i = 2; i < kPages; ++i) {
+        file += OggPage(2, "");
+    }
+    const std::string comments = OggPage(1, "OpusTags" + Comments({"title=T"}));
+    EXPECT_EQ(DescribeFile(file + comments), "title=T\n");
+    EXPECT_EQ(DescribeFile(file + OggPage(2, "") + comments),
+              "problem: the headers of the stream are not within its first 4096 pages\n");
+}
+
 TEST(Metadata, OfMP3AreItsTagsAtBothEnds) {
     const std::string frame = "TIT2" + BigEndian(4, 4) + BigEndian(0, 2) + "\3New";
     const std::string id3 = "ID3\4" + std::string(2, '\0') + BigEndian(frame.size(), 4) + frame;
@@ -127,6 +139,10 @@ TEST(Metadata, OfMP3AreItsTagsAtBothEnds) {
               "title=Old\nartist=Artist\nalbum=Album\ndate=1999\ncomment=C\ngenre=Rock\ntrack=7\n");
     EXPECT_EQ(DescribeFile(id3 + kFrame + old),
               "title=New\nartist=Artist\nalbum=Album\ndate=1999\ncomment=C\ngenre=Rock\ntrack=7\n");
+    const std::string longComment(30, 'c'); // leaves no place for a track
+    EXPECT_EQ(DescribeFile(kFrame + ID3v1("Old", "").replace(97, 30, longComment)),
+              "title=Old\nartist=Artist\nalbum=Album\ndate=1999\ncomment=" + longComment +
+                  "\ngenre=Rock\n");
     const std::string ape =
         "APETAGEX" + LittleEndian(2000, 4) + LittleEndian(50, 4) + std::string(16, '\0');
     EXPECT_EQ(DescribeFile(id3 + kFrame + ape), "title=New\nAPE of 50\n");
@@ -143,7 +159,7 @@ TEST(Metadata, OfCAFAreItsInformationAndTheNamesOfOtherChunks) {
                                                            "3\0title\0T\0",
                                                            23);
     EXPECT_EQ(DescribeFile(start + chunk("info", info) + chunk("free", "f") + chunk("mark", "m") +
-                           "data" + std::string(8, '\xFF') + "samples"),
+                           "data" + std::string(8, '\xFF') + "samples and more samples"),
               "track=3\ntitle=T\nmark of 1\n");
     EXPECT_EQ(DescribeFile(start + "info" + BigEndian(99, 8) + info.substr(0, 20)),
               "track=3\nproblem: info declares 99 bytes and has 20\n");
