@@ -169,18 +169,23 @@ ssize_t WriteHole(int descriptor, size_t count) {
     return end >= 0 && ftruncate(descriptor, end) == 0 ? static_cast<ssize_t>(count) : -1;
 }
 
+// The bytes, the last ones changed.
+std::vector<char> Flip(const void* bytes, size_t count) {
+    const auto* first = static_cast<const char*>(bytes);
+    std::vector<char> flipped(first, first + count);
+    for (size_t i = count > kFlippedBytes ? count - kFlippedBytes : 0; i < count; ++i) {
+        flipped[i] = static_cast<char>(flipped[i] ^ 0x01);
+    }
+    return flipped;
+}
+
 } // namespace
 
 #define INTERPOSED extern "C" __attribute__((visibility("default")))
 
 INTERPOSED ssize_t write(int descriptor, const void* bytes, size_t count) {
     if (count > 0 && Fails("flip", descriptor)) {
-        const auto* first = static_cast<const char*>(bytes);
-        std::vector<char> flipped(first, first + count);
-        for (size_t i = count > kFlippedBytes ? count - kFlippedBytes : 0; i < count; ++i) {
-            flipped[i] = static_cast<char>(flipped[i] ^ 0x01);
-        }
-        return Next<decltype(write)>("write")(descriptor, flipped.data(), count);
+        return Next<decltype(write)>("write")(descriptor, Flip(bytes, count).data(), count);
     }
     if (Fails("write", descriptor)) {
         if (!IsShort()) {
@@ -195,6 +200,10 @@ INTERPOSED ssize_t write(int descriptor, const void* bytes, size_t count) {
 }
 
 INTERPOSED ssize_t pwrite(int descriptor, const void* bytes, size_t count, off_t offset) {
+    if (count > 0 && Fails("flip", descriptor)) {
+        return Next<decltype(pwrite)>("pwrite")(descriptor, Flip(bytes, count).data(), count,
+                                                offset);
+    }
     return Fails("write", descriptor)
                ? Fail(ENOSPC)
                : Next<decltype(pwrite)>("pwrite")(descriptor, bytes, count, offset);

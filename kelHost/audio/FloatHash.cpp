@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 namespace kel::host {
 
@@ -20,6 +21,10 @@ FloatHash::~FloatHash() = default;
 
 void FloatHash::Add(const FloatView& floats) {
     XXH3_64bits_update(&m_state->hash, floats.values, floats.count * sizeof(float));
+}
+
+void FloatHash::Add(std::string_view bytes) {
+    XXH3_64bits_update(&m_state->hash, bytes.data(), bytes.size());
 }
 
 std::uint64_t FloatHash::Value() const {

@@ -1,10 +1,11 @@
-/// A hash of sample values.
+/// A hash of sample values, or of bytes.
 #pragma once
 
 #include "audio/Samples.h"
 
 #include <cstdint>
 #include <memory>
+#include <string_view>
 
 namespace kel::host {
 
@@ -18,6 +19,9 @@ public:
 
     /// Adds the values that follow those added before.
     void Add(const FloatView& floats);
+
+    /// Adds bytes.
+    void Add(std::string_view bytes);
 
     /// The hash of all values so far.
     std::uint64_t Value() const;

@@ -17,6 +17,13 @@
 
 namespace kel::host {
 
+namespace {
+
+// The most bytes that are in memory, of chunks of any size.
+constexpr std::uint64_t kMaxPiece = 1U << 20U;
+
+} // namespace
+
 std::uint64_t ChunkFileBytes(std::uint64_t bytes) {
     return kChunkHeader + bytes + bytes % 2;
 }
@@ -36,6 +43,7 @@ ChunkWriter::ChunkWriter(const FileName& file)
     if (m_form != "RIFF" && m_form != "RF64" && m_form != "FORM") {
         throw JobError(file.shown, "cannot write its metadata: its header is of another kind");
     }
+    m_start = m_end;
     Pad();
 }
 
@@ -46,29 +54,28 @@ void ChunkWriter::Append(const NewChunk& chunk) {
 }
 
 void ChunkWriter::Append(const std::string& name, const ByteRange& range, const ByteReader& read) {
-    constexpr std::uint64_t kPiece = 1U << 20U;
     AppendHeader(name, range.bytes);
     for (std::uint64_t done = 0; done < range.bytes;) {
-        const std::uint64_t count = std::min(range.bytes - done, kPiece);
+        const std::uint64_t count = std::min(range.bytes - done, kMaxPiece);
         AppendBytes(read(range.offset + done, static_cast<std::size_t>(count)));
         done += count;
     }
     Pad();
 }
 
-void ChunkWriter::Finish() {
+AppendedBytes ChunkWriter::Finish() {
     constexpr std::uint64_t kSizeInHeader = 4;
     constexpr std::uint64_t kSizeInDs64Chunk = kFirstChunk + kChunkHeader; // the first chunk
     const std::uint64_t size = m_end - kChunkHeader;
     if (m_form == "RF64") {
         WriteBytes(m_file, m_descriptor, kSizeInDs64Chunk, NumberBytes(size, 8, false));
-        return;
-    }
-    if (size > std::numeric_limits<std::uint32_t>::max()) {
+    } else if (size > std::numeric_limits<std::uint32_t>::max()) {
         throw JobError(m_file.shown, "cannot write its metadata: the file would be larger than "
                                      "4 GiB; use --format bwave or --metadata none");
+    } else {
+        WriteBytes(m_file, m_descriptor, kSizeInHeader, NumberBytes(size, 4, m_isBigEndian));
     }
-    WriteBytes(m_file, m_descriptor, kSizeInHeader, NumberBytes(size, 4, m_isBigEndian));
+    return {{m_start, m_end - m_start}, m_hash.Value()};
 }
 
 void ChunkWriter::AppendHeader(const std::string& name, std::uint64_t bytes) {
@@ -77,12 +84,32 @@ void ChunkWriter::AppendHeader(const std::string& name, std::uint64_t bytes) {
 
 void ChunkWriter::AppendBytes(const std::string& bytes) {
     WriteBytes(m_file, m_descriptor, m_end, bytes);
+    m_hash.Add(bytes);
     m_end += bytes.size();
 }
 
 void ChunkWriter::Pad() {
     if (m_end % 2 != 0) {
         AppendBytes(std::string(1, '\0'));
+    }
+}
+
+void VerifyAppended(const FileName& file, const AppendedBytes& appended) {
+    const auto input = OpenRegularFile(file.path);
+    if (!input.has_value()) {
+        throw JobError(file.shown,
+                       std::string("cannot read its metadata: ") + std::strerror(errno));
+    }
+    FloatHash hash;
+    for (std::uint64_t done = 0; done < appended.range.bytes;) {
+        const std::uint64_t count = std::min(appended.range.bytes - done, kMaxPiece);
+        hash.Add(ReadBytes(file, input->descriptor, appended.range.offset + done,
+                           static_cast<std::size_t>(count)));
+        done += count;
+    }
+    if (hash.Value() != appended.hash) {
+        throw JobError(file.shown, "differs from the written metadata when it is read back; do "
+                                   "not trust this disk");
     }
 }
 

@@ -1,6 +1,7 @@
 /// Chunks after the samples of a finished file. One thread at a time for one file.
 #pragma once
 
+#include "audio/FloatHash.h"
 #include "base/Descriptor.h"
 #include "base/FileName.h"
 #include "container/NewChunk.h"
@@ -28,6 +29,16 @@ std::uint64_t ChunkFileBytes(std::uint64_t bytes);
 /// The largest content of a chunk, in bytes. In RF64 larger sizes mean that the size is elsewhere.
 inline constexpr std::uint64_t kMaxChunkBytes = 0xFFFFFFFE;
 
+/// The bytes that were appended to a file.
+struct AppendedBytes {
+    ByteRange range;
+    std::uint64_t hash = 0; ///< see FloatHash
+};
+
+/// Reads appended bytes back.
+/// @throws JobError when they differ, or cannot be read
+void VerifyAppended(const FileName& file, const AppendedBytes& appended);
+
 /// Appends chunks to a WAVE, RF64 or AIFF file whose writer has closed it. An object that fails
 /// leaves a file that is not usable.
 ///
@@ -52,7 +63,7 @@ public:
 
     /// Corrects the size of the whole file in its header. Called once, after the last chunk.
     /// @throws JobError when it cannot be written, or has too many digits for the container
-    void Finish();
+    AppendedBytes Finish();
 
 private:
     void AppendHeader(const std::string& name, std::uint64_t bytes);
@@ -63,7 +74,9 @@ private:
     Descriptor m_descriptor;
     std::string m_form; // the first four bytes
     bool m_isBigEndian = false;
-    std::uint64_t m_end = 0; // of the file, in bytes
+    std::uint64_t m_start = 0; // of the first chunk
+    std::uint64_t m_end = 0;   // of the file, in bytes
+    FloatHash m_hash;          // of the bytes in between
 };
 
 } // namespace kel::host

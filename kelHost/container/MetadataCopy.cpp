@@ -150,10 +150,11 @@ public:
         if (m_copy.m_translated.has_value()) {
             Translate(*m_copy.m_translated);
         }
+        MetadataReport report = Report(container);
         if (m_writer.has_value()) {
-            m_writer->Finish();
+            report.appended = m_writer->Finish();
         }
-        return Report(container);
+        return report;
     }
 
 private:
@@ -246,7 +247,7 @@ private:
                  &m_refused, &truncated, &m_ofChannels, &m_unadjusted}) {
             notPreserved.Add(names->Names());
         }
-        return {m_kept.Names(), notPreserved.Names(), losses.Warnings()};
+        return {m_kept.Names(), notPreserved.Names(), losses.Warnings(), std::nullopt};
     }
 
     const MetadataCopy& m_copy;

@@ -6,6 +6,7 @@
 #include "base/FileName.h"
 #include "container/ChunkAdjustment.h"
 #include "container/ChunkList.h"
+#include "container/ChunkWriter.h"
 #include "container/Metadata.h"
 
 #include <cstdint>
@@ -30,7 +31,8 @@ struct CopiedSamples {
 struct MetadataReport {
     std::vector<std::string> kept;
     std::vector<std::string> notPreserved;
-    std::vector<std::string> warnings; ///< with the input's name
+    std::vector<std::string> warnings;     ///< with the input's name
+    std::optional<AppendedBytes> appended; ///< to the output
 };
 
 /// Functions that are called before and after each read of the input, which may wait.

@@ -341,6 +341,9 @@ private:
         VerifyReopens(file, facts.frames, m_channels, facts.rate);
         if (m_verify) {
             VerifyContent(file, facts.frames, pushed);
+            if (facts.metadata.has_value() && facts.metadata->appended.has_value()) {
+                VerifyAppended(file, *facts.metadata->appended);
+            }
         }
     }
 
