@@ -1,5 +1,6 @@
 #include "container/ChunkAdjustment.h"
 
+#include "base/Numbers.h"
 #include "container/ChunkNumbers.h"
 #include "container/CueChunks.h"
 
@@ -11,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace kel::host {
 
@@ -72,6 +74,24 @@ bool ForEachMarker(std::string_view content,
     return true;
 }
 
+// Offset and length of the text of the first element with a name.
+std::optional<std::pair<std::size_t, std::size_t>> FindElement(const std::string& text,
+                                                               const std::string& name) {
+    const std::string start = "<" + name + ">";
+    const std::size_t offset = text.find(start);
+    const std::size_t end = offset == std::string::npos ? offset : text.find("</" + name, offset);
+    if (end == std::string::npos) {
+        return std::nullopt;
+    }
+    return std::pair(offset + start.size(), end - offset - start.size());
+}
+
+// The number of 32 bits that a part of a text is.
+std::optional<std::uint32_t> NumberIn(const std::string& text,
+                                      const std::pair<std::size_t, std::size_t>& part) {
+    return ParseInteger<std::uint32_t>(std::string_view(text).substr(part.first, part.second));
+}
+
 } // namespace
 
 bool ChunkAdjustment::Concerns(std::string_view name) const {
@@ -81,8 +101,8 @@ bool ChunkAdjustment::Concerns(std::string_view name) const {
     if (m_isAIFF) {
         return name == "MARK" || name == "COMT" || name == "INST";
     }
-    return (name == "bext" && m_part.first > 0) || name == "cue " || name == "LIST adtl" ||
-           name == "smpl" || name == "plst" || name == "r64m";
+    return ((name == "bext" || name == "iXML") && m_part.first > 0) || name == "cue " ||
+           name == "LIST adtl" || name == "smpl" || name == "plst" || name == "r64m";
 }
 
 bool ChunkAdjustment::DefinesPoints(std::string_view name) const {
@@ -102,6 +122,9 @@ std::optional<std::string> ChunkAdjustment::Adjust(std::string_view name,
                                                    const std::string& content) {
     if (name == "bext") {
         return AdjustBroadcast(content);
+    }
+    if (name == "iXML") {
+        return AdjustIXML(content);
     }
     if (name == "smpl") {
         return AdjustSampler(content);
@@ -174,6 +197,37 @@ std::optional<std::string> ChunkAdjustment::AdjustBroadcast(std::string content)
     }
     ReplaceNumber(content, kTimeReference, kBytes, first + m_part.first, false);
     return content;
+}
+
+// Each time is in two elements, with the upper and the lower 32 bits.
+std::optional<std::string> ChunkAdjustment::AdjustIXML(const std::string& content) const {
+    constexpr unsigned kHalf = 32;
+    constexpr std::uint64_t kLowerHalf = 0xFFFFFFFF;
+    std::string result = content;
+    for (const auto& [upper, lower] :
+         {std::pair("TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI", "TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_LO"),
+          std::pair("BWF_TIME_REFERENCE_HIGH", "BWF_TIME_REFERENCE_LOW")}) {
+        const auto high = FindElement(result, upper);
+        const auto low = FindElement(result, lower);
+        if (!high.has_value() && !low.has_value()) {
+            continue;
+        }
+        const auto highPart = high.has_value() ? NumberIn(result, *high) : std::nullopt;
+        const auto lowPart = low.has_value() ? NumberIn(result, *low) : std::nullopt;
+        if (!highPart.has_value() || !lowPart.has_value()) {
+            return std::nullopt;
+        }
+        const std::uint64_t time = (std::uint64_t{*highPart} << kHalf) + *lowPart;
+        if (time > std::numeric_limits<std::uint64_t>::max() - m_part.first) {
+            return std::nullopt;
+        }
+        const std::uint64_t moved = time + m_part.first;
+        result.replace(high->first, high->second, std::to_string(moved >> kHalf));
+        const auto lowAfterwards = FindElement(result, lower);
+        result.replace(lowAfterwards->first, lowAfterwards->second,
+                       std::to_string(moved & kLowerHalf));
+    }
+    return result;
 }
 
 // The position in the chunk of samples is that of readers. The other one is in the order of a

@@ -105,6 +105,24 @@ TEST(ChunkAdjustment, IncreasesTheTimeReference) {
         << "wraps";
 }
 
+TEST(ChunkAdjustment, IncreasesTheTimesInIXML) {
+    const auto times = [](const std::string& high, const std::string& low) {
+        return "<BWFXML><SPEED><TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI>" + high +
+               "</TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI>\n<TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_LO>" +
+               low +
+               "</TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_LO></SPEED><BEXT><BWF_TIME_REFERENCE_LOW>" +
+               low + "</BWF_TIME_REFERENCE_LOW><BWF_TIME_REFERENCE_HIGH>" + high +
+               "</BWF_TIME_REFERENCE_HIGH></BEXT></BWFXML>";
+    };
+    EXPECT_EQ(AdjustWAVE("iXML", times("0", "5")), times("0", "105"));
+    EXPECT_EQ(AdjustWAVE("iXML", times("9", "4294967295")), times("10", "99"));
+    EXPECT_EQ(AdjustWAVE("iXML", times("4294967295", "4294967295")), std::nullopt) << "wraps";
+    EXPECT_EQ(AdjustWAVE("iXML", times("0", "5 ")), std::nullopt) << "no number";
+    const std::string low = "<BWF_TIME_REFERENCE_LOW>5</BWF_TIME_REFERENCE_LOW>";
+    EXPECT_EQ(AdjustWAVE("iXML", low), std::nullopt) << "half a number";
+    EXPECT_EQ(AdjustWAVE("iXML", "<BWFXML/>"), "<BWFXML/>");
+}
+
 TEST(ChunkAdjustment, MovesAndRemovesCuePoints) {
     ChunkAdjustment adjustment(false, kPart);
     adjustment.AddPoints(kCue);
