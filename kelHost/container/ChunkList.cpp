@@ -110,6 +110,15 @@ private:
 
 constexpr std::uint64_t kGUID = 16;
 
+// True for a GUID that begins with a name, or that ends like those of W64: its markers have no
+// name.
+bool IsChunkGUID(const HeaderReader& header, std::uint64_t offset) {
+    constexpr std::uint64_t kEnd = 0x8ADB8E4FC000; // the last six bytes
+    constexpr std::size_t kEndBytes = 6;
+    return IsName(header.Name(offset)) ||
+           header.Number(offset + kGUID - kEndBytes, kEndBytes) == kEnd;
+}
+
 // Each chunk of W64 begins with a GUID and a size of 64 bits that includes both, at a multiple
 // of 8.
 ChunkList ReadW64(const HeaderReader& header, std::uint64_t fileBytes) {
@@ -117,7 +126,7 @@ ChunkList ReadW64(const HeaderReader& header, std::uint64_t fileBytes) {
     constexpr std::uint64_t kAlignment = 8;
     ChunkList list{ChunkForm::W64, fileBytes, header.Number(kGUID, 8), {}, 0, true};
     std::uint64_t offset = kHeader + kGUID; // after "riff", the size, and "wave"
-    while (AddSizes(offset, kHeader) <= fileBytes && IsName(header.Name(offset))) {
+    while (AddSizes(offset, kHeader) <= fileBytes && IsChunkGUID(header, offset)) {
         if (list.chunks.size() == kMaxChunks) {
             list.isComplete = false;
             break;

@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "base/Text.h"
+#include "container/ChunkNumbers.h"
 #include "container/ChunkWriter.h"
 #include "container/CutPositions.h"
 #include "container/FileBytes.h"
@@ -57,6 +58,22 @@ bool DescribesSamples(std::string_view name, bool isAIFF) {
 bool DescribesChannels(std::string_view name) {
     static constexpr std::array<std::string_view, 4> kNames{"chna", "axml", "bxml", "sxml"};
     return IsOneOf(name, kNames);
+}
+
+// True when an item of a list has a size that readers may take for a negative one, with which they
+// never find the end of the list.
+bool HasEndlessItem(std::string_view list) {
+    constexpr std::size_t kSize = 4;
+    constexpr std::uint64_t kNegative = 0x80000000;
+    for (std::size_t offset = kNameBytes; list.size() - offset >= kChunkHeader;) {
+        const std::uint64_t bytes = NumberAt(list, offset + kNameBytes, kSize, false);
+        if (bytes >= kNegative) {
+            return true;
+        }
+        offset += static_cast<std::size_t>(
+            std::min<std::uint64_t>(ChunkFileBytes(bytes), list.size() - offset));
+    }
+    return false;
 }
 
 // A chunk's name for the user.
@@ -163,6 +180,10 @@ private:
             m_ofChannels.Add(NameForUsers(chunk.name));
             return;
         }
+        if (chunk.name.size() > kNameBytes && HasEndlessItem(Load(chunk).value_or("LIST"))) {
+            m_damage.Add(NameForUsers(chunk.name));
+            return;
+        }
         const bool isPositional = m_adjustment.Concerns(chunk.name);
         if (!isPositional && chunk.name != "bext") {
             Stream(chunk);
@@ -184,7 +205,7 @@ private:
     }
 
     void Translate(Metadata metadata) {
-        m_damage = metadata.problems;
+        m_problems = metadata.problems;
         if (!m_samples.part.isWhole) {
             CutResult cut =
                 CutPositions(std::move(metadata), m_samples.part.first, m_samples.part.frames);
@@ -233,7 +254,8 @@ private:
         losses.Add(", because the file ends before them", truncated.Names());
         losses.Add(", because they describe all channels", m_ofChannels.Names());
         losses.Add(", because they cannot be adjusted to the range", m_unadjusted.Names());
-        losses.Add(", because of damage", m_damage);
+        losses.Add(", because of damage", m_damage.Names());
+        losses.Add(", because of damage", m_problems);
         std::vector<std::string> outside;
         if (m_translatedOutside > 0) {
             outside.push_back(Count(m_translatedOutside, "cue point"));
@@ -243,8 +265,8 @@ private:
         }
         losses.Add(" outside of the range", outside);
         UniqueNames notPreserved;
-        for (const UniqueNames* names : std::array<const UniqueNames*, 4>{
-                 &m_refused, &truncated, &m_ofChannels, &m_unadjusted}) {
+        for (const UniqueNames* names : std::array<const UniqueNames*, 5>{
+                 &m_refused, &truncated, &m_ofChannels, &m_unadjusted, &m_damage}) {
             notPreserved.Add(names->Names());
         }
         return {m_kept.Names(), notPreserved.Names(), losses.Warnings(), std::nullopt};
@@ -258,7 +280,8 @@ private:
     std::optional<ChunkWriter> m_writer; // from the first chunk on
     UniqueNames m_kept;
     UniqueNames m_refused;
-    std::vector<std::string> m_damage;
+    UniqueNames m_damage;
+    std::vector<std::string> m_problems;   // of a translation
     std::uint64_t m_translatedOutside = 0; // cue points
     UniqueNames m_ofChannels;
     UniqueNames m_unadjusted;
@@ -290,7 +313,7 @@ MetadataCopy::MetadataCopy(const FileName& file, const Container& container)
 void MetadataCopy::Select(const ChunkList& list) {
     for (Chunk chunk : list.chunks) {
         const auto name = NameInFamily(list, chunk);
-        chunk.name = name.value_or(chunk.name);
+        chunk.name = name.has_value() ? *name : DescribeGUID(chunk);
         if (DescribesSamples(chunk.name, m_toAIFF)) {
             continue;
         }
@@ -311,6 +334,21 @@ ChunkForm MetadataCopy::OutputForm() const {
     return m_toAIFF ? ChunkForm::AIFC : ChunkForm::RIFF;
 }
 
+// The GUID of a chunk of W64, before its size and its content.
+std::string MetadataCopy::ReadGUID(const Chunk& chunk) const {
+    constexpr std::uint64_t kToGUID = 24;
+    constexpr std::size_t kGUID = 16;
+    return ReadBytes(m_file, m_descriptor, chunk.offset - kToGUID, kGUID);
+}
+
+// The usual form; its first three numbers are little-endian.
+std::string MetadataCopy::DescribeGUID(const Chunk& chunk) const {
+    const std::string guid = ReadGUID(chunk);
+    return fmt::format("{:08X}-{:04X}-{:04X}-{:04X}-{:012X}", NumberAt(guid, 0, 4, false),
+                       NumberAt(guid, 4, 2, false), NumberAt(guid, 6, 2, false),
+                       NumberAt(guid, 8, 2, true), NumberAt(guid, 10, 6, true));
+}
+
 // The name of a chunk, with the kind of a list. None for a chunk of W64 whose GUID has no name in
 // RIFF.
 std::optional<std::string> MetadataCopy::NameInFamily(const ChunkList& list,
@@ -320,9 +358,7 @@ std::optional<std::string> MetadataCopy::NameInFamily(const ChunkList& list,
         // After the name; the second form is that of the chunks that RIFF began with.
         constexpr std::string_view kUsual{"\xF3\xAC\xD3\x11\x8C\xD1\x00\xC0\x4F\x8E\xDB\x8A", 12};
         constexpr std::string_view kOldest{"\x2E\x91\xCF\x11\xA5\xD6\x28\xDB\x04\xC1\x00\x00", 12};
-        constexpr std::uint64_t kToGUID = 20; // from its name's end to the content
-        const std::string rest =
-            ReadBytes(m_file, m_descriptor, chunk.offset - kToGUID, kUsual.size());
+        const std::string rest = ReadGUID(chunk).substr(kNameBytes);
         if (rest == kOldest && name == "list") {
             name = "LIST";
         } else if (rest != kUsual) {

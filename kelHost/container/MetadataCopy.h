@@ -68,6 +68,8 @@ private:
 
     void Select(const ChunkList& list);
     ChunkForm OutputForm() const;
+    std::string ReadGUID(const Chunk& chunk) const;
+    std::string DescribeGUID(const Chunk& chunk) const;
     std::optional<std::string> NameInFamily(const ChunkList& list, const Chunk& chunk) const;
 
     FileName m_file;

@@ -336,9 +336,11 @@ private:
     }
 
     void VerifyFile(const FileName& file, const CopyFacts& facts, const FloatHash& pushed) const {
+        m_reporter.Opening(m_request.output); // a library may not return from damaged metadata
         VerifyHeaderSizes(file, SampleBytes(facts.frames),
                           static_cast<std::uint64_t>(facts.frames));
         VerifyReopens(file, facts.frames, m_channels, facts.rate);
+        m_reporter.Opened();
         if (m_verify) {
             VerifyContent(file, facts.frames, pushed);
             if (facts.metadata.has_value() && facts.metadata->appended.has_value()) {

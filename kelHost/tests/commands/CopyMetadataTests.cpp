@@ -86,10 +86,10 @@ std::string OldChunk64(const std::string& name, const std::string& content) {
                          std::string("\x2E\x91\xCF\x11\xA5\xD6\x28\xDB\x04\xC1\x00\x00", 12));
 }
 
-std::string MakeW64(const std::string& after) {
+std::string MakeW64(const std::string& before) {
     const std::string format = MakeWAVE("", "").substr(20, 16);
     const std::string chunks =
-        Chunk64("fmt ", format) + Chunk64("data", std::string(kSampleBytes, 'x')) + after;
+        Chunk64("fmt ", format) + before + Chunk64("data", std::string(kSampleBytes, 'x'));
     return OldChunk64("riff", "").substr(0, 16) + LittleEndian(40 + chunks.size(), 8) +
            Chunk64("wave", "").substr(0, 16) + chunks;
 }
@@ -194,13 +194,22 @@ TEST(CopyMetadata, NamesChunksOfW64AsInWAVE) {
     EXPECT_EQ(outcome.metadata, Metadata({"bext", "LIST INFO", "abcd"}));
 }
 
+// Markers are of the first kind.
 TEST(CopyMetadata, NamesChunksOfW64ThatWAVEHasNoNameFor) {
+    std::string markers = Chunk64("abcd", "12345");
+    markers.replace(0, 16,
+                    "\x56\x62\xF7\xAB\x2D\x39\xD2\x11\x86\xC7" +
+                        std::string("\x00\xC0\x4F\x8E\xDB\x8A", 6));
     std::string unknown = Chunk64("abcd", "12345");
     unknown[15] = 'x';
-    const Outcome outcome = CopyBytes(MakeW64(unknown), "take.w64", "copy.wav");
-    EXPECT_EQ(outcome.after, "");
-    EXPECT_EQ(outcome.metadata, Metadata(json::array(), {"abcd"}));
-    EXPECT_EQ(outcome.warnings, json{"take.w64: not preserved in extensible WAVE: abcd"});
+    const Outcome outcome =
+        CopyBytes(MakeW64(markers + unknown + Chunk64("bext", "b")), "take.w64", "copy.wav");
+    EXPECT_EQ(outcome.after, Padded("bext", "b"));
+    EXPECT_EQ(outcome.metadata, Metadata({"bext"}, {"ABF76256-392D-11D2-86C7-00C04F8EDB8A",
+                                                    "64636261-ACF3-11D3-8CD1-00C04F8EDB78"}));
+    EXPECT_EQ(outcome.warnings,
+              json{"take.w64: not preserved in extensible WAVE: ABF76256-392D-11D2-86C7-"
+                   "00C04F8EDB8A, 64636261-ACF3-11D3-8CD1-00C04F8EDB78"});
 }
 
 TEST(CopyMetadata, KeepsEveryChunkOfAIFFAsItIs) {
@@ -438,6 +447,32 @@ TEST(CopyMetadata, CountsForTheSizeOfTheOutput) {
                                     " and 109 of metadata, and extensible WAVE holds at most 4 "
                                     "GiB; use --format bwave or --metadata none"));
     EXPECT_EQ(copy({"copy.wav", "--metadata", "none"}, 100), shortage("copy.wav", 0));
+}
+
+// libsndfile 1.2.0 looks for the end of such a list forever, but does not look into W64.
+TEST(CopyMetadata, LosesAListWithoutAnEnd) {
+    const std::string list = "INFO" + Chunk("INAM", "name") + "abcd" + LittleEndian(0xFFFFFFF4, 4) +
+                             std::string(16, '\0');
+    const Outcome outcome =
+        CopyBytes(MakeW64(OldChunk64("list", list) + Chunk64("abcd", "a")), "take.w64", "copy.wav");
+    EXPECT_EQ(outcome.after, Padded("abcd", "a"));
+    EXPECT_EQ(outcome.metadata, Metadata({"abcd"}, {"LIST INFO"}));
+    EXPECT_EQ(outcome.warnings, json{"take.w64: not preserved, because of damage: LIST INFO"});
+}
+
+TEST(CopyMetadata, IsReadBackWithinTheTimeLimit) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    Command command = Kelhost(directory, {"copy", "take.wav", "copy.wav", "--open-timeout", "0.3"});
+    DisturbSystem(command);
+    command.environment["KEL_TEST_FAULTY_CALL"] = "read";
+    command.environment["KEL_TEST_FAULTY_NUMBER"] = "1";
+    command.environment["KEL_TEST_FAULT_HANGS"] = "1";
+    ExpectResult(RunCommand(command), 1, "",
+                 Error("copy.wav", "cannot open the file within 0.3 s; it is damaged, a pipe "
+                                   "without a writer, or on a mount that does not respond "
+                                   "(--open-timeout SECONDS allows more)"));
+    EXPECT_EQ(SortedNames(directory), Names{"take.wav"});
 }
 
 // Every write and every read fails once.
