@@ -151,7 +151,7 @@ int main(int argc, char** argv) {
         }
         const fs::path directory = argv[1];
         for (const char* target :
-             {"Source", "Sink", "Text", "Parameters", "Registry", "Metadata"}) {
+             {"Source", "Sink", "Text", "Parameters", "Registry", "Metadata", "MetadataCopy"}) {
             fs::create_directories(directory / target);
         }
         WriteSourceSeeds(directory / "Source");
@@ -171,8 +171,17 @@ int main(int argc, char** argv) {
               SF_FORMAT_OGG | SF_FORMAT_VORBIS, SF_FORMAT_OGG | SF_FORMAT_OPUS,
               SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III}) {
             WriteMetadataSeed(directory / "Metadata", format);
+            WriteMetadataSeed(directory / "MetadataCopy", format);
         }
         WriteSeeds(directory / "Metadata", MetadataSeeds());
+        // Into another container: RF64; AIFF, of other channels; a part, into WAVE and AIFF.
+        std::vector<std::string> copies;
+        for (const std::string start : {"\1", "\6", "\x08\1\5", "\x0A\1\5"}) {
+            for (const std::string& seed : MetadataSeeds()) {
+                copies.push_back(start + seed.substr(1));
+            }
+        }
+        WriteSeeds(directory / "MetadataCopy", copies);
         return 0;
     } catch (const std::exception& error) {
         std::cerr << error.what() << "\n";

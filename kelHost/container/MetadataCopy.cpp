@@ -76,6 +76,11 @@ bool HasEndlessItem(std::string_view list) {
     return false;
 }
 
+bool IsPrintable(std::string_view name) {
+    return std::all_of(name.begin(), name.end(),
+                       [](char character) { return character >= ' ' && character <= '~'; });
+}
+
 // A chunk's name for the user.
 std::string NameForUsers(std::string name) {
     while (!name.empty() && (name.back() == ' ' || name.back() == '\0')) {
@@ -361,7 +366,7 @@ std::optional<std::string> MetadataCopy::NameInFamily(const ChunkList& list,
         const std::string rest = ReadGUID(chunk).substr(kNameBytes);
         if (rest == kOldest && name == "list") {
             name = "LIST";
-        } else if (rest != kUsual) {
+        } else if (rest != kUsual || !IsPrintable(name)) {
             return std::nullopt;
         }
     }
