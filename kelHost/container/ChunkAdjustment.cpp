@@ -374,13 +374,12 @@ std::optional<std::string> ChunkAdjustment::AdjustComments(const std::string& co
 }
 
 std::string AddToCodingHistory(std::string content, const std::string& line) {
-    if (content.size() <= kCodingHistory) {
+    if (content.size() <= kCodingHistory || content[kCodingHistory] == '\0') {
         return content;
     }
-    const std::string history = AppendHistoryLine(content.substr(kCodingHistory), line);
-    return content[kCodingHistory] == '\0'
-               ? content
-               : content.replace(kCodingHistory, std::string::npos, history);
+    std::string history = content.substr(kCodingHistory);
+    content.resize(kCodingHistory);
+    return content + AppendHistoryLine(std::move(history), line);
 }
 
 std::string AppendHistoryLine(std::string history, const std::string& line) {

@@ -292,8 +292,8 @@ private:
     UniqueNames m_unadjusted;
 };
 
-MetadataCopy::MetadataCopy(const FileName& file, const Container& container)
-    : m_file(file), m_toAIFF(container.format == WrapperFormat::AIFF) {
+MetadataCopy::MetadataCopy(FileName file, const Container& container)
+    : m_file(std::move(file)), m_toAIFF(container.format == WrapperFormat::AIFF) {
     constexpr const char* kFailure = "cannot read its metadata";
     auto input = OpenRegularFile(m_file.path);
     if (!input.has_value()) {

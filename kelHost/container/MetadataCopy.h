@@ -51,7 +51,7 @@ public:
     /// @param file the input
     /// @param container of the output; one of the same family may take its place
     /// @throws JobError when the input cannot be read
-    MetadataCopy(const FileName& file, const Container& container);
+    MetadataCopy(FileName file, const Container& container);
 
     /// Upper bound of the bytes that the output grows by.
     std::uint64_t MaxBytes() const;
