@@ -3,6 +3,7 @@
 #include "container/StoredText.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -79,10 +80,10 @@ std::string FormatCueLabels(const std::vector<CuePoint>& points, StoredOrder ord
             bytes += FormatSubChunk("note", id + point.note + '\0', order);
         }
         if (point.length != 0) {
-            const std::string noCountryAndLanguage(8, '\0');
-            bytes += FormatSubChunk(
-                "ltxt", id + NumberBytes(point.length, 4, order) + "rgn " + noCountryAndLanguage,
-                order);
+            constexpr std::size_t kCountryAndLanguage = 8;
+            std::string region = id + NumberBytes(point.length, 4, order) + "rgn ";
+            region.resize(region.size() + kCountryAndLanguage, '\0');
+            bytes += FormatSubChunk("ltxt", region, order);
         }
     }
     return bytes.empty() ? bytes : "adtl" + bytes;

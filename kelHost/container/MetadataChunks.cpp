@@ -103,25 +103,39 @@ std::vector<NewChunk> MakeWAVEChunks(const Metadata& metadata, StoredOrder order
     return chunks;
 }
 
+bool IsASCII(const std::string& text) {
+    constexpr unsigned char kASCIIEnd = 0x80;
+    return std::all_of(text.begin(), text.end(), [](char character) {
+        return static_cast<unsigned char>(character) < kASCIIEnd;
+    });
+}
+
+// Programs disagree about the encoding of texts in AIFF files, so those that are not ASCII are in
+// the ID3 tag, too.
 std::vector<NewChunk> MakeAIFFChunks(const Metadata& metadata) {
     JoinedTexts joined;
-    std::vector<NewChunk> chunks;
     std::vector<Tag> others;
+    std::vector<NewChunk> comments;
     for (const Tag& tag : metadata.tags) {
         const std::string chunk = TextChunk(tag.name);
         if (chunk == "ANNO") {
-            AddChunk(chunks, chunk, tag.value);
+            AddChunk(comments, chunk, tag.value);
         } else if (!chunk.empty()) {
             joined.Add(chunk, tag.value);
         } else {
             others.push_back(tag);
         }
     }
-    std::vector<NewChunk> texts;
+    std::vector<NewChunk> chunks;
     for (const auto& [chunk, text] : joined.texts) {
-        AddChunk(texts, chunk, text);
+        AddChunk(chunks, chunk, text);
     }
-    chunks.insert(chunks.begin(), texts.begin(), texts.end());
+    chunks.insert(chunks.end(), comments.begin(), comments.end());
+    for (const NewChunk& chunk : chunks) {
+        if (!IsASCII(chunk.content)) {
+            others.push_back({NameOfTextChunk(chunk.name), chunk.content});
+        }
+    }
     const std::vector<CuePoint> points = AIFFPoints(metadata);
     if (!points.empty()) {
         AddChunk(chunks, "MARK", FormatMarkers(points));

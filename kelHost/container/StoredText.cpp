@@ -51,7 +51,7 @@ char UpperLetter(char letter) {
 } // namespace
 
 std::string DecodeText(std::string_view stored) {
-    const std::string bytes(stored.substr(0, stored.find('\0')));
+    std::string bytes(stored.substr(0, stored.find('\0')));
     std::wstring text = ConvertPlatformStringToWideString(bytes);
     const auto foreign = std::find_if(text.begin(), text.end(), IsForeignByte);
     if (foreign == text.end()) {

@@ -101,6 +101,17 @@ TEST(MetadataChunks, HaveTheDocumentedBytesInAIFFFiles) {
                                      BigEndian(0, 2) + "\3Alb");
 }
 
+TEST(MetadataChunks, HaveTextsThatAreNotASCIIInAnID3TagToo) {
+    Metadata metadata;
+    metadata.tags = {{"title", "T\xC3\xA9"}, {"artist", "A"}, {"comment", "C"}};
+    const auto chunks = MakeChunks(metadata, ChunkForm::AIFF);
+    ASSERT_EQ(chunks.size(), 4U);
+    EXPECT_EQ(chunks[0].content, "T\xC3\xA9");
+    EXPECT_EQ(chunks[3].content, std::string("ID3\4\0\0\0\0\0\x0E", 10) + "TIT2" + BigEndian(4, 4) +
+                                     BigEndian(0, 2) + "\3T\xC3\xA9");
+    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
+}
+
 TEST(MetadataChunks, KeepGenresThatLookLikeNumbers) {
     Metadata metadata;
     metadata.tags = {{"genre", "(17)(18)"}, {"genre", "17"}};
