@@ -69,14 +69,17 @@ std::optional<SampleLayout> ReadInputHeader(const FileName& file) {
         return std::nullopt;
     }
     HeaderReader header(file, std::move(input->descriptor), "cannot read its header");
-    header.Skim(0, kHeaderBytes);
-    header.Skim(input->bytes - std::min(input->bytes, kHeaderBytes), kHeaderBytes);
     const auto chunks = ReadChunkList(header, input->bytes);
-    if (!chunks.has_value() || chunks->form == ChunkForm::W64) {
-        return std::nullopt; // the source opens others twice
+    std::optional<SampleLayout> layout;
+    if (chunks.has_value() && chunks->form != ChunkForm::W64) {
+        SkimOtherChunks(header, *chunks);
+        layout = LayoutOf(header, *chunks);
     }
-    SkimOtherChunks(header, *chunks);
-    return LayoutOf(header, *chunks);
+    if (!layout.has_value()) { // the header may be anywhere, and the source opens the file twice
+        header.Skim(0, kHeaderBytes);
+        header.Skim(input->bytes - std::min(input->bytes, kHeaderBytes), kHeaderBytes);
+    }
+    return layout;
 }
 
 } // namespace kel::host

@@ -7,16 +7,22 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <filesystem>
+#include <dirent.h>
+#include <memory>
 #include <string>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 #include <vector>
 
 namespace kel::host {
 
-namespace fs = std::filesystem;
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+} // namespace
 
 std::string Describe(const OpeningFacts& facts) {
     std::string text = fmt::format("{}, {} and {} Hz",
@@ -44,23 +50,27 @@ OpenPositions::OpenPositions(const std::string& path) {
 std::vector<std::uint64_t> OpenPositions::New() const {
     std::vector<std::uint64_t> positions;
     for (const int descriptor : Descriptors()) {
-        const off_t position = lseek(descriptor, 0, SEEK_CUR);
-        if (position >= 0 &&
-            std::find(m_former.begin(), m_former.end(), descriptor) == m_former.end()) {
+        struct stat status {};
+        const bool isNew =
+            std::find(m_former.begin(), m_former.end(), descriptor) == m_former.end() &&
+            fstat(descriptor, &status) == 0 && status.st_dev == m_device &&
+            status.st_ino == m_inode;
+        const off_t position = isNew ? lseek(descriptor, 0, SEEK_CUR) : -1;
+        if (position >= 0) {
             positions.push_back(static_cast<std::uint64_t>(position));
         }
     }
     return positions;
 }
 
-std::vector<int> OpenPositions::Descriptors() const {
+// Returns all descriptors of the process, in their order.
+std::vector<int> OpenPositions::Descriptors() {
     std::vector<int> descriptors;
-    std::error_code missing;
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd", missing)) {
-        const auto descriptor = ParseInteger<int>(entry.path().filename().string());
-        struct stat status {};
-        if (descriptor.has_value() && fstat(*descriptor, &status) == 0 &&
-            status.st_dev == m_device && status.st_ino == m_inode) {
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir("/proc/self/fd"));
+    const dirent* entry = nullptr;
+    while (directory != nullptr && (entry = readdir(directory.get())) != nullptr) {
+        const auto descriptor = ParseInteger<int>(static_cast<const char*>(entry->d_name));
+        if (descriptor.has_value() && *descriptor != dirfd(directory.get())) {
             descriptors.push_back(*descriptor);
         }
     }

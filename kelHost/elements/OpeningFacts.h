@@ -30,7 +30,7 @@ std::string Describe(const OpeningFacts& facts);
 /// before are not its own. Where /proc is missing, nothing is found.
 class OpenPositions {
 public:
-    /// Notes which descriptors of a file exist.
+    /// Notes which descriptors exist.
     explicit OpenPositions(const std::string& path);
 
     /// True when the path is that of a regular file, which can be opened again.
@@ -43,7 +43,7 @@ public:
     std::vector<std::uint64_t> New() const;
 
 private:
-    std::vector<int> Descriptors() const;
+    static std::vector<int> Descriptors();
 
     bool m_isRegular = false;
     std::uint64_t m_bytes = 0;
