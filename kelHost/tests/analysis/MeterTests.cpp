@@ -7,12 +7,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
-#include <string>
+#include <thread>
 #include <vector>
 
 namespace kel::host {
@@ -97,6 +97,24 @@ TEST_P(MetersWithAndWithoutThreads, EndWithoutFinishing) {
         threads.Add(MakeSample(1));
     }
     EXPECT_LE(meter.values.size(), 1U);
+}
+
+TEST_P(MetersWithAndWithoutThreads, MeasureWhatIsLeftWhenTheyFinish) {
+    class SlowMeter final : public Meter {
+    public:
+        void Add(const FloatView& /*floats*/) override {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            ++samples;
+        }
+        int samples = 0;
+    };
+    SlowMeter meter;
+    MeterThreads threads({&meter}, GetParam());
+    for (int i = 0; i < 4; ++i) {
+        threads.Add(MakeSample(1));
+    }
+    threads.Finish();
+    EXPECT_EQ(meter.samples, 4);
 }
 
 INSTANTIATE_TEST_SUITE_P(Meters, MetersWithAndWithoutThreads, testing::Bool(),
