@@ -38,9 +38,7 @@ class InfoCommand final : public Command {
 public:
     InfoCommand() : Command("info", "Show facts about audio files") {
         Add(Option("FILE", "", &m_files, "The files").Completes(Option::Values::Files).Required());
-        Add(Option("--full", "", &m_full,
-                   "Show all facts about each file, as for a single one: broadcast fields, tags, "
-                   "cue points, other chunks"));
+        Add(Option("--full", "", &m_full, "Show all facts about each file, as for a single one"));
         Add(Option("--measure", "", &m_measure,
                    "Read the files and measure peak, RMS, and loudness (EBU R 128)"));
         Add(Option("--checksum", "", &m_checksum,
