@@ -56,6 +56,14 @@ TEST(PeakMeter, FindsTheFirstPeakOfEachChannelInBlocksOfAnySize) {
     }
 }
 
+TEST(PeakMeter, KeepsAPeakBeforeNaN) {
+    std::vector<float> values(2000, std::numeric_limits<float>::quiet_NaN());
+    values[3] = -0.5F;
+    PeakMeter meter(1);
+    meter.Add(values.data(), values.size());
+    ExpectPeak(meter.Peaks().at(0), 0.5F, 3);
+}
+
 TEST(PeakMeter, IgnoresNaNAndKeepsInfinities) {
     constexpr float kInfinity = std::numeric_limits<float>::infinity();
     constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();

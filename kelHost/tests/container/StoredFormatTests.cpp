@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <sndfile.h>
 #include <string>
 #include <vector>
@@ -113,6 +114,30 @@ TEST(StoredFormat, HasTheSpeakersOfCompressedFiles) {
     EXPECT_EQ(Store(SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 7).channelMask, 0x70FU);
     EXPECT_EQ(Store(SF_FORMAT_OGG | SF_FORMAT_VORBIS, 6).channelMask, 0x3FU);
     EXPECT_FALSE(Store(SF_FORMAT_OGG | SF_FORMAT_VORBIS, 9).channelMask.has_value());
+    EXPECT_EQ(Store(SF_FORMAT_OGG | SF_FORMAT_OPUS, 4).channelMask, 0x33U);
+}
+
+TEST(StoredFormat, HasNoSpeakersWhereOpusHasDiscreteChannels) {
+    const test::TemporaryDirectory directory;
+    test::WriteAudio(directory / "take", SF_FORMAT_OGG | SF_FORMAT_OPUS, 4, 48000,
+                     test::MakeValues(3840));
+    constexpr std::size_t kCheckSum = 22; // of the page
+    constexpr std::size_t kPacket = 28;
+    constexpr std::size_t kFamily = kPacket + 18;
+    std::string bytes = test::ReadFile(directory / "take");
+    bytes[kFamily] = '\xFF';
+    bytes.replace(kCheckSum, 4, 4, '\0');
+    std::uint32_t sum = 0;
+    for (std::size_t i = 0; i < kPacket + static_cast<unsigned char>(bytes[kPacket - 1]); ++i) {
+        sum ^= static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i])) << 24U;
+        for (int bit = 0; bit < 8; ++bit) {
+            sum = (sum << 1U) ^ ((sum >> 31U) * 0x04C11DB7U);
+        }
+    }
+    test::WriteFile(directory / "take", bytes.replace(kCheckSum, 4, test::LittleEndian(sum, 4)));
+    const StoredFormat format = ReadStoredFormat(directory / "take");
+    EXPECT_EQ(Describe(format), "Ogg Opus");
+    EXPECT_FALSE(format.channelMask.has_value());
 }
 
 TEST(StoredFormat, IsMissingForFilesWithoutAudio) {
