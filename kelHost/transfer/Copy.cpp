@@ -299,15 +299,21 @@ private:
         }
         RequireNoClipping(facts.conversion);
         transfer.Source().Release();
-        WriteChannelMask(file, m_mask);
-        if (HasPeaks()) {
-            WritePeaks(file, transfer.Peaks(), m_time);
-        }
+        CompleteHeader(file, transfer);
         WriteMetadata(file, facts);
         WarnAll(output.Flush());
         VerifyFile(file, facts, transfer.Hash());
         m_errors.RequireNoneFromOutput(m_request.output);
         return facts;
+    }
+
+    void CompleteHeader(const FileName& file, const Transfer& transfer) const {
+        m_reporter.Opening(m_request.output);
+        WriteChannelMask(file, m_mask);
+        if (HasPeaks()) {
+            WritePeaks(file, transfer.Peaks(), m_time);
+        }
+        m_reporter.Opened();
     }
 
     void WriteMetadata(const FileName& file, CopyFacts& facts) {
