@@ -9,8 +9,8 @@
 
 namespace kel::host {
 
-FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& log,
-                      Reporter& reporter) {
+FileInfo ReadFileInfo(const std::string& file, bool measure, const InputPolicy& policy,
+                      const HostLogger& log, Reporter& reporter) {
     reporter.Opening(file);
     const SourceReader source(file);
     reporter.Opened();
@@ -19,18 +19,28 @@ FileInfo ReadFileInfo(const std::string& file, bool measure, const HostLogger& l
                   source.Rate(),
                   source.Frames(),
                   DescribeDelivery(*source.Info()),
-                  std::nullopt};
+                  source.Header().has_value() ? source.Header()->truncation : std::nullopt,
+                  std::nullopt,
+                  {}};
     if (measure) {
-        info.measurement = Measure(source, log, reporter);
+        Warnings warnings(reporter);
+        info.measurement = Measure(source, policy, log, reporter, warnings);
+        info.warnings = warnings.Texts();
         info.frames = info.measurement->frames;
     }
     return info;
 }
 
 void to_json(nlohmann::json& members, const FileInfo& info) {
-    members = {{"file", info.file},        {"channels", info.channels}, {"rate", info.rate},
-               {"frames", nullptr},        {"seconds", nullptr},        {"duration", nullptr},
-               {"delivery", info.delivery}};
+    members = {
+        {"file", info.file},         {"channels", info.channels}, {"rate", info.rate},
+        {"frames", nullptr},         {"seconds", nullptr},        {"duration", nullptr},
+        {"delivery", info.delivery}, {"truncated", nullptr},      {"warnings", info.warnings}};
+    if (info.truncated.has_value()) {
+        members["truncated"] = {{"declared", info.truncated->declared},
+                                {"present", info.truncated->present},
+                                {"unit", info.truncated->isInFrames ? "frames" : "bytes"}};
+    }
     if (info.frames.has_value()) {
         members["frames"] = *info.frames;
         members["duration"] = FormatDuration(*info.frames, info.rate);

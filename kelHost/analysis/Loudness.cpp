@@ -158,7 +158,9 @@ SampleHandle Read(RangeReader& reader, Reporter& reporter) {
 
 } // namespace
 
-Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter& reporter) {
+Measurement Measure(const SourceReader& source, const InputPolicy& policy, const HostLogger& log,
+                    Reporter& reporter, Warnings& warnings) {
+    warnings.Add(source.CheckHeader(policy));
     const ErrorRecords errors(log, source.ShownName());
     RangeReader reader(source, {0, source.Frames()});
     Levels levels(source.Channels());
@@ -170,7 +172,11 @@ Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter&
         reporter.Progress(reader.Delivered(), source.Frames().value_or(kUnknownTotal),
                           source.Rate());
     }
-    errors.VerifyDelivery(source.Frames(), reader.Delivered(), source.EarlyStop(), false, "");
+    const auto shortfall = errors.VerifyDelivery(source.Frames(), reader.Delivered(),
+                                                 source.EarlyStop(), policy.allowTruncated);
+    if (shortfall.has_value()) {
+        warnings.Add(*shortfall);
+    }
     Measurement measurement;
     measurement.frames = reader.Delivered();
     measurement.channels = levels.Result();

@@ -4,6 +4,7 @@
 #include "elements/HostLogger.h"
 #include "elements/SourceReader.h"
 #include "jobs/Job.h"
+#include "jobs/Warnings.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -37,10 +38,13 @@ struct Measurement {
 
 /// Reads a source to its end and measures what it delivers. Values that are not finite count as 0.
 /// @param source open, at its beginning
+/// @param policy which files are accepted
 /// @param log the current logger writer
 /// @param reporter receives the progress
+/// @param warnings receives those about what the policy accepts
 /// @throws JobError when reading fails, or ends early
-Measurement Measure(const SourceReader& source, const HostLogger& log, Reporter& reporter);
+Measurement Measure(const SourceReader& source, const InputPolicy& policy, const HostLogger& log,
+                    Reporter& reporter, Warnings& warnings);
 
 void to_json(nlohmann::json& members, const Measurement& measurement);
 

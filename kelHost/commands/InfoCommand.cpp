@@ -5,6 +5,7 @@
 #include "base/JSONDocument.h"
 #include "base/Text.h"
 #include "commands/CommonOptions.h"
+#include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 
 #include <fmt/format.h>
@@ -114,6 +115,9 @@ public:
                    "Show only this field of each file: frames, measurement.range_lu, ..."));
         Add(Option("--measure", "", &m_measure,
                    "Read the files and measure peak, RMS, and loudness (EBU R 128)"));
+        for (Option& option : InputOptions(m_policy)) {
+            Add(std::move(option));
+        }
         SetNotes("Examples:\n"
                  "  kelhost info *.wav\n"
                  "  kelhost info --measure take.wav\n"
@@ -139,8 +143,9 @@ public:
         JobRunner runner(common, streams.err);
         for (const std::string& file : m_files) {
             runner.Add(file, "",
-                       [file, measure = m_measure](const HostLogger& log, Reporter& reporter) {
-                           return Inspect(file, measure, log, reporter);
+                       [file, measure = m_measure, policy = m_policy](const HostLogger& log,
+                                                                      Reporter& reporter) {
+                           return Inspect(file, measure, policy, log, reporter);
                        });
         }
         std::vector<std::string> measurements;
@@ -162,9 +167,9 @@ public:
     }
 
 private:
-    static JobResult Inspect(const std::string& file, bool measure, const HostLogger& log,
-                             Reporter& reporter) {
-        const FileInfo info = ReadFileInfo(file, measure, log, reporter);
+    static JobResult Inspect(const std::string& file, bool measure, const InputPolicy& policy,
+                             const HostLogger& log, Reporter& reporter) {
+        const FileInfo info = ReadFileInfo(file, measure, policy, log, reporter);
         JobResult result;
         result.document = DumpJSON(info);
         if (info.measurement.has_value()) {
@@ -197,6 +202,7 @@ private:
     std::vector<std::string> m_files;
     std::optional<std::string> m_field;
     bool m_measure = false;
+    InputPolicy m_policy;
 };
 
 } // namespace

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 namespace kel::host {
@@ -41,8 +40,7 @@ void ErrorRecords::RequireNoneFromOutput(const std::string& output) const {
 std::optional<std::string> ErrorRecords::VerifyDelivery(std::optional<std::int64_t> declared,
                                                         std::int64_t delivered,
                                                         const std::string& earlyStop,
-                                                        bool allowShort,
-                                                        std::string_view remedy) const {
+                                                        bool allowTruncated) const {
     const auto errors = m_log.ErrorsSince(m_first, ReadingContext(m_input), true);
     const bool isComplete = declared.has_value() ? delivered == *declared : earlyStop.empty();
     if (isComplete) {
@@ -58,9 +56,10 @@ std::optional<std::string> ErrorRecords::VerifyDelivery(std::optional<std::int64
              : fmt::format("delivers {} and {}",
                            Count(static_cast<std::uint64_t>(delivered), "frame"), earlyStop)) +
         (errors.empty() ? "" : " (" + errors.front() + ")");
-    if (!allowShort) {
-        throw JobError(m_input, fmt::format("{}; it is damaged or was changed while it was read{}",
-                                            shortfall, remedy));
+    if (!allowTruncated) {
+        throw JobError(m_input, fmt::format("{}; it is damaged or was changed while it was read "
+                                            "(--allow-truncated accepts the frames that exist)",
+                                            shortfall));
     }
     return m_input + ": " + shortfall;
 }

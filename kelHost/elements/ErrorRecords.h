@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace kel::host {
 
@@ -35,13 +34,12 @@ public:
     /// Verifies that the input delivered all of its frames and that reading it logged no error.
     /// @param declared frames that it should have delivered; missing when that is unknown
     /// @param earlyStop see SourceReader::EarlyStop; matters only when @p declared is missing
-    /// @param allowShort whether fewer frames are accepted
-    /// @param remedy appended to the error about fewer frames
+    /// @param allowTruncated whether fewer frames are accepted
     /// @return the warning about an accepted shortfall, if there is one
     /// @throws JobError when the input is short or damaged
     std::optional<std::string> VerifyDelivery(std::optional<std::int64_t> declared,
                                               std::int64_t delivered, const std::string& earlyStop,
-                                              bool allowShort, std::string_view remedy) const;
+                                              bool allowTruncated) const;
 
 private:
     const HostLogger& m_log;

@@ -1,7 +1,6 @@
 #include "elements/SourceReader.h"
 
 #include "base/Errors.h"
-#include "container/InputHeader.h"
 
 #include <IAudioParameters_PCM.h>
 #include <IChannelInfo.h>
@@ -64,7 +63,8 @@ SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
 // or samples at another offset. If the header declares what the source reports, all is well. In all
 // other cases a second source has to report the same.
 void SourceReader::OpenFile(const ElementRecipe& recipe, const FileName& file) {
-    const auto declared = ReadInputHeader(file);
+    m_header = ReadInputHeader(file);
+    const auto declared = m_header.has_value() ? m_header->Layout() : std::nullopt;
     const OpenPositions& before = m_positions.emplace(file.path);
     Open(recipe);
     const OpeningFacts first = Facts(before);
@@ -109,6 +109,22 @@ std::optional<std::int64_t> SourceReader::Frames() const {
     return m_limits.duration == std::numeric_limits<std::int64_t>::max()
                ? std::nullopt
                : std::optional(m_limits.duration);
+}
+
+std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) const {
+    if (!m_header.has_value() || !m_header->truncation.has_value()) {
+        return {};
+    }
+    const Truncation& truncation = *m_header->truncation;
+    const std::string text = DescribeCounts(truncation) + "; it is truncated" +
+                             (truncation.hasAllSamples ? " after its samples" : "");
+    if (!policy.allowTruncated) {
+        throw JobError(m_shownName, text + (truncation.hasAllSamples
+                                                ? " (--allow-truncated accepts it as it is)"
+                                                : " (--allow-truncated accepts the frames that "
+                                                  "exist)"));
+    }
+    return {m_shownName + ": " + text};
 }
 
 std::string SourceReader::EarlyStop() const {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "base/FileName.h"
+#include "container/InputHeader.h"
+#include "container/InputPolicy.h"
 #include "elements/Elements.h"
 #include "elements/OpeningFacts.h"
 
@@ -14,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -68,6 +71,14 @@ public:
     /// that was recorded without going back to its header.
     std::optional<std::int64_t> Frames() const;
 
+    /// The header of the file; missing where the host does not know its kind.
+    const std::optional<InputHeader>& Header() const { return m_header; }
+
+    /// Verifies that the file contains what its header declares.
+    /// @return warnings about what the policy accepts
+    /// @throws JobError when it is truncated and that is not allowed
+    std::vector<std::string> CheckHeader(const InputPolicy& policy) const;
+
     /// Explains why a source of unknown length that has delivered its last sample may have more: it
     /// did not read its file to the end. The sources do not report a failed read that delivers
     /// nothing.
@@ -80,6 +91,7 @@ private:
     OpeningFacts Facts(const OpenPositions& before) const;
 
     std::string m_shownName;
+    std::optional<InputHeader> m_header;
     std::uint32_t m_blockFrames = 0;
     std::shared_ptr<IAudioSource> m_element;
     std::shared_ptr<const IInfoContainer> m_description;

@@ -87,6 +87,7 @@ private:
         m_source = std::make_unique<SourceReader>(m_request.input, m_options.blockFrames);
         m_reporter.Opened();
         m_errors.RequireNone(m_request.input);
+        WarnAll(m_source->CheckHeader(m_options.input));
         m_range = Resolve(m_options.range, m_source->Frames(), m_source->Rate(), m_request.input);
         m_converter = std::make_unique<SampleConverter>(m_source->Description(), MakeTarget());
         m_channels = static_cast<std::uint32_t>(m_converter->Channels().size());
@@ -174,9 +175,9 @@ private:
         facts.conversion = transfer.Converter().Channels();
         transfer.CloseSink();
         m_errors.RequireNoneFromOutput(m_request.output);
-        const auto shortfall = m_errors.VerifyDelivery(
-            m_range.count, facts.frames, transfer.Source().EarlyStop(), m_options.allowShort,
-            " (--allow-short accepts the frames that exist)");
+        const auto shortfall =
+            m_errors.VerifyDelivery(m_range.count, facts.frames, transfer.Source().EarlyStop(),
+                                    m_options.input.allowTruncated);
         if (shortfall.has_value()) {
             Warn(*shortfall);
         }

@@ -3,6 +3,7 @@
 
 #include "audio/Formats.h"
 #include "audio/TimeRange.h"
+#include "container/InputPolicy.h"
 #include "elements/HostLogger.h"
 #include "jobs/Job.h"
 
@@ -21,7 +22,7 @@ struct CopyOptions {
     std::optional<std::uint32_t>
         blockFrames;         ///< maximum number of frames in a sample; unset: chosen
     bool failOnClip = false; ///< a clipped value fails the copy
-    bool allowShort = false; ///< accept an input with fewer frames than it declares
+    InputPolicy input;       ///< which inputs are accepted
     std::optional<bool>
         verify;           ///< read the output back and compare it; unset: where it may fail late
     bool replace = false; ///< replace an existing file

@@ -149,6 +149,7 @@ private:
         m_source = std::make_unique<SourceReader>(m_input, m_request.source.recipe, file);
         m_reporter.Opened();
         m_errors.RequireNone(m_input);
+        WarnAll(m_source->CheckHeader(m_request.input));
         RequireCountable();
     }
 
@@ -240,9 +241,9 @@ private:
                                 !hasEnd || *declared > kMinOverlappedFrames);
         CloseSink(transfer);
         m_errors.RequireNoneFromOutput(m_output);
-        const auto shortfall = m_errors.VerifyDelivery(
-            m_isGrowing ? m_frames : declared, m_frames, transfer.Source().EarlyStop(),
-            m_request.allowShort, " (--allow-short accepts the frames that exist)");
+        const auto shortfall =
+            m_errors.VerifyDelivery(m_isGrowing ? m_frames : declared, m_frames,
+                                    transfer.Source().EarlyStop(), m_request.input.allowTruncated);
         if (shortfall.has_value()) {
             Warn(*shortfall);
         }

@@ -87,7 +87,8 @@ TEST(InfoMeasure, ReportsAFileThatEndsEarlyAndShowsTheOthers) {
               "take.wav         2  48000 Hz       1  0:00:00.000  32-bit float little-endian");
     const std::string promise = "kelhost: broken.flac: declares 100000 frames and delivers 0";
     EXPECT_EQ(result.err.substr(0, promise.size()), promise);
-    const std::string damaged = "; it is damaged or was changed while it was read\n";
+    const std::string damaged = "; it is damaged or was changed while it was read "
+                                "(--allow-truncated accepts the frames that exist)\n";
     EXPECT_EQ(result.err.substr(result.err.size() - damaged.size()), damaged);
     EXPECT_EQ(RunKelhost(directory, {"plot", "broken.flac", "-o", "broken.png"}).err, result.err);
     EXPECT_EQ(RunKelhost(directory, {"plot", "broken.flac"}).status, 1);
@@ -139,8 +140,8 @@ TEST(InfoField, IsRefusedWithTheValidOnesBeforeAnyFileIsRead) {
         "measurement.channels.0.at_full_scale, measurement.channels.0.non_finite, "
         "measurement.channels.0.peak, measurement.channels.0.peak_dbfs, "
         "measurement.channels.0.rms, measurement.channels.0.rms_dbfs, "
-        "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, rate "
-        "or seconds\n";
+        "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, rate, "
+        "seconds, truncated or warnings\n";
     for (const std::string field :
          {"Frames", "measurement.channels", "measurement.channels.x.peak",
           "measurement.channels.01.peak", "measurement/range_lu", "frames.", "~"}) {

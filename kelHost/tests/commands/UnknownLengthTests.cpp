@@ -45,7 +45,7 @@ TEST_F(UnknownLength, IsCopiedToItsEnd) {
         CopyReport("take.flac", "out.wav", "extensible WAVE, float32 little-endian", kLength), "");
     EXPECT_EQ(Values("out.wav"), MakeValues(2 * kFrames));
     ExpectResult(
-        Run({"copy", "--allow-short", "--verify", "take.flac", "short.aiff"}), 0,
+        Run({"copy", "--allow-truncated", "--verify", "take.flac", "short.aiff"}), 0,
         CopyReport("take.flac", "short.aiff", "AIFF-C, int24 big-endian", kLength + ", verified"),
         "");
     EXPECT_EQ(Values("short.aiff"), MakeValues(2 * kFrames));
@@ -104,7 +104,7 @@ TEST_F(UnknownLength, IsNullInDocuments) {
     const ProcessResult result = Run({"info", "--json", "take.flac"});
     EXPECT_EQ(
         result.out,
-        R"({"document":"kelhost.info","failures":[],"files":[{"channels":2,"delivery":"32-bit float little-endian","duration":null,"file":"take.flac","frames":null,"rate":48000,"seconds":null}],"version":1})"
+        R"({"document":"kelhost.info","failures":[],"files":[{"channels":2,"delivery":"32-bit float little-endian","duration":null,"file":"take.flac","frames":null,"rate":48000,"seconds":null,"truncated":null,"warnings":[]}],"version":1})"
         "\n");
     const std::string progress =
         R"({"document":"kelhost.progress","done":500,"file":"take.flac","rate":1000,"total":null,"version":1})"
@@ -172,19 +172,20 @@ TEST_F(UnknownLength, DoesNotHideAReadThatFails) {
     ASSERT_TRUE(isFound);
     const int found = number - 1;
     const std::string size = std::to_string(std::filesystem::file_size(m_directory / "take.flac"));
-    const std::string damaged = "; it is damaged or was changed while it was read";
+    const std::string damaged = "; it is damaged or was changed while it was read "
+                                "(--allow-truncated accepts the frames that exist)";
     const auto generalised = [](const std::string& text) {
         return ReplaceMatches(text, "at byte [0-9]+", "at byte N");
     };
     const std::string stops = "delivers 16384 frames and stops at byte N of " + size;
-    EXPECT_EQ(
-        generalised(fail(found, {"copy", "take.flac", "out.wav"}).err),
-        Error("take.flac", stops + damaged + " (--allow-short accepts the frames that exist)"));
+    EXPECT_EQ(generalised(fail(found, {"copy", "take.flac", "out.wav"}).err),
+              Error("take.flac", stops + damaged));
     for (const Arguments& arguments :
          {Arguments{"info", "--measure", "take.flac"}, Arguments{"plot", "take.flac"}}) {
         EXPECT_EQ(generalised(fail(found, arguments).err), Error("take.flac", stops + damaged));
     }
-    const ProcessResult accepted = fail(found, {"copy", "--allow-short", "take.flac", "out.wav"});
+    const ProcessResult accepted =
+        fail(found, {"copy", "--allow-truncated", "take.flac", "out.wav"});
     EXPECT_EQ(accepted.status, 0);
     EXPECT_EQ(generalised(accepted.err), "kelhost: warning: take.flac: " + stops + "\n");
 }

@@ -108,7 +108,9 @@ TEST_F(Documents, OfInfoListTheFilesAndTheFailuresInTheirOrder) {
                     {"frames", 1000},
                     {"seconds", 1000.0 / 48000},
                     {"duration", "0:00:00.021"},
-                    {"delivery", "32-bit float little-endian"}};
+                    {"delivery", "32-bit float little-endian"},
+                    {"truncated", nullptr},
+                    {"warnings", json::array()}};
     EXPECT_EQ(
         documents[2],
         (json{{"document", "kelhost.info"},
@@ -143,7 +145,8 @@ TEST_F(Documents, OfPlotsNameThePictureOrHoldTheCharacters) {
                                 {"picture", "take.svg"},
                                 {"width", 300},
                                 {"height", 200},
-                                {"text", ""}}));
+                                {"text", ""},
+                                {"warnings", json::array()}}));
     const auto characters = Run(0, {"kelhost.plot"}, {"plot", "--json", "take.wav"});
     EXPECT_EQ(characters[0]["text"], RunKelhost(m_directory, {"plot", "take.wav"}).out);
 }
@@ -312,7 +315,7 @@ TEST(DocumentSchemas, RefuseDocumentsOfAnotherForm) {
          R"("succeeded":true})"},
         {R"({"document":"kelhost.info","version":1,"failures":[],"files":[{"file":"f"}]})"},
         {R"({"document":"kelhost.plot","version":1,"input":"f","picture":"","width":-1,"height":0,)"
-         R"("text":""})"},
+         R"("text":"","warnings":[]})"},
         {R"({"document":"kelhost.copy","version":1,"results":[],"skipped":[],)"
          R"("failures":[{"file":"f"}]})"},
     };
