@@ -83,10 +83,7 @@ void HeaderReader::Skim(std::uint64_t offset, std::uint64_t bytes) const {
 void HeaderReader::Read(std::uint64_t offset, char* bytes, std::size_t count) const {
     constexpr std::size_t kUsual = 4096;
     if (!IsKept(offset, count) && !Fill(offset, kUsual)) {
-        // Perhaps only bytes that are not needed cannot be read.
-        if (!Fill(offset, count)) {
-            Fail();
-        }
+        Fail();
     }
     std::copy_n(m_kept.data() + (offset - m_keptOffset), count, bytes);
 }

@@ -8,16 +8,11 @@
 #include <IMemoryBlock.h>
 #include <IMemoryBlockAllocator.h>
 #include <Logging.h>
-#include <MediaTime.h>
 #include <TimeLimits.h>
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <string>
 
 namespace kel::host {
 
@@ -37,29 +32,13 @@ SampleHandle Shorten(const SampleHandle& container, std::int64_t frames, std::ui
         nullptr);
 }
 
-void Seek(const SourceReader& source, std::int64_t frame) {
-    std::string reason = "it went elsewhere";
-    try {
-        const MediaTime target(EditRate(source.Rate(), 1), frame, nullptr);
-        if (source.Element().GotoTimeOffset(target, "").GetTimeNumber() == frame) {
-            return;
-        }
-    } catch (const std::exception& error) {
-        reason = error.what();
-    }
-    throw JobError(source.ShownName(),
-                   fmt::format("cannot seek to frame {}: {}; pipes and damaged files can only be "
-                               "read from their beginning",
-                               frame, reason));
-}
-
 } // namespace
 
 RangeReader::RangeReader(const SourceReader& source, const FrameRange& range)
     : m_source(source), m_context(ReadingContext(source.ShownName())), m_range(range),
       m_channels(source.Channels()) {
     if (range.first > 0) {
-        Seek(source, range.first);
+        source.Seek(range.first);
     }
 }
 
@@ -68,7 +47,7 @@ SampleHandle RangeReader::Pull() {
         return nullptr;
     }
     const ContextScope context(m_context);
-    SampleHandle container = m_source.Element().GetSample();
+    SampleHandle container = PullNext();
     if (container == nullptr) {
         RequireRangeExists();
         return nullptr;
@@ -80,6 +59,17 @@ SampleHandle RangeReader::Pull() {
     }
     m_delivered += std::min(frames, left);
     return container;
+}
+
+SampleHandle RangeReader::PullNext() {
+    if (!m_tail.has_value()) {
+        SampleHandle sample = m_source.Element().GetSample();
+        if (sample != nullptr || !m_source.Frames().has_value()) {
+            return sample;
+        }
+        m_tail.emplace(m_source, m_range.first, m_delivered);
+    }
+    return m_tail->Pull();
 }
 
 // Whether a part is within a file of unknown length is known only at the end of the file.

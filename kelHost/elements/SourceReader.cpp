@@ -4,6 +4,7 @@
 
 #include <IAudioParameters_PCM.h>
 #include <IChannelInfo.h>
+#include <MediaTime.h>
 #include <WorkflowStepImplementation.h>
 
 #include <fmt/format.h>
@@ -37,24 +38,25 @@ SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> bl
     : m_shownName(file.shown), m_blockFrames(blockFrames.value_or(kDefaultBlockFrames)) {
     RequireReadable(file);
     WithFileContext(file, kCannotRead, [&] {
-        OpenFile(FileSource(file, m_blockFrames), file);
+        m_recipe = FileSource(file, m_blockFrames);
+        OpenFile(file);
         const std::uint32_t bounded = kMaxBlockSamples / std::max(Channels(), 1U);
         if (!blockFrames.has_value() && bounded < m_blockFrames) {
-            m_blockFrames = bounded;
             Release();
-            OpenFile(FileSource(file, m_blockFrames), file);
+            SetBlockFrames(bounded);
+            OpenFile(file);
         }
     });
 }
 
 SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
                            const std::string& file)
-    : m_shownName(std::move(shownName)) {
+    : m_shownName(std::move(shownName)), m_recipe(recipe) {
     WithFileContext(m_shownName, kCannotRead, [&] {
         if (file.empty()) {
-            Open(recipe);
+            Open();
         } else {
-            OpenFile(recipe, {file, m_shownName});
+            OpenFile({file, m_shownName});
         }
     });
 }
@@ -62,18 +64,18 @@ SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
 // Libraries take parts of a header that they cannot read for zeros, and then report another length,
 // or samples at another offset. If the header declares what the source reports, all is well. In all
 // other cases a second source has to report the same.
-void SourceReader::OpenFile(const ElementRecipe& recipe, const FileName& file) {
+void SourceReader::OpenFile(const FileName& file) {
     m_header = ReadInputHeader(file);
     const auto declared = m_header.has_value() ? m_header->Layout() : std::nullopt;
     const OpenPositions& before = m_positions.emplace(file.path);
-    Open(recipe);
+    Open();
     const OpeningFacts first = Facts(before);
     if (m_element->IsGrowing() || !before.IsRegularFile() ||
         (declared.has_value() && first == FactsOf(*declared))) {
         return;
     }
     const OpenPositions between(file.path);
-    const SourceReader again(m_shownName, recipe, "");
+    const SourceReader again(m_shownName, m_recipe, "");
     const OpeningFacts second = again.Facts(between);
     // A file that another program is still writing may differ.
     const bool hasGrown = OpenPositions(file.path).FileBytes() != before.FileBytes();
@@ -86,10 +88,10 @@ void SourceReader::OpenFile(const ElementRecipe& recipe, const FileName& file) {
     }
 }
 
-void SourceReader::Open(const ElementRecipe& recipe) {
-    m_element = ImplementElement<ElementFactoryType::AudioSource>(recipe.implementation,
-                                                                  recipe.type, nullptr);
-    m_element->SetInitConfig(recipe.settings);
+void SourceReader::Open() {
+    m_element = ImplementElement<ElementFactoryType::AudioSource>(m_recipe.implementation,
+                                                                  m_recipe.type, nullptr);
+    m_element->SetInitConfig(m_recipe.settings);
     m_limits = m_element->GetTimeLimits("");
     m_description = m_element->GetDefinedOutput("");
     const auto infos = m_description != nullptr ? m_description->GetAudioInfos()
@@ -98,6 +100,35 @@ void SourceReader::Open(const ElementRecipe& recipe) {
         throw std::runtime_error("it describes no audio");
     }
     m_info = infos.front();
+}
+
+void SourceReader::Seek(std::int64_t frame) const {
+    std::string reason = "it went elsewhere";
+    try {
+        const MediaTime target(EditRate(Rate(), 1), frame, nullptr);
+        if (m_element->GotoTimeOffset(target, "").GetTimeNumber() == frame) {
+            return;
+        }
+    } catch (const std::exception& error) {
+        reason = error.what();
+    }
+    throw JobError(m_shownName,
+                   fmt::format("cannot seek to frame {}: {}; pipes and damaged files can only be "
+                               "read from their beginning",
+                               frame, reason));
+}
+
+std::unique_ptr<SourceReader> SourceReader::OpenAgain() const {
+    if (!m_positions.has_value() || !m_positions->IsRegularFile() ||
+        BlockFramesIn(m_recipe).value_or(1) == 1) {
+        return nullptr;
+    }
+    return std::make_unique<SourceReader>(m_shownName, m_recipe, "");
+}
+
+void SourceReader::SetBlockFrames(std::uint32_t frames) {
+    m_blockFrames = frames;
+    kel::host::SetBlockFrames(*m_recipe.settings, frames);
 }
 
 OpeningFacts SourceReader::Facts(const OpenPositions& before) const {

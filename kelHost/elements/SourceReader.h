@@ -67,6 +67,20 @@ public:
     /// Maximum number of frames in a sample of a file.
     std::uint32_t BlockFrames() const { return m_blockFrames; }
 
+    /// Moves to a frame.
+    /// @throws JobError when the source cannot
+    void Seek(std::int64_t frame) const;
+
+    /// Opens the same file again, from its beginning.
+    /// @return null where that is of no use: for a source without a file, for a pipe, and for one
+    /// whose samples have one frame, or any number of frames that the host cannot set
+    /// @throws JobError when it cannot be opened
+    std::unique_ptr<SourceReader> OpenAgain() const;
+
+    /// Sets the maximum number of frames in the following samples of a source that OpenAgain
+    /// returned.
+    void SetBlockFrames(std::uint32_t frames);
+
     /// Number of frames that the source declares; missing when it does not know it, as for a stream
     /// that was recorded without going back to its header.
     std::optional<std::int64_t> Frames() const;
@@ -86,13 +100,14 @@ public:
     std::string EarlyStop() const;
 
 private:
-    void Open(const ElementRecipe& recipe);
-    void OpenFile(const ElementRecipe& recipe, const FileName& file);
+    void Open();
+    void OpenFile(const FileName& file);
     OpeningFacts Facts(const OpenPositions& before) const;
 
     std::string m_shownName;
     std::optional<InputHeader> m_header;
     std::uint32_t m_blockFrames = 0;
+    ElementRecipe m_recipe;
     std::shared_ptr<IAudioSource> m_element;
     std::shared_ptr<const IInfoContainer> m_description;
     std::shared_ptr<const IAudioInfo> m_info;

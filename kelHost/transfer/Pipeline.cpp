@@ -6,6 +6,7 @@
 #include "base/OutputFile.h"
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
+#include "elements/TailReader.h"
 #include "transfer/FittingReader.h"
 #include "transfer/Transfer.h"
 
@@ -79,7 +80,7 @@ public:
 
     SampleHandle Pull() override {
         const ContextScope context(m_context);
-        SampleHandle container = m_source.Element().GetSample();
+        SampleHandle container = PullNext();
         if (container == nullptr) {
             return nullptr;
         }
@@ -105,6 +106,18 @@ public:
     }
 
 private:
+    SampleHandle PullNext() {
+        if (!m_tail.has_value()) {
+            SampleHandle sample = m_source.Element().GetSample();
+            const bool isEarly = m_source.Frames().value_or(0) > m_delivered && !m_isGrowing;
+            if (sample != nullptr || !isEarly) {
+                return sample;
+            }
+            m_tail.emplace(m_source, 0, m_delivered);
+        }
+        return m_tail->Pull();
+    }
+
     [[noreturn]] void Fail(const std::string& message) const {
         throw JobError(m_source.ShownName(), message);
     }
@@ -114,6 +127,7 @@ private:
     std::uint64_t m_frameBytes;
     bool m_isGrowing;
     std::int64_t m_delivered = 0;
+    std::optional<TailReader> m_tail; // after a source that ended early
 };
 
 // For errors about a container that cannot hold enough.
