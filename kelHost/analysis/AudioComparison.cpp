@@ -184,11 +184,12 @@ Comparison CompareFiles(const ComparisonRequest& request, const HostLogger& log,
                         Reporter& reporter) {
     const auto& [fileA, fileB] = request.files;
     reporter.Opening(fileA);
-    const SourceReader a(fileA);
+    const Repair repair{request.inputPolicy.repair, ReadingSteps(reporter)};
+    const SourceReader a(fileA, std::nullopt, repair);
     reporter.Opened();
     reporter.Opening(fileB);
     RequireTwoInputs(fileA, fileB);
-    const SourceReader b(fileB);
+    const SourceReader b(fileB, std::nullopt, repair);
     reporter.Opened();
     return CompareSources(a, b, request, log, reporter);
 }

@@ -12,7 +12,7 @@ namespace kel::host {
 FileInfo ReadFileInfo(const std::string& file, bool measure, const InputPolicy& policy,
                       const HostLogger& log, Reporter& reporter) {
     reporter.Opening(file);
-    const SourceReader source(file);
+    const SourceReader source(file, std::nullopt, {policy.repair, ReadingSteps(reporter)});
     reporter.Opened();
     FileInfo info{Escape(file),
                   source.Channels(),

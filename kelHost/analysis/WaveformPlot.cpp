@@ -107,7 +107,8 @@ PlottedFile OpenAndCount(const PlotRequest& request, const HostLogger& log, Repo
     const std::string& file = request.input;
     const auto open = [&] {
         reporter.Opening(file);
-        auto source = std::make_unique<SourceReader>(file);
+        auto source = std::make_unique<SourceReader>(
+            file, std::nullopt, Repair{request.inputPolicy.repair, ReadingSteps(reporter)});
         reporter.Opened();
         return source;
     };

@@ -26,6 +26,9 @@ constexpr std::uint64_t kHeaderBytes = 65536; // that are read at both ends
 // Of all other chunks. Some files contain pictures, and reading takes time.
 constexpr std::uint64_t kMaxSkimmedBytes = std::uint64_t{16} << 20U;
 
+// Of chunks after samples of unknown size.
+constexpr std::uint64_t kMaxSearched = std::uint64_t{1} << 20U;
+
 bool HasSamples(const Chunk& chunk) {
     return chunk.name == "data" || chunk.name == "SSND";
 }
@@ -130,9 +133,7 @@ private:
         const std::uint64_t first = chunk.offset + before;
         const std::uint64_t declared = chunk.bytes > before ? chunk.bytes - before : 0;
         const std::uint64_t left = m_result.fileBytes - std::min(m_result.fileBytes, first);
-        const bool isUnknown =
-            declared > left &&
-            MeansUnknown({chunk.bytes, declared, m_header.Number(4, 4), m_result.FrameBytes()});
+        const bool isUnknown = IsUnknown(index, declared, left);
         const bool declaresNone = declared == 0 && left >= kChunkHeader && !HasChunksAfter(index);
         if (isUnknown || declaresNone) {
             m_result.declaresLength = false;
@@ -143,6 +144,20 @@ private:
         }
         m_result.parts.push_back({first, std::min(declared, left)});
         m_declared += declared;
+    }
+
+    // @param declared bytes of samples
+    // @param left bytes from the first sample to the end of the file
+    bool IsUnknown(std::size_t index, std::uint64_t declared, std::uint64_t left) const {
+        if (declared <= left && (left - declared < kChunkHeader || HasChunksAfter(index))) {
+            return false;
+        }
+        // Some programs write the lower 32 bits of a larger size.
+        constexpr std::uint64_t kTooLarge = std::uint64_t{1} << 32U;
+        const bool isWrapped =
+            left >= kTooLarge && declared > 0 && (left - declared) % kTooLarge < kMaxSearched;
+        return isWrapped || MeansUnknown({List().chunks[index].bytes, declared,
+                                          m_header.Number(4, 4), m_result.FrameBytes()});
     }
 
     // True when a chunk is followed by chunks to the end of the file, or by one of a usual name.
@@ -156,7 +171,6 @@ private:
 
     // Bytes of the chunks at the end of a file whose samples have no end of their own.
     std::uint64_t FindTrailingChunks(std::uint64_t first) const {
-        constexpr std::uint64_t kMaxSearched = std::uint64_t{1} << 20U;
         constexpr std::size_t kName = 4;
         if (List().form == ChunkForm::W64) {
             return 0; // no program is known to do that
@@ -279,6 +293,50 @@ std::uint64_t InputHeader::SampleBytes() const {
 
 std::uint64_t InputHeader::FrameBytes() const {
     return format.has_value() ? format->frameBytes : 0;
+}
+
+std::string InputHeader::Obstacle() const {
+    if (parts.size() > 1) {
+        return fmt::format("it has {} data chunks", parts.size());
+    }
+    if (parts.empty() || !chunks.has_value()) {
+        return "";
+    }
+    if (chunks->form == ChunkForm::BW64) {
+        return "it is BW64";
+    }
+    constexpr std::uint64_t kTableBytes = 28;
+    const Chunk* table = chunks->Find("ds64");
+    if (chunks->form != ChunkForm::RF64 || table == nullptr) {
+        return "";
+    }
+    if (table->bytes < kTableBytes) {
+        return fmt::format("its chunk \"ds64\" has {} bytes instead of {}", table->bytes,
+                           kTableBytes);
+    }
+    return declaresLength ? "" : "its chunk \"ds64\" does not declare the size of the samples";
+}
+
+std::string InputHeader::Misreading(std::int64_t frames) const {
+    const auto delivered = static_cast<std::uint64_t>(frames);
+    if (FrameBytes() == 0) {
+        return declaresNone && frames == 0
+                   ? fmt::format("it contains {} of samples, of which none can be read",
+                                 Count(SampleBytes(), "byte"))
+                   : "";
+    }
+    std::uint64_t present = 0;
+    for (const SamplePart& part : parts) {
+        present += part.bytes / FrameBytes();
+    }
+    if (parts.empty() || delivered == present) {
+        return "";
+    }
+    return delivered < present
+               ? fmt::format("it contains {}, of which {} can be read", Count(present, "frame"),
+                             delivered)
+               : fmt::format("it contains {}, and {} more would be read from other chunks",
+                             Count(present, "frame"), delivered - present);
 }
 
 std::optional<SampleLayout> InputHeader::Layout() const {

@@ -54,6 +54,14 @@ struct InputHeader {
     /// Bytes per frame; 0 where that is unknown, or the values are compressed.
     std::uint64_t FrameBytes() const;
 
+    /// The reason, beginning with "it", why programs do not open the file although it contains
+    /// samples; empty for none.
+    std::string Obstacle() const;
+
+    /// The reason, beginning with "it", why a source that declares this number of frames does not
+    /// deliver the samples; empty where it does, and where that cannot be known.
+    std::string Misreading(std::int64_t frames) const;
+
     /// The layout of linear samples in one data chunk; none for others.
     std::optional<SampleLayout> Layout() const;
 };

@@ -6,6 +6,7 @@ namespace kel::host {
 /// What the user allows.
 struct InputPolicy {
     bool allowTruncated = false; ///< a file that ends early
+    bool repair = false;         ///< a file with a wrong header, through a copy
 };
 
 } // namespace kel::host

@@ -34,39 +34,77 @@ OpeningFacts FactsOf(const SampleLayout& layout) {
 
 } // namespace
 
-SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> blockFrames)
+SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> blockFrames,
+                           const Repair& repair)
     : m_shownName(file.shown), m_blockFrames(blockFrames.value_or(kDefaultBlockFrames)) {
     RequireReadable(file);
     WithFileContext(file, kCannotRead, [&] {
         m_recipe = FileSource(file, m_blockFrames);
-        OpenFile(file);
+        OpenFile(file, repair);
         const std::uint32_t bounded = kMaxBlockSamples / std::max(Channels(), 1U);
         if (!blockFrames.has_value() && bounded < m_blockFrames) {
             Release();
             SetBlockFrames(bounded);
-            OpenFile(file);
+            OpenFile(file, repair);
         }
     });
 }
 
 SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
-                           const std::string& file)
+                           const std::string& file, const Repair& repair)
     : m_shownName(std::move(shownName)), m_recipe(recipe) {
     WithFileContext(m_shownName, kCannotRead, [&] {
         if (file.empty()) {
             Open();
         } else {
-            OpenFile({file, m_shownName});
+            OpenFile({file, m_shownName}, repair);
         }
     });
+}
+
+void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
+    if (m_repaired.has_value()) {
+        OpenSource({m_repaired->Path(), m_shownName}, std::nullopt); // with another block size
+        return;
+    }
+    m_header = ReadInputHeader(file);
+    const std::string obstacle = m_header.has_value() ? m_header->Obstacle() : "";
+    if (repair.isAllowed && !obstacle.empty()) {
+        OpenRepaired(file, obstacle, repair);
+        return;
+    }
+    try {
+        OpenSource(file, m_header.has_value() ? m_header->Layout() : std::nullopt);
+    } catch (const JobError&) {
+        throw;
+    } catch (const std::exception& error) {
+        if (obstacle.empty()) {
+            throw;
+        }
+        throw std::runtime_error(
+            fmt::format("{}; {} (--repair reads it)", UserMessage(error), obstacle));
+    }
+    const std::string misreading = Misreading();
+    if (repair.isAllowed && !misreading.empty()) {
+        Release();
+        OpenRepaired(file, misreading, repair);
+    }
+}
+
+void SourceReader::OpenRepaired(const FileName& file, const std::string& reason,
+                                const Repair& repair) {
+    m_repaired = MakeRepairedCopy(file, *m_header, repair.run);
+    m_repairReason = reason;
+    const FileName copy(m_repaired->Path(), m_shownName);
+    SetFilePath(*m_recipe.settings, copy.path);
+    const auto header = ReadInputHeader(copy);
+    OpenSource(copy, header.has_value() ? header->Layout() : std::nullopt);
 }
 
 // Libraries take parts of a header that they cannot read for zeros, and then report another length,
 // or samples at another offset. If the header declares what the source reports, all is well. In all
 // other cases a second source has to report the same.
-void SourceReader::OpenFile(const FileName& file) {
-    m_header = ReadInputHeader(file);
-    const auto declared = m_header.has_value() ? m_header->Layout() : std::nullopt;
+void SourceReader::OpenSource(const FileName& file, const std::optional<SampleLayout>& declared) {
     const OpenPositions& before = m_positions.emplace(file.path);
     Open();
     const OpeningFacts first = Facts(before);
@@ -142,9 +180,28 @@ std::optional<std::int64_t> SourceReader::Frames() const {
                : std::optional(m_limits.duration);
 }
 
+std::string SourceReader::Misreading() const {
+    return m_header.has_value() && Frames().has_value() && !m_element->IsGrowing()
+               ? m_header->Misreading(*Frames())
+               : "";
+}
+
 std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) const {
-    if (!m_header.has_value() || !m_header->truncation.has_value()) {
-        return {};
+    std::vector<std::string> warnings;
+    if (!m_header.has_value()) {
+        return warnings;
+    }
+    const std::string misreading = Misreading();
+    if (!misreading.empty()) {
+        throw JobError(m_shownName, fmt::format("cannot read all samples: {}{}", misreading,
+                                                m_repaired.has_value() ? "" : "; use --repair"));
+    }
+    if (m_repaired.has_value()) {
+        warnings.push_back(fmt::format("{}: is read through a copy with a new header: {}",
+                                       m_shownName, m_repairReason));
+    }
+    if (!m_header->truncation.has_value()) {
+        return warnings;
     }
     const Truncation& truncation = *m_header->truncation;
     const std::string text = DescribeCounts(truncation) + "; it is truncated" +
@@ -155,7 +212,8 @@ std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) co
                                                 : " (--allow-truncated accepts the frames that "
                                                   "exist)"));
     }
-    return {m_shownName + ": " + text};
+    warnings.push_back(m_shownName + ": " + text);
+    return warnings;
 }
 
 std::string SourceReader::EarlyStop() const {

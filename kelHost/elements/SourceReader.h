@@ -4,6 +4,7 @@
 #include "base/FileName.h"
 #include "container/InputHeader.h"
 #include "container/InputPolicy.h"
+#include "container/RepairedCopy.h"
 #include "elements/Elements.h"
 #include "elements/OpeningFacts.h"
 
@@ -20,22 +21,32 @@
 
 namespace kel::host {
 
+/// Whether files with wrong headers are repaired, and how.
+struct Repair {
+    bool isAllowed = false;
+    StepRunner run; ///< see MakeRepairedCopy
+};
+
 /// An open source. Releases it at the end, unless Release was called. One thread at a time.
 class SourceReader {
 public:
     /// Creates the first registered source for the type of a file, and opens the file.
     /// @param blockFrames maximum number of frames in a sample; unset: 16384, or fewer where many
     /// channels would make samples larger than 2 MiB
+    /// @param repair a file that the source cannot read because of its header is read through a
+    /// copy
     /// @throws JobError when the file is missing, is a directory, or cannot be opened, or when its
     /// header cannot be read
     explicit SourceReader(const FileName& file,
-                          std::optional<std::uint32_t> blockFrames = std::nullopt);
+                          std::optional<std::uint32_t> blockFrames = std::nullopt,
+                          const Repair& repair = {});
 
     /// Creates a source and opens it.
     /// @param shownName the file that it reads, or the source itself, as the user knows it
     /// @param file path of the file that it reads; empty for none
     /// @throws JobError when it cannot be opened, or when the header of the file cannot be read
-    SourceReader(std::string shownName, const ElementRecipe& recipe, const std::string& file);
+    SourceReader(std::string shownName, const ElementRecipe& recipe, const std::string& file,
+                 const Repair& repair = {});
 
     ~SourceReader();
     SourceReader(const SourceReader&) = delete;
@@ -88,9 +99,10 @@ public:
     /// The header of the file; missing where the host does not know its kind.
     const std::optional<InputHeader>& Header() const { return m_header; }
 
-    /// Verifies that the file contains what its header declares.
-    /// @return warnings about what the policy accepts
-    /// @throws JobError when it is truncated and that is not allowed
+    /// Verifies that the file contains what its header declares, and that the source reads that.
+    /// @return warnings about repairs, and about what the policy accepts
+    /// @throws JobError when the file is truncated and that is not allowed, or when its header is
+    /// wrong and it was not repaired
     std::vector<std::string> CheckHeader(const InputPolicy& policy) const;
 
     /// Explains why a source of unknown length that has delivered its last sample may have more: it
@@ -101,11 +113,16 @@ public:
 
 private:
     void Open();
-    void OpenFile(const FileName& file);
+    void OpenFile(const FileName& file, const Repair& repair);
+    void OpenSource(const FileName& file, const std::optional<SampleLayout>& declared);
+    void OpenRepaired(const FileName& file, const std::string& reason, const Repair& repair);
+    std::string Misreading() const;
     OpeningFacts Facts(const OpenPositions& before) const;
 
     std::string m_shownName;
     std::optional<InputHeader> m_header;
+    std::optional<RepairedCopy> m_repaired;
+    std::string m_repairReason; // empty: not repaired
     std::uint32_t m_blockFrames = 0;
     ElementRecipe m_recipe;
     std::shared_ptr<IAudioSource> m_element;

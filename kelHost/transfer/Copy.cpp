@@ -84,7 +84,9 @@ public:
 
 private:
     void Open() {
-        m_source = std::make_unique<SourceReader>(m_request.input, m_options.blockFrames);
+        m_source = std::make_unique<SourceReader>(
+            m_request.input, m_options.blockFrames,
+            Repair{m_options.input.repair, ReadingSteps(m_reporter)});
         m_reporter.Opened();
         m_errors.RequireNone(m_request.input);
         WarnAll(m_source->CheckHeader(m_options.input));

@@ -160,7 +160,9 @@ private:
             RequireDifferentFiles(file, m_request.sink.file);
             RequireReadable(file);
         }
-        m_source = std::make_unique<SourceReader>(m_input, m_request.source.recipe, file);
+        m_source = std::make_unique<SourceReader>(
+            m_input, m_request.source.recipe, file,
+            Repair{m_request.input.repair, ReadingSteps(m_reporter)});
         m_reporter.Opened();
         m_errors.RequireNone(m_input);
         WarnAll(m_source->CheckHeader(m_request.input));
