@@ -85,6 +85,7 @@ public:
 
     // Returns the warning about an accepted shortfall.
     std::optional<std::string> VerifyDelivery(const InputPolicy& policy) const {
+        m_source.RequireUnchanged();
         return m_errors.VerifyDelivery(m_range.count, Delivered(), m_source.EarlyStop(),
                                        policy.allowTruncated);
     }

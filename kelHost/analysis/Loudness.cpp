@@ -172,6 +172,7 @@ Measurement Measure(const SourceReader& source, const InputPolicy& policy, const
         reporter.Progress(reader.Delivered(), source.Frames().value_or(kUnknownTotal),
                           source.Rate());
     }
+    source.RequireUnchanged();
     const auto shortfall = errors.VerifyDelivery(source.Frames(), reader.Delivered(),
                                                  source.EarlyStop(), policy.allowTruncated);
     if (shortfall.has_value()) {

@@ -77,6 +77,7 @@ Envelope ReadEnvelope(const PlotRequest& request, const SourceReader& source,
         envelope.Add(FloatsIn(*sample));
         reporter.Progress(reader.Delivered(), *range.count, source.Rate());
     }
+    source.RequireUnchanged();
     const auto shortfall = errors.VerifyDelivery(range.count, reader.Delivered(), "",
                                                  request.inputPolicy.allowTruncated);
     if (shortfall.has_value()) {

@@ -67,6 +67,8 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
         OpenSource({m_repaired->Path(), m_shownName}, std::nullopt); // with another block size
         return;
     }
+    m_path = file.path;
+    m_state.emplace(file.path);
     m_header = ReadInputHeader(file);
     const std::string obstacle = m_header.has_value() ? m_header->Obstacle() : "";
     if (repair.isAllowed && !obstacle.empty()) {
@@ -214,6 +216,17 @@ std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) co
     }
     warnings.push_back(m_shownName + ": " + text);
     return warnings;
+}
+
+void SourceReader::RequireUnchanged() const {
+    const std::string change = m_state.has_value() && !m_element->IsGrowing()
+                                   ? FileState(m_path).DescribeChange(*m_state)
+                                   : "";
+    if (!change.empty()) {
+        throw JobError(
+            m_shownName,
+            fmt::format("{} while it was read; try again when no program writes to it", change));
+    }
 }
 
 std::string SourceReader::EarlyStop() const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/FileName.h"
+#include "base/FileState.h"
 #include "container/InputHeader.h"
 #include "container/InputPolicy.h"
 #include "container/RepairedCopy.h"
@@ -105,6 +106,11 @@ public:
     /// wrong and it was not repaired
     std::vector<std::string> CheckHeader(const InputPolicy& policy) const;
 
+    /// Verifies that no other program has changed the file since it was opened, or put another one
+    /// in its place.
+    /// @throws JobError when one has
+    void RequireUnchanged() const;
+
     /// Explains why a source of unknown length that has delivered its last sample may have more: it
     /// did not read its file to the end. The sources do not report a failed read that delivers
     /// nothing.
@@ -121,6 +127,8 @@ private:
 
     std::string m_shownName;
     std::optional<InputHeader> m_header;
+    std::string m_path;
+    std::optional<FileState> m_state; // of a file, before it was opened
     std::optional<RepairedCopy> m_repaired;
     std::string m_repairReason; // empty: not repaired
     std::uint32_t m_blockFrames = 0;

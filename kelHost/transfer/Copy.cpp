@@ -177,6 +177,7 @@ private:
         facts.conversion = transfer.Converter().Channels();
         transfer.CloseSink();
         m_errors.RequireNoneFromOutput(m_request.output);
+        transfer.Source().RequireUnchanged();
         const auto shortfall =
             m_errors.VerifyDelivery(m_range.count, facts.frames, transfer.Source().EarlyStop(),
                                     m_options.input.allowTruncated);

@@ -257,6 +257,7 @@ private:
                                 !hasEnd || *declared > kMinOverlappedFrames);
         CloseSink(transfer);
         m_errors.RequireNoneFromOutput(m_output);
+        transfer.Source().RequireUnchanged();
         const auto shortfall =
             m_errors.VerifyDelivery(m_isGrowing ? m_frames : declared, m_frames,
                                     transfer.Source().EarlyStop(), m_request.input.allowTruncated);
