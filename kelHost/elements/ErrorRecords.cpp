@@ -17,6 +17,10 @@ std::string ReadingContext(const std::string& file) {
     return "reading " + file;
 }
 
+std::string EndContext(const std::string& file) {
+    return "the end of " + ReadingContext(file);
+}
+
 ErrorRecords::ErrorRecords(const HostLogger& log, std::string input)
     : m_log(log), m_input(std::move(input)), m_first(log.CountErrors()) {}
 
@@ -44,6 +48,11 @@ std::optional<std::string> ErrorRecords::VerifyDelivery(std::optional<std::int64
     const auto errors = m_log.ErrorsSince(m_first, ReadingContext(m_input), true);
     const bool isComplete = declared.has_value() ? delivered == *declared : earlyStop.empty();
     if (isComplete) {
+        const auto atEnd = m_log.ErrorsSince(m_first, EndContext(m_input), true);
+        if (declared.has_value() && !errors.empty() && atEnd.size() == errors.size()) {
+            return fmt::format("{}: all declared frames were delivered, and then: {}", m_input,
+                               errors.front());
+        }
         if (!errors.empty()) {
             throw JobError(m_input, "cannot read the file: " + errors.front());
         }

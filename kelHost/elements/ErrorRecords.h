@@ -14,6 +14,10 @@ class HostLogger;
 /// ContextScope of that name are about the file.
 std::string ReadingContext(const std::string& file);
 
+/// Returns the name of the context, within that of reading, in which the last frames of a file are
+/// read. What fails there, after all declared frames, is no loss.
+std::string EndContext(const std::string& file);
+
 /// The error records that are logged from its creation on, while a job reads one input. Any thread.
 class ErrorRecords {
 public:
@@ -31,11 +35,12 @@ public:
     /// @throws JobError with the first record's text when one was
     void RequireNoneFromOutput(const std::string& output) const;
 
-    /// Verifies that the input delivered all of its frames and that reading it logged no error.
+    /// Verifies that the input delivered all of its frames and that reading it logged no error,
+    /// except after the last declared frame.
     /// @param declared frames that it should have delivered; missing when that is unknown
     /// @param earlyStop see SourceReader::EarlyStop; matters only when @p declared is missing
     /// @param allowTruncated whether fewer frames are accepted
-    /// @return the warning about an accepted shortfall, if there is one
+    /// @return the warning about an accepted shortfall or an error at the end, if there is one
     /// @throws JobError when the input is short or damaged
     std::optional<std::string> VerifyDelivery(std::optional<std::int64_t> declared,
                                               std::int64_t delivered, const std::string& earlyStop,

@@ -46,7 +46,10 @@ SampleHandle RangeReader::Pull() {
     if (m_range.count == m_delivered) {
         return nullptr;
     }
-    const ContextScope context(m_context);
+    // The call that reaches the last frame may read beyond it.
+    const bool isLast = m_range.count.has_value() &&
+                        m_delivered + std::int64_t{m_source.BlockFrames()} >= *m_range.count;
+    const ContextScope context(isLast ? EndContext(m_source.ShownName()) : m_context);
     SampleHandle container = PullNext();
     if (container == nullptr) {
         RequireRangeExists();

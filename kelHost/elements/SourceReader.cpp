@@ -52,7 +52,8 @@ SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> bl
 
 SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
                            const std::string& file, const Repair& repair)
-    : m_shownName(std::move(shownName)), m_recipe(recipe) {
+    : m_shownName(std::move(shownName)), m_blockFrames(BlockFramesIn(recipe).value_or(0)),
+      m_recipe(recipe) {
     WithFileContext(m_shownName, kCannotRead, [&] {
         if (file.empty()) {
             Open();

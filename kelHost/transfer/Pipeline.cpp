@@ -79,7 +79,11 @@ public:
           m_isGrowing(isGrowing) {}
 
     SampleHandle Pull() override {
-        const ContextScope context(m_context);
+        // The call that reaches the last frame may read beyond it.
+        const bool isLast =
+            m_source.Frames().has_value() &&
+            m_delivered + std::int64_t{m_source.BlockFrames()} >= *m_source.Frames();
+        const ContextScope context(isLast ? EndContext(m_source.ShownName()) : m_context);
         SampleHandle container = PullNext();
         if (container == nullptr) {
             return nullptr;

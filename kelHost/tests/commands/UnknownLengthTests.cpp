@@ -148,6 +148,25 @@ TEST_F(UnknownLength, CannotBePlottedFromAPipe) {
     process.Wait();
 }
 
+// Programs append tags to files whose format has another place for them.
+TEST_F(UnknownLength, IsNoReasonToFailForATagAfterAllDeclaredFrames) {
+    WriteAudio(m_directory / "take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 48000,
+               MakeValues(2 * kFrames));
+    WriteFile(m_directory / "take.flac",
+              ReadFile(m_directory / "take.flac") + "TAGTitle" + std::string(120, ' '));
+    const std::string warning =
+        "kelhost: warning: take.flac: all declared frames were delivered, and then: ";
+    for (const Arguments& arguments :
+         {Arguments{"copy", "take.flac", "out.wav"}, Arguments{"compare", "take.flac", "take.wav"},
+          Arguments{"run", "--force", "kel.LibsndfileSource:WAVE", "FilePath=take.flac", "!",
+                    "kel.LibsndfileSink", "FilePath=out.wav"}}) {
+        const ProcessResult result = Run(arguments + Arguments{"--quiet"});
+        EXPECT_EQ(result.status, 0) << arguments.front();
+        EXPECT_EQ(result.err.substr(0, warning.size()), warning);
+    }
+    EXPECT_EQ(Values("out.wav"), MakeValues(2 * kFrames));
+}
+
 // The source does not report a failed read at the beginning of a sample, and takes it for the end.
 TEST_F(UnknownLength, DoesNotHideAReadThatFails) {
     const std::string error = "kelhost: take.flac: delivers 16384 frames and stops at byte ";
