@@ -6,6 +6,7 @@
 #include "base/Text.h"
 #include "elements/ErrorRecords.h"
 #include "elements/RangeReader.h"
+#include "jobs/Warnings.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -82,8 +83,11 @@ public:
     void Skip(std::size_t frames) { m_used += frames * m_source.Channels(); }
     std::int64_t Delivered() const { return m_reader.Delivered(); }
 
-    void VerifyDelivery() const {
-        m_errors.VerifyDelivery(m_range.count, Delivered(), m_source.EarlyStop(), false, "");
+    // Returns the warning about an accepted shortfall.
+    std::optional<std::string> VerifyDelivery(const InputPolicy& policy) const {
+        m_source.RequireUnchanged();
+        return m_errors.VerifyDelivery(m_range.count, Delivered(), m_source.EarlyStop(),
+                                       policy.allowTruncated);
     }
 
 private:
@@ -132,9 +136,13 @@ bool Comparison::IsSame() const {
 Comparison CompareSources(const SourceReader& a, const SourceReader& b,
                           const ComparisonRequest& request, const HostLogger& log,
                           Reporter& reporter) {
+    Comparison result;
+    Warnings warnings(reporter);
+    warnings.Add(a.CheckHeader(request.inputPolicy));
+    warnings.Add(b.CheckHeader(request.inputPolicy));
+    result.warnings = warnings.Texts();
     const FrameRange partA = PartOf(a, request.starts[0], request.duration);
     const FrameRange partB = PartOf(b, request.starts[1], request.duration);
-    Comparison result;
     result.files = {
         ComparedFile{Escape(a.ShownName()), a.Channels(), a.Rate(), partA.first, partA.count},
         ComparedFile{Escape(b.ShownName()), b.Channels(), b.Rate(), partB.first, partB.count}};
@@ -157,8 +165,13 @@ Comparison CompareSources(const SourceReader& a, const SourceReader& b,
         readerB.Skip(common > 0 ? common : leftB);
         reporter.Progress(std::max(readerA.Delivered(), readerB.Delivered()), total, a.Rate());
     }
-    readerA.VerifyDelivery();
-    readerB.VerifyDelivery();
+    for (const PartReader* reader : {&readerA, &readerB}) {
+        const auto shortfall = reader->VerifyDelivery(request.inputPolicy);
+        if (shortfall.has_value()) {
+            warnings.Add(*shortfall);
+        }
+    }
+    result.warnings = warnings.Texts();
     result.files[0].frames = readerA.Delivered();
     result.files[1].frames = readerB.Delivered();
     result.isCompared = true;
@@ -172,11 +185,12 @@ Comparison CompareFiles(const ComparisonRequest& request, const HostLogger& log,
                         Reporter& reporter) {
     const auto& [fileA, fileB] = request.files;
     reporter.Opening(fileA);
-    const SourceReader a(fileA);
+    const Repair repair{request.inputPolicy.repair, ReadingSteps(reporter)};
+    const SourceReader a(fileA, std::nullopt, repair);
     reporter.Opened();
     reporter.Opening(fileB);
     RequireTwoInputs(fileA, fileB);
-    const SourceReader b(fileB);
+    const SourceReader b(fileB, std::nullopt, repair);
     reporter.Opened();
     return CompareSources(a, b, request, log, reporter);
 }
@@ -289,7 +303,8 @@ void to_json(nlohmann::json& members, const Comparison& comparison) {
                {"first_difference", comparison.first.has_value()
                                         ? Place(comparison, *comparison.first)
                                         : nlohmann::json()},
-               {"channels", channels}};
+               {"channels", channels},
+               {"warnings", comparison.warnings}};
 }
 
 std::string FormatComparison(const Comparison& comparison) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "audio/TimeRange.h"
+#include "container/InputPolicy.h"
 #include "elements/HostLogger.h"
 #include "elements/SourceReader.h"
 #include "jobs/Job.h"
@@ -59,7 +60,8 @@ struct ComparisonRequest {
     std::array<std::string, 2> files;
     std::array<std::optional<TimePoint>, 2> starts; ///< missing: the beginning
     std::optional<TimePoint> duration;              ///< missing: to the ends
-    double tolerance = 0; ///< the largest accepted difference; 1.0 is full scale
+    double tolerance = 0;    ///< the largest accepted difference; 1.0 is full scale
+    InputPolicy inputPolicy; ///< which inputs are accepted
 };
 
 /// One of the two files, as it was compared.
@@ -79,6 +81,7 @@ struct Comparison {
     std::int64_t comparedFrames = 0;   ///< that both have
     std::optional<std::int64_t> first; ///< first frame that differs, from the starts
     std::vector<ChannelDifference> channels;
+    std::vector<std::string> warnings; ///< about the files, escaped
 
     /// True when channels, rates and numbers of frames are equal, and no value differs.
     bool IsSame() const;

@@ -22,7 +22,8 @@ const std::vector<unsigned char>& Read(StoredSamples& samples, Reporter& reporte
 
 } // namespace
 
-std::string SampleMD5(const FileName& file, const HostLogger& log, Reporter& reporter) {
+std::string SampleMD5(const FileName& file, const InputPolicy& policy, const HostLogger& log,
+                      Reporter& reporter, Warnings& warnings) {
     StoredSamples samples(file);
     md5_ctx state{};
     md5_init(&state);
@@ -33,7 +34,11 @@ std::string SampleMD5(const FileName& file, const HostLogger& log, Reporter& rep
                           samples.Rate());
     }
     const ErrorRecords errors(log, file.shown);
-    errors.VerifyDelivery(samples.Frames(), samples.FramesRead(), "", false, "");
+    const auto shortfall =
+        errors.VerifyDelivery(samples.Frames(), samples.FramesRead(), "", policy.allowTruncated);
+    if (shortfall.has_value()) {
+        warnings.Add(*shortfall);
+    }
     std::array<std::uint8_t, MD5_DIGEST_SIZE> digest{};
     md5_digest(&state, digest.size(), digest.data());
     return Hexadecimal(std::string(digest.begin(), digest.end()));

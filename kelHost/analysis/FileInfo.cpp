@@ -6,6 +6,7 @@
 #include "base/Errors.h"
 #include "base/Text.h"
 #include "elements/SourceReader.h"
+#include "jobs/Warnings.h"
 
 #include <nlohmann/json.hpp>
 
@@ -44,12 +45,25 @@ void RequireStored(const std::string& file, const FileInfo& info) {
     }
 }
 
+void ReadSamples(const SourceReader& source, const InfoRequest& request, const InputPolicy& policy,
+                 const HostLogger& log, Reporter& reporter, Warnings& warnings, FileInfo& info) {
+    if (request.checksum) {
+        RequireStored(source.ShownName(), info);
+        info.md5 = SampleMD5(source.File(), policy, log, reporter, warnings);
+    }
+    if (request.measure) {
+        info.measurement = Measure(source, LoudnessWeights(info.channels, ChannelMask(info)),
+                                   policy, log, reporter, warnings);
+        info.frames = info.measurement->frames;
+    }
+}
+
 } // namespace
 
-FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const HostLogger& log,
-                      Reporter& reporter) {
+FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request,
+                      const InputPolicy& policy, const HostLogger& log, Reporter& reporter) {
     reporter.Opening(file);
-    const SourceReader source(file);
+    const SourceReader source(file, std::nullopt, {policy.repair, ReadingSteps(reporter)});
     FileInfo info;
     info.file = Escape(file);
     info.channels = source.Channels();
@@ -57,6 +71,9 @@ FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const
     info.frames = source.Frames();
     info.delivery = DescribeDelivery(*source.Info());
     info.bytes = SizeOf(file);
+    if (source.Header().has_value()) {
+        info.truncated = source.Header()->truncation;
+    }
     if (info.bytes.has_value()) { // opening a pipe again would take its content
         info.format = FindStoredFormat(file);
     }
@@ -64,14 +81,11 @@ FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const
         info.metadata = info.bytes.has_value() ? ReadMetadata(file) : Metadata();
     }
     reporter.Opened();
-    if (request.checksum) {
-        RequireStored(file, info);
-        info.md5 = SampleMD5(file, log, reporter);
-    }
-    if (request.measure) {
-        info.measurement =
-            Measure(source, LoudnessWeights(info.channels, ChannelMask(info)), log, reporter);
-        info.frames = info.measurement->frames;
+    if (request.checksum || request.measure) {
+        Warnings warnings(reporter);
+        warnings.Add(source.CheckHeader(policy));
+        ReadSamples(source, request, policy, log, reporter, warnings, info);
+        info.warnings = warnings.Texts();
     }
     return info;
 }
@@ -81,11 +95,16 @@ std::string DescribeLayout(const FileInfo& info) {
 }
 
 void to_json(nlohmann::json& members, const FileInfo& info) {
-    members = {{"file", info.file},        {"format", nullptr},       {"container", nullptr},
-               {"encoding", nullptr},      {"bytes", nullptr},        {"channels", info.channels},
-               {"layout", nullptr},        {"channel_mask", nullptr}, {"rate", info.rate},
-               {"frames", nullptr},        {"seconds", nullptr},      {"duration", nullptr},
-               {"delivery", info.delivery}};
+    members = {{"file", info.file},         {"format", nullptr},       {"container", nullptr},
+               {"encoding", nullptr},       {"bytes", nullptr},        {"channels", info.channels},
+               {"layout", nullptr},         {"channel_mask", nullptr}, {"rate", info.rate},
+               {"frames", nullptr},         {"seconds", nullptr},      {"duration", nullptr},
+               {"delivery", info.delivery}, {"truncated", nullptr},    {"warnings", info.warnings}};
+    if (info.truncated.has_value()) {
+        members["truncated"] = {{"declared", info.truncated->declared},
+                                {"present", info.truncated->present},
+                                {"unit", info.truncated->isInFrames ? "frames" : "bytes"}};
+    }
     if (info.format.has_value()) {
         members["format"] = Describe(*info.format);
         members["container"] = info.format->container;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "analysis/Measurement.h"
+#include "container/InputHeader.h"
+#include "container/InputPolicy.h"
 #include "container/Metadata.h"
 #include "container/StoredFormat.h"
 #include "elements/HostLogger.h"
@@ -12,6 +14,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -31,9 +34,11 @@ struct FileInfo {
     std::uint32_t rate = 0;             ///< frames per second
     std::optional<std::int64_t> frames; ///< missing when it is unknown
     std::string delivery; ///< samples that the source delivers: "32-bit float little-endian"
+    std::optional<Truncation> truncated;    ///< missing for whole files
     std::optional<Metadata> metadata;       ///< if requested
     std::optional<std::string> md5;         ///< of the samples, if requested
     std::optional<Measurement> measurement; ///< if requested
+    std::vector<std::string> warnings;      ///< escaped
 };
 
 /// Returns the layout of a file's channels: "5.1", "no layout".
@@ -42,10 +47,11 @@ std::string DescribeLayout(const FileInfo& info);
 void to_json(nlohmann::json& members, const FileInfo& info);
 
 /// Opens a file and returns the facts about it. One thread at a time.
+/// @param policy which files are accepted when all of their samples are read
 /// @param log the current logger writer
 /// @param reporter receives opening and progress
 /// @throws JobError when it cannot be opened or read
-FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request, const HostLogger& log,
-                      Reporter& reporter);
+FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request,
+                      const InputPolicy& policy, const HostLogger& log, Reporter& reporter);
 
 } // namespace kel::host

@@ -42,7 +42,8 @@ bool IsWorthThreads(const SourceReader& source) {
 } // namespace
 
 Measurement Measure(const SourceReader& source, const std::vector<LoudnessWeight>& weights,
-                    const HostLogger& log, Reporter& reporter) {
+                    const InputPolicy& policy, const HostLogger& log, Reporter& reporter,
+                    Warnings& warnings) {
     const ErrorRecords errors(log, source.ShownName());
     RangeReader reader(source, {0, source.Frames()});
     LevelMeter levels(source.Channels());
@@ -54,7 +55,12 @@ Measurement Measure(const SourceReader& source, const std::vector<LoudnessWeight
         reporter.Progress(reader.Delivered(), source.Frames().value_or(kUnknownTotal),
                           source.Rate());
     }
-    errors.VerifyDelivery(source.Frames(), reader.Delivered(), source.EarlyStop(), false, "");
+    source.RequireUnchanged();
+    const auto shortfall = errors.VerifyDelivery(source.Frames(), reader.Delivered(),
+                                                 source.EarlyStop(), policy.allowTruncated);
+    if (shortfall.has_value()) {
+        warnings.Add(*shortfall);
+    }
     meters.Finish();
     return {reader.Delivered(), levels.Result(), loudness.Integrated(), loudness.Range(),
             Decibels(truePeak.Peak())};

@@ -6,6 +6,7 @@
 #include "elements/HostLogger.h"
 #include "elements/SourceReader.h"
 #include "jobs/Job.h"
+#include "jobs/Warnings.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -30,11 +31,14 @@ struct Measurement {
 /// measured at the same time. Values that are not finite count as 0.
 /// @param source open, at its beginning
 /// @param weights of the channels, as the source delivers them
+/// @param policy which files are accepted
 /// @param log the current logger writer
 /// @param reporter receives the progress
+/// @param warnings receives those about what the policy accepts
 /// @throws JobError when reading fails, or ends early
 Measurement Measure(const SourceReader& source, const std::vector<LoudnessWeight>& weights,
-                    const HostLogger& log, Reporter& reporter);
+                    const InputPolicy& policy, const HostLogger& log, Reporter& reporter,
+                    Warnings& warnings);
 
 void to_json(nlohmann::json& members, const Measurement& measurement);
 

@@ -9,6 +9,7 @@
 #include "elements/ErrorRecords.h"
 #include "elements/RangeReader.h"
 #include "elements/SourceReader.h"
+#include "jobs/Warnings.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -66,8 +67,9 @@ SampleHandle Pull(RangeReader& reader, Reporter& reporter) {
 }
 
 // Reads the part of the file that is plotted.
-Envelope ReadEnvelope(const SourceReader& source, const FrameRange& range, std::size_t columns,
-                      const HostLogger& log, Reporter& reporter) {
+Envelope ReadEnvelope(const PlotRequest& request, const SourceReader& source,
+                      const FrameRange& range, std::size_t columns, const HostLogger& log,
+                      Reporter& reporter, Warnings& warnings) {
     const ErrorRecords errors(log, source.ShownName());
     Envelope envelope(source.Channels(), columns, range.count.value());
     RangeReader reader = ReaderOf(source, range, reporter);
@@ -75,7 +77,12 @@ Envelope ReadEnvelope(const SourceReader& source, const FrameRange& range, std::
         envelope.Add(FloatsIn(*sample));
         reporter.Progress(reader.Delivered(), *range.count, source.Rate());
     }
-    errors.VerifyDelivery(range.count, reader.Delivered(), "", false, "");
+    source.RequireUnchanged();
+    const auto shortfall = errors.VerifyDelivery(range.count, reader.Delivered(), "",
+                                                 request.inputPolicy.allowTruncated);
+    if (shortfall.has_value()) {
+        warnings.Add(*shortfall);
+    }
     return envelope;
 }
 
@@ -96,14 +103,18 @@ struct PlottedFile {
 
 // Opens a file. If its source does not know the number of frames, counts them in a pass of its own,
 // because each column of a plot has its share of them.
-PlottedFile OpenAndCount(const std::string& file, const HostLogger& log, Reporter& reporter) {
+PlottedFile OpenAndCount(const PlotRequest& request, const HostLogger& log, Reporter& reporter,
+                         Warnings& warnings) {
+    const std::string& file = request.input;
     const auto open = [&] {
         reporter.Opening(file);
-        auto source = std::make_unique<SourceReader>(file);
+        auto source = std::make_unique<SourceReader>(
+            file, std::nullopt, Repair{request.inputPolicy.repair, ReadingSteps(reporter)});
         reporter.Opened();
         return source;
     };
     auto source = open();
+    warnings.Add(source->CheckHeader(request.inputPolicy));
     if (source->Frames().has_value()) {
         const std::int64_t frames = *source->Frames();
         return {std::move(source), frames};
@@ -114,17 +125,23 @@ PlottedFile OpenAndCount(const std::string& file, const HostLogger& log, Reporte
     while (Pull(reader, reporter) != nullptr) {
         reporter.Progress(reader.Delivered(), kUnknownTotal, source->Rate());
     }
-    errors.VerifyDelivery(std::nullopt, reader.Delivered(), source->EarlyStop(), false, "");
+    const auto shortfall = errors.VerifyDelivery(
+        std::nullopt, reader.Delivered(), source->EarlyStop(), request.inputPolicy.allowTruncated);
+    if (shortfall.has_value()) {
+        warnings.Add(*shortfall);
+    }
     source.reset();
     return {open(), reader.Delivered()};
 }
 
 std::string PlotCharacters(const PlotRequest& request, const SourceReader& source,
-                           const FrameRange& range, const HostLogger& log, Reporter& reporter) {
+                           const FrameRange& range, const HostLogger& log, Reporter& reporter,
+                           Warnings& warnings) {
     constexpr std::size_t kMinWidth = 20;
     constexpr std::size_t kLabelWidth = 4;
     const std::size_t columns = std::max(kMinWidth, request.width) - kLabelWidth;
-    const Envelope envelope = ReadEnvelope(source, range, columns, log, reporter);
+    const Envelope envelope =
+        ReadEnvelope(request, source, range, columns, log, reporter, warnings);
     return DrawCharacters(envelope, LevelAxis(request.scale, envelope.Peak()),
                           fmt::format("{} to {}, {} Hz", FormatDuration(range.first, source.Rate()),
                                       FormatDuration(range.first + *range.count, source.Rate()),
@@ -132,15 +149,16 @@ std::string PlotCharacters(const PlotRequest& request, const SourceReader& sourc
 }
 
 PictureSize PlotPicture(const PlotRequest& request, const PlottedFile& file,
-                        const FrameRange& range, const HostLogger& log, Reporter& reporter) {
+                        const FrameRange& range, const HostLogger& log, Reporter& reporter,
+                        Warnings& warnings) {
     const SourceReader& source = *file.source;
     const PictureSize usual = DefaultPictureSize(source.Channels());
     const PictureSize size{request.width != 0 ? request.width : usual.width,
                            request.height != 0 ? request.height : usual.height};
     RequireDrawable(*request.picture, size);
     OutputFile output(*request.picture, request.replace);
-    const Envelope envelope =
-        ReadEnvelope(source, range, PictureColumns(size, source.Channels()), log, reporter);
+    const Envelope envelope = ReadEnvelope(
+        request, source, range, PictureColumns(size, source.Channels()), log, reporter, warnings);
     PictureCaption caption;
     caption.name = Escape(std::filesystem::path(request.input).filename().string());
     caption.facts =
@@ -153,9 +171,7 @@ PictureSize PlotPicture(const PlotRequest& request, const PlottedFile& file,
     if (!failure.empty()) {
         throw JobError(*request.picture, failure);
     }
-    for (const std::string& warning : output.Finish()) {
-        reporter.Show(WarningLine(warning));
-    }
+    warnings.Add(output.Finish());
     output.Commit();
     return size;
 }
@@ -163,7 +179,8 @@ PictureSize PlotPicture(const PlotRequest& request, const PlottedFile& file,
 } // namespace
 
 JobResult Plot(const PlotRequest& request, const HostLogger& log, Reporter& reporter) {
-    const PlottedFile file = OpenAndCount(request.input, log, reporter);
+    Warnings warnings(reporter);
+    const PlottedFile file = OpenAndCount(request, log, reporter, warnings);
     const SourceReader& source = *file.source;
     const FrameRange range = Resolve(request.range, file.frames, source.Rate(), request.input);
     const std::string input = Escape(request.input);
@@ -171,17 +188,18 @@ JobResult Plot(const PlotRequest& request, const HostLogger& log, Reporter& repo
     PictureSize size{request.width, 0};
     JobResult result;
     if (request.picture.has_value()) {
-        size = PlotPicture(request, file, range, log, reporter);
+        size = PlotPicture(request, file, range, log, reporter, warnings);
         picture = Escape(*request.picture);
         result.report = fmt::format("{} -> {}: {} x {}\n", input, picture, size.width, size.height);
     } else {
-        result.output = PlotCharacters(request, source, range, log, reporter);
+        result.output = PlotCharacters(request, source, range, log, reporter, warnings);
     }
     result.document = DumpJSON({{"input", input},
                                 {"picture", picture},
                                 {"text", result.output},
                                 {"width", size.width},
-                                {"height", size.height}});
+                                {"height", size.height},
+                                {"warnings", warnings.Texts()}});
     return result;
 }
 

@@ -3,6 +3,7 @@
 
 #include "analysis/LevelAxis.h"
 #include "audio/TimeRange.h"
+#include "container/InputPolicy.h"
 #include "elements/HostLogger.h"
 #include "jobs/Job.h"
 
@@ -18,6 +19,7 @@ struct PlotRequest {
     std::optional<std::string> picture; ///< .png, .svg or .pdf; none: characters
     bool replace = false;               ///< replace an existing picture
     TimeRange range;                    ///< the part to draw
+    InputPolicy inputPolicy;            ///< which inputs are accepted
     LevelScale scale = LevelScale::Linear;
     std::size_t width = 0;  ///< pixels, points or characters; 0: the usual width
     std::size_t height = 0; ///< pixels or points; 0: the usual height for the number of channels

@@ -5,6 +5,7 @@
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
 #include "commands/CommonOptions.h"
+#include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 #include "commands/OptionParsing.h"
 
@@ -14,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace kel::host {
 
@@ -43,6 +45,9 @@ public:
                    "Beginning of the part of A: seconds (12.5), h:mm:ss.mmm or frames (48000f)"));
         Add(Option("--start-b", "TIME", &m_startB, "Beginning of the part of B"));
         Add(Option("--duration", "TIME", &m_duration, "Duration of both parts"));
+        for (Option& option : InputOptions(m_request.inputPolicy)) {
+            Add(std::move(option));
+        }
         SetNotes("Exit status: 0 the audio is the same, 1 it is different, 2 trouble: a file "
                  "cannot be\nread, or the command line is wrong.\n"
                  "\n"

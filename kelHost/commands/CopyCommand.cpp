@@ -5,6 +5,7 @@
 #include "base/JSONDocument.h"
 #include "base/Text.h"
 #include "commands/CommonOptions.h"
+#include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 #include "commands/OptionParsing.h"
 #include "elements/SupportedFormats.h"
@@ -22,6 +23,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -155,8 +157,9 @@ public:
                    "and user-space file systems"));
         Add(Option("--no-verify", "", &m_noVerify, "Never read the output back")
                 .Excludes("--verify"));
-        Add(Option("--allow-short", "", &m_options.allowShort,
-                   "Copy the frames that exist of an input that declares more"));
+        for (Option& option : InputOptions(m_options.input)) {
+            Add(std::move(option));
+        }
         Add(Option("--force", "", &m_options.replace, "Replace an existing output"));
         Add(Option("--skip-existing", "", &m_options.skip,
                    "Leave an existing output as it is, and continue with the others")

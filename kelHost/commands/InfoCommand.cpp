@@ -7,6 +7,7 @@
 #include "commands/InfoDetails.h"
 #include "commands/InfoFields.h"
 #include "commands/InfoTable.h"
+#include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 
 #include <nlohmann/json.hpp>
@@ -50,6 +51,9 @@ public:
         Add(Option("--csv", "", &m_csv,
                    "Show a line of comma-separated values for each file; --field selects them")
                 .Excludes("--full"));
+        for (Option& option : InputOptions(m_policy)) {
+            Add(std::move(option));
+        }
         SetNotes("Examples:\n"
                  "  kelhost info take.wav\n"
                  "  kelhost info *.wav\n"
@@ -84,8 +88,8 @@ public:
         RequestFields(m_fields, request);
         JobRunner runner(common, streams.err);
         for (const std::string& file : m_files) {
-            runner.Add(file, "", [=](const HostLogger& log, Reporter& reporter) {
-                return Inspect(file, request, form, log, reporter);
+            runner.Add(file, "", [=, policy = m_policy](const HostLogger& log, Reporter& reporter) {
+                return Inspect(file, request, policy, form, log, reporter);
             });
         }
         std::vector<std::string> texts;
@@ -124,9 +128,10 @@ private:
         return m_full || m_files.size() == 1 ? InfoForm::Details : InfoForm::Table;
     }
 
-    static JobResult Inspect(const std::string& file, const InfoRequest& request, InfoForm form,
-                             const HostLogger& log, Reporter& reporter) {
-        const FileInfo info = ReadFileInfo(file, request, log, reporter);
+    static JobResult Inspect(const std::string& file, const InfoRequest& request,
+                             const InputPolicy& policy, InfoForm form, const HostLogger& log,
+                             Reporter& reporter) {
+        const FileInfo info = ReadFileInfo(file, request, policy, log, reporter);
         JobResult result;
         if (form == InfoForm::Table) {
             result.output = FormatRow(info);
@@ -172,6 +177,7 @@ private:
     bool m_measure = false;
     bool m_checksum = false;
     bool m_csv = false;
+    InputPolicy m_policy;
 };
 
 } // namespace

@@ -52,6 +52,7 @@ std::string FormatFacts(const FileInfo& info) {
            Line("Frames", info.frames.has_value() ? fmt::format("{}", *info.frames) : kUnknown) +
            Line("Duration",
                 info.frames.has_value() ? FormatDuration(*info.frames, info.rate) : kUnknown) +
+           (info.truncated.has_value() ? Line("Truncated", DescribeCounts(*info.truncated)) : "") +
            (info.md5.has_value() ? Line("MD5 of the samples", *info.md5) : "");
 }
 

@@ -14,14 +14,15 @@ namespace kel::host {
 
 namespace {
 
-constexpr const char* kUnknown = "unknown";
+const std::string kUnknown = "unknown";
 
 // Cells have no line breaks: names of files are escaped.
 constexpr char kCellEnd = '\n';
 
 std::vector<std::string> FormatCells(const FileInfo& info) {
     return {info.file,
-            info.format.has_value() ? Describe(*info.format) : kUnknown,
+            (info.format.has_value() ? Describe(*info.format) : kUnknown) +
+                (info.truncated.has_value() ? ", truncated" : ""),
             fmt::format("{}", info.channels),
             DescribeLayout(info),
             fmt::format("{} Hz", info.rate),

@@ -5,6 +5,7 @@
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
 #include "commands/CommonOptions.h"
+#include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 #include "commands/OptionParsing.h"
 
@@ -17,6 +18,7 @@
 #include <optional>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -53,6 +55,9 @@ public:
         Add(Option("--size", "WxH", &m_size, "Size of the picture: 1600x600"));
         Add(Option("--level", "SCALE", &m_level, "The level axis: linear or db").Choices(Scales()));
         for (Option& option : m_range.Options()) {
+            Add(std::move(option));
+        }
+        for (Option& option : InputOptions(m_request.inputPolicy)) {
             Add(std::move(option));
         }
         Add(Option("--force", "", &m_request.replace, "Replace an existing picture"));

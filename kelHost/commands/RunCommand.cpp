@@ -5,6 +5,7 @@
 #include "base/Numbers.h"
 #include "base/Text.h"
 #include "commands/CommonOptions.h"
+#include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 #include "elements/Elements.h"
 #include "transfer/Pipeline.h"
@@ -226,8 +227,9 @@ public:
                 "types and keys")
                 .Completes(Option::Values::Files)
                 .Required());
-        Add(Option("--allow-short", "", &m_allowShort,
-                   "Accept a source that delivers less than it declares"));
+        for (Option& option : InputOptions(m_input)) {
+            Add(std::move(option));
+        }
         Add(Option("--force", "", &m_replace, "Replace an existing file of the sink"));
         SetNotes(
             "The type is required where an element has several and the extension of its FilePath "
@@ -244,7 +246,7 @@ public:
 
     int Run(const CommonOptions& common, const Streams& streams) override {
         PipelineRequest request = ParsePipeline(m_words);
-        request.allowShort = m_allowShort;
+        request.input = m_input;
         request.replace = m_replace;
         JobRunner runner(common, streams.err);
         runner.Add(request.source.Name(), request.sink.file,
@@ -263,7 +265,7 @@ public:
 
 private:
     std::vector<std::string> m_words;
-    bool m_allowShort = false;
+    InputPolicy m_input;
     bool m_replace = false;
 };
 

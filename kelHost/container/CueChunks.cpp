@@ -13,7 +13,7 @@ namespace kel::host {
 
 namespace {
 
-constexpr std::uint64_t kCueCount = 4; // bytes of the number of points
+constexpr std::uint64_t kCueCount = 4;  // bytes of the number of points
 constexpr std::uint64_t kLabelText = 4; // offset of the text, after the number of the point
 constexpr std::uint64_t kRegionText = 20;
 

@@ -11,9 +11,11 @@
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -55,40 +57,68 @@ std::uint64_t HeaderReader::Number(std::uint64_t offset, std::size_t bytes) cons
 }
 
 std::string HeaderReader::Bytes(std::uint64_t offset, std::size_t count) const {
-    std::string bytes(count, '\0');
-    std::size_t total = 0;
-    std::size_t read = count;
-    while (total < count && read > 0) {
-        read = Read(offset + total, &bytes[total], count - total);
-        total += read;
+    if (!IsKept(offset, count) && !Fill(offset, count)) {
+        Fail();
     }
-    bytes.resize(total);
-    return bytes;
+    const auto begin = static_cast<std::size_t>(offset - m_keptOffset);
+    const std::size_t available = m_keptBytes - std::min(begin, m_keptBytes);
+    return {m_kept.data() + begin, std::min(count, available)};
 }
 
 void HeaderReader::Skim(std::uint64_t offset, std::uint64_t bytes) const {
     constexpr std::uint64_t kPiece = 65536;
-    std::vector<char> piece(static_cast<std::size_t>(std::min(bytes, kPiece)));
     while (bytes > 0) {
         const auto count = static_cast<std::size_t>(std::min(bytes, kPiece));
-        const std::size_t read = Read(offset, piece.data(), count);
-        if (read == 0) {
+        if (!Fill(offset, count)) {
+            Fail();
+        }
+        if (m_keptBytes < count) {
             return; // the end
         }
-        offset += read;
-        bytes -= read;
+        offset += count;
+        bytes -= count;
     }
 }
 
-std::size_t HeaderReader::Read(std::uint64_t offset, char* bytes, std::size_t count) const {
-    ssize_t read = 0;
-    do {
-        read = pread(m_descriptor.Number(), bytes, count, static_cast<off_t>(offset));
-    } while (read < 0 && errno == EINTR);
-    if (read < 0) {
-        throw JobError(m_file.shown, fmt::format("{}: {}", m_failure, std::strerror(errno)));
+void HeaderReader::Read(std::uint64_t offset, char* bytes, std::size_t count) const {
+    constexpr std::size_t kUsual = 4096;
+    if (!IsKept(offset, count) && !Fill(offset, kUsual)) {
+        Fail();
     }
-    return static_cast<std::size_t>(read);
+    std::copy_n(m_kept.data() + (offset - m_keptOffset), count, bytes);
+}
+
+bool HeaderReader::IsKept(std::uint64_t offset, std::size_t count) const {
+    return offset >= m_keptOffset && offset - m_keptOffset <= m_kept.size() &&
+           m_kept.size() - (offset - m_keptOffset) >= count;
+}
+
+// Keeps the bytes at an offset. Returns false, with errno, when they cannot be read.
+bool HeaderReader::Fill(std::uint64_t offset, std::size_t count) const {
+    constexpr auto kMaxOffset = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+    m_kept.assign(count, '\0');
+    m_keptOffset = offset;
+    m_keptBytes = 0;
+    while (m_keptBytes < count && offset <= kMaxOffset - count) {
+        const ssize_t read = pread(m_descriptor.Number(), m_kept.data() + m_keptBytes,
+                                   count - m_keptBytes, static_cast<off_t>(offset + m_keptBytes));
+        if (read == 0) {
+            return true; // the end
+        }
+        if (read > 0) {
+            m_keptBytes += static_cast<std::size_t>(read);
+        } else if (errno != EINTR) {
+            const int cause = errno;
+            m_kept.clear();
+            errno = cause;
+            return false;
+        }
+    }
+    return true;
+}
+
+void HeaderReader::Fail() const {
+    throw JobError(m_file.shown, fmt::format("{}: {}", m_failure, std::strerror(errno)));
 }
 
 } // namespace kel::host

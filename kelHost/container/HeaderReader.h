@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -30,7 +31,8 @@ struct InputFile {
 /// would take the place of its reader.
 std::optional<InputFile> OpenRegularFile(const std::string& path);
 
-/// Reads an open file at any offset. Bytes beyond its end read as 0.
+/// Reads an open file at any offset. Bytes beyond its end read as 0. The part of the file that was
+/// read last is kept, so that a header of many numbers needs few reads.
 class HeaderReader {
 public:
     /// @param file the file, for errors; outlives the reader
@@ -49,21 +51,27 @@ public:
     /// @throws JobError when it cannot be read
     std::uint64_t Number(std::uint64_t offset, std::size_t bytes) const;
 
-    /// Returns bytes; fewer at the end of the file.
-    /// @throws JobError when one cannot be read
+    /// Returns the bytes at an offset; fewer at the end of the file.
+    /// @throws JobError when they cannot be read
     std::string Bytes(std::uint64_t offset, std::size_t count) const;
 
-    /// Reads bytes and forgets them.
+    /// Reads bytes, to find out whether that is possible.
     /// @throws JobError when one cannot be read
     void Skim(std::uint64_t offset, std::uint64_t bytes) const;
 
 private:
-    std::size_t Read(std::uint64_t offset, char* bytes, std::size_t count) const;
+    void Read(std::uint64_t offset, char* bytes, std::size_t count) const;
+    bool IsKept(std::uint64_t offset, std::size_t count) const;
+    bool Fill(std::uint64_t offset, std::size_t count) const;
+    [[noreturn]] void Fail() const;
 
     const FileName& m_file;
     Descriptor m_descriptor;
     std::string m_failure;
     bool m_bigEndian = false;
+    mutable std::vector<char> m_kept; // zeros follow the end of the file
+    mutable std::uint64_t m_keptOffset = 0;
+    mutable std::size_t m_keptBytes = 0; // of them, those that the file has
 };
 
 } // namespace kel::host

@@ -1,10 +1,15 @@
-/// Headers of files to read. One thread at a time for one file.
+/// Headers of files to read: where the samples are, and whether the file contains what its header
+/// declares. One thread at a time for one file.
 #pragma once
 
 #include "base/FileName.h"
+#include "container/ChunkList.h"
+#include "container/FormatChunk.h"
 
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -12,19 +17,72 @@ namespace kel::host {
 struct SampleLayout {
     std::uint32_t channels = 0;
     std::uint32_t rate = 0;  ///< frames per second
-    std::int64_t frames = 0; ///< that the header declares and the file has
+    std::int64_t frames = 0; ///< that the file has, of those that the header declares
     std::uint64_t first = 0; ///< offset of the first sample, in bytes
 };
 
-/// Reads the parts of a file that can contain a header: its beginning, its end, and the chunks of
-/// WAVE, RF64 and AIFF. A library may take bytes that it cannot read for zeros; here that is an
-/// error. Files that cannot be opened, and those that are not regular files, are left to the
-/// source.
+/// The samples of one data chunk, as far as the file has them.
+struct SamplePart {
+    std::uint64_t offset = 0; ///< in bytes
+    std::uint64_t bytes = 0;
+};
+
+/// A part of a file that is missing at its end.
+struct Truncation {
+    std::uint64_t declared = 0; ///< frames, or bytes where the size of a frame is unknown
+    std::uint64_t present = 0;  ///< of the same kind
+    bool isInFrames = false;    ///< false: both are bytes
+    bool hasAllSamples = false; ///< only chunks after the samples are missing; bytes of the file
+};
+
+/// A header, and the facts that follow from it.
+struct InputHeader {
+    std::uint64_t fileBytes = 0;
+    std::string container;             ///< "WAVE", "RF64", "AIFF-C", "AU"
+    bool isBigEndian = false;          ///< the numbers in the header
+    std::optional<ChunkList> chunks;   ///< missing for AU
+    std::optional<FormatChunk> format; ///< missing when it is damaged
+    std::vector<SamplePart> parts;     ///< one for each data chunk
+    bool declaresLength = true;        ///< false when the size of the samples means "unknown"
+    bool declaresNone = false;         ///< the declared size is 0, and samples follow
+    std::uint64_t trailingBytes = 0;   ///< chunks that follow samples of unknown size
+    std::optional<Truncation> truncation;
+
+    /// Bytes of samples that the file has.
+    std::uint64_t SampleBytes() const;
+
+    /// Bytes per frame; 0 where that is unknown, or the values are compressed.
+    std::uint64_t FrameBytes() const;
+
+    /// The reason, beginning with "it", why programs do not open the file although it contains
+    /// samples; empty for none.
+    std::string Obstacle() const;
+
+    /// The reason, beginning with "it", why a source that declares this number of frames does not
+    /// deliver the samples; empty where it does, and where that cannot be known.
+    std::string Misreading(std::int64_t frames) const;
+
+    /// The layout of linear samples in one data chunk; none for others.
+    std::optional<SampleLayout> Layout() const;
+};
+
+/// Returns both counts in words: "declares 48000 frames and contains 12000".
+std::string DescribeCounts(const Truncation& truncation);
+
+/// Reads and judges the header of a file of chunks (see ChunkList.h) or of AU. Of every file, the
+/// parts that can contain a header are read: its beginning and its end. A library may take bytes
+/// that it cannot read for zeros; here that is an error. Files that cannot be opened, and those
+/// that are not regular files, are left to the source.
 ///
-/// Sources of the layouts: see HeaderSizes.h.
-/// @return the layout of WAVE, RF64 and AIFF files with linear samples; none for other files, and
-/// for those whose header leaves something open
+/// A size of the samples that reaches beyond the end of the file means truncation, except sizes
+/// that programs write when they cannot go back to the header: 0, 0x7F000000, 0x7FFFF000,
+/// 0x7FFFFFFF, 0x80000000 and 0xFFFFFFFF, and less by a part of a frame. Then the samples continue
+/// to the end of the file, or to the first chunk of a known name from which chunks do.
+///
+/// Sources of the layouts: see ChunkList.h; AU: the header file of Sun's "audio" interface,
+/// <multimedia/audio_filehdr.h>.
+/// @return none for other files
 /// @throws JobError when a part cannot be read
-std::optional<SampleLayout> ReadInputHeader(const FileName& file);
+std::optional<InputHeader> ReadInputHeader(const FileName& file);
 
 } // namespace kel::host

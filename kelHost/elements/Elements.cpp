@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -20,6 +21,8 @@
 namespace kel::host {
 
 namespace {
+
+constexpr const char* kBlockFrames = "MaxSamplesPerBuffer";
 
 ElementRecipe RecipeFor(ElementFactoryType kind, const std::string& type, const std::string& path) {
     ElementRecipe recipe{FindImplementation(kind, type), type, nullptr};
@@ -59,6 +62,24 @@ void SetFilePath(IParametersCollectionInstance& settings, const std::string& pat
                                 ConvertPlatformStringToWideString(path == "-" ? "./-" : path));
 }
 
+void SetBlockFrames(IParametersCollectionInstance& settings, std::uint32_t frames) {
+    settings.SetIntegerValue(kBlockFrames, static_cast<std::int32_t>(frames));
+}
+
+std::optional<std::uint32_t> BlockFramesIn(const ElementRecipe& recipe) {
+    const auto declared =
+        GetManifest(ElementFactoryType::AudioSource, recipe.implementation, recipe.type)
+            ->GetCollectionValue("init_config")
+            ->GetParameters();
+    const bool hasSetting =
+        std::any_of(declared.begin(), declared.end(), [](const ParameterDescription& parameter) {
+            return parameter.name == kBlockFrames && parameter.kind == ParameterKind::Integer;
+        });
+    return hasSetting ? std::optional(static_cast<std::uint32_t>(
+                            recipe.settings->GetIntegerValue(kBlockFrames)))
+                      : std::nullopt;
+}
+
 std::string TypeForReading(const std::string& path) {
     const Container* container = ContainerByExtension(path);
     return GetLabel(container != nullptr ? container->format : WrapperFormat::WAVE);
@@ -67,7 +88,7 @@ std::string TypeForReading(const std::string& path) {
 ElementRecipe FileSource(const FileName& file, std::uint32_t blockFrames) {
     ElementRecipe recipe =
         RecipeFor(ElementFactoryType::AudioSource, TypeForReading(file.shown), file.path);
-    recipe.settings->SetIntegerValue("MaxSamplesPerBuffer", static_cast<std::int32_t>(blockFrames));
+    SetBlockFrames(*recipe.settings, blockFrames);
     return recipe;
 }
 

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,13 @@ struct ElementRecipe {
 
 /// Sets the file that an element works on.
 void SetFilePath(IParametersCollectionInstance& settings, const std::string& path);
+
+/// Sets the maximum number of frames in a sample of a source. Sources read this setting for each
+/// sample.
+void SetBlockFrames(IParametersCollectionInstance& settings, std::uint32_t frames);
+
+/// Returns the maximum number of frames in a sample of a source; none when it has no such setting.
+std::optional<std::uint32_t> BlockFramesIn(const ElementRecipe& recipe);
 
 /// Returns the label of the format whose source reads a file: by the extension, else WAVE, because
 /// sources recognise the content themselves.

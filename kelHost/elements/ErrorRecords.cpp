@@ -9,13 +9,16 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 namespace kel::host {
 
 std::string ReadingContext(const std::string& file) {
     return "reading " + file;
+}
+
+std::string EndContext(const std::string& file) {
+    return "the end of " + ReadingContext(file);
 }
 
 ErrorRecords::ErrorRecords(const HostLogger& log, std::string input)
@@ -41,11 +44,19 @@ void ErrorRecords::RequireNoneFromOutput(const std::string& output) const {
 std::optional<std::string> ErrorRecords::VerifyDelivery(std::optional<std::int64_t> declared,
                                                         std::int64_t delivered,
                                                         const std::string& earlyStop,
-                                                        bool allowShort,
-                                                        std::string_view remedy) const {
+                                                        bool allowTruncated) const {
     const auto errors = m_log.ErrorsSince(m_first, ReadingContext(m_input), true);
     const bool isComplete = declared.has_value() ? delivered == *declared : earlyStop.empty();
     if (isComplete) {
+        const auto atEnd = m_log.ErrorsSince(m_first, EndContext(m_input), true);
+        // The disk failed where the source names a failed system call, as libsndfile does.
+        const bool isSystemError =
+            !errors.empty() && errors.front().find("System error") != std::string::npos;
+        if (declared.has_value() && !errors.empty() && atEnd.size() == errors.size() &&
+            !isSystemError) {
+            return fmt::format("{}: all declared frames were delivered, and then: {}", m_input,
+                               errors.front());
+        }
         if (!errors.empty()) {
             throw JobError(m_input, "cannot read the file: " + errors.front());
         }
@@ -58,9 +69,10 @@ std::optional<std::string> ErrorRecords::VerifyDelivery(std::optional<std::int64
              : fmt::format("delivers {} and {}",
                            Count(static_cast<std::uint64_t>(delivered), "frame"), earlyStop)) +
         (errors.empty() ? "" : " (" + errors.front() + ")");
-    if (!allowShort) {
-        throw JobError(m_input, fmt::format("{}; it is damaged or was changed while it was read{}",
-                                            shortfall, remedy));
+    if (!allowTruncated) {
+        throw JobError(m_input, fmt::format("{}; it is damaged or was changed while it was read "
+                                            "(--allow-truncated accepts the frames that exist)",
+                                            shortfall));
     }
     return m_input + ": " + shortfall;
 }

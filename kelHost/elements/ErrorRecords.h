@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace kel::host {
 
@@ -14,6 +13,10 @@ class HostLogger;
 /// Returns the name of the context in which a file is read. Records that are logged in a
 /// ContextScope of that name are about the file.
 std::string ReadingContext(const std::string& file);
+
+/// Returns the name of the context, within that of reading, in which the last frames of a file are
+/// read. What fails there, after all declared frames, is no loss.
+std::string EndContext(const std::string& file);
 
 /// The error records that are logged from its creation on, while a job reads one input. Any thread.
 class ErrorRecords {
@@ -32,16 +35,16 @@ public:
     /// @throws JobError with the first record's text when one was
     void RequireNoneFromOutput(const std::string& output) const;
 
-    /// Verifies that the input delivered all of its frames and that reading it logged no error.
+    /// Verifies that the input delivered all of its frames and that reading it logged no error,
+    /// except after the last declared frame.
     /// @param declared frames that it should have delivered; missing when that is unknown
     /// @param earlyStop see SourceReader::EarlyStop; matters only when @p declared is missing
-    /// @param allowShort whether fewer frames are accepted
-    /// @param remedy appended to the error about fewer frames
-    /// @return the warning about an accepted shortfall, if there is one
+    /// @param allowTruncated whether fewer frames are accepted
+    /// @return the warning about an accepted shortfall or an error at the end, if there is one
     /// @throws JobError when the input is short or damaged
     std::optional<std::string> VerifyDelivery(std::optional<std::int64_t> declared,
                                               std::int64_t delivered, const std::string& earlyStop,
-                                              bool allowShort, std::string_view remedy) const;
+                                              bool allowTruncated) const;
 
 private:
     const HostLogger& m_log;

@@ -8,16 +8,11 @@
 #include <IMemoryBlock.h>
 #include <IMemoryBlockAllocator.h>
 #include <Logging.h>
-#include <MediaTime.h>
 #include <TimeLimits.h>
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <string>
 #include <vector>
 
 namespace kel::host {
@@ -49,29 +44,13 @@ SampleHandle CopyFrames(const SampleHandle& container, std::int64_t frames, std:
         nullptr);
 }
 
-void Seek(const SourceReader& source, std::int64_t frame) {
-    std::string reason = "it went elsewhere";
-    try {
-        const MediaTime target(EditRate(source.Rate(), 1), frame, nullptr);
-        if (source.Element().GotoTimeOffset(target, "").GetTimeNumber() == frame) {
-            return;
-        }
-    } catch (const std::exception& error) {
-        reason = error.what();
-    }
-    throw JobError(source.ShownName(),
-                   fmt::format("cannot seek to frame {}: {}; pipes and damaged files can only be "
-                               "read from their beginning",
-                               frame, reason));
-}
-
 } // namespace
 
 RangeReader::RangeReader(const SourceReader& source, const FrameRange& range)
     : m_source(source), m_context(ReadingContext(source.ShownName())), m_range(range),
       m_channels(source.Channels()) {
     if (range.first > 0) {
-        Seek(source, range.first);
+        source.Seek(range.first);
     }
 }
 
@@ -79,8 +58,11 @@ SampleHandle RangeReader::Pull() {
     if (m_range.count == m_delivered) {
         return nullptr;
     }
-    const ContextScope context(m_context);
-    SampleHandle container = m_source.Element().GetSample();
+    // The call that reaches the last frame may read beyond it.
+    const bool isLast = m_range.count.has_value() &&
+                        m_delivered + std::int64_t{m_source.BlockFrames()} >= *m_range.count;
+    const ContextScope context(isLast ? EndContext(m_source.ShownName()) : m_context);
+    SampleHandle container = PullNext();
     if (container == nullptr) {
         RequireRangeExists();
         return nullptr;
@@ -93,6 +75,17 @@ SampleHandle RangeReader::Pull() {
     }
     m_delivered += std::min(frames, left);
     return container;
+}
+
+SampleHandle RangeReader::PullNext() {
+    if (!m_tail.has_value()) {
+        SampleHandle sample = m_source.Element().GetSample();
+        if (sample != nullptr || !m_source.Frames().has_value()) {
+            return sample;
+        }
+        m_tail.emplace(m_source, m_range.first, m_delivered);
+    }
+    return m_tail->Pull();
 }
 
 // The end of a file of unknown length shows whether a part is within the file.

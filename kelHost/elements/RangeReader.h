@@ -4,8 +4,10 @@
 #include "audio/Samples.h"
 #include "audio/TimeRange.h"
 #include "elements/SourceReader.h"
+#include "elements/TailReader.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kel::host {
@@ -36,6 +38,7 @@ public:
     std::int64_t Delivered() const { return m_delivered; }
 
 private:
+    SampleHandle PullNext();
     void RequireRangeExists() const;
 
     const SourceReader& m_source;
@@ -43,6 +46,7 @@ private:
     FrameRange m_range;
     std::uint32_t m_channels;
     std::int64_t m_delivered = 0;
+    std::optional<TailReader> m_tail; // after a source that ended early
 };
 
 } // namespace kel::host

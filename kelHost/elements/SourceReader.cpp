@@ -2,10 +2,10 @@
 
 #include "base/Errors.h"
 #include "container/ChannelOrder.h"
-#include "container/InputHeader.h"
 
 #include <IAudioParameters_PCM.h>
 #include <IChannelInfo.h>
+#include <MediaTime.h>
 #include <WorkflowStepImplementation.h>
 
 #include <fmt/format.h>
@@ -35,39 +35,82 @@ OpeningFacts FactsOf(const SampleLayout& layout) {
 
 } // namespace
 
-SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> blockFrames)
+SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> blockFrames,
+                           const Repair& repair)
     : m_shownName(file.shown), m_blockFrames(blockFrames.value_or(kDefaultBlockFrames)) {
     RequireReadable(file);
     WithFileContext(file, kCannotRead, [&] {
-        OpenFile(FileSource(file, m_blockFrames), file);
+        m_recipe = FileSource(file, m_blockFrames);
+        OpenFile(file, repair);
         const std::uint32_t bounded = kMaxBlockSamples / std::max(Channels(), 1U);
         if (!blockFrames.has_value() && bounded < m_blockFrames) {
-            m_blockFrames = bounded;
             Release();
-            OpenFile(FileSource(file, m_blockFrames), file);
+            SetBlockFrames(bounded);
+            OpenFile(file, repair);
         }
     });
 }
 
 SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
-                           const std::string& file)
-    : m_shownName(std::move(shownName)) {
+                           const std::string& file, const Repair& repair)
+    : m_shownName(std::move(shownName)), m_blockFrames(BlockFramesIn(recipe).value_or(0)),
+      m_recipe(recipe) {
     WithFileContext(m_shownName, kCannotRead, [&] {
         if (file.empty()) {
-            Open(recipe);
+            Open();
         } else {
-            OpenFile(recipe, {file, m_shownName});
+            OpenFile({file, m_shownName}, repair);
         }
     });
+}
+
+void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
+    if (m_repaired.has_value()) {
+        OpenSource({m_repaired->Path(), m_shownName}, std::nullopt); // with another block size
+        return;
+    }
+    m_path = file.path;
+    m_state.emplace(file.path);
+    m_header = ReadInputHeader(file);
+    const std::string obstacle = m_header.has_value() ? m_header->Obstacle() : "";
+    if (repair.isAllowed && !obstacle.empty()) {
+        OpenRepaired(file, obstacle, repair);
+        return;
+    }
+    try {
+        OpenSource(file, m_header.has_value() ? m_header->Layout() : std::nullopt);
+    } catch (const JobError&) {
+        throw;
+    } catch (const std::exception& error) {
+        if (obstacle.empty()) {
+            throw;
+        }
+        throw std::runtime_error(
+            fmt::format("{}; {} (--repair reads it)", UserMessage(error), obstacle));
+    }
+    const std::string misreading = Misreading();
+    if (repair.isAllowed && !misreading.empty()) {
+        Release();
+        OpenRepaired(file, misreading, repair);
+    }
+}
+
+void SourceReader::OpenRepaired(const FileName& file, const std::string& reason,
+                                const Repair& repair) {
+    m_repaired = MakeRepairedCopy(file, *m_header, repair.run);
+    m_repairReason = reason;
+    const FileName copy(m_repaired->Path(), m_shownName);
+    SetFilePath(*m_recipe.settings, copy.path);
+    const auto header = ReadInputHeader(copy);
+    OpenSource(copy, header.has_value() ? header->Layout() : std::nullopt);
 }
 
 // Libraries take parts of a header that they cannot read for zeros, and then report another length,
 // or samples at another offset. If the header declares what the source reports, all is well. In all
 // other cases a second source has to report the same.
-void SourceReader::OpenFile(const ElementRecipe& recipe, const FileName& file) {
-    const auto declared = ReadInputHeader(file);
+void SourceReader::OpenSource(const FileName& file, const std::optional<SampleLayout>& declared) {
     const OpenPositions& before = m_positions.emplace(file.path);
-    Open(recipe);
+    Open();
     m_channelOrder = ReadChannelOrder(file, Channels());
     const OpeningFacts first = Facts(before);
     if (m_element->IsGrowing() || !before.IsRegularFile() ||
@@ -75,7 +118,7 @@ void SourceReader::OpenFile(const ElementRecipe& recipe, const FileName& file) {
         return;
     }
     const OpenPositions between(file.path);
-    const SourceReader again(m_shownName, recipe, "");
+    const SourceReader again(m_shownName, m_recipe, "");
     const OpeningFacts second = again.Facts(between);
     // A file that another program is still writing may differ.
     const bool hasGrown = OpenPositions(file.path).FileBytes() != before.FileBytes();
@@ -88,10 +131,10 @@ void SourceReader::OpenFile(const ElementRecipe& recipe, const FileName& file) {
     }
 }
 
-void SourceReader::Open(const ElementRecipe& recipe) {
-    m_element = ImplementElement<ElementFactoryType::AudioSource>(recipe.implementation,
-                                                                  recipe.type, nullptr);
-    m_element->SetInitConfig(recipe.settings);
+void SourceReader::Open() {
+    m_element = ImplementElement<ElementFactoryType::AudioSource>(m_recipe.implementation,
+                                                                  m_recipe.type, nullptr);
+    m_element->SetInitConfig(m_recipe.settings);
     m_limits = m_element->GetTimeLimits("");
     m_description = m_element->GetDefinedOutput("");
     const auto infos = m_description != nullptr ? m_description->GetAudioInfos()
@@ -100,6 +143,35 @@ void SourceReader::Open(const ElementRecipe& recipe) {
         throw std::runtime_error("it describes no audio");
     }
     m_info = infos.front();
+}
+
+void SourceReader::Seek(std::int64_t frame) const {
+    std::string reason = "it went elsewhere";
+    try {
+        const MediaTime target(EditRate(Rate(), 1), frame, nullptr);
+        if (m_element->GotoTimeOffset(target, "").GetTimeNumber() == frame) {
+            return;
+        }
+    } catch (const std::exception& error) {
+        reason = error.what();
+    }
+    throw JobError(m_shownName,
+                   fmt::format("cannot seek to frame {}: {}; pipes and damaged files can only be "
+                               "read from their beginning",
+                               frame, reason));
+}
+
+std::unique_ptr<SourceReader> SourceReader::OpenAgain() const {
+    if (!m_positions.has_value() || !m_positions->IsRegularFile() ||
+        BlockFramesIn(m_recipe).value_or(1) == 1) {
+        return nullptr;
+    }
+    return std::make_unique<SourceReader>(m_shownName, m_recipe, "");
+}
+
+void SourceReader::SetBlockFrames(std::uint32_t frames) {
+    m_blockFrames = frames;
+    kel::host::SetBlockFrames(*m_recipe.settings, frames);
 }
 
 OpeningFacts SourceReader::Facts(const OpenPositions& before) const {
@@ -111,6 +183,53 @@ std::optional<std::int64_t> SourceReader::Frames() const {
     return m_limits.duration == std::numeric_limits<std::int64_t>::max()
                ? std::nullopt
                : std::optional(m_limits.duration);
+}
+
+std::string SourceReader::Misreading() const {
+    return m_header.has_value() && Frames().has_value() && !m_element->IsGrowing()
+               ? m_header->Misreading(*Frames())
+               : "";
+}
+
+std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) const {
+    std::vector<std::string> warnings;
+    if (!m_header.has_value()) {
+        return warnings;
+    }
+    const std::string misreading = Misreading();
+    if (!misreading.empty()) {
+        throw JobError(m_shownName, fmt::format("cannot read all samples: {}{}", misreading,
+                                                m_repaired.has_value() ? "" : "; use --repair"));
+    }
+    if (m_repaired.has_value()) {
+        warnings.push_back(fmt::format("{}: is read through a copy with a new header: {}",
+                                       m_shownName, m_repairReason));
+    }
+    if (!m_header->truncation.has_value()) {
+        return warnings;
+    }
+    const Truncation& truncation = *m_header->truncation;
+    const std::string text = DescribeCounts(truncation) + "; it is truncated" +
+                             (truncation.hasAllSamples ? " after its samples" : "");
+    if (!policy.allowTruncated) {
+        throw JobError(m_shownName, text + (truncation.hasAllSamples
+                                                ? " (--allow-truncated accepts it as it is)"
+                                                : " (--allow-truncated accepts the frames that "
+                                                  "exist)"));
+    }
+    warnings.push_back(m_shownName + ": " + text);
+    return warnings;
+}
+
+void SourceReader::RequireUnchanged() const {
+    const std::string change = m_state.has_value() && !m_element->IsGrowing()
+                                   ? FileState(m_path).DescribeChange(*m_state)
+                                   : "";
+    if (!change.empty()) {
+        throw JobError(
+            m_shownName,
+            fmt::format("{} while it was read; try again when no program writes to it", change));
+    }
 }
 
 std::string SourceReader::EarlyStop() const {

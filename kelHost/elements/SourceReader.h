@@ -2,6 +2,10 @@
 #pragma once
 
 #include "base/FileName.h"
+#include "base/FileState.h"
+#include "container/InputHeader.h"
+#include "container/InputPolicy.h"
+#include "container/RepairedCopy.h"
 #include "elements/Elements.h"
 #include "elements/OpeningFacts.h"
 
@@ -18,22 +22,32 @@
 
 namespace kel::host {
 
+/// Whether files with wrong headers are repaired, and how.
+struct Repair {
+    bool isAllowed = false;
+    StepRunner run; ///< see MakeRepairedCopy
+};
+
 /// An open source. Releases it at the end, unless Release was called. One thread at a time.
 class SourceReader {
 public:
     /// Creates the first registered source for the type of a file, and opens the file.
     /// @param blockFrames maximum number of frames in a sample; unset: 16384, or fewer where many
     /// channels would make samples larger than 2 MiB
+    /// @param repair a file that the source cannot read because of its header is read through a
+    /// copy
     /// @throws JobError when the file is missing, is a directory, or cannot be opened, or when its
     /// header cannot be read
     explicit SourceReader(const FileName& file,
-                          std::optional<std::uint32_t> blockFrames = std::nullopt);
+                          std::optional<std::uint32_t> blockFrames = std::nullopt,
+                          const Repair& repair = {});
 
     /// Creates a source and opens it.
     /// @param shownName the file that it reads, or the source itself, as the user knows it
     /// @param file path of the file that it reads; empty for none
     /// @throws JobError when it cannot be opened, or when the header of the file cannot be read
-    SourceReader(std::string shownName, const ElementRecipe& recipe, const std::string& file);
+    SourceReader(std::string shownName, const ElementRecipe& recipe, const std::string& file,
+                 const Repair& repair = {});
 
     ~SourceReader();
     SourceReader(const SourceReader&) = delete;
@@ -43,6 +57,11 @@ public:
 
     /// The file or the source, as the user knows it.
     const std::string& ShownName() const { return m_shownName; }
+
+    /// The file that the source reads: the input, or its repaired copy.
+    FileName File() const {
+        return {m_repaired.has_value() ? m_repaired->Path() : m_path, m_shownName};
+    }
 
     /// Closes the file. Use it where a failure to close matters.
     void Release();
@@ -69,9 +88,37 @@ public:
     /// Maximum number of frames in a sample of a file.
     std::uint32_t BlockFrames() const { return m_blockFrames; }
 
+    /// Moves to a frame.
+    /// @throws JobError when the source cannot
+    void Seek(std::int64_t frame) const;
+
+    /// Opens the same file again, from its beginning.
+    /// @return null where that is of no use: for a source without a file, for a pipe, and for one
+    /// whose samples have one frame, or any number of frames that the host cannot set
+    /// @throws JobError when it cannot be opened
+    std::unique_ptr<SourceReader> OpenAgain() const;
+
+    /// Sets the maximum number of frames in the following samples of a source that OpenAgain
+    /// returned.
+    void SetBlockFrames(std::uint32_t frames);
+
     /// Number of frames that the source declares; missing when it does not know it, as for a stream
     /// that was recorded without going back to its header.
     std::optional<std::int64_t> Frames() const;
+
+    /// The header of the file; missing where the host does not know its kind.
+    const std::optional<InputHeader>& Header() const { return m_header; }
+
+    /// Verifies that the file contains what its header declares, and that the source reads that.
+    /// @return warnings about repairs, and about what the policy accepts
+    /// @throws JobError when the file is truncated and that is not allowed, or when its header is
+    /// wrong and it was not repaired
+    std::vector<std::string> CheckHeader(const InputPolicy& policy) const;
+
+    /// Verifies that no other program has changed the file since it was opened, or put another one
+    /// in its place.
+    /// @throws JobError when one has
+    void RequireUnchanged() const;
 
     /// Explains why a source of unknown length that has delivered its last sample may have more: it
     /// did not read its file to the end. The sources do not report a failed read that delivers
@@ -80,12 +127,21 @@ public:
     std::string EarlyStop() const;
 
 private:
-    void Open(const ElementRecipe& recipe);
-    void OpenFile(const ElementRecipe& recipe, const FileName& file);
+    void Open();
+    void OpenFile(const FileName& file, const Repair& repair);
+    void OpenSource(const FileName& file, const std::optional<SampleLayout>& declared);
+    void OpenRepaired(const FileName& file, const std::string& reason, const Repair& repair);
+    std::string Misreading() const;
     OpeningFacts Facts(const OpenPositions& before) const;
 
     std::string m_shownName;
+    std::optional<InputHeader> m_header;
+    std::string m_path;
+    std::optional<FileState> m_state; // of a file, before it was opened
+    std::optional<RepairedCopy> m_repaired;
+    std::string m_repairReason; // empty: not repaired
     std::uint32_t m_blockFrames = 0;
+    ElementRecipe m_recipe;
     std::shared_ptr<IAudioSource> m_element;
     std::shared_ptr<const IInfoContainer> m_description;
     std::shared_ptr<const IAudioInfo> m_info;

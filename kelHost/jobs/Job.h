@@ -54,6 +54,17 @@ private:
     Reporter& m_reporter;
 };
 
+/// Returns a function that runs the steps of long work on the input, none of which may take longer
+/// than WorkerOptions::stallTimeout. The file need not be open within the time for that any more.
+/// @param reporter outlives the function
+inline std::function<void(const std::function<void()>&)> ReadingSteps(Reporter& reporter) {
+    return [&reporter](const std::function<void()>& step) {
+        reporter.Opened();
+        const ReadingScope reading(reporter);
+        step();
+    };
+}
+
 /// Result of a job.
 struct JobResult {
     std::string document;   ///< JSON text of the result

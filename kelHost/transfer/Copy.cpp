@@ -9,11 +9,12 @@
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
 #include "container/KeptEncoding.h"
+#include "container/MetadataCopy.h"
 #include "container/OutputHeader.h"
 #include "container/RoundedValues.h"
-#include "container/MetadataCopy.h"
 #include "container/StoredFormat.h"
 #include "elements/RangeReader.h"
+#include "jobs/Warnings.h"
 #include "transfer/FittingReader.h"
 #include "transfer/Transfer.h"
 
@@ -65,7 +66,7 @@ class CopyJob {
 public:
     CopyJob(const CopyRequest& request, const HostLogger& log, Reporter& reporter)
         : m_request(request), m_options(request.options), m_format(request.format),
-          m_errors(log, request.input), m_reporter(reporter) {}
+          m_errors(log, request.input), m_reporter(reporter), m_warnings(reporter) {}
 
     JobResult Run() {
         Open();
@@ -83,7 +84,7 @@ public:
         } catch (const JobError& error) {
             throw JobError(error.File(), error.what() + output.DescribeShortage(size));
         }
-        WarnAll(output.KeepAttributes());
+        m_warnings.Add(output.KeepAttributes());
         // Before the output appears: afterwards nothing may fail.
         JobResult result{DumpJSON(Document(facts)), "", Report(facts)};
         output.Commit();
@@ -92,13 +93,16 @@ public:
 
 private:
     void Open() {
-        m_source = std::make_unique<SourceReader>(m_request.input, m_options.blockFrames);
+        m_source = std::make_unique<SourceReader>(
+            m_request.input, m_options.blockFrames,
+            Repair{m_options.input.repair, ReadingSteps(m_reporter)});
         if (m_options.keepMetadata) {
             m_metadata.emplace(m_request.input, *m_format.container);
         }
-        m_reporter.Opened();
         m_errors.RequireNone(m_request.input);
+        m_warnings.Add(m_source->CheckHeader(m_options.input));
         ResolveEncoding();
+        m_reporter.Opened();
         m_range = Resolve(m_options.range, m_source->Frames(), m_source->Rate(), m_request.input);
         const TargetLayout target = MakeTarget();
         m_picked = target.channels;
@@ -116,9 +120,10 @@ private:
         m_stored = FindStoredFormat(m_request.input);
         constexpr std::uint32_t kStereo = 2;
         if (!Exists(m_request.input) && m_source->Channels() > kStereo) {
-            Warn(fmt::format("{}: is a pipe, so that the order of its {} channels is not changed "
-                             "and the output has no channel mask",
-                             m_request.input, m_source->Channels()));
+            m_warnings.Add(
+                fmt::format("{}: is a pipe, so that the order of its {} channels is not changed "
+                            "and the output has no channel mask",
+                            m_request.input, m_source->Channels()));
         }
         if (m_format.encoding == nullptr) {
             m_format.encoding = &KeptEncoding(m_stored, *m_format.container);
@@ -173,7 +178,7 @@ private:
         if (std::max(m_stored->bits, m_stored->paddedBits) <= maxBits && integerBits == 0) {
             return;
         }
-        RoundedValueCounter counter(m_request.input,
+        RoundedValueCounter counter(m_source->File(),
                                     {m_range.first, m_range.count, m_picked, integerBits});
         for (bool goesOn = true; goesOn;) {
             const ReadingScope reading(m_reporter);
@@ -189,7 +194,7 @@ private:
         if (m_options.requireExact) {
             throw JobError(m_request.input, text + "; --require-exact refuses to round them");
         }
-        Warn(fmt::format("{}: {} and are rounded", m_request.input, text));
+        m_warnings.Add(fmt::format("{}: {} and are rounded", m_request.input, text));
     }
 
     TargetLayout MakeTarget() const {
@@ -204,7 +209,7 @@ private:
         return target;
     }
 
-    // Whether channels are missing, or in another order.
+    // Returns true when channels are missing, or in another order.
     bool HasOtherChannels() const {
         const std::vector<std::uint32_t>& chosen = m_options.channels;
         bool isOther = !chosen.empty() && chosen.size() != m_source->Channels();
@@ -244,12 +249,13 @@ private:
             return;
         }
         m_format.container = FindContainer(WrapperFormat::BWAVE);
-        Warn(fmt::format("{}: is written as {}, because its {} bytes of samples{} do not fit into "
-                         "WAVE",
-                         m_request.output, m_format.container->title, m_bytes,
-                         FitsInto32Bits(m_bytes, m_channels)
-                             ? fmt::format(" and {} of metadata", MetadataBytes())
-                             : ""));
+        m_warnings.Add(
+            fmt::format("{}: is written as {}, because its {} bytes of samples{} do not fit into "
+                        "WAVE",
+                        m_request.output, m_format.container->title, m_bytes,
+                        FitsInto32Bits(m_bytes, m_channels)
+                            ? fmt::format(" and {} of metadata", MetadataBytes())
+                            : ""));
     }
 
     std::uint64_t MetadataBytes() const {
@@ -291,17 +297,18 @@ private:
         facts.conversion = transfer.Converter().Channels();
         transfer.CloseSink();
         m_errors.RequireNoneFromOutput(m_request.output);
-        const auto shortfall = m_errors.VerifyDelivery(
-            m_range.count, facts.frames, transfer.Source().EarlyStop(), m_options.allowShort,
-            " (--allow-short accepts the frames that exist)");
+        transfer.Source().RequireUnchanged();
+        const auto shortfall =
+            m_errors.VerifyDelivery(m_range.count, facts.frames, transfer.Source().EarlyStop(),
+                                    m_options.input.allowTruncated);
         if (shortfall.has_value()) {
-            Warn(*shortfall);
+            m_warnings.Add(*shortfall);
         }
         RequireNoClipping(facts.conversion);
         transfer.Source().Release();
         CompleteHeader(file, transfer);
         WriteMetadata(file, facts);
-        WarnAll(output.Flush());
+        m_warnings.Add(output.Flush());
         VerifyFile(file, facts, transfer.Hash());
         m_errors.RequireNoneFromOutput(m_request.output);
         return facts;
@@ -332,7 +339,7 @@ private:
         samples.channels = m_channels;
         samples.bits = m_format.encoding->bits;
         facts.metadata = m_metadata->Write(file, *m_format.container, samples, watch);
-        WarnAll(facts.metadata->warnings);
+        m_warnings.Add(facts.metadata->warnings);
     }
 
     // The sink writes a chunk for peaks into WAVE files with floats.
@@ -382,17 +389,6 @@ private:
         }
     }
 
-    void Warn(const std::string& text) {
-        m_warnings.push_back(Escape(text));
-        m_reporter.Show(WarningLine(text));
-    }
-
-    void WarnAll(const std::vector<std::string>& problems) {
-        for (const std::string& problem : problems) {
-            Warn(problem);
-        }
-    }
-
     static json EscapeAll(const std::vector<std::string>& names) {
         auto escaped = json::array();
         for (const std::string& name : names) {
@@ -427,7 +423,7 @@ private:
                 {"rounded", m_rounded},
                 {"conversion", conversion},
                 {"metadata", DescribeMetadata(facts.metadata)},
-                {"warnings", m_warnings}};
+                {"warnings", m_warnings.Texts()}};
     }
 
     std::string Report(const CopyFacts& facts) const {
@@ -471,7 +467,7 @@ private:
     const std::uint32_t m_time = TimeOfWriting();
     bool m_verify = false;
     std::uint64_t m_bytes = 0; // of samples, if the input delivers all of its frames; 0 if unknown
-    std::vector<std::string> m_warnings;
+    Warnings m_warnings;
 };
 
 } // namespace

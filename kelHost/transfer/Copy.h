@@ -3,6 +3,7 @@
 
 #include "audio/Formats.h"
 #include "audio/TimeRange.h"
+#include "container/InputPolicy.h"
 #include "elements/HostLogger.h"
 #include "jobs/Job.h"
 
@@ -22,7 +23,7 @@ struct CopyOptions {
         blockFrames;           ///< maximum number of frames in a sample; unset: chosen
     bool failOnClip = false;   ///< a clipped value fails the copy
     bool requireExact = false; ///< a value that may differ from the input's fails the copy
-    bool allowShort = false;   ///< accept an input with fewer frames than it declares
+    InputPolicy input;         ///< which inputs are accepted
     std::optional<bool>
         verify; ///< read the output back and compare it; unset: where it may fail late
     bool keepMetadata = true; ///< copy what the file has beside its samples

@@ -6,6 +6,8 @@
 #include "base/OutputFile.h"
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
+#include "elements/TailReader.h"
+#include "jobs/Warnings.h"
 #include "transfer/FittingReader.h"
 #include "transfer/Transfer.h"
 
@@ -78,8 +80,12 @@ public:
           m_isGrowing(isGrowing) {}
 
     SampleHandle Pull() override {
-        const ContextScope context(m_context);
-        SampleHandle container = m_source.Element().GetSample();
+        // The call that reaches the last frame may read beyond it.
+        const bool isLast =
+            m_source.Frames().has_value() &&
+            m_delivered + std::int64_t{m_source.BlockFrames()} >= *m_source.Frames();
+        const ContextScope context(isLast ? EndContext(m_source.ShownName()) : m_context);
+        SampleHandle container = PullNext();
         if (container == nullptr) {
             return nullptr;
         }
@@ -105,6 +111,18 @@ public:
     }
 
 private:
+    SampleHandle PullNext() {
+        if (!m_tail.has_value()) {
+            SampleHandle sample = m_source.Element().GetSample();
+            const bool isEarly = m_source.Frames().value_or(0) > m_delivered && !m_isGrowing;
+            if (sample != nullptr || !isEarly) {
+                return sample;
+            }
+            m_tail.emplace(m_source, 0, m_delivered);
+        }
+        return m_tail->Pull();
+    }
+
     [[noreturn]] void Fail(const std::string& message) const {
         throw JobError(m_source.ShownName(), message);
     }
@@ -114,6 +132,7 @@ private:
     std::uint64_t m_frameBytes;
     bool m_isGrowing;
     std::int64_t m_delivered = 0;
+    std::optional<TailReader> m_tail; // after a source that ended early
 };
 
 // For errors about a container that cannot hold enough.
@@ -126,7 +145,7 @@ class PipelineJob {
 public:
     PipelineJob(const PipelineRequest& request, const HostLogger& log, Reporter& reporter)
         : m_request(request), m_input(request.source.Name()), m_output(request.sink.Name()),
-          m_errors(log, m_input), m_reporter(reporter) {}
+          m_errors(log, m_input), m_reporter(reporter), m_warnings(reporter) {}
 
     JobResult Run() {
         Open();
@@ -146,9 +165,12 @@ private:
             RequireDifferentFiles(file, m_request.sink.file);
             RequireReadable(file);
         }
-        m_source = std::make_unique<SourceReader>(m_input, m_request.source.recipe, file);
+        m_source = std::make_unique<SourceReader>(
+            m_input, m_request.source.recipe, file,
+            Repair{m_request.input.repair, ReadingSteps(m_reporter)});
         m_reporter.Opened();
         m_errors.RequireNone(m_input);
+        m_warnings.Add(m_source->CheckHeader(m_request.input));
         RequireCountable();
     }
 
@@ -187,7 +209,7 @@ private:
         SetFilePath(*sink.recipe.settings, output.TemporaryPath());
         try {
             MoveSamples(container);
-            WarnAll(output.Flush());
+            m_warnings.Add(output.Flush());
             if (container != nullptr) {
                 VerifyFile({output.TemporaryPath(), sink.file});
             }
@@ -195,7 +217,7 @@ private:
         } catch (const JobError& error) {
             throw JobError(error.File(), error.what() + output.DescribeShortage(size));
         }
-        WarnAll(output.KeepAttributes());
+        m_warnings.Add(output.KeepAttributes());
         // Before the output appears: afterwards nothing may fail.
         JobResult result = Result();
         output.Commit();
@@ -240,24 +262,14 @@ private:
                                 !hasEnd || *declared > kMinOverlappedFrames);
         CloseSink(transfer);
         m_errors.RequireNoneFromOutput(m_output);
-        const auto shortfall = m_errors.VerifyDelivery(
-            m_isGrowing ? m_frames : declared, m_frames, transfer.Source().EarlyStop(),
-            m_request.allowShort, " (--allow-short accepts the frames that exist)");
+        transfer.Source().RequireUnchanged();
+        const auto shortfall =
+            m_errors.VerifyDelivery(m_isGrowing ? m_frames : declared, m_frames,
+                                    transfer.Source().EarlyStop(), m_request.input.allowTruncated);
         if (shortfall.has_value()) {
-            Warn(*shortfall);
+            m_warnings.Add(*shortfall);
         }
         transfer.Source().Release();
-    }
-
-    void Warn(const std::string& text) {
-        m_warnings.push_back(Escape(text));
-        m_reporter.Show(WarningLine(text));
-    }
-
-    void WarnAll(const std::vector<std::string>& problems) {
-        for (const std::string& problem : problems) {
-            Warn(problem);
-        }
     }
 
     // A sink may log facts about its input as a whole when it is closed. The log shows them only on
@@ -289,7 +301,7 @@ private:
                 {"rate", m_rate},
                 {"frames", m_frames},
                 {"reports", m_sinkReports},
-                {"warnings", m_warnings}};
+                {"warnings", m_warnings.Texts()}};
     }
 
     std::string Report() const {
@@ -312,7 +324,7 @@ private:
     std::int64_t m_frames = 0;
     bool m_isGrowing = false;
     std::vector<std::string> m_sinkReports;
-    std::vector<std::string> m_warnings;
+    Warnings m_warnings;
 };
 
 } // namespace

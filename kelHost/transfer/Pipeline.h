@@ -1,6 +1,7 @@
 /// Pipelines of any registered source and any registered sink: "source ! sink".
 #pragma once
 
+#include "container/InputPolicy.h"
 #include "elements/Elements.h"
 #include "elements/HostLogger.h"
 #include "jobs/Job.h"
@@ -22,8 +23,8 @@ struct PipelineElement {
 struct PipelineRequest {
     PipelineElement source;
     PipelineElement sink;
-    bool allowShort = false; ///< accept a source that delivers less than it declares
-    bool replace = false;    ///< replace an existing file
+    InputPolicy input;    ///< which inputs are accepted
+    bool replace = false; ///< replace an existing file
 };
 
 /// Runs all that the source delivers into the sink; nothing is converted. A file that the sink's

@@ -124,7 +124,7 @@ def main():
                 file.write_bytes(change(originals[name], run.random))
                 output = run.random.choice(['out.wav', 'out.aiff', 'out.rf64'])
                 arguments = run.random.choice([
-                    ['copy', file.name, output], ['copy', '--allow-short', file.name, output],
+                    ['copy', file.name, output], ['copy', '--allow-truncated', file.name, output],
                     ['info', '--measure', file.name], ['plot', file.name, '-o', 'out.svg'],
                     ['run', 'kel.LibsndfileSource:WAVE', f'FilePath={file.name}', '!', 'kel.LibsndfileSink:WAVE',
                      'FilePath=out.wav']])

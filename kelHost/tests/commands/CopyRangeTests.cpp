@@ -91,7 +91,7 @@ TEST(CopyRange, IsRefusedWhereItIsNotWithinTheFileOrNoTime) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav", kFrames);
     for (const Row& row :
-         {Row{{"--end", "96001f", "--allow-short"},
+         {Row{{"--end", "96001f", "--allow-truncated"},
               1,
               Error("take.wav", "the range from frame 0 to frame 96001 is not within the file, "
                                 "which has 96000 frames (0:00:02.000)")},

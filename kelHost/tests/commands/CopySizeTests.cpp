@@ -128,12 +128,13 @@ TEST(CopyShortage, IsReportedWithBothCountsUnlessItIsAllowed) {
         const std::string frames = std::to_string(row.promised - 1);
         const std::string shortage = "in.wav: declares " + std::to_string(row.promised) +
                                      " frames and delivers " + frames + row.reason;
-        ExpectResult(RunCommand(TextCopy(directory, row.fault, row.range)), 1, "",
-                     "kelhost: " + shortage +
-                         "; it is damaged or was changed while it was read (--allow-short accepts "
-                         "the frames that exist)\n");
+        ExpectResult(
+            RunCommand(TextCopy(directory, row.fault, row.range)), 1, "",
+            "kelhost: " + shortage +
+                "; it is damaged or was changed while it was read (--allow-truncated accepts "
+                "the frames that exist)\n");
         EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
-        const Arguments allowed{"--allow-short", "--quiet"};
+        const Arguments allowed{"--allow-truncated", "--quiet"};
         ExpectResult(RunCommand(TextCopy(directory, row.fault, row.range + allowed)), 0, "",
                      "kelhost: warning: " + shortage + "\n");
         EXPECT_EQ(ReadFile(directory / "out.wav"), frames + " 2 48000\n");
@@ -144,9 +145,10 @@ TEST(CopyShortage, IsReportedWithBothCountsUnlessItIsAllowed) {
 
 TEST(CopyShortage, IsNoPermissionForErrorsWithoutALossOfFrames) {
     const TemporaryDirectory directory;
-    ExpectResult(
-        RunCommand(TextCopy(directory, "source logs an error while reading", {"--allow-short"})), 1,
-        "", Error("in.wav", "cannot read the file: fault source logs an error while reading"));
+    ExpectResult(RunCommand(TextCopy(directory, "source logs an error while reading",
+                                     {"--allow-truncated"})),
+                 1, "",
+                 Error("in.wav", "cannot read the file: fault source logs an error while reading"));
     EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
 }
 

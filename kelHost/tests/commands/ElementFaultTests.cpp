@@ -55,7 +55,7 @@ std::vector<Fault> Faults() {
          "in.wav: cannot read the file: fault source logs an error while reading"},
         {"source delivers fewer frames",
          "in.wav: declares 40000 frames and delivers 39999; it is damaged or was changed "
-         "while it was read (--allow-short accepts the frames that exist)"},
+         "while it was read (--allow-truncated accepts the frames that exist)"},
         {"file has other frames", reopened + "40001 frames, 2 channels and 48000 Hz" + expected},
         {"file has other channels", reopened + "40000 frames, 3 channels and 48000 Hz" + expected},
         {"file has another rate", reopened + "40000 frames, 2 channels and 48001 Hz" + expected},
@@ -202,7 +202,7 @@ TEST(ElementThatGrows, IsRunToTheEndThatItHasByThen) {
 TEST(ElementThatIsShort, IsRunToItsEndWhereThatIsAllowed) {
     const TemporaryDirectory directory;
     Command command = FaultyRun(directory, "source delivers fewer frames");
-    command.arguments.emplace_back("--allow-short");
+    command.arguments.emplace_back("--allow-truncated");
     ExpectResult(RunCommand(command), 0, RunReport("39999"),
                  "kelhost: warning: in.wav: declares 40000 frames and delivers 39999\n");
     EXPECT_EQ(ReadFile(directory / "out.wav"), "39999 2 48000\n");
@@ -247,11 +247,18 @@ TEST(ElementThatLogsErrors, IsStoppedAtTheFirstOne) {
     }
 }
 
-// Another program may still write the input.
-TEST(GrowingFile, IsCopiedWithTheFramesOfTheFirstOpening) {
-    const TemporaryDirectory directory;
-    ExpectResult(RunCommand(FaultyRun(directory, "file grows while it is opened")), 0,
-                 RunReport("40000"), "");
+// Another program still writes the input.
+TEST(GrowingFile, IsNotCopied) {
+    for (const bool isRun : {false, true}) {
+        const TemporaryDirectory directory;
+        const std::string fault = "file grows while it is opened";
+        const ProcessResult result =
+            RunCommand(isRun ? FaultyRun(directory, fault) : FaultyCopy(directory, fault));
+        ExpectResult(result, 1, "",
+                     Error("in.wav", "grew from 14 to 16 bytes while it was read; try again when "
+                                     "no program writes to it"));
+        EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+    }
 }
 
 // A source of unknown length, which goes on and on.

@@ -278,7 +278,8 @@ TEST(InfoMeasure, ReportsAFileThatEndsEarlyAndShowsTheOthers) {
     EXPECT_EQ(LinesOf(result.out).size(), 2U);
     const std::string promise = "kelhost: broken.flac: declares 100000 frames and delivers 0";
     EXPECT_EQ(result.err.substr(0, promise.size()), promise);
-    const std::string damaged = "; it is damaged or was changed while it was read\n";
+    const std::string damaged = "; it is damaged or was changed while it was read "
+                                "(--allow-truncated accepts the frames that exist)\n";
     EXPECT_EQ(result.err.substr(result.err.size() - damaged.size()), damaged);
     EXPECT_EQ(RunKelhost(directory, {"plot", "broken.flac", "-o", "broken.png"}).err, result.err);
     EXPECT_EQ(RunKelhost(directory, {"plot", "broken.flac"}).status, 1);
@@ -360,7 +361,7 @@ TEST(InfoField, IsRefusedWithTheValidOnesBeforeAnyFileIsRead) {
         "measurement.channels.0.peak, measurement.channels.0.peak_dbfs, "
         "measurement.channels.0.rms, measurement.channels.0.rms_dbfs, "
         "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, "
-        "problems.0, rate, seconds or tags.NAME\n";
+        "problems.0, rate, seconds, tags.NAME, truncated or warnings\n";
     for (const std::string field :
          {"Frames", "measurement.channels", "measurement.channels.x.peak",
           "measurement.channels.01.peak", "measurement/range_lu", "frames.", "~", "tags."}) {

@@ -51,7 +51,7 @@ TEST_F(UnknownLength, IsCopiedToItsEnd) {
         CopyReport("take.flac", "out.wav", "extensible WAVE, int16 little-endian", kLength), "");
     EXPECT_EQ(Values("out.wav"), MakeValues(2 * kFrames));
     ExpectResult(
-        Run({"copy", "--allow-short", "--verify", "take.flac", "short.aiff"}), 0,
+        Run({"copy", "--allow-truncated", "--verify", "take.flac", "short.aiff"}), 0,
         CopyReport("take.flac", "short.aiff", "AIFF-C, int16 big-endian", kLength + ", verified"),
         "");
     EXPECT_EQ(Values("short.aiff"), MakeValues(2 * kFrames));
@@ -117,7 +117,7 @@ TEST_F(UnknownLength, IsNullInDocuments) {
         result.out,
         R"({"document":"kelhost.info","failures":[],"files":[{"broadcast":null,"bytes":)" +
             std::to_string(std::filesystem::file_size(m_directory / "take.flac")) +
-            R"(,"channel_mask":3,"channels":2,"chunks":[],"container":"FLAC","cue_points":[],"delivery":"32-bit float little-endian","duration":null,"encoding":"16-bit","file":"take.flac","format":"FLAC 16-bit","frames":null,"layout":"stereo","problems":[],"rate":48000,"seconds":null,"tags":[]}],"version":1})"
+            R"(,"channel_mask":3,"channels":2,"chunks":[],"container":"FLAC","cue_points":[],"delivery":"32-bit float little-endian","duration":null,"encoding":"16-bit","file":"take.flac","format":"FLAC 16-bit","frames":null,"layout":"stereo","problems":[],"rate":48000,"seconds":null,"tags":[],"truncated":null,"warnings":[]}],"version":1})"
             "\n");
     const std::string progress =
         R"({"document":"kelhost.progress","done":500,"file":"take.flac","rate":1000,"total":null,"version":1})"
@@ -161,6 +161,25 @@ TEST_F(UnknownLength, CannotBePlottedFromAPipe) {
     process.Wait();
 }
 
+// Programs append tags to files whose format has another place for them.
+TEST_F(UnknownLength, IsNoReasonToFailForATagAfterAllDeclaredFrames) {
+    WriteAudio(m_directory / "take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 48000,
+               MakeValues(2 * kFrames));
+    WriteFile(m_directory / "take.flac",
+              ReadFile(m_directory / "take.flac") + "TAGTitle" + std::string(120, ' '));
+    const std::string warning =
+        "kelhost: warning: take.flac: all declared frames were delivered, and then: ";
+    for (const Arguments& arguments :
+         {Arguments{"copy", "take.flac", "out.wav"}, Arguments{"compare", "take.flac", "take.wav"},
+          Arguments{"run", "--force", "kel.LibsndfileSource:WAVE", "FilePath=take.flac", "!",
+                    "kel.LibsndfileSink", "FilePath=out.wav"}}) {
+        const ProcessResult result = Run(arguments + Arguments{"--quiet"});
+        EXPECT_EQ(result.status, 0) << arguments.front();
+        EXPECT_EQ(result.err.substr(0, warning.size()), warning);
+    }
+    EXPECT_EQ(Values("out.wav"), MakeValues(2 * kFrames));
+}
+
 // The source does not report a failed read at the beginning of a sample, and takes it for the end.
 TEST_F(UnknownLength, DoesNotHideAReadThatFails) {
     const std::string error = "kelhost: take.flac: delivers 16384 frames and stops at byte ";
@@ -191,20 +210,19 @@ TEST_F(UnknownLength, DoesNotHideAReadThatFails) {
     const Arguments copy{"copy", "take.flac", "out.wav", "--metadata", "none"};
     const int found = find(copy + Arguments{"--force"});
     const std::string size = std::to_string(std::filesystem::file_size(m_directory / "take.flac"));
-    const std::string damaged = "; it is damaged or was changed while it was read";
+    const std::string damaged = "; it is damaged or was changed while it was read "
+                                "(--allow-truncated accepts the frames that exist)";
     const auto generalised = [](const std::string& text) {
         return ReplaceMatches(text, "at byte [0-9]+", "at byte N");
     };
     const std::string stops = "delivers 16384 frames and stops at byte N of " + size;
-    EXPECT_EQ(
-        generalised(fail(found, copy).err),
-        Error("take.flac", stops + damaged + " (--allow-short accepts the frames that exist)"));
+    EXPECT_EQ(generalised(fail(found, copy).err), Error("take.flac", stops + damaged));
     for (const Arguments& arguments :
          {Arguments{"info", "--measure", "take.flac"}, Arguments{"plot", "take.flac"}}) {
         EXPECT_EQ(generalised(fail(find(arguments), arguments).err),
                   Error("take.flac", stops + damaged));
     }
-    const ProcessResult accepted = fail(found, copy + Arguments{"--allow-short"});
+    const ProcessResult accepted = fail(found, copy + Arguments{"--allow-truncated"});
     EXPECT_EQ(accepted.status, 0);
     EXPECT_EQ(generalised(accepted.err), "kelhost: warning: take.flac: " + stops + "\n");
 }

@@ -2,6 +2,7 @@
 
 #include "AudioFiles.h"
 #include "DamagedFiles.h"
+#include "HeaderFiles.h"
 #include "base/FileName.h"
 
 #include <TemporaryDirectory.h>
@@ -45,14 +46,15 @@ TEST(InputHeader, DeclaresTheSamplesOfLinearFiles) {
         int format;
         bool bigEndian;
     };
-    for (const Row& row :
-         {Row{SF_FORMAT_WAV, false}, Row{SF_FORMAT_WAVEX, false}, Row{SF_FORMAT_RF64, false},
-          Row{SF_FORMAT_AIFF, true}, Row{SF_FORMAT_AIFF | SF_ENDIAN_LITTLE, false},
-          Row{SF_FORMAT_WAV | SF_ENDIAN_BIG, true}}) {
+    for (const Row& row : {Row{SF_FORMAT_WAV, false}, Row{SF_FORMAT_WAVEX, false},
+                           Row{SF_FORMAT_RF64, false}, Row{SF_FORMAT_W64, false},
+                           Row{SF_FORMAT_AU, true}, Row{SF_FORMAT_AU | SF_ENDIAN_LITTLE, false},
+                           Row{SF_FORMAT_AIFF, true}, Row{SF_FORMAT_AIFF | SF_ENDIAN_LITTLE, false},
+                           Row{SF_FORMAT_WAV | SF_ENDIAN_BIG, true}}) {
         SCOPED_TRACE(row.format);
         const test::TemporaryDirectory directory;
         const std::string path = Write(directory, row.format | SF_FORMAT_PCM_16);
-        const auto layout = ReadInputHeader(path);
+        const auto layout = ReadInputHeader(path).value().Layout();
         ASSERT_TRUE(layout.has_value());
         EXPECT_EQ(layout->channels, 2U);
         EXPECT_EQ(layout->rate, 44100U);
@@ -66,7 +68,8 @@ TEST(InputHeader, CountsFramesOfEveryWidth) {
                                SF_FORMAT_FLOAT, SF_FORMAT_DOUBLE}) {
         SCOPED_TRACE(encoding);
         const test::TemporaryDirectory directory;
-        const auto layout = ReadInputHeader(Write(directory, SF_FORMAT_WAV | encoding));
+        const auto layout =
+            ReadInputHeader(Write(directory, SF_FORMAT_WAV | encoding)).value().Layout();
         ASSERT_TRUE(layout.has_value());
         EXPECT_EQ(layout->frames, 101);
     }
@@ -76,7 +79,7 @@ TEST(InputHeader, CountsOnlyFramesThatTheFileHas) {
     const test::TemporaryDirectory directory;
     const std::string path = Write(directory, SF_FORMAT_WAV | SF_FORMAT_PCM_16);
     std::filesystem::resize_file(path, std::filesystem::file_size(path) - 5);
-    const auto layout = ReadInputHeader(path);
+    const auto layout = ReadInputHeader(path).value().Layout();
     ASSERT_TRUE(layout.has_value());
     EXPECT_EQ(layout->frames, 99);
 }
@@ -85,7 +88,7 @@ TEST(InputHeader, CountsIn64BitsInRF64) {
     const test::TemporaryDirectory directory;
     constexpr std::uint64_t kFrames = (std::uint64_t{1} << 31U) + 5;
     test::WriteSparseAudio(directory / "take", 2, 2, kFrames, 0, "");
-    const auto layout = ReadInputHeader(directory / "take");
+    const auto layout = ReadInputHeader(directory / "take").value().Layout();
     ASSERT_TRUE(layout.has_value());
     EXPECT_EQ(layout->frames, static_cast<std::int64_t>(kFrames));
 }
@@ -98,26 +101,143 @@ TEST(InputHeader, DeclaresNothingWhereSomethingIsOpen) {
                                 test::LittleEndian(8000, 4) + test::LittleEndian(16000, 4) +
                                 test::LittleEndian(2, 2) + test::LittleEndian(16, 2));
     const std::string data = test::Chunk("data", "samples.");
-    const std::string endless = "data" + test::LittleEndian(0xFFFFFFFF, 4) + "samples.";
     const auto declares = [&](const std::string& chunks) {
         test::WriteFile(path, test::Chunk("RIFF", "WAVE" + chunks));
-        return ReadInputHeader(path).has_value();
+        return ReadInputHeader(path).value().Layout().has_value();
     };
     EXPECT_TRUE(declares(format + data));
     EXPECT_FALSE(declares(data));
     EXPECT_FALSE(declares(format));
     EXPECT_FALSE(declares(format + test::Chunk("data", "")));
-    EXPECT_FALSE(declares(format + endless));
     EXPECT_FALSE(declares(format + data + data));
     test::WriteFile(path, "RIFF");
     EXPECT_FALSE(ReadInputHeader(path).has_value());
     test::WriteFile(path, "");
     EXPECT_FALSE(ReadInputHeader(path).has_value());
-    for (const int other : {SF_FORMAT_WAV | SF_FORMAT_ULAW, SF_FORMAT_AIFF | SF_FORMAT_ULAW,
-                            SF_FORMAT_AU | SF_FORMAT_PCM_16, SF_FORMAT_FLAC | SF_FORMAT_PCM_16}) {
-        EXPECT_FALSE(ReadInputHeader(Write(directory, other)).has_value());
+    for (const int other : {SF_FORMAT_WAV | SF_FORMAT_ULAW, SF_FORMAT_AIFF | SF_FORMAT_ULAW}) {
+        EXPECT_FALSE(ReadInputHeader(Write(directory, other)).value().Layout().has_value());
     }
+    EXPECT_FALSE(ReadInputHeader(Write(directory, SF_FORMAT_FLAC | SF_FORMAT_PCM_16)).has_value());
 }
+
+namespace {
+
+// A header in words.
+std::string Judge(const std::string& bytes) {
+    const test::TemporaryDirectory directory;
+    test::WriteFile(directory / "take", bytes);
+    const InputHeader header = ReadInputHeader(directory / "take").value();
+    std::string text = std::to_string(header.SampleBytes()) + " bytes of samples";
+    text += header.declaresLength ? "" : header.declaresNone ? ", none declared" : ", unknown";
+    if (header.trailingBytes > 0) {
+        text += ", " + std::to_string(header.trailingBytes) + " bytes follow";
+    }
+    if (header.truncation.has_value()) {
+        text += ", " + DescribeCounts(*header.truncation);
+    }
+    return text;
+}
+
+struct Judgement {
+    std::string name;
+    std::string bytes;
+    std::string text;
+};
+
+class HeaderJudgement : public testing::TestWithParam<Judgement> {};
+
+// Bytes without the last ones.
+std::string Cut(const std::string& bytes, std::size_t count) {
+    return bytes.substr(0, bytes.size() - count);
+}
+
+std::vector<Judgement> Judgements() {
+    using test::MakeAIFF;
+    using test::MakeAU;
+    using test::MakeRF64;
+    using test::MakeW64;
+    using test::MakeWave;
+    constexpr std::uint64_t kMax = 0xFFFFFFFFFFFFFFFF;
+    const std::string whole = "200 bytes of samples";
+    const std::string half = "100 bytes of samples, declares 100 frames and contains 50";
+    const std::string twice = "200 bytes of samples, declares 200 frames and contains 100";
+    const std::string none = "200 bytes of samples, none declared";
+    const std::string unknown = "200 bytes of samples, unknown";
+    const std::string title = test::TitleChunk();
+    const std::string muLaw = MakeWave({}, 400).replace(20, 2, std::string("\7\0", 2));
+    return {
+        {"Wave", MakeWave({}, {}, title), whole},
+        {"WaveWithTooLargeDataSize", MakeWave({}, 400), twice},
+        {"WaveThatWasCut", Cut(MakeWave({}, {}), 100), half},
+        {"WaveWithTooLargeSizeOfValuesOfUnknownWidth", muLaw,
+         "200 bytes of samples, declares 400 bytes and contains 200"},
+        {"WaveWithOneMoreByteThanItsFrames", MakeWave({}, 201), whole},
+        {"WaveWithTooLargeOuterSize", MakeWave(1000, {}),
+         "200 bytes of samples, declares 1008 bytes and contains 244"},
+        {"WaveWithOuterSizeThatIncludesItsHeader", MakeWave(244, {}), whole},
+        {"WaveWithTooSmallOuterSize", MakeWave(100, {}, title), whole},
+        {"WaveWithOuterSize0", MakeWave(0, {}), whole},
+        {"WaveWithUnknownOuterSize", MakeWave(0xFFFFFFFF, {}), whole},
+        {"WaveWithCutTitle", Cut(MakeWave({}, {}, title), 2),
+         "200 bytes of samples, declares 268 bytes and contains 266"},
+        {"WaveWithTagThatIsNoChunk", MakeWave(236, {}) + "TAGATitle" + std::string(119, ' '),
+         whole},
+        {"WaveWithDataSize0", MakeWave(0, 0), none},
+        {"WaveWithDataSize0BeforeTitle",
+         "RIFF" + test::LittleEndian(68, 4) + "WAVE" + test::FormatOfSamples() +
+             test::Chunk("data", "") + title,
+         "0 bytes of samples"},
+        {"WaveWithDataSizeFFFFFFFF", MakeWave(0xFFFFFFFF, 0xFFFFFFFF), unknown},
+        {"WaveWithDataSize7FFFF000", MakeWave(0x7FFFF024, 0x7FFFF000), unknown},
+        {"WaveWithDataSize7FFFFFFF", MakeWave(0, 0x7FFFFFFF), unknown},
+        {"WaveWithDataSize80000000", MakeWave(0x80000024, 0x80000000), unknown},
+        {"WaveWithDataSizeOfOuterSize7FFFFFFF", MakeWave(0x7FFFFFFF, 0x7FFFFFDB), unknown},
+        {"WaveWithDataSize7FFFE000", MakeWave(0x7FFFF024, 0x7FFFE000),
+         "200 bytes of samples, declares 1073737728 frames and contains 100"},
+        {"WaveWithUnknownDataSizeBeforeTitle", MakeWave(0xFFFFFFFF, 0xFFFFFFFF, title),
+         unknown + ", 24 bytes follow"},
+        {"RIFXWithTooLargeDataSize", MakeWave({}, 400, "", "RIFX"), twice},
+        {"RIFXWithDataSize0", MakeWave(0, 0, "", "RIFX"), none},
+        {"RF64WithTooLargeDataSize", MakeRF64({}, 400), twice},
+        {"RF64ThatWasCut", Cut(MakeRF64({}, {}), 100), half},
+        {"RF64WithTooLargeOuterSize", MakeRF64(1000, {}),
+         "200 bytes of samples, declares 1008 bytes and contains 280"},
+        {"RF64WithZeroTable", MakeRF64(0, 0), none},
+        {"RF64WithTableOfFFFFFFFFFFFFFFFF", MakeRF64(kMax, kMax), unknown},
+        {"RF64WithTableOf24Bytes", MakeRF64({}, {}, "RF64", 24), whole},
+        {"BW64WithTooLargeDataSize", MakeRF64({}, 400, "BW64"), twice},
+        {"W64", MakeW64({}, {}), whole},
+        {"W64ThatWasCut", Cut(MakeW64({}, {}), 100), half},
+        {"W64WithTooLargeOuterSize", MakeW64(1000, {}),
+         "200 bytes of samples, declares 1000 bytes and contains 304"},
+        {"W64WithDataSize0", MakeW64(0, 0), none},
+        {"W64WithDataSize7FFFFFFFFFFFFFFF", MakeW64(kMax, kMax / 2), unknown},
+        {"AIFFWithTooLargeDataSize", MakeAIFF({}, 408), twice},
+        {"AIFFThatWasCut", Cut(MakeAIFF({}, {}), 100), half},
+        {"AIFFWithTooLargeOuterSize", MakeAIFF(1000, {}),
+         "200 bytes of samples, declares 1008 bytes and contains 254"},
+        {"AIFFWithDataSize0", MakeAIFF(0, 0, 0), none},
+        {"AIFFWithDataSize7F000008", MakeAIFF(0x7F000050, 0x7F000008, 0x3F800000), unknown},
+        {"AIFFWithDataSizeFFFFFFFF", MakeAIFF(0xFFFFFFFF, 0xFFFFFFFF), unknown},
+        {"AIFFWithUnknownDataSizeBeforeName",
+         MakeAIFF(0, 0x7F000008, 0, "NAME" + test::BigEndian(4, 4) + "take"),
+         unknown + ", 12 bytes follow"},
+        {"AUWithTooLargeDataSize", MakeAU(400), twice},
+        {"AUThatWasCut", Cut(MakeAU({}), 100), half},
+        {"AUWithTooSmallDataSize", MakeAU(100), "100 bytes of samples"},
+        {"AUWithDataSize0", MakeAU(0), none},
+        {"AUWithDataSizeFFFFFFFF", MakeAU(0xFFFFFFFF), unknown},
+    };
+}
+
+} // namespace
+
+TEST_P(HeaderJudgement, ComparesTheSizesWithTheFile) {
+    EXPECT_EQ(Judge(GetParam().bytes), GetParam().text);
+}
+
+INSTANTIATE_TEST_SUITE_P(InputHeader, HeaderJudgement, testing::ValuesIn(Judgements()),
+                         [](const auto& judgement) { return judgement.param.name; });
 
 TEST(InputHeader, LeavesPipesAndMissingFilesToTheSource) {
     const test::TemporaryDirectory directory;

@@ -121,7 +121,9 @@ TEST_F(Documents, OfInfoListTheFilesAndTheFailuresInTheirOrder) {
                     {"tags", json::array()},
                     {"cue_points", json::array()},
                     {"chunks", json::array()},
-                    {"problems", json::array()}};
+                    {"problems", json::array()},
+                    {"truncated", nullptr},
+                    {"warnings", json::array()}};
     EXPECT_EQ(
         documents[2],
         (json{{"document", "kelhost.info"},
@@ -156,7 +158,8 @@ TEST_F(Documents, OfPlotsNameThePictureOrHoldTheCharacters) {
                                 {"picture", "take.svg"},
                                 {"width", 300},
                                 {"height", 200},
-                                {"text", ""}}));
+                                {"text", ""},
+                                {"warnings", json::array()}}));
     const auto characters = Run(0, {"kelhost.plot"}, {"plot", "--json", "take.wav"});
     EXPECT_EQ(characters[0]["text"], RunKelhost(m_directory, {"plot", "take.wav"}).out);
 }
@@ -325,7 +328,7 @@ TEST(DocumentSchemas, RefuseDocumentsOfAnotherForm) {
          R"("succeeded":true})"},
         {R"({"document":"kelhost.info","version":1,"failures":[],"files":[{"file":"f"}]})"},
         {R"({"document":"kelhost.plot","version":1,"input":"f","picture":"","width":-1,"height":0,)"
-         R"("text":""})"},
+         R"("text":"","warnings":[]})"},
         {R"({"document":"kelhost.copy","version":1,"results":[],"skipped":[],)"
          R"("failures":[{"file":"f"}]})"},
     };

@@ -1,0 +1,145 @@
+// Inputs whose header keeps a source from reading their samples.
+
+#include "AudioFiles.h"
+#include "HeaderFiles.h"
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+struct WrongHeader {
+    std::string name;
+    std::string bytes;
+    std::string reason;
+    bool isOpened = true; // by the library
+    std::size_t frames = 100;
+};
+
+std::vector<WrongHeader> WrongHeaders() {
+    const std::string none = "it contains 100 frames, of which 0 can be read";
+    const std::string more = "it contains 100 frames, and 12 more would be read from other chunks";
+    const std::string unsized = "its chunk \"ds64\" does not declare the size of the samples";
+    const std::string title = TitleChunk();
+    const std::string second = Chunk("data", MakeSamples(20));
+    return {
+        {"WaveWithDataSize0", MakeWave(0, 0), none},
+        {"WaveWithDataSizeFFFFFFFFBeforeTitle", MakeWave(0xFFFFFFFF, 0xFFFFFFFF, title), more},
+        {"WaveWithDataSize7FFFF000BeforeTitle", MakeWave(0x7FFFF024, 0x7FFFF000, title), more},
+        {"WaveWithTwoDataChunks", MakeWave({}, {}, title + second), "it has 2 data chunks", false,
+         120},
+        {"RIFXWithDataSize0", MakeWave(0, 0, "", "RIFX"), none},
+        {"RF64WithTableOf24Bytes", MakeRF64({}, {}, "RF64", 24),
+         "its chunk \"ds64\" has 24 bytes instead of 28", false},
+        {"RF64WithTableOfFFFFFFFFFFFFFFFF", MakeRF64(~std::uint64_t{0}, ~std::uint64_t{0}), unsized,
+         false},
+        {"BW64", MakeRF64({}, {}, "BW64"), "it is BW64", false},
+        {"AIFFWithDataSize8", MakeAIFF(46, 8), none},
+        {"AUWithDataSize0", MakeAU(0), none},
+    };
+}
+
+class Repair : public testing::TestWithParam<WrongHeader> {
+protected:
+    Repair() {
+        WriteFile(m_directory / "take", GetParam().bytes);
+        std::filesystem::create_directory(m_directory / "temporary");
+    }
+
+    ProcessResult Run(const Arguments& arguments) const {
+        Command command = Kelhost(m_directory, arguments);
+        command.environment["TMPDIR"] = m_directory / "temporary";
+        return RunCommand(command);
+    }
+
+    // The values of the samples.
+    static std::vector<float> Values() {
+        std::vector<float> values;
+        for (std::size_t i = 0; i < 100; ++i) {
+            const auto value = static_cast<std::int16_t>((0x81F3 + 7 * i) & 0xFFFFU);
+            values.push_back(static_cast<float>(value) / 32768.0F);
+        }
+        const std::size_t repeated = GetParam().frames - values.size();
+        const std::vector<float> again(values.begin(),
+                                       values.begin() + static_cast<std::ptrdiff_t>(repeated));
+        values.insert(values.end(), again.begin(), again.end());
+        return values;
+    }
+
+    TemporaryDirectory m_directory;
+};
+
+} // namespace
+
+TEST_P(Repair, IsSuggestedWhereSamplesCannotBeRead) {
+    const std::string& reason = GetParam().reason;
+    const std::string error =
+        "kelhost: take: cannot read all samples: " + reason + "; use --repair\n";
+    for (const Arguments& arguments :
+         {Arguments{"copy", "take", "out.wav"}, Arguments{"info", "--measure", "take"},
+          Arguments{"plot", "take"}, Arguments{"compare", "take", "take"},
+          Arguments{"run", "kel.LibsndfileSource:WAVE", "FilePath=take", "!", "kel.LibsndfileSink",
+                    "FilePath=out.wav"}}) {
+        const ProcessResult result = Run(arguments);
+        EXPECT_EQ(result.status, arguments.front() == "compare" ? 2 : 1);
+        if (GetParam().isOpened) {
+            EXPECT_EQ(result.err, error);
+        } else {
+            const std::string end = "\"]; " + reason + " (--repair reads it)\n";
+            EXPECT_EQ(
+                result.err.substr(result.err.size() - std::min(end.size(), result.err.size())),
+                end);
+        }
+    }
+}
+
+TEST_P(Repair, ReadsAllSamplesAndLeavesTheInput) {
+    const std::string warning =
+        "kelhost: warning: take: is read through a copy with a new header: " + GetParam().reason +
+        "\n";
+    ExpectResult(Run({"copy", "--repair", "--quiet", "take", "out.wav"}), 0, "", warning);
+    EXPECT_EQ(ReadAudio(m_directory / "out.wav").values, Values());
+    for (const Arguments& arguments :
+         {Arguments{"info", "--measure", "--field", "frames", "take"}, Arguments{"plot", "take"},
+          Arguments{"compare", "take", "out.wav"},
+          Arguments{"run", "--force", "kel.LibsndfileSource:WAVE", "FilePath=take", "!",
+                    "kel.LibsndfileSink", "FilePath=out.wav"}}) {
+        const ProcessResult result = Run(arguments + Arguments{"--repair"});
+        EXPECT_EQ(result.status, 0) << arguments.front();
+        EXPECT_EQ(result.err, warning);
+        EXPECT_EQ(ReadAudio(m_directory / "out.wav").values, Values());
+    }
+    EXPECT_EQ(ReadFile(m_directory / "take"), GetParam().bytes);
+    EXPECT_EQ(SortedNames(m_directory / "temporary"), Names());
+}
+
+INSTANTIATE_TEST_SUITE_P(Headers, Repair, testing::ValuesIn(WrongHeaders()),
+                         [](const auto& header) { return header.param.name; });
+
+TEST(RepairDirectory, IsNamedWhenTheCopyCannotBeMade) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take", MakeWave(0, 0));
+    Command command = Kelhost(directory, {"info", "--repair", "take"});
+    command.environment["TMPDIR"] = directory / "missing";
+    // The copy has the samples at the same offset of a block: 44.
+    ExpectResult(RunCommand(command), 1, "",
+                 Error("take", "cannot make the copy for --repair in " + (directory / "missing") +
+                                   ": No such file or directory; set TMPDIR to a directory with "
+                                   "244 bytes of space"));
+}
+
+TEST(RepairDirectory, IsNotUsedForARightHeader) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    Command command = Kelhost(directory, {"copy", "--repair", "take.wav", "out.wav"});
+    command.environment["TMPDIR"] = directory / "missing";
+    ExpectResult(RunCommand(command), 0, CopyReport("take.wav", "out.wav"), "");
+}
+
+} // namespace kel::test
