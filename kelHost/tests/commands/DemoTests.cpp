@@ -27,14 +27,14 @@ std::string Report(const std::string& directory) {
            "\nThe files:\n"
            "File" +
            padding + " " +
-           "  Format                 Channels  Layout         Rate  Frames     Duration    "
+           "  Format                 Channels  Layout      Rate  Frames     Duration    "
            "Bytes\n" +
-           directory + "/tone.wav   WAVE 32-bit float             2  stereo   " + length +
-           "1536112\n" + directory + "/copy.wav   WAVE 32-bit float             2  stereo   " +
+           directory + "/tone.wav   WAVE 32-bit float             2  stereo" + length +
+           "1536112\n" + directory + "/copy.wav   WAVE 32-bit float             2  stereo" +
            length + "1536112\n" + directory +
-           "/copy.rf64  RF64 32-bit float             2  stereo   " + length + "1536104\n" +
-           directory + "/copy.aiff  AIFF-C 24-bit integer         2  no layout" + length +
-           "1152072\n"
+           "/copy.rf64  RF64 32-bit float             2  stereo" + length + "1536104\n" +
+           directory + "/copy.aiff  AIFF-C 24-bit integer         2  stereo" + length +
+           "1152092\n"
            "\nListen to one, or copy a file of your own: kelhost copy INPUT OUTPUT\n";
 }
 

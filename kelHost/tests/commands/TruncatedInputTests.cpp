@@ -66,6 +66,7 @@ TEST_F(TruncatedInput, IsReadAsFarAsItExistsWhereThatIsAllowed) {
         std::filesystem::remove(m_directory / "out.wav");
         ProcessResult result = Run(arguments + Arguments{"--allow-truncated"});
         result.out = ReplaceMatches(result.out, "take.wav", "part.wav");
+        result.out = ReplaceMatches(result.out, "Truncated [^\n]*\n", "");
         ExpectResult(result, 0, expected.out, "kelhost: warning: take.wav: " + kCounts + "\n");
         std::filesystem::remove(m_directory / "out.wav");
     }
