@@ -8,7 +8,11 @@ namespace kel::host {
 namespace {
 
 bool AreSameBits(double first, double second) {
-    return std::memcmp(&first, &second, sizeof first) == 0;
+    std::uint64_t firstBits = 0;
+    std::uint64_t secondBits = 0;
+    std::memcpy(&firstBits, &first, sizeof first);
+    std::memcpy(&secondBits, &second, sizeof second);
+    return firstBits == secondBits;
 }
 
 // False for NaN and infinities. -0 and 0 are the same value.

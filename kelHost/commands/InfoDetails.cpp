@@ -94,7 +94,7 @@ std::string FormatTags(const std::vector<Tag>& tags) {
 // Shortens a label for a table: its rows are as wide as the longest one.
 std::string Shorten(const std::string& text) {
     constexpr std::size_t kMaxCharacters = 60;
-    const std::string escaped = Escape(text);
+    std::string escaped = Escape(text);
     std::size_t characters = 0;
     for (std::size_t i = 0; i < escaped.size(); ++i) {
         constexpr unsigned kContinuationMask = 0xC0;

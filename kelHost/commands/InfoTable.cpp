@@ -14,14 +14,14 @@ namespace kel::host {
 
 namespace {
 
-const std::string kUnknown = "unknown";
+constexpr const char* kUnknown = "unknown";
 
 // Cells have no line breaks: names of files are escaped.
 constexpr char kCellEnd = '\n';
 
 std::vector<std::string> FormatCells(const FileInfo& info) {
     return {info.file,
-            (info.format.has_value() ? Describe(*info.format) : kUnknown) +
+            (info.format.has_value() ? Describe(*info.format) : std::string(kUnknown)) +
                 (info.truncated.has_value() ? ", truncated" : ""),
             fmt::format("{}", info.channels),
             DescribeLayout(info),
