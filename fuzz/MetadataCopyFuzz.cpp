@@ -7,10 +7,10 @@
 
 #include <TemporaryDirectory.h>
 #include <audio/Formats.h>
-#include <container/ChunkNumbers.h>
 #include <container/ChunkWriter.h>
 #include <container/HeaderSizes.h>
 #include <container/MetadataCopy.h>
+#include <container/StoredBytes.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -20,10 +20,10 @@
 namespace {
 
 using namespace kel;
-using host::NumberBytes;
+using host::StoredOrder;
 
-std::string Chunk(const std::string& name, const std::string& content, bool isBigEndian) {
-    return name + NumberBytes(content.size(), 4, isBigEndian) + content;
+std::string Chunk(const std::string& name, const std::string& content, StoredOrder order) {
+    return name + host::NumberBytes(content.size(), 4, order) + content;
 }
 
 // A file without samples.
@@ -31,14 +31,15 @@ std::string EmptyFile(WrapperFormat format) {
     const std::string zeros(28, '\0');
     if (format == WrapperFormat::AIFF) {
         return Chunk("FORM",
-                     "AIFC" + Chunk("COMM", zeros.substr(0, 24), true) +
-                         Chunk("SSND", zeros.substr(0, 8), true),
-                     true);
+                     "AIFC" + Chunk("COMM", zeros.substr(0, 24), StoredOrder::Big) +
+                         Chunk("SSND", zeros.substr(0, 8), StoredOrder::Big),
+                     StoredOrder::Big);
     }
-    const std::string chunks = Chunk("fmt ", zeros.substr(0, 16), false) + Chunk("data", "", false);
+    const std::string chunks = Chunk("fmt ", zeros.substr(0, 16), StoredOrder::Little) +
+                               Chunk("data", "", StoredOrder::Little);
     return format == WrapperFormat::WAVE
-               ? Chunk("RIFF", "WAVE" + chunks, false)
-               : "RF64\xFF\xFF\xFF\xFFWAVE" + Chunk("ds64", zeros, false) + chunks;
+               ? Chunk("RIFF", "WAVE" + chunks, StoredOrder::Little)
+               : "RF64\xFF\xFF\xFF\xFFWAVE" + Chunk("ds64", zeros, StoredOrder::Little) + chunks;
 }
 
 // Copies the metadata; returns the output.

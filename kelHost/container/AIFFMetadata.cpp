@@ -1,5 +1,6 @@
 #include "container/AIFFMetadata.h"
 
+#include "container/ChunkNames.h"
 #include "container/ID3Tag.h"
 #include "container/MarkerChunks.h"
 #include "container/StoredBytes.h"
@@ -8,25 +9,15 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 #include <utility>
 
 namespace kel::host {
 
 namespace {
-
-// Chunks that describe the samples, and padding.
-bool DescribesAIFFSamplesOrNothing(std::string_view name) {
-    constexpr std::array<std::string_view, 8> kNames{"COMM", "SSND", "FVER", "PEAK",
-                                                     "CHAN", "JUNK", "PAD ", "FLLR"};
-    return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
-}
 
 // Reads the chunks of a file in their order.
 class AIFFMetadataReader {
@@ -54,7 +45,7 @@ private:
             AddComments(chunk);
         } else if (chunk.name == "ID3 " || chunk.name == "id3 ") {
             AddID3(m_header, chunk.name, chunk.offset, chunk.bytes, m_builder);
-        } else if (!DescribesAIFFSamplesOrNothing(chunk.name)) {
+        } else if (!DescribesSamples(chunk.name, true)) {
             m_builder.AddOther(chunk.name, chunk.bytes);
         }
     }

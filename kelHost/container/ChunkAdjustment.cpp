@@ -1,8 +1,8 @@
 #include "container/ChunkAdjustment.h"
 
 #include "base/Numbers.h"
-#include "container/ChunkNumbers.h"
 #include "container/CueChunks.h"
+#include "container/StoredBytes.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -29,11 +29,11 @@ constexpr std::size_t kLoop = 24;
 constexpr std::string_view kLineEnd = "\r\n";
 
 std::uint64_t Little(std::string_view content, std::size_t offset) {
-    return NumberAt(content, offset, 4, false);
+    return StoredBytes(content, StoredOrder::Little).Number(offset, 4);
 }
 
 std::uint64_t Big(std::string_view content, std::size_t offset, std::size_t bytes) {
-    return NumberAt(content, offset, bytes, true);
+    return StoredBytes(content, StoredOrder::Big).Number(offset, bytes);
 }
 
 // Calls a function with the offset of each point, loop or other record of a fixed size.
@@ -191,11 +191,12 @@ std::optional<std::string> ChunkAdjustment::AdjustBroadcast(std::string content)
     if (content.size() < kTimeReference + kBytes) {
         return std::nullopt;
     }
-    const std::uint64_t first = NumberAt(content, kTimeReference, kBytes, false);
+    const std::uint64_t first =
+        StoredBytes(content, StoredOrder::Little).Number(kTimeReference, kBytes);
     if (first > std::numeric_limits<std::uint64_t>::max() - m_part.first) {
         return std::nullopt;
     }
-    ReplaceNumber(content, kTimeReference, kBytes, first + m_part.first, false);
+    ReplaceNumber(content, kTimeReference, kBytes, first + m_part.first, StoredOrder::Little);
     return content;
 }
 
@@ -243,12 +244,12 @@ std::optional<std::string> ChunkAdjustment::AdjustCue(const std::string& content
         }
         const std::uint64_t frame = Little(point, kCueFrame) - m_part.first;
         const bool isPositionUsed = Little(point, 4) != 0;
-        ReplaceNumber(point, 4, 4, isPositionUsed ? frame : 0, false);
-        ReplaceNumber(point, kCueFrame, 4, frame, false);
+        ReplaceNumber(point, 4, 4, isPositionUsed ? frame : 0, StoredOrder::Little);
+        ReplaceNumber(point, kCueFrame, 4, frame, StoredOrder::Little);
         points += point;
         ++count;
     });
-    return count == 0 ? "" : NumberBytes(count, 4, false) + points;
+    return count == 0 ? "" : NumberBytes(count, 4, StoredOrder::Little) + points;
 }
 
 // The texts of "adtl": each begins with the number of a point. A region's length follows it.
@@ -274,7 +275,8 @@ std::optional<std::string> ChunkAdjustment::AdjustTexts(const std::string& conte
         const auto point = bytes >= 4 ? m_inside.find(Little(text, kHeader)) : m_inside.end();
         if (point != m_inside.end() && text.compare(0, 4, "ltxt") == 0 && bytes >= 8) {
             const std::uint64_t left = m_part.first + m_part.frames - point->second;
-            ReplaceNumber(text, kHeader + 4, 4, std::min(Little(text, kHeader + 4), left), false);
+            ReplaceNumber(text, kHeader + 4, 4, std::min(Little(text, kHeader + 4), left),
+                          StoredOrder::Little);
         }
         result += text;
     }
@@ -297,8 +299,8 @@ std::optional<std::string> ChunkAdjustment::AdjustSampler(const std::string& con
             ++removed;
             return;
         }
-        ReplaceNumber(loop, 8, 4, first - m_part.first, false);
-        ReplaceNumber(loop, 12, 4, last - m_part.first, false);
+        ReplaceNumber(loop, 8, 4, first - m_part.first, StoredOrder::Little);
+        ReplaceNumber(loop, 12, 4, last - m_part.first, StoredOrder::Little);
         loops += loop;
         ++count;
     });
@@ -310,7 +312,7 @@ std::optional<std::string> ChunkAdjustment::AdjustSampler(const std::string& con
     }
     std::string result = content.substr(0, kSampler) + loops +
                          content.substr(kSampler + static_cast<std::size_t>(declared) * kLoop);
-    ReplaceNumber(result, kLoopCount, 4, count, false);
+    ReplaceNumber(result, kLoopCount, 4, count, StoredOrder::Little);
     return result;
 }
 
@@ -323,11 +325,11 @@ std::optional<std::string> ChunkAdjustment::AdjustMarkers(const std::string& con
             return;
         }
         std::string marker = content.substr(offset, bytes);
-        ReplaceNumber(marker, 2, 4, Big(marker, 2, 4) - m_part.first, true);
+        ReplaceNumber(marker, 2, 4, Big(marker, 2, 4) - m_part.first, StoredOrder::Big);
         markers += marker;
         ++count;
     });
-    return count == 0 ? "" : NumberBytes(count, 2, true) + markers;
+    return count == 0 ? "" : NumberBytes(count, 2, StoredOrder::Big) + markers;
 }
 
 // A loop, from a marker to a marker, follows its mode, which is 0 for none.
@@ -370,7 +372,7 @@ std::optional<std::string> ChunkAdjustment::AdjustComments(const std::string& co
         }
         offset += padded;
     }
-    return count == 0 ? "" : NumberBytes(count, 2, true) + comments;
+    return count == 0 ? "" : NumberBytes(count, 2, StoredOrder::Big) + comments;
 }
 
 std::string AddToCodingHistory(std::string content, const std::string& line) {

@@ -1,9 +1,9 @@
 #include "container/ChunkWriter.h"
 
 #include "base/Errors.h"
-#include "container/ChunkNumbers.h"
 #include "container/FileBytes.h"
 #include "container/HeaderReader.h"
+#include "container/StoredBytes.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -39,7 +39,7 @@ ChunkWriter::ChunkWriter(const FileName& file)
     const std::string start = m_end < kFirstChunk ? std::string(kFirstChunk, '\0')
                                                   : ReadBytes(file, m_descriptor, 0, kFirstChunk);
     m_form = start.substr(0, 4);
-    m_isBigEndian = m_form == "FORM";
+    m_order = m_form == "FORM" ? StoredOrder::Big : StoredOrder::Little;
     if (m_form != "RIFF" && m_form != "RF64" && m_form != "FORM") {
         throw JobError(file.shown, "cannot write its metadata: its header is of another kind");
     }
@@ -68,18 +68,19 @@ AppendedBytes ChunkWriter::Finish() {
     constexpr std::uint64_t kSizeInDs64Chunk = kFirstChunk + kChunkHeader; // the first chunk
     const std::uint64_t size = m_end - kChunkHeader;
     if (m_form == "RF64") {
-        WriteBytes(m_file, m_descriptor, kSizeInDs64Chunk, NumberBytes(size, 8, false));
+        WriteBytes(m_file, m_descriptor, kSizeInDs64Chunk,
+                   NumberBytes(size, 8, StoredOrder::Little));
     } else if (size > std::numeric_limits<std::uint32_t>::max()) {
         throw JobError(m_file.shown, "cannot write its metadata: the file would be larger than "
                                      "4 GiB; use --format bwave or --metadata none");
     } else {
-        WriteBytes(m_file, m_descriptor, kSizeInHeader, NumberBytes(size, 4, m_isBigEndian));
+        WriteBytes(m_file, m_descriptor, kSizeInHeader, NumberBytes(size, 4, m_order));
     }
     return {{m_start, m_end - m_start}, m_hash.Value()};
 }
 
 void ChunkWriter::AppendHeader(const std::string& name, std::uint64_t bytes) {
-    AppendBytes(name + NumberBytes(bytes, 4, m_isBigEndian));
+    AppendBytes(name + NumberBytes(bytes, 4, m_order));
 }
 
 void ChunkWriter::AppendBytes(const std::string& bytes) {

@@ -5,6 +5,7 @@
 #include "base/Descriptor.h"
 #include "base/FileName.h"
 #include "container/NewChunk.h"
+#include "container/StoredBytes.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -73,7 +74,7 @@ private:
     const FileName& m_file;
     Descriptor m_descriptor;
     std::string m_form; // the first four bytes
-    bool m_isBigEndian = false;
+    StoredOrder m_order = StoredOrder::Little;
     std::uint64_t m_start = 0; // of the first chunk
     std::uint64_t m_end = 0;   // of the file, in bytes
     FloatHash m_hash;          // of the bytes in between

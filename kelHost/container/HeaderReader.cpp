@@ -1,6 +1,7 @@
 #include "container/HeaderReader.h"
 
 #include "base/Errors.h"
+#include "container/StoredBytes.h"
 
 #include <fmt/format.h>
 
@@ -48,12 +49,8 @@ std::string HeaderReader::Name(std::uint64_t offset) const {
 std::uint64_t HeaderReader::Number(std::uint64_t offset, std::size_t bytes) const {
     std::array<char, sizeof(std::uint64_t)> read{};
     Read(offset, read.data(), bytes);
-    std::uint64_t number = 0;
-    for (std::size_t i = 0; i < bytes; ++i) {
-        const char byte = read[m_bigEndian ? i : bytes - 1 - i];
-        number = (number << 8U) | static_cast<unsigned char>(byte);
-    }
-    return number;
+    const StoredOrder order = m_bigEndian ? StoredOrder::Big : StoredOrder::Little;
+    return StoredBytes({read.data(), bytes}, order).Number(0, bytes);
 }
 
 std::string HeaderReader::Bytes(std::uint64_t offset, std::size_t count) const {

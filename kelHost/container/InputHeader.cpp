@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "container/HeaderReader.h"
+#include "container/StoredBytes.h"
 
 #include <fmt/format.h>
 
@@ -189,12 +190,10 @@ private:
 
     // True when chunks follow each other from an offset to the end of the bytes.
     bool EndsWithChunks(const std::string& bytes, std::size_t offset) const {
+        const StoredBytes stored(bytes,
+                                 m_result.isBigEndian ? StoredOrder::Big : StoredOrder::Little);
         while (offset + kChunkHeader <= bytes.size()) {
-            std::uint64_t size = 0;
-            for (std::size_t i = 0; i < 4; ++i) {
-                const char byte = bytes[offset + 4 + (m_result.isBigEndian ? i : 3 - i)];
-                size = (size << 8U) | static_cast<unsigned char>(byte);
-            }
+            const std::uint64_t size = stored.Number(offset + 4, 4);
             const std::uint64_t next = offset + kChunkHeader + size;
             if (next > bytes.size()) {
                 return false;

@@ -6,6 +6,7 @@
 #include "container/MarkerChunks.h"
 #include "container/StoredBytes.h"
 #include "container/TagNames.h"
+#include "container/UniqueNames.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -145,21 +146,6 @@ std::vector<NewChunk> MakeAIFFChunks(const Metadata& metadata) {
     return chunks;
 }
 
-// Names, each of them once.
-class NameList {
-public:
-    void Add(const std::string& name, bool isOmitted = true) {
-        if (isOmitted && m_known.insert(name).second) {
-            names.push_back(name);
-        }
-    }
-
-    std::vector<std::string> names;
-
-private:
-    std::set<std::string> m_known;
-};
-
 } // namespace
 
 std::vector<NewChunk> MakeChunks(const Metadata& metadata, ChunkForm form) {
@@ -169,29 +155,33 @@ std::vector<NewChunk> MakeChunks(const Metadata& metadata, ChunkForm form) {
 }
 
 std::vector<std::string> NotExpressible(const Metadata& metadata, ChunkForm form) {
-    NameList omitted;
+    UniqueNames names;
+    const auto addIf = [&](const std::string& name, bool isOmitted) {
+        if (isOmitted) {
+            names.Add(name);
+        }
+    };
     const bool isAIFF = IsAIFF(form);
     if (metadata.broadcast.has_value()) {
-        omitted.Add("bext", isAIFF);
-        omitted.Add("ends of texts in bext", !isAIFF && !FitsIntoFields(*metadata.broadcast));
+        addIf("bext", isAIFF);
+        addIf("ends of texts in bext", !isAIFF && !FitsIntoFields(*metadata.broadcast));
     }
     for (const Tag& tag : metadata.tags) {
-        omitted.Add(tag.name, !isAIFF && InfoId(tag.name).empty());
+        addIf(tag.name, !isAIFF && InfoId(tag.name).empty());
     }
     const std::size_t maxPoints = isAIFF ? kMaxMarkers : kMaxCueLabels;
-    omitted.Add("cue points after the first " + std::to_string(maxPoints),
-                metadata.cuePoints.size() > maxPoints);
+    addIf("cue points after the first " + std::to_string(maxPoints),
+          metadata.cuePoints.size() > maxPoints);
     for (const CuePoint& point : metadata.cuePoints) {
-        omitted.Add("cue points after frame " + std::to_string(kMaxPosition),
-                    point.frame > kMaxPosition);
-        omitted.Add("lengths of regions", point.length > (isAIFF ? 0 : kMaxPosition));
-        omitted.Add("ends of long labels", isAIFF && point.label.size() > kMaxMarkerName);
-        omitted.Add("ends of long notes", isAIFF && point.note.size() > kMaxMarkerComment);
+        addIf("cue points after frame " + std::to_string(kMaxPosition), point.frame > kMaxPosition);
+        addIf("lengths of regions", point.length > (isAIFF ? 0 : kMaxPosition));
+        addIf("ends of long labels", isAIFF && point.label.size() > kMaxMarkerName);
+        addIf("ends of long notes", isAIFF && point.note.size() > kMaxMarkerComment);
     }
     for (const OtherPart& other : metadata.others) {
-        omitted.Add(other.name);
+        names.Add(other.name);
     }
-    return std::move(omitted.names);
+    return names.Names();
 }
 
 } // namespace kel::host

@@ -2,12 +2,14 @@
 
 #include "base/Errors.h"
 #include "base/Text.h"
-#include "container/ChunkNumbers.h"
+#include "container/ChunkNames.h"
 #include "container/ChunkWriter.h"
 #include "container/CutPositions.h"
 #include "container/FileBytes.h"
 #include "container/HeaderReader.h"
 #include "container/MetadataChunks.h"
+#include "container/StoredBytes.h"
+#include "container/UniqueNames.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -20,7 +22,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -38,35 +39,14 @@ constexpr std::uint64_t kMaxAdjusted = 1U << 20U;
 // An upper bound of a line of the coding history, in bytes.
 constexpr std::uint64_t kMaxHistoryLine = 256;
 
-template <std::size_t Count>
-bool IsOneOf(std::string_view name, const std::array<std::string_view, Count>& names) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
-
-// Chunks that belong to the samples of this file, or contain nothing. "slnt" and a list "wavl"
-// contain samples.
-bool DescribesSamples(std::string_view name, bool isAIFF) {
-    static constexpr std::array<std::string_view, 9> kWAVE{
-        "fmt ", "data", "fact", "ds64", "PEAK", "levl", "slnt", "LIST wavl", "wave"};
-    static constexpr std::array<std::string_view, 5> kAIFF{"COMM", "SSND", "FVER", "CHAN", "PEAK"};
-    static constexpr std::array<std::string_view, 7> kPadding{"JUNK", "junk", "PAD ", "pad ",
-                                                              "FLLR", "fllr", "filr"};
-    return IsOneOf(name, kPadding) || (isAIFF ? IsOneOf(name, kAIFF) : IsOneOf(name, kWAVE));
-}
-
-// Chunks of the Audio Definition Model (ITU-R BS.2088), which refer to channels by their numbers.
-bool DescribesChannels(std::string_view name) {
-    static constexpr std::array<std::string_view, 4> kNames{"chna", "axml", "bxml", "sxml"};
-    return IsOneOf(name, kNames);
-}
-
 // True when an item of a list has a size that readers may take for a negative one, with which they
 // never find the end of the list.
 bool HasEndlessItem(std::string_view list) {
     constexpr std::size_t kSize = 4;
     constexpr std::uint64_t kNegative = 0x80000000;
     for (std::size_t offset = kNameBytes; list.size() - offset >= kChunkHeader;) {
-        const std::uint64_t bytes = NumberAt(list, offset + kNameBytes, kSize, false);
+        const std::uint64_t bytes =
+            StoredBytes(list, StoredOrder::Little).Number(offset + kNameBytes, kSize);
         if (bytes >= kNegative) {
             return true;
         }
@@ -80,34 +60,6 @@ bool IsPrintable(std::string_view name) {
     return std::all_of(name.begin(), name.end(),
                        [](char character) { return character >= ' ' && character <= '~'; });
 }
-
-// A chunk's name for the user.
-std::string NameForUsers(std::string name) {
-    while (!name.empty() && (name.back() == ' ' || name.back() == '\0')) {
-        name.pop_back();
-    }
-    return name;
-}
-
-// Names, each once, in the order of their first use.
-class UniqueNames {
-public:
-    void Add(const std::string& name) {
-        if (m_known.insert(name).second) {
-            m_names.push_back(name);
-        }
-    }
-    void Add(const std::vector<std::string>& names) {
-        for (const std::string& name : names) {
-            Add(name);
-        }
-    }
-    const std::vector<std::string>& Names() const { return m_names; }
-
-private:
-    std::vector<std::string> m_names;
-    std::set<std::string> m_known;
-};
 
 // Calls the functions of a watch in any case.
 class WatchScope {
@@ -182,11 +134,11 @@ public:
 private:
     void Copy(const Chunk& chunk) {
         if (m_samples.hasOtherChannels && DescribesChannels(chunk.name)) {
-            m_ofChannels.Add(NameForUsers(chunk.name));
+            m_ofChannels.Add(TrimChunkName(chunk.name));
             return;
         }
         if (chunk.name.size() > kNameBytes && HasEndlessItem(Load(chunk).value_or("LIST"))) {
-            m_damage.Add(NameForUsers(chunk.name));
+            m_damage.Add(TrimChunkName(chunk.name));
             return;
         }
         const bool isPositional = m_adjustment.Concerns(chunk.name);
@@ -199,13 +151,13 @@ private:
             content = m_adjustment.Adjust(chunk.name, *content);
         }
         if (!content.has_value()) {
-            isPositional ? m_unadjusted.Add(NameForUsers(chunk.name)) : Stream(chunk);
+            isPositional ? m_unadjusted.Add(TrimChunkName(chunk.name)) : Stream(chunk);
         } else if (!content->empty() || chunk.bytes == 0) {
             if (chunk.name == "bext") {
                 content = AddToCodingHistory(*std::move(content), CodingHistoryLine(m_samples));
             }
             Writer().Append({chunk.name.substr(0, kNameBytes), *content});
-            m_kept.Add(NameForUsers(chunk.name));
+            m_kept.Add(TrimChunkName(chunk.name));
         }
     }
 
@@ -224,7 +176,7 @@ private:
         }
         for (const NewChunk& chunk : MakeChunks(metadata, m_copy.OutputForm())) {
             Writer().Append(chunk);
-            m_kept.Add(NameForUsers(
+            m_kept.Add(TrimChunkName(
                 chunk.name == "LIST" ? "LIST " + chunk.content.substr(0, kNameBytes) : chunk.name));
         }
     }
@@ -233,7 +185,7 @@ private:
         Writer().Append(
             chunk.name.substr(0, kNameBytes), {chunk.offset, chunk.bytes},
             [this](std::uint64_t offset, std::size_t count) { return Read(offset, count); });
-        m_kept.Add(NameForUsers(chunk.name));
+        m_kept.Add(TrimChunkName(chunk.name));
     }
 
     // The content of a chunk; none when it is too large to be a useful one.
@@ -323,11 +275,11 @@ void MetadataCopy::Select(const ChunkList& list) {
             continue;
         }
         if (list.Present(chunk) < chunk.bytes) {
-            m_truncated.push_back(NameForUsers(chunk.name));
+            m_truncated.push_back(TrimChunkName(chunk.name));
         } else if (name.has_value() && chunk.bytes <= kMaxChunkBytes) {
             m_chunks.push_back(chunk);
         } else {
-            m_refused.push_back(NameForUsers(chunk.name));
+            m_refused.push_back(TrimChunkName(chunk.name));
         }
     }
     if (!list.isComplete) {
@@ -349,9 +301,11 @@ std::string MetadataCopy::ReadGUID(const Chunk& chunk) const {
 // The usual form; its first three numbers are little-endian.
 std::string MetadataCopy::DescribeGUID(const Chunk& chunk) const {
     const std::string guid = ReadGUID(chunk);
-    return fmt::format("{:08X}-{:04X}-{:04X}-{:04X}-{:012X}", NumberAt(guid, 0, 4, false),
-                       NumberAt(guid, 4, 2, false), NumberAt(guid, 6, 2, false),
-                       NumberAt(guid, 8, 2, true), NumberAt(guid, 10, 6, true));
+    const StoredBytes littleEndian(guid, StoredOrder::Little);
+    const StoredBytes bigEndian(guid, StoredOrder::Big);
+    return fmt::format("{:08X}-{:04X}-{:04X}-{:04X}-{:012X}", littleEndian.Number(0, 4),
+                       littleEndian.Number(4, 2), littleEndian.Number(6, 2), bigEndian.Number(8, 2),
+                       bigEndian.Number(10, 6));
 }
 
 // The name of a chunk, with the kind of a list. None for a chunk of W64 whose GUID has no name in

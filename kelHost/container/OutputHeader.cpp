@@ -3,6 +3,7 @@
 #include "base/Errors.h"
 #include "base/Numbers.h"
 #include "container/ChunkList.h"
+#include "container/StoredBytes.h"
 
 #include <fmt/format.h>
 
@@ -39,7 +40,9 @@ public:
         m_reader.emplace(file, input.has_value() ? std::move(input->descriptor) : Descriptor(),
                          kCannotComplete);
         m_chunks = ReadChunkList(*m_reader, m_bytes);
-        m_isBigEndian = m_chunks.has_value() && IsAIFF(m_chunks->form);
+        if (m_chunks.has_value() && IsAIFF(m_chunks->form)) {
+            m_order = StoredOrder::Big;
+        }
     }
 
     // The chunks; none for a file without any.
@@ -49,11 +52,7 @@ public:
 
     // Returns the bytes of a number in the file's order.
     std::string Encode(std::uint64_t number, std::size_t bytes) const {
-        std::string text(bytes, '\0');
-        for (std::size_t i = 0; i < bytes; ++i) {
-            text[m_isBigEndian ? bytes - 1 - i : i] = static_cast<char>(number >> (8 * i));
-        }
-        return text;
+        return NumberBytes(number, bytes, m_order);
     }
 
     void Write(std::uint64_t offset, const std::string& bytes) const {
@@ -86,7 +85,7 @@ private:
     std::uint64_t m_bytes = 0;
     std::optional<HeaderReader> m_reader;
     std::optional<ChunkList> m_chunks;
-    bool m_isBigEndian = false;
+    StoredOrder m_order = StoredOrder::Little;
 };
 
 } // namespace

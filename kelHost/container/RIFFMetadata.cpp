@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "container/BroadcastChunk.h"
+#include "container/ChunkNames.h"
 #include "container/CueChunks.h"
 #include "container/ID3Tag.h"
 #include "container/StoredBytes.h"
@@ -11,7 +12,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -21,14 +21,6 @@
 namespace kel::host {
 
 namespace {
-
-// Chunks that describe the samples, and padding.
-bool DescribesSamplesOrNothing(std::string_view name) {
-    constexpr std::array<std::string_view, 16> kNames{
-        "fmt ", "data", "fact", "ds64", "PEAK", "levl", "JUNK", "junk",
-        "PAD ", "pad ", "FLLR", "fllr", "filr", "wavl", "slnt", "wave"};
-    return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
-}
 
 bool IsSubChunkName(std::string_view name) {
     constexpr char kLastPrintable = 0x7E;
@@ -94,7 +86,7 @@ private:
             AddList(chunk);
         } else if (chunk.name == "id3 " || chunk.name == "ID3 ") {
             AddID3(m_header, chunk.name, chunk.offset, chunk.bytes, m_builder);
-        } else if (!DescribesSamplesOrNothing(chunk.name)) {
+        } else if (!DescribesSamples(chunk.name, false)) {
             m_builder.AddOther(chunk.name, chunk.bytes);
         }
     }
@@ -122,10 +114,10 @@ private:
     void AddList(const Chunk& chunk) {
         const std::string type = m_header.Name(chunk.offset);
         const std::string name = "LIST " + type;
-        if (type == "wavl") {
-            return; // samples and silence
+        if (DescribesSamples(name, false)) {
+            return;
         }
-        if (type != "INFO" && type != "adtl") {
+        if (!HasTagsOrCuePoints(name)) {
             m_builder.AddOther(name, chunk.bytes);
             return;
         }

@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "container/HeaderReader.h"
+#include "container/StoredBytes.h"
 
 #include <fmt/format.h>
 
@@ -69,11 +70,8 @@ public:
 
 private:
     std::string Number(std::uint64_t number, std::size_t bytes) const {
-        std::string text;
-        for (std::size_t i = 0; i < bytes; ++i) {
-            text.push_back(static_cast<char>(number >> (8 * i)));
-        }
-        return m_header.isBigEndian ? std::string(text.rbegin(), text.rend()) : text;
+        return NumberBytes(number, bytes,
+                           m_header.isBigEndian ? StoredOrder::Big : StoredOrder::Little);
     }
 
     std::string ChunkText(const std::string& name, const std::string& content) const {

@@ -37,4 +37,9 @@ std::string NumberBytes(std::uint64_t number, std::size_t bytes, StoredOrder ord
     return stored;
 }
 
+void ReplaceNumber(std::string& content, std::size_t offset, std::size_t bytes,
+                   std::uint64_t number, StoredOrder order) {
+    content.replace(offset, bytes, NumberBytes(number, bytes, order));
+}
+
 } // namespace kel::host

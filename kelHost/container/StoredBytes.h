@@ -1,4 +1,4 @@
-/// Numbers in the content of a chunk, in memory. One thread at a time.
+/// Numbers in bytes of a file, in memory. One thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -37,5 +37,10 @@ private:
 /// Returns the bytes of a number.
 /// @param bytes 1 to 8; higher bytes are dropped
 std::string NumberBytes(std::uint64_t number, std::size_t bytes, StoredOrder order);
+
+/// Replaces a number, which must be within the content.
+/// @param bytes 1 to 8; higher bytes are dropped
+void ReplaceNumber(std::string& content, std::size_t offset, std::size_t bytes,
+                   std::uint64_t number, StoredOrder order);
 
 } // namespace kel::host

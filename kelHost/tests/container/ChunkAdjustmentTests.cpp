@@ -1,6 +1,6 @@
 #include "container/ChunkAdjustment.h"
 
-#include "container/ChunkNumbers.h"
+#include "container/StoredBytes.h"
 
 #include <gtest/gtest.h>
 
@@ -18,11 +18,11 @@ namespace {
 const FramePart kPart{100, 100, false};
 
 std::string Little(std::uint64_t number, std::size_t bytes = 4) {
-    return NumberBytes(number, bytes, false);
+    return NumberBytes(number, bytes, StoredOrder::Little);
 }
 
 std::string Big(std::uint64_t number, std::size_t bytes) {
-    return NumberBytes(number, bytes, true);
+    return NumberBytes(number, bytes, StoredOrder::Big);
 }
 
 std::string CuePoint(std::uint64_t number, std::uint64_t position, std::uint64_t frame) {
@@ -193,7 +193,7 @@ TEST(ChunkAdjustment, RefusesMorePointsThanUsefulFilesHave) {
     adjustment.AddPoints(Little(40000) + points);
     EXPECT_EQ(adjustment.Adjust("LIST adtl", "adtlabcd" + Little(0)), "adtlabcd" + Little(0));
     for (std::size_t i = 0; i < 40000; ++i) {
-        ReplaceNumber(points, i * 24, 4, 40000 + i, false);
+        ReplaceNumber(points, i * 24, 4, 40000 + i, StoredOrder::Little);
     }
     adjustment.AddPoints(Little(40000) + points);
     EXPECT_EQ(adjustment.Adjust("LIST adtl", "adtlabcd" + Little(0)), std::nullopt);

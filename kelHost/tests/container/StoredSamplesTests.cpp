@@ -26,7 +26,7 @@ std::string ReadAll(StoredSamples& samples) {
 }
 
 // The bytes of a file with these samples.
-std::string StoredBytes(int format, const std::string& samples) {
+std::string StoredSampleBytes(int format, const std::string& samples) {
     const test::TemporaryDirectory directory;
     test::WriteRawAudio(directory / "take", format, 1, 8000, samples);
     StoredSamples stored(directory / "take");
@@ -65,9 +65,9 @@ std::string Swapped(std::string bytes, std::size_t width) {
 TEST(StoredSamples, AreTheBytesOfLittleEndianFiles) {
     for (const int encoding : {SF_FORMAT_PCM_U8, SF_FORMAT_PCM_16, SF_FORMAT_PCM_24,
                                SF_FORMAT_PCM_32, SF_FORMAT_FLOAT, SF_FORMAT_DOUBLE}) {
-        EXPECT_EQ(StoredBytes(SF_FORMAT_WAV | encoding, kBytes), kBytes) << encoding;
+        EXPECT_EQ(StoredSampleBytes(SF_FORMAT_WAV | encoding, kBytes), kBytes) << encoding;
     }
-    EXPECT_EQ(StoredBytes(SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, kBytes), kBytes);
+    EXPECT_EQ(StoredSampleBytes(SF_FORMAT_AIFF | SF_FORMAT_PCM_S8, kBytes), kBytes);
 }
 
 TEST(StoredSamples, AreLittleEndianWhateverTheFileHas) {
@@ -79,7 +79,7 @@ TEST(StoredSamples, AreLittleEndianWhateverTheFileHas) {
          {Row{SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 2}, Row{SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 3},
           Row{SF_FORMAT_AIFF | SF_FORMAT_PCM_32, 4}, Row{SF_FORMAT_AU | SF_FORMAT_FLOAT, 4},
           Row{SF_FORMAT_AU | SF_FORMAT_DOUBLE, 8}}) {
-        EXPECT_EQ(StoredBytes(row.format, kBytes), Swapped(kBytes, row.width)) << row.width;
+        EXPECT_EQ(StoredSampleBytes(row.format, kBytes), Swapped(kBytes, row.width)) << row.width;
     }
 }
 
@@ -94,7 +94,7 @@ TEST(StoredSamples, OfPackedFilesAreSignExtendedToWholeBytes) {
 
 TEST(StoredSamples, OfLossyFilesAreFloats) {
     // Zero in both of its representations, and the largest value.
-    EXPECT_EQ(StoredBytes(SF_FORMAT_AU | SF_FORMAT_ULAW, "\xFF\x7F\x80"),
+    EXPECT_EQ(StoredSampleBytes(SF_FORMAT_AU | SF_FORMAT_ULAW, "\xFF\x7F\x80"),
               std::string(8, '\0') + test::BytesOf(std::vector<float>{32124.0F / 32768.0F}));
 }
 
