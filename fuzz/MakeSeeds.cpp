@@ -113,11 +113,17 @@ std::vector<std::string> MetadataSeeds() {
                            "AIFFNAME\0\0\0\2abMARK\0\0\0\x0C\0\1\0\1\0\0\0\5\3odd"
                            "COMT\0\0\0\x0C\0\1\0\0\0\0\0\1\0\2hiID3 \0\0\0\x47",
                            70);
+    const std::string carried("FORM\0\0\0\x36"
+                              "AIFFAPPL\0\0\0\x10kelWiXML\4\0\0\0<a/>"
+                              "APPL\0\0\0\x11kelWLIST\5\0\0\0mineA\0",
+                              62);
     const std::string mp3 = id3 + "\xFF\xFB\x90TAG" + std::string(125, 'x');
     const std::string zero(1, '\0');
     return {zero + "RIFF\x80" + std::string(3, '\0') + "WAVE" + cue + "LIST\x3C" +
                 std::string(3, '\0') + labels + "id3 \x47" + std::string(3, '\0') + id3,
-            zero + aiff + id3, zero + mp3,
+            zero + aiff + id3,
+            zero + carried,
+            zero + mp3,
             zero + ".snd" + std::string("\0\0\0\x20", 4) + std::string(16, '\0') + "hi",
             "\1\5title\6artist\3\xE9 c" + std::string(40, '\2')};
 }

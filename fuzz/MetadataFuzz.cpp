@@ -100,7 +100,7 @@ std::string Text(Input& input) {
     return host::DecodeText(input.Text(input.Byte() % 64));
 }
 
-// Metadata that all forms hold, but for the broadcast fields and regions that AIFF lacks.
+// Metadata that all forms hold, but for the regions that AIFF lacks.
 Metadata ArbitraryMetadata(Input& input, bool isAIFF) {
     constexpr const char* kSharedNames[] = {"title", "artist",   "copyright", "comment", "album",
                                             "date",  "software", "genre",     "track",   "ieng"};
@@ -120,7 +120,7 @@ Metadata ArbitraryMetadata(Input& input, bool isAIFF) {
             metadata.cuePoints.push_back({id, input.Word(), length, Text(input), Text(input)});
         }
     }
-    if (!isAIFF && input.Byte() % 2 == 1) {
+    if (input.Byte() % 2 == 1) {
         host::Broadcast& broadcast = metadata.broadcast.emplace();
         broadcast.description = Text(input);
         broadcast.codingHistory = Text(input);

@@ -1,8 +1,10 @@
 #include "container/AIFFMetadata.h"
 
+#include "container/CarriedChunk.h"
 #include "container/ChunkNames.h"
 #include "container/ID3Tag.h"
 #include "container/MarkerChunks.h"
+#include "container/RIFFMetadata.h"
 #include "container/StoredBytes.h"
 #include "container/StoredText.h"
 #include "container/TagNames.h"
@@ -23,7 +25,7 @@ namespace {
 class AIFFMetadataReader {
 public:
     AIFFMetadataReader(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder)
-        : m_header(header), m_builder(builder) {
+        : m_header(header), m_list(list), m_builder(builder) {
         for (const Chunk& chunk : list.chunks) {
             Add(chunk);
         }
@@ -46,7 +48,19 @@ private:
         } else if (chunk.name == "ID3 " || chunk.name == "id3 ") {
             AddID3(m_header, chunk.name, chunk.offset, chunk.bytes, m_builder);
         } else if (!DescribesSamples(chunk.name, true)) {
-            m_builder.AddOther(chunk.name, chunk.bytes);
+            AddOther(chunk);
+        }
+    }
+
+    // Chunks of WAVE count as what they are there.
+    void AddOther(const Chunk& chunk) {
+        const auto carried = FindCarried(m_header, m_list, chunk);
+        const Chunk& content = carried.has_value() ? *carried : chunk;
+        if (carried.has_value() && content.name == "bext" &&
+            !m_builder.metadata.broadcast.has_value()) {
+            AddBroadcast(content, StoredOrder::Little, m_builder);
+        } else {
+            m_builder.AddOther(content.name, content.bytes);
         }
     }
 
@@ -87,6 +101,7 @@ private:
     }
 
     const HeaderReader& m_header;
+    const ChunkList& m_list;
     MetadataBuilder& m_builder;
     std::map<std::uint32_t, std::string> m_notes; // by the number of their marker
 };

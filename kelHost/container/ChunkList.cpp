@@ -14,17 +14,6 @@ namespace kel::host {
 
 namespace {
 
-// Names in chunk headers are printable, but for the terminating zeros of a few.
-bool IsName(std::string_view name) {
-    constexpr char kLastPrintable = 0x7E;
-    const auto isPrintable = [](char character) {
-        return (character >= ' ' && character <= kLastPrintable) || character == '\xA9';
-    };
-    return isPrintable(name.front()) && std::all_of(name.begin(), name.end(), [&](char character) {
-               return character == '\0' || isPrintable(character);
-           });
-}
-
 // The sum; the largest number if it has more than 64 bits.
 std::uint64_t AddSizes(std::uint64_t first, std::uint64_t second) {
     constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
@@ -44,7 +33,7 @@ public:
     ChunkList Read() {
         std::uint64_t offset = kFirstChunk;
         m_list.isComplete = true;
-        while (offset + kChunkHeader <= m_list.fileBytes && IsName(m_header.Name(offset))) {
+        while (offset + kChunkHeader <= m_list.fileBytes && IsChunkName(m_header.Name(offset))) {
             if (m_list.chunks.size() == kMaxChunks) {
                 m_list.isComplete = false;
                 break;
@@ -77,9 +66,9 @@ private:
         }
         const bool isNameHere = offset + kChunkHeader <= m_list.fileBytes &&
                                 m_header.Name(offset).front() != '\0' &&
-                                IsName(m_header.Name(offset));
+                                IsChunkName(m_header.Name(offset));
         const bool isNameNext =
-            offset + 1 + kChunkHeader <= m_list.fileBytes && IsName(m_header.Name(offset + 1));
+            offset + 1 + kChunkHeader <= m_list.fileBytes && IsChunkName(m_header.Name(offset + 1));
         return isNameHere && !isNameNext ? offset : offset + 1;
     }
 
@@ -115,7 +104,7 @@ constexpr std::uint64_t kGUID = 16;
 bool IsChunkGUID(const HeaderReader& header, std::uint64_t offset) {
     constexpr std::uint64_t kEnd = 0x8ADB8E4FC000; // the last six bytes
     constexpr std::size_t kEndBytes = 6;
-    return IsName(header.Name(offset)) ||
+    return IsChunkName(header.Name(offset)) ||
            header.Number(offset + kGUID - kEndBytes, kEndBytes) == kEnd;
 }
 
@@ -174,6 +163,16 @@ std::string_view FormName(ChunkForm form) {
         break;
     }
     return "AIFF-C";
+}
+
+bool IsChunkName(std::string_view name) {
+    constexpr char kLastPrintable = 0x7E;
+    const auto isPrintable = [](char character) {
+        return (character >= ' ' && character <= kLastPrintable) || character == '\xA9';
+    };
+    return isPrintable(name.front()) && std::all_of(name.begin(), name.end(), [&](char character) {
+               return character == '\0' || isPrintable(character);
+           });
 }
 
 bool IsAIFF(ChunkForm form) {

@@ -29,6 +29,10 @@ std::string_view FormName(ChunkForm form);
 /// True for AIFF and AIFF-C.
 bool IsAIFF(ChunkForm form);
 
+/// True for four bytes that can be the name of a chunk: they are printable, but for the zeros at
+/// the end of a few.
+bool IsChunkName(std::string_view name);
+
 /// One chunk. In W64 the name is the first four bytes of the GUID.
 struct Chunk {
     std::string name;         ///< four bytes

@@ -1,6 +1,7 @@
 #include "container/MetadataChunks.h"
 
 #include "container/BroadcastChunk.h"
+#include "container/CarriedChunk.h"
 #include "container/CueChunks.h"
 #include "container/ID3Tag.h"
 #include "container/MarkerChunks.h"
@@ -143,6 +144,10 @@ std::vector<NewChunk> MakeAIFFChunks(const Metadata& metadata) {
         AddChunk(chunks, "COMT", FormatMarkerComments(points));
     }
     AddChunk(chunks, "ID3 ", FormatID3(others));
+    if (metadata.broadcast.has_value()) {
+        const std::string fields = FormatBroadcast(*metadata.broadcast, StoredOrder::Little);
+        AddChunk(chunks, kCarrier, CarriedHeader("bext", fields.size()) + fields);
+    }
     return chunks;
 }
 
@@ -163,8 +168,7 @@ std::vector<std::string> NotExpressible(const Metadata& metadata, ChunkForm form
     };
     const bool isAIFF = IsAIFF(form);
     if (metadata.broadcast.has_value()) {
-        addIf("bext", isAIFF);
-        addIf("ends of texts in bext", !isAIFF && !FitsIntoFields(*metadata.broadcast));
+        addIf("ends of texts in bext", !FitsIntoFields(*metadata.broadcast));
     }
     for (const Tag& tag : metadata.tags) {
         addIf(tag.name, !isAIFF && InfoId(tag.name).empty());

@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "base/Text.h"
+#include "container/CarriedChunk.h"
 #include "container/ChunkNames.h"
 #include "container/ChunkWriter.h"
 #include "container/CutPositions.h"
@@ -21,6 +22,7 @@
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -54,11 +56,6 @@ bool HasEndlessItem(std::string_view list) {
             std::min<std::uint64_t>(ChunkFileBytes(bytes), list.size() - offset));
     }
     return false;
-}
-
-bool IsPrintable(std::string_view name) {
-    return std::all_of(name.begin(), name.end(),
-                       [](char character) { return character >= ' ' && character <= '~'; });
 }
 
 // Calls the functions of a watch in any case.
@@ -110,19 +107,19 @@ public:
     Writing(const MetadataCopy& copy, const FileName& output, const CopiedSamples& samples,
             const ReadWatch& watch)
         : m_copy(copy), m_output(output), m_samples(samples), m_watch(watch),
-          m_adjustment(copy.m_toAIFF, samples.part) {}
+          m_ofAIFF(true, samples.part), m_ofWAVE(false, samples.part) {}
 
     MetadataReport Run(const Container& container) {
-        for (const Chunk& chunk : m_copy.m_chunks) {
-            if (m_adjustment.DefinesPoints(chunk.name)) {
-                m_adjustment.AddPoints(Load(chunk));
+        for (const SelectedChunk& chunk : m_copy.m_selection.chunks) {
+            if (AdjustmentOf(chunk).DefinesPoints(chunk.content.name)) {
+                AdjustmentOf(chunk).AddPoints(Load(chunk.content));
             }
         }
-        for (const Chunk& chunk : m_copy.m_chunks) {
+        for (const SelectedChunk& chunk : m_copy.m_selection.chunks) {
             Copy(chunk);
         }
-        if (m_copy.m_translated.has_value()) {
-            Translate(*m_copy.m_translated);
+        if (m_copy.m_selection.translated.has_value()) {
+            Translate(*m_copy.m_selection.translated);
         }
         MetadataReport report = Report(container);
         if (m_writer.has_value()) {
@@ -132,33 +129,64 @@ public:
     }
 
 private:
-    void Copy(const Chunk& chunk) {
-        if (m_samples.hasOtherChannels && DescribesChannels(chunk.name)) {
-            m_ofChannels.Add(TrimChunkName(chunk.name));
+    ChunkAdjustment& AdjustmentOf(const SelectedChunk& chunk) {
+        return chunk.isWAVE ? m_ofWAVE : m_ofAIFF;
+    }
+
+    void Copy(const SelectedChunk& chunk) {
+        const std::string& name = chunk.content.name;
+        if (m_samples.hasOtherChannels && DescribesChannels(name)) {
+            m_ofChannels.Add(TrimChunkName(name));
             return;
         }
-        if (chunk.name.size() > kNameBytes && HasEndlessItem(Load(chunk).value_or("LIST"))) {
-            m_damage.Add(TrimChunkName(chunk.name));
+        const bool isList = name.size() > kNameBytes;
+        if (isList && HasEndlessItem(Load(chunk.content).value_or("LIST"))) {
+            m_damage.Add(TrimChunkName(name));
             return;
         }
-        const bool isPositional = m_adjustment.Concerns(chunk.name);
-        if (!isPositional && chunk.name != "bext") {
-            Stream(chunk);
-            return;
-        }
-        auto content = Load(chunk);
+        const bool isPositional = AdjustmentOf(chunk).Concerns(name);
+        // A history that stays in AIFF stays as it is.
+        const bool getsHistoryLine =
+            name == "bext" && !(m_copy.m_selection.isFromAIFF && m_copy.m_toAIFF);
+        auto content =
+            isPositional || getsHistoryLine ? Load(chunk.content) : std::optional<std::string>();
         if (isPositional && content.has_value()) {
-            content = m_adjustment.Adjust(chunk.name, *content);
+            content = AdjustmentOf(chunk).Adjust(name, *content);
         }
         if (!content.has_value()) {
-            isPositional ? m_unadjusted.Add(TrimChunkName(chunk.name)) : Stream(chunk);
-        } else if (!content->empty() || chunk.bytes == 0) {
-            if (chunk.name == "bext") {
-                content = AddToCodingHistory(*std::move(content), CodingHistoryLine(m_samples));
-            }
-            Writer().Append({chunk.name.substr(0, kNameBytes), *content});
-            m_kept.Add(TrimChunkName(chunk.name));
+            isPositional ? m_unadjusted.Add(TrimChunkName(name)) : Stream(chunk);
+        } else if (!content->empty() || chunk.content.bytes == 0) {
+            Append(chunk, getsHistoryLine
+                              ? AddToCodingHistory(*content, CodingHistoryLine(m_samples))
+                              : *content);
         }
+    }
+
+    // Appends a chunk with other content.
+    void Append(const SelectedChunk& chunk, const std::string& content) {
+        Writer().Append({NameInOutput(chunk), Header(chunk, content.size()) + content});
+        m_kept.Add(TrimChunkName(chunk.content.name));
+    }
+
+    void Stream(const SelectedChunk& chunk) {
+        const std::string header = Header(chunk, chunk.content.bytes);
+        Writer().Append(NameInOutput(chunk), {0, header.size() + chunk.content.bytes},
+                        [&](std::uint64_t offset, std::size_t count) {
+                            return offset == 0
+                                       ? header + Read(chunk.content.offset, count - header.size())
+                                       : Read(chunk.content.offset + offset - header.size(), count);
+                        });
+        m_kept.Add(TrimChunkName(chunk.content.name));
+    }
+
+    std::string NameInOutput(const SelectedChunk& chunk) const {
+        return m_copy.HeaderBytes(chunk) == 0 ? chunk.content.name.substr(0, kNameBytes) : kCarrier;
+    }
+
+    std::string Header(const SelectedChunk& chunk, std::uint64_t bytes) const {
+        return m_copy.HeaderBytes(chunk) == 0
+                   ? ""
+                   : CarriedHeader(chunk.content.name.substr(0, kNameBytes), bytes);
     }
 
     void Translate(Metadata metadata) {
@@ -176,16 +204,16 @@ private:
         }
         for (const NewChunk& chunk : MakeChunks(metadata, m_copy.OutputForm())) {
             Writer().Append(chunk);
-            m_kept.Add(TrimChunkName(
-                chunk.name == "LIST" ? "LIST " + chunk.content.substr(0, kNameBytes) : chunk.name));
+            m_kept.Add(ShownName(chunk));
         }
     }
 
-    void Stream(const Chunk& chunk) {
-        Writer().Append(
-            chunk.name.substr(0, kNameBytes), {chunk.offset, chunk.bytes},
-            [this](std::uint64_t offset, std::size_t count) { return Read(offset, count); });
-        m_kept.Add(TrimChunkName(chunk.name));
+    static std::string ShownName(const NewChunk& chunk) {
+        if (chunk.name == "LIST") {
+            return TrimChunkName("LIST " + chunk.content.substr(0, kNameBytes));
+        }
+        return TrimChunkName(chunk.name == kCarrier ? chunk.content.substr(kNameBytes, kNameBytes)
+                                                    : chunk.name);
     }
 
     // The content of a chunk; none when it is too large to be a useful one.
@@ -204,23 +232,16 @@ private:
 
     MetadataReport Report(const Container& container) {
         Losses losses(m_copy.m_file.shown);
-        m_refused.Add(m_copy.m_refused);
+        m_refused.Add(m_copy.m_selection.refused);
         losses.Add(fmt::format(" in {}", container.title), m_refused.Names());
         UniqueNames truncated;
-        truncated.Add(m_copy.m_truncated);
+        truncated.Add(m_copy.m_selection.truncated);
         losses.Add(", because the file ends before them", truncated.Names());
         losses.Add(", because they describe all channels", m_ofChannels.Names());
         losses.Add(", because they cannot be adjusted to the range", m_unadjusted.Names());
         losses.Add(", because of damage", m_damage.Names());
         losses.Add(", because of damage", m_problems);
-        std::vector<std::string> outside;
-        if (m_translatedOutside > 0) {
-            outside.push_back(Count(m_translatedOutside, "cue point"));
-        }
-        for (const auto& [noun, number] : m_adjustment.Removed()) {
-            outside.push_back(Count(number, noun));
-        }
-        losses.Add(" outside of the range", outside);
+        losses.Add(" outside of the range", Outside());
         UniqueNames notPreserved;
         for (const UniqueNames* names : std::array<const UniqueNames*, 5>{
                  &m_refused, &truncated, &m_ofChannels, &m_unadjusted, &m_damage}) {
@@ -229,11 +250,28 @@ private:
         return {m_kept.Names(), notPreserved.Names(), losses.Warnings(), std::nullopt};
     }
 
+    // Points and loops that are not in the copied part.
+    std::vector<std::string> Outside() const {
+        std::map<std::string, std::uint64_t> removed = m_ofWAVE.Removed();
+        for (const auto& [noun, number] : m_ofAIFF.Removed()) {
+            removed[noun] += number;
+        }
+        if (m_translatedOutside > 0) {
+            removed["cue point"] += m_translatedOutside;
+        }
+        std::vector<std::string> counts;
+        for (const auto& [noun, number] : removed) {
+            counts.push_back(Count(number, noun));
+        }
+        return counts;
+    }
+
     const MetadataCopy& m_copy;
     const FileName& m_output;
     const CopiedSamples& m_samples;
     const ReadWatch& m_watch;
-    ChunkAdjustment m_adjustment;
+    ChunkAdjustment m_ofAIFF;            // its own chunks
+    ChunkAdjustment m_ofWAVE;            // carried ones, too
     std::optional<ChunkWriter> m_writer; // from the first chunk on
     UniqueNames m_kept;
     UniqueNames m_refused;
@@ -257,89 +295,29 @@ MetadataCopy::MetadataCopy(FileName file, const Container& container)
         throw JobError(m_file.shown, fmt::format("{}: {}", kFailure, std::strerror(errno)));
     }
     HeaderReader header(m_file, std::move(same), kFailure);
-    const auto list = ReadChunkList(header, input->bytes);
-    const bool isOneFamily = list.has_value() && IsAIFF(list->form) == m_toAIFF &&
-                             list->form != ChunkForm::RIFX; // its numbers are big-endian
-    if (isOneFamily) {
-        Select(*list);
-    } else {
-        m_translated = ReadMetadata(m_file);
-    }
-}
-
-void MetadataCopy::Select(const ChunkList& list) {
-    for (Chunk chunk : list.chunks) {
-        const auto name = NameInFamily(list, chunk);
-        chunk.name = name.has_value() ? *name : DescribeGUID(chunk);
-        if (DescribesSamples(chunk.name, m_toAIFF)) {
-            continue;
-        }
-        if (list.Present(chunk) < chunk.bytes) {
-            m_truncated.push_back(TrimChunkName(chunk.name));
-        } else if (name.has_value() && chunk.bytes <= kMaxChunkBytes) {
-            m_chunks.push_back(chunk);
-        } else {
-            m_refused.push_back(TrimChunkName(chunk.name));
-        }
-    }
-    if (!list.isComplete) {
-        m_refused.push_back(fmt::format("chunks after the first {}", kMaxChunks));
-    }
+    m_selection = SelectMetadata(m_file, header, input->bytes, m_toAIFF);
 }
 
 ChunkForm MetadataCopy::OutputForm() const {
     return m_toAIFF ? ChunkForm::AIFC : ChunkForm::RIFF;
 }
 
-// The GUID of a chunk of W64, before its size and its content.
-std::string MetadataCopy::ReadGUID(const Chunk& chunk) const {
-    constexpr std::uint64_t kToGUID = 24;
-    constexpr std::size_t kGUID = 16;
-    return ReadBytes(m_file, m_descriptor, chunk.offset - kToGUID, kGUID);
-}
-
-// The usual form; its first three numbers are little-endian.
-std::string MetadataCopy::DescribeGUID(const Chunk& chunk) const {
-    const std::string guid = ReadGUID(chunk);
-    const StoredBytes littleEndian(guid, StoredOrder::Little);
-    const StoredBytes bigEndian(guid, StoredOrder::Big);
-    return fmt::format("{:08X}-{:04X}-{:04X}-{:04X}-{:012X}", littleEndian.Number(0, 4),
-                       littleEndian.Number(4, 2), littleEndian.Number(6, 2), bigEndian.Number(8, 2),
-                       bigEndian.Number(10, 6));
-}
-
-// The name of a chunk, with the kind of a list. None for a chunk of W64 whose GUID has no name in
-// RIFF.
-std::optional<std::string> MetadataCopy::NameInFamily(const ChunkList& list,
-                                                      const Chunk& chunk) const {
-    std::string name = chunk.name;
-    if (list.form == ChunkForm::W64) {
-        // After the name; the second form is that of the chunks that RIFF began with.
-        constexpr std::string_view kUsual{"\xF3\xAC\xD3\x11\x8C\xD1\x00\xC0\x4F\x8E\xDB\x8A", 12};
-        constexpr std::string_view kOldest{"\x2E\x91\xCF\x11\xA5\xD6\x28\xDB\x04\xC1\x00\x00", 12};
-        const std::string rest = ReadGUID(chunk).substr(kNameBytes);
-        if (rest == kOldest && name == "list") {
-            name = "LIST";
-        } else if (rest != kUsual || !IsPrintable(name)) {
-            return std::nullopt;
-        }
-    }
-    if (name == "LIST" && list.Present(chunk) >= kNameBytes && !IsAIFF(list.form)) {
-        name += " " + ReadBytes(m_file, m_descriptor, chunk.offset, kNameBytes);
-    }
-    return name;
+// Bytes before the content of a chunk, within one of AIFF.
+std::uint64_t MetadataCopy::HeaderBytes(const SelectedChunk& chunk) const {
+    return m_toAIFF && chunk.isWAVE ? kCarriedHeader : 0;
 }
 
 std::uint64_t MetadataCopy::MaxBytes() const {
     std::uint64_t bytes = 1; // padding before them
-    if (m_translated.has_value()) {
-        bytes += m_translated->broadcast.has_value() ? kMaxHistoryLine : 0;
-        for (const NewChunk& chunk : MakeChunks(*m_translated, OutputForm())) {
+    if (m_selection.translated.has_value()) {
+        bytes += m_selection.translated->broadcast.has_value() ? kMaxHistoryLine : 0;
+        for (const NewChunk& chunk : MakeChunks(*m_selection.translated, OutputForm())) {
             bytes += ChunkFileBytes(chunk.content.size());
         }
     }
-    for (const Chunk& chunk : m_chunks) {
-        bytes += ChunkFileBytes(chunk.bytes) + (chunk.name == "bext" ? kMaxHistoryLine : 0);
+    for (const SelectedChunk& chunk : m_selection.chunks) {
+        bytes += ChunkFileBytes(HeaderBytes(chunk) + chunk.content.bytes) +
+                 (chunk.content.name == "bext" ? kMaxHistoryLine : 0);
     }
     return bytes == 1 ? 0 : bytes;
 }

@@ -7,7 +7,7 @@
 #include "container/ChunkAdjustment.h"
 #include "container/ChunkList.h"
 #include "container/ChunkWriter.h"
-#include "container/Metadata.h"
+#include "container/MetadataSelection.h"
 
 #include <cstdint>
 #include <functional>
@@ -43,8 +43,8 @@ struct ReadWatch {
 
 /// Copies the metadata of an input into a finished output. Chunks remain as they are, in their
 /// order, where both files belong to one family: WAVE, RF64, BW64 and W64, or AIFF and AIFF-C.
-/// Otherwise broadcast fields, tags and cue points are translated. Chunks that describe the layout
-/// of the samples, and padding, are not metadata.
+/// Otherwise tags and cue points are translated, and chunks of WAVE are carried in AIFF files.
+/// Chunks that describe the layout of the samples, and padding, are not metadata.
 class MetadataCopy {
 public:
     /// Reads the names and sizes of the chunks, or the metadata to translate.
@@ -66,19 +66,13 @@ public:
 private:
     class Writing;
 
-    void Select(const ChunkList& list);
     ChunkForm OutputForm() const;
-    std::string ReadGUID(const Chunk& chunk) const;
-    std::string DescribeGUID(const Chunk& chunk) const;
-    std::optional<std::string> NameInFamily(const ChunkList& list, const Chunk& chunk) const;
+    std::uint64_t HeaderBytes(const SelectedChunk& chunk) const;
 
     FileName m_file;
     bool m_toAIFF;
     Descriptor m_descriptor;
-    std::vector<Chunk> m_chunks;          // to copy; lists have their kind in the name: "LIST adtl"
-    std::vector<std::string> m_refused;   // names of chunks that the output cannot hold
-    std::vector<std::string> m_truncated; // names of chunks that end after the file
-    std::optional<Metadata> m_translated; // of an input of another family
+    MetadataSelection m_selection;
 };
 
 /// Returns the line that a conversion adds to a coding history (EBU R 98), without its end:

@@ -79,7 +79,7 @@ public:
 private:
     void Add(const Chunk& chunk) {
         if (chunk.name == "bext" && !m_builder.metadata.broadcast.has_value()) {
-            AddBroadcast(chunk);
+            AddBroadcast(chunk, m_order, m_builder);
         } else if (chunk.name == "cue " && m_builder.metadata.cuePoints.empty()) {
             AddCuePoints(chunk);
         } else if (chunk.name == "LIST" || chunk.name == "list") {
@@ -89,15 +89,6 @@ private:
         } else if (!DescribesSamples(chunk.name, false)) {
             m_builder.AddOther(chunk.name, chunk.bytes);
         }
-    }
-
-    void AddBroadcast(const Chunk& chunk) {
-        const std::string content = m_builder.Read("bext", chunk.offset, chunk.bytes);
-        if (chunk.bytes < kBroadcastBytes) {
-            m_builder.AddProblem(
-                fmt::format("bext has {} bytes and needs {}", chunk.bytes, kBroadcastBytes));
-        }
-        m_builder.metadata.broadcast = ParseBroadcast({content, m_order});
     }
 
     void AddCuePoints(const Chunk& chunk) {
@@ -167,6 +158,15 @@ private:
 };
 
 } // namespace
+
+void AddBroadcast(const Chunk& chunk, StoredOrder order, MetadataBuilder& builder) {
+    const std::string content = builder.Read("bext", chunk.offset, chunk.bytes);
+    if (chunk.bytes < kBroadcastBytes) {
+        builder.AddProblem(
+            fmt::format("bext has {} bytes and needs {}", chunk.bytes, kBroadcastBytes));
+    }
+    builder.metadata.broadcast = ParseBroadcast({content, order});
+}
 
 void AddRIFFMetadata(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder) {
     RIFFMetadataReader(header, list, builder);

@@ -4,6 +4,7 @@
 #include "container/ChunkList.h"
 #include "container/HeaderReader.h"
 #include "container/MetadataBuilder.h"
+#include "container/StoredBytes.h"
 
 namespace kel::host {
 
@@ -14,5 +15,9 @@ namespace kel::host {
 /// bext (EBU Tech 3285).
 /// @throws JobError when the file cannot be read
 void AddRIFFMetadata(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder);
+
+/// Adds the broadcast fields of a chunk "bext" (EBU Tech 3285).
+/// @throws JobError when the file cannot be read
+void AddBroadcast(const Chunk& chunk, StoredOrder order, MetadataBuilder& builder);
 
 } // namespace kel::host

@@ -43,6 +43,11 @@ std::string BigPadded(const std::string& name, const std::string& content) {
     return name + BigEndian(content.size(), 4) + content + Padding(content);
 }
 
+// A chunk of WAVE in an AIFF file.
+std::string Carried(const std::string& name, const std::string& content) {
+    return BigPadded("APPL", "kelW" + name + LittleEndian(content.size(), 4) + content);
+}
+
 constexpr int kChannels = 2;
 constexpr int kFrames = 10;
 constexpr int kSampleBytes = kChannels * kFrames * 2;
@@ -118,7 +123,8 @@ std::string After(const std::string& bytes) {
 
 // Outcome of a copy to check.
 struct Outcome {
-    std::string after; ///< chunks of the output after its samples
+    std::string bytes; ///< the output
+    std::string after; ///< its chunks after its samples
     json metadata;     ///< the JSON member
     json warnings;
 };
@@ -134,17 +140,22 @@ Outcome CopyBytes(const std::string& bytes, const std::string& input, const std:
         return {};
     }
     const json document = json::parse(result.out).at("results").at(0);
-    return {After(ReadFile(directory / output)), document.at("metadata"), document.at("warnings")};
+    const std::string copy = ReadFile(directory / output);
+    return {copy, After(copy), document.at("metadata"), document.at("warnings")};
 }
 
 json Metadata(const json& kept, const json& notPreserved = json::array()) {
     return {{"kept", kept}, {"not_preserved", notPreserved}};
 }
 
-// A broadcast chunk with a time reference.
+// The content of a broadcast chunk with a time reference.
+std::string BroadcastFields(std::uint64_t timeReference, const std::string& history) {
+    return std::string(338, 'b') + LittleEndian(timeReference, 8) + std::string(256, '\0') +
+           history;
+}
+
 std::string Broadcast(std::uint64_t timeReference, const std::string& history) {
-    return Padded("bext", std::string(338, 'b') + LittleEndian(timeReference, 8) +
-                              std::string(256, '\0') + history);
+    return Padded("bext", BroadcastFields(timeReference, history));
 }
 
 std::string CuePoint(std::uint64_t number, std::uint64_t frame) {
@@ -241,34 +252,38 @@ TEST(CopyMetadata, IsIgnoredOnRequest) {
 
 TEST(CopyMetadata, IsWarnedAboutInOneLine) {
     const TemporaryDirectory directory;
-    WriteFile(directory / "take.wav",
-              MakeWAVE(Padded("iXML", "a") + Padded("axml", "b"), Padded("iXML", "c")));
-    ExpectResult(RunKelhost(directory, {"copy", "take.wav", "copy.aiff", "--quiet"}), 0, "",
-                 "kelhost: warning: take.wav: not preserved in AIFF-C: iXML, axml\n");
+    WriteFile(directory / "take.aiff",
+              MakeAIFF(BigPadded("abcd", "a") + BigPadded("MIDI", "b"), BigPadded("abcd", "c")));
+    ExpectResult(RunKelhost(directory, {"copy", "take.aiff", "copy.wav", "--quiet"}), 0, "",
+                 "kelhost: warning: take.aiff: not preserved in extensible WAVE: abcd, MIDI\n");
 }
 
 TEST(CopyMetadata, IsTranslatedIntoAIFF) {
-    const std::string bytes =
-        MakeWAVE("", Broadcast(1000, "A=X\r\n") + Padded("LIST", "INFO" + Padded("INAM", "name")) +
-                         Padded("cue ", LittleEndian(2, 4) + CuePoint(1, 2) + CuePoint(2, 7)) +
-                         Padded("LIST", "adtl" + Padded("labl", LittleEndian(2, 4) + "end" +
-                                                                    std::string(1, '\0'))) +
-                         Padded("iXML", "a"));
+    const std::string region =
+        Padded("ltxt", LittleEndian(2, 4) + LittleEndian(1, 4) + "rgn " + std::string(8, '\0'));
+    const std::string bytes = MakeWAVE(
+        "", Padded("LIST", "INFO" + Padded("INAM", "name")) +
+                Padded("cue ", LittleEndian(2, 4) + CuePoint(1, 2) + CuePoint(2, 7)) +
+                Padded("LIST",
+                       "adtl" + Padded("labl", LittleEndian(2, 4) + "end" + std::string(1, '\0')) +
+                           region + Padded("file", std::string(8, 'f'))));
     const auto marker = [](int number, int frame, const std::string& text) {
         return BigEndian(static_cast<std::uint64_t>(number), 2) +
                BigEndian(static_cast<std::uint64_t>(frame), 4) + BigEndian(text.size(), 1) + text;
     };
+    const std::string loss =
+        "take.wav: not preserved in AIFF-C: lengths of regions, LIST adtl file";
     const Outcome whole = CopyBytes(bytes, "take.wav", "copy.aiff");
     EXPECT_EQ(whole.after, BigPadded("NAME", "name") +
                                BigPadded("MARK", BigEndian(2, 2) + marker(1, 2, "") +
                                                      std::string(1, '\0') + marker(2, 7, "end")));
-    EXPECT_EQ(whole.metadata, Metadata({"NAME", "MARK"}, {"bext", "iXML"}));
-    EXPECT_EQ(whole.warnings, json{"take.wav: not preserved in AIFF-C: bext, iXML"});
+    EXPECT_EQ(whole.metadata, Metadata({"NAME", "MARK"}, {"lengths of regions", "LIST adtl file"}));
+    EXPECT_EQ(whole.warnings, json{loss});
     const Outcome part = CopyBytes(bytes, "take.wav", "copy.aiff", {"--start", "3f"});
     EXPECT_EQ(part.after,
               BigPadded("NAME", "name") + BigPadded("MARK", BigEndian(1, 2) + marker(2, 4, "end")));
-    EXPECT_EQ(part.warnings, (json{"take.wav: not preserved in AIFF-C: bext, iXML",
-                                   "take.wav: not preserved outside of the range: 1 cue point"}));
+    EXPECT_EQ(part.warnings,
+              (json{loss, "take.wav: not preserved outside of the range: 1 cue point"}));
 }
 
 TEST(CopyMetadata, IsTranslatedIntoWAVE) {
@@ -299,13 +314,145 @@ TEST(CopyMetadata, IsTranslatedFromRIFX) {
         BigPadded("RIFX", "WAVE" + BigPadded("fmt ", format) +
                               BigPadded("data", std::string(kSampleBytes, 'x')) +
                               BigPadded("bext", broadcast));
-    const Outcome outcome =
-        CopyBytes(bytes, "take.wav", "copy.wav", {"--encoding", "int16", "--start", "3f"});
-    EXPECT_EQ(outcome.after,
-              Padded("bext", "take" + std::string(334, '\0') + LittleEndian(1003, 8) +
+    const std::string adjusted = "take" + std::string(334, '\0') + LittleEndian(1003, 8) +
                                  std::string(256, '\0') +
-                                 "A=X\r\nA=PCM,F=48000,W=16,M=stereo,T=kelhost\r\n"));
-    EXPECT_EQ(outcome.metadata, Metadata({"bext"}));
+                                 "A=X\r\nA=PCM,F=48000,W=16,M=stereo,T=kelhost\r\n";
+    for (const auto& [output, after] : std::vector<std::pair<std::string, std::string>>{
+             {"copy.wav", Padded("bext", adjusted)}, {"copy.aiff", Carried("bext", adjusted)}}) {
+        const Outcome outcome =
+            CopyBytes(bytes, "take.wav", output, {"--encoding", "int16", "--start", "3f"});
+        EXPECT_EQ(outcome.after, after);
+        EXPECT_EQ(outcome.metadata, Metadata({"bext"}));
+        EXPECT_EQ(outcome.warnings, json::array());
+    }
+}
+
+// One of the chunks is copied in pieces.
+TEST(CopyMetadata, OfWAVEIsCarriedThroughAIFF) {
+    const std::vector<std::pair<std::string, std::string>> contents{
+        {"bext", std::string(602, 'b')},
+        {"iXML", "<BWFXML/>"},
+        {"axml", std::string((3U << 19U) + 1, 'a')},
+        {"chna", std::string(4, '\0')},
+        {"cart", "c"},
+        {"LIST", "mine and yours"},
+        {"LIST", "?"},
+        {"smpl", std::string(36, '\0')},
+        {"inst", std::string(7, 'i')},
+        {"acid", std::string(24, 'a')},
+        {"umid", ""},
+        {"_PMX", "<x/>"},
+        {"APPL", "abcd"},
+        {"abcd", "?"}};
+    std::string chunks;
+    std::string carried;
+    for (const auto& [name, content] : contents) {
+        chunks += Padded(name, content);
+        carried += Carried(name, content);
+    }
+    const std::string info = Padded("LIST", "INFO" + Padded("INAM", "name" + std::string(1, '\0')));
+    json names{"bext", "iXML", "axml", "chna", "cart", "LIST mine", "LIST",
+               "smpl", "inst", "acid", "umid", "_PMX", "APPL",      "abcd"};
+    json namesInWAVE = names;
+    namesInWAVE.push_back("LIST INFO");
+    names.push_back("NAME");
+    for (const auto& [input, bytes] : std::vector<std::pair<std::string, std::string>>{
+             {"take.wav", MakeWAVE(kLayoutChunks + info, chunks)},
+             {"take.rf64", MakeRF64(chunks + info)}}) {
+        SCOPED_TRACE(input);
+        const Outcome there = CopyBytes(bytes, input, "there.aiff");
+        EXPECT_TRUE(there.after == carried + BigPadded("NAME", "name"));
+        EXPECT_EQ(there.metadata, Metadata(names));
+        EXPECT_EQ(there.warnings, json::array());
+        const Outcome again = CopyBytes(there.bytes, "there.aiff", "again.aiff");
+        EXPECT_TRUE(again.after == there.after);
+        EXPECT_EQ(again.metadata, Metadata(names));
+        EXPECT_EQ(again.warnings, json::array());
+        for (const std::string output : {"back.wav", "back.rf64"}) {
+            const Outcome back = CopyBytes(again.bytes, "again.aiff", output);
+            EXPECT_TRUE(back.after == chunks + info);
+            EXPECT_EQ(back.metadata, Metadata(namesInWAVE));
+            EXPECT_EQ(back.warnings, json::array());
+        }
+    }
+}
+
+TEST(CopyMetadata, MovesWithTheStartWhereItIsCarried) {
+    const auto sampler = [](std::uint64_t loop) {
+        return std::string(28, '\0') + LittleEndian(1, 4) + LittleEndian(0, 12) +
+               LittleEndian(loop, 4) + LittleEndian(loop + 1, 4) + LittleEndian(0, 8);
+    };
+    const std::string noLoop = std::string(28, '\0') + LittleEndian(0, 8);
+    const std::string line = "A=PCM,F=48000,W=16,M=stereo,T=kelhost\r\n";
+    const Outcome there =
+        CopyBytes(MakeWAVE("", Broadcast(1000, "A=X\r\n") + Padded("smpl", sampler(4)) +
+                                   Padded("plst", LittleEndian(0, 4))),
+                  "take.wav", "there.aiff", {"--start", "3f"});
+    EXPECT_EQ(there.after, Carried("bext", BroadcastFields(1003, "A=X\r\n" + line)) +
+                               Carried("smpl", sampler(1)));
+    EXPECT_EQ(there.warnings,
+              json{"take.wav: not preserved, because they cannot be adjusted to the range: plst"});
+    const json loss{"there.aiff: not preserved outside of the range: 1 loop"};
+    const Outcome again = CopyBytes(there.bytes, "there.aiff", "again.aiff", {"--start", "2f"});
+    EXPECT_EQ(again.after,
+              Carried("bext", BroadcastFields(1005, "A=X\r\n" + line)) + Carried("smpl", noLoop));
+    EXPECT_EQ(again.warnings, loss);
+    const Outcome back = CopyBytes(there.bytes, "there.aiff", "back.wav", {"--start", "2f"});
+    EXPECT_EQ(back.after, Broadcast(1005, "A=X\r\n" + line + line) + Padded("smpl", noLoop));
+    EXPECT_EQ(back.warnings, loss);
+}
+
+TEST(CopyMetadata, LosesWhatDescribesOtherChannelsWhereItIsCarried) {
+    const Arguments other{"--channels", "2,1"};
+    const std::string loss = ": not preserved, because they describe all channels: chna";
+    const std::string wave = MakeWAVE("", Padded("chna", "abcd") + Padded("iXML", "a"));
+    const Outcome there = CopyBytes(wave, "take.wav", "copy.aiff", other);
+    EXPECT_EQ(there.after, Carried("iXML", "a"));
+    EXPECT_EQ(there.warnings, json{"take.wav" + loss});
+    const std::string aiff = MakeAIFF("", Carried("chna", "abcd") + Carried("iXML", "a"));
+    EXPECT_EQ(CopyBytes(aiff, "take.aiff", "copy.aiff", other).after, Carried("iXML", "a"));
+    const Outcome back = CopyBytes(aiff, "take.aiff", "copy.wav", other);
+    EXPECT_EQ(back.after, Padded("iXML", "a"));
+    EXPECT_EQ(back.warnings, json{"take.aiff" + loss});
+}
+
+TEST(CopyMetadata, TakesOnlyCarriedChunksOutOfAIFF) {
+    const auto carrier = [](const std::string& signature, const std::string& name,
+                            std::uint64_t bytes, const std::string& content) {
+        return BigPadded("APPL", signature + name + LittleEndian(bytes, 4) + content);
+    };
+    for (const std::string& chunk :
+         {carrier("kelX", "iXML", 4, "abcd"), carrier("kelW", "iXML", 3, "abcd"),
+          carrier("kelW", "iXML", 5, "abcd"), carrier("kelW", "iXML", 0xFFFFFFFC, "abcd"),
+          BigPadded("APPL", "kelWiXML\1\1\1"), BigPadded("APPL", "kelW"),
+          carrier("kelW", "\1XML", 4, "abcd"), carrier("kelW", "data", 4, "abcd"),
+          carrier("kelW", "JUNK", 4, "abcd"), carrier("kelW", "cue ", 4, "abcd"),
+          carrier("kelW", "LIST", 4, "wavl"), carrier("kelW", "LIST", 4, "INFO")}) {
+        const std::string bytes = MakeAIFF("", chunk + Carried("iXML", "a"));
+        const Outcome wave = CopyBytes(bytes, "take.aiff", "copy.wav");
+        EXPECT_EQ(wave.after, Padded("iXML", "a"));
+        EXPECT_EQ(wave.metadata, Metadata({"iXML"}, {"APPL"}));
+        EXPECT_EQ(wave.warnings, json{"take.aiff: not preserved in extensible WAVE: APPL"});
+        const Outcome aiff = CopyBytes(bytes, "take.aiff", "copy.aiff");
+        EXPECT_EQ(aiff.after, chunk + Carried("iXML", "a"));
+        EXPECT_EQ(aiff.metadata, Metadata({"APPL", "iXML"}));
+    }
+}
+
+TEST(CopyMetadata, LosesACarriedChunkThatEndsAfterTheFile) {
+    std::string bytes = MakeAIFF("", Carried("cart", "c") + Carried("iXML", "abcdef"));
+    bytes.resize(bytes.size() - 2);
+    const std::string truncation =
+        "take.aiff: declares 142 bytes and contains 140; it is truncated after its samples";
+    const Outcome wave = CopyBytes(bytes, "take.aiff", "copy.wav", {"--allow-truncated"});
+    EXPECT_EQ(wave.after, Padded("cart", "c"));
+    EXPECT_EQ(wave.warnings,
+              (json{truncation, "take.aiff: not preserved in extensible WAVE: APPL"}));
+    const Outcome aiff = CopyBytes(bytes, "take.aiff", "copy.aiff", {"--allow-truncated"});
+    EXPECT_EQ(aiff.after, Carried("cart", "c"));
+    EXPECT_EQ(
+        aiff.warnings,
+        (json{truncation, "take.aiff: not preserved, because the file ends before them: APPL"}));
 }
 
 TEST(CopyMetadata, MovesWithTheStart) {
@@ -460,6 +607,10 @@ TEST(CopyMetadata, LosesAListWithoutAnEnd) {
     EXPECT_EQ(outcome.after, Padded("abcd", "a"));
     EXPECT_EQ(outcome.metadata, Metadata({"abcd"}, {"LIST INFO"}));
     EXPECT_EQ(outcome.warnings, json{"take.w64: not preserved, because of damage: LIST INFO"});
+    const Outcome carried =
+        CopyBytes(MakeAIFF("", Carried("LIST", "mine" + list.substr(4))), "take.aiff", "copy.wav");
+    EXPECT_EQ(carried.after, "");
+    EXPECT_EQ(carried.warnings, json{"take.aiff: not preserved, because of damage: LIST mine"});
 }
 
 TEST(CopyMetadata, IsReadBackWithinTheTimeLimit) {

@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace kel::test {
 
@@ -73,6 +76,31 @@ TEST(MetadataOfOtherTools, SurvivesWAVEAndRF64) {
               std::string::npos);
     ExpectSameTags(directory, "take.wav", "copy.rf64");
     ExpectSameTags(directory, "take.wav", "copy.wav");
+}
+
+// The fields of LIST INFO come back in another order.
+TEST(MetadataOfOtherTools, OfWAVESurvivesAIFF) {
+    const TemporaryDirectory directory;
+    WriteWithFields(directory, "take.wav",
+                    {"description=A take", "originator=Recorder", "originator_reference=Number 1",
+                     "origination_date=2026-11-22", "origination_time=10:11:12",
+                     "time_reference=4800000", "umid=0x" + std::string(128, 'A'), "title=Name",
+                     "artist=Player", "comment=Remark", "album=Record", "date=2026", "genre=Rock",
+                     "copyright=Owner", "track=3"});
+    CopyFile(directory, "take.wav", "copy.aiff");
+    CopyFile(directory, "copy.aiff", "copy.wav");
+    const auto sortedTags = [&](const std::string& file) {
+        std::istringstream report(ReportTags(directory, file, Tools::All));
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(report, line);) {
+            lines.push_back(line);
+        }
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    };
+    const std::vector<std::string> before = sortedTags("take.wav");
+    EXPECT_EQ(std::count(before.begin(), before.end(), "TAG:time_reference=4800000"), 1);
+    EXPECT_EQ(sortedTags("copy.wav"), before);
 }
 
 TEST(MetadataOfOtherTools, SurvivesAIFF) {

@@ -63,6 +63,21 @@ TEST(AIFFMetadata, NamesOtherChunksButNoneThatDescribesSamples) {
     EXPECT_EQ(DescribeAIFF(chunks), "INST of 4\nAPPL of 4\n");
 }
 
+TEST(AIFFMetadata, HasTheBroadcastFieldsOfACarriedChunk) {
+    const auto carried = [](const std::string& name, const std::string& content) {
+        return BigChunk("APPL", "kelW" + name + test::LittleEndian(content.size(), 4) + content);
+    };
+    const std::string fields = test::Field("A take", 338) + test::LittleEndian(48000, 8) +
+                               test::Field("", 256) + "A=PCM\r\n";
+    EXPECT_EQ(DescribeAIFF(carried("iXML", "<a/>") + carried("bext", fields) +
+                           carried("LIST", "mine") + carried("bext", "second") +
+                           BigChunk("APPL", "kelXbext" + test::LittleEndian(4, 4) + "text")),
+              "bext 0: A take|||||48000|||A=PCM\r\n\niXML of 4\nLIST mine of 4\nbext of 6\n"
+              "APPL of 16\n");
+    EXPECT_EQ(DescribeAIFF(carried("bext", "short")),
+              "bext 0: short|||||0|||\nproblem: bext has 5 bytes and needs 602\n");
+}
+
 TEST(AIFFMetadata, HasTheTextsOfAnID3Tag) {
     const std::string frame = "TALB" + BigEndian(4, 4) + BigEndian(0, 2) + "\3Alb";
     EXPECT_EQ(DescribeAIFF(BigChunk("ID3 ", "ID3\3" + std::string(2, '\0') +

@@ -112,6 +112,14 @@ TEST(MetadataChunks, HaveTextsThatAreNotASCIIInAnID3TagToo) {
     EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
 }
 
+TEST(MetadataChunks, CarryBroadcastFieldsInAIFFFiles) {
+    Metadata metadata;
+    metadata.broadcast = MakeMetadata().broadcast;
+    EXPECT_EQ(Names(MakeChunks(metadata, ChunkForm::AIFC)), std::vector<std::string>{"APPL"});
+    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFC), test::Describe(metadata));
+    EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFC), std::vector<std::string>());
+}
+
 TEST(MetadataChunks, KeepGenresThatLookLikeNumbers) {
     Metadata metadata;
     metadata.tags = {{"genre", "(17)(18)"}, {"genre", "17"}};
@@ -161,8 +169,9 @@ TEST(MetadataChunks, NameWhatAIFFDoesNotHave) {
     metadata.cuePoints[0].label = std::string(254, 'x') + "\xC3\xA9";
     metadata.cuePoints[1].note = std::string(65536, 'n');
     EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFF),
-              (std::vector<std::string>{"bext", "lengths of regions", "ends of long labels",
+              (std::vector<std::string>{"lengths of regions", "ends of long labels",
                                         "ends of long notes"}));
+    metadata.broadcast.reset();
     EXPECT_EQ(
         RoundTrip(metadata, ChunkForm::AIFF),
         "title=A title\nartist=Me\ntrack=3\nieng=You\ncue 2 at 4000+0: " + std::string(254, 'x') +
