@@ -8,12 +8,12 @@
 #include "container/CutPositions.h"
 #include "container/FileBytes.h"
 #include "container/HeaderReader.h"
+#include "container/LossWarnings.h"
 #include "container/MetadataChunks.h"
 #include "container/StoredBytes.h"
 #include "container/UniqueNames.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <array>
@@ -68,35 +68,6 @@ public:
 
 private:
     const ReadWatch& m_watch;
-};
-
-// What is not preserved, by reason.
-class Losses {
-public:
-    explicit Losses(const std::string& file) : m_file(file) {}
-
-    // The reason follows "not preserved".
-    void Add(const std::string& reason, const std::vector<std::string>& names) {
-        if (!names.empty()) {
-            m_warnings.push_back(
-                fmt::format("{}: not preserved{}: {}", m_file, reason, List(names)));
-        }
-    }
-
-    std::vector<std::string> Warnings() { return std::move(m_warnings); }
-
-private:
-    static std::string List(const std::vector<std::string>& names) {
-        constexpr std::size_t kMaxShown = 20;
-        const std::size_t shown = std::min(names.size(), kMaxShown);
-        const auto last = names.begin() + static_cast<std::ptrdiff_t>(shown);
-        return fmt::format("{}{}", fmt::join(names.begin(), last, ", "),
-                           shown < names.size() ? fmt::format(" and {} more", names.size() - shown)
-                                                : "");
-    }
-
-    const std::string& m_file;
-    std::vector<std::string> m_warnings;
 };
 
 } // namespace
@@ -231,7 +202,7 @@ private:
     ChunkWriter& Writer() { return m_writer.has_value() ? *m_writer : m_writer.emplace(m_output); }
 
     MetadataReport Report(const Container& container) {
-        Losses losses(m_copy.m_file.shown);
+        LossWarnings losses(m_copy.m_file.shown);
         m_refused.Add(m_copy.m_selection.refused);
         losses.Add(fmt::format(" in {}", container.title), m_refused.Names());
         UniqueNames truncated;
@@ -247,7 +218,7 @@ private:
                  &m_refused, &truncated, &m_ofChannels, &m_unadjusted, &m_damage}) {
             notPreserved.Add(names->Names());
         }
-        return {m_kept.Names(), notPreserved.Names(), losses.Warnings(), std::nullopt};
+        return {m_kept.Names(), notPreserved.Names(), std::move(losses.warnings), std::nullopt};
     }
 
     // Points and loops that are not in the copied part.
