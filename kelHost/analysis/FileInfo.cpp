@@ -81,12 +81,16 @@ FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request,
         info.metadata = info.bytes.has_value() ? ReadMetadata(file) : Metadata();
     }
     reporter.Opened();
-    if (request.checksum || request.measure) {
-        Warnings warnings(reporter);
+    const bool readsSamples = request.checksum || request.measure;
+    Warnings warnings(reporter);
+    // Without reading samples, a wrong header is a fact and no failure.
+    if (readsSamples || !source.Header().has_value()) {
         warnings.Add(source.CheckHeader(policy));
-        ReadSamples(source, request, policy, log, reporter, warnings, info);
-        info.warnings = warnings.Texts();
     }
+    if (readsSamples) {
+        ReadSamples(source, request, policy, log, reporter, warnings, info);
+    }
+    info.warnings = warnings.Texts();
     return info;
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "container/HeaderReader.h"
+#include "container/MPEGStream.h"
 #include "container/StoredBytes.h"
 
 #include <fmt/format.h>
@@ -13,8 +14,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <limits>
 #include <linux/fs.h>
+#include <numeric>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/types.h>
@@ -169,9 +172,8 @@ private:
 // Copies bytes between two files.
 class ByteCopier {
 public:
-    ByteCopier(const FileName& file, int from, int to, std::string directory, std::uint64_t needed)
-        : m_file(file), m_from(from), m_to(to), m_directory(std::move(directory)),
-          m_needed(needed) {}
+    ByteCopier(const FileName& file, int from, int to, std::string failure, std::uint64_t needed)
+        : m_file(file), m_from(from), m_to(to), m_failure(std::move(failure)), m_needed(needed) {}
 
     void Write(const std::string& bytes, std::uint64_t offset) const {
         for (std::size_t written = 0; written < bytes.size();) {
@@ -276,15 +278,14 @@ private:
     [[noreturn]] void Fail() const {
         const int cause = errno;
         throw JobError(m_file.shown,
-                       fmt::format("cannot make the copy for --repair in {}: {}; set TMPDIR to a "
-                                   "directory with {} bytes of space",
-                                   m_directory, std::strerror(cause), m_needed));
+                       fmt::format("{}: {}; set TMPDIR to a directory with {} bytes of space",
+                                   m_failure, std::strerror(cause), m_needed));
     }
 
     const FileName& m_file;
     int m_from;
     int m_to;
-    std::string m_directory;
+    std::string m_failure; // the beginning of an error
     std::uint64_t m_needed;
 };
 
@@ -297,6 +298,48 @@ std::vector<SamplePart> WholeFrames(const InputHeader& header) {
     return parts;
 }
 
+std::uint64_t BytesIn(const std::vector<SamplePart>& parts) {
+    return std::accumulate(
+        parts.begin(), parts.end(), std::uint64_t{0},
+        [](std::uint64_t sum, const SamplePart& part) { return sum + part.bytes; });
+}
+
+Descriptor OpenInput(const FileName& file) {
+    auto input = OpenRegularFile(file.path);
+    if (!input.has_value()) {
+        throw JobError(file.shown, fmt::format("{}: {}", kCannotRead, std::strerror(errno)));
+    }
+    return std::move(input->descriptor);
+}
+
+struct CopyContent {
+    std::string failure; // the beginning of an error
+    std::string header;
+    std::vector<SamplePart> parts;
+    std::uint64_t padding = 0; // bytes
+};
+
+RepairedCopy MakeCopy(const FileName& file, const CopyContent& content, const StepRunner& run) {
+    constexpr std::uint64_t kStep = std::uint64_t{64} << 20U;
+    const Descriptor input = OpenInput(file);
+    const std::string directory = TemporaryDirectory();
+    const std::uint64_t size = content.header.size() + BytesIn(content.parts) + content.padding;
+    RepairedCopy copy{OpenUnnamed(directory)};
+    const ByteCopier copier(file, input.Number(), copy.descriptor.Number(),
+                            content.failure + directory, size);
+    copier.SetSize(size);
+    copier.Write(content.header, 0);
+    std::uint64_t to = content.header.size();
+    for (const SamplePart& part : content.parts) {
+        for (std::uint64_t done = 0; done < part.bytes; done += kStep) {
+            const std::uint64_t bytes = std::min(kStep, part.bytes - done);
+            run([&] { copier.Copy(part.offset + done, to + done, bytes); });
+        }
+        to += part.bytes;
+    }
+    return copy;
+}
+
 } // namespace
 
 std::string RepairedCopy::Path() const {
@@ -305,34 +348,22 @@ std::string RepairedCopy::Path() const {
 
 RepairedCopy MakeRepairedCopy(const FileName& file, const InputHeader& header,
                               const StepRunner& run) {
-    constexpr std::uint64_t kStep = std::uint64_t{64} << 20U;
-    auto input = OpenRegularFile(file.path);
-    if (!input.has_value()) {
-        throw JobError(file.shown, fmt::format("{}: {}", kCannotRead, std::strerror(errno)));
-    }
-    const int from = input->descriptor.Number();
-    HeaderReader reader(file, std::move(input->descriptor), kCannotRead);
+    HeaderReader reader(file, OpenInput(file), kCannotRead);
     const std::vector<SamplePart> parts = WholeFrames(header);
-    std::uint64_t sampleBytes = 0;
-    for (const SamplePart& part : parts) {
-        sampleBytes += part.bytes;
-    }
-    const std::string text = HeaderWriter(file, header, reader).Make(sampleBytes);
-    const std::string directory = TemporaryDirectory();
-    const std::uint64_t size = text.size() + sampleBytes + sampleBytes % 2;
-    RepairedCopy copy{OpenUnnamed(directory)};
-    const ByteCopier copier(file, from, copy.descriptor.Number(), directory, size);
-    copier.SetSize(size);
-    copier.Write(text, 0);
-    std::uint64_t to = text.size();
-    for (const SamplePart& part : parts) {
-        for (std::uint64_t done = 0; done < part.bytes; done += kStep) {
-            const std::uint64_t bytes = std::min(kStep, part.bytes - done);
-            run([&] { copier.Copy(part.offset + done, to + done, bytes); });
-        }
-        to += part.bytes;
-    }
-    return copy;
+    const std::string text = HeaderWriter(file, header, reader).Make(BytesIn(parts));
+    return MakeCopy(
+        file, {"cannot make the copy for --repair in ", text, parts, BytesIn(parts) % 2}, run);
+}
+
+RepairedCopy MakeCountedCopy(const FileName& file, const MPEGStream& stream,
+                             const StepRunner& run) {
+    const auto runHere = [](const std::function<void()>& step) {
+        step();
+    };
+    return MakeCopy(
+        file,
+        {"cannot make a copy that declares its length in ", stream.MakeInfoFrame(), stream.parts},
+        run ? run : runHere);
 }
 
 } // namespace kel::host

@@ -4,14 +4,13 @@
 #include "base/Descriptor.h"
 #include "base/FileName.h"
 #include "container/InputHeader.h"
+#include "container/StepRunner.h"
 
-#include <functional>
 #include <string>
 
 namespace kel::host {
 
-/// Runs the steps of long work, one by one.
-using StepRunner = std::function<void(const std::function<void()>& step)>;
+struct MPEGStream;
 
 /// A file without a name, in the temporary directory. It exists as long as this object.
 struct RepairedCopy {
@@ -31,5 +30,10 @@ struct RepairedCopy {
 /// temporary directory (TMPDIR, else /tmp) has no room
 RepairedCopy MakeRepairedCopy(const FileName& file, const InputHeader& header,
                               const StepRunner& run);
+
+/// Writes the frames of an MPEG stream after one that declares their number.
+/// @param run runs the steps of the copying, each of at most 64 MiB; empty: they are run here
+/// @throws JobError when the file cannot be read, or the temporary directory has no room
+RepairedCopy MakeCountedCopy(const FileName& file, const MPEGStream& stream, const StepRunner& run);
 
 } // namespace kel::host

@@ -1,7 +1,9 @@
 #include "elements/SourceReader.h"
 
 #include "base/Errors.h"
+#include "base/Text.h"
 #include "container/ChannelOrder.h"
+#include "container/MPEGStream.h"
 
 #include <IAudioParameters_PCM.h>
 #include <IChannelInfo.h>
@@ -92,6 +94,34 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
     if (repair.isAllowed && !misreading.empty()) {
         Release();
         OpenRepaired(file, misreading, repair);
+    }
+    if (!m_header.has_value()) {
+        CountMPEGFrames(file, repair.run);
+    }
+}
+
+// Sources end at the number of frames that they declare, and libraries estimate a number that an
+// MPEG stream does not contain: much too low a number at a variable bit rate.
+void SourceReader::CountMPEGFrames(const FileName& file, const StepRunner& run) {
+    const auto stream = ReadMPEGStream(file, run);
+    if (!stream.has_value() || !stream->IsLongerThan(m_limits.duration)) {
+        return;
+    }
+    Release();
+    m_repaired = MakeCountedCopy(file, *stream, run);
+    m_countReason = stream->Describe();
+    const FileName copy(m_repaired->Path(), m_shownName);
+    SetFilePath(*m_recipe.settings, copy.path);
+    OpenSource(copy, std::nullopt);
+    constexpr std::int64_t kDecoderDelay = 529;
+    if (m_limits.duration > stream->Samples() ||
+        m_limits.duration < stream->Samples() - kDecoderDelay) {
+        throw JobError(m_shownName,
+                       fmt::format("cannot read all samples: its {} are {}, and the source "
+                                   "declares {}",
+                                   Count(stream->frames, "MPEG frame"),
+                                   Count(static_cast<std::uint64_t>(stream->Samples()), "frame"),
+                                   m_limits.duration));
     }
 }
 
@@ -193,6 +223,9 @@ std::string SourceReader::Misreading() const {
 
 std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) const {
     std::vector<std::string> warnings;
+    if (!m_countReason.empty()) {
+        warnings.push_back(m_shownName + ": " + m_countReason);
+    }
     if (!m_header.has_value()) {
         return warnings;
     }

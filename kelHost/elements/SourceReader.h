@@ -28,7 +28,8 @@ struct Repair {
     StepRunner run; ///< see MakeRepairedCopy
 };
 
-/// An open source. Releases it at the end, unless Release was called. One thread at a time.
+/// An open source. MPEG streams that do not declare all of their frames are read through a copy
+/// that does. Releases it at the end, unless Release was called. One thread at a time.
 class SourceReader {
 public:
     /// Creates the first registered source for the type of a file, and opens the file.
@@ -58,7 +59,7 @@ public:
     /// The file or the source, as the user knows it.
     const std::string& ShownName() const { return m_shownName; }
 
-    /// The file that the source reads: the input, or its repaired copy.
+    /// The file that the source reads: the input, or a copy with a right header.
     FileName File() const {
         return {m_repaired.has_value() ? m_repaired->Path() : m_path, m_shownName};
     }
@@ -131,6 +132,7 @@ private:
     void OpenFile(const FileName& file, const Repair& repair);
     void OpenSource(const FileName& file, const std::optional<SampleLayout>& declared);
     void OpenRepaired(const FileName& file, const std::string& reason, const Repair& repair);
+    void CountMPEGFrames(const FileName& file, const StepRunner& run);
     std::string Misreading() const;
     OpeningFacts Facts(const OpenPositions& before) const;
 
@@ -140,6 +142,7 @@ private:
     std::optional<FileState> m_state; // of a file, before it was opened
     std::optional<RepairedCopy> m_repaired;
     std::string m_repairReason; // empty: not repaired
+    std::string m_countReason;  // why MPEG frames were counted; empty: they were not
     std::uint32_t m_blockFrames = 0;
     ElementRecipe m_recipe;
     std::shared_ptr<IAudioSource> m_element;
