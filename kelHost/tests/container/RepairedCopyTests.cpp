@@ -1,5 +1,7 @@
 #include "container/RepairedCopy.h"
 
+#include "base/Errors.h"
+
 #include "AudioFiles.h"
 #include "HeaderFiles.h"
 
@@ -41,6 +43,42 @@ TEST(RepairedCopy, OfRF64HasItsSamplesAtTheSamePlaceOfABlock) {
     EXPECT_EQ(test::ReadFile(copy.Path()).substr(80), test::MakeSamples());
 }
 
+TEST(RepairedCopy, HasNoPartOfAFrame) {
+    const test::TemporaryDirectory directory;
+    test::WriteFile(directory / "take", test::MakeWave(0, 0) + "x");
+    EXPECT_EQ(test::ReadFile(Repair(directory / "take").Path()), test::MakeWave({}, {}));
+}
+
+// No chunk fits into the four bytes by which the new header is shorter in its last block.
+TEST(RepairedCopy, FillsAGapThatIsTooSmallForAChunk) {
+    const test::TemporaryDirectory directory;
+    std::string bytes = test::MakeWave(0, 0);
+    test::WriteFile(directory / "take",
+                    bytes.insert(12, test::Chunk("JUNK", std::string(4092, '\0'))));
+    const RepairedCopy copy = Repair(directory / "take");
+    EXPECT_EQ(ReadInputHeader(FileName(copy.Path())).value().Layout().value().first, 4144U);
+}
+
+// Larger samples than these containers can declare.
+TEST(RepairedCopy, IsRefusedWhereItsContainerIsTooSmall) {
+    const test::TemporaryDirectory directory;
+    const std::string path = directory / "take";
+    const auto refusal = [&](const std::string& bytes) -> std::string {
+        test::WriteFile(path, bytes);
+        std::filesystem::resize_file(path, (std::uint64_t{1} << 32U) + 1000);
+        try {
+            Repair(path);
+            return "";
+        } catch (const JobError& error) {
+            return error.what();
+        }
+    };
+    const std::string start = "cannot be repaired: its samples are too large for ";
+    EXPECT_EQ(refusal(test::MakeAIFF(0, 0, 0)), start + "AIFF");
+    EXPECT_EQ(refusal(test::MakeAU(0)), start + "AU");
+    EXPECT_EQ(refusal(test::MakeWave(0, 0, "", "RIFX")), start + "RIFX");
+}
+
 namespace {
 
 class LargeCopy : public testing::TestWithParam<std::uint64_t> {};
@@ -60,6 +98,7 @@ TEST_P(LargeCopy, IsRF64AndKeepsHoles) {
     const RepairedCopy copy = Repair(path);
     const auto repaired = ReadInputHeader(FileName(copy.Path())).value();
     EXPECT_EQ(repaired.container, "RF64");
+    EXPECT_EQ(repaired.parts.front().offset % 4096, header.size()) << "blocks can be shared";
     EXPECT_EQ(repaired.SampleBytes(), kBytes);
     EXPECT_EQ(DescribeCounts(repaired.truncation.value_or(Truncation{})),
               "declares 0 bytes and contains 0");
