@@ -46,6 +46,10 @@ TEST(FileState, DescribesChanges) {
                                       fs::last_write_time(path) + std::chrono::nanoseconds(1));
               }),
               "was written to");
+    EXPECT_EQ(Change([](const std::string& path) {
+                  fs::last_write_time(path, fs::last_write_time(path) + std::chrono::seconds(1));
+              }),
+              "was written to");
 }
 
 TEST(FileState, OfPipesAndDirectoriesDoesNotChange) {

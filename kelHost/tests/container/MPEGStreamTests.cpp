@@ -79,8 +79,9 @@ std::vector<Stream> Streams() {
         {"GarbageBetween", ten + std::string(7777, 'x') + kFrame + kFrame,
          "does not declare its length: 12 MPEG frames were counted; 7777 bytes between or after "
          "them are skipped"},
-        {"HeaderInGarbageBetween", ten + "xx" + kHeader + std::string(30, 'x') + kFrame + kFrame,
-         "does not declare its length: 12 MPEG frames were counted; 36 bytes between or after them "
+        {"HeaderInGarbageBetween",
+         ten + "xx" + "\xFF\xFB\xE0\x64" + std::string(30, 'x') + Repeat(kFrame, 4),
+         "does not declare its length: 14 MPEG frames were counted; 36 bytes between or after them "
          "are skipped"},
         {"OneByteBetween", ten + "x" + kFrame + kFrame,
          "does not declare its length: 12 MPEG frames were counted; 1 byte between or after them "
