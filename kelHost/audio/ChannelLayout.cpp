@@ -87,20 +87,12 @@ LoudnessWeight WeightOf(Mask speaker, Mask mask) {
     return (speaker & surrounds) != 0 ? LoudnessWeight::Surround : LoudnessWeight::Full;
 }
 
-std::vector<LoudnessWeight> DefaultWeights(std::uint32_t channels) {
-    constexpr LoudnessWeight kNone = LoudnessWeight::None;
-    constexpr LoudnessWeight kFull = LoudnessWeight::Full;
-    constexpr LoudnessWeight kSurround = LoudnessWeight::Surround;
-    constexpr std::uint32_t kQuad = 4;
-    constexpr std::uint32_t kFive = 5;
-    std::vector<LoudnessWeight> weights{kFull, kFull, kFull, kNone, kSurround, kSurround};
-    if (channels == kQuad) {
-        weights = {kFull, kFull, kSurround, kSurround};
-    } else if (channels == kFive) {
-        weights = {kFull, kFull, kFull, kSurround, kSurround};
-    }
-    weights.resize(channels, kNone);
-    return weights;
+// The masks of WAVE files with 1 to 8 channels that are usually meant where there is no mask.
+constexpr std::array<Mask, 8> kUsualMasks{0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x70F, 0x63F};
+
+// Returns 0 where more channels than those have no usual order.
+Mask UsualMask(std::uint32_t channels) {
+    return channels > 0 && channels <= kUsualMasks.size() ? kUsualMasks.at(channels - 1) : 0;
 }
 
 } // namespace
@@ -127,10 +119,9 @@ std::string DescribeLayout(std::uint32_t channels, std::optional<std::uint32_t> 
 
 std::vector<LoudnessWeight> LoudnessWeights(std::uint32_t channels,
                                             std::optional<std::uint32_t> mask) {
-    if (mask.value_or(0) == 0) {
-        return DefaultWeights(channels);
-    }
-    const std::vector<Mask> speakers = Speakers(channels, *mask);
+    const Mask declared = mask.value_or(0);
+    const std::vector<Mask> speakers =
+        Speakers(channels, declared != 0 ? declared : UsualMask(channels));
     Mask used = 0;
     for (const Mask speaker : speakers) {
         used |= speaker;

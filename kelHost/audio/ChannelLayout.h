@@ -25,9 +25,9 @@ enum class LoudnessWeight {
     Surround, ///< 1.41: speakers at 60 to 120 degrees to the side, at the height of the ears
 };
 
-/// Returns the weight of each channel, in the order of the bits. Without a mask, channels are left,
-/// right, centre, low frequencies, left and right surround; four are left, right and the surrounds,
-/// five are the six without low frequencies. Others have none.
+/// Returns the weight of each channel, in the order of the bits. Without a mask, up to eight
+/// channels have the usual speakers of WAVE: mono, stereo, 3.0, quad, 5.0, 5.1, 6.1, 7.1. More than
+/// eight have none, and no weight.
 /// @param mask as for DescribeLayout
 std::vector<LoudnessWeight> LoudnessWeights(std::uint32_t channels,
                                             std::optional<std::uint32_t> mask);

@@ -99,10 +99,14 @@ TEST(LoudnessWeights, AreNoneForChannelsWithoutASpeaker) {
 
 TEST(LoudnessWeights, WithoutAMaskAreThoseOfTheNumberOfChannels) {
     EXPECT_EQ(Weights(1, std::nullopt), "1");
+    EXPECT_EQ(Weights(2, std::nullopt), "11");
     EXPECT_EQ(Weights(3, 0), "111");
     EXPECT_EQ(Weights(4, std::nullopt), "11SS");
     EXPECT_EQ(Weights(5, std::nullopt), "111SS");
-    EXPECT_EQ(Weights(8, 0), "111-SS--");
+    EXPECT_EQ(Weights(6, std::nullopt), "111-SS");
+    EXPECT_EQ(Weights(7, std::nullopt), "111-1SS");
+    EXPECT_EQ(Weights(8, 0), "111-11SS");
+    EXPECT_EQ(Weights(9, std::nullopt), "---------");
 }
 
 } // namespace kel::host
