@@ -3,7 +3,9 @@
 
 #include <nlohmann/json_fwd.hpp>
 
+#include <ostream>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -16,5 +18,11 @@ nlohmann::json ParseJSON(const std::string& text);
 /// Returns a document as a line of text: its kind, "kelhost.KIND", its version, and its members.
 /// docs/json.md lists the kinds and their members.
 std::string FormatDocument(const std::string& kind, nlohmann::json members);
+
+/// Writes the same document, with another member: an array. It is not built in memory.
+/// @param array name of the array
+/// @param items texts that DumpJSON returned
+void WriteDocument(std::ostream& out, const std::string& kind, nlohmann::json members,
+                   const std::string& array, const std::vector<std::string>& items);
 
 } // namespace kel::host

@@ -88,8 +88,8 @@ public:
         RequestFields(m_fields, request);
         JobRunner runner(common, streams.err);
         for (const std::string& file : m_files) {
-            runner.Add(file, "", [=, policy = m_policy](const HostLogger& log, Reporter& reporter) {
-                return Inspect(file, request, policy, form, log, reporter);
+            runner.Add(file, "", [&, file](const HostLogger& log, Reporter& reporter) {
+                return Inspect(file, request, m_policy, form, m_fields, log, reporter);
             });
         }
         std::vector<std::string> texts;
@@ -103,8 +103,8 @@ public:
             ShowDetails(texts, streams.out);
             break;
         case InfoForm::Document:
-            streams.out << FormatDocument(
-                "info", {{"files", runner.Results()}, {"failures", runner.Failures()}});
+            WriteDocument(streams.out, "info", {{"failures", runner.Failures()}}, "files",
+                          runner.Documents());
             break;
         case InfoForm::Fields:
         case InfoForm::CSV:
@@ -129,7 +129,8 @@ private:
     }
 
     static JobResult Inspect(const std::string& file, const InfoRequest& request,
-                             const InputPolicy& policy, InfoForm form, const HostLogger& log,
+                             const InputPolicy& policy, InfoForm form,
+                             const std::vector<std::string>& fields, const HostLogger& log,
                              Reporter& reporter) {
         const FileInfo info = ReadFileInfo(file, request, policy, log, reporter);
         JobResult result;
@@ -137,8 +138,10 @@ private:
             result.output = FormatRow(info);
         } else if (form == InfoForm::Details) {
             result.output = FormatDetails(info);
-        } else {
+        } else if (form == InfoForm::Document) {
             result.document = DumpJSON(info);
+        } else {
+            result.document = DumpJSON(MembersOf(info, fields));
         }
         return result;
     }
@@ -155,7 +158,8 @@ private:
             out << FormatCSVLine(m_fields);
         }
         std::size_t failed = 0;
-        for (const json& file : runner.Results()) {
+        for (const std::string& document : runner.Documents()) {
+            const json file = ParseJSON(document);
             std::vector<json> values(m_fields.size());
             try {
                 std::transform(m_fields.begin(), m_fields.end(), values.begin(),

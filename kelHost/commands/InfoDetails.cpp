@@ -25,21 +25,28 @@ std::string Line(std::string_view name, std::string_view text) {
     return fmt::format("{:<19}  {}\n", name, text);
 }
 
-// A text of a file in as many lines as it has; nothing for an empty one.
-std::string TextLines(std::string_view name, const std::string& text) {
-    std::string lines;
-    std::istringstream stream(text);
+// Adds a text of a file in as many lines as it has; nothing for an empty one.
+void AddTextLines(std::string_view name, const std::string& value, std::string& text) {
+    std::istringstream stream(value);
     for (std::string line; std::getline(stream, line);) {
         if (!line.empty() && line.back() == '\r') {
             line.pop_back();
         }
-        lines += Line(lines.empty() ? name : "", Escape(line));
+        text += line.empty() && name.empty() ? "\n" : Line(name, Escape(line));
+        name = "";
     }
-    return lines;
 }
 
-std::string Section(std::string_view title, const std::string& lines) {
-    return lines.empty() ? "" : fmt::format("\n{}\n{}", title, lines);
+// Adds a section, unless it has no lines. It is not built elsewhere: it may be large.
+template <typename AddLines>
+void AddSection(std::string_view title, const AddLines& addLines, std::string& text) {
+    const std::size_t start = text.size();
+    text += fmt::format("\n{}\n", title);
+    const std::size_t empty = text.size();
+    addLines();
+    if (text.size() == empty) {
+        text.resize(start);
+    }
 }
 
 std::string FormatFacts(const FileInfo& info) {
@@ -71,24 +78,22 @@ std::string FormatLoudness(const BroadcastLoudness& loudness) {
            LoudnessLine("Maximum short-term", loudness.shortTerm, "LUFS");
 }
 
-std::string FormatBroadcast(const Broadcast& broadcast, std::uint32_t rate) {
-    const std::string time = FormatPosition(broadcast.timeReference, rate);
-    return TextLines("Description", broadcast.description) +
-           TextLines("Originator", broadcast.originator) +
-           TextLines("Reference", broadcast.originatorReference) +
-           TextLines("Date", broadcast.date) + TextLines("Time", broadcast.time) +
-           Line("Time reference",
-                fmt::format("{}, {}", Count(broadcast.timeReference, "frame"), time)) +
-           (broadcast.loudness.has_value() ? FormatLoudness(*broadcast.loudness) : "") +
-           TextLines("Coding history", broadcast.codingHistory);
+void AddBroadcast(const Broadcast& broadcast, std::uint32_t rate, std::string& text) {
+    AddTextLines("Description", broadcast.description, text);
+    AddTextLines("Originator", broadcast.originator, text);
+    AddTextLines("Reference", broadcast.originatorReference, text);
+    AddTextLines("Date", broadcast.date, text);
+    AddTextLines("Time", broadcast.time, text);
+    text += Line("Time reference", fmt::format("{}, {}", Count(broadcast.timeReference, "frame"),
+                                               FormatPosition(broadcast.timeReference, rate)));
+    text += broadcast.loudness.has_value() ? FormatLoudness(*broadcast.loudness) : "";
+    AddTextLines("Coding history", broadcast.codingHistory, text);
 }
 
-std::string FormatTags(const std::vector<Tag>& tags) {
-    std::string lines;
+void AddTags(const std::vector<Tag>& tags, std::string& text) {
     for (const Tag& tag : tags) {
-        lines += TextLines(Escape(tag.name), tag.value);
+        AddTextLines(Escape(tag.name), tag.value, text);
     }
-    return lines;
 }
 
 // Shortens a label for a table: its rows are as wide as the longest one.
@@ -162,18 +167,28 @@ std::string FormatProblems(const std::vector<std::string>& problems) {
     return lines;
 }
 
+void AddMetadata(const Metadata& metadata, std::uint32_t rate, std::string& text) {
+    if (metadata.broadcast.has_value()) {
+        AddSection(
+            "Broadcast", [&] { AddBroadcast(*metadata.broadcast, rate, text); }, text);
+    }
+    AddSection(
+        "Tags", [&] { AddTags(metadata.tags, text); }, text);
+    AddSection(
+        "Cue points", [&] { text += FormatCuePoints(metadata.cuePoints, rate); }, text);
+    AddSection(
+        "Other chunks", [&] { text += FormatOthers(metadata.others); }, text);
+    AddSection(
+        "Problems", [&] { text += FormatProblems(metadata.problems); }, text);
+}
+
 } // namespace
 
 std::string FormatDetails(const FileInfo& info) {
-    const Metadata metadata = info.metadata.value_or(Metadata());
     std::string text = FormatFacts(info);
-    if (metadata.broadcast.has_value()) {
-        text += Section("Broadcast", FormatBroadcast(*metadata.broadcast, info.rate));
+    if (info.metadata.has_value()) {
+        AddMetadata(*info.metadata, info.rate, text);
     }
-    text += Section("Tags", FormatTags(metadata.tags)) +
-            Section("Cue points", FormatCuePoints(metadata.cuePoints, info.rate)) +
-            Section("Other chunks", FormatOthers(metadata.others)) +
-            Section("Problems", FormatProblems(metadata.problems));
     if (info.measurement.has_value()) {
         text += "\n" + FormatMeasurement(*info.measurement);
     }

@@ -15,6 +15,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -182,6 +183,17 @@ void RequestFields(const std::vector<std::string>& fields, InfoRequest& request)
         request.checksum = request.checksum || field == "md5";
         request.metadata = request.metadata || IsMetadata(field);
     }
+}
+
+json MembersOf(json file, const std::vector<std::string>& fields) {
+    json members{{"file", file.at("file")}};
+    for (const std::string& field : fields) {
+        const std::string member = field.substr(0, field.find('.'));
+        if (!members.contains(member)) {
+            members[member] = std::move(file.at(member));
+        }
+    }
+    return members;
 }
 
 json FieldOf(const json& file, const std::string& field) {

@@ -22,6 +22,11 @@ std::vector<std::string> CSVFields(const InfoRequest& request);
 /// Requests what the fields need.
 void RequestFields(const std::vector<std::string>& fields, InfoRequest& request);
 
+/// Returns the members that contain the fields, and the name of the file. The others need not be
+/// sent to the host.
+/// @param file a result of info
+nlohmann::json MembersOf(nlohmann::json file, const std::vector<std::string>& fields);
+
 /// Returns the value of a field: null where the file does not have it, as for a tag.
 /// @param file a result of info
 /// @throws JobError when it is one of an item, such as a channel, that the file does not have

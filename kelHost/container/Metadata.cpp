@@ -103,6 +103,7 @@ Metadata ReadMetadata(const FileName& file) {
     } else {
         AddOtherMetadata(file, header, input->bytes, builder);
     }
+    builder.LimitCuePoints();
     return std::move(builder.metadata);
 }
 

@@ -27,6 +27,15 @@ std::string MetadataBuilder::Read(const std::string& name, std::uint64_t offset,
     return m_header.Bytes(offset, static_cast<std::size_t>(read));
 }
 
+std::string MetadataBuilder::Keep(std::string text) {
+    if (text.size() > m_textLeft) {
+        AddProblem(fmt::format("there are more than {} bytes of text", kMaxTextBytes));
+        text = LimitText(text, m_textLeft);
+    }
+    m_textLeft -= text.size();
+    return text;
+}
+
 void MetadataBuilder::AddTag(const std::string& name, std::string value) {
     const auto isSame = [&](const Tag& tag) {
         return tag.name == name && tag.value == value;
@@ -38,7 +47,11 @@ void MetadataBuilder::AddTag(const std::string& name, std::string value) {
     if (tags.size() == kMaxTags) {
         AddProblem(fmt::format("there are more than {} tags", kMaxTags));
     } else if (std::none_of(tags.begin(), tags.end(), isSame)) {
-        tags.push_back({name, std::move(value)});
+        std::string keptName = Keep(name);
+        std::string keptValue = Keep(std::move(value));
+        if (!keptValue.empty()) {
+            tags.push_back({std::move(keptName), std::move(keptValue)});
+        }
     }
 }
 
@@ -55,6 +68,19 @@ void MetadataBuilder::AddProblem(const std::string& problem) {
     if (problems.size() < kMaxProblems &&
         std::find(problems.begin(), problems.end(), problem) == problems.end()) {
         problems.push_back(problem);
+    }
+}
+
+void MetadataBuilder::LimitCuePoints() {
+    auto& points = metadata.cuePoints;
+    if (points.size() > kMaxCuePoints) {
+        AddProblem(fmt::format("there are more than {} cue points", kMaxCuePoints));
+        points.resize(kMaxCuePoints);
+        points.shrink_to_fit();
+    }
+    for (CuePoint& point : points) {
+        point.label = Keep(std::move(point.label));
+        point.note = Keep(std::move(point.note));
     }
 }
 

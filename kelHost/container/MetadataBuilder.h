@@ -16,6 +16,8 @@ inline constexpr std::uint64_t kMaxPartBytes = std::uint64_t{1} << 20U;
 inline constexpr std::uint64_t kMaxMetadataBytes = std::uint64_t{4} << 20U;
 inline constexpr std::size_t kMaxTags = 4096;
 inline constexpr std::size_t kMaxOthers = 4096;
+inline constexpr std::size_t kMaxCuePoints = 8192;
+inline constexpr std::size_t kMaxTextBytes = std::size_t{512} << 10U; // of all texts together
 inline constexpr std::size_t kMaxProblems = 64;
 
 /// Reads parts of a file and collects their metadata.
@@ -32,6 +34,9 @@ public:
     /// @throws JobError when the file cannot be read
     std::string Read(const std::string& name, std::uint64_t offset, std::uint64_t bytes);
 
+    /// Returns a text, or its beginning when the texts of the file have too many bytes.
+    std::string Keep(std::string text);
+
     /// Adds a tag, unless it has no value, or is there already.
     void AddTag(const std::string& name, std::string value);
 
@@ -41,6 +46,9 @@ public:
 
     void AddProblem(const std::string& problem);
 
+    /// Leaves out cue points beyond the limit, and texts of cue points beyond theirs.
+    void LimitCuePoints();
+
     /// Metadata collected so far.
     Metadata metadata;
 
@@ -48,6 +56,7 @@ private:
     const HeaderReader& m_header;
     std::uint64_t m_fileBytes;
     std::uint64_t m_left = kMaxMetadataBytes;
+    std::size_t m_textLeft = kMaxTextBytes;
 };
 
 /// Returns the name of a part for users: without spaces at its end.

@@ -165,7 +165,9 @@ void AddBroadcast(const Chunk& chunk, StoredOrder order, MetadataBuilder& builde
         builder.AddProblem(
             fmt::format("bext has {} bytes and needs {}", chunk.bytes, kBroadcastBytes));
     }
-    builder.metadata.broadcast = ParseBroadcast({content, order});
+    Broadcast broadcast = ParseBroadcast({content, order});
+    broadcast.codingHistory = builder.Keep(std::move(broadcast.codingHistory));
+    builder.metadata.broadcast = std::move(broadcast);
 }
 
 void AddRIFFMetadata(const HeaderReader& header, const ChunkList& list, MetadataBuilder& builder) {

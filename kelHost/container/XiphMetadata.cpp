@@ -82,7 +82,7 @@ public:
             }
             piece = static_cast<unsigned char>(m_pieces[m_piece++]);
             bytes += piece;
-            if (packet.size() < kMaxMetadataBytes) {
+            if (packet.size() < kMaxPartBytes) {
                 packet += m_header.Bytes(m_offset, static_cast<std::size_t>(piece));
             }
             m_offset += piece;

@@ -21,6 +21,9 @@ constexpr std::uint32_t kMark = 0x4B656C1D;
 // More than any result has. A larger size would make the host wait for bytes that never come.
 constexpr std::uint32_t kMaxContent = 256U << 20U;
 
+constexpr std::size_t kHeader = 2 * sizeof(std::uint32_t);     // the mark and the size
+constexpr std::size_t kMinContent = sizeof(std::uint32_t) + 1; // the job and the kind
+
 constexpr std::array<std::size_t, 7> kFields{1, 0, 3, 1, 3, 3, 2}; // of each kind
 
 void AppendNumber(std::string& bytes, std::size_t value) {
@@ -60,22 +63,24 @@ void RequireFieldsOf(const WorkerMessage& message) {
 // The mark, the size of what follows, the number of the job, the kind, and each field after its
 // size.
 std::string Encode(const WorkerMessage& message) {
-    std::string content;
-    AppendNumber(content, message.job);
-    content += static_cast<char>(message.kind);
+    std::size_t size = kMinContent;
     for (const std::string& field : message.fields) {
-        AppendNumber(content, field.size());
-        content += field;
+        size += sizeof(std::uint32_t) + field.size();
     }
     std::string bytes;
+    bytes.reserve(kHeader + size);
     AppendNumber(bytes, kMark);
-    AppendNumber(bytes, content.size());
-    return bytes + content;
+    AppendNumber(bytes, size);
+    AppendNumber(bytes, message.job);
+    bytes += static_cast<char>(message.kind);
+    for (const std::string& field : message.fields) {
+        AppendNumber(bytes, field.size());
+        bytes += field;
+    }
+    return bytes;
 }
 
 std::optional<WorkerMessage> TakeMessage(std::string& received) {
-    constexpr std::size_t kHeader = 2 * sizeof(std::uint32_t);
-    constexpr std::size_t kMinContent = sizeof(std::uint32_t) + 1;
     if (received.size() < kHeader) {
         return std::nullopt;
     }
@@ -85,6 +90,7 @@ std::optional<WorkerMessage> TakeMessage(std::string& received) {
     Require(size >= kMinContent && size <= kMaxContent);
     const std::size_t end = kHeader + size;
     if (received.size() < end) {
+        received.reserve(end);
         return std::nullopt;
     }
     WorkerMessage message;
@@ -100,6 +106,7 @@ std::optional<WorkerMessage> TakeMessage(std::string& received) {
     }
     RequireFieldsOf(message);
     received.erase(0, end);
+    received.shrink_to_fit(); // results may be large
     return message;
 }
 

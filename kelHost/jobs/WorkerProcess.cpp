@@ -80,9 +80,12 @@ Ending Failure(const ErrorText& error) {
 
 Ending RunOne(const Job& job, Reporter& reporter) {
     try {
-        const JobResult result = job.run(reporter);
-        return {result.isSkipped ? Kind::Skipped : Kind::Result,
-                {result.document, result.output, result.report}};
+        JobResult result = job.run(reporter);
+        Ending ending{result.isSkipped ? Kind::Skipped : Kind::Result, {}};
+        for (std::string* field : {&result.document, &result.output, &result.report}) {
+            ending.fields.push_back(std::move(*field)); // they may be large
+        }
+        return ending;
     } catch (const std::exception& error) {
         return Failure(DescribeError(error, job.file));
     } catch (...) {

@@ -116,7 +116,7 @@ TEST(Metadata, OfOggAreReadUpToALimit) {
     }
     EXPECT_EQ(DescribeFile(file + OggPage(1, "end")),
               "title=T\nproblem: a header of the stream has 4616778 bytes and only the first "
-              "4194495 are read\n");
+              "1048815 are read\n");
 }
 
 TEST(Metadata, OfOggAreInItsFirstPages) {

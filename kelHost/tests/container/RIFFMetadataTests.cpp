@@ -149,9 +149,10 @@ TEST(RIFFMetadata, NamesOtherChunksButNoPaddingAndNoneThatDescribesSamples) {
 TEST(RIFFMetadata, IsReadUpToALimit) {
     const std::string large(kMaxPartBytes, 'x');
     EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + test::Chunk("INAM", large))),
-              "title=" + large.substr(12) +
+              "title=" + large.substr(0, kMaxTextBytes - 5) +
                   "\nproblem: LIST INFO has 1048588 bytes; only the first 1048576 are read\n"
-                  "problem: INAM in LIST INFO declares 1048576 bytes and has 1048564\n");
+                  "problem: INAM in LIST INFO declares 1048576 bytes and has 1048564\n"
+                  "problem: there are more than 524288 bytes of text\n");
     std::string others;
     for (std::size_t i = 0; i <= kMaxOthers; ++i) {
         others += test::Chunk("abcd", "");
@@ -172,11 +173,44 @@ TEST(RIFFMetadata, IsReadUpToALimit) {
               expected + "problem: there are more than 4096 tags\n");
     std::string lists;
     for (std::uint64_t read = 0; read <= kMaxMetadataBytes; read += kMaxPartBytes) {
-        lists += test::Chunk("LIST", "INFO" + test::Chunk("INAM", large.substr(12)));
+        lists += test::Chunk(
+            "LIST", "INFO" + test::Chunk("INAM", "T" + std::string(large.size() - 13, '\0')));
     }
     EXPECT_EQ(DescribeWAVE(lists),
-              "title=" + large.substr(12) +
-                  "\nproblem: LIST INFO has 1048576 bytes; only the first 0 are read\n");
+              "title=T\nproblem: LIST INFO has 1048576 bytes; only the first 0 are read\n");
+}
+
+TEST(RIFFMetadata, HasALimitedNumberOfCuePoints) {
+    const auto cue = [](std::uint32_t count) {
+        std::string points = LittleEndian(count, 4);
+        for (std::uint32_t i = 0; i < count; ++i) {
+            points += CuePointBytes(i, i);
+        }
+        return test::Chunk("cue ", points);
+    };
+    std::string expected;
+    for (std::size_t i = 0; i < kMaxCuePoints; ++i) {
+        expected += "cue " + std::to_string(i) + " at " + std::to_string(i) + "+0: |\n";
+    }
+    EXPECT_EQ(DescribeWAVE(cue(kMaxCuePoints)), expected);
+    EXPECT_EQ(DescribeWAVE(cue(kMaxCuePoints + 1)),
+              expected + "problem: there are more than 8192 cue points\n");
+}
+
+TEST(RIFFMetadata, HasALimitedAmountOfTextOfAllKinds) {
+    // With the name of the tag, all bytes but those of a history of four and a label of three.
+    const std::string tag(kMaxTextBytes - 12, 'x');
+    const std::string chunks = test::Chunk("LIST", "INFO" + test::Chunk("INAM", tag)) +
+                               test::Chunk("bext", std::string(602, '\0') + "A=PC") +
+                               test::Chunk("cue ", LittleEndian(1, 4) + CuePointBytes(1, 9));
+    const auto label = [](const std::string& text) {
+        return test::Chunk("LIST", "adtl" + test::Chunk("labl", LittleEndian(1, 4) + text));
+    };
+    const std::string before = "bext 0: |||||0|||A=PC\ntitle=" + tag + "\ncue 1 at 9+0: ";
+    EXPECT_EQ(DescribeWAVE(chunks + label("abc")), before + "abc|\n");
+    // A character is not cut in two.
+    EXPECT_EQ(DescribeWAVE(chunks + label("ab\xC3\xA9")),
+              before + "ab|\nproblem: there are more than 524288 bytes of text\n");
 }
 
 TEST(RIFFMetadata, NotesThatThereAreTooManyChunks) {
