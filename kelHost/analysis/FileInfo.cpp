@@ -74,14 +74,18 @@ FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request,
     if (source.Header().has_value()) {
         info.truncated = source.Header()->truncation;
     }
-    if (info.bytes.has_value()) { // opening a pipe again would take its content
+    if (source.Header().has_value() && source.Header()->stored.has_value()) {
+        info.format = source.Header()->stored;
+    } else if (info.bytes.has_value()) { // opening a pipe again would take its content
         info.format = FindStoredFormat(file);
     }
     if (request.metadata) {
         info.metadata = info.bytes.has_value() ? ReadMetadata(file) : Metadata();
     }
-    reporter.Opened();
     const bool readsSamples = request.checksum || request.measure;
+    if (readsSamples) {
+        reporter.Opened();
+    }
     Warnings warnings(reporter);
     // Without reading samples, a wrong header is a fact and no failure.
     if (readsSamples || !source.Header().has_value()) {

@@ -24,6 +24,7 @@ namespace kel::host {
 namespace {
 
 constexpr std::uint64_t kHeaderBytes = 65536; // that are read at both ends
+constexpr std::uint64_t kFirstBytes = 4096;   // that are read of every file
 // Of all other chunks. Some files contain pictures, and reading takes time.
 constexpr std::uint64_t kMaxSkimmedBytes = std::uint64_t{16} << 20U;
 
@@ -34,12 +35,21 @@ bool HasSamples(const Chunk& chunk) {
     return chunk.name == "data" || chunk.name == "SSND";
 }
 
+// The header of a file without a layout may be anywhere.
+void SkimEnds(const HeaderReader& header, std::uint64_t fileBytes) {
+    header.Skim(0, kHeaderBytes);
+    if (fileBytes > kHeaderBytes) {
+        const std::uint64_t end = std::min(fileBytes - kHeaderBytes, kHeaderBytes);
+        header.Skim(fileBytes - end, end);
+    }
+}
+
 void SkimOtherChunks(const HeaderReader& header, const ChunkList& list) {
     std::uint64_t left = kMaxSkimmedBytes;
     for (const Chunk& chunk : list.chunks) {
         // The beginning of the file was read before.
-        const bool isRead = chunk.bytes <= kHeaderBytes &&
-                            chunk.offset + chunk.bytes <= std::min(list.fileBytes, kHeaderBytes);
+        const bool isRead = chunk.bytes <= kFirstBytes &&
+                            chunk.offset + chunk.bytes <= std::min(list.fileBytes, kFirstBytes);
         if (!HasSamples(chunk) && !isRead) {
             const std::uint64_t bytes = std::min(chunk.bytes, left);
             header.Skim(chunk.offset, bytes);
@@ -359,17 +369,17 @@ std::optional<InputHeader> ReadInputHeader(const FileName& file) {
         return std::nullopt;
     }
     HeaderReader header(file, std::move(input->descriptor), "cannot read its header");
-    if (input->bytes > kHeaderBytes) {
-        const std::uint64_t end = std::min(input->bytes - kHeaderBytes, kHeaderBytes);
-        header.Skim(input->bytes - end, end);
-    }
-    header.Skim(0, kHeaderBytes);
     auto chunks = ReadChunkList(header, input->bytes);
-    if (!chunks.has_value()) {
-        return JudgeAU(header, input->bytes);
+    auto result =
+        chunks.has_value() ? ChunkJudge(header, *chunks).Run() : JudgeAU(header, input->bytes);
+    if (!result.has_value() || !result->Layout().has_value()) {
+        SkimEnds(header, input->bytes);
     }
-    SkimOtherChunks(header, *chunks);
-    return ChunkJudge(header, std::move(*chunks)).Run();
+    if (chunks.has_value()) {
+        result->stored = ReadLinearFormat(header, *chunks);
+        SkimOtherChunks(header, *chunks);
+    }
+    return result;
 }
 
 } // namespace kel::host

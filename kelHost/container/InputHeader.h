@@ -5,6 +5,7 @@
 #include "base/FileName.h"
 #include "container/ChunkList.h"
 #include "container/FormatChunk.h"
+#include "container/StoredFormat.h"
 
 #include <cstdint>
 #include <optional>
@@ -47,6 +48,7 @@ struct InputHeader {
     bool declaresNone = false;         ///< the declared size is 0, and samples follow
     std::uint64_t trailingBytes = 0;   ///< chunks that follow samples of unknown size
     std::optional<Truncation> truncation;
+    std::optional<StoredFormat> stored; ///< of linear samples; missing where it needs libsndfile
 
     /// Bytes of samples that the file has.
     std::uint64_t SampleBytes() const;
@@ -69,10 +71,11 @@ struct InputHeader {
 /// Returns both counts in words: "declares 48000 frames and contains 12000".
 std::string DescribeCounts(const Truncation& truncation);
 
-/// Reads and judges the header of a file of chunks (see ChunkList.h) or of AU. Of every file, the
-/// parts that can contain a header are read: its beginning and its end. A library may take bytes
-/// that it cannot read for zeros; here that is an error. Files that cannot be opened, and those
-/// that are not regular files, are left to the source.
+/// Reads and judges the header of a file of chunks (see ChunkList.h) or of AU. All
+/// chunks but those of samples are read; of files without a layout, the beginning and the end,
+/// which can contain a header. A library may take bytes that it cannot read for zeros; here that is
+/// an error. Files that cannot be opened, and those that are not regular files, are left to the
+/// source.
 ///
 /// A size of the samples that reaches beyond the end of the file means truncation, except sizes
 /// that programs write when they cannot go back to the header: 0, 0x7F000000, 0x7FFFF000,

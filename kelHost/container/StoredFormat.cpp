@@ -213,16 +213,14 @@ StoredFormat FormatOf(const FileName& path, const SoundFile& file) {
 }
 
 // The format of a file with chunks and samples that are not compressed; none for others.
-std::optional<StoredFormat> ReadLinearFormat(const FileName& file) {
+std::optional<StoredFormat> LinearFormatOf(const FileName& file) {
     auto input = OpenRegularFile(file.path);
     if (!input.has_value()) {
         return std::nullopt;
     }
     HeaderReader header(file, std::move(input->descriptor), kCannotReadHeader);
     const auto chunks = ReadChunkList(header, input->bytes);
-    const bool isLinear = chunks.has_value() && (chunks->Find("CHAN") == nullptr ||
-                                                 SpeakerBitmap(header, *chunks).has_value());
-    return isLinear ? LinearFormat(header, *chunks) : std::nullopt;
+    return chunks.has_value() ? ReadLinearFormat(header, *chunks) : std::nullopt;
 }
 
 } // namespace
@@ -232,8 +230,14 @@ std::string Describe(const StoredFormat& format) {
                                       : fmt::format("{} {}", format.container, format.encoding);
 }
 
+std::optional<StoredFormat> ReadLinearFormat(const HeaderReader& header, const ChunkList& chunks) {
+    const bool isLinear =
+        chunks.Find("CHAN") == nullptr || SpeakerBitmap(header, chunks).has_value();
+    return isLinear ? LinearFormat(header, chunks) : std::nullopt;
+}
+
 StoredFormat ReadStoredFormat(const FileName& file) {
-    if (auto linear = ReadLinearFormat(file); linear.has_value()) {
+    if (auto linear = LinearFormatOf(file); linear.has_value()) {
         return *std::move(linear);
     }
     const SoundFile opened(file);
@@ -249,7 +253,7 @@ std::optional<StoredFormat> FindStoredFormat(const FileName& file) {
     if (!std::filesystem::is_regular_file(file.path, error)) {
         return std::nullopt;
     }
-    if (auto linear = ReadLinearFormat(file); linear.has_value()) {
+    if (auto linear = LinearFormatOf(file); linear.has_value()) {
         return linear;
     }
     const SoundFile opened(file);

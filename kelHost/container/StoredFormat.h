@@ -3,6 +3,8 @@
 #pragma once
 
 #include "base/FileName.h"
+#include "container/ChunkList.h"
+#include "container/HeaderReader.h"
 
 #include <cstdint>
 #include <optional>
@@ -33,6 +35,10 @@ struct StoredFormat {
 
 /// Returns the format in words: "WAVE 24-bit integer", "FLAC 16-bit", "MP3".
 std::string Describe(const StoredFormat& format);
+
+/// Returns the format of a file with chunks and samples that are not compressed; none for others.
+/// @throws JobError when the file cannot be read
+std::optional<StoredFormat> ReadLinearFormat(const HeaderReader& header, const ChunkList& chunks);
 
 /// Reads the format of a file: by its header, or by asking libsndfile.
 /// @throws JobError when it cannot be opened or read

@@ -230,8 +230,7 @@ private:
 
     void Receive(std::size_t index) {
         Worker& worker = m_workers[index];
-        std::array<char, 65536> bytes{};
-        const ssize_t count = read(worker.messages.Number(), bytes.data(), bytes.size());
+        const ssize_t count = read(worker.messages.Number(), m_buffer.data(), m_buffer.size());
         if (count < 0 && errno == EINTR) {
             return;
         }
@@ -243,8 +242,8 @@ private:
             worker.failure =
                 fmt::format("cannot receive from a worker process: {}", std::strerror(errno));
         } else {
+            worker.received.append(m_buffer.data(), static_cast<std::size_t>(count));
             ReceivePrinted(worker); // it was printed before the messages were sent
-            worker.received.append(bytes.data(), static_cast<std::size_t>(count));
             HandleReceived(worker);
         }
         LoseIfBroken(index);
@@ -253,14 +252,14 @@ private:
     void HandleReceived(Worker& worker) {
         try {
             while (worker.failure.empty()) {
-                const auto message = TakeMessage(worker.received);
+                auto message = TakeMessage(worker.received);
                 if (!message.has_value()) {
                     return;
                 }
                 if (!worker.job.has_value() || message->job != *worker.job) {
                     throw InvalidMessage();
                 }
-                Handle(worker, *message);
+                Handle(worker, *std::move(message));
             }
         } catch (const InvalidMessage&) {
             worker.failure = "cannot understand a message of a worker process: the plug-in wrote "
@@ -268,9 +267,9 @@ private:
         }
     }
 
-    void Handle(Worker& worker, const WorkerMessage& message) {
+    void Handle(Worker& worker, WorkerMessage message) {
         const std::size_t job = *worker.job;
-        const std::vector<std::string>& fields = message.fields;
+        std::vector<std::string>& fields = message.fields;
         switch (message.kind) {
         case Kind::Opening:
             worker.opening = fields[0];
@@ -292,8 +291,10 @@ private:
         case Kind::Skipped:
             EndLine(worker);
             GiveJob(worker);
-            Finish(job,
-                   {true, {fields[0], fields[1], fields[2], message.kind == Kind::Skipped}, {}});
+            Finish(job, {true,
+                         {std::move(fields[0]), std::move(fields[1]), std::move(fields[2]),
+                          message.kind == Kind::Skipped},
+                         {}});
             break;
         case Kind::Error:
             EndLine(worker);
@@ -306,16 +307,15 @@ private:
     // Receives what libraries have printed, of a worker that prints for ever only some.
     void ReceivePrinted(Worker& worker) {
         constexpr int kMaxPieces = 16;
-        std::array<char, 65536> bytes{};
         for (int i = 0; i < kMaxPieces && worker.job.has_value(); ++i) {
-            const ssize_t count = read(worker.printed.Number(), bytes.data(), bytes.size());
+            const ssize_t count = read(worker.printed.Number(), m_buffer.data(), m_buffer.size());
             if (count <= 0) {
                 if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
                     worker.printed = Descriptor(); // nothing more will come
                 }
                 return;
             }
-            AddPrinted(worker, {bytes.data(), static_cast<std::size_t>(count)});
+            AddPrinted(worker, {m_buffer.data(), static_cast<std::size_t>(count)});
         }
     }
 
@@ -514,6 +514,7 @@ private:
     const std::vector<Job>& m_jobs;
     const WorkerOptions& m_options;
     JobObserver& m_observer;
+    std::array<char, 65536> m_buffer{}; // of what is received
     SignalReader m_signals;
     std::vector<Worker> m_workers;
     AttentiveClock m_clock;
