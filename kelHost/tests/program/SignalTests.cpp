@@ -202,7 +202,8 @@ private:
 };
 
 std::string BatchLine(const std::string& name) {
-    return CopyReport(name, "out/" + name);
+    // The encoding of an input that is no audio file is unknown.
+    return CopyReport(name, "out/" + name, "extensible WAVE, float32 little-endian");
 }
 
 struct Ending {
