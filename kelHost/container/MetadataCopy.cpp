@@ -116,9 +116,7 @@ private:
             return;
         }
         const bool isPositional = AdjustmentOf(chunk).Concerns(name);
-        // A history that stays in AIFF stays as it is.
-        const bool getsHistoryLine =
-            name == "bext" && !(m_copy.m_selection.isFromAIFF && m_copy.m_toAIFF);
+        const bool getsHistoryLine = name == "bext";
         auto content =
             isPositional || getsHistoryLine ? Load(chunk.content) : std::optional<std::string>();
         if (isPositional && content.has_value()) {

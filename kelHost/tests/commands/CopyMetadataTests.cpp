@@ -394,8 +394,8 @@ TEST(CopyMetadata, MovesWithTheStartWhereItIsCarried) {
               json{"take.wav: not preserved, because they cannot be adjusted to the range: plst"});
     const json loss{"there.aiff: not preserved outside of the range: 1 loop"};
     const Outcome again = CopyBytes(there.bytes, "there.aiff", "again.aiff", {"--start", "2f"});
-    EXPECT_EQ(again.after,
-              Carried("bext", BroadcastFields(1005, "A=X\r\n" + line)) + Carried("smpl", noLoop));
+    EXPECT_EQ(again.after, Carried("bext", BroadcastFields(1005, "A=X\r\n" + line + line)) +
+                               Carried("smpl", noLoop));
     EXPECT_EQ(again.warnings, loss);
     const Outcome back = CopyBytes(there.bytes, "there.aiff", "back.wav", {"--start", "2f"});
     EXPECT_EQ(back.after, Broadcast(1005, "A=X\r\n" + line + line) + Padded("smpl", noLoop));
