@@ -62,8 +62,8 @@ public:
 private:
     static constexpr std::size_t kName = 4;
 
-    static bool IsPrintable(std::string_view name) {
-        return std::all_of(name.begin(), name.end(),
+    static bool IsPrintable(const std::string& text) {
+        return std::all_of(text.begin(), text.end(),
                            [](char character) { return character >= ' ' && character <= '~'; });
     }
 
