@@ -104,8 +104,8 @@ private:
         m_converter = std::make_unique<SampleConverter>(m_source->Description(), target);
         m_facts.channels = static_cast<std::uint32_t>(m_converter->Channels().size());
         m_hasOtherChannels = HasOtherChannels();
-        const auto mask = m_stored.has_value() ? m_stored->channelMask : std::nullopt;
-        m_mask = PickSpeakers(mask.value_or(0), m_source->Channels(), m_picked);
+        const std::uint32_t mask = m_stored.has_value() ? m_stored->channelMask.value_or(0) : 0;
+        m_mask = PickSpeakers(mask, m_source->Channels(), m_picked);
         RequireBlockFits();
         m_facts.frames = m_range.count.value_or(0); // so many are expected
         m_bytes = m_facts.SampleBytes();

@@ -65,13 +65,13 @@ TEST(PeakMeter, KeepsAPeakBeforeNaN) {
 }
 
 TEST(PeakMeter, IgnoresNaNAndKeepsInfinities) {
-    constexpr float kInfinity = std::numeric_limits<float>::infinity();
-    constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-    const std::vector<float> values{kNaN, kNaN,       0.5F, -0.0F, -kNaN,
-                                    kNaN, -kInfinity, 0.0F, 1.0F,  kNaN};
+    constexpr float kInfinite = std::numeric_limits<float>::infinity();
+    constexpr float kNotANumber = std::numeric_limits<float>::quiet_NaN();
+    const std::vector<float> values{kNotANumber, kNotANumber, 0.5F, -0.0F, -kNotANumber,
+                                    kNotANumber, -kInfinite,  0.0F, 1.0F,  kNotANumber};
     PeakMeter meter(2);
     meter.Add(values.data(), values.size());
-    ExpectPeak(meter.Peaks().at(0), kInfinity, 3);
+    ExpectPeak(meter.Peaks().at(0), kInfinite, 3);
     ExpectPeak(meter.Peaks().at(1), 0, 0);
 }
 

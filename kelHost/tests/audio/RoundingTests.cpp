@@ -24,9 +24,9 @@ double FromBits(std::uint64_t bits) {
 } // namespace
 
 TEST(Rounding, CountsTheValuesThatFloatsDoNotHold) {
-    constexpr double kInfinity = std::numeric_limits<double>::infinity();
+    constexpr double kInfinite = std::numeric_limits<double>::infinity();
     EXPECT_EQ(Count({}), 0U);
-    EXPECT_EQ(Count({0.0, -0.0, 1.0, -1.0, 16777215.0 / 16777216.0, 1e-45 * 0, kInfinity}), 0U);
+    EXPECT_EQ(Count({0.0, -0.0, 1.0, -1.0, 16777215.0 / 16777216.0, 1e-45 * 0, kInfinite}), 0U);
     for (const double value : {1.0 / 3, 2147483647.0 / 2147483648.0, 16777217.0, 1e-50, 1e300,
                                std::numeric_limits<double>::denorm_min()}) {
         EXPECT_EQ(Count({0.5, value, -value}), 2U) << value;

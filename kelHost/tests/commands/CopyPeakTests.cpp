@@ -30,8 +30,8 @@ ProcessResult CopyAt(const TemporaryDirectory& directory, const Arguments& argum
 } // namespace
 
 TEST(CopyPeaks, AreThoseOfTheOutput) {
-    constexpr std::size_t kFrames = 50000; // several samples
-    std::vector<float> values(2 * kFrames, 0.125F);
+    constexpr std::size_t kManyFrames = 50000; // several samples
+    std::vector<float> values(2 * kManyFrames, 0.125F);
     values[2 * 40000] = -0.75F;
     values[2 * 17000 + 1] = 1.5F;
     const TemporaryDirectory directory;

@@ -91,15 +91,15 @@ TEST_P(LargeCopy, IsRF64AndKeepsHoles) {
     const test::TemporaryDirectory directory;
     const std::string path = directory / "take";
     const std::string header = test::MakeWave(GetParam(), GetParam()).substr(0, 44);
-    constexpr std::uint64_t kBytes = (std::uint64_t{1} << 32U) + 10;
+    constexpr std::uint64_t kSampleBytes = (std::uint64_t{1} << 32U) + 10;
     test::WriteFile(path, header);
-    std::filesystem::resize_file(path, header.size() + kBytes - 4);
+    std::filesystem::resize_file(path, header.size() + kSampleBytes - 4);
     std::ofstream(path, std::ios::binary | std::ios::app) << "last";
     const RepairedCopy copy = Repair(path);
     const auto repaired = ReadInputHeader(FileName(copy.Path())).value();
     EXPECT_EQ(repaired.container, "RF64");
     EXPECT_EQ(repaired.parts.front().offset % 4096, header.size()) << "blocks can be shared";
-    EXPECT_EQ(repaired.SampleBytes(), kBytes);
+    EXPECT_EQ(repaired.SampleBytes(), kSampleBytes);
     EXPECT_EQ(DescribeCounts(repaired.truncation.value_or(Truncation{})),
               "declares 0 bytes and contains 0");
     std::ifstream file(copy.Path(), std::ios::binary);
