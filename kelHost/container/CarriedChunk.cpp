@@ -18,8 +18,9 @@ constexpr std::size_t kFourBytes = 4;
 
 } // namespace
 
-std::string CarriedHeader(const std::string& name, std::uint64_t bytes) {
-    return std::string(kSignature) + name + NumberBytes(bytes, kFourBytes, StoredOrder::Little);
+std::string CarriedHeader(const std::string& name, std::uint64_t contentSize) {
+    return std::string(kSignature) + name +
+           NumberBytes(contentSize, kFourBytes, StoredOrder::Little);
 }
 
 std::optional<Chunk> FindCarried(const HeaderReader& header, const ChunkList& list,

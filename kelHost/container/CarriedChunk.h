@@ -24,8 +24,8 @@ inline constexpr std::uint64_t kCarriedHeader = 12;
 
 /// Returns the bytes before the content of a carried chunk.
 /// @param name four bytes
-/// @param bytes size of the content
-std::string CarriedHeader(const std::string& name, std::uint64_t bytes);
+/// @param contentSize in bytes
+std::string CarriedHeader(const std::string& name, std::uint64_t contentSize);
 
 /// Returns the chunk within one of an AIFF file, with the kind of a list in its name: "LIST mine".
 /// @param header reads the file

@@ -230,7 +230,7 @@ private:
 
 bool MPEGStream::IsLongerThan(std::int64_t delivered) const {
     // A frame "Info" may declare two numbers of 12 bits of samples to omit.
-    constexpr std::int64_t kMaxOmitted = 2 * 4095;
+    constexpr std::int64_t kMaxOmitted = std::int64_t{2} * 4095;
     return !declared.has_value() || *declared < frames || delivered < Samples() - kMaxOmitted;
 }
 
