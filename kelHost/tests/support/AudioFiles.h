@@ -103,7 +103,8 @@ std::string BytesOf(const std::vector<Number>& numbers) {
 inline std::string LittleEndian(std::uint64_t number, std::size_t bytes) {
     std::string text;
     for (std::size_t i = 0; i < bytes; ++i) {
-        text.push_back(static_cast<char>(number >> (8 * i)));
+        text.push_back(static_cast<char>(number));
+        number >>= 8U;
     }
     return text;
 }
