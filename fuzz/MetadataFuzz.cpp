@@ -77,7 +77,7 @@ Metadata RoundTrip(const Metadata& metadata, ChunkForm form) {
     return host::ReadMetadata(file.Path());
 }
 
-// What is read from chunks that were made is whole, and survives the next time.
+// Metadata that is read from made chunks is whole, and survives the next time.
 void CheckRoundTrip(const Metadata& metadata, ChunkForm form) {
     const Metadata made = RoundTrip(metadata, form);
     KEL_FUZZ_REQUIRE(made.problems.empty() && made.others.empty());

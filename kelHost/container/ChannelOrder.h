@@ -9,7 +9,7 @@
 
 namespace kel::host {
 
-/// What the first header of an Ogg stream declares about its channels.
+/// Channels as the first header of an Ogg stream declares them.
 struct OggChannels {
     bool isOpus = false;             ///< otherwise Vorbis
     std::uint32_t mappingFamily = 0; ///< of Opus

@@ -3,7 +3,7 @@
 
 namespace kel::host {
 
-/// What the user allows.
+/// Exceptions that the user allows.
 struct InputPolicy {
     bool allowTruncated = false; ///< a file that ends early
     bool repair = false;         ///< a file with a wrong header, through a copy

@@ -22,7 +22,7 @@
 
 namespace kel::host {
 
-/// Whether files with wrong headers are repaired, and how.
+/// Permission to repair files with wrong headers, and the way to do it.
 struct Repair {
     bool isAllowed = false;
     StepRunner run; ///< see MakeRepairedCopy
