@@ -69,7 +69,7 @@ public:
 
     int Run(const CommonOptions& common, const Streams& streams) override {
         JobRunner runner(common, streams.err);
-        // Where a worker is lost, the host does not know which of the files it worked on.
+        // If a worker is lost, the host cannot tell which of the files it worked on.
         runner.Add(m_fileA + " and " + m_fileB, "",
                    [request = m_request](const HostLogger& log, Reporter& reporter) {
                        const Comparison comparison = CompareFiles(request, log, reporter);
