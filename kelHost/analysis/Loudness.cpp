@@ -1,5 +1,7 @@
 #include "analysis/Loudness.h"
 
+#include "base/LoadedLibrary.h"
+
 #include <ebur128.h>
 
 #include <cmath>
@@ -12,6 +14,21 @@
 namespace kel::host {
 
 namespace {
+
+struct EBUR128Library {
+    LoadedLibrary library{"libebur128.so.1", "libebur128-1"};
+    KEL_LIBRARY_FUNCTION(ebur128_add_frames_float);
+    KEL_LIBRARY_FUNCTION(ebur128_destroy);
+    KEL_LIBRARY_FUNCTION(ebur128_init);
+    KEL_LIBRARY_FUNCTION(ebur128_loudness_global);
+    KEL_LIBRARY_FUNCTION(ebur128_loudness_range);
+    KEL_LIBRARY_FUNCTION(ebur128_set_channel);
+};
+
+const EBUR128Library& Library() {
+    static const EBUR128Library library;
+    return library;
+}
 
 // Returns a type of libebur128 with this weight.
 int ChannelType(LoudnessWeight weight) {
@@ -32,16 +49,16 @@ int ChannelType(LoudnessWeight weight) {
 class LoudnessMeter::State {
 public:
     State(const std::vector<LoudnessWeight>& weights, std::uint32_t rate)
-        : m_handle(ebur128_init(static_cast<unsigned>(weights.size()), rate,
-                                EBUR128_MODE_I | EBUR128_MODE_LRA)) {
+        : m_handle(Library().ebur128_init(static_cast<unsigned>(weights.size()), rate,
+                                          EBUR128_MODE_I | EBUR128_MODE_LRA)) {
         for (unsigned channel = 0; m_handle != nullptr && channel < weights.size(); ++channel) {
-            ebur128_set_channel(m_handle, channel, ChannelType(weights[channel]));
+            Library().ebur128_set_channel(m_handle, channel, ChannelType(weights[channel]));
         }
     }
 
     ~State() {
         if (m_handle != nullptr) {
-            ebur128_destroy(&m_handle);
+            Library().ebur128_destroy(&m_handle);
         }
     }
 
@@ -69,7 +86,7 @@ void LoudnessMeter::Add(const FloatView& floats) {
         value = std::isfinite(value) ? value : 0.0F;
     }
     const std::size_t frames = floats.count / state->channels;
-    if (ebur128_add_frames_float(state, m_values.data(), frames) != EBUR128_SUCCESS) {
+    if (Library().ebur128_add_frames_float(state, m_values.data(), frames) != EBUR128_SUCCESS) {
         throw std::bad_alloc();
     }
     m_frames += frames;
@@ -78,7 +95,7 @@ void LoudnessMeter::Add(const FloatView& floats) {
 std::optional<double> LoudnessMeter::Integrated() const {
     double integrated = 0;
     if (m_state->Handle() == nullptr ||
-        ebur128_loudness_global(m_state->Handle(), &integrated) != EBUR128_SUCCESS ||
+        Library().ebur128_loudness_global(m_state->Handle(), &integrated) != EBUR128_SUCCESS ||
         !std::isfinite(integrated)) {
         return std::nullopt;
     }
@@ -90,7 +107,7 @@ std::optional<double> LoudnessMeter::Range() const {
     constexpr std::uint64_t kRangeSeconds = 3;
     double range = 0;
     if (!Integrated().has_value() || m_frames < kRangeSeconds * m_state->Handle()->samplerate ||
-        ebur128_loudness_range(m_state->Handle(), &range) != EBUR128_SUCCESS) {
+        Library().ebur128_loudness_range(m_state->Handle(), &range) != EBUR128_SUCCESS) {
         return std::nullopt;
     }
     return range;

@@ -2,6 +2,7 @@
 
 #include "analysis/TimeAxis.h"
 #include "base/Errors.h"
+#include "base/LoadedLibrary.h"
 #include "base/Text.h"
 
 #include <cairo-pdf.h>
@@ -23,6 +24,39 @@ namespace kel::host {
 
 namespace {
 
+struct CairoLibrary {
+    LoadedLibrary library{"libcairo.so.2", "libcairo2"};
+    KEL_LIBRARY_FUNCTION(cairo_create);
+    KEL_LIBRARY_FUNCTION(cairo_destroy);
+    KEL_LIBRARY_FUNCTION(cairo_fill);
+    KEL_LIBRARY_FUNCTION(cairo_image_surface_create);
+    KEL_LIBRARY_FUNCTION(cairo_line_to);
+    KEL_LIBRARY_FUNCTION(cairo_move_to);
+    KEL_LIBRARY_FUNCTION(cairo_paint);
+    KEL_LIBRARY_FUNCTION(cairo_pdf_surface_create);
+    KEL_LIBRARY_FUNCTION(cairo_rectangle);
+    KEL_LIBRARY_FUNCTION(cairo_select_font_face);
+    KEL_LIBRARY_FUNCTION(cairo_set_font_size);
+    KEL_LIBRARY_FUNCTION(cairo_set_line_width);
+    KEL_LIBRARY_FUNCTION(cairo_set_source_rgb);
+    KEL_LIBRARY_FUNCTION(cairo_show_text);
+    KEL_LIBRARY_FUNCTION(cairo_status);
+    KEL_LIBRARY_FUNCTION(cairo_status_to_string);
+    KEL_LIBRARY_FUNCTION(cairo_stroke);
+    KEL_LIBRARY_FUNCTION(cairo_surface_destroy);
+    KEL_LIBRARY_FUNCTION(cairo_surface_finish);
+    KEL_LIBRARY_FUNCTION(cairo_surface_get_type);
+    KEL_LIBRARY_FUNCTION(cairo_surface_status);
+    KEL_LIBRARY_FUNCTION(cairo_surface_write_to_png);
+    KEL_LIBRARY_FUNCTION(cairo_svg_surface_create);
+    KEL_LIBRARY_FUNCTION(cairo_text_extents);
+};
+
+const CairoLibrary& Cairo() {
+    static const CairoLibrary library;
+    return library;
+}
+
 // A kind of picture, by the extension of its name.
 struct PictureKind {
     std::string_view extension;
@@ -32,11 +66,17 @@ struct PictureKind {
 constexpr std::array<PictureKind, 3> kPictureKinds{{
     {".png",
      [](const char*, double width, double height) {
-         return cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(width),
-                                           static_cast<int>(height));
+         return Cairo().cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(width),
+                                                   static_cast<int>(height));
      }},
-    {".svg", cairo_svg_surface_create},
-    {".pdf", cairo_pdf_surface_create},
+    {".svg",
+     [](const char* path, double width, double height) {
+         return Cairo().cairo_svg_surface_create(path, width, height);
+     }},
+    {".pdf",
+     [](const char* path, double width, double height) {
+         return Cairo().cairo_pdf_surface_create(path, width, height);
+     }},
 }};
 
 const PictureKind& KindOf(const std::string& picture) {
@@ -119,12 +159,12 @@ public:
     Drawing(const PictureKind& kind, const std::string& path, const Layout& layout)
         : m_path(path), m_layout(layout),
           m_surface(kind.create(path.c_str(), layout.Width(), layout.Height()),
-                    cairo_surface_destroy),
-          m_cairo(cairo_create(m_surface.get()), cairo_destroy) {
+                    Cairo().cairo_surface_destroy),
+          m_cairo(Cairo().cairo_create(m_surface.get()), Cairo().cairo_destroy) {
         SetColor(kPaper);
-        cairo_paint(m_cairo.get());
-        cairo_select_font_face(m_cairo.get(), "sans-serif", CAIRO_FONT_SLANT_NORMAL,
-                               CAIRO_FONT_WEIGHT_NORMAL);
+        Cairo().cairo_paint(m_cairo.get());
+        Cairo().cairo_select_font_face(m_cairo.get(), "sans-serif", CAIRO_FONT_SLANT_NORMAL,
+                                       CAIRO_FONT_WEIGHT_NORMAL);
     }
 
     void Draw(const Envelope& envelope, const LevelAxis& axis, const PictureCaption& caption) {
@@ -137,13 +177,14 @@ public:
 
     // Writes the picture.
     cairo_status_t Finish() {
-        cairo_status_t status = cairo_status(m_cairo.get());
+        cairo_status_t status = Cairo().cairo_status(m_cairo.get());
         if (status == CAIRO_STATUS_SUCCESS &&
-            cairo_surface_get_type(m_surface.get()) == CAIRO_SURFACE_TYPE_IMAGE) {
-            status = cairo_surface_write_to_png(m_surface.get(), m_path.c_str());
+            Cairo().cairo_surface_get_type(m_surface.get()) == CAIRO_SURFACE_TYPE_IMAGE) {
+            status = Cairo().cairo_surface_write_to_png(m_surface.get(), m_path.c_str());
         }
-        cairo_surface_finish(m_surface.get());
-        return status != CAIRO_STATUS_SUCCESS ? status : cairo_surface_status(m_surface.get());
+        Cairo().cairo_surface_finish(m_surface.get());
+        return status != CAIRO_STATUS_SUCCESS ? status
+                                              : Cairo().cairo_surface_status(m_surface.get());
     }
 
 private:
@@ -155,13 +196,13 @@ private:
     double Scaled(double pixels) const { return m_layout.Scaled(pixels); }
 
     void SetColor(const Color& color) {
-        cairo_set_source_rgb(m_cairo.get(), color.red, color.green, color.blue);
+        Cairo().cairo_set_source_rgb(m_cairo.get(), color.red, color.green, color.blue);
     }
 
     double TextWidth(const std::string& text, double size) {
-        cairo_set_font_size(m_cairo.get(), size);
+        Cairo().cairo_set_font_size(m_cairo.get(), size);
         cairo_text_extents_t extents;
-        cairo_text_extents(m_cairo.get(), text.c_str(), &extents);
+        Cairo().cairo_text_extents(m_cairo.get(), text.c_str(), &extents);
         return extents.x_advance;
     }
 
@@ -169,18 +210,18 @@ private:
     // @param anchor 0 left, 0.5 middle, 1 right of the text at x
     void DrawText(const std::string& text, double x, double y, double size, double anchor) {
         SetColor(kInk);
-        cairo_move_to(m_cairo.get(), x - TextWidth(text, size) * anchor, y);
-        cairo_show_text(m_cairo.get(), text.c_str());
+        Cairo().cairo_move_to(m_cairo.get(), x - TextWidth(text, size) * anchor, y);
+        Cairo().cairo_show_text(m_cairo.get(), text.c_str());
     }
 
     // Draws along one row or column of pixels, not between two.
     void DrawLine(const Color& color, double x1, double y1, double x2, double y2) {
         constexpr double kHalf = 0.5;
         SetColor(color);
-        cairo_set_line_width(m_cairo.get(), 1);
-        cairo_move_to(m_cairo.get(), std::floor(x1) + kHalf, std::floor(y1) + kHalf);
-        cairo_line_to(m_cairo.get(), std::floor(x2) + kHalf, std::floor(y2) + kHalf);
-        cairo_stroke(m_cairo.get());
+        Cairo().cairo_set_line_width(m_cairo.get(), 1);
+        Cairo().cairo_move_to(m_cairo.get(), std::floor(x1) + kHalf, std::floor(y1) + kHalf);
+        Cairo().cairo_line_to(m_cairo.get(), std::floor(x2) + kHalf, std::floor(y2) + kHalf);
+        Cairo().cairo_stroke(m_cairo.get());
     }
 
     void DrawTitle(const std::string& name, const std::string& facts) {
@@ -295,12 +336,13 @@ private:
         for (std::size_t i = 0; i < envelope.Columns(); ++i) {
             if (envelope.At(channel, i).values > 0) {
                 const Span span = spanOf(i);
-                cairo_rectangle(m_cairo.get(), m_layout.Left() + static_cast<double>(i) * width,
-                                std::min(span.top, span.bottom - kHair), width,
-                                std::max(span.bottom - span.top, kHair));
+                Cairo().cairo_rectangle(m_cairo.get(),
+                                        m_layout.Left() + static_cast<double>(i) * width,
+                                        std::min(span.top, span.bottom - kHair), width,
+                                        std::max(span.bottom - span.top, kHair));
             }
         }
-        cairo_fill(m_cairo.get());
+        Cairo().cairo_fill(m_cairo.get());
     }
 
     void DrawClipMarks(const Envelope& envelope, std::size_t channel, double middle, double reach) {
@@ -312,12 +354,12 @@ private:
             if (envelope.At(channel, i).clipped) {
                 const double x = m_layout.Left() + static_cast<double>(i) * ColumnWidth(envelope);
                 for (const double y : {middle - reach, middle + reach - height}) {
-                    cairo_rectangle(m_cairo.get(), std::min(x, m_layout.Right() - width), y, width,
-                                    height);
+                    Cairo().cairo_rectangle(m_cairo.get(), std::min(x, m_layout.Right() - width), y,
+                                            width, height);
                 }
             }
         }
-        cairo_fill(m_cairo.get());
+        Cairo().cairo_fill(m_cairo.get());
     }
 
     std::string m_path;
@@ -337,8 +379,8 @@ void RequireDrawable(const std::string& name, const PictureSize& size) {
     const std::unique_ptr<cairo_surface_t, void (*)(cairo_surface_t*)> surface(
         KindOf(name).create(nullptr, static_cast<double>(size.width),
                             static_cast<double>(size.height)),
-        cairo_surface_destroy);
-    const cairo_status_t status = cairo_surface_status(surface.get());
+        Cairo().cairo_surface_destroy);
+    const cairo_status_t status = Cairo().cairo_surface_status(surface.get());
     if (status == CAIRO_STATUS_INVALID_SIZE) {
         throw JobError(name,
                        fmt::format("cannot draw {} x {} pixels: a .png has at most 32767 in "
@@ -348,7 +390,8 @@ void RequireDrawable(const std::string& name, const PictureSize& size) {
     }
     if (status != CAIRO_STATUS_SUCCESS) {
         throw JobError(name, fmt::format("cannot draw {} x {} pixels: {}; use a smaller --size",
-                                         size.width, size.height, cairo_status_to_string(status)));
+                                         size.width, size.height,
+                                         Cairo().cairo_status_to_string(status)));
     }
 }
 
@@ -374,7 +417,7 @@ std::string WritePicture(const std::string& name, const std::string& path, const
     case CAIRO_STATUS_WRITE_ERROR: // cairo does not keep the system's reason
         return "cannot write the picture; is the disk full?";
     default:
-        return fmt::format("cannot draw the picture: {}", cairo_status_to_string(status));
+        return fmt::format("cannot draw the picture: {}", Cairo().cairo_status_to_string(status));
     }
 }
 

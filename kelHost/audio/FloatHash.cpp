@@ -1,6 +1,7 @@
 #include "audio/FloatHash.h"
 
-#define XXH_STATIC_LINKING_ONLY // the state is a member instead of an allocation that may fail
+#define XXH_INLINE_ALL // no library to load; and the state is a member, whose allocation cannot
+                       // fail
 #include <xxhash.h>
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 #include "container/LibraryTags.h"
 
+#include "container/SndfileLibrary.h"
 #include "container/StoredText.h"
 
 #include <memory>
@@ -18,12 +19,12 @@ void AddLibraryTags(const FileName& file, MetadataBuilder& builder) {
         {SF_STR_COMMENT, "comment"},     {SF_STR_LICENSE, "license"}};
     SF_INFO info{};
     const std::unique_ptr<SNDFILE, decltype(&sf_close)> opened(
-        sf_open(file.path.c_str(), SFM_READ, &info), sf_close);
+        Sndfile().sf_open(file.path.c_str(), SFM_READ, &info), Sndfile().sf_close);
     if (opened == nullptr) {
         return;
     }
     for (const auto& [number, name] : kStrings) {
-        const char* text = sf_get_string(opened.get(), number);
+        const char* text = Sndfile().sf_get_string(opened.get(), number);
         if (text != nullptr) {
             builder.AddTag(name, DecodeText(text));
         }

@@ -2,6 +2,7 @@
 
 #include "audio/Rounding.h"
 #include "base/Errors.h"
+#include "container/SndfileLibrary.h"
 #include "container/SoundFile.h"
 
 #include <fmt/format.h>
@@ -27,9 +28,9 @@ public:
     Reader(const FileName& file, std::int64_t first) : m_file(file) {
         m_file.RequireRead(kCannotCompare);
         if (!m_file.IsOpen() || m_file.Info().channels < 1 ||
-            (first > 0 && sf_seek(m_file.Handle(), first, SEEK_SET) != first)) {
-            throw JobError(file.shown,
-                           fmt::format("{}: {}", kCannotCompare, sf_strerror(m_file.Handle())));
+            (first > 0 && Sndfile().sf_seek(m_file.Handle(), first, SEEK_SET) != first)) {
+            throw JobError(file.shown, fmt::format("{}: {}", kCannotCompare,
+                                                   Sndfile().sf_strerror(m_file.Handle())));
         }
         constexpr std::size_t kMaxValues = 65536;
         m_block.resize(std::max(kMaxValues / Channels(), std::size_t{1}) * Channels());
@@ -41,7 +42,7 @@ public:
     std::int64_t Read(std::int64_t maxFrames) {
         const auto frames = static_cast<std::int64_t>(m_block.size() / Channels());
         const std::int64_t read =
-            sf_readf_double(m_file.Handle(), m_block.data(), std::min(frames, maxFrames));
+            Sndfile().sf_readf_double(m_file.Handle(), m_block.data(), std::min(frames, maxFrames));
         m_file.RequireRead(kCannotCompare);
         return read;
     }

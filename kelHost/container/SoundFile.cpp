@@ -1,6 +1,7 @@
 #include "container/SoundFile.h"
 
 #include "base/Errors.h"
+#include "container/SndfileLibrary.h"
 
 #include <fmt/format.h>
 
@@ -14,15 +15,16 @@
 
 namespace kel::host {
 
-SoundFile::SoundFile(const FileName& file) : m_shownName(file.shown), m_handle(nullptr, sf_close) {
+SoundFile::SoundFile(const FileName& file)
+    : m_shownName(file.shown), m_handle(nullptr, Sndfile().sf_close) {
     auto input = OpenRegularFile(file.path);
     if (!input.has_value()) {
-        m_handle.reset(sf_open(file.path.c_str(), SFM_READ, &m_info));
+        m_handle.reset(Sndfile().sf_open(file.path.c_str(), SFM_READ, &m_info));
         return;
     }
     m_file = std::move(*input);
     SF_VIRTUAL_IO functions{Length, Seek, Read, Write, Position};
-    m_handle.reset(sf_open_virtual(&functions, SFM_READ, &m_info, this));
+    m_handle.reset(Sndfile().sf_open_virtual(&functions, SFM_READ, &m_info, this));
 }
 
 void SoundFile::RequireRead(const std::string& failure) const {

@@ -3,6 +3,7 @@
 #include "base/Errors.h"
 #include "container/ChannelOrder.h"
 #include "container/FormatChunk.h"
+#include "container/SndfileLibrary.h"
 #include "container/SoundFile.h"
 
 #include <fmt/format.h>
@@ -149,7 +150,7 @@ std::uint32_t SpeakerBit(int speaker) {
 std::optional<std::uint32_t> DeclaredMask(SNDFILE* file, int channels) {
     std::vector<int> speakers(static_cast<std::size_t>(std::max(channels, 0)));
     const auto bytes = static_cast<int>(speakers.size() * sizeof(int));
-    if (sf_command(file, SFC_GET_CHANNEL_MAP_INFO, speakers.data(), bytes) == SF_FALSE) {
+    if (Sndfile().sf_command(file, SFC_GET_CHANNEL_MAP_INFO, speakers.data(), bytes) == SF_FALSE) {
         return std::nullopt;
     }
     std::uint32_t mask = 0;
@@ -243,7 +244,8 @@ StoredFormat ReadStoredFormat(const FileName& file) {
     const SoundFile opened(file);
     opened.RequireRead(kCannotReadHeader);
     if (!opened.IsOpen()) {
-        throw JobError(file.shown, fmt::format("{}: {}", kCannotReadHeader, sf_strerror(nullptr)));
+        throw JobError(file.shown,
+                       fmt::format("{}: {}", kCannotReadHeader, Sndfile().sf_strerror(nullptr)));
     }
     return FormatOf(file, opened);
 }

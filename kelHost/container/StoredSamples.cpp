@@ -1,6 +1,7 @@
 #include "container/StoredSamples.h"
 
 #include "base/Errors.h"
+#include "container/SndfileLibrary.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -92,9 +93,9 @@ const std::vector<unsigned char>& StoredSamples::Read() {
     if (IntegerBits().count(m_encoding) != 0) {
         ReadIntegers();
     } else if (m_encoding == SF_FORMAT_DOUBLE) {
-        ReadWith<double>(sf_readf_double);
+        ReadWith<double>(Sndfile().sf_readf_double);
     } else {
-        ReadWith<float>(sf_readf_float);
+        ReadWith<float>(Sndfile().sf_readf_float);
     }
     m_file.RequireRead("cannot read the file");
     return m_bytes;
@@ -114,7 +115,7 @@ void StoredSamples::ReadIntegers() {
     const unsigned bits = IntegerBits().at(m_encoding);
     const std::size_t bytes = (bits + 7) / 8;
     const std::uint32_t offset = m_encoding == SF_FORMAT_PCM_U8 ? kUnsignedOffset : 0;
-    for (const int value : ReadValues(m_file, sf_readf_int, m_framesRead)) {
+    for (const int value : ReadValues(m_file, Sndfile().sf_readf_int, m_framesRead)) {
         const auto number = static_cast<std::uint32_t>(value >> (kBits - bits));
         Append(m_bytes, number ^ offset, bytes);
     }
