@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "base/Text.h"
+#include "container/SndfileLibrary.h"
 #include "elements/Elements.h"
 #include "elements/PluginTrust.h"
 #include "elements/SharedLibrary.h"
@@ -43,13 +44,19 @@ std::string LoaderError() {
     return error != nullptr ? error : "the loader gave no reason";
 }
 
+// Those who may change plug-ins, as at the start.
+const TrustedWriters& Trusted() {
+    static const TrustedWriters trusted = FindTrustedWriters();
+    return trusted;
+}
+
 // Describes why a library must not be loaded; empty when the loader may try.
 std::string FindObstacle(const std::string& path, PluginOrigin origin) {
     if (origin == PluginOrigin::Named && HasRaisedRights()) {
         return kRaisedRights;
     }
     try {
-        const std::string obstacle = FindPathObstacle(path, PathUse::Library, FindTrustedWriters());
+        const std::string obstacle = FindPathObstacle(path, PathUse::Library, Trusted());
         return obstacle.empty() ? FindLoadObstacle(path) : obstacle;
     } catch (const std::system_error& error) {
         // In the loader's words. It is not asked: the file may appear in the meantime.
@@ -151,7 +158,7 @@ std::vector<fs::path> DirectoriesInVariable(const LoadObserver& observer) {
 bool MaySearch(const fs::path& directory, const LoadObserver& observer) {
     try {
         const std::string obstacle =
-            FindPathObstacle(directory, PathUse::SearchDirectory, FindTrustedWriters());
+            FindPathObstacle(directory, PathUse::SearchDirectory, Trusted());
         if (!obstacle.empty()) {
             observer.onWarning(WarningLine(
                 fmt::format("{}: cannot search for plug-ins: {}", directory.string(), obstacle)));
@@ -190,6 +197,16 @@ public:
 private:
     std::set<fs::path> m_seen;
 };
+
+// A plug-in is bound completely when it is loaded, so that the loader reports a missing function.
+// The libraries that it brings with it would be, too: most functions of a dozen codecs, for
+// nothing. libsndfile is already there then, and each of its functions is bound when it is called.
+void BindSndfileLazily() {
+    try {
+        Sndfile();
+    } catch (const JobError&) { // NOLINT(bugprone-empty-catch): the plug-ins that need it report it
+    }
+}
 
 LoadedPlugin Load(const fs::path& file, PluginOrigin origin, const LoadObserver& observer) {
     const ExitGuard guard(fs::absolute(file).string(), observer);
@@ -303,6 +320,7 @@ LoadedPlugin::~LoadedPlugin() {
 
 std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
                                       const LoadObserver& observer) {
+    BindSndfileLazily();
     std::vector<LoadedPlugin> plugins =
         files.empty() ? LoadFromDirectories(observer) : LoadFiles(files, observer);
     for (const std::string& duplicate : DescribeDuplicates()) {

@@ -85,9 +85,11 @@ pid_t ForkChild() {
 
 std::optional<int> WaitForEnd(pid_t process, std::chrono::milliseconds limit) {
     using Clock = std::chrono::steady_clock;
-    constexpr std::chrono::milliseconds kMaxPause{20};
+    // A process that is about to end has ended within some 50 us.
+    constexpr std::chrono::microseconds kMinPause{20};
+    constexpr std::chrono::microseconds kMaxPause{20000};
     const Clock::time_point end = Clock::now() + limit;
-    for (std::chrono::milliseconds pause{1};; pause = std::min(2 * pause, kMaxPause)) {
+    for (std::chrono::microseconds pause = kMinPause;; pause = std::min(2 * pause, kMaxPause)) {
         int status = 0;
         if (waitpid(process, &status, WNOHANG) == process) {
             return status;

@@ -13,7 +13,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -22,6 +21,7 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <memory>
 #include <optional>
 #include <poll.h>
 #include <stdexcept>
@@ -230,7 +230,7 @@ private:
 
     void Receive(std::size_t index) {
         Worker& worker = m_workers[index];
-        const ssize_t count = read(worker.messages.Number(), m_buffer.data(), m_buffer.size());
+        const ssize_t count = read(worker.messages.Number(), m_buffer.get(), kBufferSize);
         if (count < 0 && errno == EINTR) {
             return;
         }
@@ -242,7 +242,7 @@ private:
             worker.failure =
                 fmt::format("cannot receive from a worker process: {}", std::strerror(errno));
         } else {
-            worker.received.append(m_buffer.data(), static_cast<std::size_t>(count));
+            worker.received.append(m_buffer.get(), static_cast<std::size_t>(count));
             ReceivePrinted(worker); // it was printed before the messages were sent
             HandleReceived(worker);
         }
@@ -308,14 +308,14 @@ private:
     void ReceivePrinted(Worker& worker) {
         constexpr int kMaxPieces = 16;
         for (int i = 0; i < kMaxPieces && worker.job.has_value(); ++i) {
-            const ssize_t count = read(worker.printed.Number(), m_buffer.data(), m_buffer.size());
+            const ssize_t count = read(worker.printed.Number(), m_buffer.get(), kBufferSize);
             if (count <= 0) {
                 if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
                     worker.printed = Descriptor(); // nothing more will come
                 }
                 return;
             }
-            AddPrinted(worker, {m_buffer.data(), static_cast<std::size_t>(count)});
+            AddPrinted(worker, {m_buffer.get(), static_cast<std::size_t>(count)});
         }
     }
 
@@ -511,10 +511,13 @@ private:
         m_observer.OnFinished(job, outcome);
     }
 
+    static constexpr std::size_t kBufferSize = 65536;
+
     const std::vector<Job>& m_jobs;
     const WorkerOptions& m_options;
     JobObserver& m_observer;
-    std::array<char, 65536> m_buffer{}; // of what is received
+    // For what is received. Not cleared: most messages are short, and touch one page of it.
+    std::unique_ptr<char[]> m_buffer{new char[kBufferSize]};
     SignalReader m_signals;
     std::vector<Worker> m_workers;
     AttentiveClock m_clock;
