@@ -126,6 +126,11 @@ std::string KeepEnd(const std::string& text, std::size_t maxCharacters) {
 }
 
 std::string Escape(std::string_view text) {
+    const bool isPlain =
+        std::all_of(text.begin(), text.end(), [](char byte) { return byte >= ' ' && byte <= '~'; });
+    if (isPlain) {
+        return std::string(text); // nearly all names, and a table has thousands
+    }
     std::string escaped;
     for (const wchar_t character : ConvertPlatformStringToWideString(std::string(text))) {
         escaped += EscapeCharacter(character);

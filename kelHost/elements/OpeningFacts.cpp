@@ -1,15 +1,14 @@
 #include "elements/OpeningFacts.h"
 
-#include "base/Numbers.h"
+#include "base/Descriptor.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <dirent.h>
-#include <memory>
+#include <fcntl.h>
 #include <string>
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -18,9 +17,21 @@ namespace kel::host {
 
 namespace {
 
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
+// Returns the lowest free numbers for descriptors; more than a source opens for one file.
+std::vector<int> FreeNumbers() {
+    constexpr int kMaxOpened = 4;
+    std::vector<int> numbers;
+    const Descriptor lowest(eventfd(0, EFD_CLOEXEC));
+    if (lowest.Number() >= 0) {
+        numbers.push_back(lowest.Number());
+        for (int i = 1; i < kMaxOpened; ++i) {
+            if (fcntl(lowest.Number() + i, F_GETFD) < 0) {
+                numbers.push_back(lowest.Number() + i);
+            }
+        }
+    }
+    return numbers;
+}
 
 } // namespace
 
@@ -43,39 +54,22 @@ OpenPositions::OpenPositions(const std::string& path) {
         m_bytes = static_cast<std::uint64_t>(status.st_size);
         m_device = status.st_dev;
         m_inode = status.st_ino;
-        m_former = Descriptors();
+        m_free = FreeNumbers();
     }
 }
 
 std::vector<std::uint64_t> OpenPositions::New() const {
     std::vector<std::uint64_t> positions;
-    for (const int descriptor : Descriptors()) {
+    for (const int descriptor : m_free) {
         struct stat status {};
-        const bool isNew =
-            std::find(m_former.begin(), m_former.end(), descriptor) == m_former.end() &&
-            fstat(descriptor, &status) == 0 && status.st_dev == m_device &&
-            status.st_ino == m_inode;
+        const bool isNew = fstat(descriptor, &status) == 0 && status.st_dev == m_device &&
+                           status.st_ino == m_inode;
         const off_t position = isNew ? lseek(descriptor, 0, SEEK_CUR) : -1;
         if (position >= 0) {
             positions.push_back(static_cast<std::uint64_t>(position));
         }
     }
     return positions;
-}
-
-// Returns all descriptors of the process, in their order.
-std::vector<int> OpenPositions::Descriptors() {
-    std::vector<int> descriptors;
-    const std::unique_ptr<DIR, CloseDirectory> directory(opendir("/proc/self/fd"));
-    const dirent* entry = nullptr;
-    while (directory != nullptr && (entry = readdir(directory.get())) != nullptr) {
-        const auto descriptor = ParseInteger<int>(static_cast<const char*>(entry->d_name));
-        if (descriptor.has_value() && *descriptor != dirfd(directory.get())) {
-            descriptors.push_back(*descriptor);
-        }
-    }
-    std::sort(descriptors.begin(), descriptors.end());
-    return descriptors;
 }
 
 } // namespace kel::host

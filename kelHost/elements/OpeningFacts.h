@@ -27,10 +27,10 @@ std::string Describe(const OpeningFacts& facts);
 
 /// Finds the positions at which a source reads a file. A source positions its descriptor at the
 /// first sample, so that the position shows where it looks for samples. Descriptors that exist
-/// before are not its own. Where /proc is missing, nothing is found.
+/// before are not its own.
 class OpenPositions {
 public:
-    /// Notes which descriptors exist.
+    /// Notes which descriptors the source may open: the system assigns the lowest free numbers.
     explicit OpenPositions(const std::string& path);
 
     /// True when the path is that of a regular file, which can be opened again.
@@ -43,13 +43,11 @@ public:
     std::vector<std::uint64_t> New() const;
 
 private:
-    static std::vector<int> Descriptors();
-
     bool m_isRegular = false;
     std::uint64_t m_bytes = 0;
     dev_t m_device = 0;
     ino_t m_inode = 0;
-    std::vector<int> m_former;
+    std::vector<int> m_free; // numbers that new descriptors may get
 };
 
 } // namespace kel::host

@@ -13,8 +13,6 @@ namespace kel::host {
 struct WorkerMessage {
     /// The kinds, with the fields of each.
     enum class Kind : unsigned char {
-        Opening,  ///< the file
-        Opened,   ///< none
         Progress, ///< frames done, frames in total, frames per second
         Show,     ///< the line
         Result,   ///< the members of JobResult: document, output, report
@@ -22,7 +20,7 @@ struct WorkerMessage {
         Error,    ///< the members of ErrorText: file, message
     };
 
-    Kind kind = Kind::Opened;
+    Kind kind = Kind::Progress;
     std::uint32_t job = 0;
     std::vector<std::string> fields;
 };

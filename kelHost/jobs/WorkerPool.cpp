@@ -6,9 +6,9 @@
 #include "base/OutputFile.h"
 #include "base/Text.h"
 #include "jobs/Posix.h"
-#include "jobs/ReadCounter.h"
 #include "jobs/WorkerMessage.h"
 #include "jobs/WorkerProcess.h"
+#include "jobs/WorkerState.h"
 
 #include <fmt/format.h>
 
@@ -63,20 +63,22 @@ struct Worker {
     Descriptor commands;
     Descriptor messages;
     Descriptor printed;
-    ReadCounter reads;
+    WorkerState state;
     std::string received; // the beginning of a message
     std::string line;     // the beginning of a printed line
     std::string failure;  // the reason why the host cannot work with it; "" for none
     std::optional<std::size_t> job;
-    std::string opening; // the file being opened, escaped; "" for none
-    Duration openingSince{};
+    // As the host saw them last.
     bool isStopped = false;
-    std::uint32_t lastReads = 0;
-    Duration idleSince{}; // begin of the present read, or of the time in which it is stopped
+    std::uint32_t openings = 0;
+    std::uint32_t reads = 0;
+    Duration idleSince{}; // begin of the present wait
     std::int64_t shownSeconds = 0;
 
-    // True when the job waits for its input, as far as was seen when the host looked last.
-    bool IsIdle() const { return isStopped || lastReads % 2 == 1; }
+    bool IsOpening() const { return openings % 2 == 1; }
+
+    // True when the job waits: it opens a file, reads its input, or is stopped.
+    bool IsIdle() const { return IsOpening() || isStopped || reads % 2 == 1; }
 };
 
 // Returns true when bytes, or the end, can be read at once.
@@ -180,7 +182,7 @@ private:
             printed.in = Descriptor();
             RunWorker(m_jobs, m_options.progress,
                       {std::move(commands.in), std::move(messages.out), std::move(printed.out)},
-                      worker.reads);
+                      worker.state);
         }
         worker.commands = std::move(commands.out);
         worker.messages = std::move(messages.in);
@@ -192,7 +194,6 @@ private:
 
     void GiveJob(Worker& worker) {
         worker.job.reset();
-        worker.opening.clear();
         worker.shownSeconds = 0;
         if (m_next < m_jobs.size()) {
             const auto number = static_cast<std::uint32_t>(m_next);
@@ -217,7 +218,9 @@ private:
             std::chrono::duration_cast<std::chrono::milliseconds>(wait).count() + 1;
         poll(polled.data(), polled.size(), static_cast<int>(milliseconds));
         m_clock.Advance(wait);
-        m_signals.Check();
+        if (polled.front().revents != 0) {
+            m_signals.Check();
+        }
         // Backwards, because a worker that has died is removed.
         for (std::size_t i = m_workers.size(); i-- > 0;) {
             if (polled[2 * i + 1].revents != 0) {
@@ -271,14 +274,6 @@ private:
         const std::size_t job = *worker.job;
         std::vector<std::string>& fields = message.fields;
         switch (message.kind) {
-        case Kind::Opening:
-            worker.opening = fields[0];
-            worker.openingSince = m_clock.Now();
-            m_nextWatch = std::min(m_nextWatch, m_clock.Now() + m_options.openTimeout);
-            break;
-        case Kind::Opened:
-            worker.opening.clear();
-            break;
         case Kind::Progress:
             m_observer.OnProgress(job, ParseInteger<std::int64_t>(fields[0]).value(),
                                   ParseInteger<std::int64_t>(fields[1]).value(),
@@ -364,10 +359,13 @@ private:
             }
             return;
         }
-        const std::uint32_t reads = worker.reads.Value();
-        const bool goesOn = reads != worker.lastReads || !worker.IsIdle();
+        const std::uint32_t openings = worker.state.Openings();
+        const std::uint32_t reads = worker.state.Reads();
+        const bool goesOn = openings != worker.openings || !worker.IsIdle() ||
+                            (!worker.IsOpening() && reads != worker.reads);
         worker.isStopped = isStopped && worker.job.has_value();
-        worker.lastReads = reads;
+        worker.openings = openings;
+        worker.reads = reads;
         if (goesOn) {
             worker.idleSince = m_clock.Now();
         }
@@ -375,11 +373,9 @@ private:
         KillIfTimedOut(index);
     }
 
-    // The time for which the job has waited for its input.
+    // The time for which the job has waited.
     Duration WaitOf(const Worker& worker) const {
-        return !worker.opening.empty() ? m_clock.Now() - worker.openingSince
-               : worker.IsIdle()       ? m_clock.Now() - worker.idleSince
-                                       : Duration{};
+        return worker.IsIdle() ? m_clock.Now() - worker.idleSince : Duration{};
     }
 
     void ShowWait(Worker& worker) {
@@ -393,7 +389,7 @@ private:
 
     void KillIfTimedOut(std::size_t index) {
         Worker& worker = m_workers[index];
-        const bool isOpening = !worker.opening.empty();
+        const bool isOpening = worker.IsOpening();
         const std::chrono::milliseconds limit =
             isOpening ? m_options.openTimeout : m_options.stallTimeout;
         if (!isOpening && (!worker.IsIdle() || limit.count() == 0)) {
@@ -406,7 +402,7 @@ private:
         if (IsReadable(worker.messages)) {
             return; // it has gone on
         }
-        const std::string file = isOpening ? worker.opening : m_jobs[*worker.job].file;
+        const std::string file = isOpening ? worker.state.File() : m_jobs[*worker.job].file;
         const std::string message =
             isOpening ? fmt::format("cannot open the file within {} s; it is damaged, a pipe "
                                     "without a writer, or on a mount that does not respond "

@@ -1,7 +1,6 @@
 #include "jobs/WorkerProcess.h"
 
 #include "base/Errors.h"
-#include "base/Text.h"
 #include "jobs/Posix.h"
 #include "jobs/WorkerMessage.h"
 
@@ -23,14 +22,14 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Kind = WorkerMessage::Kind;
 
-// Sends reports about one job to the host. The texts are escaped for display.
+// Reports about one job to the host. The texts of messages are escaped for display.
 class PipeReporter final : public Reporter {
 public:
-    PipeReporter(int descriptor, std::uint32_t job, ReadCounter& reads, bool progress)
-        : m_descriptor(descriptor), m_job(job), m_reads(reads), m_wantsProgress(progress) {}
+    PipeReporter(int descriptor, std::uint32_t job, WorkerState& state, bool progress)
+        : m_descriptor(descriptor), m_job(job), m_state(state), m_wantsProgress(progress) {}
 
-    void Opening(const std::string& file) override { Send(Kind::Opening, {Escape(file)}); }
-    void Opened() override { Send(Kind::Opened, {}); }
+    void Opening(const std::string& file) override { m_state.BeginOpening(file); }
+    void Opened() override { m_state.EndOpening(); }
 
     void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) override {
         constexpr std::chrono::milliseconds kInterval{100};
@@ -47,8 +46,8 @@ public:
     }
 
     void Show(const std::string& line) override { Send(Kind::Show, {line}); }
-    void BeginReading() override { m_reads.Step(); }
-    void EndReading() override { m_reads.Step(); }
+    void BeginReading() override { m_state.StepReading(); }
+    void EndReading() override { m_state.StepReading(); }
 
     // Any thread may send: a log record comes from the thread that logs.
     void Send(Kind kind, std::vector<std::string> fields) {
@@ -62,7 +61,7 @@ public:
 private:
     int m_descriptor;
     std::uint32_t m_job;
-    ReadCounter& m_reads;
+    WorkerState& m_state;
     bool m_wantsProgress;
     Clock::time_point m_lastProgress = Clock::now();
     std::mutex m_mutex;
@@ -96,7 +95,7 @@ Ending RunOne(const Job& job, Reporter& reporter) {
 } // namespace
 
 void RunWorker(const std::vector<Job>& jobs, bool progress, const WorkerEnds& ends,
-               ReadCounter& reads) {
+               WorkerState& state) {
     try {
         // The host's unwritten output belongs to the host.
         __fpurge(stdout);
@@ -107,8 +106,9 @@ void RunWorker(const std::vector<Job>& jobs, bool progress, const WorkerEnds& en
         }
         std::uint32_t number = 0;
         while (ReadAll(ends.commands.Number(), &number, sizeof number) && number < jobs.size()) {
-            PipeReporter reporter(ends.messages.Number(), number, reads, progress);
+            PipeReporter reporter(ends.messages.Number(), number, state, progress);
             Ending ending = RunOne(jobs[number], reporter);
+            state.EndOpening();
             // Afterwards the lines are those of the next job.
             static_cast<void>(std::fflush(stdout));
             reporter.Send(ending.kind, std::move(ending.fields));

@@ -3,7 +3,7 @@
 
 #include "base/Descriptor.h"
 #include "jobs/Job.h"
-#include "jobs/ReadCounter.h"
+#include "jobs/WorkerState.h"
 
 #include <vector>
 
@@ -19,8 +19,8 @@ struct WorkerEnds {
 /// Does the jobs whose numbers arrive until there are no more, and ends the process. Standard
 /// output and error are redirected, because only messages reach the user.
 /// @param progress whether progress is reported
-/// @param reads counts the reads of the inputs
+/// @param state what the worker waits for
 [[noreturn]] void RunWorker(const std::vector<Job>& jobs, bool progress, const WorkerEnds& ends,
-                            ReadCounter& reads);
+                            WorkerState& state);
 
 } // namespace kel::host

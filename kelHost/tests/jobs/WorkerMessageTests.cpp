@@ -35,8 +35,6 @@ constexpr const char* kInvalid = "the bytes are not a message of a worker";
 
 TEST(WorkerMessage, OfEachKindIsTakenOnceItIsComplete) {
     const std::vector<WorkerMessage> messages{
-        {Kind::Opening, 0, {"take.wav"}},
-        {Kind::Opened, 1, {}},
         {Kind::Progress, 0xFFFFFFFF, {"-1", "9223372036854775807", "4294967295"}},
         {Kind::Show, 3, {std::string(300000, 'x')}},
         {Kind::Result, 4, {"", std::string("a\0b", 3), "report\n"}},
@@ -70,7 +68,7 @@ TEST(WorkerMessage, IsRefusedWhenTheBytesAreSomethingElse) {
     EXPECT_EQ(OutcomeOf(Changed(7, '\x7F')), kInvalid) << "2 GiB would be waited for";
     EXPECT_EQ(OutcomeOf(Changed(4, '\x04')), kInvalid) << "no kind";
     EXPECT_EQ(OutcomeOf(Changed(4, '\x07')), kInvalid) << "half of a size";
-    EXPECT_EQ(OutcomeOf(Changed(12, '\x07')), kInvalid) << "no such kind";
+    EXPECT_EQ(OutcomeOf(Changed(12, '\x05')), kInvalid) << "no such kind";
     EXPECT_EQ(OutcomeOf(Changed(12, '\x80')), kInvalid) << "no such kind";
     EXPECT_EQ(OutcomeOf(Changed(13, '\x7F')), kInvalid) << "a field beyond the end";
     EXPECT_EQ(OutcomeOf(Changed(16, '\xFF')), kInvalid) << "a field far beyond the end";
@@ -82,8 +80,7 @@ TEST(WorkerMessage, IsRefusedWhenTheBytesAreSomethingElse) {
 
 TEST(WorkerMessage, IsRefusedWhenItsFieldsAreNotThoseOfItsKind) {
     for (const WorkerMessage& message :
-         {WorkerMessage{Kind::Opening, 0, {}}, WorkerMessage{Kind::Opened, 0, {""}},
-          WorkerMessage{Kind::Progress, 0, {"1", "2"}},
+         {WorkerMessage{Kind::Progress, 0, {"1", "2"}},
           WorkerMessage{Kind::Progress, 0, {"x", "2", "48000"}},
           WorkerMessage{Kind::Progress, 0, {"1", "2x", "48000"}},
           WorkerMessage{Kind::Progress, 0, {"1", "2", "-1"}},

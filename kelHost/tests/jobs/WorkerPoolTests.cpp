@@ -429,7 +429,7 @@ TEST_F(Workers, ThatSendSomethingElseAreEnded) {
          {Row{"text", "terminate called\n"}, Row{"zeros", std::string(64, '\0')},
           Row{"a job that it does not do", Encode({WorkerMessage::Kind::Result, 1, {"1", "", ""}})},
           Row{"the beginning of a message",
-              Encode({WorkerMessage::Kind::Opened, 0, {}}).substr(0, 9)}}) {
+              Encode({WorkerMessage::Kind::Show, 0, {""}}).substr(0, 9)}}) {
         SCOPED_TRACE(row.name);
         const Work writes = [&](Reporter& reporter) -> json {
             WriteToHost(row.bytes);

@@ -1,0 +1,55 @@
+/// The state of a worker that the host sees while the worker waits for its input.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace kel::host {
+
+/// What a worker waits for, in memory that it shares with the host: a worker that hangs sends no
+/// messages, and messages about each file would cost more than short files do. Two processes, or
+/// two threads, may use it at the same time.
+class WorkerState {
+public:
+    /// @throws JobError when the system has no memory to share
+    WorkerState();
+
+    /// A read begins or ends.
+    void StepReading() { m_memory->reads.fetch_add(1, std::memory_order_relaxed); }
+
+    /// The number of beginnings and ends of reads: odd while a read is in progress.
+    std::uint32_t Reads() const { return m_memory->reads.load(std::memory_order_relaxed); }
+
+    /// The worker begins to open a file, perhaps instead of another one.
+    void BeginOpening(const std::string& file);
+
+    /// The file is open, or is not opened after all.
+    void EndOpening();
+
+    /// A number that changes with each beginning and each end: odd while a file is being opened.
+    std::uint32_t Openings() const { return m_memory->openings.load(std::memory_order_acquire); }
+
+    /// The file that was opened last; cut off where it is too long for the system.
+    std::string File() const { return m_memory->file.data(); }
+
+private:
+    using Count = std::atomic<std::uint32_t>;
+    static_assert(Count::is_always_lock_free, "a lock does not work between processes");
+
+    struct Memory {
+        Count reads;
+        Count openings;
+        std::array<char, 4096> file; // ends with a zero
+    };
+
+    struct Unmap {
+        void operator()(Memory* memory) const;
+    };
+
+    std::unique_ptr<Memory, Unmap> m_memory;
+};
+
+} // namespace kel::host
