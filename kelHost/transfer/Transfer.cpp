@@ -57,12 +57,7 @@ void Transfer::Measure(const ISampleContainer& sample) {
 
 SampleHandle Transfer::Pull() {
     const ReadingScope reading(m_reporter);
-    SampleHandle sample =
-        WithFileContext(m_parts.source->ShownName(), "", [&] { return m_parts.reader->Pull(); });
-    if (m_meter.has_value() && sample != nullptr && !Converts()) {
-        Measure(*sample);
-    }
-    return sample;
+    return WithFileContext(m_parts.source->ShownName(), "", [&] { return m_parts.reader->Pull(); });
 }
 
 bool Transfer::Converts() const {
@@ -70,14 +65,14 @@ bool Transfer::Converts() const {
 }
 
 SampleHandle Transfer::Convert(const SampleHandle& sample) {
-    SampleHandle converted = m_parts.converter->Convert(sample);
-    if (m_meter.has_value()) {
-        Measure(*converted);
-    }
-    return converted;
+    return m_parts.converter->Convert(sample);
 }
 
+// Peaks are measured here, because reading usually takes longer than writing.
 void Transfer::Push(const SampleHandle& sample) {
+    if (m_meter.has_value()) {
+        Measure(*sample);
+    }
     m_parts.sink->Element().PushSample(sample);
     // The sink logs a failed write without throwing. More samples would only fill a full disk
     // again.
