@@ -2,6 +2,7 @@
 
 #include "base/Numbers.h"
 #include "container/CueChunks.h"
+#include "container/MarkerChunks.h"
 #include "container/StoredBytes.h"
 
 #include <algorithm>
@@ -372,7 +373,7 @@ std::optional<std::string> ChunkAdjustment::AdjustComments(const std::string& co
         }
         offset += padded;
     }
-    return count == 0 ? "" : NumberBytes(count, 2, StoredOrder::Big) + comments;
+    return count == 0 ? "" : MakeReadable(NumberBytes(count, 2, StoredOrder::Big) + comments);
 }
 
 std::string AddToCodingHistory(std::string content, const std::string& line) {

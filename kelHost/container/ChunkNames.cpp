@@ -1,8 +1,11 @@
 #include "container/ChunkNames.h"
 
+#include "container/ChunkWriter.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -36,6 +39,13 @@ bool HasTagsOrCuePoints(std::string_view name) {
     static constexpr std::array<std::string_view, 5> kNames{"LIST INFO", "LIST adtl", "cue ",
                                                             "id3 ", "ID3 "};
     return IsOneOf(name, kNames);
+}
+
+std::uint64_t MaxChunkInAIFF(std::string_view name) {
+    return name == "NAME" || name == "ANNO" ? 8189
+           : name == "AUTH"                 ? 8190
+           : name == "(c) "                 ? 8191
+                                            : kMaxChunkBytes;
 }
 
 std::string TrimChunkName(std::string name) {

@@ -26,6 +26,21 @@ std::string BigNumber(std::uint64_t number, std::size_t bytes) {
     return NumberBytes(number, bytes, StoredOrder::Big);
 }
 
+// True when comments that are not padded begin where the lengths before them lead, and have lengths
+// that libsndfile accepts.
+bool IsReadWithoutPadding(const StoredBytes& comments) {
+    constexpr std::uint64_t kMaxLength = 8191;
+    std::uint64_t offset = kFirstItem;
+    for (std::uint64_t left = DeclaredItems(comments); left > 0; --left) {
+        const std::uint64_t length = comments.Number(offset + kCommentLength, 2);
+        offset += kCommentHeader + length;
+        if (length > kMaxLength || offset > comments.Size()) {
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 std::uint64_t DeclaredItems(const StoredBytes& content) {
@@ -70,6 +85,24 @@ std::string FormatMarkers(const std::vector<CuePoint>& points) {
     return bytes;
 }
 
+std::string MakeReadable(const std::string& comments) {
+    const StoredBytes content(comments, StoredOrder::Big);
+    if (IsReadWithoutPadding(content)) {
+        return comments;
+    }
+    std::string even = comments.substr(0, kFirstItem);
+    std::uint64_t offset = kFirstItem;
+    for (std::uint64_t left = DeclaredItems(content); left > 0; --left) {
+        const std::uint64_t length = content.Number(offset + kCommentLength, 2);
+        const std::uint64_t padded = length + length % 2;
+        even += content.Part(offset, kCommentLength);
+        even += BigNumber(padded, 2);
+        even += WithPadding(std::string(content.Part(offset + kCommentHeader, length)));
+        offset += kCommentHeader + padded;
+    }
+    return even;
+}
+
 std::string FormatMarkerComments(const std::vector<CuePoint>& points) {
     std::string bytes;
     std::size_t count = 0;
@@ -82,7 +115,7 @@ std::string FormatMarkerComments(const std::vector<CuePoint>& points) {
             ++count;
         }
     }
-    return bytes.empty() ? bytes : BigNumber(count, 2) + bytes;
+    return bytes.empty() ? bytes : MakeReadable(BigNumber(count, 2) + bytes);
 }
 
 } // namespace kel::host

@@ -19,8 +19,9 @@ inline constexpr std::size_t kMaxMarkers = 32767;
 /// The longest name of a marker, in bytes.
 inline constexpr std::size_t kMaxMarkerName = 255;
 
-/// The longest comment in "COMT", in bytes.
-inline constexpr std::size_t kMaxMarkerComment = 65535;
+/// The longest comment that is written into "COMT", in bytes. libsndfile 1.2.0 opens no file with
+/// one of more than 8191, and a comment of odd length may get a byte more (see MakeReadable).
+inline constexpr std::size_t kMaxMarkerComment = 8190;
 
 /// A comment on a marker, or on the file.
 struct MarkerComment {
@@ -40,6 +41,12 @@ std::vector<MarkerComment> ParseMarkerComments(const StoredBytes& content);
 /// Returns the content of "MARK". Longer names are cut.
 /// @param points at most kMaxMarkers
 std::string FormatMarkers(const std::vector<CuePoint>& points);
+
+/// Returns the content of a complete "COMT" so that libsndfile opens its file. The library does not
+/// skip the byte that pads a comment of odd length, and takes other bytes for the next length.
+/// Where these lead beyond the chunk, or to a length that it refuses, all comments of odd length
+/// end with a counted byte 0 instead.
+std::string MakeReadable(const std::string& comments);
 
 /// Returns the content of "COMT" with the notes of points, without times; empty without notes.
 /// @param points at most kMaxMarkers

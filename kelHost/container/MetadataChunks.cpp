@@ -2,6 +2,7 @@
 
 #include "container/BroadcastChunk.h"
 #include "container/CarriedChunk.h"
+#include "container/ChunkNames.h"
 #include "container/CueChunks.h"
 #include "container/ID3Tag.h"
 #include "container/MarkerChunks.h"
@@ -113,24 +114,28 @@ bool IsASCII(const std::string& text) {
 }
 
 // Programs disagree about the encoding of texts in AIFF files, so those that are not ASCII are in
-// the ID3 tag, too.
+// the ID3 tag, too. Long ones are only there.
 std::vector<NewChunk> MakeAIFFChunks(const Metadata& metadata) {
     JoinedTexts joined;
     std::vector<Tag> others;
     std::vector<NewChunk> comments;
     for (const Tag& tag : metadata.tags) {
         const std::string chunk = TextChunk(tag.name);
-        if (chunk == "ANNO") {
-            AddChunk(comments, chunk, tag.value);
-        } else if (!chunk.empty()) {
-            joined.Add(chunk, tag.value);
-        } else {
+        if (chunk.empty() || tag.value.size() > MaxChunkInAIFF(chunk)) {
             others.push_back(tag);
+        } else if (chunk == "ANNO") {
+            AddChunk(comments, chunk, tag.value);
+        } else {
+            joined.Add(chunk, tag.value);
         }
     }
     std::vector<NewChunk> chunks;
     for (const auto& [chunk, text] : joined.texts) {
-        AddChunk(chunks, chunk, text);
+        if (text.size() > MaxChunkInAIFF(chunk)) {
+            others.push_back({NameOfTextChunk(chunk), text});
+        } else {
+            AddChunk(chunks, chunk, text);
+        }
     }
     chunks.insert(chunks.end(), comments.begin(), comments.end());
     for (const NewChunk& chunk : chunks) {

@@ -113,7 +113,7 @@ private:
             return true;
         }
         if (m_toAIFF && !DescribesSamples(chunk.name, true)) {
-            Select({chunk, false}, kMaxChunkBytes);
+            Select({chunk, false}, MaxChunkInAIFF(chunk.name));
         }
         return m_toAIFF;
     }

@@ -286,6 +286,39 @@ TEST(CopyMetadata, IsTranslatedIntoAIFF) {
               (json{loss, "take.wav: not preserved outside of the range: 1 cue point"}));
 }
 
+TEST(CopyMetadata, IsReadableInAIFFHoweverLongTextsAre) {
+    const std::string tags = Padded("LIST", "INFO" + Padded("INAM", std::string(1000000, '\1')));
+    const std::string second = Padded("LIST", "INFO" + Padded("INAM", std::string(8190, '\2')));
+    const Outcome tooMany = CopyBytes(MakeWAVE("", tags + second), "take.wav", "copy.aiff");
+    EXPECT_EQ(tooMany.metadata, Metadata({"ID3"}));
+    EXPECT_EQ(tooMany.warnings,
+              json{"take.wav: not preserved, because of damage: there are more than 524288 bytes "
+                   "of text"});
+    std::string points;
+    std::string notes;
+    for (std::uint64_t i = 1; i <= 100; ++i) {
+        points += CuePoint(i, 7);
+        notes += Padded("note", LittleEndian(i, 4) + std::string("odd\0", 4));
+    }
+    const Outcome comments = CopyBytes(MakeWAVE("", Padded("cue ", LittleEndian(100, 4) + points) +
+                                                        Padded("LIST", "adtl" + notes)),
+                                       "take.wav", "copy.aiff");
+    EXPECT_EQ(comments.metadata, Metadata({"MARK", "COMT"}));
+    EXPECT_EQ(comments.warnings, json::array());
+}
+
+// The library does not open the input, either, whose samples the repaired copy has.
+TEST(CopyMetadata, LeavesOutTextsOfAIFFThatAreTooLongToRead) {
+    const auto text = [](std::size_t size) {
+        return BigPadded("AUTH", std::string(size, 'a'));
+    };
+    const std::string samples = BigPadded("SSND", BigEndian(0, 8) + std::string(4, 'y'));
+    const Outcome outcome = CopyBytes(MakeAIFF("", samples + text(8190) + text(8191)), "take.aiff",
+                                      "copy.aiff", {"--repair"});
+    EXPECT_EQ(outcome.after, text(8190));
+    EXPECT_EQ(outcome.metadata, Metadata({"AUTH"}, {"AUTH"}));
+}
+
 TEST(CopyMetadata, IsTranslatedIntoWAVE) {
     const std::string bytes =
         MakeAIFF("", BigPadded("NAME", "name") + BigPadded("APPL", "abcd") +

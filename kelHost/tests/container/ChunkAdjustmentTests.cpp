@@ -246,7 +246,7 @@ TEST(ChunkAdjustment, RemovesLoopsBetweenRemovedMarkers) {
 TEST(ChunkAdjustment, RemovesCommentsOfRemovedMarkers) {
     EXPECT_EQ(
         AdjustAIFF("COMT", Big(3, 2) + Comment(0, "all") + Comment(1, "gone") + Comment(2, "kept")),
-        Big(2, 2) + Comment(0, "all") + Comment(2, "kept"));
+        Big(2, 2) + Comment(0, "all" + std::string(1, '\0')) + Comment(2, "kept"));
     EXPECT_EQ(AdjustAIFF("COMT", Big(1, 2) + Comment(0, "ab").substr(0, 9)), std::nullopt);
     EXPECT_EQ(AdjustAIFF("COMT", Big(1, 2)), std::nullopt);
 }

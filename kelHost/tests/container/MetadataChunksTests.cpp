@@ -112,6 +112,38 @@ TEST(MetadataChunks, HaveTextsThatAreNotASCIIInAnID3TagToo) {
     EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
 }
 
+TEST(MetadataChunks, HaveTextsThatAreTooLongForAIFFOnlyInAnID3Tag) {
+    Metadata metadata;
+    metadata.tags = {{"title", std::string(8189, 't')},
+                     {"copyright", std::string(8191, 'c')},
+                     {"comment", std::string(8189, 'o')},
+                     {"artist", std::string(8000, 'a')},
+                     {"artist", std::string(188, 'b')}}; // "; " is between them
+    EXPECT_EQ(Names(MakeChunks(metadata, ChunkForm::AIFF)),
+              (std::vector<std::string>{"NAME", "(c) ", "AUTH", "ANNO"}));
+    for (Tag& tag : metadata.tags) {
+        tag.value += 'x';
+    }
+    EXPECT_EQ(Names(MakeChunks(metadata, ChunkForm::AIFF)), std::vector<std::string>{"ID3 "});
+    const std::string tags = RoundTrip(metadata, ChunkForm::AIFF);
+    metadata.tags[3].value += "; " + metadata.tags[4].value;
+    metadata.tags.pop_back();
+    EXPECT_EQ(tags, test::Describe(metadata));
+}
+
+// The library takes the 0 after "odd" for the first byte of the next comment, and 512 for its
+// length.
+TEST(MetadataChunks, HaveCommentsThatLibsndfileReads) {
+    Metadata metadata;
+    metadata.cuePoints = {{1, 5, 0, "", "odd"}, {2, 6, 0, "", "even"}};
+    const auto chunks = MakeChunks(metadata, ChunkForm::AIFF);
+    EXPECT_EQ(chunks.at(1).content, BigEndian(2, 2) + BigEndian(0, 4) + BigEndian(1, 2) +
+                                        BigEndian(4, 2) + std::string("odd\0", 4) +
+                                        BigEndian(0, 4) + BigEndian(2, 2) + BigEndian(4, 2) +
+                                        "even");
+    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
+}
+
 TEST(MetadataChunks, CarryBroadcastFieldsInAIFFFiles) {
     Metadata metadata;
     metadata.broadcast = MakeMetadata().broadcast;
@@ -167,7 +199,7 @@ TEST(MetadataChunks, OmitPartsThatAreNamed) {
 TEST(MetadataChunks, NameWhatAIFFDoesNotHave) {
     Metadata metadata = MakeMetadata();
     metadata.cuePoints[0].label = std::string(254, 'x') + "\xC3\xA9";
-    metadata.cuePoints[1].note = std::string(65536, 'n');
+    metadata.cuePoints[1].note = std::string(8191, 'n');
     EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFF),
               (std::vector<std::string>{"lengths of regions", "ends of long labels",
                                         "ends of long notes"}));
@@ -175,7 +207,7 @@ TEST(MetadataChunks, NameWhatAIFFDoesNotHave) {
     EXPECT_EQ(
         RoundTrip(metadata, ChunkForm::AIFF),
         "title=A title\nartist=Me\ntrack=3\nieng=You\ncue 2 at 4000+0: " + std::string(254, 'x') +
-            "|\ncue 1 at 100+0: odd|" + std::string(65535, 'n') + "\ncue 9 at 7+0: |\n");
+            "|\ncue 1 at 100+0: odd|" + std::string(8190, 'n') + "\ncue 9 at 7+0: |\n");
     metadata = {};
     metadata.cuePoints.resize(32768);
     EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFF),
