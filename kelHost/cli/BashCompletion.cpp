@@ -1,6 +1,7 @@
 #include "cli/BashCompletion.h"
 
 #include "cli/ProgramText.h"
+#include "commands/Command.h"
 
 #include <cstddef>
 #include <memory>
@@ -31,20 +32,11 @@ std::string Quote(std::string_view word) {
     return quoted + "'";
 }
 
-// Returns "-o" and "--output" of "-o,--output".
-std::vector<std::string> NamesOf(const Option& option) {
-    const std::string& names = option.Names();
-    const std::size_t comma = names.find(',');
-    return comma == std::string::npos
-               ? std::vector<std::string>{names}
-               : std::vector<std::string>{names.substr(0, comma), names.substr(comma + 1)};
-}
-
 std::vector<std::string> AllNamesOf(const std::vector<Option>& options) {
     std::vector<std::string> all;
     for (const Option& option : options) {
         if (!option.IsArgument()) {
-            const std::vector<std::string> names = NamesOf(option);
+            const std::vector<std::string> names = option.Spellings();
             all.insert(all.end(), names.begin(), names.end());
         }
     }
@@ -61,6 +53,7 @@ std::string ActionFor(const Option& option) {
         return "_kelhost_files; return";
     case Option::Values::Directories:
         return "_kelhost_directories; return";
+    case Option::Values::Elements:
     case Option::Values::Any:
         break;
     }
@@ -75,7 +68,7 @@ void WriteValueCases(const std::vector<Option>& options, std::string_view comman
             continue;
         }
         std::vector<std::string> patterns;
-        for (const std::string& name : NamesOf(option)) {
+        for (const std::string& name : option.Spellings()) {
             patterns.push_back(std::string(command) + ":" + name);
         }
         out << "        " << Join(patterns, "|") << ") " << ActionFor(option) << " ;;\n";
@@ -96,13 +89,12 @@ void WriteFunctions(std::ostream& out) {
 
 } // namespace
 
-void WriteCompletion(const std::vector<Option>& commonOptions,
-                     const std::vector<std::unique_ptr<Command>>& commands, std::ostream& out) {
+void WriteCompletion(const std::vector<Option>& commonOptions, std::ostream& out) {
     std::vector<std::string> common = AllNamesOf(commonOptions);
     common.insert(common.end(), {"--version", "-h", "--help"});
     std::vector<std::string> names;
-    for (const auto& command : commands) {
-        names.push_back(command->Name());
+    for (const CommandEntry& entry : Commands()) {
+        names.emplace_back(entry.name);
     }
     out << "# Completion of " << kProgram << " for bash. Written by the program itself.\n\n";
     WriteFunctions(out);
@@ -124,16 +116,16 @@ void WriteCompletion(const std::vector<Option>& commonOptions,
            "    done\n"
            "    COMPREPLY=()\n"
            "    case $command:$previous in\n";
-    for (const auto& command : commands) {
-        WriteValueCases(command->Options(), command->Name(), out);
+    for (const CommandEntry& entry : Commands()) {
+        WriteValueCases(entry.make()->Options(), entry.name, out);
     }
     WriteValueCases(commonOptions, "*", out);
     out << "    esac\n"
            "    case $command:$current in\n";
-    for (const auto& command : commands) {
-        std::vector<std::string> options = AllNamesOf(command->Options());
+    for (const CommandEntry& entry : Commands()) {
+        std::vector<std::string> options = AllNamesOf(entry.make()->Options());
         options.insert(options.end(), common.begin(), common.end());
-        out << "        " << command->Name() << ":-*) _kelhost_words " << Quote(Join(options, " "))
+        out << "        " << entry.name << ":-*) _kelhost_words " << Quote(Join(options, " "))
             << " ;;\n";
     }
     out << "        :-*) _kelhost_words " << Quote(Join(common, " "))

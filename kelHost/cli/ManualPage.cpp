@@ -1,11 +1,12 @@
 #include "cli/ManualPage.h"
 
-#include "base/Text.h"
+#include "cli/OptionText.h"
 #include "cli/ProgramText.h"
+#include "commands/Command.h"
 
-#include <algorithm>
 #include <cstddef>
-#include <sstream>
+#include <memory>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,112 +40,96 @@ std::string Troff(std::string_view text) {
     return result;
 }
 
-std::string DisplayedNames(const Option& option) {
-    std::string names = option.Names();
-    const std::size_t comma = names.find(',');
-    return comma == std::string::npos ? names : names.insert(comma + 1, " ");
-}
-
-// Returns the description with the choices, unless it names them itself, and the default.
-std::string Describe(const Option& option) {
-    const std::vector<std::string>& choices = option.AllowedValues();
-    std::string text = option.Description();
-    const bool named = std::all_of(choices.begin(), choices.end(), [&](const std::string& choice) {
-        return option.Description().find(choice) != std::string::npos;
-    });
-    if (!named) {
-        text += ": " + ListAlternatives(choices);
-    }
-    if (!option.IsArgument() && !option.Default().empty()) {
-        text += " (default: " + option.Default() + ")";
-    }
-    return text;
-}
-
 void WriteOptions(const std::vector<Option>& options, std::ostream& out) {
     for (const Option& option : options) {
         if (option.IsArgument()) {
             out << ".TP\n.I " << Troff(option.Names()) << "\n";
         } else {
-            out << ".TP\n\\fB" << Troff(DisplayedNames(option)) << "\\fR";
+            const std::string names = DisplayedNames(option);
+            const std::size_t value = names.size() - option.ValueName().size();
+            out << ".TP\n\\fB" << Troff(names.substr(0, value)) << "\\fR";
             if (!option.IsFlag()) {
-                out << " \\fI" << Troff(option.ValueName()) << "\\fR";
+                out << "\\fI" << Troff(option.ValueName()) << "\\fR";
             }
             out << "\n";
         }
-        out << Troff(Sentence(Describe(option))) << "\n";
+        out << Troff(Sentence(DescribeOption(option))) << "\n";
     }
 }
 
-// Writes notes: indented lines are examples, as they are typed; the others are text.
-void WriteNotes(const std::string& notes, std::ostream& out) {
-    std::istringstream lines(notes);
-    bool inExamples = false;
-    for (std::string line; std::getline(lines, line);) {
-        const bool isExample = line.rfind("  ", 0) == 0;
-        if (isExample != inExamples) {
-            out << (isExample ? ".PP\n.EX\n" : ".EE\n.PP\n");
-            inExamples = isExample;
-        }
-        if (!line.empty() && line != "Examples:") {
+// Writes examples as they are typed, each below its purpose.
+void WriteExamples(const std::vector<Example>& examples, std::ostream& out) {
+    constexpr std::size_t kWidth = 66; // of a page in 80 columns, between its margins
+    for (const Example& example : examples) {
+        out << ".PP\n" << Troff(example.purpose) << ":\n.PP\n.RS 4\n.EX\n";
+        for (const std::string& line : ExampleLines(example, kWidth)) {
             out << Troff(line) << "\n";
         }
-    }
-    if (inExamples) {
-        out << ".EE\n";
+        out << ".EE\n.RE\n";
     }
 }
 
-void WriteSynopsis(const Command& command, std::ostream& out) {
-    out << ".B " << kProgram << " " << command.Name() << "\n.RI [ options ]";
-    for (const Option& option : command.Options()) {
-        if (option.IsArgument()) {
-            out << "\n.RI " << (option.IsRequired() ? "\"\"" : "[") << " " << option.Names()
-                << (option.IsRepeatable() ? " ..." : "") << " " << (option.IsRequired() ? "" : "]");
-        }
+void WriteNotes(const std::string& notes, std::ostream& out) {
+    for (const std::string& paragraph : SplitLines(notes)) {
+        out << ".PP\n" << Troff(paragraph) << "\n";
     }
-    out << "\n.br\n";
+}
+
+void WriteSynopsis(const CommandEntry& entry, const Command& command, std::ostream& out) {
+    for (const std::string& usage : UsagesOf(command)) {
+        out << ".B " << kProgram << " " << entry.name << "\n[options] " << Troff(usage)
+            << "\n.br\n";
+    }
+}
+
+void WriteCommand(const CommandEntry& entry, std::ostream& out) {
+    const std::unique_ptr<Command> command = entry.make();
+    out << ".SS " << Troff(entry.name) << "\n" << Troff(entry.summary) << ".\n";
+    WriteOptions(command->Options(), out);
+    WriteNotes(command->Notes(), out);
+    WriteExamples(command->Examples(), out);
 }
 
 } // namespace
 
-void WriteManual(const std::vector<Option>& commonOptions,
-                 const std::vector<std::unique_ptr<Command>>& commands, const std::string& version,
+void WriteManual(const std::vector<Option>& commonOptions, const std::string& version,
                  std::ostream& out) {
     out << ".\\\" Written by the program itself.\n"
         << ".TH " << kProgram << R"( 1 "" ")" << kProgram << " " << version
         << "\" \"User Commands\"\n"
-        << ".SH NAME\n"
+        << ".ad l\n.nh\n.SH NAME\n"
         << kProgram << " \\- copies, converts, measures and plots audio files\n"
         << ".SH SYNOPSIS\n";
-    for (const auto& command : commands) {
-        WriteSynopsis(*command, out);
+    for (const CommandEntry& entry : Commands()) {
+        WriteSynopsis(entry, *entry.make(), out);
     }
-    out << ".SH DESCRIPTION\n"
-        << Troff(kDescription)
-        << "\n.SH OPTIONS\nThey are accepted before and after the command.\n";
+    out << ".B " << kProgram << " help\n[COMMAND]\n"
+        << ".SH DESCRIPTION\n"
+        << Troff(kDescription) << "\n";
+    WriteExamples(ProgramExamples(), out);
+    out << ".SH OPTIONS\nThey are accepted before and after the command.\n";
     WriteOptions(commonOptions, out);
-    WriteOptions({Option("--version", "", static_cast<bool*>(nullptr), "Show the version and exit"),
-                  Option("-h,--help", "", static_cast<bool*>(nullptr),
-                         "Show the help of the program or of a command and exit")},
-                 out);
+    WriteOptions(ShowingOptions(), out);
     out << ".SH COMMANDS\n";
-    for (const auto& command : commands) {
-        out << ".SS " << Troff(command->Name()) << "\n" << Troff(command->Summary()) << ".\n";
-        WriteOptions(command->Options(), out);
-        WriteNotes(command->Notes(), out);
+    for (const CommandEntry& entry : Commands()) {
+        WriteCommand(entry, out);
     }
-    out << ".SH EXAMPLES AND EXIT STATUS\n";
+    out << ".SH EXIT STATUS\n";
     WriteNotes(kNotes, out);
     out << ".SH ENVIRONMENT\n"
            ".TP\n.B KEL_PLUGIN_PATH\n"
-           "Absolute paths of directories, separated by colons, whose plug-ins are loaded instead "
+           "Absolute paths of directories, separated by colons, whose plug\\-ins are loaded "
+           "instead "
            "of\n"
            "those installed with the program. Directories that other users can change are "
            "skipped.\n"
            "Ignored when the process runs with raised rights.\n"
            ".TP\n.B KEL_LOG\n"
-           "Log records to show: none, error, warning, milestone or info.\n";
+           "Log records to show: none, error, warning, milestone or info.\n"
+           ".TP\n.B COLUMNS\n"
+           "Width of help texts, in characters.\n"
+           ".TP\n.B NO_COLOR\n"
+           "When set and not empty, nothing is coloured.\n";
 }
 
 } // namespace kel::host

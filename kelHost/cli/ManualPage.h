@@ -2,10 +2,8 @@
 /// complete.
 #pragma once
 
-#include "commands/Command.h"
 #include "commands/Option.h"
 
-#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -16,8 +14,7 @@ namespace kel::host {
 /// @param commonOptions options of all commands
 /// @param version version of the program
 /// @param out receives the page
-void WriteManual(const std::vector<Option>& commonOptions,
-                 const std::vector<std::unique_ptr<Command>>& commands, const std::string& version,
+void WriteManual(const std::vector<Option>& commonOptions, const std::string& version,
                  std::ostream& out);
 
 } // namespace kel::host

@@ -1,25 +1,30 @@
 /// Texts about the program as a whole, for the help and the manual page.
 #pragma once
 
+#include "commands/Command.h"
+
+#include <vector>
+
 namespace kel::host {
 
 inline constexpr const char* kProgram = "kelhost";
 
 inline constexpr const char* kDescription =
-    "Copies, converts, measures and plots audio files with the elements of a media-workflow "
-    "framework.";
+    "kelhost copies, converts, measures and plots audio files.";
 
-/// Notes after the options: examples, then the streams and the exit status.
+/// One example of each frequent task.
+inline std::vector<Example> ProgramExamples() {
+    return {{"kelhost copy take.flac take.wav", "Convert a recording"},
+            {"kelhost copy *.flac --output-dir wave", "Convert several"},
+            {"kelhost info take.wav", "Show facts about a file"},
+            {"kelhost info --measure *.wav", "Measure levels and loudness"},
+            {"kelhost compare take.flac take.wav", "Compare the audio of two files"},
+            {"kelhost plot take.wav", "Draw the waveform"},
+            {"kelhost help copy", "Show the options of a command"}};
+}
+
+/// Notes after the options, each line a paragraph: the streams and the exit status.
 inline constexpr const char* kNotes =
-    "Examples:\n"
-    "  kelhost copy take.flac take.wav                   convert a recording\n"
-    "  kelhost copy *.flac --output-dir wave             convert several\n"
-    "  kelhost info *.wav                                show facts about files\n"
-    "  kelhost info --measure take.wav                   measure levels and loudness\n"
-    "  kelhost compare take.flac take.wav                compare the audio of two files\n"
-    "  kelhost plot take.wav                             draw the waveform\n"
-    "  kelhost copy --help                               show the options of a command\n"
-    "\n"
     "Results go to standard output, everything else to standard error.\n"
     "Exit status: 0 success, 1 the job failed, 2 usage error, 130 interrupted, 143 terminated.";
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -20,22 +21,29 @@ std::vector<std::string> ProgressChoices() {
 } // namespace
 
 std::vector<Option> CommonArguments::Options() {
-    return {Option("--plugin", "FILE", &plugins,
-                   "Load this plug-in instead of those in KEL_PLUGIN_PATH or next to the program; "
-                   "repeatable")
-                .Completes(Option::Values::Files),
-            Option("--json", "", &json, "Write results, errors and log records as JSON"),
-            Option("--quiet", "", &quiet, "Show no progress and no reports of written files"),
-            Option("--progress", "STYLE", &progress,
-                   "auto (on a terminal), none, or json: lines of JSON on standard error")
-                .Choices(ProgressChoices()),
-            Option("--jobs", "N", &jobs, "Work on N files at once; default: number of processors"),
-            Option("--open-timeout", "SECONDS", &openTimeout, "Maximum time for opening a file"),
-            Option("--stall-timeout", "SECONDS", &stallTimeout,
-                   "Maximum time without data from a file that is read; 0: no limit"),
-            Option("--verbose", "", &verbose,
-                   "Show all log records; KEL_LOG=none, error, warning, milestone or info selects "
-                   "some")};
+    std::vector<Option> options{
+        Option("--plugin", "FILE", &plugins,
+               "Load this plug-in instead of those in KEL_PLUGIN_PATH or next to the program; "
+               "repeatable")
+            .Completes(Option::Values::Files),
+        Option("--json", "", &json, "Write results, errors and log records as JSON"),
+        Option("-q,--quiet", "", &quiet, "Show no progress and no reports of written files"),
+        Option("--progress", "STYLE", &progress,
+               "auto (on a terminal), none, or json: lines of JSON on standard error")
+            .Choices(ProgressChoices()),
+        Option("-j,--jobs", "N", &jobs,
+               "Work on N files at once (default: the number of processors)"),
+        Option("--open-timeout", "SECONDS", &openTimeout, "Maximum time for opening a file"),
+        Option("--stall-timeout", "SECONDS", &stallTimeout,
+               "Maximum time without data from a file that is read; 0: no limit"),
+        Option("-v,--verbose", "", &verbose,
+               "Show all log records; KEL_LOG=none, error, warning, milestone or info selects "
+               "some")};
+    std::vector<Option> general;
+    for (Option& option : options) {
+        general.push_back(std::move(option).InGroup("General options"));
+    }
+    return general;
 }
 
 CommonOptions CommonArguments::Interpret() const {

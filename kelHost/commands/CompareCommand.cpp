@@ -32,30 +32,32 @@ std::optional<TimePoint> Interpreted(const char* name, const std::optional<std::
 
 class CompareCommand final : public Command {
 public:
-    CompareCommand() : Command("compare", "Compare the audio of two files") {
+    CompareCommand() {
         Add(Option("A", "", &m_fileA, "The first file")
                 .Completes(Option::Values::Files)
                 .Required());
         Add(Option("B", "", &m_fileB, "The second file")
                 .Completes(Option::Values::Files)
                 .Required());
+        BeginGroup("Comparison");
         Add(Option("--tolerance", "VALUE", &m_tolerance,
                    "Largest accepted difference of two values: 0.001 of full scale, or -60dB"));
         Add(Option("--start-a", "TIME", &m_startA,
                    "Beginning of the part of A: seconds (12.5), h:mm:ss.mmm or frames (48000f)"));
         Add(Option("--start-b", "TIME", &m_startB, "Beginning of the part of B"));
         Add(Option("--duration", "TIME", &m_duration, "Duration of both parts"));
+        BeginGroup("Damaged inputs");
         for (Option& option : InputOptions(m_request.inputPolicy)) {
             Add(std::move(option));
         }
+        AddExample("kelhost compare take.wav take.flac", "Find the first difference");
+        AddExample("kelhost compare take.wav take.flac --tolerance -90dB",
+                   "Ignore differences that cannot be heard");
+        AddExample("kelhost compare take.wav take.flac --start-a 1.5 --start-b 2 --duration 30",
+                   "Compare parts");
+        AddExample("kelhost compare -q take.wav take.flac && echo same", "Use the exit status");
         SetNotes("Exit status: 0 the audio is the same, 1 it is different, 2 trouble: a file "
-                 "cannot be\nread, or the command line is wrong.\n"
-                 "\n"
-                 "Examples:\n"
-                 "  kelhost compare take.wav take.flac\n"
-                 "  kelhost compare take.wav take.flac --tolerance -90dB\n"
-                 "  kelhost compare take.wav take.flac --start-a 1.5 --start-b 2 --duration 30\n"
-                 "  kelhost compare --quiet take.wav take.flac && echo same");
+                 "cannot be read, or the command line is wrong.");
     }
 
     int FailureStatus() const override { return kTrouble; }

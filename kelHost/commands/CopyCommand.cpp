@@ -110,13 +110,21 @@ void RequireSupportedFormats(const std::vector<CopyRequest>& requests, const For
 
 class CopyCommand final : public Command {
 public:
-    CopyCommand() : Command("copy", "Copy and convert audio files") {
+    CopyCommand() {
+        AddUsage("INPUT OUTPUT");
+        AddUsage("INPUT... --output-dir DIRECTORY");
         Add(Option("FILE", "", &m_files, "INPUT and OUTPUT; with --output-dir, only inputs")
                 .Completes(Option::Values::Files)
                 .Required());
-        Add(Option("--output-dir", "DIRECTORY", &m_outputDirectory,
+        BeginGroup("Output files");
+        Add(Option("-o,--output-dir", "DIRECTORY", &m_outputDirectory,
                    "Copy every input into this directory, under its own name")
                 .Completes(Option::Values::Directories));
+        Add(Option("-f,--force", "", &m_options.replace, "Replace an existing output"));
+        Add(Option("--skip-existing", "", &m_options.skip,
+                   "Leave an existing output as it is, and continue with the others")
+                .Excludes("--force"));
+        BeginGroup("Format");
         Add(Option(
                 "--format", "FORMAT", &m_container,
                 "Container: wave, bwave (RF64) or aiff, or one of the extensions; default: by the "
@@ -130,6 +138,7 @@ public:
         Add(Option("--byte-order", "ORDER", &m_byteOrder,
                    "little or big; default: little, big in AIFF")
                 .Choices(NamesIn(ByteOrders())));
+        BeginGroup("Contents");
         Add(Option("--channels", "LIST", &m_channels,
                    "Channels to copy and their order, counted from 1: 2,1"));
         for (Option& option : m_range.Options()) {
@@ -138,6 +147,7 @@ public:
         Add(Option("--metadata", "ACTION", &m_metadata,
                    "Tags, broadcast fields, markers and other data of the input: keep or none")
                 .Choices(MetadataActions()));
+        BeginGroup("Exactness");
         Add(Option("--on-clip", "ACTION", &m_onClip,
                    "Action when integers cannot hold a value: warn or fail")
                 .Choices(ClipActions()));
@@ -149,28 +159,26 @@ public:
         Add(Option("--require-exact", "", &m_options.requireExact,
                    "Fail unless the output holds exactly the values of the input")
                 .Excludes("--dither"));
-        Add(Option(
-            "--block", "FRAMES", &m_block,
-            "Maximum number of frames in a sample; default: 16384, fewer with many channels"));
         Add(Option("--verify", "", &m_verify,
                    "Read the whole output back from its disk and compare it; default on network "
                    "and user-space file systems"));
         Add(Option("--no-verify", "", &m_noVerify, "Never read the output back")
                 .Excludes("--verify"));
+        BeginGroup("Damaged inputs");
         for (Option& option : InputOptions(m_options.input)) {
             Add(std::move(option));
         }
-        Add(Option("--force", "", &m_options.replace, "Replace an existing output"));
-        Add(Option("--skip-existing", "", &m_options.skip,
-                   "Leave an existing output as it is, and continue with the others")
-                .Excludes("--force"));
-        SetNotes("Examples:\n"
-                 "  kelhost copy take.wav copy.wav\n"
-                 "  kelhost copy take.flac take.rf64 --encoding int24\n"
-                 "  kelhost copy take.wav part.wav --start 0:01:00 --duration 30\n"
-                 "  kelhost copy take.wav mono.aiff --channels 1 --encoding int16 --dither tpdf\n"
-                 "  kelhost copy *.flac --output-dir wave --format wave --verify\n"
-                 "  kelhost copy *.flac --output-dir wave --skip-existing");
+        BeginGroup("Memory");
+        Add(Option("--block", "FRAMES", &m_block,
+                   "Maximum number of frames in a sample (default: 16384, fewer with many "
+                   "channels)"));
+        AddExample("kelhost copy take.flac take.wav", "Convert a recording");
+        AddExample("kelhost copy take.wav part.wav --start 0:01:00 --duration 30",
+                   "Cut out a part");
+        AddExample("kelhost copy take.wav mono.aiff --channels 1 --encoding int16 --dither tpdf",
+                   "Write the first channel with 16 bits");
+        AddExample("kelhost copy *.flac --output-dir wave --format wave --skip-existing",
+                   "Convert several recordings, and continue after an interruption");
     }
 
     void Interpret(const CommonOptions& /*common*/) override {

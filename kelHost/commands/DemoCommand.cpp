@@ -125,13 +125,12 @@ JobResult WriteTone(const std::string& path, bool replace, const HostLogger& log
 
 class DemoCommand final : public Command {
 public:
-    DemoCommand() : Command("demo", "Write a short tone and copy it into every format") {
+    DemoCommand() {
         Add(Option("DIRECTORY", "", &m_directory, "Directory for the files")
                 .Completes(Option::Values::Directories));
-        Add(Option("--force", "", &m_force, "Replace existing files"));
-        SetNotes("Examples:\n"
-                 "  kelhost demo\n"
-                 "  kelhost demo tone");
+        Add(Option("-f,--force", "", &m_force, "Replace existing files"));
+        AddExample("kelhost demo", "Write into the directory kelhost-demo");
+        AddExample("kelhost demo tone", "Write into another directory");
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {

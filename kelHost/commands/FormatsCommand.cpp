@@ -46,10 +46,9 @@ std::string AsTable(const std::vector<SupportedFormat>& formats) {
 
 class FormatsCommand final : public Command {
 public:
-    FormatsCommand() : Command("formats", "Show which encodings each container supports") {
-        SetNotes("Examples:\n"
-                 "  kelhost formats\n"
-                 "  kelhost formats --json");
+    FormatsCommand() {
+        AddExample("kelhost formats", "Show them as a table");
+        AddExample("kelhost formats --json", "Show them to a program");
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {

@@ -37,13 +37,15 @@ enum class InfoForm {
 
 class InfoCommand final : public Command {
 public:
-    InfoCommand() : Command("info", "Show facts about audio files") {
+    InfoCommand() {
         Add(Option("FILE", "", &m_files, "The files").Completes(Option::Values::Files).Required());
-        Add(Option("--full", "", &m_full, "Show all facts about each file, as for a single one"));
+        BeginGroup("Facts");
         Add(Option("--measure", "", &m_measure,
                    "Read the files and measure peak, RMS, and loudness (EBU R 128)"));
         Add(Option("--checksum", "", &m_checksum,
                    "Read the files and compute the MD5 of their samples, as FLAC and ffmpeg do"));
+        BeginGroup("Form of the result");
+        Add(Option("--full", "", &m_full, "Show all facts about each file, as for a single one"));
         Add(Option("--field", "NAME,...", &m_fieldNames,
                    "Show only these fields of each file: frames, broadcast.date, tags.title, "
                    "measurement.range_lu, ...")
@@ -51,18 +53,16 @@ public:
         Add(Option("--csv", "", &m_csv,
                    "Show a line of comma-separated values for each file; --field selects them")
                 .Excludes("--full"));
+        BeginGroup("Damaged inputs");
         for (Option& option : InputOptions(m_policy)) {
             Add(std::move(option));
         }
-        SetNotes("Examples:\n"
-                 "  kelhost info take.wav\n"
-                 "  kelhost info *.wav\n"
-                 "  kelhost info --measure take.wav\n"
-                 "  kelhost info --checksum take.wav take.flac\n"
-                 "  kelhost info --field frames take.wav\n"
-                 "  kelhost info --field file,measurement.integrated_lufs *.wav\n"
-                 "  kelhost info --csv *.wav\n"
-                 "  kelhost info --json --measure take.wav");
+        AddExample("kelhost info take.wav", "Show everything about a file");
+        AddExample("kelhost info --measure *.wav", "Measure levels and loudness");
+        AddExample("kelhost info --csv --field file,duration *.wav",
+                   "List durations for a spreadsheet");
+        AddExample("kelhost info --checksum take.wav take.flac",
+                   "Compare checksums of the samples");
     }
 
     void SetFiles(const std::vector<std::string>& files) { m_files = files; }

@@ -145,13 +145,12 @@ void ShowOne(const Element& element, std::ostream& out) {
 
 class InspectCommand final : public Command {
 public:
-    InspectCommand() : Command("inspect", "Show the registered elements") {
+    InspectCommand() {
         Add(Option("IMPLEMENTATION", "", &m_implementation,
-                   "Show this element with its documentation and settings"));
-        SetNotes("Examples:\n"
-                 "  kelhost inspect\n"
-                 "  kelhost inspect kel.LibsndfileSource\n"
-                 "  kelhost inspect --json");
+                   "Show this element with its documentation and settings")
+                .Completes(Option::Values::Elements));
+        AddExample("kelhost inspect", "List the elements");
+        AddExample("kelhost inspect kel.LibsndfileSource", "Explain an element and its settings");
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {

@@ -2,8 +2,11 @@
 /// completion are made from them. Used by one thread.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -19,9 +22,10 @@ public:
         std::variant<bool*, std::string*, std::optional<std::string>*, std::vector<std::string>*>;
 
     /// Kind of the values, for completion.
-    enum class Values { Any, Files, Directories };
+    enum class Values { Any, Files, Directories, Elements };
 
-    /// @param names "--start" or "-o,--output"; "FILE" for an argument by position
+    /// @param names "--start" or "-o,--output", the long name last; "FILE" for an argument by
+    /// position
     /// @param valueName name of the value in the help: "TIME"; empty for flags and arguments
     /// @param target outlives the option
     Option(std::string names, std::string valueName, Target target, std::string description)
@@ -52,7 +56,34 @@ public:
         return std::move(*this);
     }
 
+    /// Puts the option below a title in the help: "Output files". Command::BeginGroup does it for
+    /// those that follow.
+    Option&& InGroup(std::string title) && {
+        m_group = std::move(title);
+        return std::move(*this);
+    }
+
     const std::string& Names() const { return m_names; }
+    const std::string& Group() const { return m_group; }
+
+    /// Each name: "-o" and "--output".
+    std::vector<std::string> Spellings() const {
+        std::vector<std::string> spellings;
+        for (std::size_t start = 0; start <= m_names.size();) {
+            const std::size_t comma = std::min(m_names.find(',', start), m_names.size());
+            spellings.push_back(m_names.substr(start, comma - start));
+            start = comma + 1;
+        }
+        return spellings;
+    }
+
+    /// The long name: "--output".
+    std::string LongName() const { return m_names.substr(m_names.find(',') + 1); }
+
+    bool IsCalled(std::string_view name) const {
+        const std::vector<std::string> spellings = Spellings();
+        return std::find(spellings.begin(), spellings.end(), name) != spellings.end();
+    }
     const std::string& ValueName() const { return m_valueName; }
     const Target& Variable() const { return m_target; }
     const std::string& Description() const { return m_description; }
@@ -75,6 +106,7 @@ public:
 
 private:
     std::string m_names;
+    std::string m_group;
     std::string m_valueName;
     Target m_target;
     std::string m_description;

@@ -45,26 +45,29 @@ PictureSize ParseSize(const std::string& text) {
 
 class PlotCommand final : public Command {
 public:
-    PlotCommand() : Command("plot", "Draw the waveform of an audio file") {
+    PlotCommand() {
         Add(Option("FILE", "", &m_request.input, "The file to draw")
                 .Completes(Option::Values::Files)
                 .Required());
+        BeginGroup("Picture");
         Add(Option("-o,--output", "PICTURE", &m_request.picture,
                    "The picture, .png, .svg or .pdf; default: characters")
                 .Completes(Option::Values::Files));
         Add(Option("--size", "WxH", &m_size, "Size of the picture: 1600x600"));
         Add(Option("--level", "SCALE", &m_level, "The level axis: linear or db").Choices(Scales()));
+        Add(Option("-f,--force", "", &m_request.replace, "Replace an existing picture"));
+        BeginGroup("Part of the file");
         for (Option& option : m_range.Options()) {
             Add(std::move(option));
         }
+        BeginGroup("Damaged inputs");
         for (Option& option : InputOptions(m_request.inputPolicy)) {
             Add(std::move(option));
         }
-        Add(Option("--force", "", &m_request.replace, "Replace an existing picture"));
-        SetNotes("Examples:\n"
-                 "  kelhost plot take.wav\n"
-                 "  kelhost plot take.wav -o take.png --level db\n"
-                 "  kelhost plot take.wav -o bar.svg --start 0:01:00 --duration 2 --size 800x300");
+        AddExample("kelhost plot take.wav", "Draw in the terminal");
+        AddExample("kelhost plot take.wav -o take.png --level db", "Draw a picture in decibels");
+        AddExample("kelhost plot take.wav -o bar.svg --start 0:01:00 --duration 2 --size 800x300",
+                   "Draw a part");
     }
 
     void Interpret(const CommonOptions& /*common*/) override {

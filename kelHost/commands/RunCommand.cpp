@@ -220,28 +220,29 @@ PipelineRequest ParsePipeline(const std::vector<std::string>& words) {
 
 class RunCommand final : public Command {
 public:
-    RunCommand() : Command("run", "Run any source into any sink") {
-        Add(Option(
-                "ELEMENT", "", &m_words,
-                "SOURCE[:TYPE] key=value ... ! SINK[:TYPE] key=value ...; inspect shows the names, "
-                "types and keys")
-                .Completes(Option::Values::Files)
+    RunCommand() {
+        AddUsage("SOURCE[:TYPE] KEY=VALUE... ! SINK[:TYPE] KEY=VALUE...");
+        Add(Option("ELEMENT", "", &m_words,
+                   "Names, types and keys of the source and the sink; kelhost inspect shows them")
+                .Completes(Option::Values::Elements)
                 .Required());
+        BeginGroup("Output files");
+        Add(Option("-f,--force", "", &m_replace, "Replace an existing file of the sink"));
+        BeginGroup("Damaged inputs");
         for (Option& option : InputOptions(m_input)) {
             Add(std::move(option));
         }
-        Add(Option("--force", "", &m_replace, "Replace an existing file of the sink"));
+        AddExample("kelhost run kel.LibsndfileSource FilePath=take.wav ! kel.LibsndfileSink "
+                   "FilePath=copy.wav",
+                   "Copy a file, without any conversion");
+        AddExample("kelhost run kel.LibsndfileSource:WAVE FilePath=take.wav "
+                   "MaxSamplesPerBuffer=480 ! kel.LibsndfileSink:BWAVE FilePath=take.rf64",
+                   "Choose types and a setting");
         SetNotes(
             "The type is required where an element has several and the extension of its FilePath "
             "selects none of them.\n"
             "Nothing is converted. The file that a sink's FilePath names appears when it is "
-            "complete.\n"
-            "\n"
-            "Examples:\n"
-            "  kelhost run kel.LibsndfileSource FilePath=take.wav ! kel.LibsndfileSink "
-            "FilePath=copy.wav\n"
-            "  kelhost run kel.LibsndfileSource:WAVE FilePath=take.wav MaxSamplesPerBuffer=480 "
-            "! kel.LibsndfileSink:BWAVE FilePath=take.rf64");
+            "complete.");
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {

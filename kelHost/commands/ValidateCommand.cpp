@@ -53,13 +53,16 @@ void WriteReport(const OutputFile& file, const std::string& text) {
 
 class ValidateCommand final : public Command {
 public:
-    ValidateCommand() : Command("validate", "Check that a plug-in meets the framework's rules") {
+    ValidateCommand() {
         Add(Option("PLUGIN", "", &m_request.plugin, "Library of the plug-in")
                 .Completes(Option::Values::Files)
                 .Required());
+        BeginGroup("Selection");
         Add(Option("--check", "NAME", &m_request.checks, "Make only this check; repeatable"));
         Add(Option("--element", "NAME", &m_request.elements,
-                   "Check only this element, IMPLEMENTATION or IMPLEMENTATION:TYPE; repeatable"));
+                   "Check only this element, IMPLEMENTATION or IMPLEMENTATION:TYPE; repeatable")
+                .Completes(Option::Values::Elements));
+        BeginGroup("Conditions");
         Add(Option("--input", "FILE", &m_request.input,
                    "File for sources that read files; default: a short recording of their type")
                 .Completes(Option::Values::Files));
@@ -68,20 +71,21 @@ public:
         Add(Option("--seed", "NUMBER", &m_seed,
                    "Seed of the random calls; the same seed makes the same calls"));
         Add(Option("--timeout", "SECONDS", &m_timeout, "Maximum time for each check"));
+        BeginGroup("Report");
         Add(Option("--junit", "FILE", &m_junit, "Write a report in JUnit's format as well")
                 .Completes(Option::Values::Files));
-        Add(Option("--force", "", &m_force, "Replace an existing report"));
-        SetNotes(
-            "Examples:\n"
-            "  kelhost validate libkelLibsndfile.so\n"
-            "  kelhost validate libkelLibsndfile.so --element kel.LibsndfileSink "
-            "--junit report.xml --seed 7\n"
-            "  kelhost validate libkelLibsndfile.so --check source.seek-to-each-edge\n"
-            "  kelhost validate libkelLibsndfile.so --element kel.LibsndfileSource:WAVE "
-            "--input take.wav\n"
-            "\n"
-            "Each check runs in a process of its own. Exit status: 0 no check failed, 1 a check "
-            "failed.");
+        Add(Option("-f,--force", "", &m_force, "Replace an existing report"));
+        AddExample("kelhost validate libkelLibsndfile.so", "Make all checks");
+        AddExample("kelhost validate libkelLibsndfile.so --check source.seek-to-each-edge",
+                   "Make one check");
+        AddExample("kelhost validate libkelLibsndfile.so --element kel.LibsndfileSink --seed 7 "
+                   "--junit report.xml",
+                   "Check an element, and write a report for a build server");
+        AddExample("kelhost validate libkelLibsndfile.so --element kel.LibsndfileSource:WAVE "
+                   "--input take.wav",
+                   "Check a source with a file of your own");
+        SetNotes("Each check runs in a process of its own.\n"
+                 "Exit status: 0 no check failed, 1 a check failed.");
     }
 
     // No plug-in is loaded into this process, not even another one.

@@ -95,6 +95,18 @@ TEST(TerminalProgress, IsNotShownWhereOptionsExcludeIt) {
     }
 }
 
+TEST(TerminalHelp, IsAsWideAsTheTerminalUnlessCOLUMNSIsSet) {
+    const TemporaryDirectory directory;
+    Command command = Kelhost(directory, {"help"});
+    command.environment["COLUMNS"] = "60";
+    const std::string narrow = RunCommand(command).out;
+    EXPECT_EQ(RunOnTerminal(directory, {"help"}, true, 60).terminal, narrow);
+    Terminal terminal(80);
+    command.standardOutput = terminal.Path();
+    RunCommand(command);
+    EXPECT_EQ(terminal.Text(), narrow);
+}
+
 TEST(TerminalPlot, IsAsWideAsTheTerminal) {
     for (const unsigned short columns : std::vector<unsigned short>{40, 200}) {
         const TemporaryDirectory directory;

@@ -203,7 +203,7 @@ TEST_F(Compare, EndsWithStatus2WhenAFileCannotBeRead) {
     ExpectTrouble(Error("take.wav", "the range from frame 1000 to frame 1000 is not within the "
                                     "file, which has 1000 frames (0:00:00.021)"),
                   {"take.wav", "take.wav", "--start-b", "1000f"});
-    ExpectTrouble("kelhost: B is required\nRun with --help for more information.\n", {"take.wav"});
+    ExpectTrouble("kelhost: B is missing; see kelhost compare --help\n", {"take.wav"});
 }
 
 // Not even with itself, and not where the other file has no more frames to compare.

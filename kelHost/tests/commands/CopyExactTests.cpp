@@ -139,8 +139,7 @@ TEST(CopyRequireExact, RefusesWhatChangesValues) {
                  Error("text.wav", "its encoding is unknown, so that no copy of it is known to be "
                                    "exact; omit --require-exact")},
              Row{{"take.flac", "a.wav", "--dither", "tpdf"},
-                 "kelhost: --dither excludes --require-exact\nRun with --help for more "
-                 "information.\n",
+                 "kelhost: --require-exact excludes --dither; see kelhost copy --help\n",
                  2},
          }) {
         SCOPED_TRACE(testing::PrintToString(row.arguments));

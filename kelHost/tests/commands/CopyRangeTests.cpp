@@ -100,7 +100,7 @@ TEST(CopyRange, IsRefusedWhereItIsNotWithinTheFileOrNoTime) {
           Row{{"--duration=1e1"}, 2, "kelhost: invalid value \"1e1\" for --duration: " + noTime},
           Row{{"--end", "1", "--duration", "1"},
               2,
-              "kelhost: --end excludes --duration\nRun with --help for more information.\n"}}) {
+              "kelhost: --duration excludes --end; see kelhost copy --help\n"}}) {
         SCOPED_TRACE(testing::PrintToString(row.options));
         ExpectResult(RunKelhost(directory, CopyPart(row.options)), row.status, "", row.error);
         EXPECT_EQ(SortedNames(directory), Names{"take.wav"});

@@ -148,7 +148,7 @@ TEST(CopyFormat, CanBeForcedAgainstTheExtensionWithAWarning) {
 }
 
 TEST(CopyOptions, AreRefusedBeforeAnythingIsWritten) {
-    const std::string help = "Run with --help for more information.\n";
+    const std::string help = "; see kelhost copy --help\n";
     const auto noFormat = [](const std::string& output) {
         return Error(output,
                      "cannot tell the format from the extension; use --format or one of .wav, "
@@ -177,7 +177,7 @@ TEST(CopyOptions, AreRefusedBeforeAnythingIsWritten) {
          "kelhost: invalid value \"ignore\" for --on-clip: expected warn or fail\n"},
         {{"take.wav", "a.aiff", "--dither", "white"},
          "kelhost: invalid value \"white\" for --dither: expected tpdf\n"},
-        {{"take.wav", "a.aiff", "--seed", "1"}, "kelhost: --seed requires --dither\n" + help},
+        {{"take.wav", "a.aiff", "--seed", "1"}, "kelhost: --seed requires --dither" + help},
         {{"take.wav", "a.aiff", "--encoding", "s24le", "--byte-order", "big"},
          "kelhost: --encoding s24le is little-endian, and --byte-order is big; leave out one of "
          "the two\n"},

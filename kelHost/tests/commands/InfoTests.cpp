@@ -219,9 +219,9 @@ TEST(InfoForms, ThatCannotBeCombinedAreRefused) {
     const auto expectRefusal = [&](const Arguments& options, const std::string& error) {
         ExpectResult(RunKelhost(directory, Arguments{"info", "take.wav"} + options), 2, "", error);
     };
-    const std::string hint = "\nRun with --help for more information.\n";
-    expectRefusal({"--full", "--csv"}, "kelhost: --full excludes --csv" + hint);
-    expectRefusal({"--full", "--field", "frames"}, "kelhost: --full excludes --field" + hint);
+    const std::string hint = "; see kelhost info --help\n";
+    expectRefusal({"--full", "--csv"}, "kelhost: --csv excludes --full" + hint);
+    expectRefusal({"--full", "--field", "frames"}, "kelhost: --field excludes --full" + hint);
     const auto document = [](const std::string& message) {
         return R"({"document":"kelhost.error","file":"","message":")" + message +
                "\",\"version\":1}\n";

@@ -218,7 +218,7 @@ TEST(RunErrors, ShowTheFormOfTheCommandLine) {
                     });
     const TemporaryDirectory directory;
     ExpectResult(RunElements(directory, {}), 2, "",
-                 "kelhost: ELEMENT is required\nRun with --help for more information.\n");
+                 "kelhost: ELEMENT is missing; see kelhost run --help\n");
 }
 
 TEST(RunErrors, NameTheChoiceOfElements) {

@@ -84,7 +84,7 @@ TEST(SkipExisting, SkipsOnlyFilesThatAreNotTheInput) {
     }
     ExpectResult(
         RunKelhost(directory, {"copy", "--skip-existing", "--force", "take.wav", "copy.wav"}), 2,
-        "", "kelhost: --force excludes --skip-existing\nRun with --help for more information.\n");
+        "", "kelhost: --skip-existing excludes --force; see kelhost copy --help\n");
 }
 
 TEST(SkipExisting, MakesTheRestOfADirectoryAndCounts) {

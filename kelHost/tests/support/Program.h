@@ -26,6 +26,7 @@ inline Command Kelhost(const TemporaryDirectory& directory, std::vector<std::str
     command.arguments = std::move(arguments);
     command.directory = directory.Path();
     command.environment["KEL_PLUGIN_PATH"] = std::nullopt;
+    command.environment["COLUMNS"] = std::nullopt;
     return command;
 }
 
