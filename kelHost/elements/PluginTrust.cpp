@@ -4,9 +4,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <deque>
 #include <dlfcn.h>
 #include <filesystem>
 #include <grp.h>
@@ -37,29 +37,35 @@ struct Place {
 std::vector<Place> FollowPath(const fs::path& path) {
     constexpr int kMaxLinks = 40; // the kernel's own limit
     std::vector<Place> way;
-    const auto look = [&way](const fs::path& place) {
-        way.push_back({place.string(), {}});
-        if (lstat(way.back().path.c_str(), &way.back().status) != 0) {
+    const auto look = [&way](const std::string& place) {
+        way.push_back({place, {}});
+        if (lstat(place.c_str(), &way.back().status) != 0) {
             throw std::system_error(errno, std::generic_category());
         }
         return S_ISLNK(way.back().status.st_mode);
     };
-    fs::path place = "/";
-    look(place);
-    std::deque<fs::path> rest(path.begin(), path.end());
+    look("/");
+    std::string place; // the directory that was reached; empty for the root
+    std::string rest = path.string();
     for (int links = 0; !rest.empty();) {
-        const fs::path name = rest.front();
-        rest.pop_front();
-        const fs::path next = name == ".." ? place.parent_path() : place / name;
-        if (name.empty() || name == "." || !look(next)) {
-            place = name.empty() || name == "." ? place : next;
-            continue;
+        const std::size_t slash = std::min(rest.find('/'), rest.size());
+        const std::string name = rest.substr(0, slash);
+        rest.erase(0, slash + 1);
+        if (name == "..") {
+            place.erase(std::min(place.rfind('/'), place.size()));
+        } else if (!name.empty() && name != ".") {
+            const std::string next = place + "/" + name;
+            if (!look(next)) {
+                place = next;
+                continue;
+            }
+            if (++links > kMaxLinks) {
+                throw std::system_error(ELOOP, std::generic_category());
+            }
+            const std::string target = fs::read_symlink(next).string();
+            place = target.front() == '/' ? "" : place;
+            rest = target + "/" + rest;
         }
-        if (++links > kMaxLinks) {
-            throw std::system_error(ELOOP, std::generic_category());
-        }
-        const fs::path target = fs::read_symlink(next);
-        rest.insert(rest.begin(), target.begin(), target.end());
     }
     return way;
 }

@@ -44,15 +44,22 @@ public:
 
     template <typename Record>
     Record At(std::uint64_t offset) {
-        Record record{};
-        if (offset > m_size || m_size - offset < sizeof record) {
+        return TableAt<Record>(offset, 1).front();
+    }
+
+    template <typename Record>
+    std::vector<Record> TableAt(std::uint64_t offset, std::uint16_t count) {
+        std::vector<Record> records(count);
+        const std::uint64_t bytes = count * sizeof(Record);
+        if (offset > m_size || m_size - offset < bytes) {
             Fail("its tables are damaged");
         }
         m_stream.seekg(static_cast<std::streamoff>(offset));
-        if (!m_stream.read(reinterpret_cast<char*>(&record), sizeof record)) {
+        if (!m_stream.read(reinterpret_cast<char*>(records.data()),
+                           static_cast<std::streamsize>(bytes))) {
             Fail("cannot be read");
         }
-        return record;
+        return records;
     }
 
     // Reads text that ends with a zero, or with the file.
@@ -156,9 +163,8 @@ std::string FindLoadObstacle(const std::filesystem::path& file) {
         if (!IsForThisProcessor(library.Header())) {
             return "it is for another processor";
         }
-        for (unsigned i = 0; i < library.Header().e_phnum; ++i) {
-            const auto segment =
-                library.At<ElfW(Phdr)>(library.Header().e_phoff + i * sizeof(ElfW(Phdr)));
+        for (const auto& segment :
+             library.TableAt<ElfW(Phdr)>(library.Header().e_phoff, library.Header().e_phnum)) {
             if (segment.p_type == PT_LOAD && segment.p_offset + segment.p_filesz > library.Size()) {
                 return fmt::format("it was cut off after {} bytes", library.Size());
             }
