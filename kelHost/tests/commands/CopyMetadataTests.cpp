@@ -24,11 +24,6 @@ namespace {
 
 using nlohmann::json;
 
-std::string BigEndian(std::uint64_t number, std::size_t bytes) {
-    const std::string little = LittleEndian(number, bytes);
-    return {little.rbegin(), little.rend()};
-}
-
 std::string Padding(const std::string& content) {
     return std::string(content.size() % 2, '\0');
 }

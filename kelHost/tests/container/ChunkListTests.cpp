@@ -17,12 +17,8 @@ namespace kel::host {
 
 namespace {
 
+using test::BigEndian;
 using test::LittleEndian;
-
-std::string BigEndian(std::uint64_t number, std::size_t bytes) {
-    const std::string little = LittleEndian(number, bytes);
-    return {little.rbegin(), little.rend()};
-}
 
 // A chunk of W64: the first four bytes of its GUID are its name.
 std::string Chunk64(const std::string& name, const std::string& content) {

@@ -109,6 +109,12 @@ inline std::string LittleEndian(std::uint64_t number, std::size_t bytes) {
     return text;
 }
 
+/// A number's lower bytes, the highest first.
+inline std::string BigEndian(std::uint64_t number, std::size_t bytes) {
+    const std::string little = LittleEndian(number, bytes);
+    return {little.rbegin(), little.rend()};
+}
+
 /// Writes an RF64 file of any size that has hardly anything on the disk but its header, and a few
 /// bytes of samples. All others are 0.
 /// @param width bytes per value, 1 to 4

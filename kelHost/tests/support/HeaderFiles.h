@@ -14,12 +14,6 @@ namespace kel::test {
 /// A size to write instead of the right one.
 using WrongSize = std::optional<std::uint64_t>;
 
-/// A number's lower bytes, the lowest last.
-inline std::string BigEndian(std::uint64_t number, std::size_t bytes) {
-    const std::string little = LittleEndian(number, bytes);
-    return {little.rbegin(), little.rend()};
-}
-
 /// Samples whose bytes are not those of chunk names.
 inline std::string MakeSamples(std::size_t frames = 100, bool bigEndian = false) {
     std::string samples;

@@ -16,12 +16,6 @@
 
 namespace kel::test {
 
-/// A number's lower bytes, the highest first.
-inline std::string BigEndian(std::uint64_t number, std::size_t bytes) {
-    const std::string little = LittleEndian(number, bytes);
-    return {little.rbegin(), little.rend()};
-}
-
 /// A chunk of an AIFF file whose size is right.
 inline std::string BigChunk(const std::string& name, const std::string& content) {
     return name + BigEndian(content.size(), 4) + content + (content.size() % 2 != 0 ? "\1" : "");
