@@ -107,7 +107,7 @@ public:
 
     InputHeader Run() {
         const std::vector<Chunk>& chunks = List().chunks;
-        for (std::size_t i = 0; i < chunks.size(); ++i) {
+        for (std::size_t i = 0; i < chunks.size() && m_result.declaresLength; ++i) {
             if (HasSamples(chunks[i])) {
                 AddPart(i);
             }
@@ -151,6 +151,7 @@ private:
             m_result.declaresNone = declaresNone;
             m_result.trailingBytes = FindTrailingChunks(first);
             m_result.parts.push_back({first, left - m_result.trailingBytes});
+            ReplaceChunksAfter(index);
             return;
         }
         m_result.parts.push_back({first, std::min(declared, left)});
@@ -196,6 +197,23 @@ private:
             }
         }
         return 0;
+    }
+
+    // Samples of unknown size end at the chunks that were found after them.
+    void ReplaceChunksAfter(std::size_t index) {
+        ChunkList& list = *m_result.chunks;
+        list.chunks.resize(index + 1);
+        const std::uint64_t end = m_result.fileBytes - m_result.trailingBytes;
+        list.chunks.back().bytes = end - std::min(end, list.chunks.back().offset);
+        for (std::uint64_t offset = end; offset + kChunkHeader <= m_result.fileBytes;) {
+            if (list.chunks.size() == kMaxChunks) {
+                list.isComplete = false;
+                return;
+            }
+            const std::uint64_t bytes = m_header.Number(offset + 4, 4);
+            list.chunks.push_back({m_header.Name(offset), offset + kChunkHeader, bytes});
+            offset += kChunkHeader + bytes + bytes % 2;
+        }
     }
 
     // True when chunks follow each other from an offset to the end of the bytes.
@@ -361,6 +379,11 @@ std::string DescribeCounts(const Truncation& truncation) {
     return fmt::format("declares {} and contains {}",
                        Count(truncation.declared, truncation.isInFrames ? "frame" : "byte"),
                        truncation.present);
+}
+
+std::optional<ChunkList> ReadAllChunks(HeaderReader& header, std::uint64_t fileBytes) {
+    auto chunks = ReadChunkList(header, fileBytes);
+    return chunks.has_value() ? ChunkJudge(header, *std::move(chunks)).Run().chunks : std::nullopt;
 }
 
 std::optional<InputHeader> ReadInputHeader(const FileName& file) {

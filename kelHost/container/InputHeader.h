@@ -41,7 +41,7 @@ struct InputHeader {
     std::uint64_t fileBytes = 0;
     std::string container;             ///< "WAVE", "RF64", "AIFF-C", "AU"
     bool isBigEndian = false;          ///< the numbers in the header
-    std::optional<ChunkList> chunks;   ///< missing for AU
+    std::optional<ChunkList> chunks;   ///< see ReadAllChunks; missing for AU
     std::optional<FormatChunk> format; ///< missing when it is damaged
     std::vector<SamplePart> parts;     ///< one for each data chunk
     bool declaresLength = true;        ///< false when the size of the samples means "unknown"
@@ -67,6 +67,12 @@ struct InputHeader {
     /// The layout of linear samples in one data chunk; none for others.
     std::optional<SampleLayout> Layout() const;
 };
+
+/// Reads the chunks of a file like ReadChunkList, and also those after samples of unknown size.
+/// Such samples have the size that they are found to have.
+/// @return none for files that do not consist of chunks
+/// @throws JobError when a header cannot be read
+std::optional<ChunkList> ReadAllChunks(HeaderReader& header, std::uint64_t fileBytes);
 
 /// Returns both counts in words: "declares 48000 frames and contains 12000".
 std::string DescribeCounts(const Truncation& truncation);

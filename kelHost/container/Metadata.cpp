@@ -6,6 +6,7 @@
 #include "container/ChunkList.h"
 #include "container/HeaderReader.h"
 #include "container/ID3Tag.h"
+#include "container/InputHeader.h"
 #include "container/LibraryTags.h"
 #include "container/MetadataBuilder.h"
 #include "container/RIFFMetadata.h"
@@ -94,7 +95,7 @@ Metadata ReadMetadata(const FileName& file) {
     }
     HeaderReader header(file, std::move(input->descriptor), kCannotReadMetadata);
     MetadataBuilder builder(header, input->bytes);
-    const auto chunks = ReadChunkList(header, input->bytes);
+    const auto chunks = ReadAllChunks(header, input->bytes);
     if (chunks.has_value()) {
         (IsAIFF(chunks->form) ? AddAIFFMetadata : AddRIFFMetadata)(header, *chunks, builder);
         if (!chunks->isComplete) {

@@ -4,6 +4,7 @@
 #include "container/CarriedChunk.h"
 #include "container/ChunkNames.h"
 #include "container/ChunkWriter.h"
+#include "container/InputHeader.h"
 #include "container/MetadataBuilder.h"
 #include "container/RIFFMetadata.h"
 #include "container/StoredBytes.h"
@@ -155,7 +156,7 @@ private:
 
 MetadataSelection SelectMetadata(const FileName& file, HeaderReader& header,
                                  std::uint64_t fileBytes, bool toAIFF) {
-    const auto list = ReadChunkList(header, fileBytes);
+    const auto list = ReadAllChunks(header, fileBytes);
     if (list.has_value() && list->form != ChunkForm::RIFX) { // its numbers are big-endian
         return ChunkSelector(header, *list, toAIFF).Run();
     }

@@ -122,6 +122,18 @@ TEST_P(Repair, ReadsAllSamplesAndLeavesTheInput) {
 INSTANTIATE_TEST_SUITE_P(Headers, Repair, testing::ValuesIn(WrongHeaders()),
                          [](const auto& header) { return header.param.name; });
 
+TEST(RepairedMetadata, IncludesChunksAfterSamplesOfUnknownSize) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take", MakeWave(0xFFFFFFFF, 0xFFFFFFFF, TitleChunk()));
+    const std::string reason =
+        "it contains 100 frames, and 12 more would be read from other chunks";
+    ExpectResult(RunKelhost(directory, {"copy", "--repair", "--quiet", "take", "out.wav"}), 0, "",
+                 "kelhost: warning: take: is read through a copy with a new header: " + reason +
+                     "\n");
+    ExpectResult(RunKelhost(directory, {"info", "--field", "frames,tags.title", "out.wav"}), 0,
+                 "100\ttake\n", "");
+}
+
 TEST(RepairDirectory, IsNamedWhenTheCopyCannotBeMade) {
     const TemporaryDirectory directory;
     WriteFile(directory / "take", MakeWave(0, 0));

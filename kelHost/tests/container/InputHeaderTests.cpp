@@ -4,6 +4,7 @@
 #include "DamagedFiles.h"
 #include "HeaderFiles.h"
 #include "base/FileName.h"
+#include "container/HeaderReader.h"
 
 #include <TemporaryDirectory.h>
 
@@ -14,6 +15,7 @@
 #include <filesystem>
 #include <string>
 #include <sys/stat.h>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -246,6 +248,35 @@ TEST_P(HeaderJudgement, ComparesTheSizesWithTheFile) {
 
 INSTANTIATE_TEST_SUITE_P(InputHeader, HeaderJudgement, testing::ValuesIn(Judgements()),
                          [](const auto& judgement) { return judgement.param.name; });
+
+// Some programs write no sizes; others lose those after the samples.
+TEST(AllChunks, IncludeThoseAfterSamplesOfUnknownSize) {
+    const auto describe = [](const std::string& bytes) {
+        const test::TemporaryDirectory directory;
+        const FileName file(directory / "take");
+        test::WriteFile(file.path, bytes);
+        auto input = OpenRegularFile(file.path);
+        HeaderReader header(file, std::move(input->descriptor), "cannot read its header");
+        const auto list = ReadAllChunks(header, input->bytes);
+        std::string text;
+        for (const Chunk& chunk : list.value().chunks) {
+            text += chunk.name + "@" + std::to_string(chunk.offset) + "+" +
+                    std::to_string(chunk.bytes) + " ";
+        }
+        return text;
+    };
+    const std::string after = test::TitleChunk() + test::Chunk("odd ", "123") +
+                              std::string(1, '\0') + test::Chunk("bext", "");
+    const std::string chunks = "fmt @20+16 data@44+200 LIST@252+16 odd @276+3 bext@288+0 ";
+    EXPECT_EQ(describe(test::MakeWave({}, {}, after)), chunks);
+    for (const std::uint64_t unknown : {0U, 0x7FFFF000U, 0xFFFFFFFFU}) {
+        EXPECT_EQ(describe(test::MakeWave(0, unknown, after)), chunks) << unknown;
+    }
+    EXPECT_EQ(describe(test::MakeWave(0, 0).replace(44, 8, "abcdabcd")), "fmt @20+16 data@44+200 ")
+        << "samples that look like a chunk";
+    EXPECT_EQ(describe(test::MakeAIFF(0, 8, 0, "NAME" + test::BigEndian(4, 4) + "take")),
+              "COMM@20+18 SSND@46+208 NAME@262+4 ");
+}
 
 TEST(InputHeader, LeavesPipesAndMissingFilesToTheSource) {
     const test::TemporaryDirectory directory;
