@@ -87,10 +87,8 @@ FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request,
         reporter.Opened();
     }
     Warnings warnings(reporter);
-    // Without reading samples, a wrong header is a fact and no failure.
-    if (readsSamples || !source.Header().has_value()) {
-        warnings.Add(source.CheckHeader(policy));
-    }
+    // Without reading samples, a wrong header is no failure.
+    warnings.Add(readsSamples ? source.CheckHeader(policy) : source.DescribeHeader());
     if (readsSamples) {
         ReadSamples(source, request, policy, log, reporter, warnings, info);
     }

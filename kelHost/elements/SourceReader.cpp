@@ -221,24 +221,35 @@ std::string SourceReader::Misreading() const {
                : "";
 }
 
-std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) const {
-    std::vector<std::string> warnings;
-    if (!m_countReason.empty()) {
-        warnings.push_back(m_shownName + ": " + m_countReason);
-    }
-    if (!m_header.has_value()) {
-        return warnings;
-    }
+// The reason why samples are missing or wrong; empty for none.
+std::string SourceReader::Loss() const {
     const std::string misreading = Misreading();
-    if (!misreading.empty()) {
-        throw JobError(m_shownName, fmt::format("cannot read all samples: {}{}", misreading,
-                                                m_repaired.has_value() ? "" : "; use --repair"));
+    return misreading.empty() ? ""
+                              : fmt::format("cannot read all samples: {}{}", misreading,
+                                            IsRepaired() ? "" : "; use --repair");
+}
+
+std::vector<std::string> SourceReader::DescribeHeader() const {
+    std::vector<std::string> notes;
+    if (!m_countReason.empty()) {
+        notes.push_back(m_shownName + ": " + m_countReason);
     }
-    if (m_repaired.has_value()) {
-        warnings.push_back(fmt::format("{}: is read through a copy with a new header: {}",
-                                       m_shownName, m_repairReason));
+    if (IsRepaired()) {
+        notes.push_back(fmt::format("{}: is read through a copy with a new header: {}", m_shownName,
+                                    m_repairReason));
     }
-    if (!m_header->truncation.has_value()) {
+    if (const std::string loss = Loss(); !loss.empty()) {
+        notes.push_back(m_shownName + ": " + loss);
+    }
+    return notes;
+}
+
+std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) const {
+    if (const std::string loss = Loss(); !loss.empty()) {
+        throw JobError(m_shownName, loss);
+    }
+    std::vector<std::string> warnings = DescribeHeader();
+    if (!m_header.has_value() || !m_header->truncation.has_value()) {
         return warnings;
     }
     const Truncation& truncation = *m_header->truncation;

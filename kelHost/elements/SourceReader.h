@@ -116,6 +116,10 @@ public:
     /// wrong and it was not repaired
     std::vector<std::string> CheckHeader(const InputPolicy& policy) const;
 
+    /// Returns warnings about repairs, and about samples that cannot be read, for work that reads
+    /// none.
+    std::vector<std::string> DescribeHeader() const;
+
     /// Verifies that no other program has changed the file since it was opened, or put another one
     /// in its place.
     /// @throws JobError when one has
@@ -134,6 +138,8 @@ private:
     void OpenRepaired(const FileName& file, const std::string& reason, const Repair& repair);
     void CountMPEGFrames(const FileName& file, const StepRunner& run);
     std::string Misreading() const;
+    std::string Loss() const;
+    bool IsRepaired() const { return !m_repairReason.empty(); }
     OpeningFacts Facts(const OpenPositions& before) const;
 
     std::string m_shownName;

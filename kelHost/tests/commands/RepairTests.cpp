@@ -132,6 +132,9 @@ TEST(RepairedMetadata, IncludesChunksAfterSamplesOfUnknownSize) {
                      "\n");
     ExpectResult(RunKelhost(directory, {"info", "--field", "frames,tags.title", "out.wav"}), 0,
                  "100\ttake\n", "");
+    ExpectResult(RunKelhost(directory, {"info", "--field", "frames,tags.title", "take"}), 0,
+                 "112\ttake\n",
+                 "kelhost: warning: take: cannot read all samples: " + reason + "; use --repair\n");
 }
 
 TEST(RepairDirectory, IsNamedWhenTheCopyCannotBeMade) {
