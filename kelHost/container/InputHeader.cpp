@@ -346,11 +346,15 @@ std::string InputHeader::Obstacle() const {
 
 std::string InputHeader::Misreading(std::int64_t frames) const {
     const auto delivered = static_cast<std::uint64_t>(frames);
+    if (FrameBytes() == 0 && declaresNone && frames == 0) {
+        return fmt::format("it contains {} of samples, of which none can be read",
+                           Count(SampleBytes(), "byte"));
+    }
     if (FrameBytes() == 0) {
-        return declaresNone && frames == 0
-                   ? fmt::format("it contains {} of samples, of which none can be read",
-                                 Count(SampleBytes(), "byte"))
-                   : "";
+        return trailingBytes > 0 ? fmt::format("it contains {} of samples, and {} more would be "
+                                               "read from other chunks",
+                                               Count(SampleBytes(), "byte"), trailingBytes)
+                                 : "";
     }
     std::uint64_t present = 0;
     for (const SamplePart& part : parts) {

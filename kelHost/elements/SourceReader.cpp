@@ -216,9 +216,12 @@ std::optional<std::int64_t> SourceReader::Frames() const {
 }
 
 std::string SourceReader::Misreading() const {
-    return m_header.has_value() && Frames().has_value() && !m_element->IsGrowing()
-               ? m_header->Misreading(*Frames())
-               : "";
+    if (!m_header.has_value() || !Frames().has_value() || m_element->IsGrowing()) {
+        return "";
+    }
+    // The frames of compressed samples are not known. A copy contains nothing else.
+    const bool isCopied = IsRepaired() && m_header->FrameBytes() == 0 && *Frames() > 0;
+    return isCopied ? "" : m_header->Misreading(*Frames());
 }
 
 // The reason why samples are missing or wrong; empty for none.

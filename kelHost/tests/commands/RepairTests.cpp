@@ -137,6 +137,24 @@ TEST(RepairedMetadata, IncludesChunksAfterSamplesOfUnknownSize) {
                  "kelhost: warning: take: cannot read all samples: " + reason + "; use --repair\n");
 }
 
+TEST(RepairOfCompressedSamples, EndsThemBeforeOtherChunks) {
+    const TemporaryDirectory directory;
+    std::string bytes = MakeWave(0xFFFFFFFF, 0xFFFFFFFF, TitleChunk());
+    bytes[20] = '\7';  // mu-law
+    bytes[32] = '\1';  // byte per frame
+    bytes[34] = '\10'; // bits
+    WriteFile(directory / "take", bytes);
+    const std::string reason =
+        "it contains 200 bytes of samples, and 24 more would be read from other chunks";
+    ExpectResult(RunKelhost(directory, {"copy", "take", "out.wav"}), 1, "",
+                 Error("take", "cannot read all samples: " + reason + "; use --repair"));
+    ExpectResult(RunKelhost(directory, {"copy", "--repair", "--quiet", "take", "out.wav"}), 0, "",
+                 "kelhost: warning: take: is read through a copy with a new header: " + reason +
+                     "\n");
+    ExpectResult(RunKelhost(directory, {"info", "--field", "frames,tags.title", "out.wav"}), 0,
+                 "200\ttake\n", "");
+}
+
 TEST(RepairDirectory, IsNamedWhenTheCopyCannotBeMade) {
     const TemporaryDirectory directory;
     WriteFile(directory / "take", MakeWave(0, 0));
