@@ -62,6 +62,8 @@ struct Metadata {
     std::vector<Tag> tags;
     std::vector<CuePoint> cuePoints; ///< in the order of the file
     std::vector<OtherPart> others;   ///< in the order of the file; no padding
+    std::optional<std::uint32_t>
+        channelMask; ///< speakers that a comment in a FLAC file declares, see StoredFormat
     std::vector<std::string>
         problems; ///< damage that was skipped: "cue declares 9 points and has 2"
 };

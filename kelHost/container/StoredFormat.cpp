@@ -3,6 +3,7 @@
 #include "base/Errors.h"
 #include "container/ChannelOrder.h"
 #include "container/FormatChunk.h"
+#include "container/Metadata.h"
 #include "container/SndfileLibrary.h"
 #include "container/SoundFile.h"
 
@@ -164,17 +165,31 @@ std::optional<std::uint32_t> DeclaredMask(SNDFILE* file, int channels) {
     return mask;
 }
 
-// FLAC, Vorbis, Opus and MPEG files of up to 8 channels have these speakers unless they declare
-// others (RFC 9639, section 9.1.3; Vorbis I, section 4.3.9; RFC 7845, section 5.1.1.2).
-std::optional<std::uint32_t> ImpliedMask(int format, int channels) {
+// FLAC, Vorbis, Opus and MPEG files of up to 8 channels have these speakers (RFC 9639,
+// section 9.1.3; Vorbis I, section 4.3.9; RFC 7845, section 5.1.1.2).
+std::optional<std::uint32_t> ImpliedMask(int channels) {
     static const std::vector<std::uint32_t> masks{0x4, 0x3, 0x7, 0x33, 0x37, 0x3F, 0x70F, 0x63F};
-    const int container = format & SF_FORMAT_TYPEMASK;
-    const bool isImplied =
-        container == SF_FORMAT_FLAC || container == SF_FORMAT_OGG || container == SF_FORMAT_MPEG;
-    if (!isImplied || channels < 1 || static_cast<std::size_t>(channels) > masks.size()) {
-        return std::nullopt;
-    }
-    return masks[static_cast<std::size_t>(channels) - 1];
+    return channels >= 1 && static_cast<std::size_t>(channels) <= masks.size()
+               ? std::optional(masks[static_cast<std::size_t>(channels) - 1])
+               : std::nullopt;
+}
+
+// A comment may declare other speakers (RFC 9639, section 8.6.2).
+std::optional<std::uint32_t> FLACMask(const FileName& path, const SF_INFO& info) {
+    const auto declared = ReadMetadata(path).channelMask;
+    return declared.has_value() ? declared : ImpliedMask(info.channels);
+}
+
+std::optional<std::uint32_t> OggMask(const FileName& path, const SF_INFO& info) {
+    const auto ogg = ReadOggChannels(path);
+    return ogg.has_value() && !ogg->HasVorbisLayout() ? std::nullopt : ImpliedMask(info.channels);
+}
+
+std::optional<std::uint32_t> LibraryMask(const SoundFile& file) {
+    const SF_INFO& info = file.Info();
+    return (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_MPEG
+               ? ImpliedMask(info.channels)
+               : DeclaredMask(file.Handle(), info.channels);
 }
 
 std::string EncodingName(int container, const EncodingEntry& entry) {
@@ -203,13 +218,11 @@ StoredFormat FormatOf(const FileName& path, const SoundFile& file) {
         stored.bits = entry->second.bits;
         stored.encoding = EncodingName(container, entry->second);
     }
-    const auto ogg =
-        container == SF_FORMAT_OGG ? ReadOggChannels(path) : std::optional<OggChannels>();
-    if (ogg.has_value() && !ogg->HasVorbisLayout()) {
-        return stored;
-    }
-    const auto implied = ImpliedMask(info.format, info.channels);
-    stored.channelMask = implied.has_value() ? implied : DeclaredMask(file.Handle(), info.channels);
+    const bool isOgg = container == SF_FORMAT_OGG;
+    const bool isFLAC = container == SF_FORMAT_FLAC || (isOgg && stored.coding == Coding::Integer);
+    stored.channelMask = isFLAC  ? FLACMask(path, info)
+                         : isOgg ? OggMask(path, info)
+                                 : LibraryMask(file);
     return stored;
 }
 

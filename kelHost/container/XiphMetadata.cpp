@@ -8,10 +8,14 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <utility>
 
 namespace kel::host {
 
@@ -20,8 +24,29 @@ namespace {
 constexpr std::size_t kMaxBlocks = 4096; // of a FLAC file
 constexpr std::size_t kMaxPages = 4096;  // of the headers of an Ogg file
 
+// Returns the speakers in a text like "0x60F".
+std::optional<std::uint32_t> ParseChannelMask(std::string_view text) {
+    constexpr int kHexadecimal = 16;
+    constexpr std::string_view kPrefix = "0x";
+    std::uint32_t mask = 0;
+    const bool hasPrefix = LowerCase(text.substr(0, kPrefix.size())) == kPrefix;
+    const char* const end = text.data() + text.size();
+    const auto [parsed, error] =
+        hasPrefix ? std::from_chars(text.data() + kPrefix.size(), end, mask, kHexadecimal)
+                  : std::from_chars_result{text.data(), std::errc::invalid_argument};
+    return error == std::errc() && parsed == end ? std::optional(mask) : std::nullopt;
+}
+
+// A comment of FLAC that describes the channels. Returns false for others.
+bool AddChannelMask(std::string_view key, std::string_view text, MetadataBuilder& builder) {
+    const auto mask = UpperCase(key) == "WAVEFORMATEXTENSIBLE_CHANNEL_MASK" ? ParseChannelMask(text)
+                                                                            : std::nullopt;
+    builder.metadata.channelMask = mask.has_value() ? mask : builder.metadata.channelMask;
+    return mask.has_value();
+}
+
 // Vorbis comments: the name of the encoder, and texts like "TITLE=...", each with its length.
-void AddXiphComments(const StoredBytes& content, MetadataBuilder& builder) {
+void AddXiphComments(const StoredBytes& content, bool isFLAC, MetadataBuilder& builder) {
     std::uint64_t offset = 4 + content.Number(0, 4);
     const std::uint64_t declared = content.Number(offset, 4);
     offset += 4;
@@ -33,6 +58,9 @@ void AddXiphComments(const StoredBytes& content, MetadataBuilder& builder) {
         offset += 4 + bytes;
         if (key.size() == comment.size()) {
             continue; // no text
+        }
+        if (isFLAC && AddChannelMask(key, comment.substr(key.size() + 1), builder)) {
+            continue;
         }
         if (UpperCase(key) == "METADATA_BLOCK_PICTURE") {
             builder.AddOther("PICTURE", comment.size() - key.size() - 1);
@@ -144,7 +172,7 @@ void AddFLACPackets(OggPackets& packets, MetadataBuilder& builder) {
         const unsigned type = first & ~kLastBlock;
         isLast = (first & kLastBlock) != 0 || type == kInvalidBlock;
         if (type == kComments) {
-            AddXiphComments({block.From(kBlockHeader), StoredOrder::Little}, builder);
+            AddXiphComments({block.From(kBlockHeader), StoredOrder::Little}, true, builder);
         } else if (type != kInvalidBlock && !BlockName(type).empty()) {
             builder.AddOther(BlockName(type),
                              packets.bytes - std::min(packets.bytes, kBlockHeader));
@@ -168,7 +196,7 @@ void AddFLACMetadata(const HeaderReader& header, std::uint64_t offset, MetadataB
         offset += kBlockHeader;
         if (type == kComments) {
             const std::string content = builder.Read("VORBIS_COMMENT", offset, bytes);
-            AddXiphComments({content, StoredOrder::Little}, builder);
+            AddXiphComments({content, StoredOrder::Little}, true, builder);
         } else if (!BlockName(type).empty()) {
             builder.AddOther(BlockName(type), bytes);
         }
@@ -196,7 +224,7 @@ void AddOggMetadata(const HeaderReader& header, MetadataBuilder& builder) {
         startsWith("\x01vorbis") ? "\x03vorbis" : (startsWith("OpusHead") ? "OpusTags" : "");
     if (!name.empty() && packets.Next() && startsWith(name)) {
         const StoredBytes packet(packets.packet, StoredOrder::Little);
-        AddXiphComments({packet.From(name.size()), StoredOrder::Little}, builder);
+        AddXiphComments({packet.From(name.size()), StoredOrder::Little}, false, builder);
     }
 }
 

@@ -73,6 +73,21 @@ TEST(Metadata, OfFLACAreItsCommentsAndTheNamesOfItsOtherBlocks) {
               "album=L\n" + expected + "date=1999\ncomment=C\ngenre=Rock\n" + others);
 }
 
+// It describes samples, but only in FLAC.
+TEST(Metadata, OfFLACHaveTheSpeakersInsteadOfTheirComment) {
+    const std::string mask = "WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x3";
+    const std::string packet = Block(0x84, Comments({mask, "title=T"}));
+    EXPECT_EQ(DescribeFile("fLaC" + packet), "title=T\n");
+    EXPECT_EQ(DescribeFile(OggPage(1, "\x7F"
+                                      "FLAC...") +
+                           OggPage(1, packet)),
+              "title=T\n");
+    EXPECT_EQ(DescribeFile(OggPage(1, "OpusHead") + OggPage(1, "OpusTags" + Comments({mask}))),
+              "waveformatextensible_channel_mask=0x3\n");
+    EXPECT_EQ(DescribeFile("fLaC" + Block(0x84, Comments({mask + "?"}))),
+              "waveformatextensible_channel_mask=0x3?\n");
+}
+
 TEST(Metadata, NoteCommentsThatAreDeclaredButMissing) {
     const std::string comments = Comments({"title=T"}).replace(10, 1, "\x09");
     EXPECT_EQ(DescribeFile("fLaC" + Block(0x84, comments)),

@@ -117,6 +117,31 @@ TEST(StoredFormat, HasTheSpeakersOfCompressedFiles) {
     EXPECT_EQ(Store(SF_FORMAT_OGG | SF_FORMAT_OPUS, 4).channelMask, 0x33U);
 }
 
+// The comments of a FLAC file follow its first block.
+TEST(StoredFormat, HasTheSpeakersThatACommentInFLACDeclares) {
+    const auto mask = [](const std::string& text) {
+        const test::TemporaryDirectory directory;
+        const std::string path = directory / "take";
+        test::WriteAudio(path, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 3, 48000, test::MakeValues(300));
+        std::string bytes = test::ReadFile(path);
+        const std::string comment = "WaveFormatExtensible_Channel_Mask=" + text;
+        const std::string content = test::LittleEndian(0, 4) + test::LittleEndian(1, 4) +
+                                    test::LittleEndian(comment.size(), 4) + comment;
+        constexpr std::size_t kSecondBlock = 42;
+        const auto size = static_cast<unsigned char>(bytes.at(kSecondBlock + 3));
+        bytes.replace(kSecondBlock, 4 + std::size_t{size},
+                      bytes[kSecondBlock] + test::BigEndian(content.size(), 3) + content);
+        test::WriteFile(path, bytes);
+        return ReadStoredFormat(path).channelMask;
+    };
+    EXPECT_EQ(mask("0xB"), 0xBU);
+    EXPECT_EQ(mask("0X0000010b"), 0x10BU);
+    EXPECT_EQ(mask("0x0"), 0U);
+    for (const char* invalid : {"", "11", "0x", "0xBs", "0x100000000"}) {
+        EXPECT_EQ(mask(invalid), 0x7U) << invalid;
+    }
+}
+
 TEST(StoredFormat, HasNoSpeakersWhereOpusHasDiscreteChannels) {
     const test::TemporaryDirectory directory;
     test::WriteAudio(directory / "take", SF_FORMAT_OGG | SF_FORMAT_OPUS, 4, 48000,
