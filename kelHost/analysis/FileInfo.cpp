@@ -50,6 +50,7 @@ void ReadSamples(const SourceReader& source, const InfoRequest& request, const I
     if (request.checksum) {
         RequireStored(source.ShownName(), info);
         info.md5 = SampleMD5(source.File(), policy, log, reporter, warnings);
+        source.RequireUnchanged();
     }
     if (request.measure) {
         info.measurement = Measure(source, LoudnessWeights(info.channels, ChannelMask(info)),

@@ -12,6 +12,7 @@ struct SndfileLibrary {
     LoadedLibrary library{"libsndfile.so.1", "libsndfile1"};
     KEL_LIBRARY_FUNCTION(sf_close);
     KEL_LIBRARY_FUNCTION(sf_command);
+    KEL_LIBRARY_FUNCTION(sf_error);
     KEL_LIBRARY_FUNCTION(sf_get_string);
     KEL_LIBRARY_FUNCTION(sf_open);
     KEL_LIBRARY_FUNCTION(sf_open_virtual);

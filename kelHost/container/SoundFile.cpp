@@ -33,6 +33,13 @@ void SoundFile::RequireRead(const std::string& failure) const {
     }
 }
 
+void SoundFile::RequireUndamaged(const std::string& failure) const {
+    if (Sndfile().sf_error(Handle()) != SF_ERR_NO_ERROR) {
+        throw JobError(m_shownName,
+                       fmt::format("{}: {}", failure, Sndfile().sf_strerror(Handle())));
+    }
+}
+
 sf_count_t SoundFile::Length(void* file) {
     return static_cast<sf_count_t>(static_cast<SoundFile*>(file)->m_file.bytes);
 }

@@ -37,6 +37,11 @@ public:
     /// @throws JobError when it has not
     void RequireRead(const std::string& failure) const;
 
+    /// Verifies that the library has noticed no damage.
+    /// @param failure the beginning of the error: "cannot read the file"
+    /// @throws JobError when it has
+    void RequireUndamaged(const std::string& failure) const;
+
 private:
     static sf_count_t Length(void* file);
     static sf_count_t Seek(sf_count_t offset, int whence, void* file);

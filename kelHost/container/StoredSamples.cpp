@@ -97,7 +97,11 @@ const std::vector<unsigned char>& StoredSamples::Read() {
     } else {
         ReadWith<float>(Sndfile().sf_readf_float);
     }
-    m_file.RequireRead("cannot read the file");
+    constexpr const char* kCannotRead = "cannot read the file";
+    m_file.RequireRead(kCannotRead);
+    if (!Frames().has_value()) {
+        m_file.RequireUndamaged(kCannotRead);
+    }
     return m_bytes;
 }
 

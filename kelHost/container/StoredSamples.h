@@ -37,7 +37,8 @@ public:
 
     /// Reads the next frames.
     /// @return their bytes, valid until the next call; empty at the end
-    /// @throws JobError when the system fails to read the file
+    /// @throws JobError when the system fails to read the file, or a file that declares no number
+    /// of frames is damaged
     const std::vector<unsigned char>& Read();
 
 private:

@@ -93,6 +93,15 @@ TEST(InfoChecksum, IsRefusedForAFileThatEndsEarly) {
                                     "frames that exist)"));
 }
 
+TEST(InfoChecksum, IsRefusedForAFileOfUnknownLengthThatWasCutOff) {
+    const TemporaryDirectory directory;
+    WriteEndlessTake(directory / "take.flac", 40001);
+    const std::string bytes = ReadFile(directory / "take.flac");
+    WriteFile(directory / "take.flac", bytes.substr(0, bytes.size() / 2));
+    ExpectResult(RunKelhost(directory, {"info", "--checksum", "take.flac"}), 1, "",
+                 Error("take.flac", "cannot read the file: Error : flac decoder lost sync."));
+}
+
 TEST(InfoChecksum, IsRefusedWhereSamplesCannotBeReadAsStored) {
     const TemporaryDirectory directory;
     WriteFile(directory / "text.wav", "1000 2 48000\n");
