@@ -25,6 +25,10 @@ SoundFile::SoundFile(const FileName& file)
     m_file = std::move(*input);
     SF_VIRTUAL_IO functions{Length, Seek, Read, Write, Position};
     m_handle.reset(Sndfile().sf_open_virtual(&functions, SFM_READ, &m_info, this));
+    if (!IsOpen() && m_error == 0) {
+        // The library recognises a few formats only by the extension of a path.
+        m_handle.reset(Sndfile().sf_open(file.path.c_str(), SFM_READ, &m_info));
+    }
 }
 
 void SoundFile::RequireRead(const std::string& failure) const {

@@ -14,7 +14,7 @@ namespace kel::host {
 
 /// A file that libsndfile reads. The library reports many failed reads as damage of the file, or
 /// not at all. Therefore the reads of a regular file are made here, and their errors are
-/// remembered.
+/// remembered. Only files that the library recognises by their extension are read by itself.
 class SoundFile {
 public:
     /// Opens a file.

@@ -165,6 +165,12 @@ TEST(StoredFormat, HasNoSpeakersWhereOpusHasDiscreteChannels) {
     EXPECT_FALSE(format.channelMask.has_value());
 }
 
+TEST(StoredFormat, NamesFormatsThatTheLibraryRecognisesByTheExtension) {
+    const test::TemporaryDirectory directory;
+    test::WriteFile(directory / "take.vox", std::string(100, 'x'));
+    EXPECT_EQ(Describe(ReadStoredFormat(directory / "take.vox")), "headerless VOX ADPCM");
+}
+
 TEST(StoredFormat, IsMissingForFilesWithoutAudio) {
     const test::TemporaryDirectory directory;
     const std::string path = directory / "notes.txt";
