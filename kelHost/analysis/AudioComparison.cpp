@@ -1,9 +1,12 @@
 #include "analysis/AudioComparison.h"
 
 #include "analysis/Levels.h"
+#include "audio/Formats.h"
 #include "audio/Samples.h"
 #include "base/Errors.h"
 #include "base/Text.h"
+#include "container/KeptEncoding.h"
+#include "container/StoredFormat.h"
 #include "elements/ErrorRecords.h"
 #include "elements/RangeReader.h"
 #include "jobs/Warnings.h"
@@ -114,6 +117,16 @@ FrameRange PartOf(const SourceReader& source, const std::optional<TimePoint>& st
                    source.ShownName());
 }
 
+// Sources deliver 32-bit floats.
+std::optional<std::string> DescribeRounding(const SourceReader& source) {
+    const auto stored = FindStoredFormat(source.File());
+    if (!stored.has_value() || HoldsEveryValue(EncodingByName("float32"), *stored)) {
+        return std::nullopt;
+    }
+    return fmt::format("{}: is compared as 32-bit floats, which do not hold every value of {}",
+                       source.ShownName(), Describe(*stored));
+}
+
 // A pipe has one beginning, which only one of two readers receives.
 void RequireTwoInputs(const std::string& a, const std::string& b) {
     struct stat statusA {};
@@ -140,6 +153,11 @@ Comparison CompareSources(const SourceReader& a, const SourceReader& b,
     Warnings warnings(reporter);
     warnings.Add(a.CheckHeader(request.inputPolicy));
     warnings.Add(b.CheckHeader(request.inputPolicy));
+    for (const SourceReader* source : {&a, &b}) {
+        if (const auto rounding = DescribeRounding(*source); rounding.has_value()) {
+            warnings.Add(*rounding);
+        }
+    }
     result.warnings = warnings.Texts();
     const FrameRange partA = PartOf(a, request.starts[0], request.duration);
     const FrameRange partB = PartOf(b, request.starts[1], request.duration);

@@ -70,6 +70,16 @@ TEST_F(Compare, FindsTheSameAudioInFilesOfDifferentFormats) {
     Expect(0, "a.wav and b.wav: the same audio, 1 channel, 48000 Hz, 0 frames, 0:00:00.000\n");
 }
 
+TEST_F(Compare, WarnsOfFilesWithMoreDigitsThanItCompares) {
+    WriteAudio(m_directory / "a.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_32, 2, 48000, MakeValues(20));
+    WriteAudio(m_directory / "b.wav", SF_FORMAT_W64 | SF_FORMAT_DOUBLE, 2, 48000, MakeValues(20));
+    const std::string floats = "is compared as 32-bit floats, which do not hold every value of ";
+    ExpectResult(RunKelhost(m_directory, {"compare", "a.wav", "b.wav"}), 0,
+                 "a.wav and b.wav: the same audio, 2 channels, 48000 Hz, 10 frames, 0:00:00.000\n",
+                 "kelhost: warning: a.wav: " + floats + "WAVE 32-bit integer\n" +
+                     "kelhost: warning: b.wav: " + floats + "W64 64-bit float\n");
+}
+
 TEST_F(Compare, ShowsTheFirstDifferenceAndThoseOfEachChannel) {
     std::vector<float> values(3 * kLongTake, 0.25F);
     Write("a.wav", values, 3);
