@@ -103,7 +103,8 @@ bool ChunkAdjustment::Concerns(std::string_view name) const {
         return name == "MARK" || name == "COMT" || name == "INST";
     }
     return ((name == "bext" || name == "iXML") && m_part.first > 0) || name == "cue " ||
-           name == "LIST adtl" || name == "smpl" || name == "plst" || name == "r64m";
+           name == "LIST adtl" || name == "smpl" || name == "cart" || name == "plst" ||
+           name == "r64m";
 }
 
 bool ChunkAdjustment::DefinesPoints(std::string_view name) const {
@@ -129,6 +130,9 @@ std::optional<std::string> ChunkAdjustment::Adjust(std::string_view name,
     }
     if (name == "smpl") {
         return AdjustSampler(content);
+    }
+    if (name == "cart") {
+        return AdjustTimers(content);
     }
     if (!m_arePointsKnown) {
         return std::nullopt;
@@ -315,6 +319,24 @@ std::optional<std::string> ChunkAdjustment::AdjustSampler(const std::string& con
                          content.substr(kSampler + static_cast<std::size_t>(declared) * kLoop);
     ReplaceNumber(result, kLoopCount, 4, count, StoredOrder::Little);
     return result;
+}
+
+// Each timer has a name and a frame. One without a name is not used.
+std::optional<std::string> ChunkAdjustment::AdjustTimers(std::string content) {
+    constexpr std::size_t kTimers = 684;
+    constexpr std::uint64_t kCount = 8;
+    constexpr std::size_t kTimer = 8;
+    const bool isRead = ForEachRecord(content, kTimers, kCount, kTimer, [&](std::size_t timer) {
+        const std::uint64_t frame = Little(content, timer + 4);
+        const bool isUsed = Little(content, timer) != 0;
+        if (isUsed && ContainsPoint(frame)) {
+            ReplaceNumber(content, timer + 4, 4, frame - m_part.first, StoredOrder::Little);
+        } else if (isUsed) {
+            content.replace(timer, kTimer, kTimer, '\0');
+            ++m_removed["timer"];
+        }
+    });
+    return isRead ? std::optional(std::move(content)) : std::nullopt;
 }
 
 std::optional<std::string> ChunkAdjustment::AdjustMarkers(const std::string& content) {

@@ -24,8 +24,8 @@ struct FramePart {
 /// Sources of the layouts: "cue ", "plst", "adtl" and "smpl" (IBM and Microsoft, "Multimedia
 /// Programming Interface and Data Specifications 1.0", 1991; "New Multimedia Data Types and Data
 /// Techniques", 1994), "bext" (EBU Tech 3285), "iXML" (iXML
-/// Specification 2.10, with the times of the first frame in SPEED and BEXT), "r64m" (EBU Tech
-/// 3306), MARK, COMT and INST (Apple, "Audio Interchange File Format AIFF-C", 1991).
+/// Specification 2.10, with the times of the first frame in SPEED and BEXT), "cart" (AES46), "r64m"
+/// (EBU Tech 3306), MARK, COMT and INST (Apple, "Audio Interchange File Format AIFF-C", 1991).
 class ChunkAdjustment {
 public:
     /// @param isAIFF the chunks are those of AIFF
@@ -62,6 +62,7 @@ private:
     std::optional<std::string> AdjustCue(const std::string& content);
     std::optional<std::string> AdjustTexts(const std::string& content) const;
     std::optional<std::string> AdjustSampler(const std::string& content);
+    std::optional<std::string> AdjustTimers(std::string content);
     std::optional<std::string> AdjustMarkers(const std::string& content);
     std::optional<std::string> AdjustInstrument(std::string content);
     std::optional<std::string> AdjustComments(const std::string& content) const;

@@ -123,6 +123,25 @@ TEST(ChunkAdjustment, IncreasesTheTimesInIXML) {
     EXPECT_EQ(AdjustWAVE("iXML", "<BWFXML/>"), "<BWFXML/>");
 }
 
+TEST(ChunkAdjustment, MovesAndRemovesTimersOfCart) {
+    const std::string start(684, 'x');
+    const std::string end(1300, 'y');
+    const std::string unused = std::string(4, '\0') + Little(150);
+    const auto timers = [&](const std::string& first) {
+        return start + first + unused + unused + end;
+    };
+    const std::string last = "AUDe" + Little(200) + unused;
+    ChunkAdjustment adjustment(false, kPart);
+    EXPECT_EQ(adjustment.Adjust("cart", timers("AUDs" + Little(100) + "INTs" + Little(99) + last +
+                                               "SEGs" + Little(201) + unused)),
+              timers("AUDs" + Little(0) + std::string(8, '\0') + "AUDe" + Little(100) + unused +
+                     std::string(8, '\0') + unused));
+    EXPECT_EQ(adjustment.Removed(), (Removed{{"timer", 2}}));
+    EXPECT_EQ(adjustment.Adjust("cart", start + std::string(63, '\0')), std::nullopt)
+        << "truncated";
+    EXPECT_TRUE(adjustment.Concerns("cart"));
+}
+
 TEST(ChunkAdjustment, MovesAndRemovesCuePoints) {
     ChunkAdjustment adjustment(false, kPart);
     adjustment.AddPoints(kCue);
