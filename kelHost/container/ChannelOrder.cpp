@@ -1,6 +1,7 @@
 #include "container/ChannelOrder.h"
 
 #include "container/HeaderReader.h"
+#include "container/OggStreams.h"
 
 #include <string>
 #include <utility>
@@ -8,8 +9,6 @@
 namespace kel::host {
 
 namespace {
-
-constexpr std::uint64_t kPageHeader = 27;
 
 // The channels of the header packet at an offset; none for other packets.
 std::optional<OggChannels> ChannelsIn(const HeaderReader& header, std::uint64_t packet) {
@@ -33,17 +32,12 @@ std::optional<OggChannels> ReadOggChannels(const FileName& file) {
     const HeaderReader header(file, std::move(input->descriptor), "cannot read its header");
     // The first pages contain one header of each stream. Few files have more than one.
     constexpr int kMaxStreams = 16;
-    std::uint64_t page = 0;
-    for (int stream = 0; stream < kMaxStreams && header.Name(page) == "OggS"; ++stream) {
-        const std::uint64_t segments = header.Number(page + kPageHeader - 1, 1);
-        const std::uint64_t packet = page + kPageHeader + segments;
-        if (const auto channels = ChannelsIn(header, packet); channels.has_value()) {
+    auto page = ReadOggPage(header, 0);
+    for (int stream = 0; stream < kMaxStreams && page.has_value(); ++stream) {
+        if (const auto channels = ChannelsIn(header, page->content); channels.has_value()) {
             return channels;
         }
-        page = packet;
-        for (std::uint64_t i = 0; i < segments; ++i) {
-            page += header.Number(packet - segments + i, 1);
-        }
+        page = ReadOggPage(header, page->end);
     }
     return std::nullopt;
 }

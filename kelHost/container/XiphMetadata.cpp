@@ -1,5 +1,6 @@
 #include "container/XiphMetadata.h"
 
+#include "container/OggStreams.h"
 #include "container/StoredBytes.h"
 #include "container/StoredText.h"
 #include "container/TagNames.h"
@@ -129,25 +130,19 @@ public:
 private:
     // Goes to the next page of the stream.
     bool NextPage() {
-        constexpr std::uint64_t kPageHeader = 27;
         while (m_pages++ < kMaxPages) {
-            const std::string page = m_header.Bytes(m_offset, kPageHeader);
-            if (page.size() < kPageHeader || page.substr(0, 4) != "OggS") {
+            auto page = ReadOggPage(m_header, m_offset);
+            if (!page.has_value()) {
                 return false;
             }
-            const StoredBytes numbers(page, StoredOrder::Little);
-            m_pieces = m_header.Bytes(m_offset + kPageHeader,
-                                      static_cast<std::size_t>(numbers.Number(26, 1)));
-            m_offset += kPageHeader + m_pieces.size();
-            m_piece = 0;
-            const std::uint64_t stream = numbers.Number(14, 4);
-            m_stream = m_pages == 1 ? stream : m_stream;
-            if (stream == m_stream) {
+            m_stream = m_pages == 1 ? page->stream : m_stream;
+            if (page->stream == m_stream) {
+                m_pieces = std::move(page->pieces);
+                m_piece = 0;
+                m_offset = page->content;
                 return true;
             }
-            for (const char piece : m_pieces) {
-                m_offset += static_cast<unsigned char>(piece);
-            }
+            m_offset = page->end;
         }
         m_builder.AddProblem(
             fmt::format("the headers of the stream are not within its first {} pages", kMaxPages));
@@ -160,7 +155,7 @@ private:
     std::string m_pieces; // their sizes
     std::size_t m_piece = 0;
     std::size_t m_pages = 0;
-    std::uint64_t m_stream = 0;
+    std::uint32_t m_stream = 0;
 };
 
 // Each packet of the header is a metadata block.

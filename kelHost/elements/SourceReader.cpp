@@ -4,6 +4,7 @@
 #include "base/Text.h"
 #include "container/ChannelOrder.h"
 #include "container/MPEGStream.h"
+#include "container/OggStreams.h"
 
 #include <IAudioParameters_PCM.h>
 #include <IChannelInfo.h>
@@ -28,6 +29,8 @@ namespace kel::host {
 namespace {
 
 constexpr const char* kCannotRead = "cannot open for reading";
+constexpr const char* kFurtherStreams = "cannot read all samples: it contains several streams, one "
+                                        "after the other, of which only the first can be read";
 constexpr std::uint32_t kDefaultBlockFrames = 16384;
 constexpr std::uint32_t kMaxBlockSamples = 1U << 19U; // 2 MiB: 512 frames of 1024 channels
 
@@ -97,6 +100,7 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
     }
     if (!m_header.has_value()) {
         CountMPEGFrames(file, repair.run);
+        m_hasFurtherStreams = HasFurtherOggStreams(file);
     }
 }
 
@@ -244,12 +248,19 @@ std::vector<std::string> SourceReader::DescribeHeader() const {
     if (const std::string loss = Loss(); !loss.empty()) {
         notes.push_back(m_shownName + ": " + loss);
     }
+    if (m_hasFurtherStreams) {
+        notes.push_back(m_shownName + ": " + kFurtherStreams);
+    }
     return notes;
 }
 
 std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) const {
     if (const std::string loss = Loss(); !loss.empty()) {
         throw JobError(m_shownName, loss);
+    }
+    if (m_hasFurtherStreams && !policy.allowTruncated) {
+        throw JobError(m_shownName,
+                       fmt::format("{} (--allow-truncated accepts that)", kFurtherStreams));
     }
     std::vector<std::string> warnings = DescribeHeader();
     if (!m_header.has_value() || !m_header->truncation.has_value()) {

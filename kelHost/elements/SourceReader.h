@@ -155,6 +155,7 @@ private:
     std::shared_ptr<const IInfoContainer> m_description;
     std::shared_ptr<const IAudioInfo> m_info;
     TimeLimits m_limits;
+    bool m_hasFurtherStreams = false; // which the source does not read
     std::vector<std::uint32_t> m_channelOrder;
     std::optional<OpenPositions> m_positions; // of a file
 };

@@ -1,0 +1,35 @@
+/// Pages and streams of Ogg files. One thread at a time for one file.
+///
+/// Source of the layout: RFC 3533.
+#pragma once
+
+#include "base/FileName.h"
+#include "container/HeaderReader.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace kel::host {
+
+/// The header of a page.
+struct OggPage {
+    std::uint32_t stream = 0;  ///< its number
+    bool isFirst = false;      ///< the page begins its stream
+    std::string pieces;        ///< their sizes in bytes, a byte for each
+    std::uint64_t content = 0; ///< offset in the file, in bytes
+    std::uint64_t end = 0;     ///< offset of the next page
+};
+
+/// Reads the header of a page.
+/// @return none where no page begins
+/// @throws JobError when it cannot be read
+std::optional<OggPage> ReadOggPage(const HeaderReader& header, std::uint64_t offset);
+
+/// True when other streams follow the first ones of an Ogg file ("chained"), as in recordings of
+/// radio programmes. libsndfile reads only what precedes them. Streams with the number of a first
+/// one are not noticed; RFC 3533 forbids them.
+/// @throws JobError when it cannot be read
+bool HasFurtherOggStreams(const FileName& file);
+
+} // namespace kel::host
