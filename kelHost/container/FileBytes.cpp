@@ -30,21 +30,28 @@ std::string ReadBytes(const FileName& file, const Descriptor& descriptor, std::u
     return bytes;
 }
 
-void WriteBytes(const FileName& file, const Descriptor& descriptor, std::uint64_t offset,
-                std::string_view bytes) {
+bool WriteAll(int descriptor, std::uint64_t offset, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written =
-            pwrite(descriptor.Number(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
+            pwrite(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(offset));
         if (written == 0) {
             errno = ENOSPC; // the system has given no reason
         }
         if (written == 0 || (written < 0 && errno != EINTR)) {
-            throw JobError(file.shown,
-                           std::string("cannot write its metadata: ") + std::strerror(errno));
+            return false;
         }
         const auto count = written > 0 ? static_cast<std::size_t>(written) : 0;
         bytes.remove_prefix(count);
         offset += count;
+    }
+    return true;
+}
+
+void WriteBytes(const FileName& file, const Descriptor& descriptor, std::uint64_t offset,
+                std::string_view bytes) {
+    if (!WriteAll(descriptor.Number(), offset, bytes)) {
+        throw JobError(file.shown,
+                       std::string("cannot write its metadata: ") + std::strerror(errno));
     }
 }
 

@@ -16,6 +16,10 @@ namespace kel::host {
 std::string ReadBytes(const FileName& file, const Descriptor& descriptor, std::uint64_t offset,
                       std::size_t count);
 
+/// Writes bytes, in as many calls as the system needs.
+/// @return false, with errno, when one cannot be written
+bool WriteAll(int descriptor, std::uint64_t offset, std::string_view bytes);
+
 /// Writes bytes of metadata.
 /// @throws JobError when one cannot be written
 void WriteBytes(const FileName& file, const Descriptor& descriptor, std::uint64_t offset,

@@ -3,6 +3,7 @@
 #include "base/Errors.h"
 #include "base/Numbers.h"
 #include "container/ChunkList.h"
+#include "container/FileBytes.h"
 #include "container/StoredBytes.h"
 
 #include <fmt/format.h>
@@ -17,7 +18,6 @@
 #include <optional>
 #include <string>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
 namespace kel::host {
@@ -56,14 +56,8 @@ public:
     }
 
     void Write(std::uint64_t offset, const std::string& bytes) const {
-        for (std::size_t done = 0; done < bytes.size();) {
-            const ssize_t count = pwrite(m_descriptor.Number(), bytes.data() + done,
-                                         bytes.size() - done, static_cast<off_t>(offset + done));
-            if (count > 0) {
-                done += static_cast<std::size_t>(count);
-            } else if (count == 0 || errno != EINTR) {
-                Fail();
-            }
+        if (!WriteAll(m_descriptor.Number(), offset, bytes)) {
+            Fail();
         }
     }
 

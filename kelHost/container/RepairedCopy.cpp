@@ -1,6 +1,7 @@
 #include "container/RepairedCopy.h"
 
 #include "base/Errors.h"
+#include "container/FileBytes.h"
 #include "container/HeaderReader.h"
 #include "container/MPEGStream.h"
 #include "container/StoredBytes.h"
@@ -176,13 +177,8 @@ public:
         : m_file(file), m_from(from), m_to(to), m_failure(std::move(failure)), m_needed(needed) {}
 
     void Write(const std::string& bytes, std::uint64_t offset) const {
-        for (std::size_t written = 0; written < bytes.size();) {
-            const ssize_t count = pwrite(m_to, bytes.data() + written, bytes.size() - written,
-                                         static_cast<off_t>(offset + written));
-            if (count < 0 && errno != EINTR) {
-                Fail();
-            }
-            written += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+        if (!WriteAll(m_to, offset, bytes)) {
+            Fail();
         }
     }
 
