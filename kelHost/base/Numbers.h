@@ -1,7 +1,9 @@
-/// Reading numbers from text. Pure functions, independent of the locale.
+/// Numbers from text, and sums. Pure functions, independent of the locale.
 #pragma once
 
 #include <charconv>
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <system_error>
@@ -16,6 +18,12 @@ std::optional<Integer> ParseInteger(std::string_view text) {
     const char* end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, number);
     return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
+}
+
+/// Returns a sum; the largest number if it has more than 64 bits.
+constexpr std::uint64_t SaturatingSum(std::uint64_t first, std::uint64_t second) {
+    constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
+    return first > kMax - second ? kMax : first + second;
 }
 
 } // namespace kel::host

@@ -1,9 +1,10 @@
 #include "container/ChunkList.h"
 
+#include "base/Numbers.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -14,12 +15,6 @@ namespace kel::host {
 
 namespace {
 
-// The sum; the largest number if it has more than 64 bits.
-std::uint64_t AddSizes(std::uint64_t first, std::uint64_t second) {
-    constexpr std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
-    return first > kMax - second ? kMax : first + second;
-}
-
 // Reads the chunks of files whose chunk headers have a name and 32 bits of size.
 class ChunkListReader {
 public:
@@ -27,7 +22,7 @@ public:
         : m_header(header) {
         m_list.form = form;
         m_list.fileBytes = fileBytes;
-        m_list.declaredBytes = AddSizes(kChunkHeader, m_header.Number(4, 4));
+        m_list.declaredBytes = SaturatingSum(kChunkHeader, m_header.Number(4, 4));
     }
 
     ChunkList Read() {
@@ -57,7 +52,7 @@ private:
             ReadSizes(chunk);
         }
         m_list.chunks.push_back(chunk);
-        return SkipPadding(AddSizes(chunk.offset, chunk.bytes), chunk.bytes);
+        return SkipPadding(SaturatingSum(chunk.offset, chunk.bytes), chunk.bytes);
     }
 
     std::uint64_t SkipPadding(std::uint64_t offset, std::uint64_t bytes) const {
@@ -77,7 +72,7 @@ private:
     void ReadSizes(const Chunk& chunk) {
         constexpr std::uint64_t kTable = 28;
         constexpr std::uint64_t kEntry = 12;
-        m_list.declaredBytes = AddSizes(kChunkHeader, m_header.Number(chunk.offset, 8));
+        m_list.declaredBytes = SaturatingSum(kChunkHeader, m_header.Number(chunk.offset, 8));
         m_sizes["data"] = m_header.Number(chunk.offset + 8, 8);
         const std::uint64_t bytes = m_list.Present(chunk);
         if (bytes < kTable) {
@@ -115,14 +110,14 @@ ChunkList ReadW64(const HeaderReader& header, std::uint64_t fileBytes) {
     constexpr std::uint64_t kAlignment = 8;
     ChunkList list{ChunkForm::W64, fileBytes, header.Number(kGUID, 8), {}, 0, true};
     std::uint64_t offset = kHeader + kGUID; // after "riff", the size, and "wave"
-    while (AddSizes(offset, kHeader) <= fileBytes && IsChunkGUID(header, offset)) {
+    while (SaturatingSum(offset, kHeader) <= fileBytes && IsChunkGUID(header, offset)) {
         if (list.chunks.size() == kMaxChunks) {
             list.isComplete = false;
             break;
         }
         const std::uint64_t size = std::max(header.Number(offset + kGUID, 8), kHeader);
         list.chunks.push_back({header.Name(offset), offset + kHeader, size - kHeader});
-        const std::uint64_t next = AddSizes(offset, size);
+        const std::uint64_t next = SaturatingSum(offset, size);
         offset = next >= fileBytes ? next : (next + kAlignment - 1) / kAlignment * kAlignment;
     }
     list.end = offset;
