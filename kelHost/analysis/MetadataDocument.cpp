@@ -14,11 +14,9 @@ namespace {
 
 using nlohmann::json;
 
-// A loudness value of a broadcast file in its unit; null where it is not declared.
 json LoudnessValue(std::int16_t hundredths) {
-    constexpr double kPerUnit = 100;
-    const bool isDeclared = hundredths != std::numeric_limits<std::int16_t>::max();
-    return isDeclared ? json(hundredths / kPerUnit) : json();
+    const auto value = LoudnessInUnits(hundredths);
+    return value.has_value() ? json(*value) : json();
 }
 
 json LoudnessOf(const Broadcast& broadcast) {

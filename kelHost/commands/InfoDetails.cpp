@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -65,9 +64,8 @@ std::string FormatFacts(const FileInfo& info) {
 
 // A stored loudness value with its unit; nothing where it is not declared.
 std::string LoudnessLine(const char* name, std::int16_t hundredths, const char* unit) {
-    constexpr double kPerUnit = 100;
-    const bool isDeclared = hundredths != std::numeric_limits<std::int16_t>::max();
-    return isDeclared ? Line(name, fmt::format("{:.2f} {}", hundredths / kPerUnit, unit)) : "";
+    const auto value = LoudnessInUnits(hundredths);
+    return value.has_value() ? Line(name, fmt::format("{:.2f} {}", *value, unit)) : "";
 }
 
 std::string FormatLoudness(const BroadcastLoudness& loudness) {

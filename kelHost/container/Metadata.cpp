@@ -20,6 +20,8 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <limits>
+#include <optional>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -83,6 +85,12 @@ void AddOtherMetadata(const FileName& file, const HeaderReader& header, std::uin
 }
 
 } // namespace
+
+std::optional<double> LoudnessInUnits(std::int16_t hundredths) {
+    constexpr double kPerUnit = 100;
+    const bool isDeclared = hundredths != std::numeric_limits<std::int16_t>::max();
+    return isDeclared ? std::optional(hundredths / kPerUnit) : std::nullopt;
+}
 
 Metadata ReadMetadata(const FileName& file) {
     auto input = OpenRegularFile(file.path);

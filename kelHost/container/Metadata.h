@@ -19,6 +19,9 @@ struct BroadcastLoudness {
     std::int16_t shortTerm = 0;  ///< LUFS, the maximum
 };
 
+/// Returns a loudness value in its unit; none where it is not declared.
+std::optional<double> LoudnessInUnits(std::int16_t hundredths);
+
 /// Broadcast fields (EBU Tech 3285, the chunk "bext"). Texts are UTF-8.
 struct Broadcast {
     std::string description;
