@@ -80,7 +80,7 @@ void AddXiphComments(const StoredBytes& content, bool isFLAC, MetadataBuilder& b
 constexpr unsigned kLastBlock = 0x80;
 constexpr std::uint64_t kBlockHeader = 4;
 
-enum BlockType : unsigned { kPadding = 1, kSeekTable = 3, kComments = 4, kInvalidBlock = 127 };
+enum BlockType : unsigned { kComments = 4, kInvalidBlock = 127 };
 
 // The name of a block with metadata; empty for the others.
 std::string BlockName(unsigned type) {

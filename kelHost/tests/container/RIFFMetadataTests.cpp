@@ -12,21 +12,19 @@ namespace kel::host {
 namespace {
 
 using test::BigEndian;
-using test::DescribeFile;
-using test::Field;
 using test::LittleEndian;
 
 std::string DescribeWAVE(const std::string& chunks) {
-    return DescribeFile(test::Chunk("RIFF", "WAVE" + chunks));
+    return test::DescribeFile(test::Chunk("RIFF", "WAVE" + chunks));
 }
 
 // The fields of "bext", with a time reference of 5 * 2^32 + 48000.
 std::string BroadcastFields(std::uint16_t version, const std::string& description) {
-    return Field(description, 256) + Field("Recorder", 32) + Field("REF-1", 32) + "2026-11-22" +
-           "10:11:12" + LittleEndian(48000, 4) + LittleEndian(5, 4) + LittleEndian(version, 2) +
-           std::string(64, 'u') + LittleEndian(0xF6A0, 2) + LittleEndian(710, 2) +
-           LittleEndian(0xFF6A, 2) + LittleEndian(0x7FFF, 2) + LittleEndian(0xF830, 2) +
-           std::string(180, '\0');
+    return test::Field(description, 256) + test::Field("Recorder", 32) + test::Field("REF-1", 32) +
+           "2026-11-22" + "10:11:12" + LittleEndian(48000, 4) + LittleEndian(5, 4) +
+           LittleEndian(version, 2) + std::string(64, 'u') + LittleEndian(0xF6A0, 2) +
+           LittleEndian(710, 2) + LittleEndian(0xFF6A, 2) + LittleEndian(0x7FFF, 2) +
+           LittleEndian(0xF830, 2) + std::string(180, '\0');
 }
 
 std::string CuePointBytes(std::uint32_t id, std::uint32_t frame) {
@@ -53,8 +51,8 @@ TEST(RIFFMetadata, UsesThePresentFieldsOfATruncatedBext) {
     EXPECT_EQ(DescribeWAVE(test::Chunk("bext", fields.substr(0, 344))),
               "bext 0: Scene|Recorder|REF-1|2026-11-22|10:11:12|48000|||\n"
               "problem: bext has 344 bytes and needs 602\n");
-    EXPECT_EQ(DescribeFile("RIFF" + LittleEndian(1000, 4) + "WAVEbext" + LittleEndian(610, 4) +
-                           fields.substr(0, 300)),
+    EXPECT_EQ(test::DescribeFile("RIFF" + LittleEndian(1000, 4) + "WAVEbext" +
+                                 LittleEndian(610, 4) + fields.substr(0, 300)),
               "bext 0: Scene|Recorder|REF-1|||0|||\n"
               "problem: bext declares 610 bytes and has 300\n");
 }
@@ -130,7 +128,7 @@ TEST(RIFFMetadata, ReadsBigEndianNumbersInRIFX) {
     const std::string info = "INFOINAM" + BigEndian(4, 4) + "Big\1";
     const std::string content =
         "WAVEcue " + BigEndian(cue.size(), 4) + cue + "LIST" + BigEndian(info.size(), 4) + info;
-    EXPECT_EQ(DescribeFile("RIFX" + BigEndian(content.size(), 4) + content),
+    EXPECT_EQ(test::DescribeFile("RIFX" + BigEndian(content.size(), 4) + content),
               "title=Big\1\ncue 3 at 9+0: |\n");
 }
 
