@@ -379,6 +379,18 @@ std::optional<SampleLayout> InputHeader::Layout() const {
                         parts.front().offset};
 }
 
+std::optional<std::uint64_t> InputHeader::OtherFrames() const {
+    const auto layout = Layout();
+    const std::uint64_t declared = format.has_value() ? format->frames.value_or(0) : 0;
+    if (!layout.has_value() || !declaresLength || truncation.has_value() || declared == 0) {
+        return std::nullopt;
+    }
+    // Some programs count the byte that pads 8-bit samples.
+    const auto present = static_cast<std::uint64_t>(layout->frames);
+    return declared > present + 1 || declared + 1 < present ? std::optional(declared)
+                                                            : std::nullopt;
+}
+
 std::string DescribeCounts(const Truncation& truncation) {
     return fmt::format("declares {} and contains {}",
                        Count(truncation.declared, truncation.isInFrames ? "frame" : "byte"),

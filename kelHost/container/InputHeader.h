@@ -64,6 +64,10 @@ struct InputHeader {
     /// deliver the samples; empty where it does, and where that cannot be known.
     std::string Misreading(std::int64_t frames) const;
 
+    /// The number of frames that "COMM" declares, where the samples have another; none where both
+    /// agree, or one is unknown.
+    std::optional<std::uint64_t> OtherFrames() const;
+
     /// The layout of linear samples in one data chunk; none for others.
     std::optional<SampleLayout> Layout() const;
 };

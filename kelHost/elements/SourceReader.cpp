@@ -248,6 +248,13 @@ std::vector<std::string> SourceReader::DescribeHeader() const {
     if (const std::string loss = Loss(); !loss.empty()) {
         notes.push_back(m_shownName + ": " + loss);
     }
+    const auto others = m_header.has_value() ? m_header->OtherFrames() : std::nullopt;
+    if (others.has_value()) {
+        notes.push_back(fmt::format("{}: its chunk \"COMM\" declares {}; the {} of its samples are "
+                                    "read",
+                                    m_shownName, Count(*others, "frame"),
+                                    m_header->Layout()->frames));
+    }
     if (m_hasFurtherStreams) {
         notes.push_back(m_shownName + ": " + kFurtherStreams);
     }

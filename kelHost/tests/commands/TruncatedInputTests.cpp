@@ -110,4 +110,16 @@ TEST_F(TruncatedInput, MayHaveAllOfItsSamples) {
     EXPECT_EQ(ReadAudio(m_directory / "out.wav").values.size(), 100U);
 }
 
+TEST(FramesOfAIFF, AreComparedWithThoseOfTheSamples) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take.aiff", MakeAIFF({}, {}, 300));
+    const std::string warning = "kelhost: warning: take.aiff: its chunk \"COMM\" declares 300 "
+                                "frames; the 100 of its samples are read\n";
+    ExpectResult(RunKelhost(directory, {"copy", "--quiet", "take.aiff", "out.aiff"}), 0, "",
+                 warning);
+    ExpectResult(RunKelhost(directory, {"info", "--field", "frames", "take.aiff"}), 0, "100\n",
+                 warning);
+    ExpectResult(RunKelhost(directory, {"info", "--field", "frames", "out.aiff"}), 0, "100\n", "");
+}
+
 } // namespace kel::test

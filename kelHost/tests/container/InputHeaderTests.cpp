@@ -249,6 +249,21 @@ TEST_P(HeaderJudgement, ComparesTheSizesWithTheFile) {
 INSTANTIATE_TEST_SUITE_P(InputHeader, HeaderJudgement, testing::ValuesIn(Judgements()),
                          [](const auto& judgement) { return judgement.param.name; });
 
+TEST(InputHeader, HasAnotherNumberOfFramesInCOMM) {
+    const auto others = [](const std::string& bytes) {
+        const test::TemporaryDirectory directory;
+        test::WriteFile(directory / "take", bytes);
+        return ReadInputHeader(directory / "take").value().OtherFrames();
+    };
+    EXPECT_EQ(others(test::MakeAIFF({}, {}, 102)), 102U);
+    EXPECT_EQ(others(test::MakeAIFF({}, {}, 98)), 98U);
+    for (const std::uint64_t same : {0U, 99U, 100U, 101U}) {
+        EXPECT_EQ(others(test::MakeAIFF({}, {}, same)), std::nullopt) << same;
+    }
+    EXPECT_EQ(others(Cut(test::MakeAIFF({}, {}), 100)), std::nullopt) << "truncated";
+    EXPECT_EQ(others(test::MakeAIFF(0, 8, 300)), std::nullopt) << "of unknown size";
+}
+
 // Some programs write no sizes; others lose those after the samples.
 TEST(AllChunks, IncludeThoseAfterSamplesOfUnknownSize) {
     const auto describe = [](const std::string& bytes) {
