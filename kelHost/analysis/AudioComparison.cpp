@@ -89,8 +89,8 @@ public:
     // Returns the warning about an accepted shortfall.
     std::optional<std::string> VerifyDelivery(const InputPolicy& policy) const {
         m_source.RequireUnchanged();
-        return m_errors.VerifyDelivery(m_range.count, Delivered(), m_source.EarlyStop(),
-                                       policy.allowTruncated);
+        return m_errors.VerifyDelivery(m_range.count, Delivered(),
+                                       m_source.EarlyStop(m_range.count), policy.allowTruncated);
     }
 
 private:

@@ -56,8 +56,9 @@ Measurement Measure(const SourceReader& source, const std::vector<LoudnessWeight
                           source.Rate());
     }
     source.RequireUnchanged();
-    const auto shortfall = errors.VerifyDelivery(source.Frames(), reader.Delivered(),
-                                                 source.EarlyStop(), policy.allowTruncated);
+    const auto shortfall =
+        errors.VerifyDelivery(source.Frames(), reader.Delivered(),
+                              source.EarlyStop(source.Frames()), policy.allowTruncated);
     if (shortfall.has_value()) {
         warnings.Add(*shortfall);
     }

@@ -78,8 +78,9 @@ Envelope ReadEnvelope(const PlotRequest& request, const SourceReader& source,
         reporter.Progress(reader.Delivered(), *range.count, source.Rate());
     }
     source.RequireUnchanged();
-    const auto shortfall = errors.VerifyDelivery(range.count, reader.Delivered(), "",
-                                                 request.inputPolicy.allowTruncated);
+    const auto shortfall =
+        errors.VerifyDelivery(range.count, reader.Delivered(), source.EarlyStop(range.count),
+                              request.inputPolicy.allowTruncated);
     if (shortfall.has_value()) {
         warnings.Add(*shortfall);
     }
@@ -125,8 +126,9 @@ PlottedFile OpenAndCount(const PlotRequest& request, const HostLogger& log, Repo
     while (Pull(reader, reporter) != nullptr) {
         reporter.Progress(reader.Delivered(), kUnknownTotal, source->Rate());
     }
-    const auto shortfall = errors.VerifyDelivery(
-        std::nullopt, reader.Delivered(), source->EarlyStop(), request.inputPolicy.allowTruncated);
+    const auto shortfall =
+        errors.VerifyDelivery(std::nullopt, reader.Delivered(), source->EarlyStop(std::nullopt),
+                              request.inputPolicy.allowTruncated);
     if (shortfall.has_value()) {
         warnings.Add(*shortfall);
     }

@@ -49,11 +49,8 @@ std::optional<std::string> ErrorRecords::VerifyDelivery(std::optional<std::int64
     const bool isComplete = declared.has_value() ? delivered == *declared : earlyStop.empty();
     if (isComplete) {
         const auto atEnd = m_log.ErrorsSince(m_first, EndContext(m_input), true);
-        // The disk failed where the source names a failed system call, as libsndfile does.
-        const bool isSystemError =
-            !errors.empty() && errors.front().find("System error") != std::string::npos;
         if (declared.has_value() && !errors.empty() && atEnd.size() == errors.size() &&
-            !isSystemError) {
+            earlyStop.empty()) {
             return fmt::format("{}: all declared frames were delivered, and then: {}", m_input,
                                errors.front());
         }

@@ -38,7 +38,8 @@ public:
     /// Verifies that the input delivered all of its frames and that reading it logged no error,
     /// except after the last declared frame.
     /// @param declared frames that it should have delivered; missing when that is unknown
-    /// @param earlyStop see SourceReader::EarlyStop; matters only when @p declared is missing
+    /// @param earlyStop see SourceReader::EarlyStop; its text matters only when @p declared is
+    /// missing
     /// @param allowTruncated whether fewer frames are accepted
     /// @return the warning about an accepted shortfall or an error at the end, if there is one
     /// @throws JobError when the input is short or damaged

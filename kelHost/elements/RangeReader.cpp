@@ -69,6 +69,9 @@ SampleHandle RangeReader::Pull() {
     }
     const auto frames = static_cast<std::int64_t>(FloatsIn(*container).count / m_channels);
     const std::int64_t left = m_range.count.value_or(frames + m_delivered) - m_delivered;
+    if (isLast && (frames < left || m_tail.has_value())) {
+        m_source.NoteShortSample();
+    }
     if (frames > left || !m_source.ChannelOrder().empty()) {
         container =
             CopyFrames(container, std::min(frames, left), m_channels, m_source.ChannelOrder());

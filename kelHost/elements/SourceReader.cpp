@@ -297,7 +297,10 @@ void SourceReader::RequireUnchanged() const {
     }
 }
 
-std::string SourceReader::EarlyStop() const {
+std::string SourceReader::EarlyStop(std::optional<std::int64_t> declared) const {
+    if (declared.has_value()) {
+        return m_isShort ? "stops before its last frame" : "";
+    }
     if (Frames().has_value() || !m_positions.has_value() || !m_positions->IsRegularFile()) {
         return "";
     }

@@ -125,11 +125,16 @@ public:
     /// @throws JobError when one has
     void RequireUnchanged() const;
 
-    /// Explains why a source of unknown length that has delivered its last sample may have more: it
-    /// did not read its file to the end. The sources do not report a failed read that delivers
-    /// nothing.
+    /// Takes note that a sample has fewer frames than the source was asked for and still declares:
+    /// a read failed before the last frame, not after it.
+    void NoteShortSample() const { m_isShort = true; }
+
+    /// Explains why a source that has delivered its last sample may have more, or has delivered
+    /// some of it only after a failed read. One of unknown length did not read its file to the end:
+    /// the sources do not report a failed read that delivers nothing.
+    /// @param declared frames that it should have delivered; missing when that is unknown
     /// @return "stops at byte 8192 of 140882"; empty when there is no sign of it
-    std::string EarlyStop() const;
+    std::string EarlyStop(std::optional<std::int64_t> declared) const;
 
 private:
     void Open();
@@ -158,6 +163,7 @@ private:
     bool m_hasFurtherStreams = false; // which the source does not read
     std::vector<std::uint32_t> m_channelOrder;
     std::optional<OpenPositions> m_positions; // of a file
+    mutable bool m_isShort = false;           // a sample was: a fact about reading
 };
 
 /// Returns the samples that a source delivers in words: "32-bit float little-endian".

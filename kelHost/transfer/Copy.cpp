@@ -221,9 +221,9 @@ private:
         transfer.CloseSink();
         m_errors.RequireNoneFromOutput(m_request.output);
         transfer.Source().RequireUnchanged();
-        const auto shortfall =
-            m_errors.VerifyDelivery(m_range.count, m_facts.frames, transfer.Source().EarlyStop(),
-                                    m_options.input.allowTruncated);
+        const auto shortfall = m_errors.VerifyDelivery(m_range.count, m_facts.frames,
+                                                       transfer.Source().EarlyStop(m_range.count),
+                                                       m_options.input.allowTruncated);
         if (shortfall.has_value()) {
             m_warnings.Add(*shortfall);
         }

@@ -103,6 +103,9 @@ public:
         }
         m_delivered += frames;
         const auto declared = m_source.Frames();
+        if (isLast && !m_isGrowing && (m_delivered < *declared || m_tail.has_value())) {
+            m_source.NoteShortSample();
+        }
         if (declared.has_value() && m_delivered > *declared && !m_isGrowing) {
             Fail(fmt::format("declares {} and delivers more",
                              Count(static_cast<std::uint64_t>(*declared), "frame")));
@@ -263,9 +266,10 @@ private:
         CloseSink(transfer);
         m_errors.RequireNoneFromOutput(m_output);
         transfer.Source().RequireUnchanged();
+        const auto expected = m_isGrowing ? m_frames : declared;
         const auto shortfall =
-            m_errors.VerifyDelivery(m_isGrowing ? m_frames : declared, m_frames,
-                                    transfer.Source().EarlyStop(), m_request.input.allowTruncated);
+            m_errors.VerifyDelivery(expected, m_frames, transfer.Source().EarlyStop(expected),
+                                    m_request.input.allowTruncated);
         if (shortfall.has_value()) {
             m_warnings.Add(*shortfall);
         }

@@ -53,6 +53,10 @@ std::vector<Fault> Faults() {
         {"source throws while reading", "in.wav: [fault source throws while reading]"},
         {"source logs an error while reading",
          "in.wav: cannot read the file: fault source logs an error while reading"},
+        {"source delivers its last frame after an error",
+         "in.wav: cannot read the file: fault source delivers its last frame after an error"},
+        {"source loses its last sample once",
+         "in.wav: cannot read the file: fault source loses its last sample once"},
         {"source delivers fewer frames",
          "in.wav: declares 40000 frames and delivers 39999; it is damaged or was changed "
          "while it was read (--allow-truncated accepts the frames that exist)"},

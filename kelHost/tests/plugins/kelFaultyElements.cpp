@@ -110,6 +110,8 @@ public:
             m_file.frames += m_openings++;
         } else if (isInput && HasFault("source finds more each time")) {
             m_file.frames += m_openings++;
+        } else if (isInput) {
+            m_isFirst = m_openings++ == 0;
         }
         m_parameters = CreateAudioParameters<ACodecFamily::PCM>();
         m_parameters->SetMuxing(PCMMuxing::Multi);
@@ -138,6 +140,19 @@ public:
         if (frames <= 0) {
             LogIf("source logs an error and ends early", LogLevel::Error);
             return nullptr;
+        }
+        const bool isLast = m_position > 0 && m_position + frames == m_file.frames;
+        if (isLast && m_isFirst && HasFault("source loses its last sample once")) {
+            LogIf("source loses its last sample once", LogLevel::Error);
+            return nullptr;
+        }
+        return Deliver(frames, isLast);
+    }
+
+    std::shared_ptr<const ISampleContainer> Deliver(std::int64_t frames, bool isLast) {
+        if (isLast && frames > 1) {
+            LogIf("source delivers its last frame after an error", LogLevel::Error);
+            frames -= HasFault("source delivers its last frame after an error") ? 1 : 0;
         }
         if (m_position > 0) {
             if (m_fault == "crashes while reading") {
@@ -227,6 +242,7 @@ private:
     std::int64_t m_mostFrames = 0;
     std::int64_t m_position = 0;
     inline static std::int64_t m_openings = 0; // by all sources
+    bool m_isFirst = false;                    // of them
 };
 
 class TextSink final : public IAudioSink {
