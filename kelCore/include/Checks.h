@@ -9,20 +9,32 @@
 #include "KELRuntimeError.h"
 #include "Logging.h"
 
+#include <ostream>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 namespace kel::detail {
 
 /// Logs @p message at level Error and throws it as KELRuntimeError.
 [[noreturn]] KEL_CORE_EXPORT void Fail(const std::string& message, const char* file, int line);
 
+/// Whether a stream accepts a value of a type.
+template <typename T, typename = void>
+struct IsStreamable : std::false_type {};
+template <typename T>
+struct IsStreamable<
+    T, std::void_t<decltype(std::declval<std::ostream&>() << std::declval<const T&>())>>
+    : std::true_type {};
+
 /// Appends a compared value. One-byte integers, which a stream would write as characters, are
-/// written in decimal like the others.
+/// written in decimal like the others. So are enumerations that no stream accepts.
 template <typename T>
 void AppendValue(MessageText& text, const T& value) {
     if constexpr (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char>) {
         text << static_cast<int>(value);
+    } else if constexpr (std::is_enum_v<T> && !IsStreamable<T>::value) {
+        text << +static_cast<std::underlying_type_t<T>>(value);
     } else {
         text << value;
     }

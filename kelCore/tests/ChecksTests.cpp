@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,15 @@ struct Failure {
     std::string message;
     std::function<void()> check;
 };
+
+enum class Wide : std::uint64_t { Last = 18446744073709551615U };
+enum class Narrow : std::int8_t { Letter = 65, Negative = -3 };
+enum class Truth : bool { No, Yes };
+enum class Named { One };
+
+std::ostream& operator<<(std::ostream& stream, Named /*value*/) {
+    return stream << "one";
+}
 
 std::vector<Failure> Failures() {
     const int* const nothing = nullptr;
@@ -84,6 +94,22 @@ std::vector<Failure> Failures() {
         {"[bytes] [ value1 (-3) is not != value2 (-3) ]",
          [number] {
              KEL_CHECK_NOT_EQUAL(number(std::int8_t{-3}), std::int8_t{-3}, "bytes");
+         }},
+        {"[scoped] [ value1 (65) is not == value2 (-3) ]",
+         [number] {
+             KEL_CHECK_EQUAL(number(Narrow::Letter), Narrow::Negative, "scoped");
+         }},
+        {"[scoped] [ value1 (18446744073709551615) is not != value2 (18446744073709551615) ]",
+         [number] {
+             KEL_CHECK_NOT_EQUAL(number(Wide::Last), Wide::Last, "scoped");
+         }},
+        {"[scoped] [ value1 (1) is not == value2 (0) ]",
+         [number] {
+             KEL_CHECK_EQUAL(number(Truth::Yes), Truth::No, "scoped");
+         }},
+        {"[streamed] [ value1 (one) is not != value2 (one) ]",
+         [number] {
+             KEL_CHECK_NOT_EQUAL(number(Named::One), Named::One, "streamed");
          }},
     };
 }
