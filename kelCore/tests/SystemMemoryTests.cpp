@@ -14,6 +14,7 @@
 #include <deque>
 #include <future>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -241,15 +242,18 @@ TEST(ABuffersMemory, IsRefusedWhenTheSystemHasNoneAndReleasedWithTheBuffer) {
 std::future<std::size_t> g_listing;
 bool g_listingWaits = false;
 
-// The entry of a new allocator takes memory while the registry is locked.
+// The entry of a new allocator takes memory while the registry is locked. The name is new in each
+// repetition of the test.
 TEST(TheListOfRegistrations, IsNotReadWhileTheRegistryIsWritten) {
+    static int repetition = 0;
+    const std::string name = std::to_string(++repetition);
     const auto allocator = MakeRecycler();
     CallAtNextBlock([] {
         g_listing = std::async(std::launch::async, [] { return GetRegistrations().size(); });
         g_listingWaits =
             g_listing.wait_for(std::chrono::milliseconds(200)) == std::future_status::timeout;
     });
-    RegisterAllocator("", allocator);
+    RegisterAllocator(name, allocator);
     EXPECT_TRUE(g_listingWaits);
     EXPECT_EQ(g_listing.get(), 1U);
 }
