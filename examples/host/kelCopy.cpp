@@ -2,7 +2,7 @@
 //
 // usage: kelCopy PLUGIN INPUT OUTPUT     the output becomes a 32-bit float WAVE file
 //
-// It is built by the CMakeLists.txt beside it, or by
+// The CMakeLists.txt in its directory builds it, as does
 // g++ -std=c++17 kelCopy.cpp $(pkg-config --cflags --libs kelCore) -o kelCopy
 
 #include <kelCore.h>
@@ -15,7 +15,7 @@
 
 using namespace kel;
 
-// Sinks report a failed write in the log alone: a host that wants to know listens.
+// Sinks report a failed write only in the log. The host therefore reads the records.
 struct ErrorLog : ILoggerWriter {
     std::string errors;
 
@@ -36,7 +36,7 @@ auto MakeElement(const std::string& implementation, const std::string& path) {
     return element;
 }
 
-// The elements end here: their code is in the library, which is unloaded afterwards.
+// The elements are destroyed here, before the library with their code is unloaded.
 void Copy(const std::string& input, const std::string& output) {
     auto source = MakeElement<ElementFactoryType::AudioSource>("kel.LibsndfileSource", input);
     auto sink = MakeElement<ElementFactoryType::AudioSink>("kel.LibsndfileSink", output);

@@ -22,7 +22,7 @@ bool IsFloat(const IAudioParameters_PCM& parameters) {
            parameters.GetEndianness() == PCMEndianness::Little;
 }
 
-// "-20.00", whatever the locale; "-inf" for silence.
+// Returns a level such as "-20.00", in every locale; "-inf" for silence.
 std::string Decibels(double value) {
     std::ostringstream text;
     text.imbue(std::locale::classic());

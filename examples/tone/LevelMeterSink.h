@@ -1,4 +1,4 @@
-/// A sink that measures what it is given.
+/// A sink that measures the levels of its input.
 #pragma once
 
 #include <kelCore.h>
@@ -12,11 +12,11 @@
 namespace kelTone {
 
 /// Measures the peak and the RMS of each channel of one PCM audio input: 32-bit float,
-/// little-endian, interleaved. Close logs them at level Info, a record for each channel, and writes
-/// them as lines of text if there is a path.
+/// little-endian, interleaved. Close logs them at level Info, one record for each channel. If there
+/// is a path, Close also writes them to that file as lines of text.
 ///
-/// One thread at a time. The operations are documented with their interfaces; said here is what is
-/// particular to this element.
+/// One thread at a time. The interfaces document the operations. The comments here describe only
+/// what is specific to this element.
 class LevelMeterSink : public kel::IAudioSink {
 public:
     /// @param manifest the registry entry, shared
@@ -24,17 +24,17 @@ public:
 
     // IBasicControl
 
-    /// Always refused: the settings hold from SetInitConfig on.
+    /// Always refused: the settings cannot change after SetInitConfig.
     void UpdateConfig(std::shared_ptr<const kel::IParametersCollectionInstance> config) override;
     std::shared_ptr<const kel::IParametersCollectionInstance> GetManifest() const override;
 
     // ISinkControl
 
-    /// Names the file for the levels, in place of the one that "FilePath" names.
+    /// Sets the file for the levels, instead of the setting "FilePath".
     void Open(const std::wstring& path) override;
     /// Always refused.
     void PushMetadata(const std::vector<std::shared_ptr<const kel::IMetadata>>& metadata) override;
-    /// Reports the levels; the flag does not matter. The sink can then measure another input.
+    /// Reports the levels; the flag is ignored. The sink can then measure another input.
     /// @throws KELRuntimeError when the file could not be written
     void Close(bool flag) override;
 

@@ -15,12 +15,12 @@ constexpr std::uint32_t kBytesPerValue = 4; // 32-bit float
 constexpr std::int32_t kNoLimit = std::numeric_limits<std::int32_t>::max();
 constexpr const char* kClosed = "ToneSource is closed";
 
-// A setting that has to lie within limits, both of which are allowed.
+// Returns a setting, which must be from a minimum to a maximum.
 std::int32_t ReadSetting(const IParametersCollectionInstance& config, const char* name,
-                         std::int32_t least, std::int32_t most) {
+                         std::int32_t min, std::int32_t max) {
     const std::int32_t value = config.GetIntegerValue(name);
-    KEL_CHECK(value >= least && value <= most,
-              name << " is " << value << ", not from " << least << " to " << most);
+    KEL_CHECK(value >= min && value <= max,
+              name << " is " << value << ", not from " << min << " to " << max);
     return value;
 }
 
@@ -45,17 +45,17 @@ void ToneSource::SetInitConfig(std::shared_ptr<const IParametersCollectionInstan
 }
 
 ToneSource::Tone ToneSource::ReadSettings(const IParametersCollectionInstance& config) {
-    constexpr std::int32_t kMostChannels = 1000;
-    constexpr std::int32_t kMostFrames = 1000000; // with the channels, the bytes fit into 32 bits
-    constexpr std::int32_t kLeastLevel = -200;
+    constexpr std::int32_t kMaxChannels = 1000;
+    constexpr std::int32_t kMaxFrames = 1000000; // with the channels, the bytes fit into 32 bits
+    constexpr std::int32_t kMinLevel = -200;
     Tone tone;
     tone.rate = static_cast<std::uint32_t>(ReadSetting(config, "SampleRate", 1, kNoLimit));
-    tone.channels = static_cast<std::uint32_t>(ReadSetting(config, "Channels", 1, kMostChannels));
+    tone.channels = static_cast<std::uint32_t>(ReadSetting(config, "Channels", 1, kMaxChannels));
     tone.frequency = static_cast<std::uint32_t>(ReadSetting(config, "Frequency", 0, kNoLimit));
-    tone.amplitude = std::pow(10.0, ReadSetting(config, "Level", kLeastLevel, 0) / 20.0);
+    tone.amplitude = std::pow(10.0, ReadSetting(config, "Level", kMinLevel, 0) / 20.0);
     tone.frames = ReadSetting(config, "Length", 0, kNoLimit);
-    tone.mostFrames =
-        static_cast<std::uint32_t>(ReadSetting(config, "MaxSamplesPerBuffer", 1, kMostFrames));
+    tone.maxFrames =
+        static_cast<std::uint32_t>(ReadSetting(config, "MaxSamplesPerBuffer", 1, kMaxFrames));
     return tone;
 }
 
@@ -73,7 +73,7 @@ void ToneSource::Open(const std::wstring& /*path*/) {
     const auto track = CreateTrack(ContentType::Audio, m_tone.channels, CreateTrackGroup("tone"),
                                    TrackLayout::Default);
 
-    // Gives the memory of samples that are no longer used out again.
+    // Reuses the memory of released samples.
     m_allocator =
         ImplementElement<ElementFactoryType::MemoryBlockAllocator>("kel", "Recycler", nullptr);
     m_position = 0;
@@ -135,8 +135,8 @@ MediaTime ToneSource::GotoTimeOffset(const MediaTime& time, std::string /*track*
     return time;
 }
 
-// Computed from the frame's number alone, so that it does not matter where reading began. The whole
-// cycles are taken off in integers: what is left is exact however long the tone lasts.
+// The value depends only on the number of the frame, not on the place where reading began. Whole
+// cycles are removed in integers, so that the rest is exact however long the tone is.
 float ToneSource::ValueAt(std::int64_t frame) const {
     constexpr double kTwoPi = 6.283185307179586476925;
     const double cycles = static_cast<double>(frame * m_tone.frequency % m_tone.rate) / m_tone.rate;
@@ -148,7 +148,7 @@ std::shared_ptr<const ISampleContainer> ToneSource::GetSample() {
         return nullptr;
     }
     const auto frames = static_cast<std::uint32_t>(
-        std::min<std::int64_t>(m_tone.mostFrames, m_tone.frames - m_position));
+        std::min<std::int64_t>(m_tone.maxFrames, m_tone.frames - m_position));
     const std::uint32_t bytes = frames * m_tone.channels * kBytesPerValue;
     const auto buffer = CreateBuffer(m_allocator, nullptr);
     buffer->Reserve(bytes);

@@ -11,11 +11,11 @@
 namespace kelTone {
 
 /// Delivers a sine tone as 32-bit float, little-endian, interleaved frames, the same in every
-/// channel. It starts with a zero and lasts as long as the settings say. The settings are all that
-/// it needs, so that SetInitConfig opens it.
+/// channel. It starts with a zero and is as long as the settings declare. It needs nothing else, so
+/// SetInitConfig opens it.
 ///
-/// One thread at a time. The operations are documented with their interfaces; said here is what is
-/// particular to this element.
+/// One thread at a time. The interfaces document the operations. The comments here describe only
+/// what is specific to this element.
 class ToneSource : public kel::IAudioSource {
 public:
     /// @param manifest the registry entry, shared
@@ -23,26 +23,26 @@ public:
 
     // IBasicControl
 
-    /// Always refused: the settings hold from SetInitConfig on.
+    /// Always refused: the settings cannot change after SetInitConfig.
     void UpdateConfig(std::shared_ptr<const kel::IParametersCollectionInstance> config) override;
     std::shared_ptr<const kel::IParametersCollectionInstance> GetManifest() const override;
 
     // ISourceControl
 
-    /// Starts the tone again after Release. A tone has no path: it does not matter.
+    /// Starts the tone again after Release. The path is ignored.
     void Open(const std::wstring& path) override;
-    /// Takes MediaSourceDirection::Forward alone.
+    /// Accepts only MediaSourceDirection::Forward.
     void SetDirection(kel::MediaSourceDirection direction) override;
     kel::MediaSourceDirection GetDirection() const override;
     kel::MediaTime GotoTimeOffset(const kel::MediaTime& time, std::string track) override;
     bool IsMediaOpen() const override;
     kel::TimeLimits GetTimeLimits(std::string track) override;
-    /// Always empty.
+    /// Returns an empty list.
     std::vector<std::shared_ptr<const kel::IMetadata>> GetMetadatas() const override;
-    /// Always false.
+    /// Returns false: the length is fixed.
     bool IsGrowing() const override;
     std::vector<std::shared_ptr<const kel::IChannelInfo>> GetAvailableOutputs() const override;
-    /// There is one output, so that any choice at all is a choice of it.
+    /// The only output becomes active, or inactive for an empty list.
     void
     ActivateOutputs(const std::vector<std::shared_ptr<const kel::IChannelInfo>>& outputs) override;
     std::vector<std::shared_ptr<const kel::IChannelInfo>> GetActivatedOutputs() const override;
@@ -50,7 +50,7 @@ public:
     // IMediaSource
 
     std::shared_ptr<const kel::IInfoContainer> GetDefinedOutput(std::string name) const override;
-    /// The next frames, at most "MaxSamplesPerBuffer" of them; empty at the end of the tone.
+    /// Returns the next frames, at most "MaxSamplesPerBuffer"; empty at the end of the tone.
     std::shared_ptr<const kel::ISampleContainer> GetSample() override;
     /// Does nothing: the source never waits.
     void Interrupt() override;
@@ -64,14 +64,14 @@ public:
     void Release() override;
 
 private:
-    // What the settings say.
+    // The interpreted settings.
     struct Tone {
         std::uint32_t rate = 0; // frames per second
         std::uint32_t channels = 0;
         std::uint32_t frequency = 0; // hertz
         double amplitude = 0;        // full scale is 1
         std::int64_t frames = 0;
-        std::uint32_t mostFrames = 0; // in one sample
+        std::uint32_t maxFrames = 0; // in one sample
     };
 
     static Tone ReadSettings(const kel::IParametersCollectionInstance& config);

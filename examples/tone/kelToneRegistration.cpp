@@ -1,4 +1,4 @@
-// What the plug-in offers to the framework, and how it gets there.
+// Registers the elements of the plug-in.
 
 #include "LevelMeterSink.h"
 #include "ToneSource.h"
@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* kPluginVersion = "0.1.0";
 
-// Registers an element that is for no file format in particular.
+// Registers an element that belongs to no file format.
 template <ElementFactoryType T, typename Element>
 void RegisterElement(const char* name, const char* implementation, const char* documentation,
                      const std::shared_ptr<const IParametersCollectionPrototype>& settings) {
@@ -61,8 +61,8 @@ void RegisterLevelMeterSink(const char* name) {
 } // namespace kelTone
 
 /// The plug-in's entry point, which a host calls once after loading the library.
-/// @param name under which the host wants the registrations; not null
-/// @throws whatever the framework throws; registrations made before stay made
+/// @param name of the registrations, chosen by the host; not null
+/// @throws what the framework throws; registrations made before remain
 extern "C" __attribute__((visibility("default"))) void RegisterAll(const char* name);
 
 void RegisterAll(const char* name) {
