@@ -9,6 +9,7 @@
 #include "container/StoredFormat.h"
 #include "elements/ErrorRecords.h"
 #include "elements/RangeReader.h"
+#include "jobs/SeekableInput.h"
 #include "jobs/Warnings.h"
 
 #include <fmt/format.h>
@@ -127,16 +128,16 @@ std::optional<std::string> DescribeRounding(const SourceReader& source) {
                        source.ShownName(), Describe(*stored));
 }
 
-// A pipe has one beginning, which only one of two readers receives.
-void RequireTwoInputs(const std::string& a, const std::string& b) {
+// The content of a pipe can be read once.
+void RequireTwoInputs(const FileName& a, const FileName& b) {
     struct stat statusA {};
     struct stat statusB {};
-    if (stat(a.c_str(), &statusA) == 0 && stat(b.c_str(), &statusB) == 0 &&
+    if (stat(a.path.c_str(), &statusA) == 0 && stat(b.path.c_str(), &statusB) == 0 &&
         statusA.st_dev == statusB.st_dev && statusA.st_ino == statusB.st_ino &&
         !S_ISREG(statusA.st_mode) && !S_ISDIR(statusA.st_mode)) {
-        throw JobError(b, fmt::format("cannot compare it with {}: both are the same pipe or "
-                                      "device; name a file instead of one of them",
-                                      a));
+        throw JobError(b.shown, fmt::format("cannot compare it with {}: both are the same pipe or "
+                                            "device; name a file instead of one of them",
+                                            a.shown));
     }
 }
 
@@ -202,13 +203,15 @@ Comparison CompareSources(const SourceReader& a, const SourceReader& b,
 Comparison CompareFiles(const ComparisonRequest& request, const HostLogger& log,
                         Reporter& reporter) {
     const auto& [fileA, fileB] = request.files;
-    reporter.Opening(fileA);
-    const Repair repair{request.inputPolicy.repair, ReadingSteps(reporter)};
-    const SourceReader a(fileA, std::nullopt, repair);
+    const SpoolPolicy& spool = request.inputPolicy.spool;
+    const Repair repair{request.inputPolicy.repair, ReadingSteps(reporter), spool.directory};
+    const SeekableInput inputA(fileA, spool, reporter);
+    const SourceReader a(inputA.File(), std::nullopt, repair);
     reporter.Opened();
-    reporter.Opening(fileB);
+    reporter.Opening(fileB.shown);
     RequireTwoInputs(fileA, fileB);
-    const SourceReader b(fileB, std::nullopt, repair);
+    const SeekableInput inputB(fileB, spool, reporter);
+    const SourceReader b(inputB.File(), std::nullopt, repair);
     reporter.Opened();
     return CompareSources(a, b, request, log, reporter);
 }

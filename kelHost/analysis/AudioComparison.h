@@ -2,6 +2,7 @@
 #pragma once
 
 #include "audio/TimeRange.h"
+#include "base/FileName.h"
 #include "container/InputPolicy.h"
 #include "elements/HostLogger.h"
 #include "elements/SourceReader.h"
@@ -57,7 +58,7 @@ private:
 
 /// The two files to compare, and how.
 struct ComparisonRequest {
-    std::array<std::string, 2> files;
+    std::array<FileName, 2> files;
     std::array<std::optional<TimePoint>, 2> starts; ///< missing: the beginning
     std::optional<TimePoint> duration;              ///< missing: to the ends
     double tolerance = 0;    ///< the largest accepted difference; 1.0 is full scale

@@ -6,6 +6,7 @@
 #include "base/Errors.h"
 #include "base/Text.h"
 #include "elements/SourceReader.h"
+#include "jobs/SeekableInput.h"
 #include "jobs/Warnings.h"
 
 #include <nlohmann/json.hpp>
@@ -19,13 +20,9 @@ namespace kel::host {
 
 namespace {
 
-// Returns the size of a regular file; none for a pipe.
-std::optional<std::uint64_t> SizeOf(const std::string& file) {
+std::uint64_t SizeOf(const std::string& file) {
     struct stat status {};
-    if (stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return std::nullopt;
-    }
-    return static_cast<std::uint64_t>(status.st_size);
+    return stat(file.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
 std::optional<std::uint32_t> ChannelMask(const FileInfo& info) {
@@ -35,10 +32,6 @@ std::optional<std::uint32_t> ChannelMask(const FileInfo& info) {
 
 // Verifies that the samples of a file can be read as they are stored.
 void RequireStored(const std::string& file, const FileInfo& info) {
-    if (!info.bytes.has_value()) {
-        throw JobError(file,
-                       "cannot compute its checksum: it is not a regular file; copy it to one");
-    }
     if (!info.format.has_value()) {
         throw JobError(file, "cannot compute its checksum: libsndfile does not know its format; "
                              "use kelhost compare");
@@ -61,27 +54,29 @@ void ReadSamples(const SourceReader& source, const InfoRequest& request, const I
 
 } // namespace
 
-FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request,
-                      const InputPolicy& policy, const HostLogger& log, Reporter& reporter) {
-    reporter.Opening(file);
-    const SourceReader source(file, std::nullopt, {policy.repair, ReadingSteps(reporter)});
+FileInfo ReadFileInfo(const FileName& named, const InfoRequest& request, const InputPolicy& policy,
+                      const HostLogger& log, Reporter& reporter) {
+    const SeekableInput input(named, policy.spool, reporter);
+    const FileName& file = input.File();
+    const SourceReader source(file, std::nullopt,
+                              {policy.repair, ReadingSteps(reporter), policy.spool.directory});
     FileInfo info;
-    info.file = Escape(file);
+    info.file = Escape(file.shown);
     info.channels = source.Channels();
     info.rate = source.Rate();
     info.frames = source.Frames();
     info.delivery = DescribeDelivery(*source.Info());
-    info.bytes = SizeOf(file);
+    info.bytes = SizeOf(file.path);
     if (source.Header().has_value()) {
         info.truncated = source.Header()->truncation;
     }
     if (source.Header().has_value() && source.Header()->stored.has_value()) {
         info.format = source.Header()->stored;
-    } else if (info.bytes.has_value()) { // opening a pipe again would take its content
+    } else {
         info.format = FindStoredFormat(file);
     }
     if (request.metadata) {
-        info.metadata = info.bytes.has_value() ? ReadMetadata(file) : Metadata();
+        info.metadata = ReadMetadata(file);
     }
     const bool readsSamples = request.checksum || request.measure;
     if (readsSamples) {
@@ -103,7 +98,7 @@ std::string DescribeLayout(const FileInfo& info) {
 
 void to_json(nlohmann::json& members, const FileInfo& info) {
     members = {{"file", info.file},         {"format", nullptr},       {"container", nullptr},
-               {"encoding", nullptr},       {"bytes", nullptr},        {"channels", info.channels},
+               {"encoding", nullptr},       {"bytes", info.bytes},     {"channels", info.channels},
                {"layout", nullptr},         {"channel_mask", nullptr}, {"rate", info.rate},
                {"frames", nullptr},         {"seconds", nullptr},      {"duration", nullptr},
                {"delivery", info.delivery}, {"truncated", nullptr},    {"warnings", info.warnings}};
@@ -116,9 +111,6 @@ void to_json(nlohmann::json& members, const FileInfo& info) {
         members["format"] = Describe(*info.format);
         members["container"] = info.format->container;
         members["encoding"] = info.format->encoding;
-    }
-    if (info.bytes.has_value()) {
-        members["bytes"] = *info.bytes;
     }
     if (const auto mask = ChannelMask(info)) {
         members["layout"] = DescribeLayout(info);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "analysis/Measurement.h"
+#include "base/FileName.h"
 #include "container/InputHeader.h"
 #include "container/InputPolicy.h"
 #include "container/Metadata.h"
@@ -29,7 +30,7 @@ struct InfoRequest {
 struct FileInfo {
     std::string file;                   ///< escaped
     std::optional<StoredFormat> format; ///< missing for files that only another plug-in can read
-    std::optional<std::uint64_t> bytes; ///< size of the file; missing for pipes
+    std::uint64_t bytes = 0;            ///< size of the file
     std::uint32_t channels = 0;
     std::uint32_t rate = 0;             ///< frames per second
     std::optional<std::int64_t> frames; ///< missing when it is unknown
@@ -51,7 +52,7 @@ void to_json(nlohmann::json& members, const FileInfo& info);
 /// @param log the current logger writer
 /// @param reporter receives opening and progress
 /// @throws JobError when it cannot be opened or read
-FileInfo ReadFileInfo(const std::string& file, const InfoRequest& request,
-                      const InputPolicy& policy, const HostLogger& log, Reporter& reporter);
+FileInfo ReadFileInfo(const FileName& file, const InfoRequest& request, const InputPolicy& policy,
+                      const HostLogger& log, Reporter& reporter);
 
 } // namespace kel::host

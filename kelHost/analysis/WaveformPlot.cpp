@@ -9,6 +9,7 @@
 #include "elements/ErrorRecords.h"
 #include "elements/RangeReader.h"
 #include "elements/SourceReader.h"
+#include "jobs/SeekableInput.h"
 #include "jobs/Warnings.h"
 
 #include <fmt/format.h>
@@ -19,11 +20,9 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 
 namespace kel::host {
@@ -87,15 +86,6 @@ Envelope ReadEnvelope(const PlotRequest& request, const SourceReader& source,
     return envelope;
 }
 
-// A pipe cannot be read twice.
-void RequireRegularFile(const std::string& file) {
-    std::error_code unknown;
-    if (!std::filesystem::is_regular_file(file, unknown)) {
-        throw JobError(file,
-                       "has an unknown length and cannot be read twice; copy it to a file first");
-    }
-}
-
 // A file and its number of frames.
 struct PlottedFile {
     std::unique_ptr<SourceReader> source; // at its beginning
@@ -106,11 +96,13 @@ struct PlottedFile {
 // because each column of a plot has its share of them.
 PlottedFile OpenAndCount(const PlotRequest& request, const HostLogger& log, Reporter& reporter,
                          Warnings& warnings) {
-    const std::string& file = request.input;
+    const FileName& file = request.input;
     const auto open = [&] {
-        reporter.Opening(file);
-        auto source = std::make_unique<SourceReader>(
-            file, std::nullopt, Repair{request.inputPolicy.repair, ReadingSteps(reporter)});
+        reporter.Opening(file.shown);
+        auto source = std::make_unique<SourceReader>(file, std::nullopt,
+                                                     Repair{request.inputPolicy.repair,
+                                                            ReadingSteps(reporter),
+                                                            request.inputPolicy.spool.directory});
         reporter.Opened();
         return source;
     };
@@ -120,8 +112,7 @@ PlottedFile OpenAndCount(const PlotRequest& request, const HostLogger& log, Repo
         const std::int64_t frames = *source->Frames();
         return {std::move(source), frames};
     }
-    RequireRegularFile(file);
-    const ErrorRecords errors(log, file);
+    const ErrorRecords errors(log, file.shown);
     RangeReader reader(*source, {0, std::nullopt});
     while (Pull(reader, reporter) != nullptr) {
         reporter.Progress(reader.Delivered(), kUnknownTotal, source->Rate());
@@ -162,7 +153,7 @@ PictureSize PlotPicture(const PlotRequest& request, const PlottedFile& file,
     const Envelope envelope = ReadEnvelope(
         request, source, range, PictureColumns(size, source.Channels()), log, reporter, warnings);
     PictureCaption caption;
-    caption.name = Escape(std::filesystem::path(request.input).filename().string());
+    caption.name = Escape(std::filesystem::path(request.input.shown).filename().string());
     caption.facts =
         fmt::format("   {} Hz   {}", source.Rate(), FormatDuration(file.frames, source.Rate()));
     caption.startSeconds = static_cast<double>(range.first) / source.Rate();
@@ -180,12 +171,16 @@ PictureSize PlotPicture(const PlotRequest& request, const PlottedFile& file,
 
 } // namespace
 
-JobResult Plot(const PlotRequest& request, const HostLogger& log, Reporter& reporter) {
+JobResult Plot(const PlotRequest& named, const HostLogger& log, Reporter& reporter) {
+    const SeekableInput sought(named.input, named.inputPolicy.spool, reporter);
+    PlotRequest request = named;
+    request.input = sought.File();
     Warnings warnings(reporter);
     const PlottedFile file = OpenAndCount(request, log, reporter, warnings);
     const SourceReader& source = *file.source;
-    const FrameRange range = Resolve(request.range, file.frames, source.Rate(), request.input);
-    const std::string input = Escape(request.input);
+    const FrameRange range =
+        Resolve(request.range, file.frames, source.Rate(), request.input.shown);
+    const std::string input = Escape(request.input.shown);
     std::string picture;
     PictureSize size{request.width, 0};
     JobResult result;

@@ -3,6 +3,7 @@
 
 #include "analysis/LevelAxis.h"
 #include "audio/TimeRange.h"
+#include "base/FileName.h"
 #include "container/InputPolicy.h"
 #include "elements/HostLogger.h"
 #include "jobs/Job.h"
@@ -15,7 +16,7 @@ namespace kel::host {
 
 /// A plot to draw.
 struct PlotRequest {
-    std::string input;
+    FileName input;
     std::optional<std::string> picture; ///< .png, .svg or .pdf; none: characters
     bool replace = false;               ///< replace an existing picture
     TimeRange range;                    ///< the part to draw

@@ -16,6 +16,20 @@ namespace kel::host {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+constexpr const char* kStandardInput = "/dev/stdin";
+
+} // namespace
+
+FileName InputName(const std::string& typed) {
+    return typed == "-" ? FileName(kStandardInput, "standard input") : FileName(typed);
+}
+
+bool IsStandardInput(const FileName& input) {
+    return input.path == kStandardInput;
+}
+
 std::string ShowName(std::string text, const FileName& file) {
     for (std::size_t place = text.find(file.path);
          file.path != file.shown && place != std::string::npos;
@@ -49,13 +63,15 @@ void RequireReadable(const FileName& file) {
     }
 }
 
-void RequireDifferentFiles(const std::string& input, const std::string& output) {
+void RequireDifferentFiles(const FileName& input, const FileName& output) {
     struct stat inputStatus {};
     struct stat outputStatus {};
-    if (stat(input.c_str(), &inputStatus) == 0 && stat(output.c_str(), &outputStatus) == 0 &&
+    if (stat(input.path.c_str(), &inputStatus) == 0 &&
+        stat(output.path.c_str(), &outputStatus) == 0 &&
         inputStatus.st_dev == outputStatus.st_dev && inputStatus.st_ino == outputStatus.st_ino) {
-        throw JobError(output,
-                       fmt::format("is the same file as the input {}; name another output", input));
+        throw JobError(
+            output.shown,
+            fmt::format("is the same file as the input {}; name another output", input.shown));
     }
 }
 

@@ -11,8 +11,9 @@
 namespace kel::host {
 
 /// Path of a file and its name for the user. They differ for an output, which has a temporary path
-/// until it is complete.
+/// until it is complete, and for standard input.
 struct FileName {
+    FileName() = default;
     FileName(std::string name) : path(name), shown(std::move(name)) {} // NOLINT: a name is both
     FileName(std::string where, std::string name)
         : path(std::move(where)), shown(std::move(name)) {}
@@ -20,6 +21,12 @@ struct FileName {
     std::string path;  ///< any bytes that Linux allows
     std::string shown; ///< as the user typed it
 };
+
+/// Returns the name of an input as the user typed it: "-" is standard input.
+FileName InputName(const std::string& typed);
+
+/// Whether an input is standard input, under one name or the other: "-" or "/dev/stdin".
+bool IsStandardInput(const FileName& input);
 
 /// The longest path, in bytes, that can be handed to an element: libsndfile cuts longer ones, and
 /// would open another file.
@@ -50,7 +57,7 @@ void RequireReadable(const FileName& file);
 
 /// Verifies that an output is not the input, under another name or through links either.
 /// @throws JobError that names both when they are the same file
-void RequireDifferentFiles(const std::string& input, const std::string& output);
+void RequireDifferentFiles(const FileName& input, const FileName& output);
 
 /// Returns the directory of a path; "." for a plain name.
 std::string ParentDirectory(const std::string& path);

@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace kel::host {
 
@@ -46,8 +47,8 @@ public:
                    "Beginning of the part of A: seconds (12.5), h:mm:ss.mmm or frames (48000f)"));
         Add(Option("--start-b", "TIME", &m_startB, "Beginning of the part of B"));
         Add(Option("--duration", "TIME", &m_duration, "Duration of both parts"));
-        BeginGroup("Damaged inputs");
-        for (Option& option : InputOptions(m_request.inputPolicy)) {
+        BeginGroup("Damaged inputs and pipes");
+        for (Option& option : m_input.Options()) {
             Add(std::move(option));
         }
         AddExample("kelhost compare take.wav take.flac", "Find the first difference");
@@ -63,7 +64,9 @@ public:
     int FailureStatus() const override { return kTrouble; }
 
     void Interpret(const CommonOptions& /*common*/) override {
-        m_request.files = {m_fileA, m_fileB};
+        const std::vector<FileName> files = InputNames({m_fileA, m_fileB});
+        m_request.files = {files[0], files[1]};
+        m_request.inputPolicy = m_input.Interpret();
         m_request.tolerance = ParseToleranceOption("--tolerance", m_tolerance);
         m_request.starts = {Interpreted("--start-a", m_startA), Interpreted("--start-b", m_startB)};
         m_request.duration = Interpreted("--duration", m_duration);
@@ -72,7 +75,7 @@ public:
     int Run(const CommonOptions& common, const Streams& streams) override {
         JobRunner runner(common, streams.err);
         // If a worker is lost, the host cannot tell which of the files it worked on.
-        runner.Add(m_fileA + " and " + m_fileB, "",
+        runner.Add(m_request.files[0].shown + " and " + m_request.files[1].shown, "",
                    [request = m_request](const HostLogger& log, Reporter& reporter) {
                        const Comparison comparison = CompareFiles(request, log, reporter);
                        JobResult result;
@@ -96,6 +99,7 @@ public:
 
 private:
     ComparisonRequest m_request;
+    InputArguments m_input;
     std::string m_fileA;
     std::string m_fileB;
     std::string m_tolerance = "0";

@@ -164,8 +164,8 @@ public:
                    "and user-space file systems"));
         Add(Option("--no-verify", "", &m_noVerify, "Never read the output back")
                 .Excludes("--verify"));
-        BeginGroup("Damaged inputs");
-        for (Option& option : InputOptions(m_options.input)) {
+        BeginGroup("Damaged inputs and pipes");
+        for (Option& option : m_input.Options()) {
             Add(std::move(option));
         }
         BeginGroup("Memory");
@@ -193,6 +193,7 @@ public:
             m_options.channels = ParseChannels(*m_channels);
         }
         m_options.range = m_range.Interpret();
+        m_options.input = m_input.Interpret();
         RequireChoice("--on-clip", m_onClip, ClipActions());
         m_options.failOnClip = m_onClip == "fail";
         RequireChoice("--metadata", m_metadata, MetadataActions());
@@ -257,7 +258,7 @@ private:
                 throw UsageError("copy expects one INPUT and one OUTPUT, or several inputs with "
                                  "--output-dir");
             }
-            return {MakeRequest(m_files[0], m_files[1])};
+            return {MakeRequest(InputName(m_files[0]), m_files[1])};
         }
         if (m_outputDirectory->empty()) {
             throw InvalidValue("--output-dir", "", "the name of a directory");
@@ -265,6 +266,10 @@ private:
         std::vector<CopyRequest> requests;
         std::map<std::string, std::string> inputs; // by the output's name
         for (const std::string& input : m_files) {
+            if (IsStandardInput(InputName(input))) {
+                throw UsageError("standard input has no name for --output-dir; use kelhost copy - "
+                                 "OUTPUT");
+            }
             const std::string output = OutputName(input, *m_outputDirectory, m_format);
             const auto [other, isNew] = inputs.emplace(output, input);
             if (!isNew) {
@@ -276,7 +281,7 @@ private:
         return requests;
     }
 
-    CopyRequest MakeRequest(const std::string& input, const std::string& output) const {
+    CopyRequest MakeRequest(const FileName& input, const std::string& output) const {
         return {input, output, ResolveFormat(m_format, output), m_options};
     }
 
@@ -287,6 +292,7 @@ private:
     std::optional<std::string> m_byteOrder;
     std::optional<std::string> m_channels;
     RangeOptions m_range;
+    InputArguments m_input;
     std::string m_metadata = "keep";
     std::string m_onClip = "warn";
     std::optional<std::string> m_dither;
@@ -305,7 +311,7 @@ CopyCounts MakeCopies(const std::vector<CopyRequest>& requests, const CommonOpti
                       const Streams& streams) {
     JobRunner runner(common, streams.err);
     for (const CopyRequest& request : requests) {
-        runner.Add(request.input, request.output,
+        runner.Add(request.input.shown, request.output,
                    [request](const HostLogger& log, Reporter& reporter) {
                        return Copy(request, log, reporter);
                    });

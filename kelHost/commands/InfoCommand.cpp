@@ -53,8 +53,8 @@ public:
         Add(Option("--csv", "", &m_csv,
                    "Show a line of comma-separated values for each file; --field selects them")
                 .Excludes("--full"));
-        BeginGroup("Damaged inputs");
-        for (Option& option : InputOptions(m_policy)) {
+        BeginGroup("Damaged inputs and pipes");
+        for (Option& option : m_input.Options()) {
             Add(std::move(option));
         }
         AddExample("kelhost info take.wav", "Show everything about a file");
@@ -65,9 +65,14 @@ public:
                    "Compare checksums of the samples");
     }
 
-    void SetFiles(const std::vector<std::string>& files) { m_files = files; }
+    void SetFiles(const std::vector<std::string>& files) {
+        m_files = files;
+        m_inputs.assign(files.begin(), files.end());
+    }
 
     void Interpret(const CommonOptions& common) override {
+        m_policy = m_input.Interpret();
+        m_inputs = InputNames(m_files);
         if (m_fieldNames.has_value()) {
             m_fields = ParseFields(*m_fieldNames);
         }
@@ -87,8 +92,8 @@ public:
         }
         RequestFields(m_fields, request);
         JobRunner runner(common, streams.err);
-        for (const std::string& file : m_files) {
-            runner.Add(file, "", [&, file](const HostLogger& log, Reporter& reporter) {
+        for (const FileName& file : m_inputs) {
+            runner.Add(file.shown, "", [&, file](const HostLogger& log, Reporter& reporter) {
                 return Inspect(file, request, m_policy, form, m_fields, log, reporter);
             });
         }
@@ -128,7 +133,7 @@ private:
         return m_full || m_files.size() == 1 ? InfoForm::Details : InfoForm::Table;
     }
 
-    static JobResult Inspect(const std::string& file, const InfoRequest& request,
+    static JobResult Inspect(const FileName& file, const InfoRequest& request,
                              const InputPolicy& policy, InfoForm form,
                              const std::vector<std::string>& fields, const HostLogger& log,
                              Reporter& reporter) {
@@ -175,12 +180,14 @@ private:
     }
 
     std::vector<std::string> m_files;
+    std::vector<FileName> m_inputs;
     std::optional<std::string> m_fieldNames;
     std::vector<std::string> m_fields;
     bool m_full = false;
     bool m_measure = false;
     bool m_checksum = false;
     bool m_csv = false;
+    InputArguments m_input;
     InputPolicy m_policy;
 };
 

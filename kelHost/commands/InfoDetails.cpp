@@ -52,7 +52,7 @@ std::string FormatFacts(const FileInfo& info) {
     constexpr const char* kUnknown = "unknown";
     return Line("File", info.file) +
            Line("Format", info.format.has_value() ? Describe(*info.format) : kUnknown) +
-           Line("Size", info.bytes.has_value() ? Count(*info.bytes, "byte") : kUnknown) +
+           Line("Size", Count(info.bytes, "byte")) +
            Line("Channels", fmt::format("{}, {}", info.channels, DescribeLayout(info))) +
            Line("Rate", fmt::format("{} Hz", info.rate)) +
            Line("Frames", info.frames.has_value() ? fmt::format("{}", *info.frames) : kUnknown) +

@@ -28,7 +28,7 @@ std::vector<std::string> FormatCells(const FileInfo& info) {
             fmt::format("{} Hz", info.rate),
             info.frames.has_value() ? fmt::format("{}", *info.frames) : kUnknown,
             info.frames.has_value() ? FormatDuration(*info.frames, info.rate) : kUnknown,
-            info.bytes.has_value() ? fmt::format("{}", *info.bytes) : kUnknown};
+            fmt::format("{}", info.bytes)};
 }
 
 std::vector<std::string> MeasuredCells(const FileInfo& info) {

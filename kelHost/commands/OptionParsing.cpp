@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <optional>
 #include <string>
@@ -55,6 +56,21 @@ std::chrono::milliseconds ParseLimitOption(std::string_view name, std::string_vi
         throw InvalidValue(name, value, "seconds from 0.001 to 86400, or 0");
     }
     return ToMilliseconds(seconds);
+}
+
+std::uint64_t ParseSizeOption(std::string_view name, std::string_view value) {
+    constexpr std::string_view kUnits = "KMGT";
+    constexpr unsigned kUnitBits = 10;
+    constexpr std::uint64_t kMax = std::uint64_t{1} << 63U;
+    const std::size_t unit = value.empty() ? kUnits.npos : kUnits.find(value.back());
+    const bool hasUnit = unit != kUnits.npos;
+    const auto number =
+        ParseInteger<std::uint64_t>(value.substr(0, value.size() - (hasUnit ? 1 : 0)));
+    const std::uint64_t factor = hasUnit ? std::uint64_t{1} << (kUnitBits * (unit + 1)) : 1;
+    if (!number.has_value() || *number >= kMax / factor) {
+        throw InvalidValue(name, value, "a number of bytes, also with K, M, G or T: 500M");
+    }
+    return *number * factor;
 }
 
 double ParseToleranceOption(std::string_view name, std::string_view value) {

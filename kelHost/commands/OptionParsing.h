@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +36,11 @@ std::chrono::milliseconds ParseSecondsOption(std::string_view name, std::string_
 /// The same for an option that also accepts 0, for no limit.
 /// @throws UsageError when the value is neither 0 nor a number from 0.001 to 86400
 std::chrono::milliseconds ParseLimitOption(std::string_view name, std::string_view value);
+
+/// Returns the number of bytes in the value of an option: "1000", "500M". K, M, G and T are powers
+/// of 1024.
+/// @throws UsageError when the value is something else, or has more than 63 bits
+std::uint64_t ParseSizeOption(std::string_view name, std::string_view value);
 
 /// Returns the difference of two values in the value of an option: 0.001, where 1.0 is full scale,
 /// or "-60dB".

@@ -46,7 +46,7 @@ PictureSize ParseSize(const std::string& text) {
 class PlotCommand final : public Command {
 public:
     PlotCommand() {
-        Add(Option("FILE", "", &m_request.input, "The file to draw")
+        Add(Option("FILE", "", &m_file, "The file to draw")
                 .Completes(Option::Values::Files)
                 .Required());
         BeginGroup("Picture");
@@ -60,8 +60,8 @@ public:
         for (Option& option : m_range.Options()) {
             Add(std::move(option));
         }
-        BeginGroup("Damaged inputs");
-        for (Option& option : InputOptions(m_request.inputPolicy)) {
+        BeginGroup("Damaged inputs and pipes");
+        for (Option& option : m_inputOptions.Options()) {
             Add(std::move(option));
         }
         AddExample("kelhost plot take.wav", "Draw in the terminal");
@@ -74,6 +74,8 @@ public:
         RequireChoice("--level", m_level, Scales());
         m_request.scale = m_level == "db" ? LevelScale::Decibels : LevelScale::Linear;
         m_request.range = m_range.Interpret();
+        m_request.input = InputName(m_file);
+        m_request.inputPolicy = m_inputOptions.Interpret();
         if (m_request.picture.has_value()) {
             RequirePictureExtension(*m_request.picture);
         }
@@ -88,7 +90,7 @@ public:
 
     int Run(const CommonOptions& common, const Streams& streams) override {
         JobRunner runner(common, streams.err);
-        runner.Add(m_request.input, m_request.picture.value_or(""),
+        runner.Add(m_request.input.shown, m_request.picture.value_or(""),
                    [request = m_request](const HostLogger& log, Reporter& reporter) {
                        return Plot(request, log, reporter);
                    });
@@ -103,6 +105,8 @@ public:
 
 private:
     PlotRequest m_request;
+    std::string m_file;
+    InputArguments m_inputOptions;
     std::optional<std::string> m_size;
     std::string m_level = "linear";
     RangeOptions m_range;

@@ -189,6 +189,12 @@ PipelineElement MakeElement(ElementFactoryType kind, const Choice& choice) {
     const auto path = find(kFilePath);
     if (path != parameters.end() && path->kind == ParameterKind::String) {
         element.file = element.recipe.settings->GetStringValue(kFilePath);
+        const auto typed =
+            std::find_if(choice.settings.begin(), choice.settings.end(),
+                         [](const auto& setting) { return setting.first == kFilePath; });
+        if (kind == ElementFactoryType::AudioSource && typed != choice.settings.end()) {
+            element.file = InputName(typed->second);
+        }
     }
     return element;
 }
@@ -228,8 +234,8 @@ public:
                 .Required());
         BeginGroup("Output files");
         Add(Option("-f,--force", "", &m_replace, "Replace an existing file of the sink"));
-        BeginGroup("Damaged inputs");
-        for (Option& option : InputOptions(m_input)) {
+        BeginGroup("Damaged inputs and pipes");
+        for (Option& option : m_input.Options()) {
             Add(std::move(option));
         }
         AddExample("kelhost run kel.LibsndfileSource FilePath=take.wav ! kel.LibsndfileSink "
@@ -247,10 +253,10 @@ public:
 
     int Run(const CommonOptions& common, const Streams& streams) override {
         PipelineRequest request = ParsePipeline(m_words);
-        request.input = m_input;
+        request.input = m_input.Interpret();
         request.replace = m_replace;
         JobRunner runner(common, streams.err);
-        runner.Add(request.source.Name(), request.sink.file,
+        runner.Add(request.source.Name(), request.sink.file.path,
                    [request](const HostLogger& log, Reporter& reporter) {
                        return RunPipeline(request, log, reporter);
                    });
@@ -266,7 +272,7 @@ public:
 
 private:
     std::vector<std::string> m_words;
-    InputPolicy m_input;
+    InputArguments m_input;
     bool m_replace = false;
 };
 

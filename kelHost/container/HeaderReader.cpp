@@ -25,7 +25,11 @@ namespace kel::host {
 
 std::optional<InputFile> OpenRegularFile(const std::string& path) {
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (stat(path.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        errno = ESPIPE;
         return std::nullopt;
     }
     InputFile file{Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)), 0};

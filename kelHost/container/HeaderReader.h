@@ -28,7 +28,7 @@ struct InputFile {
 };
 
 /// Opens a file, unless it is missing, cannot be opened, or is not a regular file: opening a pipe
-/// would take the place of its reader.
+/// would take the place of its reader. If there is none, errno has the reason.
 std::optional<InputFile> OpenRegularFile(const std::string& path);
 
 /// Reads an open file at any offset. Bytes beyond its end read as 0. The part of the file that was

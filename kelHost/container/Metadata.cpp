@@ -23,7 +23,6 @@
 #include <limits>
 #include <optional>
 #include <string>
-#include <unistd.h>
 #include <utility>
 
 namespace kel::host {
@@ -95,11 +94,8 @@ std::optional<double> LoudnessInUnits(std::int16_t hundredths) {
 Metadata ReadMetadata(const FileName& file) {
     auto input = OpenRegularFile(file.path);
     if (!input.has_value()) {
-        if (access(file.path.c_str(), R_OK) != 0) {
-            throw JobError(file.shown,
-                           fmt::format("{}: {}", kCannotReadMetadata, std::strerror(errno)));
-        }
-        return {}; // a pipe can only be read once
+        throw JobError(file.shown,
+                       fmt::format("{}: {}", kCannotReadMetadata, std::strerror(errno)));
     }
     HeaderReader header(file, std::move(input->descriptor), kCannotReadMetadata);
     MetadataBuilder builder(header, input->bytes);

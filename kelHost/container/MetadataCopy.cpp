@@ -256,7 +256,7 @@ MetadataCopy::MetadataCopy(FileName file, const Container& container)
     constexpr const char* kFailure = "cannot read its metadata";
     auto input = OpenRegularFile(m_file.path);
     if (!input.has_value()) {
-        return; // a pipe can be read only once
+        throw JobError(m_file.shown, fmt::format("{}: {}", kFailure, std::strerror(errno)));
     }
     m_descriptor = std::move(input->descriptor);
     Descriptor same(fcntl(m_descriptor.Number(), F_DUPFD_CLOEXEC, 0));

@@ -35,27 +35,6 @@ constexpr std::uint64_t kMax32Bits = std::numeric_limits<std::uint32_t>::max();
 // File systems share bytes in blocks.
 constexpr std::uint64_t kBlock = 4096;
 
-std::string TemporaryDirectory() {
-    const char* directory = std::getenv("TMPDIR");
-    return directory != nullptr && *directory != '\0' ? directory : "/tmp";
-}
-
-// Returns a file without a name.
-Descriptor OpenUnnamed(const std::string& directory) {
-    constexpr int kOwnerOnly = 0600;
-    const int unnamed = open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, kOwnerOnly);
-    if (unnamed >= 0) {
-        return Descriptor(unnamed);
-    }
-    // Some file systems do not support O_TMPFILE.
-    std::string name = directory + "/kelhost-XXXXXX";
-    Descriptor named(mkostemp(name.data(), O_CLOEXEC));
-    if (named.Number() >= 0) {
-        unlink(name.c_str());
-    }
-    return named;
-}
-
 // Builds the header of a copy.
 class HeaderWriter {
 public:
@@ -273,9 +252,10 @@ private:
 
     [[noreturn]] void Fail() const {
         const int cause = errno;
-        throw JobError(m_file.shown,
-                       fmt::format("{}: {}; set TMPDIR to a directory with {} bytes of space",
-                                   m_failure, std::strerror(cause), m_needed));
+        throw JobError(
+            m_file.shown,
+            fmt::format("{}: {}; --temp-dir DIRECTORY names a place with {} bytes of space",
+                        m_failure, std::strerror(cause), m_needed));
     }
 
     const FileName& m_file;
@@ -315,14 +295,13 @@ struct CopyContent {
     std::uint64_t padding = 0; // bytes
 };
 
-RepairedCopy MakeCopy(const FileName& file, const CopyContent& content, const StepRunner& run) {
+TemporaryFile MakeCopy(const FileName& file, const CopyContent& content,
+                       const std::string& directory, const StepRunner& run) {
     constexpr std::uint64_t kStep = std::uint64_t{64} << 20U;
     const Descriptor input = OpenInput(file);
-    const std::string directory = TemporaryDirectory();
     const std::uint64_t size = content.header.size() + BytesIn(content.parts) + content.padding;
-    RepairedCopy copy{OpenUnnamed(directory)};
-    const ByteCopier copier(file, input.Number(), copy.descriptor.Number(),
-                            content.failure + directory, size);
+    TemporaryFile copy(directory);
+    const ByteCopier copier(file, input.Number(), copy.Number(), content.failure + directory, size);
     copier.SetSize(size);
     copier.Write(content.header, 0);
     std::uint64_t to = content.header.size();
@@ -338,28 +317,25 @@ RepairedCopy MakeCopy(const FileName& file, const CopyContent& content, const St
 
 } // namespace
 
-std::string RepairedCopy::Path() const {
-    return fmt::format("/proc/self/fd/{}", descriptor.Number());
-}
-
-RepairedCopy MakeRepairedCopy(const FileName& file, const InputHeader& header,
-                              const StepRunner& run) {
+TemporaryFile MakeRepairedCopy(const FileName& file, const InputHeader& header,
+                               const std::string& directory, const StepRunner& run) {
     HeaderReader reader(file, OpenInput(file), kCannotRead);
     const std::vector<SamplePart> parts = WholeFrames(header);
     const std::string text = HeaderWriter(file, header, reader).Make(BytesIn(parts));
-    return MakeCopy(
-        file, {"cannot make the copy for --repair in ", text, parts, BytesIn(parts) % 2}, run);
+    return MakeCopy(file,
+                    {"cannot make the copy for --repair in ", text, parts, BytesIn(parts) % 2},
+                    directory, run);
 }
 
-RepairedCopy MakeCountedCopy(const FileName& file, const MPEGStream& stream,
-                             const StepRunner& run) {
+TemporaryFile MakeCountedCopy(const FileName& file, const MPEGStream& stream,
+                              const std::string& directory, const StepRunner& run) {
     const auto runHere = [](const std::function<void()>& step) {
         step();
     };
     return MakeCopy(
         file,
         {"cannot make a copy that declares its length in ", stream.MakeInfoFrame(), stream.parts},
-        run ? run : runHere);
+        directory, run ? run : runHere);
 }
 
 } // namespace kel::host

@@ -12,12 +12,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <sndfile.h>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -264,10 +262,6 @@ StoredFormat ReadStoredFormat(const FileName& file) {
 }
 
 std::optional<StoredFormat> FindStoredFormat(const FileName& file) {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(file.path, error)) {
-        return std::nullopt;
-    }
     if (auto linear = LinearFormatOf(file); linear.has_value()) {
         return linear;
     }

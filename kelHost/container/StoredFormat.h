@@ -44,8 +44,8 @@ std::optional<StoredFormat> ReadLinearFormat(const HeaderReader& header, const C
 /// @throws JobError when it cannot be opened or read
 StoredFormat ReadStoredFormat(const FileName& file);
 
-/// Does the same for a file that a source may read in another way: a pipe, which cannot be read
-/// twice, or a format that libsndfile does not know.
+/// Does the same for a file that a source may read in another way: a format that libsndfile does
+/// not know.
 /// @return none for these
 /// @throws JobError when the system fails to open or read the file
 std::optional<StoredFormat> FindStoredFormat(const FileName& file);

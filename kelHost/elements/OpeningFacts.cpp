@@ -50,7 +50,6 @@ std::string Describe(const OpeningFacts& facts) {
 OpenPositions::OpenPositions(const std::string& path) {
     struct stat status {};
     if (stat(path.c_str(), &status) == 0) {
-        m_isRegular = S_ISREG(status.st_mode);
         m_bytes = static_cast<std::uint64_t>(status.st_size);
         m_device = status.st_dev;
         m_inode = status.st_ino;

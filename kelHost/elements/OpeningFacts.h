@@ -33,9 +33,6 @@ public:
     /// Notes which descriptors the source may open: the system assigns the lowest free numbers.
     explicit OpenPositions(const std::string& path);
 
-    /// True when the path is that of a regular file, which can be opened again.
-    bool IsRegularFile() const { return m_isRegular; }
-
     /// Size of the file in bytes, when it was first looked at.
     std::uint64_t FileBytes() const { return m_bytes; }
 
@@ -43,7 +40,6 @@ public:
     std::vector<std::uint64_t> New() const;
 
 private:
-    bool m_isRegular = false;
     std::uint64_t m_bytes = 0;
     dev_t m_device = 0;
     ino_t m_inode = 0;

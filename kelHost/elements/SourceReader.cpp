@@ -99,20 +99,20 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
         OpenRepaired(file, misreading, repair);
     }
     if (!m_header.has_value()) {
-        CountMPEGFrames(file, repair.run);
+        CountMPEGFrames(file, repair);
         m_hasFurtherStreams = HasFurtherOggStreams(file);
     }
 }
 
 // Sources end at the number of frames that they declare, and libraries estimate a number that an
 // MPEG stream does not contain: much too low a number at a variable bit rate.
-void SourceReader::CountMPEGFrames(const FileName& file, const StepRunner& run) {
-    const auto stream = ReadMPEGStream(file, run);
+void SourceReader::CountMPEGFrames(const FileName& file, const Repair& repair) {
+    const auto stream = ReadMPEGStream(file, repair.run);
     if (!stream.has_value() || !stream->IsLongerThan(m_limits.duration)) {
         return;
     }
     Release();
-    m_repaired = MakeCountedCopy(file, *stream, run);
+    m_repaired = MakeCountedCopy(file, *stream, repair.directory, repair.run);
     m_countReason = stream->Describe();
     const FileName copy(m_repaired->Path(), m_shownName);
     SetFilePath(*m_recipe.settings, copy.path);
@@ -131,7 +131,7 @@ void SourceReader::CountMPEGFrames(const FileName& file, const StepRunner& run) 
 
 void SourceReader::OpenRepaired(const FileName& file, const std::string& reason,
                                 const Repair& repair) {
-    m_repaired = MakeRepairedCopy(file, *m_header, repair.run);
+    m_repaired = MakeRepairedCopy(file, *m_header, repair.directory, repair.run);
     m_repairReason = reason;
     const FileName copy(m_repaired->Path(), m_shownName);
     SetFilePath(*m_recipe.settings, copy.path);
@@ -147,8 +147,7 @@ void SourceReader::OpenSource(const FileName& file, const std::optional<SampleLa
     Open();
     m_channelOrder = ReadChannelOrder(file, Channels());
     const OpeningFacts first = Facts(before);
-    if (m_element->IsGrowing() || !before.IsRegularFile() ||
-        (declared.has_value() && first == FactsOf(*declared))) {
+    if (m_element->IsGrowing() || (declared.has_value() && first == FactsOf(*declared))) {
         return;
     }
     const OpenPositions between(file.path);
@@ -190,14 +189,13 @@ void SourceReader::Seek(std::int64_t frame) const {
         reason = error.what();
     }
     throw JobError(m_shownName,
-                   fmt::format("cannot seek to frame {}: {}; pipes and damaged files can only be "
-                               "read from their beginning",
+                   fmt::format("cannot seek to frame {}: {}; damaged files can only be read "
+                               "from their beginning",
                                frame, reason));
 }
 
 std::unique_ptr<SourceReader> SourceReader::OpenAgain() const {
-    if (!m_positions.has_value() || !m_positions->IsRegularFile() ||
-        BlockFramesIn(m_recipe).value_or(1) == 1) {
+    if (!m_positions.has_value() || BlockFramesIn(m_recipe).value_or(1) == 1) {
         return nullptr;
     }
     return std::make_unique<SourceReader>(m_shownName, m_recipe, "");
@@ -301,7 +299,7 @@ std::string SourceReader::EarlyStop(std::optional<std::int64_t> declared) const 
     if (declared.has_value()) {
         return m_isShort ? "stops before its last frame" : "";
     }
-    if (Frames().has_value() || !m_positions.has_value() || !m_positions->IsRegularFile()) {
+    if (Frames().has_value() || !m_positions.has_value()) {
         return "";
     }
     const auto positions = m_positions->New();

@@ -3,6 +3,7 @@
 
 #include "base/FileName.h"
 #include "base/FileState.h"
+#include "base/TemporaryFile.h"
 #include "container/InputHeader.h"
 #include "container/InputPolicy.h"
 #include "container/RepairedCopy.h"
@@ -26,6 +27,7 @@ namespace kel::host {
 struct Repair {
     bool isAllowed = false;
     StepRunner run; ///< see MakeRepairedCopy
+    std::string directory = DefaultTemporaryDirectory();
 };
 
 /// An open source. MPEG streams that do not declare all of their frames are read through a copy
@@ -94,8 +96,8 @@ public:
     void Seek(std::int64_t frame) const;
 
     /// Opens the same file again, from its beginning.
-    /// @return null where that is of no use: for a source without a file, for a pipe, and for one
-    /// whose samples have one frame, or any number of frames that the host cannot set
+    /// @return null where that is of no use: for a source without a file, and for one whose samples
+    /// have one frame, or any number of frames that the host cannot set
     /// @throws JobError when it cannot be opened
     std::unique_ptr<SourceReader> OpenAgain() const;
 
@@ -141,7 +143,7 @@ private:
     void OpenFile(const FileName& file, const Repair& repair);
     void OpenSource(const FileName& file, const std::optional<SampleLayout>& declared);
     void OpenRepaired(const FileName& file, const std::string& reason, const Repair& repair);
-    void CountMPEGFrames(const FileName& file, const StepRunner& run);
+    void CountMPEGFrames(const FileName& file, const Repair& repair);
     std::string Misreading() const;
     std::string Loss() const;
     bool IsRepaired() const { return !m_repairReason.empty(); }
@@ -151,7 +153,7 @@ private:
     std::optional<InputHeader> m_header;
     std::string m_path;
     std::optional<FileState> m_state; // of a file, before it was opened
-    std::optional<RepairedCopy> m_repaired;
+    std::optional<TemporaryFile> m_repaired;
     std::string m_repairReason; // empty: not repaired
     std::string m_countReason;  // why MPEG frames were counted; empty: they were not
     std::uint32_t m_blockFrames = 0;

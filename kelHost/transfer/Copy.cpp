@@ -12,6 +12,7 @@
 #include "container/OutputHeader.h"
 #include "container/StoredFormat.h"
 #include "elements/RangeReader.h"
+#include "jobs/SeekableInput.h"
 #include "jobs/Warnings.h"
 #include "transfer/CopyEncoding.h"
 #include "transfer/CopyReport.h"
@@ -45,7 +46,7 @@ bool Exists(const std::string& path) {
 }
 
 JobResult DescribeSkipped(const CopyRequest& request) {
-    const std::string input = Escape(request.input);
+    const std::string input = Escape(request.input.shown);
     const std::string output = Escape(request.output);
     return {DumpJSON({{"input", input}, {"output", output}, {"skipped", true}}), "",
             fmt::format("{} -> {}: exists already, skipped\n", input, output), true};
@@ -55,7 +56,7 @@ JobResult DescribeSkipped(const CopyRequest& request) {
 class CopyJob {
 public:
     CopyJob(const CopyRequest& request, const HostLogger& log, Reporter& reporter)
-        : m_request(request), m_options(request.options), m_errors(log, request.input),
+        : m_request(request), m_options(request.options), m_errors(log, request.input.shown),
           m_reporter(reporter), m_warnings(reporter) {
         m_facts.format = request.format;
     }
@@ -87,18 +88,20 @@ public:
 
 private:
     void Open() {
-        m_source = std::make_unique<SourceReader>(
-            m_request.input, m_options.blockFrames,
-            Repair{m_options.input.repair, ReadingSteps(m_reporter)});
+        m_source =
+            std::make_unique<SourceReader>(m_request.input, m_options.blockFrames,
+                                           Repair{m_options.input.repair, ReadingSteps(m_reporter),
+                                                  m_options.input.spool.directory});
         if (m_options.keepMetadata) {
             m_metadata.emplace(m_request.input, *m_facts.format.container);
         }
-        m_errors.RequireNone(m_request.input);
+        m_errors.RequireNone(m_request.input.shown);
         m_warnings.Add(m_source->CheckHeader(m_options.input));
-        ReadFormat();
+        m_stored = FindStoredFormat(m_request.input);
         m_facts.format.encoding = &ChooseEncoding(m_request, m_stored);
         m_reporter.Opened();
-        m_range = Resolve(m_options.range, m_source->Frames(), m_source->Rate(), m_request.input);
+        m_range =
+            Resolve(m_options.range, m_source->Frames(), m_source->Rate(), m_request.input.shown);
         const TargetLayout target = MakeTarget();
         m_picked = target.channels;
         m_converter = std::make_unique<SampleConverter>(m_source->Description(), target);
@@ -112,23 +115,13 @@ private:
         ChooseContainerForSize();
     }
 
-    void ReadFormat() {
-        constexpr std::uint32_t kStereo = 2;
-        m_stored = FindStoredFormat(m_request.input);
-        if (!Exists(m_request.input) && m_source->Channels() > kStereo) {
-            m_warnings.Add(fmt::format("{}: is a pipe, so that the order of its {} channels is not "
-                                       "changed and the output has no channel mask",
-                                       m_request.input, m_source->Channels()));
-        }
-    }
-
     TargetLayout MakeTarget() const {
         TargetLayout target{
             *m_facts.format.encoding, m_facts.format.byteOrder, {}, m_options.dither};
         for (const std::uint32_t channel : m_options.channels) {
             if (channel > m_source->Channels()) {
-                throw JobError(m_request.input, fmt::format("has no channel {}, only {}", channel,
-                                                            m_source->Channels()));
+                throw JobError(m_request.input.shown, fmt::format("has no channel {}, only {}",
+                                                                  channel, m_source->Channels()));
             }
             target.channels.push_back(channel - 1);
         }
@@ -153,7 +146,7 @@ private:
                          std::max<std::uint64_t>(sizeof(float), m_facts.format.encoding->bytes));
         const std::uint64_t maxFrames = std::numeric_limits<std::uint32_t>::max() / frameBytes;
         if (m_source->BlockFrames() > maxFrames) {
-            throw JobError(m_request.input,
+            throw JobError(m_request.input.shown,
                            fmt::format("blocks of {} frames are too large for its channels; use "
                                        "--block {} or less",
                                        m_source->BlockFrames(), maxFrames));
@@ -306,8 +299,9 @@ private:
                 return channel.clipped > 0 || channel.nonFinite > 0;
             });
         if (clipped && m_options.failOnClip) {
-            throw JobError(m_request.input, "has values beyond full scale, and --on-clip is fail; "
-                                            "--encoding float32 keeps them");
+            throw JobError(m_request.input.shown,
+                           "has values beyond full scale, and --on-clip is fail; "
+                           "--encoding float32 keeps them");
         }
     }
 
@@ -332,13 +326,16 @@ private:
 } // namespace
 
 JobResult Copy(const CopyRequest& request, const HostLogger& log, Reporter& reporter) {
-    const ContextScope context("copy " + request.input);
-    reporter.Opening(request.input); // even looking at it may take for ever
+    const ContextScope context("copy " + request.input.shown);
+    reporter.Opening(request.input.shown); // even looking at it may take for ever
     RequireDifferentFiles(request.input, request.output);
     if (request.options.skip && Exists(request.output)) {
         return DescribeSkipped(request);
     }
-    return CopyJob(request, log, reporter).Run();
+    const SeekableInput input(request.input, request.options.input.spool, reporter);
+    CopyRequest sought = request;
+    sought.input = input.File();
+    return CopyJob(sought, log, reporter).Run();
 }
 
 } // namespace kel::host

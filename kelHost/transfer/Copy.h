@@ -3,6 +3,7 @@
 
 #include "audio/Formats.h"
 #include "audio/TimeRange.h"
+#include "base/FileName.h"
 #include "container/InputPolicy.h"
 #include "elements/HostLogger.h"
 #include "jobs/Job.h"
@@ -33,7 +34,7 @@ struct CopyOptions {
 
 /// One copy to make.
 struct CopyRequest {
-    std::string input;
+    FileName input;
     std::string output;
     OutputFormat format;
     CopyOptions options;

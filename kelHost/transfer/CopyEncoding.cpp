@@ -19,8 +19,9 @@ namespace {
 void RequireEveryValue(const CopyRequest& request, const std::optional<StoredFormat>& stored,
                        const Encoding& encoding) {
     if (!stored.has_value()) {
-        throw JobError(request.input, "its encoding is unknown, so that no copy of it is known to "
-                                      "be exact; omit --require-exact");
+        throw JobError(request.input.shown,
+                       "its encoding is unknown, so that no copy of it is known to "
+                       "be exact; omit --require-exact");
     }
     if (!HoldsEveryValue(encoding, *stored)) {
         throw JobError(request.output,
@@ -91,9 +92,9 @@ std::uint64_t CountRoundedValues(const CopyRequest& request,
         const std::string text = fmt::format("{} of {} do not fit into {}", counter.Rounded(),
                                              Count(counter.All(), "value"), type);
         if (request.options.requireExact) {
-            throw JobError(request.input, text + "; --require-exact refuses to round them");
+            throw JobError(request.input.shown, text + "; --require-exact refuses to round them");
         }
-        warnings.Add(fmt::format("{}: {} and are rounded", request.input, text));
+        warnings.Add(fmt::format("{}: {} and are rounded", request.input.shown, text));
     }
     return counter.Rounded();
 }

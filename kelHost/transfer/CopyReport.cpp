@@ -57,7 +57,7 @@ json DescribeCopy(const CopyRequest& request, const CopyFacts& facts,
                               {"loudest", channel.loudest},
                               {"non_finite", channel.nonFinite}});
     }
-    return {{"input", Escape(request.input)},
+    return {{"input", Escape(request.input.shown)},
             {"output", Escape(request.output)},
             {"container", facts.format.container->title},
             {"encoding", facts.format.encoding->name},
@@ -75,7 +75,7 @@ json DescribeCopy(const CopyRequest& request, const CopyFacts& facts,
 
 std::string FormatCopy(const CopyRequest& request, const CopyFacts& facts) {
     return fmt::format(
-               "{} -> {}: {}, {} {}, {}, {} Hz, {}, {}{}{}\n", Escape(request.input),
+               "{} -> {}: {}, {} {}, {}, {} Hz, {}, {}{}{}\n", Escape(request.input.shown),
                Escape(request.output), facts.format.container->title, facts.format.encoding->name,
                Describe(facts.format.byteOrder), Count(facts.channels, "channel"), facts.rate,
                Count(static_cast<std::uint64_t>(facts.frames), "frame"),

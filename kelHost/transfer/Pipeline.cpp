@@ -7,6 +7,7 @@
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
 #include "elements/TailReader.h"
+#include "jobs/SeekableInput.h"
 #include "jobs/Warnings.h"
 #include "transfer/FittingReader.h"
 #include "transfer/Transfer.h"
@@ -152,7 +153,7 @@ public:
 
     JobResult Run() {
         Open();
-        if (m_request.sink.file.empty()) {
+        if (m_request.sink.file.path.empty()) {
             MoveSamples(nullptr);
             m_errors.RequireNoneFromOutput(m_output);
             return Result();
@@ -162,15 +163,21 @@ public:
 
 private:
     void Open() {
-        const std::string& file = m_request.source.file;
+        const PipelineElement& source = m_request.source;
+        const SpoolPolicy& spool = m_request.input.spool;
         m_reporter.Opening(m_input); // even looking at it may take for ever
-        if (!file.empty()) {
-            RequireDifferentFiles(file, m_request.sink.file);
-            RequireReadable(file);
+        std::string path;
+        if (!source.file.path.empty()) {
+            RequireDifferentFiles(source.file, m_request.sink.file);
+            RequirePathFits(source.file);
+            m_sought.emplace(source.file, spool, m_reporter);
+            RequireReadable(m_sought->File());
+            path = m_sought->File().path;
+            SetFilePath(*source.recipe.settings, path);
         }
         m_source = std::make_unique<SourceReader>(
-            m_input, m_request.source.recipe, file,
-            Repair{m_request.input.repair, ReadingSteps(m_reporter)});
+            m_input, source.recipe, path,
+            Repair{m_request.input.repair, ReadingSteps(m_reporter), spool.directory});
         m_reporter.Opened();
         m_errors.RequireNone(m_input);
         m_warnings.Add(m_source->CheckHeader(m_request.input));
@@ -205,16 +212,16 @@ private:
             static_cast<std::uint64_t>(m_source->Frames().value_or(0)) * m_frameBytes;
         const std::uint64_t size = container != nullptr ? MaxFileSize(bytes, m_channels) : 0;
         if (container != nullptr) {
-            RequireFits(*container, sink.file, bytes, m_channels, LargeType());
+            RequireFits(*container, sink.file.shown, bytes, m_channels, LargeType());
         }
-        OutputFile output(sink.file, m_request.replace, TemporaryName::Requested);
+        OutputFile output(sink.file.path, m_request.replace, TemporaryName::Requested);
         output.RequireSpace(size);
         SetFilePath(*sink.recipe.settings, output.TemporaryPath());
         try {
             MoveSamples(container);
             m_warnings.Add(output.Flush());
             if (container != nullptr) {
-                VerifyFile({output.TemporaryPath(), sink.file});
+                VerifyFile({output.TemporaryPath(), sink.file.shown});
             }
             m_errors.RequireNoneFromOutput(m_output);
         } catch (const JobError& error) {
@@ -296,7 +303,7 @@ private:
         const auto describe = [](const PipelineElement& element) {
             return nlohmann::json{{"implementation", Escape(element.recipe.implementation)},
                                   {"type", Escape(element.recipe.type)},
-                                  {"file", Escape(element.file)}};
+                                  {"file", Escape(element.file.shown)}};
         };
         return {{"source", describe(m_request.source)},
                 {"sink", describe(m_request.sink)},
@@ -320,6 +327,7 @@ private:
     std::string m_output;
     ErrorRecords m_errors;
     Reporter& m_reporter;
+    std::optional<SeekableInput> m_sought; // of a source with a file
     std::unique_ptr<SourceReader> m_source;
     std::string m_encoding;
     std::uint32_t m_channels = 0;

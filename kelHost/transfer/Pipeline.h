@@ -1,6 +1,7 @@
 /// Pipelines of any registered source and any registered sink: "source ! sink".
 #pragma once
 
+#include "base/FileName.h"
 #include "container/InputPolicy.h"
 #include "elements/Elements.h"
 #include "elements/HostLogger.h"
@@ -13,10 +14,12 @@ namespace kel::host {
 /// An element of a pipeline.
 struct PipelineElement {
     ElementRecipe recipe;
-    std::string file; ///< value of its setting "FilePath"; empty when it has none
+    FileName file; ///< value of its setting "FilePath"; empty when it has none
 
     /// The element as the user knows it: its file, or its own name.
-    const std::string& Name() const { return file.empty() ? recipe.implementation : file; }
+    const std::string& Name() const {
+        return file.path.empty() ? recipe.implementation : file.shown;
+    }
 };
 
 /// A pipeline to run.

@@ -71,19 +71,4 @@ TEST(CopyChannelOrder, IsThatOfWAVEForVorbis) {
     }
 }
 
-TEST(CopyChannelOrder, IsUnknownInAPipe) {
-    const TemporaryDirectory directory;
-    WriteAudio(directory / "take.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, 3, 48000, Levels(3));
-    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
-    Command writer;
-    writer.program = "/bin/cp";
-    writer.arguments = {directory / "take.ogg", directory / "pipe"};
-    RunningProcess process(writer);
-    ExpectResult(RunKelhost(directory, {"copy", "pipe", "copy.wav", "--quiet"}), 0, "",
-                 "kelhost: warning: pipe: is a pipe, so that the order of its 3 channels is not "
-                 "changed and the output has no channel mask\n");
-    process.Wait();
-    EXPECT_EQ(TenthsIn(directory / "copy.wav"), (std::vector<int>{1, 2, 3}));
-}
-
 } // namespace kel::test

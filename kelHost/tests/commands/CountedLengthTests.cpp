@@ -150,12 +150,12 @@ TEST_F(UncountedLength, IsAWarningInDocuments) {
 TEST_F(UncountedLength, NeedsSpaceForACopy) {
     Command command = Kelhost(m_directory, {"info", "take.mp3"});
     command.environment["TMPDIR"] = m_directory / "missing";
-    ExpectResult(
-        RunCommand(command), 1, "",
-        Error("take.mp3", "cannot make a copy that declares its length in " +
-                              (m_directory / "missing") +
-                              ": No such file or directory; set TMPDIR to a directory with " +
-                              std::to_string(m_frames.size() + 208) + " bytes of space"));
+    ExpectResult(RunCommand(command), 1, "",
+                 Error("take.mp3",
+                       "cannot make a copy that declares its length in " +
+                           (m_directory / "missing") +
+                           ": No such file or directory; --temp-dir DIRECTORY names a place with " +
+                           std::to_string(m_frames.size() + 208) + " bytes of space"));
 }
 
 // Files that declare their frames are read as they are.

@@ -79,7 +79,7 @@ TEST(FileNames, MayBeginWithADashAfterTwoDashes) {
 }
 
 TEST(FileNames, MayBeWordsOfTheCommandLine) {
-    for (const std::string name : {"-", "copy", "help", "{a}", "[take].wav"}) {
+    for (const std::string name : {"copy", "help", "{a}", "[take].wav"}) {
         SCOPED_TRACE(name);
         const TemporaryDirectory directory;
         WriteTake(directory / name);
@@ -96,6 +96,13 @@ TEST(FileNames, MayBeWordsOfTheCommandLine) {
         WriteTake(directory / name);
         EXPECT_EQ(ShownNameLine(directory, name), NameLine("./" + name));
     }
+}
+
+TEST(FileNames, MayBeADashInADirectory) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "-");
+    ExpectResult(RunKelhost(directory, {"copy", "./-", "copy.wav"}), 0,
+                 CopyReport("./-", "copy.wav"), "");
 }
 
 TEST(FileNames, MayNotBeEmpty) {

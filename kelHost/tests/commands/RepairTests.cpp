@@ -158,13 +158,14 @@ TEST(RepairOfCompressedSamples, EndsThemBeforeOtherChunks) {
 TEST(RepairDirectory, IsNamedWhenTheCopyCannotBeMade) {
     const TemporaryDirectory directory;
     WriteFile(directory / "take", MakeWave(0, 0));
-    Command command = Kelhost(directory, {"info", "--repair", "take"});
-    command.environment["TMPDIR"] = directory / "missing";
+    const Command command =
+        Kelhost(directory, {"info", "--repair", "--temp-dir", directory / "missing", "take"});
     // The copy has the samples at the same offset of a block: 44.
-    ExpectResult(RunCommand(command), 1, "",
-                 Error("take", "cannot make the copy for --repair in " + (directory / "missing") +
-                                   ": No such file or directory; set TMPDIR to a directory with "
-                                   "244 bytes of space"));
+    ExpectResult(
+        RunCommand(command), 1, "",
+        Error("take", "cannot make the copy for --repair in " + (directory / "missing") +
+                          ": No such file or directory; --temp-dir DIRECTORY names a place "
+                          "with 244 bytes of space"));
 }
 
 TEST(RepairDirectory, IsNotUsedForARightHeader) {

@@ -141,11 +141,11 @@ TEST(Run, UsesTheTypeThatIsNamedElseTheExtensions) {
 }
 
 TEST(Run, OpensFilesOfAnyName) {
-    for (const char* name : {"a b=c\n\xFF.wav", "-", "!.wav"}) {
+    for (const char* name : {"a b=c\n\xFF.wav", "./-", "!.wav"}) {
         SCOPED_TRACE(name);
         const TemporaryDirectory directory;
         fs::create_directory(directory / "out");
-        const std::string output = std::string("out/") + name + (*name == '-' ? ".wav" : "");
+        const std::string output = std::string("out/") + name + (*name == '.' ? ".wav" : "");
         WriteTake(directory / name);
         EXPECT_EQ(RunElements(directory, {"kel.LibsndfileSource", std::string("FilePath=") + name,
                                           "!", "kel.LibsndfileSink", "FilePath=" + output})

@@ -146,21 +146,6 @@ TEST_F(UnknownLength, IsPlottedLikeAKnownOne) {
     }
 }
 
-// A plot takes two passes.
-TEST_F(UnknownLength, CannotBePlottedFromAPipe) {
-    WriteAudio(m_directory / "take.ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, 1, 48000,
-               std::vector<float>(1000, 0.5F));
-    ASSERT_EQ(mkfifo((m_directory / "pipe").c_str(), 0600), 0);
-    Command writer;
-    writer.program = "/bin/cp";
-    writer.arguments = {m_directory / "take.ogg", m_directory / "pipe"};
-    RunningProcess process(writer);
-    ExpectResult(Run({"plot", "pipe"}), 1, "",
-                 Error("pipe", "has an unknown length and cannot be read twice; copy it to a file "
-                               "first"));
-    process.Wait();
-}
-
 // Programs append tags to files whose format has another place for them.
 TEST_F(UnknownLength, IsNoReasonToFailForATagAfterAllDeclaredFrames) {
     WriteAudio(m_directory / "take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 48000,

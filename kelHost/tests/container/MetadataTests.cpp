@@ -192,9 +192,6 @@ TEST(Metadata, OfAUAreItsAnnotation) {
 TEST(Metadata, OfOtherFilesAreEmpty) {
     EXPECT_EQ(DescribeFile(""), "");
     EXPECT_EQ(DescribeFile("no audio"), "");
-    const test::TemporaryDirectory directory;
-    ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
-    EXPECT_EQ(test::Describe(ReadMetadata(directory / "pipe")), "");
 }
 
 TEST(Metadata, NeedAFile) {

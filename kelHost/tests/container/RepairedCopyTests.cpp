@@ -20,8 +20,8 @@ namespace kel::host {
 
 namespace {
 
-RepairedCopy Repair(const std::string& path) {
-    return MakeRepairedCopy(path, ReadInputHeader(path).value(),
+TemporaryFile Repair(const std::string& path) {
+    return MakeRepairedCopy(path, ReadInputHeader(path).value(), DefaultTemporaryDirectory(),
                             [](const std::function<void()>& step) { step(); });
 }
 
@@ -36,7 +36,7 @@ TEST(RepairedCopy, OfWaveHasNewSizesAndTheSameSamples) {
 TEST(RepairedCopy, OfRF64HasItsSamplesAtTheSamePlaceOfABlock) {
     const test::TemporaryDirectory directory;
     test::WriteFile(directory / "take", test::MakeRF64(0, 0));
-    const RepairedCopy copy = Repair(directory / "take");
+    const TemporaryFile copy = Repair(directory / "take");
     const auto layout = ReadInputHeader(FileName(copy.Path())).value().Layout();
     EXPECT_EQ(layout.value().first, 80U);
     EXPECT_EQ(layout->frames, 100);
@@ -55,7 +55,7 @@ TEST(RepairedCopy, FillsAGapThatIsTooSmallForAChunk) {
     std::string bytes = test::MakeWave(0, 0);
     test::WriteFile(directory / "take",
                     bytes.insert(12, test::Chunk("JUNK", std::string(4092, '\0'))));
-    const RepairedCopy copy = Repair(directory / "take");
+    const TemporaryFile copy = Repair(directory / "take");
     EXPECT_EQ(ReadInputHeader(FileName(copy.Path())).value().Layout().value().first, 4144U);
 }
 
@@ -95,7 +95,7 @@ TEST_P(LargeCopy, IsRF64AndKeepsHoles) {
     test::WriteFile(path, header);
     std::filesystem::resize_file(path, header.size() + kSampleBytes - 4);
     std::ofstream(path, std::ios::binary | std::ios::app) << "last";
-    const RepairedCopy copy = Repair(path);
+    const TemporaryFile copy = Repair(path);
     const auto repaired = ReadInputHeader(FileName(copy.Path())).value();
     EXPECT_EQ(repaired.container, "RF64");
     EXPECT_EQ(repaired.parts.front().offset % 4096, header.size()) << "blocks can be shared";

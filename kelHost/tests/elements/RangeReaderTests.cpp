@@ -111,7 +111,7 @@ TEST_F(RangeReaderTest, ReportsThatTheSourceCannotGoThere) {
         EXPECT_EQ(DescribeError(error).message,
                   "a\\nb.wav: cannot seek to frame 101: "
                   "[LibsndfileSource::GotoTimeOffset - mediaTime.GetTimeNumber() past file end!]; "
-                  "pipes and damaged files can only be read from their beginning");
+                  "damaged files can only be read from their beginning");
     }
 }
 

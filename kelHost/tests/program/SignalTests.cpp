@@ -13,6 +13,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <thread>
@@ -255,10 +256,10 @@ TEST(Signal, EndsACopyOfAFifoThatDeliversNoMore) {
     // For both directions, so that it is open before there is a reader.
     const int fifo = open((directory / "fifo.wav").c_str(), O_RDWR | O_CLOEXEC);
     EXPECT_EQ(write(fifo, ReadFile(directory / "take.wav").data(), 20000), 20000);
-    Command command = Kelhost(directory, {"copy", "fifo.wav", "out.wav"});
-    NeedNames(command);
-    RunningProcess process(command);
-    WaitFor([&] { return HasUnfinishedOutput(directory); }, process);
+    RunningProcess process(
+        Kelhost(directory, {"copy", "fifo.wav", "out.wav", "--temp-dir", directory / ""}));
+    int unread = 0;
+    WaitFor([&] { return ioctl(fifo, FIONREAD, &unread) == 0 && unread == 0; }, process);
     process.Signal(SIGINT);
     ExpectResult(process.Wait(), 130, "", kInterrupted);
     EXPECT_EQ(SortedNames(directory), (Names{"fifo.wav", "take.wav"}));

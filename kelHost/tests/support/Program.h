@@ -36,6 +36,20 @@ inline ProcessResult RunKelhost(const TemporaryDirectory& directory,
     return RunCommand(Kelhost(directory, std::move(arguments)));
 }
 
+/// A line of bash in a directory, with kelhost among the programs.
+inline Command ShellLine(const TemporaryDirectory& directory, const std::string& line) {
+    Command command = Kelhost(directory, {"-c", line});
+    command.program = "/bin/bash";
+    command.environment["PATH"] =
+        std::filesystem::path(KEL_TEST_HOST).parent_path().string() + ":" + std::getenv("PATH");
+    return command;
+}
+
+/// Runs a line of bash.
+inline ProcessResult RunLine(const TemporaryDirectory& directory, const std::string& line) {
+    return RunCommand(ShellLine(directory, line));
+}
+
 /// Arguments of a command line.
 using Arguments = std::vector<std::string>;
 
