@@ -3,7 +3,7 @@
 # To build and run the host program.
 build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev libfmt-dev nlohmann-json3-dev libxxhash-dev libebur128-dev nettle-dev libcairo2-dev"
 # To build and run the tests: the test framework, and tools that check the outputs.
-test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev groff-base make sox ffmpeg parallel patch python3 python3-jsonschema fuse3 libfuse3-dev python3-mutagen mediainfo libimage-exiftool-perl"
+test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev fish groff-base make sox ffmpeg parallel patch python3 python3-jsonschema fuse3 libfuse3-dev python3-mutagen mediainfo libimage-exiftool-perl zsh"
 # To make the Debian packages.
 packaging_packages="$build_packages dpkg-dev file fakeroot"
 # To make the reference from the headers.

@@ -1,14 +1,16 @@
 #include "cli/CommandLine.h"
 
+#include "audio/Formats.h"
 #include "base/Errors.h"
-#include "base/Text.h"
+#include "base/Suggestion.h"
 #include "cli/ArgumentParser.h"
-#include "cli/BashCompletion.h"
+#include "cli/Completion.h"
 #include "cli/HelpText.h"
 #include "cli/ManualPage.h"
 #include "cli/ProgramText.h"
 #include "commands/Command.h"
 #include "commands/CommonOptions.h"
+#include "commands/ForeignRequests.h"
 #include "elements/HostLogger.h"
 #include "elements/PluginLoader.h"
 #include "jobs/Console.h"
@@ -22,6 +24,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -54,19 +57,56 @@ std::vector<std::string> CommandNames() {
     return names;
 }
 
-const CommandEntry& RequireCommand(const std::string& name) {
+// Returns whether a file is named where a command is expected.
+bool IsAudioFile(const std::string& name) {
+    struct stat status {};
+    return ContainerByExtension(name) != nullptr ||
+           (stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode));
+}
+
+const CommandEntry& RequireCommand(const std::string& name,
+                                   const std::vector<std::string>& arguments) {
     const CommandEntry* entry = FindCommand(name);
-    if (entry == nullptr) {
-        throw UsageError("there is no command \"" + name + "\"; use " +
-                         ListAlternatives(CommandNames()));
+    if (entry != nullptr) {
+        return *entry;
     }
-    return *entry;
+    if (const auto explained = ExplainForeignCommand(name, arguments)) {
+        throw UsageError("there is no command \"" + name + "\"; " + *explained);
+    }
+    if (IsAudioFile(name)) {
+        std::vector<std::string> words{name};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        throw UsageError("there is no command \"" + name + "\"; " + ExplainMissingCommand(words));
+    }
+    throw UsageError(DescribeUnknown("command", name, CommandNames()));
 }
 
 // Returns the error with the command line that explains the options.
 UsageError WithHelp(const std::string& problem, const std::string& command) {
-    return UsageError(problem + "; see " + kProgram + (command.empty() ? "" : " ") + command +
-                      " --help");
+    return UsageError(problem + (problem.back() == '?' ? " See " : "; see ") + kProgram +
+                      (command.empty() ? "" : " ") + command + " --help");
+}
+
+// Describes an option that does not exist: with its equivalent, or the option that is meant.
+UsageError DescribeUnknownOption(const std::string& word, const std::vector<Option>& options,
+                                 const std::vector<std::string>& arguments,
+                                 const std::string& command) {
+    const std::string name = word.substr(0, word.find('='));
+    const std::string problem = "there is no option " + name;
+    if (const auto explained = ExplainForeignOption(word, arguments)) {
+        return UsageError(problem + "; " + *explained);
+    }
+    std::vector<std::string> names{"help", "version"};
+    for (const Option& option : options) {
+        if (!option.IsArgument()) {
+            names.push_back(option.LongName().substr(2));
+        }
+    }
+    std::string bareName = name.substr(std::min(name.find_first_not_of('-'), name.size()));
+    std::replace(bareName.begin(), bareName.end(), '_', '-');
+    const auto closest = ClosestName(bareName, names);
+    return WithHelp(problem + (closest.has_value() ? "; did you mean --" + *closest + "?" : ""),
+                    command);
 }
 
 // Parses the arguments of a command.
@@ -84,9 +124,10 @@ void Parse(CommandLine& line, const std::string& name, const std::vector<Option>
     }
     if (!parsed.unknown.empty()) {
         const std::string& word = parsed.unknown.front();
-        const bool isOption = word.size() > 1 && word.front() == '-';
-        throw WithHelp(
-            isOption ? "there is no option " + word : "unexpected argument \"" + word + "\"", name);
+        if (word.size() > 1 && word.front() == '-') {
+            throw DescribeUnknownOption(word, options, line.divided.others, name);
+        }
+        throw WithHelp("unexpected argument \"" + word + "\"", name);
     }
 }
 
@@ -126,7 +167,7 @@ void ShowHelp(const std::vector<std::string>& names, std::ostream& out) {
     if (names.empty()) {
         WriteProgramHelp(HelpWidth(), out);
     } else {
-        WriteCommandHelp(RequireCommand(names.front()), HelpWidth(), out);
+        WriteCommandHelp(RequireCommand(names.front(), {}), HelpWidth(), out);
     }
 }
 
@@ -145,9 +186,11 @@ int Dispatch(CommandLine& line, const Streams& streams, Console& console, int& f
     } else if (name == "manual") {
         WriteManual(line.commonOptions, KEL_HOST_VERSION, streams.out);
     } else if (name == "completion") {
-        WriteCompletion(line.commonOptions, streams.out);
+        const std::vector<std::string>& others = line.divided.others;
+        WriteCompletion(others.empty() ? "" : others.front(), line.commonOptions, streams.out);
     } else {
-        return RunCommand(line, RequireCommand(*name), streams, console, failure);
+        return RunCommand(line, RequireCommand(*name, line.divided.others), streams, console,
+                          failure);
     }
     return kSuccess;
 }

@@ -77,8 +77,8 @@ void WriteNotes(const std::string& notes, std::ostream& out) {
 
 void WriteSynopsis(const CommandEntry& entry, const Command& command, std::ostream& out) {
     for (const std::string& usage : UsagesOf(command)) {
-        out << ".B " << kProgram << " " << entry.name << "\n[options] " << Troff(usage)
-            << "\n.br\n";
+        out << ".B " << kProgram << " " << entry.name << "\n[options]" << (usage.empty() ? "" : " ")
+            << Troff(usage) << "\n.br\n";
     }
 }
 

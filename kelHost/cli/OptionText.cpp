@@ -12,9 +12,7 @@
 
 namespace kel::host {
 
-namespace {
-
-std::string Join(const std::vector<std::string>& words, std::string_view separator) {
+std::string JoinWords(const std::vector<std::string>& words, std::string_view separator) {
     std::string text;
     for (const std::string& word : words) {
         text += text.empty() ? "" : separator;
@@ -23,10 +21,8 @@ std::string Join(const std::vector<std::string>& words, std::string_view separat
     return text;
 }
 
-} // namespace
-
 std::string DisplayedNames(const Option& option) {
-    std::string names = Join(option.Spellings(), ", ");
+    std::string names = JoinWords(option.Spellings(), ", ");
     return option.ValueName().empty() ? names : names + " " + option.ValueName();
 }
 
@@ -49,7 +45,7 @@ std::string DescribeOption(const Option& option) {
     if (!option.Default().empty()) {
         remarks.push_back("default: " + option.Default());
     }
-    return remarks.empty() ? text : text + " (" + Join(remarks, "; ") + ")";
+    return remarks.empty() ? text : text + " (" + JoinWords(remarks, "; ") + ")";
 }
 
 std::vector<std::string> GroupTitles(const std::vector<Option>& options) {
@@ -79,7 +75,7 @@ std::vector<std::string> UsagesOf(const Command& command) {
             words.push_back(option.IsRequired() ? name : "[" + name + "]");
         }
     }
-    return {Join(words, " ")};
+    return {JoinWords(words, " ")};
 }
 
 std::vector<std::string> ExampleLines(const Example& example, std::size_t width) {

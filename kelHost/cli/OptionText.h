@@ -13,6 +13,9 @@ namespace kel::host {
 class Command;
 struct Example;
 
+/// Returns words in one line, with a separator between them.
+std::string JoinWords(const std::vector<std::string>& words, std::string_view separator);
+
 /// Returns the names with the name of the value: "-o, --output PICTURE".
 std::string DisplayedNames(const Option& option);
 

@@ -3,8 +3,10 @@
 #include "base/Errors.h"
 #include "base/FileName.h"
 #include "base/JSONDocument.h"
+#include "base/Suggestion.h"
 #include "base/Text.h"
 #include "commands/CommonOptions.h"
+#include "commands/ForeignRequests.h"
 #include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 #include "commands/OptionParsing.h"
@@ -108,6 +110,14 @@ void RequireSupportedFormats(const std::vector<CopyRequest>& requests, const For
     }
 }
 
+// Refuses a format that only other tools write, with the line that does it.
+void RequireNotForeign(const std::string& format, const std::string& input,
+                       const std::string& output) {
+    if (const auto explained = ExplainForeignFormat(format, input, output)) {
+        throw UsageError(output + ": " + *explained);
+    }
+}
+
 class CopyCommand final : public Command {
 public:
     CopyCommand() {
@@ -185,6 +195,8 @@ public:
         if (m_container.has_value()) {
             m_format.container = FindContainer(*m_container);
             if (m_format.container == nullptr) {
+                RequireNotForeign(*m_container, m_files.front(),
+                                  fs::path(m_files.back()).replace_extension(*m_container));
                 RequireChoice("--format", *m_container, NamesIn(Containers()));
             }
         }
@@ -238,7 +250,7 @@ private:
         }
         const auto named = FindEncoding(m_encoding);
         if (!named.has_value()) {
-            throw InvalidValue("--encoding", m_encoding, ListAlternatives(EncodingNames()));
+            throw InvalidChoice("--encoding", m_encoding, EncodingNames());
         }
         m_format.encoding = named->encoding;
         if (!named->byteOrder.has_value()) {
@@ -263,6 +275,14 @@ private:
         if (m_outputDirectory->empty()) {
             throw InvalidValue("--output-dir", "", "the name of a directory");
         }
+        // Elsewhere, -o is the option for an output file.
+        if (m_files.size() == 1 && ContainerByExtension(*m_outputDirectory) != nullptr &&
+            !fs::is_directory(*m_outputDirectory)) {
+            throw UsageError(
+                fmt::format("--output-dir {} is the name of a file; name the output after the "
+                            "input: kelhost copy {} {}",
+                            *m_outputDirectory, m_files.front(), *m_outputDirectory));
+        }
         std::vector<CopyRequest> requests;
         std::map<std::string, std::string> inputs; // by the output's name
         for (const std::string& input : m_files) {
@@ -282,6 +302,10 @@ private:
     }
 
     CopyRequest MakeRequest(const FileName& input, const std::string& output) const {
+        if (m_format.container == nullptr) {
+            const std::string extension = fs::path(output).extension().string();
+            RequireNotForeign(extension.substr(extension.empty() ? 0 : 1), input.path, output);
+        }
         return {input, output, ResolveFormat(m_format, output), m_options};
     }
 

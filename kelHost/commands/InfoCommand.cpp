@@ -49,6 +49,7 @@ public:
         Add(Option("--field", "NAME,...", &m_fieldNames,
                    "Show only these fields of each file: frames, broadcast.date, tags.title, "
                    "measurement.range_lu, ...")
+                .Offers(FieldNames)
                 .Excludes("--full"));
         Add(Option("--csv", "", &m_csv,
                    "Show a line of comma-separated values for each file; --field selects them")

@@ -3,6 +3,7 @@
 #include "analysis/MetadataDocument.h"
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
+#include "base/Suggestion.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>
@@ -68,22 +69,6 @@ FileInfo ExampleInfo() {
     return info;
 }
 
-// Returns all fields. Items are counted from 0, as in the document.
-std::vector<std::string> FieldNames() {
-    std::vector<std::string> names;
-    json example(ExampleInfo());
-    example.erase("tags");
-    const json members = example.flatten();
-    for (const auto& [pointer, value] : members.items()) {
-        std::string name = pointer.substr(1);
-        std::replace(name.begin(), name.end(), '/', '.');
-        names.push_back(name);
-    }
-    names.push_back(std::string(kTags) + "NAME");
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 // Returns the field of the first item that corresponds to a field of any item.
 std::string FieldOfFirst(const std::string& field) {
     std::string first;
@@ -135,12 +120,27 @@ std::string TextOf(const json& value) {
 
 } // namespace
 
+std::vector<std::string> FieldNames() {
+    std::vector<std::string> names;
+    json example(ExampleInfo());
+    example.erase("tags");
+    const json members = example.flatten();
+    for (const auto& [pointer, value] : members.items()) {
+        std::string name = pointer.substr(1);
+        std::replace(name.begin(), name.end(), '/', '.');
+        names.push_back(name);
+    }
+    names.push_back(std::string(kTags) + "NAME");
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 std::vector<std::string> ParseFields(const std::string& text) {
     std::vector<std::string> fields = Split(text, ',');
     const std::vector<std::string> names = FieldNames();
     for (const std::string& field : fields) {
         if (!IsField(field, names)) {
-            throw InvalidValue("--field", field, ListAlternatives(names));
+            throw InvalidChoice("--field", field, names);
         }
     }
     return fields;

@@ -11,6 +11,9 @@
 
 namespace kel::host {
 
+/// Returns the names of all fields, for completion. Items such as channels are counted from 0.
+std::vector<std::string> FieldNames();
+
 /// Interprets the value of --field: names, separated by commas.
 /// @throws UsageError when one does not exist
 std::vector<std::string> ParseFields(const std::string& text);

@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
+#include "base/Suggestion.h"
 #include "base/Text.h"
 #include "commands/CommonOptions.h"
 
@@ -103,12 +104,12 @@ void to_json(nlohmann::json& members, const Element& element) {
                {"settings", settings}};
 }
 
-std::string ListNames(const std::vector<Element>& elements) {
+std::vector<std::string> NamesOf(const std::vector<Element>& elements) {
     std::vector<std::string> names;
     for (const Element& element : elements) {
         names.push_back(element.implementation);
     }
-    return ListAlternatives(names);
+    return names;
 }
 
 void ShowAll(const std::vector<Element>& elements, std::ostream& out) {
@@ -180,8 +181,7 @@ private:
             }
         }
         if (selected.empty()) {
-            throw JobError(fmt::format("there is no element \"{}\"; use {}", *m_implementation,
-                                       ListNames(all)));
+            throw JobError(DescribeUnknown("element", *m_implementation, NamesOf(all)));
         }
         return selected;
     }

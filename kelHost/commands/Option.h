@@ -37,6 +37,11 @@ public:
         m_choices = std::move(choices);
         return std::move(*this);
     }
+    /// Names values that completion offers. They are made only then.
+    Option&& Offers(std::vector<std::string> (*names)()) && {
+        m_offer = names;
+        return std::move(*this);
+    }
     Option&& Completes(Values values) && {
         m_values = values;
         return std::move(*this);
@@ -88,6 +93,9 @@ public:
     const Target& Variable() const { return m_target; }
     const std::string& Description() const { return m_description; }
     const std::vector<std::string>& AllowedValues() const { return m_choices; }
+    std::vector<std::string> OfferedValues() const {
+        return m_offer != nullptr ? m_offer() : m_choices;
+    }
     Values Completion() const { return m_values; }
     const std::string& Excluded() const { return m_excluded; }
     const std::string& Needed() const { return m_needed; }
@@ -96,6 +104,13 @@ public:
     bool IsFlag() const { return std::holds_alternative<bool*>(m_target); }
     bool IsRepeatable() const {
         return std::holds_alternative<std::vector<std::string>*>(m_target);
+    }
+
+    /// True for names with commas between them.
+    bool IsList() const {
+        const std::string_view end = ",...";
+        return m_valueName.size() > end.size() &&
+               m_valueName.compare(m_valueName.size() - end.size(), end.size(), end) == 0;
     }
 
     /// The default value; empty when there is none.
@@ -111,6 +126,7 @@ private:
     Target m_target;
     std::string m_description;
     std::vector<std::string> m_choices;
+    std::vector<std::string> (*m_offer)() = nullptr;
     Values m_values = Values::Any;
     std::string m_excluded;
     std::string m_needed;

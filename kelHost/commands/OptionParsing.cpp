@@ -1,6 +1,6 @@
 #include "commands/OptionParsing.h"
 
-#include "base/Text.h"
+#include "base/Suggestion.h"
 
 #include <algorithm>
 #include <charconv>
@@ -91,7 +91,7 @@ double ParseToleranceOption(std::string_view name, std::string_view value) {
 void RequireChoice(std::string_view name, std::string_view value,
                    const std::vector<std::string>& choices) {
     if (std::find(choices.begin(), choices.end(), value) == choices.end()) {
-        throw InvalidValue(name, value, ListAlternatives(choices));
+        throw InvalidChoice(name, value, choices);
     }
 }
 

@@ -3,6 +3,7 @@
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
 #include "base/Numbers.h"
+#include "base/Suggestion.h"
 #include "base/Text.h"
 #include "commands/CommonOptions.h"
 #include "commands/InputOptions.h"
@@ -91,10 +92,10 @@ std::vector<std::string> TypesOf(ElementFactoryType kind, const std::string& imp
         }
     }
     if (types.empty()) {
-        throw UsageError(fmt::format("there is no {} \"{}\"; {}", GetLabel(kind), implementation,
-                                     implementations.empty()
-                                         ? "none is registered"
-                                         : "use " + ListAlternatives(implementations)));
+        throw UsageError(implementations.empty()
+                             ? fmt::format("there is no {} \"{}\"; none is registered",
+                                           GetLabel(kind), implementation)
+                             : DescribeUnknown(GetLabel(kind), implementation, implementations));
     }
     return types;
 }
@@ -180,9 +181,12 @@ PipelineElement MakeElement(ElementFactoryType kind, const Choice& choice) {
             for (const ParameterDescription& known : parameters) {
                 keys.push_back(known.name);
             }
-            throw UsageError(fmt::format("{} has no setting \"{}\"; it has {}",
-                                         choice.implementation, key,
-                                         keys.empty() ? "none" : ListAlternatives(keys)));
+            const auto closest = ClosestName(key, keys);
+            throw UsageError(
+                fmt::format("{} has no setting \"{}\"; {}", choice.implementation, key,
+                            closest.has_value()
+                                ? "did you mean " + *closest + "?"
+                                : "it has " + (keys.empty() ? "none" : ListAlternatives(keys))));
         }
         Set(*element.recipe.settings, *parameter, choice.implementation, value);
     }

@@ -6,6 +6,7 @@
 #include "base/Text.h"
 #include "commands/CommonOptions.h"
 #include "commands/OptionParsing.h"
+#include "validation/Check.h"
 #include "validation/Report.h"
 #include "validation/Validator.h"
 
@@ -36,6 +37,14 @@ std::pair<std::string, std::string> ParseSetting(const std::string& text) {
     return {text.substr(0, sign), text.substr(sign + 1)};
 }
 
+std::vector<std::string> CheckNames() {
+    std::vector<std::string> names;
+    for (const Check& check : Checks()) {
+        names.emplace_back(check.name);
+    }
+    return names;
+}
+
 // Shows the records that were logged during a check.
 void ShowRecords(const CheckResult& result, Console& console) {
     std::istringstream lines(result.output);
@@ -58,7 +67,8 @@ public:
                 .Completes(Option::Values::Files)
                 .Required());
         BeginGroup("Selection");
-        Add(Option("--check", "NAME", &m_request.checks, "Make only this check; repeatable"));
+        Add(Option("--check", "NAME", &m_request.checks, "Make only this check; repeatable")
+                .Offers(CheckNames));
         Add(Option("--element", "NAME", &m_request.elements,
                    "Check only this element, IMPLEMENTATION or IMPLEMENTATION:TYPE; repeatable")
                 .Completes(Option::Values::Elements));

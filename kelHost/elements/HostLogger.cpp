@@ -1,6 +1,6 @@
 #include "elements/HostLogger.h"
 
-#include "base/Errors.h"
+#include "base/Suggestion.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>
@@ -51,7 +51,7 @@ Verbosity ParseVerbosity(std::string_view text) {
         }
         words.emplace_back(word);
     }
-    throw InvalidValue("KEL_LOG", text, ListAlternatives(words));
+    throw InvalidChoice("KEL_LOG", text, words);
 }
 
 void HostLogger::Write(LogLevel level, const char* message, const char* context, const char* file,

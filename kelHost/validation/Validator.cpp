@@ -1,6 +1,7 @@
 #include "validation/Validator.h"
 
 #include "base/Errors.h"
+#include "base/Suggestion.h"
 #include "base/Text.h"
 #include "validation/TestInputs.h"
 
@@ -28,8 +29,7 @@ namespace {
 
 [[noreturn]] void FailUnknown(std::string_view what, const std::string& name,
                               const std::vector<std::string>& known) {
-    throw UsageError(
-        fmt::format("there is no {} \"{}\"; use {}", what, name, ListAlternatives(known)));
+    throw UsageError(DescribeUnknown(what, name, known));
 }
 
 std::string RequireInput(const std::string& input) {

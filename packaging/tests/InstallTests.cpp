@@ -71,7 +71,9 @@ TEST(TheInstallation, HasTheseFilesAndNoOthers) {
         "lib/libkelCore.so." KEL_TEST_VERSION,
         "lib/pkgconfig/kelCore.pc",
         "share/bash-completion/completions/kelhost",
+        "share/fish/vendor_completions.d/kelhost.fish",
         "share/man/man1/kelhost.1.gz",
+        "share/zsh/site-functions/_kelhost",
     };
     for (const std::string& header : FilesBelow(KEL_TEST_SOURCES "/kelCore/include")) {
         expected.push_back("include/kelCore/" + header);

@@ -50,6 +50,14 @@ TEST(CommandLine, IsRefusedWithStatus2WhenItIsWrong) {
           Usage{{"fro\nb", "--help"}, "there is no command \"fro\\nb\"; use " + commands},
           Usage{{"help", "fro\nb"}, "there is no command \"fro\\nb\"; use " + commands},
           Usage{{"help", "copy", "run"}, "help expects one command: kelhost help copy\n"},
+          Usage{{"cpy", "a.wav"}, "there is no command \"cpy\"; did you mean copy?\n"},
+          Usage{{"copy", "--encodin", "int24", "a.wav", "b.wav"},
+                "there is no option --encodin; did you mean --encoding? See kelhost copy --help\n"},
+          Usage{{"copy", "-skip_existing=1", "a.wav", "b.wav"},
+                "there is no option -skip_existing; did you mean --skip-existing? See kelhost copy "
+                "--help\n"},
+          Usage{{"--vresion"},
+                "there is no option --vresion; did you mean --version? See kelhost --help\n"},
           Usage{{"--frobnicate"}, "there is no option --frobnicate; see kelhost --help\n"},
           Usage{{"--", "copy"}, "unexpected argument \"copy\"; see kelhost --help\n"},
           Usage{{"info", "--fro\x1B[2J", "a.wav"},
@@ -193,7 +201,7 @@ TEST(CommandLineVerbose, ShowsTheRecordsThatKEL_LOGNames) {
     command.environment["KEL_LOG"] = "Info";
     ExpectResult(RunCommand(command), 2, "",
                  "kelhost: invalid value \"Info\" for KEL_LOG: expected none, error, warning, "
-                 "milestone or info\n");
+                 "milestone or info; did you mean info?\n");
 }
 
 TEST(CommandLineOutput, MustNotBeFullOrClosed) {

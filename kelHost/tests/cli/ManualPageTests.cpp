@@ -1,4 +1,5 @@
-// The manual page and the completion. Both are compared with --help and read by groff and bash.
+// The manual page and the completion for bash. Both are compared with --help and read by groff and
+// bash.
 
 #include "Program.h"
 
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -100,17 +102,19 @@ std::vector<std::string> OptionsIn(const std::string& section) {
 // The words that bash offers for the last of these.
 std::vector<std::string> Complete(const TemporaryDirectory& directory,
                                   const std::vector<std::string>& words) {
-    const ProcessResult script = RunKelhost(directory, {"completion"});
+    const ProcessResult script = RunKelhost(directory, {"completion", "bash"});
     EXPECT_EQ(script.status, 0) << script.err;
     Command bash;
     bash.program = "/bin/bash";
     bash.directory = directory / "";
     // compopt works only in a shell that reads a line.
     bash.arguments = {"-c",
-                      "compopt() { :; }; eval \"$0\"; COMP_WORDS=(kelhost \"$@\"); COMP_CWORD=$#;"
+                      "compopt() { :; }; eval \"$0\"; COMP_WORDS=($KELHOST \"$@\"); COMP_CWORD=$#;"
                       "_kelhost; printf '%s\\n' \"${COMPREPLY[@]}\"",
                       script.out};
     bash.arguments.insert(bash.arguments.end(), words.begin(), words.end());
+    bash.environment["KELHOST"] = KEL_TEST_HOST;
+    bash.environment["KEL_PLUGIN_PATH"] = std::nullopt;
     const ProcessResult result = RunCommand(bash);
     EXPECT_EQ(result.err, "");
     std::vector<std::string> offers = LinesOf(result.out);
@@ -159,7 +163,10 @@ TEST(Manual, IsNotListedAmongTheCommands) {
 
 TEST(Completion, OffersCommands) {
     const TemporaryDirectory directory;
-    EXPECT_THAT(Complete(directory, {""}), UnorderedElementsAreArray(CommandNames(directory)));
+    std::vector<std::string> commands = CommandNames(directory);
+    EXPECT_THAT(Complete(directory, {"help", ""}), testing::IsSupersetOf(commands));
+    commands.emplace_back("help");
+    EXPECT_THAT(Complete(directory, {""}), UnorderedElementsAreArray(commands));
     EXPECT_THAT(Complete(directory, {"pl"}), ElementsAre("plot"));
     EXPECT_THAT(Complete(directory, {"--verbose", "pl"}), ElementsAre("plot"));
 }
@@ -185,6 +192,10 @@ TEST(Completion, OffersTheValuesOfAnOption) {
                 ElementsAre("float32", "float64"));
     EXPECT_THAT(Complete(directory, {"copy", "--on-clip", "="}), ElementsAre("fail", "warn"));
     EXPECT_THAT(Complete(directory, {"copy", "--on-clip", "=", "w"}), ElementsAre("warn"));
+    EXPECT_THAT(Complete(directory, {"info", "--field", "frames,dur"}),
+                ElementsAre("frames,duration"));
+    EXPECT_THAT(Complete(directory, {"validate", "--check", "plugin.l"}),
+                ElementsAre("plugin.loads"));
     EXPECT_THAT(Complete(directory, {"info", "--progress", ""}),
                 ElementsAre("auto", "json", "none"));
 }
@@ -199,6 +210,10 @@ TEST(Completion, OffersFilesDirectoriesOrNothing) {
     EXPECT_THAT(Complete(directory, {"plot", "-o", "b"}), ElementsAre("b.wav"));
     EXPECT_THAT(Complete(directory, {"copy", "--output-dir", ""}), ElementsAre("takes"));
     EXPECT_THAT(Complete(directory, {"copy", "--start", ""}), IsEmpty());
+    EXPECT_THAT(Complete(directory, {"demo", ""}), ElementsAre("takes"));
+    EXPECT_THAT(Complete(directory, {"run", "FilePath", "=", "b"}), ElementsAre("b.wav"));
+    EXPECT_THAT(Complete(directory, {"inspect", "kel."}),
+                ElementsAre("kel.LibsndfileSink", "kel.LibsndfileSource"));
 }
 
 } // namespace kel::test

@@ -172,7 +172,8 @@ TEST(CopyOptions, AreRefusedBeforeAnythingIsWritten) {
          "kelhost: invalid value \"\" for --encoding: expected keep, int16, int24, int32, "
          "float32 or float64\n"},
         {{"take.wav", "a.wav", "--byte-order", "BIG"},
-         "kelhost: invalid value \"BIG\" for --byte-order: expected little or big\n"},
+         "kelhost: invalid value \"BIG\" for --byte-order: expected little or big; did you mean "
+         "big?\n"},
         {{"take.wav", "a.wav", "--on-clip", "ignore"},
          "kelhost: invalid value \"ignore\" for --on-clip: expected warn or fail\n"},
         {{"take.wav", "a.aiff", "--dither", "white"},

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel::test {
@@ -362,11 +363,22 @@ TEST(InfoField, IsRefusedWithTheValidOnesBeforeAnyFileIsRead) {
         "measurement.channels.0.rms, measurement.channels.0.rms_dbfs, "
         "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, "
         "problems.0, rate, seconds, tags.NAME, truncated or warnings\n";
-    for (const std::string field :
-         {"Frames", "measurement.channels", "measurement.channels.x.peak",
-          "measurement.channels.01.peak", "measurement/range_lu", "frames.", "~", "tags."}) {
+    const auto expectRefusal = [&](const std::string& field, const std::string& expected) {
         ExpectResult(RunKelhost(directory, {"info", "missing.wav", "--field=" + field}), 2, "",
-                     "kelhost: invalid value \"" + field + "\"" + names);
+                     "kelhost: invalid value \"" + field + "\"" + expected);
+    };
+    expectRefusal("~", names);
+    expectRefusal("", names);
+    for (const auto& [field, closest] : std::vector<std::pair<std::string, std::string>>{
+             {"Frames", "frames"},
+             {"frames.", "frames"},
+             {"tags.", "tags.NAME"},
+             {"measurement.channels", "measurement.channels.0.at_full_scale"},
+             {"measurement.channels.x.peak", "measurement.channels.0.peak"},
+             {"measurement.channels.01.peak", "measurement.channels.0.peak"},
+             {"measurement/range_lu", "measurement.range_lu"}}) {
+        expectRefusal(field,
+                      " for --field: expected another name; did you mean " + closest + "?\n");
     }
 }
 

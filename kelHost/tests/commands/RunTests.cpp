@@ -230,7 +230,8 @@ TEST(RunErrors, NameTheChoiceOfElements) {
                         {{"kel.Nothing", "!", "kel.LibsndfileSink"},
                          "there is no AudioSource \"kel.Nothing\"" + sources},
                         {{"kel.LibsndfileSink", "!", "kel.LibsndfileSink"},
-                         "there is no AudioSource \"kel.LibsndfileSink\"" + sources},
+                         "there is no AudioSource \"kel.LibsndfileSink\"; did you mean "
+                         "kel.LibsndfileSource?"},
                         {{"a\n\xFF", "!", "kel.LibsndfileSink"},
                          "there is no AudioSource \"a\\n\\xFF\"" + sources},
                         {{"example.ToneSource", "!", "example.ToneSource"},
@@ -293,7 +294,7 @@ TEST(RunErrors, NameTheChoiceOfSettings) {
                 "invalid value \"all\" for Details of test.TextSource: expected a collection, "
                 "which has no text form"},
                {{"example.ToneSource", "!", "example.LevelMeterSink", "Path=a"},
-                "example.LevelMeterSink has no setting \"Path\"; it has FilePath"},
+                "example.LevelMeterSink has no setting \"Path\"; did you mean FilePath?"},
            });
 }
 

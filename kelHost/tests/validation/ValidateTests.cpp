@@ -276,9 +276,14 @@ TEST(Validate, RefusesWrongCommandLines) {
     };
     const std::string plugin = TestPlugin("kelBroken");
     const std::vector<Row> rows{
-        {{plugin, "--element", "test.Tone", "--element", "test.Tone:AIFF"},
-         "there is no element \"test.Tone:AIFF\"; use test.Tone:WAVE, test.Bytes:RAW "
+        {{plugin, "--element", "test.Tone", "--element", "none.AIFF"},
+         "there is no element \"none.AIFF\"; use test.Tone:WAVE, test.Bytes:RAW "
          "or test.Heap:Heap"},
+        {{plugin, "--element", "Tone"},
+         "there is no element \"Tone\"; did you mean test.Tone:WAVE?"},
+        {{plugin, "--check", "plugin.load"},
+         "there is no check \"plugin.load\"; did you mean plugin.loads?"},
+        {{plugin, "--set", "frame=3"}, "there is no setting \"frame\"; did you mean Frames?"},
         {{plugin, "--set", "Length=3"}, "there is no setting \"Length\"; use FilePath or Frames"},
         {{plugin, "--set", "Length"}, "invalid value \"Length\" for --set: expected NAME=VALUE"},
         {{plugin, "--input", "missing.wav"},
@@ -293,10 +298,9 @@ TEST(Validate, RefusesWrongCommandLines) {
         ExpectResult(RunKelhost(directory, Arguments{"validate"} + row.arguments), 2, "",
                      "kelhost: " + row.error + "\n");
     }
-    const ProcessResult unknown =
-        RunKelhost(directory, {"validate", plugin, "--check", "source.sings"});
+    const ProcessResult unknown = RunKelhost(directory, {"validate", plugin, "--check", "~"});
     EXPECT_EQ(unknown.status, 2);
-    const std::string start = "kelhost: there is no check \"source.sings\"; use plugin.loads, ";
+    const std::string start = "kelhost: there is no check \"~\"; use plugin.loads, ";
     EXPECT_EQ(unknown.err.substr(0, start.size()), start);
     ExpectResult(
         RunKelhost(directory, {"validate", plugin, "--junit", "missing/report.xml"}), 1, "",

@@ -1,0 +1,205 @@
+#include "AudioFiles.h"
+#include "Program.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kel::test {
+
+namespace {
+
+// A command line, and the reason and the line that it is answered with.
+struct ForeignRow {
+    Arguments arguments;
+    std::string problem;
+    std::string reason;
+    std::string line;
+};
+
+ForeignRow OptionRow(const Arguments& option, const std::string& reason, const std::string& line) {
+    const std::string name = option.front().substr(0, option.front().find('='));
+    return {Arguments{"copy", "in.wav", "out.wav"} + option, "there is no option " + name, reason,
+            line};
+}
+
+ForeignRow CommandRow(const std::string& command, const std::string& reason,
+                      const std::string& line) {
+    return {
+        {command, "in.wav", "out.wav"}, "there is no command \"" + command + "\"", reason, line};
+}
+
+// Runs a line in a shell that finds the program, or only parses it where it needs a sound device.
+void ExpectLineWorks(const std::string& line) {
+    const TemporaryDirectory directory;
+    WriteAudio(directory / "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 1000,
+               std::vector<float>(2U * 20 * 1000, 0.25F));
+    const bool readsOutput =
+        line.find("compare") != std::string::npos || line.rfind("sox ", 0) == 0;
+    if (readsOutput) {
+        std::filesystem::copy_file(directory / "in.wav", directory / "out.wav");
+    }
+    const bool isOnlyParsed = line.find(" - ") != std::string::npos;
+    const bool needsDevice =
+        isOnlyParsed || line.find("ffplay") != std::string::npos || line.rfind("rec ", 0) == 0;
+    const char* path = std::getenv("PATH");
+    Command shell;
+    shell.program = "/bin/sh";
+    shell.arguments = {needsDevice ? "-nc" : "-ec", line};
+    shell.directory = directory.Path();
+    shell.environment["PATH"] = std::filesystem::path(KEL_TEST_HOST).parent_path().string() + ":" +
+                                (path != nullptr ? path : "");
+    shell.environment["KEL_PLUGIN_PATH"] = std::nullopt;
+    const ProcessResult result = RunCommand(shell);
+    EXPECT_EQ(result.status, 0) << result.err;
+    const bool writes = line.find("out.wav") != std::string::npos && !needsDevice;
+    EXPECT_EQ(std::filesystem::exists(directory / "out.wav"), writes);
+}
+
+void ExpectExplained(const std::vector<ForeignRow>& rows) {
+    for (const ForeignRow& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.arguments));
+        const TemporaryDirectory directory;
+        ExpectResult(RunKelhost(directory, row.arguments), 2, "",
+                     "kelhost: " + row.problem + "; " + row.reason + ": " + row.line + "\n");
+        EXPECT_EQ(SortedNames(directory), Names{});
+        ExpectLineWorks(row.line);
+    }
+}
+
+const std::string kPipe = "kelhost copy in.wav - --format wave | ";
+const std::string kInOut = "kelhost copy in.wav out.wav";
+const std::string kNoRate = "kelhost does not change the rate, and sox does";
+const std::string kNoLevels = "kelhost does not change levels, and sox does";
+const std::string kNoMix =
+    "kelhost selects channels (--channels) and does not mix them, and sox does";
+
+std::string NameIs(const std::string& name) {
+    return "the name of this option is --" + name;
+}
+
+std::string CommandIs(const std::string& name) {
+    return "the name of this command is " + name;
+}
+
+} // namespace
+
+TEST(ForeignOptions, AreAnsweredWithALineThatWorks) {
+    ExpectExplained({
+        OptionRow({"-r", "22050"}, kNoRate, kPipe + "sox -t wav - -r 22050 out.wav"),
+        OptionRow({"--rate=22050"}, kNoRate, kPipe + "sox -t wav - -r 22050 out.wav"),
+        OptionRow({"--rate"}, kNoRate, kPipe + "sox -t wav - -r 44100 out.wav"),
+        OptionRow({"-b", "16"}, NameIs("encoding"), kInOut + " --encoding int16"),
+        OptionRow({"-b", "8"}, NameIs("encoding"), kInOut + " --encoding int24"),
+        OptionRow({"-acodec", "pcm_s24le"}, NameIs("encoding"), kInOut + " --encoding int24"),
+        OptionRow({"-c", "1"}, kNoMix, kPipe + "sox -t wav - -c 1 out.wav"),
+        OptionRow({"--mono"}, kNoMix, kPipe + "sox -t wav - -c 1 out.wav"),
+        OptionRow({"--stereo"}, kNoMix, kPipe + "sox -t wav - -c 2 out.wav"),
+        OptionRow({"-ss", "0:05"}, NameIs("start"), kInOut + " --start 0:05"),
+        OptionRow({"-to", "5"}, NameIs("end"), kInOut + " --end 5"),
+        OptionRow({"-t", "5"}, NameIs("duration"), kInOut + " --duration 5"),
+        OptionRow({"-t", "wav"}, NameIs("format"), kInOut + " --format wave"),
+        OptionRow({"--trim"}, "--start, --end and --duration cut out a part",
+                  kInOut + " --start 0 --end 10"),
+        OptionRow({"-i"}, "files are named without options, the input first", kInOut),
+        OptionRow({"-y"}, NameIs("force"), kInOut + " --force"),
+        OptionRow({"--no-clobber"}, NameIs("skip-existing"), kInOut + " --skip-existing"),
+        OptionRow({"--gain", "-6"}, kNoLevels, kPipe + "sox -t wav - out.wav gain -6"),
+        OptionRow({"--normalize"}, kNoLevels, kPipe + "sox -t wav - out.wav norm"),
+        OptionRow({"--loudnorm"},
+                  "kelhost measures loudness (info --measure), and ffmpeg changes it",
+                  kPipe + "ffmpeg -i - -af loudnorm out.wav"),
+        OptionRow({"--fade"}, "kelhost does not fade, and sox does",
+                  kPipe + "sox -t wav - out.wav fade 1"),
+        OptionRow({"--reverse"}, "kelhost does not reverse audio, and sox does",
+                  kPipe + "sox -t wav - out.wav reverse"),
+        OptionRow({"--speed", "2"}, "kelhost does not change the tempo, and sox does",
+                  kPipe + "sox -t wav - out.wav tempo 2"),
+        OptionRow({"--bitrate"}, "kelhost writes uncompressed audio, and ffmpeg compresses it",
+                  kPipe + "ffmpeg -i - out.mp3"),
+        OptionRow({"--strip"}, NameIs("metadata"), kInOut + " --metadata none"),
+        OptionRow({"--threads", "2"}, NameIs("jobs"), kInOut + " --jobs 2"),
+        OptionRow({"--silent"}, NameIs("quiet"), kInOut + " --quiet"),
+        OptionRow({"--md5"}, NameIs("checksum"), "kelhost info --checksum in.wav"),
+        OptionRow({"--stats"}, NameIs("measure"), "kelhost info --measure in.wav"),
+    });
+}
+
+TEST(ForeignCommands, AreAnsweredWithALineThatWorks) {
+    ExpectExplained({
+        CommandRow("convert", CommandIs("copy"), kInOut),
+        CommandRow("trim", "copy cuts out a part", kInOut + " --start 0 --end 10"),
+        CommandRow("split", "copy cuts out one part at a time", kInOut + " --start 0 --end 10"),
+        CommandRow("cat", "kelhost does not join files, and sox does",
+                   "sox in.wav out.wav joined.wav"),
+        CommandRow("mix", "kelhost does not mix files, and sox does",
+                   "sox -m in.wav out.wav mixed.wav"),
+        CommandRow("play", "kelhost does not play audio, and ffplay does", kPipe + "ffplay -i -"),
+        CommandRow("record", "kelhost does not record audio, and sox does", "rec out.wav"),
+        CommandRow("resample", kNoRate, kPipe + "sox -t wav - -r 44100 out.wav"),
+        CommandRow("gain", kNoLevels, kPipe + "sox -t wav - out.wav gain -3"),
+        CommandRow("normalize", kNoLevels, kPipe + "sox -t wav - out.wav norm"),
+        CommandRow("mono", kNoMix, kPipe + "sox -t wav - -c 1 out.wav"),
+        CommandRow("fade", "kelhost does not fade, and sox does",
+                   kPipe + "sox -t wav - out.wav fade 1"),
+        CommandRow("reverse", "kelhost does not reverse audio, and sox does",
+                   kPipe + "sox -t wav - out.wav reverse"),
+        CommandRow("spectrogram", "kelhost does not draw spectrograms, and sox does",
+                   kPipe + "sox -t wav - -n spectrogram"),
+        CommandRow("probe", CommandIs("info"), "kelhost info in.wav"),
+        CommandRow("tags", "info shows tags and other metadata", "kelhost info --full in.wav"),
+        CommandRow("stats", "info measures audio", "kelhost info --measure in.wav"),
+        CommandRow("md5", "info computes checksums", "kelhost info --checksum in.wav"),
+        CommandRow("diff", CommandIs("compare"), "kelhost compare in.wav out.wav"),
+        CommandRow("waveform", CommandIs("plot"), "kelhost plot in.wav"),
+        CommandRow("plugins", CommandIs("inspect"), "kelhost inspect"),
+        CommandRow("encodings", CommandIs("formats"), "kelhost formats"),
+        CommandRow("version", "this is an option", "kelhost --version"),
+    });
+}
+
+TEST(ForeignFormats, AreAnsweredWithAPipe) {
+    const TemporaryDirectory directory;
+    const std::string reason =
+        "kelhost writes WAVE, RF64 and AIFF, and ffmpeg writes this format: ";
+    for (const std::string extension : {"flac", "MP3"}) {
+        const std::string line = kPipe + "ffmpeg -i - out." + extension;
+        ExpectResult(RunKelhost(directory, {"copy", "in.wav", "out." + extension}), 2, "",
+                     "kelhost: out." + extension + ": " + reason + line + "\n");
+        ExpectResult(RunKelhost(directory, {"copy", "in.wav", "out.wav", "--format", extension}), 2,
+                     "", "kelhost: out." + extension + ": " + reason + line + "\n");
+        ExpectLineWorks(line);
+    }
+}
+
+TEST(ForeignRequests, QuoteFilesForTheShell) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunKelhost(directory, {"copy", "it's a take.wav", "$out.wav", "-y"}), 2, "",
+                 "kelhost: there is no option -y; the name of this option is --force: kelhost copy "
+                 "'it'\\''s a take.wav' '$out.wav' --force\n");
+    ExpectResult(RunKelhost(directory, {"take.wav", "$out.wav"}), 2, "",
+                 "kelhost: there is no command \"take.wav\"; to copy a file: kelhost copy take.wav "
+                 "'$out.wav'\n");
+    ExpectResult(RunKelhost(directory, {"a take.wav"}), 2, "",
+                 "kelhost: there is no command \"a take.wav\"; to show facts about a file: kelhost "
+                 "info 'a take.wav'\n");
+}
+
+TEST(ForeignRequests, DoNotMakeADirectoryWithTheNameOfAnOutput) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "in.wav");
+    ExpectResult(RunKelhost(directory, {"copy", "in.wav", "-o", "out.wav"}), 2, "",
+                 "kelhost: --output-dir out.wav is the name of a file; name the output after the "
+                 "input: kelhost copy in.wav out.wav\n");
+    EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+    std::filesystem::create_directory(directory / "out.wav");
+    ExpectResult(RunKelhost(directory, {"copy", "in.wav", "-o", "out.wav"}), 0,
+                 CopyReport("in.wav", "out.wav/in.wav"), "");
+}
+
+} // namespace kel::test
