@@ -36,6 +36,10 @@ public:
 
     std::size_t Channels() const { return m_channels.size(); }
     std::size_t Columns() const { return m_columns; }
+
+    /// Returns whether each column is a single frame. A plot then draws a line through the frames.
+    bool HasSingleFrames() const { return static_cast<std::int64_t>(m_columns) == m_frames; }
+
     const EnvelopeColumn& At(std::size_t channel, std::size_t column) const {
         return m_channels[channel][column];
     }

@@ -8,11 +8,16 @@
 
 namespace kel::host {
 
+namespace {
+
+constexpr double kDecibelRange = 60;
+
+} // namespace
+
 LevelAxis::LevelAxis(LevelScale scale, float peak)
     : m_scale(scale), m_edge(std::max(1.0, static_cast<double>(peak))) {}
 
 double LevelAxis::Position(double value) const {
-    constexpr double kDecibelRange = 60;
     if (m_scale == LevelScale::Linear) {
         return value / m_edge;
     }
@@ -22,6 +27,15 @@ double LevelAxis::Position(double value) const {
     }
     const double position = 1 + 20 * std::log10(magnitude) / kDecibelRange;
     return std::copysign(std::clamp(position, 0.0, 1.0), value);
+}
+
+std::string LevelAxis::LevelAt(double position) const {
+    if (m_scale == LevelScale::Decibels) {
+        return fmt::format("{:.0f}", (position - 1) * kDecibelRange);
+    }
+    constexpr double kShort = 999; // longer numbers have an exponent
+    const double level = position * m_edge;
+    return level <= kShort ? fmt::format("{:.3g}", level) : fmt::format("{:.0e}", level);
 }
 
 std::vector<LevelAxis::Label> LevelAxis::Labels(double lines) const {

@@ -21,6 +21,9 @@ public:
     /// Returns the position of a value.
     double Position(double value) const;
 
+    /// Returns the level at a position from 0 to 1, at most five characters: "0.75", "-15" (dBFS).
+    std::string LevelAt(double position) const;
+
     /// A label at a position.
     struct Label {
         double position;

@@ -19,6 +19,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kel::host {
 
@@ -26,6 +27,7 @@ namespace {
 
 struct CairoLibrary {
     LoadedLibrary library{"libcairo.so.2", "libcairo2"};
+    KEL_LIBRARY_FUNCTION(cairo_arc);
     KEL_LIBRARY_FUNCTION(cairo_create);
     KEL_LIBRARY_FUNCTION(cairo_destroy);
     KEL_LIBRARY_FUNCTION(cairo_fill);
@@ -35,8 +37,12 @@ struct CairoLibrary {
     KEL_LIBRARY_FUNCTION(cairo_paint);
     KEL_LIBRARY_FUNCTION(cairo_pdf_surface_create);
     KEL_LIBRARY_FUNCTION(cairo_rectangle);
+    KEL_LIBRARY_FUNCTION(cairo_restore);
+    KEL_LIBRARY_FUNCTION(cairo_save);
     KEL_LIBRARY_FUNCTION(cairo_select_font_face);
     KEL_LIBRARY_FUNCTION(cairo_set_font_size);
+    KEL_LIBRARY_FUNCTION(cairo_set_line_cap);
+    KEL_LIBRARY_FUNCTION(cairo_set_line_join);
     KEL_LIBRARY_FUNCTION(cairo_set_line_width);
     KEL_LIBRARY_FUNCTION(cairo_set_source_rgb);
     KEL_LIBRARY_FUNCTION(cairo_show_text);
@@ -227,7 +233,7 @@ private:
     void DrawTitle(const std::string& name, const std::string& facts) {
         const double size = Scaled(kTitleSize);
         const double room = m_layout.Width() - m_layout.Left();
-        std::size_t most = CountCharacters(name);
+        std::size_t most = DisplayWidth(name);
         while (most > 0 && TextWidth(KeepEnd(name, most) + facts, size) > room) {
             --most;
         }
@@ -258,6 +264,19 @@ private:
             DrawLine(kGrid, m_layout.Left(), middle + reach, m_layout.Right(), middle + reach);
         }
         DrawLine(kGrid, m_layout.Left(), middle, m_layout.Right(), middle);
+        if (envelope.HasSingleFrames()) {
+            DrawCurve(envelope, axis, channel, middle, reach);
+        } else {
+            DrawBars(envelope, axis, channel, middle, reach);
+        }
+        DrawClipMarks(envelope, channel, middle, reach);
+        DrawLevelLabels(axis, middle, reach);
+        DrawChannelLabel(channel, middle);
+    }
+
+    // Draws the peaks and the RMS level of each column.
+    void DrawBars(const Envelope& envelope, const LevelAxis& axis, std::size_t channel,
+                  double middle, double reach) {
         const auto peaks = [&](std::size_t i) {
             const Extremes extremes = Joined(envelope, channel, i);
             return Span{middle - axis.Position(extremes.highest) * reach,
@@ -271,9 +290,54 @@ private:
             const Span peak = peaks(i);
             return Span{std::max(middle - rms, peak.top), std::min(middle + rms, peak.bottom)};
         });
-        DrawClipMarks(envelope, channel, middle, reach);
-        DrawLevelLabels(axis, middle, reach);
-        DrawChannelLabel(channel, middle);
+    }
+
+    struct Point {
+        double x;
+        double y;
+    };
+
+    // Draws a line from frame to frame, each at its time, with a dot for each frame where there is
+    // room. The line has a gap where a value is not finite.
+    void DrawCurve(const Envelope& envelope, const LevelAxis& axis, std::size_t channel,
+                   double middle, double reach) {
+        constexpr double kLineWidth = 1.5;
+        constexpr double kRoomForDots = 10;
+        std::vector<Point> points;
+        bool isConnected = false;
+        Cairo().cairo_save(m_cairo.get());
+        Cairo().cairo_set_line_width(m_cairo.get(), kLineWidth * Scaled(1));
+        Cairo().cairo_set_line_cap(m_cairo.get(), CAIRO_LINE_CAP_ROUND); // a single frame is a dot
+        Cairo().cairo_set_line_join(m_cairo.get(), CAIRO_LINE_JOIN_ROUND);
+        SetColor(kRMSColor);
+        for (std::size_t i = 0; i < envelope.Columns(); ++i) {
+            const EnvelopeColumn& frame = envelope.At(channel, i);
+            if (frame.values == 0) {
+                isConnected = false;
+                continue;
+            }
+            points.push_back({m_layout.Left() + static_cast<double>(i) * ColumnWidth(envelope),
+                              middle - axis.Position(static_cast<double>(frame.highest)) * reach});
+            if (!isConnected) {
+                Cairo().cairo_move_to(m_cairo.get(), points.back().x, points.back().y);
+            }
+            Cairo().cairo_line_to(m_cairo.get(), points.back().x, points.back().y);
+            isConnected = true;
+        }
+        Cairo().cairo_stroke(m_cairo.get());
+        if (ColumnWidth(envelope) >= Scaled(kRoomForDots)) {
+            DrawDots(points);
+        }
+        Cairo().cairo_restore(m_cairo.get());
+    }
+
+    void DrawDots(const std::vector<Point>& points) {
+        constexpr double kRadius = 2.5;
+        constexpr double kTurn = 6.283185307179586;
+        for (const Point& point : points) {
+            Cairo().cairo_arc(m_cairo.get(), point.x, point.y, kRadius * Scaled(1), 0, kTurn);
+            Cairo().cairo_fill(m_cairo.get());
+        }
     }
 
     void DrawLevelLabels(const LevelAxis& axis, double middle, double reach) {
@@ -348,7 +412,8 @@ private:
     void DrawClipMarks(const Envelope& envelope, std::size_t channel, double middle, double reach) {
         // Large enough to see a single value, small enough to see the waveform.
         const double height = std::min(Scaled(3), reach / 3);
-        const double width = std::max(ColumnWidth(envelope), Scaled(2));
+        const double width =
+            envelope.HasSingleFrames() ? Scaled(3) : std::max(ColumnWidth(envelope), Scaled(2));
         SetColor(kClipColor);
         for (std::size_t i = 0; i < envelope.Columns(); ++i) {
             if (envelope.At(channel, i).clipped) {

@@ -1,6 +1,7 @@
 #include "analysis/WaveformPlot.h"
 
 #include "analysis/Envelope.h"
+#include "analysis/WaveformCharacters.h"
 #include "analysis/WaveformPicture.h"
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
@@ -16,8 +17,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -28,32 +27,6 @@
 namespace kel::host {
 
 namespace {
-
-// Returns a lane of two rows for each channel, in eighths of a character.
-std::string DrawCharacters(const Envelope& envelope, const LevelAxis& axis,
-                           const std::string& footer) {
-    constexpr std::array<const char*, 9> kEighths{" ", "▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
-    constexpr int kRows = 2;
-    constexpr int kSteps = 8;
-    std::string text;
-    for (std::size_t channel = 0; channel < envelope.Channels(); ++channel) {
-        for (int row = kRows - 1; row >= 0; --row) {
-            std::string line = row == 0 ? fmt::format("{:>3} ", channel + 1) : "    ";
-            for (std::size_t i = 0; i < envelope.Columns(); ++i) {
-                const EnvelopeColumn& column = envelope.At(channel, i);
-                const double position = axis.Position(static_cast<double>(column.Peak()));
-                const int filled = static_cast<int>(std::lround(position * kRows * kSteps));
-                const bool mark = row == kRows - 1 && column.clipped;
-                line += mark ? "!"
-                             : kEighths[static_cast<std::size_t>(
-                                   std::clamp(filled - row * kSteps, 0, kSteps))];
-            }
-            line.erase(line.find_last_not_of(' ') + 1);
-            text += line + "\n";
-        }
-    }
-    return text + "    " + footer + "\n";
-}
 
 RangeReader ReaderOf(const SourceReader& source, const FrameRange& range, Reporter& reporter) {
     const ReadingScope reading(reporter); // it seeks
@@ -130,15 +103,14 @@ PlottedFile OpenAndCount(const PlotRequest& request, const HostLogger& log, Repo
 std::string PlotCharacters(const PlotRequest& request, const SourceReader& source,
                            const FrameRange& range, const HostLogger& log, Reporter& reporter,
                            Warnings& warnings) {
-    constexpr std::size_t kMinWidth = 20;
-    constexpr std::size_t kLabelWidth = 4;
-    const std::size_t columns = std::max(kMinWidth, request.width) - kLabelWidth;
+    const std::size_t columns = CharacterColumns(request.width);
     const Envelope envelope =
         ReadEnvelope(request, source, range, columns, log, reporter, warnings);
-    return DrawCharacters(envelope, LevelAxis(request.scale, envelope.Peak()),
-                          fmt::format("{} to {}, {} Hz", FormatDuration(range.first, source.Rate()),
-                                      FormatDuration(range.first + *range.count, source.Rate()),
-                                      source.Rate()));
+    return DrawCharacters(envelope, LevelAxis(request.scale, envelope.Peak()), columns,
+                          request.characters) +
+           fmt::format("    {} to {}, {} Hz{}\n", FormatDuration(range.first, source.Rate()),
+                       FormatDuration(range.first + *range.count, source.Rate()), source.Rate(),
+                       request.scale == LevelScale::Decibels ? ", levels in dBFS" : "");
 }
 
 PictureSize PlotPicture(const PlotRequest& request, const PlottedFile& file,

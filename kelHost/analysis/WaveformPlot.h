@@ -2,6 +2,7 @@
 #pragma once
 
 #include "analysis/LevelAxis.h"
+#include "analysis/WaveformCharacters.h"
 #include "audio/TimeRange.h"
 #include "base/FileName.h"
 #include "container/InputPolicy.h"
@@ -22,6 +23,7 @@ struct PlotRequest {
     TimeRange range;                    ///< the part to draw
     InputPolicy inputPolicy;            ///< which inputs are accepted
     LevelScale scale = LevelScale::Linear;
+    CharacterSet characters = CharacterSet::Unicode; ///< of a plot without a picture
     std::size_t width = 0;  ///< pixels, points or characters; 0: the usual width
     std::size_t height = 0; ///< pixels or points; 0: the usual height for the number of channels
 };

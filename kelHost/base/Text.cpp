@@ -110,21 +110,6 @@ std::string ListAlternatives(const std::vector<std::string>& names) {
     return list;
 }
 
-std::size_t CountCharacters(const std::string& text) {
-    return ConvertPlatformStringToWideString(text).size();
-}
-
-std::string KeepEnd(const std::string& text, std::size_t maxCharacters) {
-    const std::wstring characters = ConvertPlatformStringToWideString(text);
-    if (characters.size() <= maxCharacters) {
-        return text;
-    }
-    constexpr std::size_t kDots = 3;
-    const std::size_t dots = std::min(maxCharacters, kDots);
-    return std::string(dots, '.') + ConvertWideStringToPlatformString(characters.substr(
-                                        characters.size() - (maxCharacters - dots)));
-}
-
 std::string Escape(std::string_view text) {
     const bool isPlain =
         std::all_of(text.begin(), text.end(), [](char byte) { return byte >= ' ' && byte <= '~'; });
@@ -165,9 +150,9 @@ std::string FormatTable(const std::vector<Column>& columns,
     std::vector<std::size_t> widths;
     std::vector<std::string> titles;
     for (std::size_t i = 0; i < columns.size(); ++i) {
-        std::size_t width = CountCharacters(columns[i].title);
+        std::size_t width = DisplayWidth(columns[i].title);
         for (const auto& row : rows) {
-            width = std::max(width, CountCharacters(row[i]));
+            width = std::max(width, DisplayWidth(row[i]));
         }
         widths.push_back(width);
         titles.push_back(columns[i].title);
@@ -177,9 +162,8 @@ std::string FormatTable(const std::vector<Column>& columns,
     const auto appendRow = [&](const std::vector<std::string>& row) {
         std::string line;
         for (std::size_t i = 0; i < columns.size(); ++i) {
-            const std::string padding(widths[i] - CountCharacters(row[i]), ' ');
             line += i == 0 ? "" : "  ";
-            line += columns[i].align == Align::Right ? padding + row[i] : row[i] + padding;
+            line += Pad(row[i], widths[i], columns[i].align);
         }
         line.erase(line.find_last_not_of(' ') + 1);
         table += line + "\n";

@@ -1,7 +1,8 @@
 /// Text for people: escaped file names, counts, durations, tables. Pure functions.
 #pragma once
 
-#include <cstddef>
+#include "base/DisplayWidth.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -24,13 +25,6 @@ std::string Count(std::uint64_t number, std::string_view noun);
 /// Returns alternatives as a list: "little or big", "wave, bwave or aiff".
 std::string ListAlternatives(const std::vector<std::string>& names);
 
-/// Returns the number of characters (code points) in a text.
-std::size_t CountCharacters(const std::string& text);
-
-/// Shortens a text to a number of characters. Dots replace its beginning, because files of one take
-/// differ at the end of their names.
-std::string KeepEnd(const std::string& text, std::size_t maxCharacters);
-
 /// Returns bytes as hexadecimal digits: "060a".
 std::string Hexadecimal(std::string_view bytes);
 
@@ -43,17 +37,14 @@ std::string FormatDuration(std::int64_t frames, std::uint32_t rate);
 /// @param seconds not negative
 std::string FormatSeconds(std::int64_t seconds);
 
-/// Alignment of a table column.
-enum class Align { Left, Right };
-
 /// One column of a table.
 struct Column {
     std::string title;
     Align align = Align::Left;
 };
 
-/// Returns a table of aligned columns with a title line; each line ends with a newline. Widths
-/// count code points, so that names in any script line up.
+/// Returns a table of aligned columns with a title line; each line ends with a newline. Names
+/// in any script line up.
 /// @param columns the columns, from left to right
 /// @param rows the cells of each row, one for each column
 std::string FormatTable(const std::vector<Column>& columns,

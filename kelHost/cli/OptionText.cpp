@@ -109,7 +109,7 @@ std::vector<std::string> WrapWords(std::string_view text, std::size_t width) {
     std::istringstream words{std::string(text)};
     for (std::string word; words >> word;) {
         const bool fits =
-            !lines.empty() && CountCharacters(lines.back()) + 1 + CountCharacters(word) <= width;
+            !lines.empty() && DisplayWidth(lines.back()) + 1 + DisplayWidth(word) <= width;
         if (fits) {
             lines.back() += " " + word;
         } else {

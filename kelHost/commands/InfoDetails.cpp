@@ -21,7 +21,8 @@ namespace {
 
 // The names of facts are as wide as that of the integrated loudness, which may follow.
 std::string Line(std::string_view name, std::string_view text) {
-    return fmt::format("{:<19}  {}\n", name, text);
+    constexpr std::size_t kNameWidth = 19;
+    return fmt::format("{}  {}\n", Pad(std::string(name), kNameWidth), text);
 }
 
 // Adds a text of a file in as many lines as it has; nothing for an empty one.
@@ -96,19 +97,8 @@ void AddTags(const std::vector<Tag>& tags, std::string& text) {
 
 // Shortens a label for a table: its rows are as wide as the longest one.
 std::string Shorten(const std::string& text) {
-    constexpr std::size_t kMaxCharacters = 60;
-    std::string escaped = Escape(text);
-    std::size_t characters = 0;
-    for (std::size_t i = 0; i < escaped.size(); ++i) {
-        constexpr unsigned kContinuationMask = 0xC0;
-        constexpr unsigned kContinuation = 0x80; // a byte within a character
-        const bool begins =
-            (static_cast<unsigned char>(escaped[i]) & kContinuationMask) != kContinuation;
-        if (begins && ++characters > kMaxCharacters) {
-            return escaped.substr(0, i) + "...";
-        }
-    }
-    return escaped;
+    constexpr std::size_t kMaxWidth = 60;
+    return KeepBeginning(Escape(text), kMaxWidth);
 }
 
 // Returns a table without the columns that have no text at all.

@@ -4,6 +4,7 @@
 #include "analysis/WaveformPlot.h"
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
+#include "base/Locale.h"
 #include "commands/CommonOptions.h"
 #include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
@@ -49,10 +50,10 @@ public:
         Add(Option("FILE", "", &m_file, "The file to draw")
                 .Completes(Option::Values::Files)
                 .Required());
-        BeginGroup("Picture");
-        Add(Option("-o,--output", "PICTURE", &m_request.picture,
+        Add(Option("PICTURE", "", &m_request.picture,
                    "The picture, .png, .svg or .pdf; default: characters")
                 .Completes(Option::Values::Files));
+        BeginGroup("Picture");
         Add(Option("--size", "WxH", &m_size, "Size of the picture: 1600x600"));
         Add(Option("--level", "SCALE", &m_level, "The level axis: linear or db").Choices(Scales()));
         Add(Option("-f,--force", "", &m_request.replace, "Replace an existing picture"));
@@ -65,8 +66,8 @@ public:
             Add(std::move(option));
         }
         AddExample("kelhost plot take.wav", "Draw in the terminal");
-        AddExample("kelhost plot take.wav -o take.png --level db", "Draw a picture in decibels");
-        AddExample("kelhost plot take.wav -o bar.svg --start 0:01:00 --duration 2 --size 800x300",
+        AddExample("kelhost plot take.wav take.png --level db", "Draw a picture in decibels");
+        AddExample("kelhost plot take.wav bar.svg --start 0:01:00 --duration 2 --size 800x300",
                    "Draw a part");
     }
 
@@ -80,11 +81,16 @@ public:
             RequirePictureExtension(*m_request.picture);
         }
         if (m_size.has_value()) {
+            if (!m_request.picture.has_value()) {
+                throw UsageError("--size is for pictures; name one after the file, for example "
+                                 "take.png");
+            }
             const PictureSize size = ParseSize(*m_size);
             m_request.width = size.width;
             m_request.height = size.height;
         } else if (!m_request.picture.has_value()) {
             m_request.width = TerminalWidth(STDOUT_FILENO);
+            m_request.characters = UsesUTF8() ? CharacterSet::Unicode : CharacterSet::ASCII;
         }
     }
 

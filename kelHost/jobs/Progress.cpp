@@ -151,14 +151,14 @@ std::string Progress::Line(double elapsed) const {
     constexpr std::size_t kLongestBar = 24;
     constexpr std::size_t kShortestBar = 5;
     constexpr std::size_t kAround = 4; // spaces and brackets
-    const std::size_t room = m_width - std::min(m_width, CountCharacters(tail) + kAround + 1);
+    const std::size_t room = m_width - std::min(m_width, DisplayWidth(tail) + kAround + 1);
     const std::size_t nameRoom =
         std::clamp(room - std::min(room, kLongestBar), kShortestName, kLongestName);
     const std::string name =
         KeepEnd(m_files.size() == 1 ? m_files.front()
                                     : fmt::format("{} of {} files", m_finished, m_files.size()),
                 nameRoom);
-    const std::size_t barRoom = room - std::min(room, CountCharacters(name));
+    const std::size_t barRoom = room - std::min(room, DisplayWidth(name));
     const std::size_t bar = std::min(barRoom, kLongestBar);
     if (bar < kShortestBar) {
         return KeepEnd(name + " " + tail, m_width - std::min<std::size_t>(m_width, 1));

@@ -111,9 +111,9 @@ std::string FormatLine(const CheckResult& result, const ReportColumns& columns) 
                                  : fmt::format("{:>5.0f} ms  {:>5.1f} MiB", result.seconds * 1000,
                                                static_cast<double>(result.peakKiB) / 1024);
     const std::string message = result.message.empty() ? "" : "  " + result.message;
-    return fmt::format("{:<6}  {:<{}}  {:<{}}  {}{}\n", NamesOf(result.verdict).text,
-                       result.check->name, columns.check, Escape(result.element), columns.element,
-                       cost, message);
+    return fmt::format("{:<6}  {:<{}}  {}  {}{}\n", NamesOf(result.verdict).text,
+                       result.check->name, columns.check,
+                       Pad(Escape(result.element), columns.element), cost, message);
 }
 
 std::string FormatSummary(const ValidationReport& report) {

@@ -75,7 +75,7 @@ ReportColumns Validator::Columns() const {
         columns.check = std::max(columns.check, std::string_view(run.check->name).size());
         if (run.element != nullptr) {
             columns.element =
-                std::max(columns.element, CountCharacters(Escape(run.element->Name())));
+                std::max(columns.element, DisplayWidth(Escape(run.element->Name())));
         }
     }
     return columns;

@@ -181,7 +181,6 @@ TEST(Completion, OffersTheOptionsOfACommandAndThoseOfAll) {
         EXPECT_THAT(Complete(directory, {command, "--"}), UnorderedElementsAreArray(options));
     }
     EXPECT_THAT(Complete(directory, {"copy", "a.wav", "--out"}), ElementsAre("--output-dir"));
-    EXPECT_THAT(Complete(directory, {"plot", "-o"}), ElementsAre("-o"));
 }
 
 TEST(Completion, OffersTheValuesOfAnOption) {
@@ -207,7 +206,7 @@ TEST(Completion, OffersFilesDirectoriesOrNothing) {
     std::filesystem::create_directory(directory / "takes");
     EXPECT_THAT(Complete(directory, {"copy", ""}), ElementsAre("a take.wav", "b.wav", "takes"));
     EXPECT_THAT(Complete(directory, {"copy", "--verify", "b"}), ElementsAre("b.wav"));
-    EXPECT_THAT(Complete(directory, {"plot", "-o", "b"}), ElementsAre("b.wav"));
+    EXPECT_THAT(Complete(directory, {"plot", "b.wav", "b"}), ElementsAre("b.wav"));
     EXPECT_THAT(Complete(directory, {"copy", "--output-dir", ""}), ElementsAre("takes"));
     EXPECT_THAT(Complete(directory, {"copy", "--start", ""}), IsEmpty());
     EXPECT_THAT(Complete(directory, {"demo", ""}), ElementsAre("takes"));

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,7 +41,7 @@ std::string WithoutTimes(const std::string& text) {
                           "N x real time, T left");
 }
 
-// A waveform as wide as there is room for: so many lines of no more than so many characters.
+// The number of characters in each line.
 std::vector<std::size_t> LineWidths(const std::string& text) {
     std::vector<std::size_t> widths{0};
     for (const char byte : text) {
@@ -114,34 +116,51 @@ TEST(TerminalPlot, IsAsWideAsTheTerminal) {
         const Shown shown =
             RunOnTerminal(directory, {"plot", "take.wav", "--progress", "none"}, true, columns);
         EXPECT_EQ(shown.result.status, 0);
-        EXPECT_EQ(LineWidths(shown.terminal),
-                  (std::vector<std::size_t>{columns, columns, columns, columns, 40}));
+        std::vector<std::size_t> widths(8, columns);
+        widths.push_back(40); // the times
+        EXPECT_EQ(LineWidths(shown.terminal), widths);
     }
 }
 
-TEST(TerminalPlot, ShowsLevelsInEighthsAndMarksFullScale) {
+TEST(TerminalPlot, HasOnlyCharactersThatTheLocaleHas) {
     const TemporaryDirectory directory;
-    // 76 columns of ten frames: silence, a quarter, a half, and once full scale.
-    std::vector<float> values;
-    for (std::size_t i = 0; i < 760; ++i) {
-        const float level = i < 190 ? 0.0F : i < 380 ? 0.25F : i < 570 ? 0.5F : 0.75F;
-        values.push_back(i == 755 ? 1.0F : i % 2 == 0 ? level : -level);
-        values.push_back(0.0F);
-    }
-    WriteAudio(directory / "steps.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 2, 760, values);
-    const auto repeated = [](const std::string& text, std::size_t times) {
-        std::string all;
-        for (std::size_t i = 0; i < times; ++i) {
-            all += text;
-        }
-        return all;
+    WriteAudio(directory / "half.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, 700,
+               std::vector<float>(700, 0.5625F));
+    const auto plot = [](const std::string& axis, const std::string& quarter,
+                         const std::string& full) {
+        const auto row = [&](const std::string& label, const std::string& bar) {
+            std::string line = label + axis;
+            for (int column = 0; column < 70; ++column) {
+                line += bar;
+            }
+            return line + "\n";
+        };
+        return "        1" + axis + "\n" + row("     0.75", quarter) + row("      0.5", full) +
+               row("  1  0.25", full) + "    0:00:00.000 to 0:00:01.000, 700 Hz\n";
     };
-    const std::string blank(19, ' ');
-    ExpectResult(RunKelhost(directory, {"plot", "steps.wav"}), 0,
-                 "    " + blank + blank + blank + repeated("▄", 18) + "!\n" + //
-                     "  1 " + blank + repeated("▄", 19) + repeated("█", 38) + "\n" + "\n" +
-                     "  2\n" + "    0:00:00.000 to 0:00:01.000, 760 Hz\n",
-                 "");
+    const std::string unicode = plot("│", "▂", "█");
+    const std::string ascii = plot("|", ".", "#");
+    struct Row {
+        std::map<std::string, std::optional<std::string>> environment;
+        std::string out;
+    };
+    // A locale that is not installed is judged by its name.
+    for (const Row& row : std::vector<Row>{{{{"LC_ALL", "C.UTF-8"}}, unicode},
+                                           {{{"LC_ALL", "C"}, {"LANG", "C.UTF-8"}}, ascii},
+                                           {{{"LC_CTYPE", "C.UTF-8"}, {"LANG", "C"}}, unicode},
+                                           {{{"LANG", "C.UTF-8"}}, unicode},
+                                           {{}, ascii},
+                                           {{{"LC_ALL", "xx_XX.utf8@any"}}, unicode},
+                                           {{{"LC_ALL", "xx_XX.KOI8-R"}}, ascii},
+                                           {{{"LC_ALL", "nonsense"}}, ascii}}) {
+        Command command = Kelhost(directory, {"plot", "half.wav"});
+        command.environment = {
+            {"LC_ALL", std::nullopt}, {"LC_CTYPE", std::nullopt}, {"LANG", std::nullopt}};
+        for (const auto& [name, value] : row.environment) {
+            command.environment[name] = value;
+        }
+        ExpectResult(RunCommand(command), 0, row.out, "");
+    }
 }
 
 } // namespace kel::test

@@ -59,6 +59,16 @@ public:
         }
         return count;
     }
+    // Number of pixels with any part of the line of a waveform, which is blue, within a part.
+    int CountBlue(int left, int top, int right, int bottom) const {
+        int count = 0;
+        for (int y = top; y < bottom; ++y) {
+            for (int x = left; x < right; ++x) {
+                count += (At(x, y) >> 16U) + 30 < (At(x, y) & 0xFFU) ? 1 : 0;
+            }
+        }
+        return count;
+    }
     int Count(std::uint32_t color) const { return Count(color, 0, 0, Width(), Height()); }
 
 private:
@@ -117,7 +127,7 @@ public:
 
     // The picture of 800 x 300 pixels.
     Picture Draw(const std::vector<std::string>& options = {}) const {
-        std::vector<std::string> arguments{"-o", "take.png", "--size", "800x300"};
+        std::vector<std::string> arguments{"take.png", "--size", "800x300"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         ExpectResult(Plot(arguments), 0, "take.wav -> take.png: 800 x 300\n", "");
         return Picture(m_directory / "take.png");
@@ -216,28 +226,61 @@ TEST(Plot, ShowsOneSidedWavesOnlyOnTheirSide) {
     EXPECT_EQ(picture.At(kSomeColumn, lane.Above(-0.4)), kPaper);
 }
 
-TEST(Plot, ShowsTheWayBetweenValuesThatAreFarApart) {
-    // Each value is wider than a column.
-    const Signal step = [](std::size_t frame, int) {
-        return frame < 50 ? -0.8F : 0.8F;
-    };
-    const Picture picture = Recording(1, step, 100).Draw();
+TEST(Plot, DrawsALineThroughFramesThatAreWiderThanAColumn) {
+    // 72 pixels for each frame, which begins at its time. The sixth has no value.
+    const std::vector<float> values{0.5F, -0.5F, 0.5F, 0.5F, 0.25F, NAN, 0.5F, NAN, 0.5F, 0.5F};
+    const Recording recording(
+        1, [&](std::size_t frame, int) { return values[frame]; }, 10);
+    const Picture picture = recording.Draw();
     const Lane lane = LaneOf(0, 1);
-    const int middle = (kLeft + kRight) / 2;
-    int crossing = 0;
-    for (int column = kLeft + 1; column < kRight - 1; ++column) {
-        crossing += picture.At(column, lane.Above(0.5)) != kPaper &&
-                            picture.At(column, lane.Above(-0.5)) != kPaper &&
-                            std::abs(column - middle) < 10
-                        ? 1
-                        : 0;
-    }
-    EXPECT_GE(crossing, 1);
-    for (const auto& [column, place] : {std::pair{kLeft + 30, -0.8}, {kRight - 30, 0.8}}) {
+    const auto expectLine = [&](int column, double place, bool isDrawn) {
         const int row = lane.Above(place);
-        EXPECT_LT(picture.Count(kPaper, column, row - 2, column + 1, row + 2), 4);
+        EXPECT_EQ(picture.CountBlue(column - 1, row - 3, column + 1, row + 3) > 0, isDrawn)
+            << place << " at " << column;
+    };
+    const auto columnOf = [](double frame) {
+        return kLeft + static_cast<int>(std::lround(72 * frame));
+    };
+    struct Row {
+        double frame;
+        double place;
+        bool isDrawn = true;
+    };
+    // Halfway and a quarter of the way, along a level, on both sides of a gap, alone, at the end.
+    for (const Row& row : std::vector<Row>{{0, 0.5},
+                                           {0.5, 0},
+                                           {0.75, -0.25},
+                                           {1, -0.5},
+                                           {2.5, 0.5},
+                                           {3.5, 0.375},
+                                           {4, 0.25},
+                                           {4.5, 0.25, false},
+                                           {5, 0, false},
+                                           {5.5, 0.5, false},
+                                           {6, 0.5},
+                                           {6.5, 0.5, false},
+                                           {8.5, 0.5},
+                                           {9, 0.5},
+                                           {9.5, 0.5, false}}) {
+        expectLine(columnOf(row.frame), row.place, row.isDrawn);
     }
-    EXPECT_EQ(picture.At(kLeft + 30, lane.Above(0.5)), kPaper);
+    // The line is no area. A frame is a dot, which is higher than the line.
+    EXPECT_EQ(picture.CountBlue(columnOf(2.5), lane.Above(0.45), columnOf(2.5) + 1, kBottom), 0);
+    EXPECT_EQ(picture.CountBlue(columnOf(3), 0, columnOf(3) + 1, 300), 6);
+    EXPECT_LE(picture.CountBlue(columnOf(2.5), 0, columnOf(2.5) + 1, 300), 3);
+    // The mark of a value that is not finite is at its time.
+    EXPECT_EQ(picture.Count(kClip), 2 * 2 * 3 * 3);
+    EXPECT_EQ(picture.Count(kClip, columnOf(5), 0, columnOf(5) + 3, 300), 2 * 3 * 3);
+}
+
+TEST(Plot, DrawsALineWithoutDotsWhereFramesAreCloseTogether) {
+    const Picture picture = Recording(
+                                1, [](std::size_t, int) { return 0.5F; }, 90)
+                                .Draw(); // 8 pixels each
+    const int row = LaneOf(0, 1).Above(0.5);
+    for (int column = kLeft; column < kRight - 8; ++column) {
+        EXPECT_LE(picture.Count(kRMS, column, row - 5, column + 1, row + 5), 2) << column;
+    }
 }
 
 TEST(Plot, MarksASingleValueThatReachesFullScaleOrIsNotFinite) {
@@ -262,8 +305,7 @@ TEST(Plot, HasALaneForEachChannelInTheirOrder) {
     };
     const Recording recording(32, every, 16000);
     const Picture small = recording.Draw();
-    ExpectResult(recording.Plot({"-o", "large.png"}), 0, "take.wav -> large.png: 1600 x 1850\n",
-                 "");
+    ExpectResult(recording.Plot({"large.png"}), 0, "take.wav -> large.png: 1600 x 1850\n", "");
     const Picture large(recording.Directory() / "large.png");
     for (int channel = 0; channel < 32; ++channel) {
         SCOPED_TRACE(channel);
@@ -302,7 +344,7 @@ TEST(Plot, ShowsThePartThatIsAskedFor) {
     EXPECT_EQ(filled({"--start", "0.5"}), 720);
     EXPECT_EQ(filled({"--end", "0.5"}), 0);
     EXPECT_EQ(filled({"--start", "9000f", "--duration", "0.5"}), 360);
-    ExpectResult(recording.Plot({"--start", "2", "-o", "no.png"}), 1, "",
+    ExpectResult(recording.Plot({"--start", "2", "no.png"}), 1, "",
                  "kelhost: take.wav: the range from frame 72000 to frame 36000 is not within the "
                  "file, which has 36000 frames (0:00:01.000)\n");
     EXPECT_EQ(SortedNames(recording.Directory()), (Names{"take.png", "take.wav"}));
@@ -310,7 +352,7 @@ TEST(Plot, ShowsThePartThatIsAskedFor) {
 
 TEST(Plot, HasLettersAndMarginsThatGrowWithThePicture) {
     const Recording recording(1, Square(0.5F));
-    ExpectResult(recording.Plot({"-o", "large.png", "--size", "3200x1200"}), 0,
+    ExpectResult(recording.Plot({"large.png", "--size", "3200x1200"}), 0,
                  "take.wav -> large.png: 3200 x 1200\n", "");
     const Picture large(recording.Directory() / "large.png");
     EXPECT_NE(large.At(2 * kLeft - 1, 500), kRMS);
@@ -321,7 +363,7 @@ TEST(Plot, HasLettersAndMarginsThatGrowWithThePicture) {
 
 TEST(Plot, ChoosesAHeightThatSuitsTheChannels) {
     for (const auto& [channels, height] : {std::pair{1, 298}, {2, 538}, {8, 658}}) {
-        ExpectResult(Recording(channels, Square(0.5F), 100).Plot({"-o", "take.png"}), 0,
+        ExpectResult(Recording(channels, Square(0.5F), 100).Plot({"take.png"}), 0,
                      "take.wav -> take.png: 1600 x " + std::to_string(height) + "\n", "");
     }
 }
@@ -329,19 +371,23 @@ TEST(Plot, ChoosesAHeightThatSuitsTheChannels) {
 TEST(Plot, ShowsAFileWithoutFramesAsAnEmptyLane) {
     const TemporaryDirectory directory;
     WriteAudio(directory / "empty.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 48000, {});
-    ExpectResult(RunKelhost(directory, {"plot", "empty.wav", "-o", "empty.png"}), 0,
+    ExpectResult(RunKelhost(directory, {"plot", "empty.wav", "empty.png"}), 0,
                  "empty.wav -> empty.png: 1600 x 298\n", "");
     const Picture picture(directory / "empty.png");
     EXPECT_EQ(picture.Count(kRMS) + picture.Count(kPeak) + picture.Count(kClip), 0);
-    ExpectResult(RunKelhost(directory, {"plot", "empty.wav"}), 0,
-                 "\n  1\n    0:00:00.000 to 0:00:00.000, 48000 Hz\n", "");
+    Command characters = Kelhost(directory, {"plot", "empty.wav"});
+    characters.environment["LC_ALL"] = "C";
+    ExpectResult(RunCommand(characters), 0,
+                 "        1|\n     0.75|\n      0.5|\n  1  0.25|\n"
+                 "    0:00:00.000 to 0:00:00.000, 48000 Hz\n",
+                 "");
 }
 
 TEST(PlotPictures, OfTheOtherKindsHaveTheirSize) {
     const Recording recording(2, Square(0.5F));
-    ExpectResult(recording.Plot({"-o", "take.svg", "--size", "640x480"}), 0,
+    ExpectResult(recording.Plot({"take.svg", "--size", "640x480"}), 0,
                  "take.wav -> take.svg: 640 x 480\n", "");
-    ExpectResult(recording.Plot({"-o", "take.pdf", "--size", "640x480"}), 0,
+    ExpectResult(recording.Plot({"take.pdf", "--size", "640x480"}), 0,
                  "take.wav -> take.pdf: 640 x 480\n", "");
     const std::string svg = ReadFile(recording.Directory() / "take.svg");
     EXPECT_NE(svg.find("viewBox=\"0 0 640 480\""), std::string::npos);
@@ -362,18 +408,25 @@ TEST(PlotPictures, OfTheOtherKindsHaveTheirSize) {
 TEST(PlotPictures, AreRefusedInOtherKindsAndSizes) {
     const Recording recording(1, Square(0.5F), 100);
     for (const std::string name : {"take.jpg", "take", ".png"}) {
-        ExpectResult(recording.Plot({"-o", name}), 2, "",
+        ExpectResult(recording.Plot({name}), 2, "",
                      Error(name, "cannot tell the kind of picture; use .png, .svg or .pdf"));
     }
     for (const std::string size : {"800", "800x", "x300", "99x300", "800x99", "30001x300",
                                    "800x30001", "800x300x2", "800 x 300", "99999999999x300"}) {
-        ExpectResult(recording.Plot({"-o", "take.png", "--size=" + size}), 2, "",
+        ExpectResult(recording.Plot({"take.png", "--size=" + size}), 2, "",
                      "kelhost: invalid value \"" + size +
                          "\" for --size: expected WIDTHxHEIGHT, each from 100 to 30000\n");
     }
     EXPECT_EQ(SortedNames(recording.Directory()), Names{"take.wav"});
-    ExpectResult(recording.Plot({"-o", "take.png", "--size", "100x100"}), 0,
+    ExpectResult(recording.Plot({"take.png", "--size", "100x100"}), 0,
                  "take.wav -> take.png: 100 x 100\n", "");
+}
+
+TEST(PlotPictures, HaveASizeAndCharactersHaveNone) {
+    const Recording recording(1, Square(0.5F), 100);
+    ExpectResult(
+        recording.Plot({"--size", "800x300"}), 2, "",
+        "kelhost: --size is for pictures; name one after the file, for example take.png\n");
 }
 
 TEST(PlotPictures, AreRefusedBeforeAnyOutputWhereTheyAreTooLargeToDraw) {
@@ -382,7 +435,7 @@ TEST(PlotPictures, AreRefusedBeforeAnyOutputWhereTheyAreTooLargeToDraw) {
     WriteFile(directory / "take.png", "mine");
     // Even without a place for an output.
     for (const char* name : {"take.png", "missing/take.png"}) {
-        ExpectResult(recording.Plot({"--force", "-o", name}), 1, "",
+        ExpectResult(recording.Plot({"--force", name}), 1, "",
                      Error(name,
                            "cannot draw 1600 x 57402 pixels: a .png has at most 32767 in each "
                            "direction; use --size 1600x30000, .svg or .pdf"));
@@ -390,9 +443,9 @@ TEST(PlotPictures, AreRefusedBeforeAnyOutputWhereTheyAreTooLargeToDraw) {
     EXPECT_EQ(ReadFile(directory / "take.png"), "mine");
     EXPECT_EQ(SortedNames(directory), (Names{"take.png", "take.wav"}));
     // The remedies work.
-    ExpectResult(recording.Plot({"-o", "small.png", "--size", "1600x30000"}), 0,
+    ExpectResult(recording.Plot({"small.png", "--size", "1600x30000"}), 0,
                  "take.wav -> small.png: 1600 x 30000\n", "");
-    ExpectResult(recording.Plot({"-o", "take.svg"}), 0, "take.wav -> take.svg: 1600 x 57402\n", "");
+    ExpectResult(recording.Plot({"take.svg"}), 0, "take.wav -> take.svg: 1600 x 57402\n", "");
 }
 
 TEST(PlotPictures, AreRefusedBeforeAnyOutputWhereMemoryIsMissing) {
@@ -404,9 +457,8 @@ TEST(PlotPictures, AreRefusedBeforeAnyOutputWhereMemoryIsMissing) {
     command.program = "/bin/sh";
     command.arguments = {"-c",          "ulimit -v 2000000 && exec \"$0\" \"$@\"",
                          KEL_TEST_HOST, "plot",
-                         "take.wav",    "-o",
-                         "take.png",    "--size",
-                         "30000x30000"};
+                         "take.wav",    "take.png",
+                         "--size",      "30000x30000"};
     ExpectResult(
         RunCommand(command), 1, "",
         Error("take.png", "cannot draw 30000 x 30000 pixels: out of memory; use a smaller --size"));
@@ -419,10 +471,9 @@ TEST(PlotPictures, ReplaceOthersOnlyWithForceAndOnlyWhole) {
         SCOPED_TRACE(name);
         const TemporaryDirectory& directory = recording.Directory();
         WriteFile(directory / name, "mine");
-        ExpectResult(recording.Plot({"-o", name}), 1, "",
+        ExpectResult(recording.Plot({name}), 1, "",
                      Error(name, "exists already; use --force to replace it"));
-        Command command =
-            Kelhost(directory, {"plot", "take.wav", "--force", "--quiet", "-o", name});
+        Command command = Kelhost(directory, {"plot", "take.wav", "--force", "--quiet", name});
         command.mostFileBytes = 512;
         ExpectResult(RunCommand(command), 1, "",
                      Error(name, "cannot write the picture; is the disk full?"));
@@ -433,7 +484,7 @@ TEST(PlotPictures, ReplaceOthersOnlyWithForceAndOnlyWhole) {
         EXPECT_NE(ReadFile(directory / name), "mine");
         std::filesystem::remove(directory / name);
     }
-    ExpectResult(recording.Plot({"-o", "missing/take.png"}), 1, "",
+    ExpectResult(recording.Plot({"missing/take.png"}), 1, "",
                  Error("missing/take.png", "cannot create the file: No such file or directory"));
 }
 

@@ -136,12 +136,10 @@ TEST_F(UnknownLength, IsPlottedLikeAKnownOne) {
     std::filesystem::rename(m_directory / "take.wav", m_directory / "wav/take");
     std::filesystem::rename(m_directory / "take.flac", m_directory / "flac/take");
     for (const Arguments& range : {Arguments{}, Arguments{"--start", "0.5", "--duration", "0.1"}}) {
-        ExpectResult(
-            Run(Arguments{"plot", "--force", "wav/take", "-o", "wav.svg", "--quiet"} + range), 0,
-            "", "");
-        ExpectResult(
-            Run(Arguments{"plot", "--force", "flac/take", "-o", "flac.svg", "--quiet"} + range), 0,
-            "", "");
+        ExpectResult(Run(Arguments{"plot", "--force", "wav/take", "wav.svg", "--quiet"} + range), 0,
+                     "", "");
+        ExpectResult(Run(Arguments{"plot", "--force", "flac/take", "flac.svg", "--quiet"} + range),
+                     0, "", "");
         EXPECT_EQ(ReadFile(m_directory / "flac.svg"), ReadFile(m_directory / "wav.svg"));
     }
 }

@@ -150,8 +150,8 @@ TEST_F(Documents, OfInfoListTheFilesAndTheFailuresInTheirOrder) {
 }
 
 TEST_F(Documents, OfPlotsNameThePictureOrHoldTheCharacters) {
-    const auto picture = Run(0, {"kelhost.plot"},
-                             {"plot", "--json", "take.wav", "-o", "take.svg", "--size", "300x200"});
+    const auto picture =
+        Run(0, {"kelhost.plot"}, {"plot", "--json", "take.wav", "take.svg", "--size", "300x200"});
     EXPECT_EQ(picture[0], (json{{"document", "kelhost.plot"},
                                 {"version", 1},
                                 {"input", "take.wav"},

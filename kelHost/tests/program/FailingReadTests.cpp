@@ -35,7 +35,7 @@ protected:
               Arguments{"run", "kel.LibsndfileSource:WAVE", "FilePath=" + input, "!",
                         "kel.LibsndfileSink", "FilePath=out.wav"},
               Arguments{"info", input}, Arguments{"info", "--measure", input},
-              Arguments{"plot", input, "-o", "out.png"}}) {
+              Arguments{"plot", input, "out.png"}}) {
             SCOPED_TRACE(arguments.front());
             ExpectResult(RunKelhost(m_directory, arguments), 1, "", Error(input, cause));
             EXPECT_EQ(SortedNames(m_directory), before);
