@@ -3,6 +3,8 @@
 #include "AudioFiles.h"
 #include "Program.h"
 
+#include <nlohmann/json.hpp>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -187,21 +189,47 @@ TEST(CopyByteOrder, NeedsNoEncoding) {
 }
 
 TEST(Formats, AreListedAsTheyAreWritten) {
-    std::string expected = "Format  Container        Encoding  Byte order     Written  Read by\n";
-    const auto pad = [](const std::string& text, std::size_t width) {
-        return text + std::string(width - text.size(), ' ');
-    };
+    auto expected = nlohmann::json::array();
     for (const Combination& combination : Combinations()) {
-        std::string line =
-            pad(combination.container.name, 8) + pad(combination.container.title, 17) +
-            pad(combination.encoding.name, 10) + pad(combination.byteOrder + "-endian", 15) +
-            pad(combination.accepted ? "yes" : "no", 9) + combination.readers;
-        line.erase(line.find_last_not_of(' ') + 1);
-        expected += line + "\n";
+        expected.push_back({combination.container.name, combination.encoding.name,
+                            combination.byteOrder + "-endian", combination.accepted,
+                            combination.readers});
     }
     const TemporaryDirectory directory;
-    ExpectResult(RunKelhost(directory, {"formats"}), 0, expected, "");
+    const auto formats =
+        nlohmann::json::parse(RunKelhost(directory, {"formats", "--json"}).out).at("formats");
+    auto listed = nlohmann::json::array();
+    for (const nlohmann::json& format : formats) {
+        listed.push_back({format.at("format"), format.at("encoding"), format.at("byte_order"),
+                          format.at("written"), format.at("readers")});
+    }
+    EXPECT_EQ(listed, expected);
     EXPECT_EQ(SortedNames(directory), Names{});
+}
+
+TEST(Formats, AreAMatrix) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunKelhost(directory, {"formats"}), 0,
+                 "Byte orders of the encodings in each format, the default in front:\n"
+                 "\n"
+                 "Format  int16        int24        int32        float32  float64\n"
+                 "wave    little       little       little       little   little\n"
+                 "bwave   little       little       little       little   little\n"
+                 "aiff    big, little  big, little  big, little  -        -\n"
+                 "\n"
+                 "Format  Container        Extensions\n"
+                 "wave    extensible WAVE  .wav, .wave\n"
+                 "bwave   RF64             .rf64, .bwav, .bwave, .bwf\n"
+                 "aiff    AIFF-C           .aiff, .aif, .aifc\n"
+                 "\n"
+                 "Format  Byte order  Encodings     Read by\n"
+                 "wave    little      all           libsndfile, sox, ffmpeg\n"
+                 "bwave   little      all           libsndfile, sox, ffmpeg\n"
+                 "aiff    little      int16         libsndfile, sox, ffmpeg\n"
+                 "aiff    big         int16         libsndfile, sox, ffmpeg\n"
+                 "aiff    little      int24, int32  libsndfile\n"
+                 "aiff    big         int24, int32  libsndfile, ffmpeg\n",
+                 "");
 }
 
 } // namespace kel::test
