@@ -377,11 +377,15 @@ class RandomCalls {
 public:
     explicit RandomCalls(CheckContext& context)
         : m_context(context), m_random(context), m_sink(context) {
-        FirstAccepted(context);
-        for (OfferedInput& input : AllInputs()) {
-            auto& list = m_sink.Accepts(input) ? m_accepted : m_refused;
-            list.push_back(std::move(input));
+        const OfferedInput first = FirstAccepted(context);
+        for (OfferedInput& input : UsualInputs()) {
+            (m_sink.Accepts(input) ? m_writable : m_refused).push_back(std::move(input));
         }
+        Require(!m_writable.empty(), fmt::format("{} is judged otherwise than before", first.name));
+        for (OfferedInput& input : OddInputs()) {
+            (m_sink.Accepts(input) ? m_accepted : m_refused).push_back(std::move(input));
+        }
+        m_accepted.insert(m_accepted.end(), m_writable.begin(), m_writable.end());
         Prepare("it cannot be configured, see sink.defines-and-writes",
                 [&] { m_sink.Configure(); });
     }
@@ -435,7 +439,7 @@ private:
     }
 
     void Define() {
-        const OfferedInput& input = OneOf(m_accepted);
+        const OfferedInput& input = OneOf(m_writable);
         if (m_defined == nullptr && (m_hasPath || !m_sink.WritesFile())) {
             m_sink.Define(input);
             m_defined = &input;
@@ -451,7 +455,7 @@ private:
     }
 
     void Push() {
-        const OfferedInput& input = m_defined != nullptr ? *m_defined : m_accepted.front();
+        const OfferedInput& input = m_defined != nullptr ? *m_defined : m_writable.front();
         const auto sample =
             MakeSilence(*input.description, 0, static_cast<std::uint32_t>(m_random.Below(3000)));
         if (m_defined != nullptr) {
@@ -469,7 +473,7 @@ private:
     }
 
     void PushTwo() {
-        const auto one = MakeSilence(*m_accepted.front().description, 0, kFrames);
+        const auto one = MakeSilence(*m_writable.front().description, 0, kFrames);
         const std::shared_ptr<const ISample> sample = one->GetAudioSamples({}, {}).front();
         const auto container = CreateSampleContainer(
             std::vector<std::shared_ptr<const ISample>>{sample, sample}, nullptr);
@@ -510,7 +514,8 @@ private:
     CheckContext& m_context;
     RandomSequence m_random;
     CheckedSink m_sink;
-    std::vector<OfferedInput> m_accepted;
+    std::vector<OfferedInput> m_writable; // accepted, and samples of it can be made
+    std::vector<OfferedInput> m_accepted; // all that are accepted
     std::vector<OfferedInput> m_refused;
     const OfferedInput* m_defined = nullptr;
     bool m_hasPath = false;

@@ -34,7 +34,7 @@ std::vector<OfferedInput> UsualInputs();
 std::vector<OfferedInput> OddInputs();
 
 /// Makes a container with one sample of silence.
-/// @param input the description of the stream, one of PCM
+/// @param input the description of one stream of PCM, such as those of UsualInputs
 /// @param start the position of its first frame
 std::shared_ptr<const ISampleContainer> MakeSilence(const IInfoContainer& input, std::int64_t start,
                                                     std::uint32_t frames);

@@ -183,6 +183,10 @@ const std::vector<Fault>& Faults() {
           "sink.random-calls test.Bytes:RAW: at some step: DefineInput with float64 little-endian "
           "of 2 channels failed: [not this input] [ "
           "Condition is not true ]"}},
+        {"accepts-once",
+         {"sink.random-calls test.Bytes:RAW: float32 little-endian of 2 channels is judged "
+          "otherwise than before"},
+         {"--check", "sink.random-calls"}},
         {"check-makes-a-file",
          {"sink.check-changes-nothing test.Bytes:RAW: after CheckInputAndAdaptIfNecessary there is "
           "left-behind"}},
@@ -277,6 +281,19 @@ TEST(ValidateFaults, AreMissingInTheSamePluginUnderAnotherNameAndExistForEveryCh
 #endif
     EXPECT_EQ(missing, expectedMissing);
     EXPECT_EQ(notApplicable, expected);
+}
+
+TEST(ValidateFaults, AreMissingInASinkThatAcceptsEveryInput) {
+    const TemporaryDirectory directory;
+    const std::string plugin = directory / "libkelBroken-accepts-every-input.so";
+    fs::create_symlink(TestPlugin("kelBroken"), plugin);
+    const ProcessResult result =
+        RunKelhost(directory, {"validate", plugin, "--json", "--seed", "1", "--check",
+                               "sink.check-agrees-with-define", "--check", "sink.random-calls"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(FindingsOf(result), std::vector<std::string>{});
+    EXPECT_EQ(json::parse(result.out).at("passed"), 2);
 }
 
 TEST(ValidateFaults, OfTheLibraryAreFound) {

@@ -408,7 +408,13 @@ private:
                    : 0;
     }
 
-    static bool Takes(const IInfoContainer& input) { return BytesPerValue(input) == sizeof(float); }
+    static bool Takes(const IInfoContainer& input) {
+        static int asked = 0;
+        if (HasFault("accepts-every-input")) {
+            return true;
+        }
+        return BytesPerValue(input) == sizeof(float) && (!HasFault("accepts-once") || ++asked == 1);
+    }
 
     std::shared_ptr<const IParametersCollectionInstance> m_manifest;
     std::shared_ptr<const IInfoContainer> m_defined;
