@@ -140,8 +140,8 @@ public:
         }
         if (common.style.json) {
             streams.out << FormatDocument("validate", ReportAsJSON(report));
-        } else if (!common.style.quiet) {
-            streams.out << FormatSummary(report);
+        } else if (!common.style.quiet || report.Count(CheckVerdict::Failed) > 0) {
+            streams.out << FormatSummary(report); // with the seed that repeats a failure
         }
         if (junit.has_value()) {
             WriteReport(*junit, ReportAsJUnit(report));

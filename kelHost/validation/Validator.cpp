@@ -32,6 +32,17 @@ namespace {
     throw UsageError(DescribeUnknown(what, name, known));
 }
 
+void RequirePlugin(const std::string& plugin) {
+    std::error_code error;
+    const fs::file_status status = fs::status(plugin, error);
+    if (!fs::exists(status)) {
+        throw JobError(plugin, "cannot load the plug-in: " + error.message());
+    }
+    if (fs::is_directory(status)) {
+        throw JobError(plugin, "cannot load the plug-in: it is a directory");
+    }
+}
+
 std::string RequireInput(const std::string& input) {
     std::error_code error;
     if (!fs::is_regular_file(input, error)) {
@@ -51,6 +62,7 @@ Validator::Validator(const ValidationRequest& request) : m_request(request) {
         m_subject.input = RequireInput(*request.input);
     }
     RequireKnownChecks();
+    RequirePlugin(request.plugin);
     m_elements = ProbeElements(m_subject, Limits());
     if (m_elements.has_value()) {
         RequireKnownElements();
@@ -74,8 +86,7 @@ ReportColumns Validator::Columns() const {
     for (const CheckRun& run : m_runs) {
         columns.check = std::max(columns.check, std::string_view(run.check->name).size());
         if (run.element != nullptr) {
-            columns.element =
-                std::max(columns.element, DisplayWidth(Escape(run.element->Name())));
+            columns.element = std::max(columns.element, DisplayWidth(Escape(run.element->Name())));
         }
     }
     return columns;

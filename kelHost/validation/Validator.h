@@ -42,8 +42,8 @@ class Validator {
 public:
     /// Probes the plug-in and selects the checks.
     /// @param request outlives the validator
-    /// @throws UsageError when the request names something unknown, JobError when no process can be
-    /// started, Interrupted when a signal arrived
+    /// @throws UsageError when the request names something unknown, JobError when the plug-in is
+    /// missing or no process can be started, Interrupted when a signal arrived
     explicit Validator(const ValidationRequest& request);
 
     /// The selected checks: those of the plug-in, then all of each element.

@@ -121,15 +121,29 @@ TEST(Validate, ShowsALineForEachCheckAndASummary) {
         "");
 }
 
-TEST(Validate, ShowsOnlyFindingsWhenItIsQuiet) {
+TEST(Validate, ShowsOnlyFindingsAndTheirSeedWhenItIsQuiet) {
     const TemporaryDirectory directory;
+    const std::string plugin = Broken(directory, "frames-short");
     const ProcessResult result =
-        RunKelhost(directory, {"validate", "--quiet", Broken(directory, "frames-short"), "--check",
+        RunKelhost(directory, {"validate", "--quiet", plugin, "--seed", "7", "--check",
                                "plugin.loads", "--check", "source.frames-equal-limits"});
-    EXPECT_EQ(result.status, 1);
-    const std::vector<std::string> lines = LinesOf(result.out);
-    ASSERT_EQ(lines.size(), 1U) << result.out;
-    EXPECT_EQ(lines.front().substr(0, 34), "FAILED  source.frames-equal-limits");
+    ExpectResult(
+        {result.status, WithoutCosts(result.out), result.err}, 1,
+        "FAILED  source.frames-equal-limits  test.Tone:WAVE 0 ms 0 MiB  it delivered 2999 frames, "
+        "and its limits declare 3000\n"
+        "2 checks: 1 passed, 1 failed, 0 not applicable; --seed 7 repeats the random calls\n",
+        "");
+    ExpectResult(RunKelhost(directory, {"validate", "--quiet", plugin, "--check", "plugin.loads"}),
+                 0, "", "");
+}
+
+TEST(Validate, NeedsAFile) {
+    const TemporaryDirectory directory;
+    fs::create_directory(directory / "plugins");
+    ExpectResult(RunKelhost(directory, {"validate", "missing.so"}), 1, "",
+                 Error("missing.so", "cannot load the plug-in: No such file or directory"));
+    ExpectResult(RunKelhost(directory, {"validate", "plugins"}), 1, "",
+                 Error("plugins", "cannot load the plug-in: it is a directory"));
 }
 
 TEST(Validate, WritesADocument) {
@@ -310,8 +324,8 @@ TEST(Validate, RefusesWrongCommandLines) {
 TEST(Validate, IsDocumentedCheckByCheck) {
     const TemporaryDirectory directory;
     std::vector<std::string> rows;
-    for (const json& entry :
-         Results(RunKelhost(directory, {"validate", directory / "missing.so", "--json"}))) {
+    WriteFile(directory / "text.so", "no library\n");
+    for (const json& entry : Results(RunKelhost(directory, {"validate", "text.so", "--json"}))) {
         rows.push_back("| `" + entry.at("check").get<std::string>() + "` | " +
                        entry.at("requirement").get<std::string>() + " |");
     }
