@@ -217,6 +217,9 @@ int RunCommandLine(const std::vector<std::string>& words, const Streams& streams
     try {
         const int status = Execute(words, streams, console, failure);
         if (!streams.out.flush()) {
+            if (SignalReader::HasLostReader()) {
+                throw Interrupted{SIGPIPE};
+            }
             throw JobError("cannot write to standard output");
         }
         return status;
@@ -224,7 +227,9 @@ int RunCommandLine(const std::vector<std::string>& words, const Streams& streams
         console.ShowError(DescribeError(error));
         return kUsage;
     } catch (const Interrupted& interrupted) {
-        console.ShowError({"", "interrupted; no unfinished output is left"});
+        if (interrupted.signal != SIGPIPE) { // as quiet as a program that the signal ends
+            console.ShowError({"", "interrupted; no unfinished output is left"});
+        }
         return 128 + interrupted.signal;
     } catch (const std::exception& error) {
         console.ShowError(DescribeError(error));
@@ -239,7 +244,7 @@ int Run(int argc, const char* const* argv) {
     if (!OpenStandardDescriptors()) {
         return kFailure;
     }
-    OutputStream out(STDOUT_FILENO);
+    OutputStream out(STDOUT_FILENO, OutputStream::LostReader::EndsProgram);
     OutputStream err(STDERR_FILENO);
     // A closed pipe and the limit of file sizes are errors of the write that meets them.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));

@@ -46,8 +46,8 @@ private:
     sigset_t m_formerMask{};
 };
 
-// Writes all bytes. Returns false when that fails or is interrupted.
-bool WriteUnlessInterrupted(int descriptor, std::string_view bytes) {
+// Writes all bytes. Returns 0, or the number of the error.
+int WriteUnlessInterrupted(int descriptor, std::string_view bytes) {
     const WaitTimer timer;
     while (!bytes.empty()) {
         const ssize_t written = write(descriptor, bytes.data(), bytes.size());
@@ -56,10 +56,10 @@ bool WriteUnlessInterrupted(int descriptor, std::string_view bytes) {
             continue;
         }
         if (written == 0 || (errno != EINTR && errno != EAGAIN)) {
-            return false;
+            return written == 0 ? EIO : errno;
         }
         if (SignalReader::IsInterrupted()) {
-            return false;
+            return EINTR;
         }
         // Another program may have made a shared descriptor non-blocking.
         if (errno == EAGAIN) {
@@ -67,12 +67,13 @@ bool WriteUnlessInterrupted(int descriptor, std::string_view bytes) {
             poll(&polled, 1, -1);
         }
     }
-    return true;
+    return 0;
 }
 
 } // namespace
 
-OutputStream::OutputStream(int descriptor) : std::ostream(nullptr), m_buffer(descriptor) {
+OutputStream::OutputStream(int descriptor, LostReader lostReader)
+    : std::ostream(nullptr), m_buffer(descriptor, lostReader) {
     rdbuf(&m_buffer);
 }
 
@@ -80,8 +81,8 @@ OutputStream::~OutputStream() {
     flush();
 }
 
-OutputStream::Buffer::Buffer(int descriptor)
-    : m_descriptor(descriptor), m_isTerminal(isatty(descriptor) == 1) {
+OutputStream::Buffer::Buffer(int descriptor, LostReader lostReader)
+    : m_descriptor(descriptor), m_lostReader(lostReader), m_isTerminal(isatty(descriptor) == 1) {
     setp(m_bytes.data(), m_bytes.data() + m_bytes.size());
 }
 
@@ -106,7 +107,11 @@ std::streamsize OutputStream::Buffer::xsputn(const char* bytes, std::streamsize 
 int OutputStream::Buffer::sync() {
     const std::string_view bytes(pbase(), static_cast<std::size_t>(pptr() - pbase()));
     setp(m_bytes.data(), m_bytes.data() + m_bytes.size());
-    return WriteUnlessInterrupted(m_descriptor, bytes) ? 0 : -1;
+    const int error = WriteUnlessInterrupted(m_descriptor, bytes);
+    if (error == EPIPE && m_lostReader == LostReader::EndsProgram) {
+        SignalReader::NoteLostReader();
+    }
+    return error == 0 ? 0 : -1;
 }
 
 } // namespace kel::host

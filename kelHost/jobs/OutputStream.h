@@ -13,11 +13,17 @@ namespace kel::host {
 ///
 /// A write may wait for a reader. While a SignalReader exists, a signal ends that wait: the stream
 /// goes bad, and the signal is left for SignalReader::Check. Once a signal was reported, the stream
-/// waits no more.
+/// waits no more. The stream also goes bad when the reader of a pipe has gone.
 class OutputStream final : public std::ostream {
 public:
+    /// Effect of the reader's end on the program.
+    enum class LostReader {
+        Ignored,
+        EndsProgram, ///< SignalReader::Check reports SIGPIPE from then on
+    };
+
     /// @param descriptor open during the lifetime of the stream
-    explicit OutputStream(int descriptor);
+    explicit OutputStream(int descriptor, LostReader lostReader = LostReader::Ignored);
     ~OutputStream() override;
     OutputStream(const OutputStream&) = delete;
     OutputStream& operator=(const OutputStream&) = delete;
@@ -25,7 +31,7 @@ public:
 private:
     class Buffer final : public std::streambuf {
     public:
-        explicit Buffer(int descriptor);
+        Buffer(int descriptor, LostReader lostReader);
 
     protected:
         int_type overflow(int_type byte) override;
@@ -34,6 +40,7 @@ private:
 
     private:
         int m_descriptor;
+        LostReader m_lostReader;
         bool m_isTerminal;
         std::array<char, std::size_t{16} * 1024> m_bytes{};
     };

@@ -39,6 +39,12 @@ bool& WasInterrupted() {
     return wasInterrupted;
 }
 
+// Set when the reader of the results has gone.
+bool& LostReader() {
+    static bool lostReader = false;
+    return lostReader;
+}
+
 } // namespace
 
 bool OpenStandardDescriptors() {
@@ -167,7 +173,18 @@ SignalReader::~SignalReader() {
     sigprocmask(SIG_SETMASK, &m_former, nullptr);
 }
 
+void SignalReader::NoteLostReader() {
+    LostReader() = true;
+}
+
+bool SignalReader::HasLostReader() {
+    return LostReader();
+}
+
 void SignalReader::Check() const {
+    if (HasLostReader()) {
+        throw Interrupted{SIGPIPE};
+    }
     signalfd_siginfo info{};
     if (read(m_descriptor.Number(), &info, sizeof info) == sizeof info) {
         WasInterrupted() = true;

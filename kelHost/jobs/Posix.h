@@ -53,7 +53,8 @@ bool ReadAll(int descriptor, void* data, std::size_t size);
 /// @throws JobError always
 [[noreturn]] void FailToStart(int error);
 
-/// Thrown when SIGINT, SIGTERM or SIGHUP ended the work, of which nothing is left.
+/// Thrown when SIGINT, SIGTERM or SIGHUP ended the work, of which nothing is left. SIGPIPE means
+/// that the reader of the results has gone.
 struct Interrupted {
     int signal;
 };
@@ -71,8 +72,14 @@ public:
     /// The descriptor to poll for a signal.
     int Number() const { return m_descriptor.Number(); }
 
-    /// @throws Interrupted when a signal has arrived
+    /// @throws Interrupted when a signal has arrived, or with SIGPIPE after NoteLostReader
     void Check() const;
+
+    /// Notes that the reader of the program's results has gone. Further work has no purpose.
+    static void NoteLostReader();
+
+    /// True after NoteLostReader.
+    static bool HasLostReader();
 
     /// True when a signal has arrived that Check will report, or has reported since a SignalReader
     /// was last created. Nothing may wait any longer then.

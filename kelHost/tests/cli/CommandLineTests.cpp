@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <optional>
@@ -219,6 +220,30 @@ TEST(CommandLineOutput, MustNotBeFullOrClosed) {
         closed.closedDescriptors = {STDOUT_FILENO};
         ExpectResult(RunCommand(closed), 1, "", "kelhost: cannot write to standard output\n");
     }
+}
+
+TEST(CommandLineOutput, EndsTheProgramQuietlyWhenItsReaderHasGone) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    for (const Arguments& arguments :
+         {Arguments{"info", "take.wav"}, Arguments{"info", "--json", "take.wav"},
+          Arguments{"compare", "take.wav", "take.wav"}, Arguments{"plot", "take.wav"},
+          Arguments{"copy", "--force", "take.wav", "copy.wav"}, Arguments{"formats"},
+          Arguments{"inspect"}, Arguments{"--help"}, Arguments{"--version"},
+          Arguments{"validate", KEL_TEST_PLUGIN, "--junit", "report.xml"}}) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        Command command = Kelhost(directory, {});
+        command.program = "/bin/sh";
+        // A pipe that is open for writing and no more for reading.
+        command.arguments = Arguments{"-c",
+                                      "rm -f pipe && mkfifo pipe && exec 3<>pipe 4>pipe 3<&- && "
+                                      "exec \"$0\" \"$@\" >&4",
+                                      KEL_TEST_HOST} +
+                            arguments;
+        ExpectResult(RunCommand(command), 128 + SIGPIPE, "", "");
+    }
+    // The copy was complete before it was reported. The validation ended after its first line.
+    EXPECT_EQ(SortedNames(directory), (Names{"copy.wav", "pipe", "take.wav"}));
 }
 
 TEST(CommandLineOutput, DoesNotGoIntoTheFilesWhenTheStandardStreamsAreClosed) {
