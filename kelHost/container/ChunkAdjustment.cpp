@@ -209,6 +209,10 @@ std::optional<std::string> ChunkAdjustment::AdjustBroadcast(std::string content)
 std::optional<std::string> ChunkAdjustment::AdjustIXML(const std::string& content) const {
     constexpr unsigned kHalf = 32;
     constexpr std::uint64_t kLowerHalf = 0xFFFFFFFF;
+    const std::size_t last = content.find_last_not_of('\0');
+    if (last != std::string::npos && content.find('\0') < last) {
+        return std::nullopt; // UTF-16, in which no element is found
+    }
     std::string result = content;
     for (const auto& [upper, lower] :
          {std::pair("TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_HI", "TIMESTAMP_SAMPLES_SINCE_MIDNIGHT_LO"),

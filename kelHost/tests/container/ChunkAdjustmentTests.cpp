@@ -121,6 +121,9 @@ TEST(ChunkAdjustment, IncreasesTheTimesInIXML) {
     const std::string low = "<BWF_TIME_REFERENCE_LOW>5</BWF_TIME_REFERENCE_LOW>";
     EXPECT_EQ(AdjustWAVE("iXML", low), std::nullopt) << "half a number";
     EXPECT_EQ(AdjustWAVE("iXML", "<BWFXML/>"), "<BWFXML/>");
+    const std::string padded("<BWFXML/>\0\0", 11);
+    EXPECT_EQ(AdjustWAVE("iXML", padded), padded);
+    EXPECT_EQ(AdjustWAVE("iXML", std::string("<\0B\0", 4)), std::nullopt) << "UTF-16";
 }
 
 TEST(ChunkAdjustment, MovesAndRemovesTimersOfCart) {
