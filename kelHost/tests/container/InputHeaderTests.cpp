@@ -95,6 +95,17 @@ TEST(InputHeader, CountsIn64BitsInRF64) {
     EXPECT_EQ(layout->frames, static_cast<std::int64_t>(kFrames));
 }
 
+// In 32 bits, the size would differ from that of the file by a few bytes.
+TEST(InputHeader, NoticesThat4GiBAreMissingInRF64) {
+    const test::TemporaryDirectory directory;
+    constexpr std::uint64_t kFrames = std::uint64_t{9} << 28U;
+    test::WriteSparseAudio(directory / "take", 2, 2, kFrames, 0, "");
+    std::filesystem::resize_file(directory / "take", 80 + (std::uint64_t{5} << 30U) + 400);
+    const auto truncation = ReadInputHeader(directory / "take").value().truncation;
+    ASSERT_TRUE(truncation.has_value());
+    EXPECT_EQ(DescribeCounts(*truncation), "declares 2415919104 frames and contains 1342177380");
+}
+
 TEST(InputHeader, DeclaresNothingWhereSomethingIsOpen) {
     const test::TemporaryDirectory directory;
     const std::string path = directory / "take";
