@@ -47,14 +47,17 @@ bool AddCueLabel(std::string_view name, const StoredBytes& content, CueLabels& l
         return false;
     }
     CueLabel& label = labels[id];
-    if (!isRegion) {
-        (isNote ? label.note : label.label) = DecodeText(content.From(kLabelText));
+    if (isRegion && label.length == 0) {
+        label.length = content.Number(kLabelText, 4);
+        label.region = DecodeText(content.From(kRegionText));
         return true;
     }
-    label.length = content.Number(kLabelText, 4);
-    if (label.label.empty()) {
-        label.label = DecodeText(content.From(kRegionText));
+    std::string& text = isNote ? label.note : label.label;
+    const std::string stored = DecodeText(content.From(kLabelText));
+    if (isRegion || (!text.empty() && text != stored)) {
+        return false;
     }
+    text = stored;
     return true;
 }
 

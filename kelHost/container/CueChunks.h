@@ -28,6 +28,7 @@ struct CueLabel {
     std::uint64_t length = 0; ///< in frames
     std::string label;        ///< UTF-8
     std::string note;         ///< UTF-8
+    std::string region;       ///< text of a region, UTF-8
 };
 
 /// Descriptions by the number of their cue point.
@@ -43,7 +44,8 @@ std::uint64_t DeclaredCuePoints(const StoredBytes& cue);
 std::vector<CuePoint> ParseCuePoints(const StoredBytes& cue);
 
 /// Adds the content of "labl", "note" or "ltxt".
-/// @return false for other chunks, those that are too short, and when there are too many
+/// @return false for other chunks, those that are too short, a second region or another text for a
+///     point, and when there are too many
 bool AddCueLabel(std::string_view name, const StoredBytes& content, CueLabels& labels);
 
 /// Returns the content of "cue " for points whose positions have 32 bits.

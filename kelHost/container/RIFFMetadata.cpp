@@ -134,14 +134,26 @@ private:
         }
     }
 
+    // The text of a region takes the place of a missing label.
+    void Describe(CuePoint& point, CueLabel& label) {
+        point.length = label.length;
+        point.note = std::move(label.note);
+        if (label.label.empty()) {
+            point.label = std::move(label.region);
+            return;
+        }
+        if (!label.region.empty() && label.region != label.label) {
+            m_builder.AddOther("LIST adtl ltxt", label.region.size());
+        }
+        point.label = std::move(label.label);
+    }
+
     // Labels may precede the points.
     void AddLabels() {
         for (CuePoint& point : m_builder.metadata.cuePoints) {
             const auto label = m_labels.find(point.id);
             if (label != m_labels.end()) {
-                point.length = label->second.length;
-                point.label = std::move(label->second.label);
-                point.note = std::move(label->second.note);
+                Describe(point, label->second);
                 m_labels.erase(label); // of points with one number, the first has it
             }
         }

@@ -104,6 +104,21 @@ TEST(RIFFMetadata, HasCuePointsWithTheirLabelsAndRegions) {
         "cue 2 at 4000+500: Region|\ncue 1 at 100+0: One|Wow\nLIST adtl file of 4\n");
 }
 
+TEST(RIFFMetadata, NamesFurtherTextsOfACuePoint) {
+    const std::string point = LittleEndian(1, 4);
+    const std::string region = point + LittleEndian(500, 4) + "rgn " + std::string(8, '\0');
+    EXPECT_EQ(DescribeWAVE(test::Chunk("cue ", LittleEndian(1, 4) + CuePointBytes(1, 100)) +
+                           test::Chunk("LIST", "adtl" + test::Chunk("ltxt", region + "Region") +
+                                                   test::Chunk("ltxt", region) +
+                                                   test::Chunk("labl", point + "Same") +
+                                                   test::Chunk("labl", point + "Same") +
+                                                   test::Chunk("labl", point + "Others") +
+                                                   test::Chunk("note", point + "Note") +
+                                                   test::Chunk("note", point))),
+              "cue 1 at 100+500: Same|Note\nLIST adtl ltxt of 20\nLIST adtl labl of 10\n"
+              "LIST adtl note of 4\nLIST adtl ltxt of 6\n");
+}
+
 TEST(RIFFMetadata, NotesCuePointsThatAreDeclaredButMissing) {
     EXPECT_EQ(DescribeWAVE(test::Chunk("cue ", LittleEndian(9, 4) + CuePointBytes(1, 100) +
                                                    CuePointBytes(2, 200) + "rest")),
