@@ -50,9 +50,34 @@ install_packages() {
   rm -f "$log"
 }
 
+# show_progress: reads the output of a build, and shows on standard error how many of its steps are done:
+# in one line on a terminal, and for each tenth elsewhere. Shows nothing unless show_build_progress is set.
+show_progress() {
+  [ -n "${show_build_progress-}" ] || {
+    cat >/dev/null
+    return
+  }
+  local line finished total tenth shown=0
+  while IFS= read -r line; do
+    [[ $line =~ ^\[([0-9]+)/([0-9]+)\]\ [^R] ]] || continue # without "Re-running CMake"
+    finished=${BASH_REMATCH[1]} total=${BASH_REMATCH[2]}
+    tenth=$((finished * 10 / total))
+    if [ -t 2 ]; then
+      printf '\rBuilding: %d of %d steps\e[K' "$finished" "$total" >&2
+      shown=1
+    elif [ "$tenth" -ne "$shown" ]; then
+      echo "Building: $finished of $total steps" >&2
+      shown=$tenth
+    fi
+  done
+  if [ -t 2 ] && [ "$shown" -ne 0 ]; then
+    printf '\r\e[K' >&2
+  fi
+}
+
 # build_preset PRESET TARGETS [CONFIGURE_ARGUMENT...]: configures a preset, if it is not configured or if
-# there are arguments to add, and builds. Prints nothing unless something fails. TARGETS "all" is
-# everything, and "" only configures.
+# there are arguments to add, and builds. Prints nothing unless something fails, or shows its progress
+# where show_build_progress is set. TARGETS "all" is everything, and "" only configures.
 build_preset() {
   local preset=$1 targets=$2
   shift 2
@@ -64,7 +89,7 @@ build_preset() {
     fi &&
       # shellcheck disable=SC2086
       { [ -z "$targets" ] || cmake --build --preset "$preset" --target $targets; }
-  } >"$log" 2>&1; then
+  } 2>&1 | tee "$log" | show_progress; then
     cat "$log" >&2
     rm -f "$log"
     echo "The build of preset $preset failed; the lines above show the cause." >&2

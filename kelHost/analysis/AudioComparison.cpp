@@ -4,6 +4,7 @@
 #include "audio/Formats.h"
 #include "audio/Samples.h"
 #include "base/Errors.h"
+#include "base/JSONDocument.h"
 #include "base/Text.h"
 #include "container/KeptEncoding.h"
 #include "container/StoredFormat.h"
@@ -162,9 +163,10 @@ Comparison CompareSources(const SourceReader& a, const SourceReader& b,
     result.warnings = warnings.Texts();
     const FrameRange partA = PartOf(a, request.starts[0], request.duration);
     const FrameRange partB = PartOf(b, request.starts[1], request.duration);
-    result.files = {
-        ComparedFile{Escape(a.ShownName()), a.Channels(), a.Rate(), partA.first, partA.count},
-        ComparedFile{Escape(b.ShownName()), b.Channels(), b.Rate(), partB.first, partB.count}};
+    result.files = {ComparedFile{Escape(a.ShownName()), PathToOpen(request.files[0]), a.Channels(),
+                                 a.Rate(), partA.first, partA.count},
+                    ComparedFile{Escape(b.ShownName()), PathToOpen(request.files[1]), b.Channels(),
+                                 b.Rate(), partB.first, partB.count}};
     result.tolerance = request.tolerance;
     if (a.Channels() != b.Channels() || a.Rate() != b.Rate()) {
         return result;
@@ -219,11 +221,14 @@ Comparison CompareFiles(const ComparisonRequest& request, const HostLogger& log,
 namespace {
 
 nlohmann::json FileMembers(const ComparedFile& file) {
-    return {{"file", file.file},
-            {"channels", file.channels},
-            {"rate", file.rate},
-            {"start", file.start},
-            {"frames", file.frames.has_value() ? nlohmann::json(*file.frames) : nlohmann::json()}};
+    nlohmann::json members{
+        {"file", file.file},
+        {"channels", file.channels},
+        {"rate", file.rate},
+        {"start", file.start},
+        {"frames", file.frames.has_value() ? nlohmann::json(*file.frames) : nlohmann::json()}};
+    AddPath(members, "path", file.path);
+    return members;
 }
 
 // The place of a frame in one of the files.

@@ -68,6 +68,7 @@ struct ComparisonRequest {
 /// One of the two files, as it was compared.
 struct ComparedFile {
     std::string file; ///< escaped
+    std::string path; ///< see PathToOpen
     std::uint32_t channels = 0;
     std::uint32_t rate = 0;             ///< frames per second
     std::int64_t start = 0;             ///< the first frame of the compared part

@@ -4,6 +4,7 @@
 #include "analysis/MetadataDocument.h"
 #include "audio/ChannelLayout.h"
 #include "base/Errors.h"
+#include "base/JSONDocument.h"
 #include "base/Text.h"
 #include "elements/SourceReader.h"
 #include "jobs/SeekableInput.h"
@@ -62,6 +63,7 @@ FileInfo ReadFileInfo(const FileName& named, const InfoRequest& request, const I
                               {policy.repair, ReadingSteps(reporter), policy.spool.directory});
     FileInfo info;
     info.file = Escape(file.shown);
+    info.path = PathToOpen(named);
     info.channels = source.Channels();
     info.rate = source.Rate();
     info.frames = source.Frames();
@@ -102,6 +104,7 @@ void to_json(nlohmann::json& members, const FileInfo& info) {
                {"layout", nullptr},         {"channel_mask", nullptr}, {"rate", info.rate},
                {"frames", nullptr},         {"seconds", nullptr},      {"duration", nullptr},
                {"delivery", info.delivery}, {"truncated", nullptr},    {"warnings", info.warnings}};
+    AddPath(members, "path", info.path);
     if (info.truncated.has_value()) {
         members["truncated"] = {{"declared", info.truncated->declared},
                                 {"present", info.truncated->present},

@@ -29,6 +29,7 @@ struct InfoRequest {
 /// Facts about a file.
 struct FileInfo {
     std::string file;                   ///< escaped
+    std::string path;                   ///< see PathToOpen
     std::optional<StoredFormat> format; ///< missing for files that only another plug-in can read
     std::uint64_t bytes = 0;            ///< size of the file
     std::uint32_t channels = 0;

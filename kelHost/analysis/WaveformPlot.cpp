@@ -163,12 +163,12 @@ JobResult Plot(const PlotRequest& named, const HostLogger& log, Reporter& report
     } else {
         result.output = PlotCharacters(request, source, range, log, reporter, warnings);
     }
-    result.document = DumpJSON({{"input", input},
-                                {"picture", picture},
-                                {"text", result.output},
-                                {"width", size.width},
-                                {"height", size.height},
-                                {"warnings", warnings.Texts()}});
+    nlohmann::json members{{"input", input},        {"picture", picture},
+                           {"text", result.output}, {"width", size.width},
+                           {"height", size.height}, {"warnings", warnings.Texts()}};
+    AddPath(members, "input_path", PathToOpen(request.input));
+    AddPath(members, "picture_path", request.picture.value_or(""));
+    result.document = DumpJSON(members);
     return result;
 }
 

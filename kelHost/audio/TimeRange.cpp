@@ -109,6 +109,10 @@ FrameRange Resolve(const TimeRange& range, std::optional<std::int64_t> frames, s
     if (!end.has_value()) {
         return {first, std::nullopt};
     }
+    if (range.end && first > *end) {
+        throw JobError(
+            file, fmt::format("the end, frame {}, is before the start, frame {}", *end, first));
+    }
     if (first > *end || *end > frames.value_or(*end) || (first == *end && !range.IsWholeFile())) {
         if (frames.has_value()) {
             throw OutsideOfFile(file, first, *end, *frames, rate);

@@ -28,7 +28,8 @@ const char* UserMessage(const std::exception& error) {
 ErrorText DescribeError(const std::exception& error, const std::string& file) {
     const auto* jobError = dynamic_cast<const JobError*>(&error);
     ErrorText text;
-    text.file = Escape(jobError != nullptr && !jobError->File().empty() ? jobError->File() : file);
+    text.path = jobError != nullptr ? jobError->File() : "";
+    text.file = Escape(text.path.empty() ? file : text.path);
     text.message = Escape(UserMessage(error));
     const bool namesFile = jobError == nullptr || !jobError->File().empty();
     if (namesFile && !text.file.empty()) {

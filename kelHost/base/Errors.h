@@ -50,6 +50,7 @@ const char* UserMessage(const std::exception& error);
 struct ErrorText {
     std::string file;    ///< escaped; may be empty
     std::string message; ///< escaped, beginning with the file
+    std::string path;    ///< the file or element as it is; empty where the error names none
 };
 
 /// Returns the display form of an error: the one place where errors are escaped.

@@ -19,15 +19,20 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kStandardInput = "/dev/stdin";
+constexpr const char* kStandardInputName = "standard input";
 
 } // namespace
 
 FileName InputName(const std::string& typed) {
-    return typed == "-" ? FileName(kStandardInput, "standard input") : FileName(typed);
+    return typed == "-" ? FileName(kStandardInput, kStandardInputName) : FileName(typed);
 }
 
 bool IsStandardInput(const FileName& input) {
     return input.path == kStandardInput;
+}
+
+std::string PathToOpen(const FileName& file) {
+    return file.path != file.shown && file.shown == kStandardInputName ? "" : file.shown;
 }
 
 std::string ShowName(std::string text, const FileName& file) {

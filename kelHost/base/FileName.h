@@ -32,6 +32,9 @@ bool IsStandardInput(const FileName& input);
 /// would open another file.
 constexpr std::size_t kMaxPathBytes = 1023;
 
+/// Returns the name by which other programs open a file; empty for standard input.
+std::string PathToOpen(const FileName& file);
+
 /// Returns a text in which the temporary path of a file is replaced by its name for the user.
 std::string ShowName(std::string text, const FileName& file);
 

@@ -1,7 +1,12 @@
 #include "base/JSONDocument.h"
 
+#include "base/Text.h"
+
+#include <PlatformString.h>
+
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -15,6 +20,17 @@ std::string DumpJSON(const nlohmann::json& value) {
 
 nlohmann::json ParseJSON(const std::string& text) {
     return nlohmann::json::parse(text);
+}
+
+void AddPath(nlohmann::json& members, const std::string& name, const std::string& path) {
+    const std::wstring text = ConvertPlatformStringToWideString(path);
+    const bool isUTF8 = std::none_of(text.begin(), text.end(), [](wchar_t character) {
+        return character >= 0xDC80 && character <= 0xDCFF; // a byte that is not UTF-8
+    });
+    members[name] = isUTF8 && !path.empty() ? nlohmann::json(path) : nlohmann::json();
+    if (!isUTF8) {
+        members[name + "_hex"] = Hexadecimal(path);
+    }
 }
 
 std::string FormatDocument(const std::string& kind, nlohmann::json members) {

@@ -15,6 +15,12 @@ std::string DumpJSON(const nlohmann::json& value);
 /// Returns the value of a text that DumpJSON returned.
 nlohmann::json ParseJSON(const std::string& text);
 
+/// Adds the name of a file for programs that open it: a member with the path. It is null without
+/// a file, and when the bytes are not UTF-8; NAME_hex then has them as hexadecimal digits.
+/// @param members an object
+/// @param name "path"
+void AddPath(nlohmann::json& members, const std::string& name, const std::string& path);
+
 /// Returns a document as a line of text: its kind, "kelhost.KIND", its version, and its members.
 /// docs/json.md lists the kinds and their members.
 std::string FormatDocument(const std::string& kind, nlohmann::json members);

@@ -92,6 +92,14 @@ std::string EscapeCharacter(wchar_t character) {
 
 } // namespace
 
+std::string Coloured(std::string_view text, Colour colour, bool isOn) {
+    if (!isOn || text.empty()) {
+        return std::string(text);
+    }
+    const int number = colour == Colour::Red ? 31 : colour == Colour::Green ? 32 : 33;
+    return fmt::format("\x1B[1;{}m{}\x1B[0m", number, text);
+}
+
 std::string WarningLine(std::string_view message) {
     return "kelhost: warning: " + Escape(message);
 }

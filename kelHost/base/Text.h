@@ -16,6 +16,13 @@ namespace kel::host {
 /// \uHHHH or \UHHHHHHHH. Everything else is unchanged. Escaping twice changes nothing.
 std::string Escape(std::string_view text);
 
+/// Colours of a terminal.
+enum class Colour { Red, Green, Yellow };
+
+/// Returns a text in a colour, by the control sequences of terminals (ECMA-48).
+/// @param isOn whether it is coloured at all; an empty text never is
+std::string Coloured(std::string_view text, Colour colour, bool isOn);
+
 /// Returns a warning as a line for the user, escaped, without a newline.
 std::string WarningLine(std::string_view message);
 

@@ -2,6 +2,7 @@
 
 #include "audio/Formats.h"
 #include "base/Errors.h"
+#include "base/Numbers.h"
 #include "base/Suggestion.h"
 #include "cli/ArgumentParser.h"
 #include "cli/Completion.h"
@@ -11,6 +12,7 @@
 #include "commands/Command.h"
 #include "commands/CommonOptions.h"
 #include "commands/ForeignRequests.h"
+#include "commands/OptionParsing.h"
 #include "elements/HostLogger.h"
 #include "elements/PluginLoader.h"
 #include "jobs/Console.h"
@@ -19,6 +21,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -109,10 +112,25 @@ UsageError DescribeUnknownOption(const std::string& word, const std::vector<Opti
                     command);
 }
 
+// Refuses "-r 44100", which is a rate for other tools. A flag of that name would take the number
+// for a file.
+void RequireNoRate(const std::vector<std::string>& arguments) {
+    const auto place = std::find(arguments.begin(), arguments.end(), "-r");
+    if (place == arguments.end() || place + 1 == arguments.end()) {
+        return;
+    }
+    const std::string& rate = *(place + 1);
+    if (ParseInteger<std::uint32_t>(rate).has_value() && access(rate.c_str(), F_OK) != 0) {
+        throw UsageError("there is no option -r " + rate + "; " +
+                         ExplainForeignOption("-r", arguments).value_or(""));
+    }
+}
+
 // Parses the arguments of a command.
 void Parse(CommandLine& line, const std::string& name, const std::vector<Option>& own) {
     std::vector<Option> options = own;
     options.insert(options.end(), line.commonOptions.begin(), line.commonOptions.end());
+    RequireNoRate(line.divided.others);
     ParsedArguments parsed;
     try {
         parsed = ParseArguments(options, line.divided.others);
@@ -213,7 +231,10 @@ int Execute(const std::vector<std::string>& words, const Streams& streams, Conso
 // Runs the program. Sets the status of a failure as soon as it knows the command.
 int RunCommandLine(const std::vector<std::string>& words, const Streams& streams, int& failure) {
     // Arguments that cannot be parsed are reported in the form that they request.
-    Console console(streams.err, {HasFlag(words, {"--json"})});
+    ConsoleStyle style;
+    style.json = HasFlag(words, {"--json"});
+    style.colours = !style.json && UsesColour(STDERR_FILENO);
+    Console console(streams.err, style);
     try {
         const int status = Execute(words, streams, console, failure);
         if (!streams.out.flush()) {
@@ -228,7 +249,7 @@ int RunCommandLine(const std::vector<std::string>& words, const Streams& streams
         return kUsage;
     } catch (const Interrupted& interrupted) {
         if (interrupted.signal != SIGPIPE) { // as quiet as a program that the signal ends
-            console.ShowError({"", "interrupted; no unfinished output is left"});
+            console.ShowError({"", "interrupted; no unfinished output is left", ""});
         }
         return 128 + interrupted.signal;
     } catch (const std::exception& error) {

@@ -40,8 +40,14 @@ std::string Troff(std::string_view text) {
     return result;
 }
 
+// Writes the options below the titles of their groups, if there are several groups.
 void WriteOptions(const std::vector<Option>& options, std::ostream& out) {
+    std::string group = options.empty() ? "" : options.front().Group();
     for (const Option& option : options) {
+        if (!option.IsArgument() && option.Group() != group) {
+            group = option.Group();
+            out << ".PP\n" << Troff(group) << ":\n";
+        }
         if (option.IsArgument()) {
             out << ".TP\n.I " << Troff(option.Names()) << "\n";
         } else {

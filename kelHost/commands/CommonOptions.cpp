@@ -51,6 +51,7 @@ CommonOptions CommonArguments::Interpret() const {
     CommonOptions common;
     common.style.json = json;
     common.style.quiet = quiet;
+    common.style.colours = !json && UsesColour(STDERR_FILENO);
     common.plugins = plugins;
     RequireChoice("--progress", progress, ProgressChoices());
     if (progress == "json") {

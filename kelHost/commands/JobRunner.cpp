@@ -55,7 +55,9 @@ nlohmann::json JobRunner::Results() const {
 nlohmann::json JobRunner::Failures() const {
     auto failures = nlohmann::json::array();
     for (const ErrorText& failure : m_console.Failures()) {
-        failures.push_back({{"file", failure.file}, {"message", failure.message}});
+        nlohmann::json members{{"file", failure.file}, {"message", failure.message}};
+        AddPath(members, "path", failure.path);
+        failures.push_back(std::move(members));
     }
     return failures;
 }

@@ -2,18 +2,22 @@
 
 #include "base/Suggestion.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <sys/ioctl.h>
 #include <system_error>
+#include <unistd.h>
 #include <vector>
 
 namespace kel::host {
@@ -107,7 +111,13 @@ TimeRange RangeOptions::Interpret() const {
     const auto parse = [](const char* name, const std::optional<std::string>& value) {
         return value.has_value() ? std::optional(ParseTime(name, *value)) : std::nullopt;
     };
-    return {parse("--start", start), parse("--end", end), parse("--duration", duration)};
+    const TimeRange range{parse("--start", start), parse("--end", end),
+                          parse("--duration", duration)};
+    if (range.start && range.end && range.start->inFrames == range.end->inFrames &&
+        range.end->value < range.start->value) {
+        throw UsageError(fmt::format("--end {} is before --start {}", *end, *start));
+    }
+    return range;
 }
 
 std::size_t TerminalWidth(int descriptor) {
@@ -115,6 +125,13 @@ std::size_t TerminalWidth(int descriptor) {
     winsize size{};
     return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col
                                                                         : kDefaultWidth;
+}
+
+bool UsesColour(int descriptor) {
+    const char* refusal = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    return (refusal == nullptr || *refusal == '\0') && terminal != nullptr &&
+           std::string_view(terminal) != "dumb" && *terminal != '\0' && isatty(descriptor) == 1;
 }
 
 } // namespace kel::host

@@ -1,4 +1,4 @@
-/// Interpretation of option values. Pure functions, except TerminalWidth.
+/// Interpretation of option values. Pure functions, except TerminalWidth and UsesColour.
 #pragma once
 
 #include "audio/TimeRange.h"
@@ -85,5 +85,9 @@ struct RangeOptions {
 
 /// Returns the number of characters in a line of the terminal; 80 when the descriptor is not one.
 std::size_t TerminalWidth(int descriptor);
+
+/// Returns whether texts at a descriptor are coloured: on a terminal that knows colours, unless the
+/// variable NO_COLOR is set and not empty (https://no-color.org).
+bool UsesColour(int descriptor);
 
 } // namespace kel::host

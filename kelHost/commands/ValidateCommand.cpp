@@ -22,6 +22,7 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -43,6 +44,14 @@ std::vector<std::string> CheckNames() {
         names.emplace_back(check.name);
     }
     return names;
+}
+
+// Returns the line of a result with its first word, the verdict, in colour.
+std::string ColouredLine(const std::string& line, CheckVerdict verdict, bool colours) {
+    const std::size_t end = line.find(' ');
+    const bool isColoured = colours && verdict != CheckVerdict::NotApplicable;
+    const Colour colour = verdict == CheckVerdict::Failed ? Colour::Red : Colour::Green;
+    return Coloured(line.substr(0, end), colour, isColoured) + line.substr(end);
 }
 
 // Shows the records that were logged during a check.
@@ -122,6 +131,7 @@ public:
         if (m_junit.has_value()) {
             junit.emplace(*m_junit, m_force);
         }
+        const bool colours = UsesColour(STDOUT_FILENO);
         Validator validator(m_request);
         const ReportColumns columns = validator.Columns();
         ValidationReport report;
@@ -134,7 +144,8 @@ public:
             }
             const bool isShown = !common.style.quiet || result.verdict == CheckVerdict::Failed;
             if (isShown && !common.style.json) {
-                streams.out << FormatLine(result, columns) << std::flush;
+                streams.out << ColouredLine(FormatLine(result, columns), result.verdict, colours)
+                            << std::flush;
             }
             report.results.push_back(result);
         }

@@ -1,5 +1,6 @@
 #include "elements/SourceReader.h"
 
+#include "base/Descriptor.h"
 #include "base/Errors.h"
 #include "base/Text.h"
 #include "container/ChannelOrder.h"
@@ -14,13 +15,18 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <exception>
+#include <fcntl.h>
 #include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
 #include <utility>
 #include <vector>
 
@@ -33,6 +39,19 @@ constexpr const char* kFurtherStreams = "cannot read all samples: it contains se
                                         "after the other, of which only the first can be read";
 constexpr std::uint32_t kDefaultBlockFrames = 16384;
 constexpr std::uint32_t kMaxBlockSamples = 1U << 19U; // 2 MiB: 512 frames of 1024 channels
+
+// Returns the reason why a source cannot open a file, as far as the host can see it.
+std::string DescribeRefusal(const std::string& path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (file.Number() < 0) {
+        return std::strerror(errno);
+    }
+    struct stat status {};
+    if (fstat(file.Number(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0) {
+        return "it is empty";
+    }
+    return "its format is unknown or it is damaged (--verbose shows more)";
+}
 
 OpeningFacts FactsOf(const SampleLayout& layout) {
     return {layout.frames, layout.channels, layout.rate, {layout.first}};
@@ -86,12 +105,14 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
         OpenSource(file, m_header.has_value() ? m_header->Layout() : std::nullopt);
     } catch (const JobError&) {
         throw;
-    } catch (const std::exception& error) {
-        if (obstacle.empty()) {
-            throw;
-        }
-        throw std::runtime_error(
-            fmt::format("{}; {} (--repair reads it)", UserMessage(error), obstacle));
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        // The source's own words are a log record.
+        throw JobError(m_shownName,
+                       fmt::format("{}: {}", kCannotRead,
+                                   obstacle.empty() ? DescribeRefusal(file.path)
+                                                    : obstacle + " (--repair reads it)"));
     }
     const std::string misreading = Misreading();
     if (repair.isAllowed && !misreading.empty()) {
@@ -173,7 +194,7 @@ void SourceReader::Open() {
     const auto infos = m_description != nullptr ? m_description->GetAudioInfos()
                                                 : std::vector<std::shared_ptr<const IAudioInfo>>{};
     if (infos.empty() || infos.front()->GetChannelInfo() == nullptr) {
-        throw std::runtime_error("it describes no audio");
+        throw JobError(m_shownName, fmt::format("{}: it describes no audio", kCannotRead));
     }
     m_info = infos.front();
 }

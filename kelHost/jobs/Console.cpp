@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -42,11 +43,19 @@ std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& opti
 void Console::ShowError(const ErrorText& error) {
     ShowLine(m_style.json
                  ? FormatDocument("error", {{"file", error.file}, {"message", error.message}})
-                 : "kelhost: " + error.message + "\n");
+                 : Coloured("kelhost:", Colour::Red, m_style.colours) + " " + error.message + "\n");
 }
 
 void Console::ShowLog(const std::string& line) {
-    ShowLine(m_style.json ? FormatDocument("log", {{"text", line}}) : line + "\n");
+    if (m_style.json) {
+        ShowLine(FormatDocument("log", {{"text", line}}));
+        return;
+    }
+    constexpr std::string_view kWarning = "kelhost: warning:";
+    const bool isWarning = line.compare(0, kWarning.size(), kWarning) == 0;
+    const std::size_t coloured = isWarning ? kWarning.size() : 0;
+    ShowLine(Coloured(line.substr(0, coloured), Colour::Yellow, m_style.colours) +
+             line.substr(coloured) + "\n");
 }
 
 void Console::ShowLine(const std::string& line) {

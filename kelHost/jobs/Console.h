@@ -24,6 +24,7 @@ struct ConsoleStyle {
     ProgressStyle progress = ProgressStyle::None;
     std::size_t width = 80;   ///< characters in a line of the terminal that shows progress
     bool showsPrinted = true; ///< lines that libraries print are shown, as log records
+    bool colours = false;     ///< errors and warnings are coloured
 };
 
 /// Runs jobs and shows their outcomes in the order of the jobs, each as soon as those before it

@@ -24,7 +24,7 @@ constexpr std::uint32_t kMaxContent = 256U << 20U;
 constexpr std::size_t kHeader = 2 * sizeof(std::uint32_t);     // the mark and the size
 constexpr std::size_t kMinContent = sizeof(std::uint32_t) + 1; // the job and the kind
 
-constexpr std::array<std::size_t, 5> kFields{3, 1, 3, 3, 2}; // of each kind
+constexpr std::array<std::size_t, 5> kFields{3, 1, 3, 3, 3}; // of each kind
 
 void AppendNumber(std::string& bytes, std::size_t value) {
     const auto number = static_cast<std::uint32_t>(value);

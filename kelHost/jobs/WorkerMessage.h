@@ -17,7 +17,7 @@ struct WorkerMessage {
         Show,     ///< the line
         Result,   ///< the members of JobResult: document, output, report
         Skipped,  ///< the same
-        Error,    ///< the members of ErrorText: file, message
+        Error,    ///< the members of ErrorText: file, message, path
     };
 
     Kind kind = Kind::Progress;

@@ -294,7 +294,7 @@ private:
         case Kind::Error:
             EndLine(worker);
             GiveJob(worker);
-            Finish(job, {false, {}, {fields[0], fields[1]}});
+            Finish(job, {false, {}, {fields[0], fields[1], fields[2]}});
             break;
         }
     }

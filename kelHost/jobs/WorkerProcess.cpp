@@ -74,7 +74,7 @@ struct Ending {
 };
 
 Ending Failure(const ErrorText& error) {
-    return {Kind::Error, {error.file, error.message}};
+    return {Kind::Error, {error.file, error.message, error.path}};
 }
 
 Ending RunOne(const Job& job, Reporter& reporter) {

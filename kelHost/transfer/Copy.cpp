@@ -48,7 +48,10 @@ bool Exists(const std::string& path) {
 JobResult DescribeSkipped(const CopyRequest& request) {
     const std::string input = Escape(request.input.shown);
     const std::string output = Escape(request.output);
-    return {DumpJSON({{"input", input}, {"output", output}, {"skipped", true}}), "",
+    nlohmann::json members{{"input", input}, {"output", output}, {"skipped", true}};
+    AddPath(members, "input_path", PathToOpen(request.input));
+    AddPath(members, "output_path", request.output);
+    return {DumpJSON(members), "",
             fmt::format("{} -> {}: exists already, skipped\n", input, output), true};
 }
 
@@ -221,6 +224,7 @@ private:
             m_warnings.Add(*shortfall);
         }
         RequireNoClipping();
+        m_warnings.Add(DescribeClipping(m_request.output, m_facts.conversion));
         transfer.Source().Release();
         CompleteHeader(file, transfer);
         WriteMetadata(file);

@@ -1,5 +1,6 @@
 #include "transfer/CopyReport.h"
 
+#include "base/JSONDocument.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>
@@ -31,23 +32,25 @@ json DescribeMetadata(const std::optional<MetadataReport>& metadata) {
                                 : json();
 }
 
-std::string FormatConversion(const std::vector<ChannelConversion>& channels) {
-    std::string text;
+} // namespace
+
+std::vector<std::string> DescribeClipping(const std::string& output,
+                                          const std::vector<ChannelConversion>& channels) {
+    std::vector<std::string> texts;
     for (std::size_t i = 0; i < channels.size(); ++i) {
         const ChannelConversion& channel = channels[i];
         if (channel.clipped > 0) {
-            text += fmt::format("channel {}: {} clipped, the loudest {} times full scale\n", i + 1,
-                                Count(channel.clipped, "value"), channel.loudest);
+            texts.push_back(
+                fmt::format("{}: channel {}: {} clipped, the loudest {} times full scale", output,
+                            i + 1, Count(channel.clipped, "value"), channel.loudest));
         }
         if (channel.nonFinite > 0) {
-            text += fmt::format("channel {}: {} not finite\n", i + 1,
-                                Count(channel.nonFinite, "value"));
+            texts.push_back(fmt::format("{}: channel {}: {} not finite", output, i + 1,
+                                        Count(channel.nonFinite, "value")));
         }
     }
-    return text;
+    return texts;
 }
-
-} // namespace
 
 json DescribeCopy(const CopyRequest& request, const CopyFacts& facts,
                   const std::vector<std::string>& warnings) {
@@ -57,31 +60,33 @@ json DescribeCopy(const CopyRequest& request, const CopyFacts& facts,
                               {"loudest", channel.loudest},
                               {"non_finite", channel.nonFinite}});
     }
-    return {{"input", Escape(request.input.shown)},
-            {"output", Escape(request.output)},
-            {"container", facts.format.container->title},
-            {"encoding", facts.format.encoding->name},
-            {"byte_order", Describe(facts.format.byteOrder)},
-            {"channels", facts.channels},
-            {"rate", facts.rate},
-            {"frames", facts.frames},
-            {"bytes", facts.SampleBytes()},
-            {"verified", facts.isVerified},
-            {"rounded", facts.rounded},
-            {"conversion", conversion},
-            {"metadata", DescribeMetadata(facts.metadata)},
-            {"warnings", warnings}};
+    json members{{"input", Escape(request.input.shown)},
+                 {"output", Escape(request.output)},
+                 {"container", facts.format.container->title},
+                 {"encoding", facts.format.encoding->name},
+                 {"byte_order", Describe(facts.format.byteOrder)},
+                 {"channels", facts.channels},
+                 {"rate", facts.rate},
+                 {"frames", facts.frames},
+                 {"bytes", facts.SampleBytes()},
+                 {"verified", facts.isVerified},
+                 {"rounded", facts.rounded},
+                 {"conversion", conversion},
+                 {"metadata", DescribeMetadata(facts.metadata)},
+                 {"warnings", warnings}};
+    AddPath(members, "input_path", PathToOpen(request.input));
+    AddPath(members, "output_path", request.output);
+    return members;
 }
 
 std::string FormatCopy(const CopyRequest& request, const CopyFacts& facts) {
     return fmt::format(
-               "{} -> {}: {}, {} {}, {}, {} Hz, {}, {}{}{}\n", Escape(request.input.shown),
-               Escape(request.output), facts.format.container->title, facts.format.encoding->name,
-               Describe(facts.format.byteOrder), Count(facts.channels, "channel"), facts.rate,
-               Count(static_cast<std::uint64_t>(facts.frames), "frame"),
-               FormatDuration(facts.frames, facts.rate), facts.isVerified ? ", verified" : "",
-               facts.rounded > 0 ? ", " + Count(facts.rounded, "value") + " rounded" : "") +
-           FormatConversion(facts.conversion);
+        "{} -> {}: {}, {} {}, {}, {} Hz, {}, {}{}{}\n", Escape(request.input.shown),
+        Escape(request.output), facts.format.container->title, facts.format.encoding->name,
+        Describe(facts.format.byteOrder), Count(facts.channels, "channel"), facts.rate,
+        Count(static_cast<std::uint64_t>(facts.frames), "frame"),
+        FormatDuration(facts.frames, facts.rate), facts.isVerified ? ", verified" : "",
+        facts.rounded > 0 ? ", " + Count(facts.rounded, "value") + " rounded" : "");
 }
 
 } // namespace kel::host

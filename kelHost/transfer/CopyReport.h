@@ -37,8 +37,11 @@ struct CopyFacts {
 nlohmann::json DescribeCopy(const CopyRequest& request, const CopyFacts& facts,
                             const std::vector<std::string>& warnings);
 
-/// Returns a line about a copy for people, and one for each channel with clipped or non-finite
-/// values.
+/// Returns warnings about clipped and non-finite values, one for each channel with such values.
+std::vector<std::string> DescribeClipping(const std::string& output,
+                                          const std::vector<ChannelConversion>& channels);
+
+/// Returns a line about a copy for people.
 std::string FormatCopy(const CopyRequest& request, const CopyFacts& facts);
 
 } // namespace kel::host

@@ -301,9 +301,11 @@ private:
 
     nlohmann::json Document() const {
         const auto describe = [](const PipelineElement& element) {
-            return nlohmann::json{{"implementation", Escape(element.recipe.implementation)},
-                                  {"type", Escape(element.recipe.type)},
-                                  {"file", Escape(element.file.shown)}};
+            nlohmann::json members{{"implementation", Escape(element.recipe.implementation)},
+                                   {"type", Escape(element.recipe.type)},
+                                   {"file", Escape(element.file.shown)}};
+            AddPath(members, "path", PathToOpen(element.file));
+            return members;
         };
         return {{"source", describe(m_request.source)},
                 {"sink", describe(m_request.sink)},

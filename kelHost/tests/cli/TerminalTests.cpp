@@ -10,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel::test {
@@ -26,6 +27,7 @@ Shown RunOnTerminal(const TemporaryDirectory& directory, const std::vector<std::
                     bool both = false, unsigned short columns = 80) {
     Terminal terminal(columns);
     Command command = Kelhost(directory, arguments);
+    command.environment["NO_COLOR"] = "1";
     command.standardError = terminal.Path();
     if (both) {
         command.standardOutput = terminal.Path();
@@ -33,6 +35,22 @@ Shown RunOnTerminal(const TemporaryDirectory& directory, const std::vector<std::
     Shown shown{RunCommand(command), ""};
     shown.terminal = terminal.Text();
     return shown;
+}
+
+// Runs with both streams on a terminal that knows colours, and returns what it shows.
+std::string RunInColour(const TemporaryDirectory& directory, const Arguments& arguments,
+                        const std::map<std::string, std::string>& environment = {}) {
+    Terminal terminal(80);
+    Command command = Kelhost(directory, arguments);
+    command.standardError = terminal.Path();
+    command.standardOutput = terminal.Path();
+    command.environment["NO_COLOR"] = std::nullopt;
+    command.environment["TERM"] = "xterm";
+    for (const auto& [name, value] : environment) {
+        command.environment[name] = value;
+    }
+    RunCommand(command);
+    return terminal.Text();
 }
 
 // Speed and time left are what they are.
@@ -95,6 +113,47 @@ TEST(TerminalProgress, IsNotShownWhereOptionsExcludeIt) {
         EXPECT_EQ(shown.terminal, "");
         EXPECT_EQ(shown.result.out.empty(), options.front() == "--quiet");
     }
+}
+
+TEST(TerminalColours, MarkErrorsAndWarnings) {
+    const TemporaryDirectory directory;
+    WriteAudio(directory / "loud.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, 48000, {2.0F});
+    const Arguments copy{"copy", "loud.wav", "copy.wav", "--encoding", "int16", "-f", "-q"};
+    const std::string warning =
+        " copy.wav: channel 1: 1 value clipped, the loudest 2 times full scale\n";
+    EXPECT_EQ(RunInColour(directory, copy), "\x1B[1;33mkelhost: warning:\x1B[0m" + warning);
+    EXPECT_EQ(RunInColour(directory, {"info", "-q", "no.wav"}),
+              "\x1B[1;31mkelhost:\x1B[0m no.wav: cannot open for reading: No such file or "
+              "directory\n");
+    EXPECT_EQ(RunInColour(directory, {"cpy"}),
+              "\x1B[1;31mkelhost:\x1B[0m there is no command \"cpy\"; did you mean copy?\n");
+    for (const auto& [name, value] : std::vector<std::pair<std::string, std::string>>{
+             {"NO_COLOR", "1"}, {"TERM", "dumb"}, {"TERM", ""}}) {
+        SCOPED_TRACE(name + "=" + value);
+        EXPECT_EQ(RunInColour(directory, copy, {{name, value}}), "kelhost: warning:" + warning);
+        EXPECT_EQ(RunInColour(directory, {"cpy"}, {{name, value}}),
+                  "kelhost: there is no command \"cpy\"; did you mean copy?\n");
+    }
+    EXPECT_EQ(RunInColour(directory, {"cpy"}, {{"NO_COLOR", ""}}).front(), '\x1B');
+    EXPECT_EQ(RunInColour(directory, {"cpy", "--json"}).front(), '{');
+}
+
+TEST(TerminalColours, MarkPassedAndFailedChecks) {
+    const TemporaryDirectory directory;
+    const Arguments validate{
+        "validate", TestPlugin("kelNoEntryPoint"), "--check", "plugin.loads",
+        "--check",  "plugin.one-entry-point",      "--check", "plugin.unloads"};
+    const auto verdicts = [](const std::string& report) {
+        std::vector<std::string> words;
+        for (const std::string& line : LinesOf(report)) {
+            words.push_back(line.substr(0, line.find(' ')));
+        }
+        words.pop_back(); // the summary
+        return words;
+    };
+    EXPECT_EQ(verdicts(RunKelhost(directory, validate).out), (Names{"passed", "FAILED", "n/a"}));
+    EXPECT_EQ(verdicts(RunInColour(directory, validate)),
+              (Names{"\x1B[1;32mpassed\x1B[0m", "\x1B[1;31mFAILED\x1B[0m", "n/a"}));
 }
 
 TEST(TerminalHelp, IsAsWideAsTheTerminalUnlessCOLUMNSIsSet) {

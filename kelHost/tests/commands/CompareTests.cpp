@@ -291,11 +291,8 @@ TEST_F(Compare, WritesADocument) {
         return json{{"a", {{"frame", a}, {"time", timeA}}}, {"b", {{"frame", b}, {"time", timeB}}}};
     };
     const auto file = [](const std::string& name, int channels, int start, const json& frames) {
-        return json{{"file", name},
-                    {"channels", channels},
-                    {"rate", 1000},
-                    {"start", start},
-                    {"frames", frames}};
+        return json{{"file", name}, {"path", name},   {"channels", channels},
+                    {"rate", 1000}, {"start", start}, {"frames", frames}};
     };
     Write("a.wav", {0, 0, 1, 0, 0.5F, 0}, 2, 1000);
     Write("b.wav", {1, 0, 1, 0}, 2, 1000);
@@ -343,6 +340,7 @@ TEST_F(Compare, WritesADocument) {
         run(2, {"a.wav", "x.wav"}),
         document(json::array(),
                  {{{"file", "x.wav"},
+                   {"path", "x.wav"},
                    {"message", "x.wav: cannot open for reading: No such file or directory"}}}));
     ExpectDocuments(Names(4, "kelhost.compare"), documents);
 }

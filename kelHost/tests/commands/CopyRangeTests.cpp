@@ -95,6 +95,12 @@ TEST(CopyRange, IsRefusedWhereItIsNotWithinTheFileOrNoTime) {
               1,
               Error("take.wav", "the range from frame 0 to frame 96001 is not within the file, "
                                 "which has 96000 frames (0:00:02.000)")},
+          Row{{"--start", "1.5", "--end", "0:01"},
+              2,
+              "kelhost: --end 0:01 is before --start 1.5\n"},
+          Row{{"--start", "1.5", "--end", "48000f"},
+              1,
+              Error("take.wav", "the end, frame 48000, is before the start, frame 72000")},
           Row{{"--start", "soon"}, 2, "kelhost: invalid value \"soon\" for --start: " + noTime},
           Row{{"--end", "-1"}, 2, "kelhost: invalid value \"-1\" for --end: " + noTime},
           Row{{"--duration=1e1"}, 2, "kelhost: invalid value \"1e1\" for --duration: " + noTime},

@@ -226,9 +226,7 @@ TEST(CopyInput, MustBeReadable) {
     Command command = Kelhost(directory, {"copy", "take.wav", "copy.wav"});
     command.obeysPermissions = true;
     ExpectResult(RunCommand(command), 1, "",
-                 Error("take.wav",
-                       "cannot open for reading: [Unable to open file \"take.wav\" with "
-                       "libsndfile. Error is:\"System error : Permission denied.\"]"));
+                 Error("take.wav", "cannot open for reading: Permission denied"));
     EXPECT_EQ(SortedNames(directory), Names{"take.wav"});
 }
 
@@ -295,12 +293,11 @@ TEST(CopyChannels, HaveTheirClippingReportedInTheOrderOfTheOutput) {
     ExpectResult(
         RunKelhost(directory,
                    {"copy", "take.wav", "copy.aiff", "--channels", "3,1", "--encoding", "int24"}),
-        0,
-        CopyReport("take.wav", "copy.aiff", "AIFF-C, int24 big-endian", "3 frames, 0:00:00.000") +
-            "channel 1: 2 values clipped, the loudest 4 times full scale\n"
-            "channel 1: 1 value not finite\n"
-            "channel 2: 1 value clipped, the loudest 2 times full scale\n",
-        "");
+        0, CopyReport("take.wav", "copy.aiff", "AIFF-C, int24 big-endian", "3 frames, 0:00:00.000"),
+        "kelhost: warning: copy.aiff: channel 1: 2 values clipped, the loudest 4 times full scale\n"
+        "kelhost: warning: copy.aiff: channel 1: 1 value not finite\n"
+        "kelhost: warning: copy.aiff: channel 2: 1 value clipped, the loudest 2 times full "
+        "scale\n");
     const float top = 8388607.0F / 8388608.0F;
     EXPECT_EQ(ReadAudio(directory / "copy.aiff").values,
               (std::vector<float>{-1.0F, top, -1.0F, 0.25F, top, -1.0F}));

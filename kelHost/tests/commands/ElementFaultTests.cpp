@@ -63,7 +63,9 @@ std::vector<Fault> Faults() {
         {"file has other frames", reopened + "40001 frames, 2 channels and 48000 Hz" + expected},
         {"file has other channels", reopened + "40000 frames, 3 channels and 48000 Hz" + expected},
         {"file has another rate", reopened + "40000 frames, 2 channels and 48001 Hz" + expected},
-        {"file does not open again", "OUTPUT: cannot open for reading: [no text recording]"},
+        {"file does not open again",
+         "OUTPUT: cannot open for reading: its format is unknown or it is damaged (--verbose "
+         "shows more)"},
     };
 }
 

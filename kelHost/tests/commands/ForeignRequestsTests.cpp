@@ -91,7 +91,11 @@ std::string CommandIs(const std::string& name) {
 
 TEST(ForeignOptions, AreAnsweredWithALineThatWorks) {
     ExpectExplained({
-        OptionRow({"-r", "22050"}, kNoRate, kPipe + "sox -t wav - -r 22050 out.wav"),
+        {{"copy", "in.wav", "-r", "22050", "out.wav"},
+         "there is no option -r 22050",
+         kNoRate,
+         kPipe + "sox -t wav - -r 22050 out.wav"},
+        OptionRow({"-r"}, kNoRate, kPipe + "sox -t wav - -r 44100 out.wav"),
         OptionRow({"--rate=22050"}, kNoRate, kPipe + "sox -t wav - -r 22050 out.wav"),
         OptionRow({"--rate"}, kNoRate, kPipe + "sox -t wav - -r 44100 out.wav"),
         OptionRow({"-b", "16"}, NameIs("encoding"), kInOut + " --encoding int16"),

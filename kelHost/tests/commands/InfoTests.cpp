@@ -362,7 +362,7 @@ TEST(InfoField, IsRefusedWithTheValidOnesBeforeAnyFileIsRead) {
         "measurement.channels.0.peak, measurement.channels.0.peak_dbfs, "
         "measurement.channels.0.rms, measurement.channels.0.rms_dbfs, "
         "measurement.integrated_lufs, measurement.range_lu, measurement.true_peak_dbtp, "
-        "problems.0, rate, seconds, tags.NAME, truncated or warnings\n";
+        "path, problems.0, rate, seconds, tags.NAME, truncated or warnings\n";
     const auto expectRefusal = [&](const std::string& field, const std::string& expected) {
         ExpectResult(RunKelhost(directory, {"info", "missing.wav", "--field=" + field}), 2, "",
                      "kelhost: invalid value \"" + field + "\"" + expected);

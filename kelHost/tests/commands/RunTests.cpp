@@ -164,25 +164,26 @@ TEST(Run, WritesADocument) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
     ExpectDocuments({"kelhost.run"}, result.out);
-    EXPECT_EQ(
-        json::parse(result.out),
-        (json{
-            {"document", "kelhost.run"},
-            {"version", 1},
-            {"failures", json::array()},
-            {"results",
-             {{{"source",
-                {{"implementation", "kel.LibsndfileSource"},
-                 {"type", "WAVE"},
-                 {"file", "take.wav"}}},
-               {"sink",
-                {{"implementation", "kel.LibsndfileSink"}, {"type", "WAVE"}, {"file", "copy.wav"}}},
-               {"encoding", "32-bit float little-endian"},
-               {"channels", 2},
-               {"rate", 48000},
-               {"frames", 1000},
-               {"reports", json::array()},
-               {"warnings", json::array()}}}}}));
+    EXPECT_EQ(json::parse(result.out), (json{{"document", "kelhost.run"},
+                                             {"version", 1},
+                                             {"failures", json::array()},
+                                             {"results",
+                                              {{{"source",
+                                                 {{"implementation", "kel.LibsndfileSource"},
+                                                  {"type", "WAVE"},
+                                                  {"file", "take.wav"},
+                                                  {"path", "take.wav"}}},
+                                                {"sink",
+                                                 {{"implementation", "kel.LibsndfileSink"},
+                                                  {"type", "WAVE"},
+                                                  {"file", "copy.wav"},
+                                                  {"path", "copy.wav"}}},
+                                                {"encoding", "32-bit float little-endian"},
+                                                {"channels", 2},
+                                                {"rate", 48000},
+                                                {"frames", 1000},
+                                                {"reports", json::array()},
+                                                {"warnings", json::array()}}}}}));
 }
 
 TEST(Run, WritesADocumentOfFindingsAndFailures) {
@@ -193,6 +194,7 @@ TEST(Run, WritesADocumentOfFindingsAndFailures) {
     const json run = json::parse(good.out)["results"][0];
     EXPECT_EQ(run["reports"], json{"channel 1: peak -20.00 dB, RMS -23.01 dB"});
     EXPECT_EQ(run["source"]["file"], "");
+    EXPECT_EQ(run["source"]["path"], json());
     const ProcessResult bad = RunElements(
         directory, {"--json", "example.ToneSource", "Level=1", "!", "example.LevelMeterSink"});
     EXPECT_EQ(bad.status, 1);
@@ -200,11 +202,13 @@ TEST(Run, WritesADocumentOfFindingsAndFailures) {
     const std::string message =
         "example.ToneSource: cannot open for reading: [Level is 1, not from -200 "
         "to 0] [ Condition is not true ]";
-    EXPECT_EQ(json::parse(bad.out),
-              (json{{"document", "kelhost.run"},
-                    {"version", 1},
-                    {"results", json::array()},
-                    {"failures", {{{"file", "example.ToneSource"}, {"message", message}}}}}));
+    EXPECT_EQ(json::parse(bad.out), (json{{"document", "kelhost.run"},
+                                          {"version", 1},
+                                          {"results", json::array()},
+                                          {"failures",
+                                           {{{"file", "example.ToneSource"},
+                                             {"path", "example.ToneSource"},
+                                             {"message", message}}}}}));
 }
 
 TEST(RunErrors, ShowTheFormOfTheCommandLine) {

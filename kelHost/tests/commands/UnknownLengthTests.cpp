@@ -117,7 +117,7 @@ TEST_F(UnknownLength, IsNullInDocuments) {
         result.out,
         R"({"document":"kelhost.info","failures":[],"files":[{"broadcast":null,"bytes":)" +
             std::to_string(std::filesystem::file_size(m_directory / "take.flac")) +
-            R"(,"channel_mask":3,"channels":2,"chunks":[],"container":"FLAC","cue_points":[],"delivery":"32-bit float little-endian","duration":null,"encoding":"16-bit","file":"take.flac","format":"FLAC 16-bit","frames":null,"layout":"stereo","problems":[],"rate":48000,"seconds":null,"tags":[],"truncated":null,"warnings":[]}],"version":1})"
+            R"(,"channel_mask":3,"channels":2,"chunks":[],"container":"FLAC","cue_points":[],"delivery":"32-bit float little-endian","duration":null,"encoding":"16-bit","file":"take.flac","format":"FLAC 16-bit","frames":null,"layout":"stereo","path":"take.flac","problems":[],"rate":48000,"seconds":null,"tags":[],"truncated":null,"warnings":[]}],"version":1})"
             "\n");
     const std::string progress =
         R"({"document":"kelhost.progress","done":500,"file":"take.flac","rate":1000,"total":null,"version":1})"

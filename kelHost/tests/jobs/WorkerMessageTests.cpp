@@ -39,7 +39,7 @@ TEST(WorkerMessage, OfEachKindIsTakenOnceItIsComplete) {
         {Kind::Show, 3, {std::string(300000, 'x')}},
         {Kind::Result, 4, {"", std::string("a\0b", 3), "report\n"}},
         {Kind::Skipped, 5, {"a", "b", "c"}},
-        {Kind::Error, 6, {"file", "message"}}};
+        {Kind::Error, 6, {"file", "message", "path"}}};
     std::string bytes;
     for (const WorkerMessage& message : messages) {
         bytes += Encode(message);

@@ -55,11 +55,15 @@ private:
 };
 
 const std::string kTextWavError =
-    "text.wav: cannot open for reading: [Unable to open file \"text.wav\" with libsndfile. Error "
-    "is:\"Format not recognised.\"]";
+    "text.wav: cannot open for reading: its format is unknown or it is damaged (--verbose shows "
+    "more)";
 
 json ErrorDocument(const std::string& file, const std::string& message) {
     return {{"document", "kelhost.error"}, {"version", 1}, {"file", file}, {"message", message}};
+}
+
+json Failure(const std::string& file, const std::string& message) {
+    return {{"file", file}, {"path", file}, {"message", message}};
 }
 
 } // namespace
@@ -68,13 +72,21 @@ TEST_F(Documents, OfCopiesListResultsAndFailures) {
     WriteAudio(m_directory / "loud.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, 48000,
                {0.5F, 2.0F, -4.0F});
     const auto documents =
-        Run(1, {"kelhost.error", "kelhost.copy"},
+        Run(1, {"kelhost.log", "kelhost.error", "kelhost.copy"},
             {"copy", "--json", "take.wav", "loud.wav", "text.wav", "--output-dir", "out",
-             "--encoding", "int16", "--format", "aiff", "--verify", "--jobs", "4"});
-    EXPECT_EQ(documents[0], ErrorDocument("text.wav", kTextWavError));
-    const auto result = [](const std::string& name, int channels, int frames, json conversion) {
+             "--encoding", "int16", "--format", "aiff", "--verify", "--jobs", "1"});
+    const std::string clipped =
+        "out/loud.aiff: channel 1: 2 values clipped, the loudest 4 times full scale";
+    EXPECT_EQ(documents[0], (json{{"document", "kelhost.log"},
+                                  {"version", 1},
+                                  {"text", "kelhost: warning: " + clipped}}));
+    EXPECT_EQ(documents[1], ErrorDocument("text.wav", kTextWavError));
+    const auto result = [](const std::string& name, int channels, int frames, json conversion,
+                           json warnings) {
         return json{{"input", name + ".wav"},
                     {"output", "out/" + name + ".aiff"},
+                    {"input_path", name + ".wav"},
+                    {"output_path", "out/" + name + ".aiff"},
                     {"container", "AIFF-C"},
                     {"encoding", "int16"},
                     {"byte_order", "big-endian"},
@@ -85,19 +97,19 @@ TEST_F(Documents, OfCopiesListResultsAndFailures) {
                     {"verified", true},
                     {"rounded", 0},
                     {"metadata", {{"kept", json::array()}, {"not_preserved", json::array()}}},
-                    {"warnings", json::array()},
+                    {"warnings", std::move(warnings)},
                     {"conversion", std::move(conversion)}};
     };
     const json quiet{{"clipped", 0}, {"loudest", 0.0}, {"non_finite", 0}};
     const json loud{{"clipped", 2}, {"loudest", 4.0}, {"non_finite", 0}};
-    EXPECT_EQ(documents[1],
+    EXPECT_EQ(documents[2],
               (json{{"document", "kelhost.copy"},
                     {"version", 1},
-                    {"failures", {{{"file", "text.wav"}, {"message", kTextWavError}}}},
+                    {"failures", {Failure("text.wav", kTextWavError)}},
                     {"skipped", json::array()},
                     {"results",
-                     {result("take", 2, 1000, {quiet, quiet}),
-                      result("loud", 1, 3, json::array({loud}))}}}));
+                     {result("take", 2, 1000, {quiet, quiet}, json::array()),
+                      result("loud", 1, 3, json::array({loud}), json::array({clipped}))}}}));
 }
 
 TEST_F(Documents, OfInfoListTheFilesAndTheFailuresInTheirOrder) {
@@ -105,6 +117,7 @@ TEST_F(Documents, OfInfoListTheFilesAndTheFailuresInTheirOrder) {
         Run(1, {"kelhost.error", "kelhost.error", "kelhost.info"},
             {"info", "--json", "missing.wav", "take.wav", "text.wav", "take.wav"});
     const json file{{"file", "take.wav"},
+                    {"path", "take.wav"},
                     {"format", "WAVE 16-bit integer"},
                     {"container", "WAVE"},
                     {"encoding", "16-bit integer"},
@@ -124,15 +137,14 @@ TEST_F(Documents, OfInfoListTheFilesAndTheFailuresInTheirOrder) {
                     {"problems", json::array()},
                     {"truncated", nullptr},
                     {"warnings", json::array()}};
-    EXPECT_EQ(
-        documents[2],
-        (json{{"document", "kelhost.info"},
-              {"version", 1},
-              {"files", {file, file}},
-              {"failures",
-               {{{"file", "missing.wav"},
-                 {"message", "missing.wav: cannot open for reading: No such file or directory"}},
-                {{"file", "text.wav"}, {"message", kTextWavError}}}}}));
+    EXPECT_EQ(documents[2],
+              (json{{"document", "kelhost.info"},
+                    {"version", 1},
+                    {"files", {file, file}},
+                    {"failures",
+                     {Failure("missing.wav",
+                              "missing.wav: cannot open for reading: No such file or directory"),
+                      Failure("text.wav", kTextWavError)}}}));
     WriteAudio(m_directory / "silence.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, 8000,
                std::vector<float>(8000, 0.0F));
     const json measured = Run(0, {"kelhost.info"}, {"info", "--json", "--measure", "silence.wav"})
@@ -156,6 +168,8 @@ TEST_F(Documents, OfPlotsNameThePictureOrHoldTheCharacters) {
                                 {"version", 1},
                                 {"input", "take.wav"},
                                 {"picture", "take.svg"},
+                                {"input_path", "take.wav"},
+                                {"picture_path", "take.svg"},
                                 {"width", 300},
                                 {"height", 200},
                                 {"text", ""},
@@ -199,7 +213,7 @@ TEST_F(Documents, OfTheDemonstrationAreThoseOfCopyAndInfo) {
 
 TEST_F(Documents, OfErrorsAreWrittenForEveryKindOfFailure) {
     const std::string commands =
-        "copy, run, info, compare, plot, formats, inspect, validate or demo";
+        "copy, info, compare, plot, formats, run, inspect, validate or demo";
     struct Row {
         Arguments arguments;
         int status;
@@ -207,13 +221,13 @@ TEST_F(Documents, OfErrorsAreWrittenForEveryKindOfFailure) {
         std::string file = {};
     };
     for (const Row& row : {
-             Row{{"--json"}, 2, "a command is missing: " + commands},
+             Row{{"--json"}, 2, "a command is missing; see kelhost --help"},
              Row{{"--json", "frobnicate"},
                  2,
                  "there is no command \"frobnicate\"; use " + commands},
              Row{{"info", "--json", "take.wav", "--frob\nnicate=\x1B[2J"},
                  2,
-                 "The following argument was not expected: --frob\\nnicate=\\x1B[2J"},
+                 "there is no option --frob\\nnicate; see kelhost info --help"},
              Row{{"copy", "--json", "a.wav", "b.wav", "--block", "0"},
                  2,
                  "invalid value \"0\" for --block: expected an integer from 1 to 1048576"},
@@ -233,6 +247,33 @@ TEST_F(Documents, OfErrorsAreWrittenForEveryKindOfFailure) {
         SCOPED_TRACE(testing::PrintToString(row.arguments));
         EXPECT_EQ(Run(row.status, {"kelhost.error"}, row.arguments),
                   std::vector<json>{ErrorDocument(row.file, row.message)});
+    }
+}
+
+TEST_F(Documents, HaveNamesThatCanBeOpened) {
+    for (const std::string name : {"a\n\x1B\xC3\xA4.wav", "b\xFF\xC3\xA4.wav"}) {
+        WriteTake(m_directory / name);
+        const bool isUTF8 = name.front() == 'a';
+        const std::string output = "out/" + name;
+        const auto file = Run(0, {"kelhost.info"}, {"info", "--json", name})[0]["files"][0];
+        EXPECT_EQ(file["path"], isUTF8 ? json(name) : json());
+        EXPECT_EQ(file.value("path_hex", ""), isUTF8 ? "" : "62ffc3a42e776176");
+        for (const std::string list : {"results", "skipped"}) {
+            const auto copy = Run(0, {"kelhost.copy"},
+                                  {"copy", "--json", "--skip-existing", name, "-o", "out"})[0];
+            EXPECT_EQ(copy[list][0]["input_path"], file["path"]);
+            EXPECT_EQ(copy[list][0]["output_path"], isUTF8 ? json(output) : json());
+            EXPECT_EQ(copy[list][0].value("output_path_hex", ""),
+                      isUTF8 ? "" : "6f75742f62ffc3a42e776176");
+        }
+        const auto compared =
+            Run(0, {"kelhost.compare"}, {"compare", "--json", name, output})[0]["results"][0];
+        EXPECT_EQ(compared["a"]["path"], file["path"]);
+        EXPECT_EQ(compared["b"].value("path_hex", ""), isUTF8 ? "" : "6f75742f62ffc3a42e776176");
+        const auto failed = Run(1, {"kelhost.error", "kelhost.info"},
+                                {"info", "--json", "no" + name})[1]["failures"][0];
+        EXPECT_EQ(failed["path"], isUTF8 ? json("no" + name) : json());
+        EXPECT_EQ(failed.value("path_hex", ""), isUTF8 ? "" : "6e6f62ffc3a42e776176");
     }
 }
 

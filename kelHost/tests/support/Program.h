@@ -74,8 +74,8 @@ inline std::string Error(const std::string& file, const std::string& cause) {
 /// Text without sound, and the error of opening it.
 constexpr const char* kNoAudio = "no audio at all, but a text of some length\n";
 inline std::string NoAudioError(const std::string& file) {
-    return Error(file, "cannot open for reading: [Unable to open file \"" + file +
-                           "\" with libsndfile. Error is:\"Format not recognised.\"]");
+    return Error(file, "cannot open for reading: its format is unknown or it is damaged (--verbose "
+                       "shows more)");
 }
 
 /// The path of a plug-in that was made for the tests.
