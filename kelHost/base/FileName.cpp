@@ -20,6 +20,8 @@ namespace {
 
 constexpr const char* kStandardInput = "/dev/stdin";
 constexpr const char* kStandardInputName = "standard input";
+constexpr const char* kStandardOutput = "/dev/stdout";
+constexpr const char* kStandardOutputName = "standard output";
 
 } // namespace
 
@@ -31,8 +33,17 @@ bool IsStandardInput(const FileName& input) {
     return input.path == kStandardInput;
 }
 
+FileName OutputName(const std::string& typed) {
+    return typed == "-" ? FileName(kStandardOutput, kStandardOutputName) : FileName(typed);
+}
+
+bool IsStandardOutput(const FileName& output) {
+    return output.path == kStandardOutput;
+}
+
 std::string PathToOpen(const FileName& file) {
-    return file.path != file.shown && file.shown == kStandardInputName ? "" : file.shown;
+    const bool isStream = file.shown == kStandardInputName || file.shown == kStandardOutputName;
+    return file.path != file.shown && isStream ? "" : file.shown;
 }
 
 std::string ShowName(std::string text, const FileName& file) {

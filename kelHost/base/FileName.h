@@ -11,7 +11,7 @@
 namespace kel::host {
 
 /// Path of a file and its name for the user. They differ for an output, which has a temporary path
-/// until it is complete, and for standard input.
+/// until it is complete, and for standard input and output.
 struct FileName {
     FileName() = default;
     FileName(std::string name) : path(name), shown(std::move(name)) {} // NOLINT: a name is both
@@ -28,11 +28,17 @@ FileName InputName(const std::string& typed);
 /// Whether an input is standard input, under one name or the other: "-" or "/dev/stdin".
 bool IsStandardInput(const FileName& input);
 
+/// Returns the name of an output as the user typed it: "-" is standard output.
+FileName OutputName(const std::string& typed);
+
+/// Whether an output is standard output, under one name or the other: "-" or "/dev/stdout".
+bool IsStandardOutput(const FileName& output);
+
 /// The longest path, in bytes, that can be handed to an element: libsndfile cuts longer ones, and
 /// would open another file.
 constexpr std::size_t kMaxPathBytes = 1023;
 
-/// Returns the name by which other programs open a file; empty for standard input.
+/// Returns the name by which other programs open a file; empty for standard input and output.
 std::string PathToOpen(const FileName& file);
 
 /// Returns a text in which the temporary path of a file is replaced by its name for the user.

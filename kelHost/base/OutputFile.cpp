@@ -147,11 +147,11 @@ void RequireWritableName(const std::string& path, bool replace) {
     }
 }
 
-// Bytes that fit into a directory's file system. Where that is not known, a full disk is noticed
+// Bytes that fit into the file system of a file. Where that is not known, a full disk is noticed
 // when it fills: some file systems report zeros.
-std::uint64_t FreeSpace(const Descriptor& directory) {
+std::uint64_t FreeSpace(const Descriptor& file) {
     struct statvfs status {};
-    return fstatvfs(directory.Number(), &status) == 0 && status.f_blocks != 0
+    return fstatvfs(file.Number(), &status) == 0 && status.f_blocks != 0
                ? std::uint64_t{status.f_bavail} * status.f_frsize
                : std::numeric_limits<std::uint64_t>::max();
 }
@@ -226,6 +226,14 @@ OutputFile::OutputFile(std::string path, bool replace, TemporaryName naming)
     } catch (...) {
         RemovePrivateDirectory();
         throw;
+    }
+}
+
+OutputFile::OutputFile(const FileName& unnamed)
+    : m_path(unnamed.shown), m_replace(false),
+      m_file(open(unnamed.path.c_str(), O_RDWR | O_CLOEXEC)), m_temporaryPath(unnamed.path) {
+    if (m_file.Number() < 0) {
+        FailWithErrno(m_path, "cannot create the file");
     }
 }
 
@@ -310,7 +318,12 @@ void OutputFile::RemovePrivateDirectory() {
 }
 
 void OutputFile::RequireSpace(std::uint64_t bytes) const {
-    const std::uint64_t space = FreeSpace(m_directory);
+    const std::uint64_t space = FreeSpace(m_file);
+    if (bytes > space && !GetsName()) {
+        throw JobError(m_path, fmt::format("needs {} bytes, and its temporary directory has {} "
+                                           "left (--temp-dir DIRECTORY names another place)",
+                                           bytes, space));
+    }
     if (bytes > space) {
         throw JobError(m_path, fmt::format("needs {} bytes, and its disk has {} left; nothing was "
                                            "written",
@@ -322,8 +335,10 @@ std::string OutputFile::DescribeShortage(std::uint64_t bytes) const {
     struct stat status {};
     const bool exists = fstat(m_file.Number(), &status) == 0;
     const std::uint64_t written = exists ? static_cast<std::uint64_t>(status.st_size) : 0;
-    if (written < bytes && bytes - written > FreeSpace(m_directory)) {
-        return "; its disk is full";
+    if (written < bytes && bytes - written > FreeSpace(m_file)) {
+        return GetsName() ? "; its disk is full"
+                          : "; its temporary directory is full (--temp-dir DIRECTORY names another "
+                            "place)";
     }
     rlimit limit{};
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && written >= limit.rlim_cur) {
@@ -343,6 +358,9 @@ bool OutputFile::MayFailLate() const {
 }
 
 std::vector<std::string> OutputFile::Flush() {
+    if (!GetsName()) {
+        return {};
+    }
     if (m_isNamed) {
         FollowReplacement();
     }
@@ -378,6 +396,9 @@ void OutputFile::FollowReplacement() {
 }
 
 std::vector<std::string> OutputFile::KeepAttributes() {
+    if (!GetsName()) {
+        return {};
+    }
     const Descriptor replaced(
         openat(m_directory.Number(), m_name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
@@ -410,6 +431,9 @@ std::vector<std::string> OutputFile::Finish() {
 }
 
 void OutputFile::Commit() {
+    if (!GetsName()) {
+        return;
+    }
     if (m_mode.has_value() && fchmod(m_file.Number(), *m_mode) != 0) {
         FailWithErrno(m_path, "cannot set the mode of the file");
     }

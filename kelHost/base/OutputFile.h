@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/Descriptor.h"
+#include "base/FileName.h"
 
 #include <cstdint>
 #include <optional>
@@ -36,6 +37,11 @@ public:
     /// @param replace whether an existing file may be replaced
     /// @throws JobError when the name cannot be written, or exists and may not be replaced
     OutputFile(std::string path, bool replace, TemporaryName naming = TemporaryName::None);
+
+    /// Opens an existing temporary file, which gets no name: the caller sends it elsewhere.
+    /// @throws JobError when it cannot be opened
+    explicit OutputFile(const FileName& unnamed);
+
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
@@ -58,8 +64,8 @@ public:
     /// have accepted it, and report it late or never.
     bool MayFailLate() const;
 
-    /// Flushes the file to disk. Called when the writer has closed it. Later reads come from the
-    /// disk, as far as the system can forget what it has in memory.
+    /// Flushes the file to disk, if it is to get a name. Called when the writer has closed it.
+    /// Later reads come from the disk, as far as the system can forget what it has in memory.
     /// @return warnings: the file system may not support flushing
     /// @throws JobError when written data is lost
     std::vector<std::string> Flush();
@@ -75,11 +81,12 @@ public:
     /// @return the warnings of both
     std::vector<std::string> Finish();
 
-    /// Gives the file the requested name. Called after Flush.
+    /// Gives the file the requested name, if it is to get one. Called after Flush.
     /// @throws JobError when that fails; nothing is left then
     void Commit();
 
 private:
+    bool GetsName() const { return m_directory.Number() >= 0; }
     void CreateUnnamed();
     void CreateInPrivateDirectory();
     void MakeWritable();

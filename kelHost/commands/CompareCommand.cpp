@@ -34,10 +34,10 @@ std::optional<TimePoint> Interpreted(const char* name, const std::optional<std::
 class CompareCommand final : public Command {
 public:
     CompareCommand() {
-        Add(Option("A", "", &m_fileA, "The first file")
+        Add(Option("A", "", &m_fileA, "The first file; - is standard input")
                 .Completes(Option::Values::Files)
                 .Required());
-        Add(Option("B", "", &m_fileB, "The second file")
+        Add(Option("B", "", &m_fileB, "The second file, or -")
                 .Completes(Option::Values::Files)
                 .Required());
         BeginGroup("Comparison");

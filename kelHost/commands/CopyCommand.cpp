@@ -10,6 +10,7 @@
 #include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 #include "commands/OptionParsing.h"
+#include "commands/StreamedOutput.h"
 #include "elements/SupportedFormats.h"
 
 #include <fmt/format.h>
@@ -76,8 +77,8 @@ std::vector<std::uint32_t> ParseChannels(const std::string& text) {
 
 // Returns the name of an output in a directory: the input's, with the extension of the output
 // format.
-std::string OutputName(const std::string& input, const std::string& directory,
-                       const FormatChoice& format) {
+std::string NameInDirectory(const std::string& input, const std::string& directory,
+                            const FormatChoice& format) {
     fs::path name = fs::path(input).filename();
     const Container* own = ContainerByExtension(input);
     if (format.container != nullptr) {
@@ -100,7 +101,7 @@ void RequireSupportedFormats(const std::vector<CopyRequest>& requests, const For
             format.encoding->type != AudioPCMType::Integer) {
             throw UsageError(fmt::format("--dither needs an integer encoding, and {} is written as "
                                          "{}; add --encoding int16, int24 or int32",
-                                         request.output, format.encoding->name));
+                                         request.output.shown, format.encoding->name));
         }
         const bool isChosen = choice.encoding != nullptr || choice.byteOrder.has_value();
         if (isChosen && format.container != checked) {
@@ -123,7 +124,9 @@ public:
     CopyCommand() {
         AddUsage("INPUT OUTPUT");
         AddUsage("INPUT... --output-dir DIRECTORY");
-        Add(Option("FILE", "", &m_files, "INPUT and OUTPUT; with --output-dir, only inputs")
+        Add(Option("FILE", "", &m_files,
+                   "INPUT and OUTPUT, of which - is standard input or output; with "
+                   "--output-dir, only inputs")
                 .Completes(Option::Values::Files)
                 .Required());
         BeginGroup("Output files");
@@ -230,6 +233,15 @@ public:
         if (m_outputDirectory.has_value()) {
             MakeDirectory(*m_outputDirectory);
         }
+        if (!m_outputDirectory.has_value()) {
+            const CopyRequest& request = m_requests.front();
+            const auto stream =
+                StreamedOutput::Open(request.output, request.input,
+                                     request.options.input.spool.directory, common.openTimeout);
+            if (stream != nullptr) {
+                return CopyToStream(*stream, common, streams);
+            }
+        }
         const CopyCounts counts = MakeCopies(m_requests, common, streams);
         if (m_requests.size() > 1 && !common.style.quiet && !common.style.json) {
             streams.out << fmt::format(
@@ -241,6 +253,16 @@ public:
     }
 
 private:
+    int CopyToStream(const StreamedOutput& stream, const CommonOptions& common,
+                     const Streams& streams) const {
+        CopyRequest request = m_requests.front();
+        request.output = stream.File();
+        request.isStreamed = true;
+        return stream.Run(streams, [&](const Streams& texts) {
+            return MakeCopies({request}, common, texts).failed == 0;
+        });
+    }
+
     void InterpretEncoding() {
         if (m_byteOrder.has_value()) {
             m_format.byteOrder = ParseTableOption("--byte-order", *m_byteOrder, ByteOrders()).value;
@@ -270,7 +292,8 @@ private:
                 throw UsageError("copy expects one INPUT and one OUTPUT, or several inputs with "
                                  "--output-dir");
             }
-            return {MakeRequest(InputName(m_files[0]), m_files[1])};
+            RequireStreamable(OutputName(m_files[1]));
+            return {MakeRequest(InputName(m_files[0]), OutputName(m_files[1]))};
         }
         if (m_outputDirectory->empty()) {
             throw InvalidValue("--output-dir", "", "the name of a directory");
@@ -290,7 +313,7 @@ private:
                 throw UsageError("standard input has no name for --output-dir; use kelhost copy - "
                                  "OUTPUT");
             }
-            const std::string output = OutputName(input, *m_outputDirectory, m_format);
+            const std::string output = NameInDirectory(input, *m_outputDirectory, m_format);
             const auto [other, isNew] = inputs.emplace(output, input);
             if (!isNew) {
                 throw UsageError(fmt::format("{} and {} would both be written to {}", other->second,
@@ -301,12 +324,27 @@ private:
         return requests;
     }
 
-    CopyRequest MakeRequest(const FileName& input, const std::string& output) const {
-        if (m_format.container == nullptr) {
-            const std::string extension = fs::path(output).extension().string();
-            RequireNotForeign(extension.substr(extension.empty() ? 0 : 1), input.path, output);
+    // Refuses options without a meaning for standard output.
+    void RequireStreamable(const FileName& output) const {
+        if (!IsStandardOutput(output)) {
+            return;
         }
-        return {input, output, ResolveFormat(m_format, output), m_options};
+        if (m_format.container == nullptr) {
+            throw UsageError(fmt::format("standard output has no extension; add --format: kelhost "
+                                         "copy {} - --format wave",
+                                         m_files[0]));
+        }
+        if (m_options.skip) {
+            throw UsageError("--skip-existing has no meaning for standard output; omit it");
+        }
+    }
+
+    CopyRequest MakeRequest(const FileName& input, const FileName& output) const {
+        if (m_format.container == nullptr) {
+            const std::string extension = fs::path(output.path).extension().string();
+            RequireNotForeign(extension.substr(extension.empty() ? 0 : 1), input.path, output.path);
+        }
+        return {input, output, ResolveFormat(m_format, output.path), m_options};
     }
 
     std::vector<std::string> m_files;
@@ -335,7 +373,7 @@ CopyCounts MakeCopies(const std::vector<CopyRequest>& requests, const CommonOpti
                       const Streams& streams) {
     JobRunner runner(common, streams.err);
     for (const CopyRequest& request : requests) {
-        runner.Add(request.input.shown, request.output,
+        runner.Add(request.input.shown, request.isStreamed ? "" : request.output.path,
                    [request](const HostLogger& log, Reporter& reporter) {
                        return Copy(request, log, reporter);
                    });

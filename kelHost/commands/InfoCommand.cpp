@@ -38,7 +38,9 @@ enum class InfoForm {
 class InfoCommand final : public Command {
 public:
     InfoCommand() {
-        Add(Option("FILE", "", &m_files, "The files").Completes(Option::Values::Files).Required());
+        Add(Option("FILE", "", &m_files, "The files; - is standard input")
+                .Completes(Option::Values::Files)
+                .Required());
         BeginGroup("Facts");
         Add(Option("--measure", "", &m_measure,
                    "Read the files and measure peak, RMS, and loudness (EBU R 128)"));

@@ -16,11 +16,10 @@ std::vector<Option> InputArguments::Options() {
             Option("--repair", "", &repair,
                    "Read an input with a wrong header through a copy in the temporary directory"),
             Option("--temp-dir", "DIRECTORY", &directory,
-                   "Directory for temporary copies of inputs; default: TMPDIR, or /tmp")
+                   "Directory for temporary copies (default: TMPDIR, or /tmp)")
                 .Completes(Option::Values::Directories),
             Option("--max-spool", "SIZE", &maxSpool,
-                   "Maximum size of an input from a pipe, which is copied to the temporary "
-                   "directory: 500M, 16G; 0: no limit")};
+                   "Maximum size of the temporary copy of a pipe: 500M, 16G; 0: no limit")};
 }
 
 InputPolicy InputArguments::Interpret() const {

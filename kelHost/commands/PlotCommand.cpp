@@ -47,7 +47,7 @@ PictureSize ParseSize(const std::string& text) {
 class PlotCommand final : public Command {
 public:
     PlotCommand() {
-        Add(Option("FILE", "", &m_file, "The file to draw")
+        Add(Option("FILE", "", &m_file, "The file to draw; - is standard input")
                 .Completes(Option::Values::Files)
                 .Required());
         Add(Option("PICTURE", "", &m_request.picture,

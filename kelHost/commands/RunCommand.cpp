@@ -8,6 +8,7 @@
 #include "commands/CommonOptions.h"
 #include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
+#include "commands/StreamedOutput.h"
 #include "elements/Elements.h"
 #include "transfer/Pipeline.h"
 
@@ -196,8 +197,9 @@ PipelineElement MakeElement(ElementFactoryType kind, const Choice& choice) {
         const auto typed =
             std::find_if(choice.settings.begin(), choice.settings.end(),
                          [](const auto& setting) { return setting.first == kFilePath; });
-        if (kind == ElementFactoryType::AudioSource && typed != choice.settings.end()) {
-            element.file = InputName(typed->second);
+        if (typed != choice.settings.end()) {
+            element.file = kind == ElementFactoryType::AudioSource ? InputName(typed->second)
+                                                                   : OutputName(typed->second);
         }
     }
     return element;
@@ -259,8 +261,25 @@ public:
         PipelineRequest request = ParsePipeline(m_words);
         request.input = m_input.Interpret();
         request.replace = m_replace;
+        const auto stream =
+            request.sink.file.path.empty()
+                ? nullptr
+                : StreamedOutput::Open(request.sink.file, request.source.file,
+                                       request.input.spool.directory, common.openTimeout);
+        if (stream == nullptr) {
+            return Execute(request, common, streams) ? kSuccess : kFailure;
+        }
+        request.sink.file = stream->File();
+        request.isStreamed = true;
+        return stream->Run(streams,
+                           [&](const Streams& texts) { return Execute(request, common, texts); });
+    }
+
+private:
+    static bool Execute(const PipelineRequest& request, const CommonOptions& common,
+                        const Streams& streams) {
         JobRunner runner(common, streams.err);
-        runner.Add(request.source.Name(), request.sink.file.path,
+        runner.Add(request.source.Name(), request.isStreamed ? "" : request.sink.file.path,
                    [request](const HostLogger& log, Reporter& reporter) {
                        return RunPipeline(request, log, reporter);
                    });
@@ -271,10 +290,9 @@ public:
             streams.out << FormatDocument(
                 "run", {{"results", runner.Results()}, {"failures", runner.Failures()}});
         }
-        return failed == 0 ? kSuccess : kFailure;
+        return failed == 0;
     }
 
-private:
     std::vector<std::string> m_words;
     InputArguments m_input;
     bool m_replace = false;

@@ -46,7 +46,8 @@ private:
     sigset_t m_formerMask{};
 };
 
-// Writes all bytes. Returns 0, or the number of the error.
+} // namespace
+
 int WriteUnlessInterrupted(int descriptor, std::string_view bytes) {
     const WaitTimer timer;
     while (!bytes.empty()) {
@@ -69,8 +70,6 @@ int WriteUnlessInterrupted(int descriptor, std::string_view bytes) {
     }
     return 0;
 }
-
-} // namespace
 
 OutputStream::OutputStream(int descriptor, LostReader lostReader)
     : std::ostream(nullptr), m_buffer(descriptor, lostReader) {

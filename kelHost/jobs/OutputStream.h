@@ -5,8 +5,14 @@
 #include <cstddef>
 #include <ostream>
 #include <streambuf>
+#include <string_view>
 
 namespace kel::host {
+
+/// Writes all bytes to a descriptor, also to one that does not block. While a SignalReader exists,
+/// a signal ends the wait for a reader.
+/// @return 0, or the number of the error; EINTR when it was interrupted
+int WriteUnlessInterrupted(int descriptor, std::string_view bytes);
 
 /// Writes to a descriptor: to a terminal each line, to anything else when it is flushed or enough
 /// has come together.

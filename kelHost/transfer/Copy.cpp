@@ -47,10 +47,10 @@ bool Exists(const std::string& path) {
 
 JobResult DescribeSkipped(const CopyRequest& request) {
     const std::string input = Escape(request.input.shown);
-    const std::string output = Escape(request.output);
+    const std::string output = Escape(request.output.shown);
     nlohmann::json members{{"input", input}, {"output", output}, {"skipped", true}};
     AddPath(members, "input_path", PathToOpen(request.input));
-    AddPath(members, "output_path", request.output);
+    AddPath(members, "output_path", PathToOpen(request.output));
     return {DumpJSON(members), "",
             fmt::format("{} -> {}: exists already, skipped\n", input, output), true};
 }
@@ -67,9 +67,13 @@ public:
     JobResult Run() {
         Open();
         // The sink warns where the extension suggests another container.
-        const bool isUsual = ContainerByExtension(m_request.output) == m_facts.format.container;
-        OutputFile output(m_request.output, m_options.replace,
-                          isUsual ? TemporaryName::None : TemporaryName::Requested);
+        const bool isUsual =
+            ContainerByExtension(m_request.output.path) == m_facts.format.container;
+        OutputFile output =
+            m_request.isStreamed
+                ? OutputFile(m_request.output)
+                : OutputFile(m_request.output.path, m_options.replace,
+                             isUsual ? TemporaryName::None : TemporaryName::Requested);
         const std::uint64_t size = MaxFileSize(m_bytes, m_facts.channels, MetadataBytes());
         output.RequireSpace(size);
         m_facts.rounded =
@@ -160,8 +164,8 @@ private:
     void ChooseContainerForSize() {
         if (m_facts.format.container->format != WrapperFormat::WAVE ||
             m_facts.format.isContainerChosen) {
-            RequireFits(*m_facts.format.container, m_request.output, m_bytes, m_facts.channels,
-                        "--format bwave", MetadataBytes());
+            RequireFits(*m_facts.format.container, m_request.output.shown, m_bytes,
+                        m_facts.channels, "--format bwave", MetadataBytes());
             return;
         }
         if (FitsInto32Bits(m_bytes, m_facts.channels, MetadataBytes())) {
@@ -171,7 +175,7 @@ private:
         m_warnings.Add(
             fmt::format("{}: is written as {}, because its {} bytes of samples{} do not fit into "
                         "WAVE",
-                        m_request.output, m_facts.format.container->title, m_bytes,
+                        m_request.output.shown, m_facts.format.container->title, m_bytes,
                         FitsInto32Bits(m_bytes, m_facts.channels)
                             ? fmt::format(" and {} of metadata", MetadataBytes())
                             : ""));
@@ -188,7 +192,7 @@ private:
 
     // Writes the file and verifies that it is complete.
     void Write(OutputFile& output) {
-        const FileName file(output.TemporaryPath(), m_request.output);
+        const FileName file(output.TemporaryPath(), m_request.output.shown);
         // Threads cost more than they gain where there is hardly anything to overlap.
         const bool overlapped = !m_range.count.has_value() ||
                                 *m_range.count > 2 * std::int64_t{m_source->BlockFrames()};
@@ -196,7 +200,7 @@ private:
         parts.reader = MakeReader();
         if (!m_range.count.has_value()) {
             parts.reader = std::make_unique<FittingReader>(
-                std::move(parts.reader), *m_facts.format.container, m_request.output,
+                std::move(parts.reader), *m_facts.format.container, m_request.output.shown,
                 m_facts.channels, m_facts.format.encoding->bytes, "--format bwave",
                 MetadataBytes());
         }
@@ -204,7 +208,7 @@ private:
                                                   m_converter->Description());
         parts.source = std::move(m_source);
         parts.converter = std::move(m_converter);
-        Transfer transfer(std::move(parts), m_request.output, m_errors, m_reporter);
+        Transfer transfer(std::move(parts), m_request.output.shown, m_errors, m_reporter);
         if (m_facts.isVerified) {
             transfer.EnableHash();
         }
@@ -215,7 +219,7 @@ private:
         m_facts.frames = transfer.Run(m_range.count.value_or(kUnknownTotal), overlapped);
         m_facts.conversion = transfer.Converter().Channels();
         transfer.CloseSink();
-        m_errors.RequireNoneFromOutput(m_request.output);
+        m_errors.RequireNoneFromOutput(m_request.output.shown);
         transfer.Source().RequireUnchanged();
         const auto shortfall = m_errors.VerifyDelivery(m_range.count, m_facts.frames,
                                                        transfer.Source().EarlyStop(m_range.count),
@@ -230,11 +234,11 @@ private:
         WriteMetadata(file);
         m_warnings.Add(output.Flush());
         VerifyFile(file, transfer.Hash());
-        m_errors.RequireNoneFromOutput(m_request.output);
+        m_errors.RequireNoneFromOutput(m_request.output.shown);
     }
 
     void CompleteHeader(const FileName& file, const Transfer& transfer) const {
-        m_reporter.Opening(m_request.output);
+        m_reporter.Opening(m_request.output.shown);
         WriteChannelMask(file, m_mask);
         if (HasPeaks()) {
             WritePeaks(file, transfer.Peaks(), m_time);
@@ -268,7 +272,8 @@ private:
     }
 
     void VerifyFile(const FileName& file, const FloatHash& pushed) const {
-        m_reporter.Opening(m_request.output); // a library may not return from damaged metadata
+        m_reporter.Opening(
+            m_request.output.shown); // a library may not return from damaged metadata
         VerifyHeaderSizes(file, m_facts.SampleBytes(), static_cast<std::uint64_t>(m_facts.frames));
         VerifyReopens(file, m_facts.frames, m_facts.channels, m_facts.rate);
         m_reporter.Opened();
@@ -290,7 +295,7 @@ private:
             read += static_cast<std::int64_t>(floats.count / m_facts.channels);
         }
         if (read != m_facts.frames || hash.Value() != pushed.Value()) {
-            throw JobError(m_request.output,
+            throw JobError(m_request.output.shown,
                            "differs from the written samples when it is read back; do not trust "
                            "this disk");
         }
@@ -333,7 +338,7 @@ JobResult Copy(const CopyRequest& request, const HostLogger& log, Reporter& repo
     const ContextScope context("copy " + request.input.shown);
     reporter.Opening(request.input.shown); // even looking at it may take for ever
     RequireDifferentFiles(request.input, request.output);
-    if (request.options.skip && Exists(request.output)) {
+    if (request.options.skip && !request.isStreamed && Exists(request.output.path)) {
         return DescribeSkipped(request);
     }
     const SeekableInput input(request.input, request.options.input.spool, reporter);

@@ -35,9 +35,10 @@ struct CopyOptions {
 /// One copy to make.
 struct CopyRequest {
     FileName input;
-    std::string output;
+    FileName output;
     OutputFormat format;
     CopyOptions options;
+    bool isStreamed = false; ///< the output is a temporary file that the caller sends elsewhere
 };
 
 /// Copies one file. The output appears under its name only when it is complete: closed, without a

@@ -24,7 +24,7 @@ void RequireEveryValue(const CopyRequest& request, const std::optional<StoredFor
                        "be exact; omit --require-exact");
     }
     if (!HoldsEveryValue(encoding, *stored)) {
-        throw JobError(request.output,
+        throw JobError(request.output.shown,
                        fmt::format("{} does not hold every value of {}; use --encoding keep and "
                                    "WAVE or RF64, or omit --require-exact",
                                    encoding.name, Describe(*stored)));
@@ -58,7 +58,7 @@ const Encoding& ChooseEncoding(const CopyRequest& request,
                                    ? *request.format.encoding
                                    : KeptEncoding(stored, *request.format.container);
     if (request.options.dither.has_value() && encoding.type != AudioPCMType::Integer) {
-        throw JobError(request.output,
+        throw JobError(request.output.shown,
                        fmt::format("keeps the encoding {}, and --dither needs an integer encoding; "
                                    "add --encoding int16, int24 or int32",
                                    encoding.name));

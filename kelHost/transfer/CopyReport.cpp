@@ -61,7 +61,7 @@ json DescribeCopy(const CopyRequest& request, const CopyFacts& facts,
                               {"non_finite", channel.nonFinite}});
     }
     json members{{"input", Escape(request.input.shown)},
-                 {"output", Escape(request.output)},
+                 {"output", Escape(request.output.shown)},
                  {"container", facts.format.container->title},
                  {"encoding", facts.format.encoding->name},
                  {"byte_order", Describe(facts.format.byteOrder)},
@@ -75,14 +75,14 @@ json DescribeCopy(const CopyRequest& request, const CopyFacts& facts,
                  {"metadata", DescribeMetadata(facts.metadata)},
                  {"warnings", warnings}};
     AddPath(members, "input_path", PathToOpen(request.input));
-    AddPath(members, "output_path", request.output);
+    AddPath(members, "output_path", PathToOpen(request.output));
     return members;
 }
 
 std::string FormatCopy(const CopyRequest& request, const CopyFacts& facts) {
     return fmt::format(
         "{} -> {}: {}, {} {}, {}, {} Hz, {}, {}{}{}\n", Escape(request.input.shown),
-        Escape(request.output), facts.format.container->title, facts.format.encoding->name,
+        Escape(request.output.shown), facts.format.container->title, facts.format.encoding->name,
         Describe(facts.format.byteOrder), Count(facts.channels, "channel"), facts.rate,
         Count(static_cast<std::uint64_t>(facts.frames), "frame"),
         FormatDuration(facts.frames, facts.rate), facts.isVerified ? ", verified" : "",

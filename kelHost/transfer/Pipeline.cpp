@@ -214,7 +214,9 @@ private:
         if (container != nullptr) {
             RequireFits(*container, sink.file.shown, bytes, m_channels, LargeType());
         }
-        OutputFile output(sink.file.path, m_request.replace, TemporaryName::Requested);
+        OutputFile output = m_request.isStreamed ? OutputFile(sink.file)
+                                                 : OutputFile(sink.file.path, m_request.replace,
+                                                              TemporaryName::Requested);
         output.RequireSpace(size);
         SetFilePath(*sink.recipe.settings, output.TemporaryPath());
         try {

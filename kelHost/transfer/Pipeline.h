@@ -26,8 +26,9 @@ struct PipelineElement {
 struct PipelineRequest {
     PipelineElement source;
     PipelineElement sink;
-    InputPolicy input;    ///< which inputs are accepted
-    bool replace = false; ///< replace an existing file
+    InputPolicy input;       ///< which inputs are accepted
+    bool replace = false;    ///< replace an existing file
+    bool isStreamed = false; ///< the sink's file is a temporary one that the caller sends elsewhere
 };
 
 /// Runs all that the source delivers into the sink; nothing is converted. A file that the sink's

@@ -3,6 +3,7 @@
 #include "Program.h"
 #include "base/Errors.h"
 #include "base/FileName.h"
+#include "base/TemporaryFile.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -635,6 +636,26 @@ TEST(OutputFileShortage, IsALimitOfTheFileSizeThatIsReached) {
     EXPECT_EQ(output.DescribeShortage(1000), "; files are limited to 100 bytes (ulimit -f)");
     setrlimit(RLIMIT_FSIZE, &former);
     EXPECT_EQ(output.DescribeShortage(1000), "");
+}
+
+TEST(OutputFileWithoutAName, GetsNone) {
+    const TemporaryDirectory directory;
+    const TemporaryFile file(directory.Path());
+    OutputFile output(FileName(file.Path(), "standard output"));
+    WriteFile(output.TemporaryPath(), "take");
+    EXPECT_EQ(output.Finish(), std::vector<std::string>());
+    output.Commit();
+    EXPECT_EQ(ReadFile(file.Path()), "take");
+    EXPECT_EQ(directory.Names(), std::vector<std::string>());
+    constexpr std::uint64_t kTooLarge = std::uint64_t{1} << 62U;
+    EXPECT_EQ(output.DescribeShortage(kTooLarge),
+              "; its temporary directory is full (--temp-dir DIRECTORY names another place)");
+    const std::string tooLarge = JobErrorOf([&] { output.RequireSpace(kTooLarge); });
+    EXPECT_EQ(test::ReplaceMatches(tooLarge, "has [0-9]+ left", "has N left"),
+              "standard output: needs 4611686018427387904 bytes, and its temporary directory has N "
+              "left (--temp-dir DIRECTORY names another place)");
+    EXPECT_EQ(JobErrorOf([&] { const OutputFile missing(FileName(directory / "no", "shown")); }),
+              "shown: cannot create the file: No such file or directory");
 }
 
 TEST(OutputFileShortage, IsAFullDiskWhenTheMissingBytesDoNotFit) {

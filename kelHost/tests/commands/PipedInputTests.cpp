@@ -29,7 +29,7 @@ protected:
     TemporaryDirectory m_directory;
 };
 
-struct Pipe {
+struct PipeName {
     std::string name;
     std::string shown;
 };
@@ -51,8 +51,9 @@ TEST_F(PipedInput, IsReadLikeAFile) {
           "kelhost run --json --force kel.LibsndfileSource:WAVE FilePath=IN ! "
           "kel.LibsndfileSink FilePath=out.wav; md5sum out.wav"}) {
         const ProcessResult expected = Run(WithInput(line, "take.wav"));
-        for (const Pipe& pipe : {Pipe{"-", "standard input"}, Pipe{"/dev/stdin", "/dev/stdin"},
-                                 Pipe{"<(cat take.wav)", "/dev/fd/63"}}) {
+        for (const PipeName& pipe :
+             {PipeName{"-", "standard input"}, PipeName{"/dev/stdin", "/dev/stdin"},
+              PipeName{"<(cat take.wav)", "/dev/fd/63"}}) {
             SCOPED_TRACE(line + " " + pipe.name);
             ExpectResult(Run("cat take.wav | { " + WithInput(line, pipe.name) + "; }"),
                          expected.status, ReplaceMatches(expected.out, "take\\.wav", pipe.shown),

@@ -319,6 +319,23 @@ TEST(BatchSignal, EndsABatchWhoseOutputIsNotRead) {
     }
 }
 
+TEST(Signal, EndsACopyIntoAPipeThatIsNotRead) {
+    for (const Ending& ending : kEndings) {
+        SCOPED_TRACE(ending.signal);
+        const FullPipe pipe;
+        WaitingCopy copy({"copy", "in.wav", "-", "--format", "wave"});
+        copy.command.environment["KEL_TEST_NAMED_FILES"] = "";
+        copy.command.standardOutput = pipe.Path();
+        copy.Start();
+        copy.GoOn();
+        // The host waits for the pipe now or in a moment.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        copy.Process().Signal(ending.signal);
+        ExpectResult(copy.Process().Wait(), ending.status, "", kInterrupted);
+        EXPECT_EQ(SortedNames(copy.Directory()), Names{"in.wav"});
+    }
+}
+
 TEST(Signal, EndsACopyWhoseLogIsNotRead) {
     for (const Ending& ending : kEndings) {
         SCOPED_TRACE(ending.signal);
