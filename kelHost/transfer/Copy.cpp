@@ -228,7 +228,7 @@ private:
             m_warnings.Add(*shortfall);
         }
         RequireNoClipping();
-        m_warnings.Add(DescribeClipping(m_request.output, m_facts.conversion));
+        m_warnings.Add(DescribeClipping(m_request.output.shown, m_facts.conversion));
         transfer.Source().Release();
         CompleteHeader(file, transfer);
         WriteMetadata(file);
