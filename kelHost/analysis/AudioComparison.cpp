@@ -207,6 +207,7 @@ Comparison CompareFiles(const ComparisonRequest& request, const HostLogger& log,
     const auto& [fileA, fileB] = request.files;
     const SpoolPolicy& spool = request.inputPolicy.spool;
     const Repair repair{request.inputPolicy.repair, ReadingSteps(reporter), spool.directory};
+    reporter.Opening(fileA.shown);
     const SeekableInput inputA(fileA, spool, reporter);
     const SourceReader a(inputA.File(), std::nullopt, repair);
     reporter.Opened();

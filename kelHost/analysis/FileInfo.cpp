@@ -57,6 +57,7 @@ void ReadSamples(const SourceReader& source, const InfoRequest& request, const I
 
 FileInfo ReadFileInfo(const FileName& named, const InfoRequest& request, const InputPolicy& policy,
                       const HostLogger& log, Reporter& reporter) {
+    reporter.Opening(named.shown);
     const SeekableInput input(named, policy.spool, reporter);
     const FileName& file = input.File();
     const SourceReader source(file, std::nullopt,

@@ -144,6 +144,7 @@ PictureSize PlotPicture(const PlotRequest& request, const PlottedFile& file,
 } // namespace
 
 JobResult Plot(const PlotRequest& named, const HostLogger& log, Reporter& reporter) {
+    reporter.Opening(named.input.shown);
     const SeekableInput sought(named.input, named.inputPolicy.spool, reporter);
     PlotRequest request = named;
     request.input = sought.File();

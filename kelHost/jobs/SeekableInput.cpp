@@ -71,7 +71,6 @@ ssize_t ReadSome(int descriptor, std::vector<char>& bytes) {
 
 SeekableInput::SeekableInput(FileName input, const SpoolPolicy& policy, Reporter& reporter)
     : m_file(std::move(input)) {
-    reporter.Opening(m_file.shown); // even looking at it may take for ever
     if (IsStandardInput(m_file) ? IsFileAtItsBeginning(m_file.path) : CanBeSought(m_file.path)) {
         return;
     }

@@ -45,7 +45,7 @@ TEST(SeekableInput, WaitsForDataAsOneThatIsRead) {
     CallRecorder reporter;
     const SeekableInput input({path, "shown"}, SpoolPolicy(), reporter);
     writer.join();
-    EXPECT_EQ(reporter.calls, "opening shown\nopened\nreading\nread\nreading\nread\n"
+    EXPECT_EQ(reporter.calls, "opened\nreading\nread\nreading\nread\n"
                               "opening shown\n");
     EXPECT_EQ(test::ReadFile(input.File().path), "take");
     EXPECT_EQ(input.File().shown, "shown");
