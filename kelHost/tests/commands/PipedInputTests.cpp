@@ -56,9 +56,12 @@ TEST_F(PipedInput, IsReadLikeAFile) {
              {PipeName{"-", "standard input"}, PipeName{"/dev/stdin", "/dev/stdin"},
               PipeName{"<(cat take.wav)", "/dev/fd/63"}}) {
             SCOPED_TRACE(line + " " + pipe.name);
+            // Standard input has no path that could be opened.
+            const std::string text =
+                ReplaceMatches(ReplaceMatches(expected.out, "take\\.wav", pipe.shown),
+                               "path\":\"standard input\"", "path\":null");
             ExpectResult(Run("cat take.wav | { " + WithInput(line, pipe.name) + "; }"),
-                         expected.status, ReplaceMatches(expected.out, "take\\.wav", pipe.shown),
-                         "");
+                         expected.status, text, "");
         }
     }
 }
@@ -117,9 +120,7 @@ TEST_F(PipedInput, FailsWithItsNameAndLeavesNothing) {
     ExpectError("head -c 5000 take.wav | kelhost copy - out.wav",
                 "declares 20000 frames and contains 1239; it is truncated (--allow-truncated "
                 "accepts the frames that exist)");
-    ExpectError("echo text | kelhost copy - out.wav",
-                "cannot open for reading: [Unable to open file \"standard input\" with libsndfile. "
-                "Error is:\"Format not recognised.\"]");
+    ExpectResult(Run("echo text | kelhost copy - out.wav"), 1, "", NoAudioError("standard input"));
     ExpectError("true | kelhost copy - out.wav",
                 "cannot open for reading: it is empty; the program that writes to it reports the "
                 "cause");
