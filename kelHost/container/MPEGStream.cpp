@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -32,16 +33,20 @@ constexpr std::uint32_t kPaddingBit = 0x00000200;
 constexpr std::uint32_t kNoChecksumBit = 0x00010000;
 constexpr std::uint32_t kModeBits = 0x000000C0; // both set: one channel
 
-// A header of layer III. ISO/IEC 13818-3 halves the rates; a usual extension halves them again.
+enum class Layer { I, II, III };
+
+// ISO/IEC 13818-3 halves the rates; a usual extension halves them again.
 struct FrameHeader {
     std::uint32_t bits = 0;
+    Layer layer = Layer::III;
     bool isFirstVersion = false;
     std::uint32_t samples = 0;
-    std::uint64_t bytes = 0; // of the frame
+    std::uint64_t bytes = 0; // of the frame; of its padding where the bit rate is free
 
     bool IsMono() const { return (bits & kModeBits) == kModeBits; }
+    bool IsFree() const { return (bits & kBitRateBits) == 0; }
 
-    // Offset of what follows the side information, which precedes the sound.
+    // Offset of what follows the side information of layer III, which precedes the sound.
     std::uint64_t AfterSideInformation() const {
         constexpr std::uint64_t kStereo = 32;
         constexpr std::uint64_t kMono = 17;
@@ -51,36 +56,52 @@ struct FrameHeader {
     }
 };
 
+// In kbit/s. The first is that of a free bit rate; the last is reserved.
+std::uint64_t BitRate(Layer layer, bool isFirstVersion, std::uint32_t index) {
+    using Rates = std::array<std::uint64_t, 16>;
+    constexpr Rates kLayer1{0,   32,  64,  96,  128, 160, 192, 224,
+                            256, 288, 320, 352, 384, 416, 448, 0};
+    constexpr Rates kLayer2{0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384, 0};
+    constexpr Rates kLayer3{0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 0};
+    constexpr Rates kLow1{0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256, 0};
+    constexpr Rates kLow{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0};
+    if (!isFirstVersion) {
+        return (layer == Layer::I ? kLow1 : kLow).at(index);
+    }
+    return (layer == Layer::I ? kLayer1 : layer == Layer::II ? kLayer2 : kLayer3).at(index);
+}
+
 std::optional<FrameHeader> ParseHeader(std::uint32_t bits) {
     constexpr std::uint32_t kSync = 0x7FF;
-    constexpr std::uint32_t kLayer3 = 1;
-    constexpr std::array<std::uint64_t, 16> kFirstBitRates{0,   32,  40,  48,  56,  64,  80,  96,
-                                                           112, 128, 160, 192, 224, 256, 320, 0};
-    constexpr std::array<std::uint64_t, 16> kLowBitRates{0,  8,  16, 24,  32,  40,  48,  56,
-                                                         64, 80, 96, 112, 128, 144, 160, 0};
+    constexpr std::uint32_t kReservedBitRate = 15;
     constexpr std::array<std::uint64_t, 4> kRates{44100, 48000, 32000, 0};
     constexpr std::array<std::uint64_t, 4> kRateDivisors{4, 0, 2, 1}; // 0: reserved
     const std::uint64_t divisor = kRateDivisors.at((bits >> 19U) & 3U);
-    const bool isFirst = divisor == 1;
-    const std::uint64_t bitRate =
-        (isFirst ? kFirstBitRates : kLowBitRates).at((bits & kBitRateBits) >> kBitRateShift);
+    const std::uint32_t layer = (bits >> 17U) & 3U; // 0: reserved
+    const std::uint32_t bitRateIndex = (bits & kBitRateBits) >> kBitRateShift;
     const std::uint64_t rate = kRates.at((bits >> 10U) & 3U);
-    if (bits >> 21U != kSync || ((bits >> 17U) & 3U) != kLayer3 || divisor == 0 || bitRate == 0 ||
+    if (bits >> 21U != kSync || layer == 0 || divisor == 0 || bitRateIndex == kReservedBitRate ||
         rate == 0) {
         return std::nullopt;
     }
     FrameHeader header;
     header.bits = bits;
-    header.isFirstVersion = isFirst;
-    header.samples = isFirst ? 1152 : 576;
+    header.layer = layer == 3 ? Layer::I : layer == 2 ? Layer::II : Layer::III;
+    header.isFirstVersion = divisor == 1;
+    const bool isHalf = header.layer == Layer::III && !header.isFirstVersion;
+    header.samples = header.layer == Layer::I ? 384 : isHalf ? 576 : 1152;
     constexpr std::uint64_t kBytesPerKilobit = 125;
-    header.bytes = header.samples * bitRate * kBytesPerKilobit * divisor / rate +
-                   ((bits & kPaddingBit) != 0 ? 1 : 0);
+    // The bytes of a frame are counted in slots.
+    const std::uint64_t slot = header.layer == Layer::I ? 4 : 1;
+    const std::uint64_t bitRate = BitRate(header.layer, header.isFirstVersion, bitRateIndex);
+    const std::uint64_t slots = header.samples * bitRate * kBytesPerKilobit * divisor / rate / slot;
+    header.bytes = (slots + ((bits & kPaddingBit) != 0 ? 1 : 0)) * slot;
     return header;
 }
 
 bool IsCompatible(const FrameHeader& a, const FrameHeader& b) {
-    return (a.bits & kSameBits) == (b.bits & kSameBits) && a.IsMono() == b.IsMono();
+    return (a.bits & kSameBits) == (b.bits & kSameBits) && a.IsMono() == b.IsMono() &&
+           a.IsFree() == b.IsFree();
 }
 
 // The bits of a header occur in other files, too. The library recognises a file whose first bytes
@@ -111,10 +132,13 @@ public:
         }
         for (std::uint64_t i = 0; i < kMaxGarbage && m_offset < m_end; ++i, ++m_offset) {
             const auto header = HeaderAt(m_offset);
-            if (header.has_value() && IsConfirmed(*header)) {
-                m_first = *header;
-                m_stream.firstHeader = header->bits;
-                m_stream.samplesPerFrame = header->samples;
+            if (header.has_value() &&
+                (header->IsFree() ? FindFreeBytes(*header) : IsConfirmed(*header))) {
+                m_first = *HeaderAt(m_offset);
+                m_stream.firstHeader = m_first.bits;
+                m_stream.firstBytes = m_first.bytes;
+                m_stream.samplesPerFrame = m_first.samples;
+                m_stream.canDeclareFrames = m_first.layer == Layer::III && !m_first.IsFree();
                 return true;
             }
         }
@@ -137,7 +161,32 @@ private:
     static bool IsID3v1(const std::string& name) { return name.substr(0, 3) == "TAG"; }
 
     std::optional<FrameHeader> HeaderAt(std::uint64_t offset) const {
-        return ParseHeader(static_cast<std::uint32_t>(m_reader.Number(offset, kFrameHeader)));
+        auto header =
+            ParseHeader(static_cast<std::uint32_t>(m_reader.Number(offset, kFrameHeader)));
+        if (header.has_value() && header->IsFree()) {
+            header->bytes += m_freeBytes;
+        }
+        return header;
+    }
+
+    // Finds the length of frames with a free bit rate, which is the same for all of them but for
+    // padding: that of the first, if the second has it, too.
+    bool FindFreeBytes(const FrameHeader& header) {
+        constexpr std::uint64_t kMaxFrame = 3456; // that decoders accept
+        for (std::uint64_t bytes = kFrameHeader; bytes <= kMaxFrame; ++bytes) {
+            const auto second = HeaderAt(m_offset + bytes);
+            if (bytes < header.bytes || !second.has_value() || !IsCompatible(header, *second)) {
+                continue;
+            }
+            m_freeBytes = bytes - header.bytes;
+            const std::uint64_t next = m_offset + bytes + second->bytes + m_freeBytes;
+            const auto third = HeaderAt(next);
+            if (next == m_end || (third.has_value() && IsCompatible(header, *third))) {
+                return true;
+            }
+            m_freeBytes = 0;
+        }
+        return false;
     }
 
     // Sound may contain the bits of a header. Then no frame follows.
@@ -161,6 +210,8 @@ private:
         m_isLost = !isFrame;
         if (tag > 0) {
             m_offset += tag;
+        } else if (!isFrame && header.has_value() && IsOther(*header)) {
+            AddOther(*header);
         } else if (!isFrame) {
             ++m_stream.skippedBytes;
             ++m_offset;
@@ -173,8 +224,27 @@ private:
         }
     }
 
+    // True for a frame of another kind: one of several that follow each other.
+    bool IsOther(const FrameHeader& header) const {
+        if (header.IsFree() || IsCompatible(header, m_first) || header.bytes > m_end - m_offset) {
+            return false;
+        }
+        const auto following = HeaderAt(m_offset + header.bytes);
+        return (m_offset == m_otherEnd && IsCompatible(header, m_other)) ||
+               (following.has_value() && IsCompatible(header, *following));
+    }
+
+    void AddOther(const FrameHeader& header) {
+        m_stream.otherFrames += IsDescription(header) ? 0U : 1U;
+        m_stream.skippedBytes += header.bytes;
+        m_offset += header.bytes;
+        m_other = header;
+        m_otherEnd = m_offset;
+    }
+
     void AddFrame(const FrameHeader& header) {
         if (IsDescription(header)) {
+            ReadDeclared(header);
             return;
         }
         ++m_stream.frames;
@@ -191,24 +261,28 @@ private:
         parts.push_back({m_offset, header.bytes});
     }
 
-    // True for a frame that describes the file. The first one may declare the length.
-    bool IsDescription(const FrameHeader& header) {
+    // True for a frame that describes the file.
+    bool IsDescription(const FrameHeader& header) const {
         constexpr std::uint64_t kVBRI = 36; // in all kinds of frames
-        if (m_reader.Name(m_offset + kVBRI) == "VBRI") {
-            return true;
-        }
-        constexpr std::uint64_t kChecksum = 2;
-        const bool hasChecksum = (header.bits & kNoChecksumBit) == 0;
-        std::uint64_t tag = m_offset + header.AfterSideInformation();
-        tag += hasChecksum && !IsInfo(tag) ? kChecksum : 0;
-        if (!IsInfo(tag)) {
-            return false;
-        }
-        const bool hasCount = (m_reader.Number(tag + 4, 4) & 1U) != 0;
+        return header.layer == Layer::III &&
+               (m_reader.Name(m_offset + kVBRI) == "VBRI" || IsInfo(InfoTag(header)));
+    }
+
+    // The first description may declare the length.
+    void ReadDeclared(const FrameHeader& header) {
+        const std::uint64_t tag = InfoTag(header);
+        const bool hasCount = IsInfo(tag) && (m_reader.Number(tag + 4, 4) & 1U) != 0;
         if (hasCount && m_stream.frames == 0) {
             m_stream.declared = m_reader.Number(tag + 8, 4);
         }
-        return true;
+    }
+
+    // Offset of the name in a frame that describes the file.
+    std::uint64_t InfoTag(const FrameHeader& header) const {
+        constexpr std::uint64_t kChecksum = 2;
+        const bool hasChecksum = (header.bits & kNoChecksumBit) == 0;
+        const std::uint64_t tag = m_offset + header.AfterSideInformation();
+        return tag + (hasChecksum && !IsInfo(tag) ? kChecksum : 0);
     }
 
     bool IsInfo(std::uint64_t offset) const {
@@ -222,7 +296,10 @@ private:
     std::uint64_t m_end;
     std::uint64_t m_offset = 0;
     FrameHeader m_first;
-    bool m_isLost = false; // a frame has to be followed by another
+    std::uint64_t m_freeBytes = 0; // of frames with a free bit rate, without padding
+    bool m_isLost = false;         // a frame has to be followed by another
+    FrameHeader m_other;           // the last frame of another kind
+    std::uint64_t m_otherEnd = 0;
     MPEGStream m_stream;
 };
 
@@ -245,6 +322,24 @@ std::string MPEGStream::Describe() const {
                             skippedBytes == 1 ? "is" : "are");
     }
     return text + (endsInFrame ? "; an incomplete one at the end is left out" : "");
+}
+
+std::string MPEGStream::DescribeOther() const {
+    return otherFrames == 0
+               ? ""
+               : fmt::format("{} of its {} have another layer, rate or number of channels than the "
+                             "first",
+                             otherFrames, Count(frames + otherFrames, "MPEG frame"));
+}
+
+// The library divides the length of a file by that of its first frame. A frame more covers tags and
+// rounding.
+std::uint64_t MPEGStream::MissingBytes() const {
+    const std::uint64_t wanted = (frames + 1) * firstBytes;
+    const std::uint64_t present =
+        std::accumulate(parts.begin(), parts.end(), std::uint64_t{0},
+                        [](std::uint64_t sum, const SamplePart& part) { return sum + part.bytes; });
+    return wanted - std::min(wanted, present);
 }
 
 std::string MPEGStream::MakeInfoFrame() const {

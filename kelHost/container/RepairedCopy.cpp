@@ -332,10 +332,11 @@ TemporaryFile MakeCountedCopy(const FileName& file, const MPEGStream& stream,
     const auto runHere = [](const std::function<void()>& step) {
         step();
     };
-    return MakeCopy(
-        file,
-        {"cannot make a copy that declares its length in ", stream.MakeInfoFrame(), stream.parts},
-        directory, run ? run : runHere);
+    const std::string header = stream.canDeclareFrames ? stream.MakeInfoFrame() : "";
+    return MakeCopy(file,
+                    {"cannot make a copy that declares its length in ", header, stream.parts,
+                     stream.canDeclareFrames ? 0 : stream.MissingBytes()},
+                    directory, run ? run : runHere);
 }
 
 } // namespace kel::host

@@ -24,7 +24,8 @@ struct MPEGStream;
 TemporaryFile MakeRepairedCopy(const FileName& file, const InputHeader& header,
                                const std::string& directory, const StepRunner& run);
 
-/// Writes the frames of an MPEG stream after one that declares their number.
+/// Writes the frames of an MPEG stream after one that declares their number. Where none can,
+/// programs estimate the number, and a hole follows the frames so that they do not end too early.
 /// @param directory of the copy
 /// @param run runs the steps of the copying, each of at most 64 MiB; empty: they are run here
 /// @throws JobError when the file cannot be read, or the directory has no room

@@ -129,24 +129,36 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
 // MPEG stream does not contain: much too low a number at a variable bit rate.
 void SourceReader::CountMPEGFrames(const FileName& file, const Repair& repair) {
     const auto stream = ReadMPEGStream(file, repair.run);
-    if (!stream.has_value() || !stream->IsLongerThan(m_limits.duration)) {
+    if (!stream.has_value()) {
         return;
     }
-    Release();
-    m_repaired = MakeCountedCopy(file, *stream, repair.directory, repair.run);
+    m_otherFrames = stream->DescribeOther();
+    if (!stream->IsLongerThan(m_limits.duration)) {
+        return;
+    }
     m_countReason = stream->Describe();
-    const FileName copy(m_repaired->Path(), m_shownName);
-    SetFilePath(*m_recipe.settings, copy.path);
-    OpenSource(copy, std::nullopt);
+    // A source that estimates too many frames ends with the file.
+    if (stream->canDeclareFrames || m_limits.duration < stream->Samples() ||
+        !stream->IsContinuous()) {
+        Release();
+        m_repaired = MakeCountedCopy(file, *stream, repair.directory, repair.run);
+        const FileName copy(m_repaired->Path(), m_shownName);
+        SetFilePath(*m_recipe.settings, copy.path);
+        OpenSource(copy, std::nullopt);
+    }
     constexpr std::int64_t kDecoderDelay = 529;
-    if (m_limits.duration > stream->Samples() ||
-        m_limits.duration < stream->Samples() - kDecoderDelay) {
+    const std::int64_t omitted = stream->canDeclareFrames ? kDecoderDelay : 0;
+    const bool isTooLong = stream->canDeclareFrames && m_limits.duration > stream->Samples();
+    if (isTooLong || m_limits.duration < stream->Samples() - omitted) {
         throw JobError(m_shownName,
                        fmt::format("cannot read all samples: its {} are {}, and the source "
                                    "declares {}",
                                    Count(stream->frames, "MPEG frame"),
                                    Count(static_cast<std::uint64_t>(stream->Samples()), "frame"),
                                    m_limits.duration));
+    }
+    if (!stream->canDeclareFrames) {
+        m_counted = stream->Samples();
     }
 }
 
@@ -233,6 +245,9 @@ OpeningFacts SourceReader::Facts(const OpenPositions& before) const {
 
 // libsndfile has the largest number for a length that it does not know.
 std::optional<std::int64_t> SourceReader::Frames() const {
+    if (m_counted.has_value()) {
+        return m_counted;
+    }
     return m_limits.duration == std::numeric_limits<std::int64_t>::max()
                ? std::nullopt
                : std::optional(m_limits.duration);
@@ -260,6 +275,9 @@ std::vector<std::string> SourceReader::DescribeHeader() const {
     if (!m_countReason.empty()) {
         notes.push_back(m_shownName + ": " + m_countReason);
     }
+    if (!m_otherFrames.empty()) {
+        notes.push_back(m_shownName + ": " + m_otherFrames + " and are left out");
+    }
     if (IsRepaired()) {
         notes.push_back(fmt::format("{}: is read through a copy with a new header: {}", m_shownName,
                                     m_repairReason));
@@ -283,6 +301,10 @@ std::vector<std::string> SourceReader::DescribeHeader() const {
 std::vector<std::string> SourceReader::CheckHeader(const InputPolicy& policy) const {
     if (const std::string loss = Loss(); !loss.empty()) {
         throw JobError(m_shownName, loss);
+    }
+    if (!m_otherFrames.empty() && !policy.allowTruncated) {
+        throw JobError(m_shownName, "cannot read all samples: " + m_otherFrames +
+                                        " (--allow-truncated accepts the other frames)");
     }
     if (m_hasFurtherStreams && !policy.allowTruncated) {
         throw JobError(m_shownName,

@@ -105,8 +105,9 @@ public:
     /// returned.
     void SetBlockFrames(std::uint32_t frames);
 
-    /// Number of frames that the source declares; missing when it does not know it, as for a stream
-    /// that was recorded without going back to its header.
+    /// Number of frames that the source declares, or that were counted where it estimates; missing
+    /// when it does not know it, as for a stream that was recorded without going back to its
+    /// header.
     std::optional<std::int64_t> Frames() const;
 
     /// The header of the file; missing where the host does not know its kind.
@@ -154,8 +155,10 @@ private:
     std::string m_path;
     std::optional<FileState> m_state; // of a file, before it was opened
     std::optional<TemporaryFile> m_repaired;
-    std::string m_repairReason; // empty: not repaired
-    std::string m_countReason;  // why MPEG frames were counted; empty: they were not
+    std::string m_repairReason;            // empty: not repaired
+    std::string m_countReason;             // why MPEG frames were counted; empty: they were not
+    std::string m_otherFrames;             // MPEG frames that are not read, in words; empty: none
+    std::optional<std::int64_t> m_counted; // frames, where the source only estimates them
     std::uint32_t m_blockFrames = 0;
     ElementRecipe m_recipe;
     std::shared_ptr<IAudioSource> m_element;

@@ -129,6 +129,80 @@ INSTANTIATE_TEST_SUITE_P(Streams, CountedLength, testing::ValuesIn(Streams()),
 
 namespace {
 
+std::string Repeat(const std::string& header, std::size_t bytes, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) {
+        all += header + std::string(bytes - header.size(), '\0');
+    }
+    return all;
+}
+
+} // namespace
+
+// Nothing declares the length of these streams. A library estimates it by the first frame.
+TEST(EstimatedLength, IsReplacedByThatOfAllFrames) {
+    const std::string free("\xFF\xFB\0\xC0", 4);
+    const std::string tag = "TAG" + std::string(125, '\0');
+    struct Row {
+        std::string bytes;
+        int frames;
+        int samples;
+        std::string rest;
+    };
+    for (const Row& row :
+         {Row{Repeat("\xFF\xFF\x10\xC0", 32, 50) + Repeat("\xFF\xFF\xE0\xC0", 484, 50), 100, 384,
+              ""},
+          Row{Repeat("\xFF\xFF\xE0\xC0", 484, 50) + Repeat("\xFF\xFF\x10\xC0", 32, 50), 100, 384,
+              ""},
+          Row{Repeat("\xFF\xFD\x80\xC0", 417, 40) + tag, 40, 1152, ""},
+          Row{Repeat("\xFF\xFD\x80\xC0", 417, 40) + std::string(5000, 'x') +
+                  Repeat("\xFF\xFD\x80\xC0", 417, 3),
+              43, 1152, "; 5000 bytes between or after them are skipped"},
+          Row{Repeat(free, 500, 40) + tag, 40, 1152, ""}}) {
+        const TemporaryDirectory directory;
+        WriteFile(directory / "take.mp3", row.bytes);
+        const std::string warning = "kelhost: warning: take.mp3: does not declare its length: " +
+                                    std::to_string(row.frames) + " MPEG frames were counted" +
+                                    row.rest + "\n";
+        const std::string frames = std::to_string(row.frames * row.samples) + "\n";
+        ExpectResult(RunKelhost(directory, {"info", "--field", "frames", "take.mp3"}), 0, frames,
+                     warning);
+        for (const std::string block : {"1000", "16384"}) {
+            const ProcessResult copied =
+                RunKelhost(directory, {"copy", "--force", "--block", block, "take.mp3", "out.wav"});
+            EXPECT_EQ(copied.status, 0) << copied.err;
+            EXPECT_EQ(ReadAudio(directory / "out.wav").values.size(),
+                      static_cast<std::size_t>(row.frames * row.samples));
+        }
+    }
+}
+
+// The library delivers only the first kind.
+TEST(LengthOfJoinedStreams, IncludesFramesThatAreNotRead) {
+    const TemporaryDirectory directory;
+    const std::string mono = MakeFrames(0.5, 20000);
+    WriteFile(directory / "take.mp3", mono + Repeat("\xFF\xFB\x94\x64", 384, 5));
+    const std::string others = "5 of its 24 MPEG frames have another layer, rate or number of "
+                               "channels than the first";
+    const std::string counted = "kelhost: warning: take.mp3: does not declare its length: 19 MPEG "
+                                "frames were counted; 1920 bytes between or after them are "
+                                "skipped\n";
+    const std::string accepted = "kelhost: warning: take.mp3: " + others + " and are left out\n";
+    for (const Arguments& arguments :
+         {Arguments{"copy", "take.mp3", "out.wav"}, Arguments{"info", "--measure", "take.mp3"}}) {
+        ExpectResult(RunKelhost(directory, arguments), 1, "",
+                     Error("take.mp3", "cannot read all samples: " + others +
+                                           " (--allow-truncated accepts the other frames)"));
+    }
+    ExpectResult(
+        RunKelhost(directory, {"copy", "--quiet", "--allow-truncated", "take.mp3", "out.wav"}), 0,
+        "", counted + accepted);
+    ExpectResult(RunKelhost(directory, {"info", "--field", "frames", "take.mp3"}), 0, "21359\n",
+                 counted + accepted);
+}
+
+namespace {
+
 class UncountedLength : public testing::Test {
 protected:
     UncountedLength() { WriteFile(m_directory / "take.mp3", m_frames); }

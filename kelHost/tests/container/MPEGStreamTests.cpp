@@ -18,6 +18,8 @@ namespace kel::host {
 
 namespace {
 
+using namespace std::string_literals;
+
 std::string Repeat(const std::string& text, std::size_t count) {
     std::string all;
     for (std::size_t i = 0; i < count; ++i) {
@@ -69,6 +71,7 @@ std::vector<Stream> Streams() {
     checkedInfo.replace(38, 12, InfoFrame(10).substr(36, 12));
     const std::string otherRate = Silence("\xFF\xFB\x94\x64", 384);
     const std::string mono = Silence("\xFF\xFB\x90\xC4", 417);
+    const std::string free = Silence("\xFF\xFB\x00\x64"s, 500);
     return {
         {"Plain", ten, kTen},
         {"ID3v2", id3 + ten, kTen},
@@ -102,6 +105,17 @@ std::vector<Stream> Streams() {
          "them are skipped"},
         {"LowRate", Repeat(Silence("\xFF\xF3\x80\x64", 208), 10), kTen},
         {"LowestRate", Repeat(Silence("\xFF\xE3\x80\x64", 417), 10), kTen},
+        {"Layer2", Repeat(Silence("\xFF\xFD\x80\x64", 417), 10), kTen},
+        {"Layer2LowRate", Repeat(Silence("\xFF\xF5\xE4\x64", 960), 10), kTen},
+        {"Layer1", Repeat(Silence("\xFF\xFF\x80\x64", 276), 10), kTen},
+        {"Layer1Padded", Repeat(Silence("\xFF\xFF\x82\x64", 280), 10), kTen},
+        {"Layer1LowRate", Repeat(Silence("\xFF\xF7\xE0\x64", 556), 10), kTen},
+        {"FreeBitRate", Repeat(Silence("\xFF\xFB\x02\x64", 501) + free, 5) + id3v1, kTen},
+        {"FreeBitRateInLayer1",
+         Repeat(Silence("\xFF\xFF\x02\x64", 504) + Silence("\xFF\xFF\x00\x64"s, 500), 5), kTen},
+        {"FreeBitRateInGarbage", "xx" + free.substr(0, 4) + std::string(30, 'x') + Repeat(free, 10),
+         kTen},
+        {"LargestFreeBitRate", Repeat(Silence("\xFF\xFB\x00\x64"s, 3456), 10), kTen},
         {"VBRI", vbri + ten, kTen},
         {"XingWithoutCount", uncounted + ten, kTen},
         {"Xing", InfoFrame(10) + ten, "declares 10 MPEG frames and contains 10"},
@@ -147,6 +161,34 @@ TEST(MPEGStream, IsLongerThanADecoderDeliversThatDoesNotKnowItsLength) {
     EXPECT_FALSE(ReadStream(InfoFrame(21) + frames)->IsLongerThan(24192));
 }
 
+// Layer I has four times the bytes of this frame first, then of that.
+TEST(MPEGStream, IsEstimatedByItsFirstFrame) {
+    const std::string large = Silence("\xFF\xFF\xE0\x64", 484);
+    const std::string small = Silence("\xFF\xFF\x10\x64", 32);
+    EXPECT_EQ(ReadStream(Repeat(large, 2) + Repeat(small, 3))->MissingBytes(), 6 * 484U - 1064U);
+    EXPECT_EQ(ReadStream(Repeat(small, 2) + Repeat(large, 3))->MissingBytes(), 0U);
+}
+
+TEST(MPEGStream, CountsFramesOfOtherKinds) {
+    const std::string otherRate = Silence("\xFF\xFB\x94\x64", 384);
+    std::string info = otherRate;
+    info.replace(36, 12, InfoFrame(10).substr(36, 12));
+    const auto describe = [](const std::string& bytes) {
+        const auto stream = ReadStream(bytes);
+        return stream.has_value() ? stream->DescribeOther() : "nothing";
+    };
+    const std::string three = Repeat(kFrame, 3);
+    const std::string kind = " MPEG frames have another layer, rate or number of channels than the "
+                             "first";
+    EXPECT_EQ(describe(three + Repeat(otherRate, 4)), "4 of its 7" + kind);
+    EXPECT_EQ(describe(InfoFrame(3) + three + info + Repeat(otherRate, 2) + "xx" + three),
+              "2 of its 8" + kind);
+    EXPECT_EQ(describe(three + Repeat(Silence("\xFF\xFB\x90\xC4", 417), 2)), "2 of its 5" + kind);
+    EXPECT_EQ(describe(three + Repeat(Silence("\xFF\xFF\x80\x64", 276), 2) + three),
+              "2 of its 8" + kind);
+    EXPECT_EQ(describe(three + otherRate + "xx" + three), "") << "one may be a coincidence";
+}
+
 TEST(MPEGStream, IsDeclaredInAFrameOfItsKind) {
     const std::string tag("Xing\0\0\0\1\0\0\0\12", 12);
     const std::string zeros(300, '\0');
@@ -164,8 +206,7 @@ TEST(MPEGStream, IsMissingInOtherFiles) {
     EXPECT_FALSE(ReadStream("").has_value());
     EXPECT_FALSE(ReadStream(std::string(70000, 'x') + Repeat(kFrame, 10)).has_value());
     EXPECT_FALSE(ReadStream(InfoFrame(10)).has_value()) << "no sound";
-    EXPECT_FALSE(ReadStream(Repeat(Silence("\xFF\xFD\x80\x64", 417), 10)).has_value())
-        << "layer II";
+    EXPECT_FALSE(ReadStream(Repeat(Silence("\xFF\xFB\x00\x64"s, 3457), 10)).has_value());
     // Samples may look like frames.
     EXPECT_FALSE(ReadStream("RIFF" + test::LittleEndian(4206, 4) + "WAVEfmt " +
                             test::LittleEndian(16, 4) + test::LittleEndian(0x10001, 4) +
