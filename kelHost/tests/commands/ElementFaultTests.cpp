@@ -199,6 +199,28 @@ TEST(ElementWithFalseClaims, IsNotRun) {
     }
 }
 
+// Of a layer II stream, too many frames are an estimate.
+TEST(ElementWithOtherMPEGFrames, IsNotRead) {
+    struct Row {
+        std::string header;
+        std::string declared;
+    };
+    for (const Row& row : {Row{"\xFF\xFB\x90\xC4", "100"}, Row{"\xFF\xFB\x90\xC4", "100000"},
+                           Row{"\xFF\xFD\x80\xC4", "100"}}) {
+        const TemporaryDirectory directory;
+        Command command = FaultyCopy(directory, "source declares " + row.declared + " frames");
+        std::string frames;
+        for (int i = 0; i < 10; ++i) {
+            frames += row.header + std::string(417 - row.header.size(), '\0');
+        }
+        WriteFile(directory / "in.wav", frames);
+        ExpectResult(RunCommand(command), 1, "",
+                     Error("in.wav", "cannot read all samples: its 10 MPEG frames are 11520 "
+                                     "frames, and the source declares " +
+                                         row.declared));
+    }
+}
+
 TEST(ElementThatGrows, IsRunToTheEndThatItHasByThen) {
     const TemporaryDirectory directory;
     ExpectResult(RunCommand(FaultyRun(directory, "source grows")), 0, RunReport("40001"), "");

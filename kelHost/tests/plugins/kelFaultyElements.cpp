@@ -91,7 +91,11 @@ public:
     void Open(const std::wstring& path) override {
         const std::string name = ConvertWideStringToPlatformString(path);
         std::ifstream stream(name);
-        if (!(stream >> m_file.frames >> m_file.channels >> m_file.rate)) {
+        if (HasFault("source declares 100 frames")) {
+            m_file = {100, 1, 44100};
+        } else if (HasFault("source declares 100000 frames")) {
+            m_file = {100000, 1, 44100};
+        } else if (!(stream >> m_file.frames >> m_file.channels >> m_file.rate)) {
             KEL_FAIL("no text recording");
         }
         std::getline(stream >> std::ws, m_fault);
