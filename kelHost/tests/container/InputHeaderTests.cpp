@@ -198,6 +198,8 @@ std::vector<Judgement> Judgements() {
         {"WaveWithTagThatIsNoChunk", MakeWave(236, {}) + "TAGATitle" + std::string(119, ' '),
          whole},
         {"WaveWithDataSize0", MakeWave(0, 0), none},
+        {"WaveWithDataSize0Before8Bytes", MakeWave(0, 0).substr(0, 52),
+         "8 bytes of samples, none declared"},
         {"WaveWithDataSize0BeforeTitle",
          "RIFF" + test::LittleEndian(68, 4) + "WAVE" + test::FormatOfSamples() +
              test::Chunk("data", "") + title,
@@ -247,6 +249,8 @@ std::vector<Judgement> Judgements() {
         {"AUThatWasCut", Cut(MakeAU({}), 100), half},
         {"AUWithTooSmallDataSize", MakeAU(100), "100 bytes of samples"},
         {"AUWithDataSize0", MakeAU(0), none},
+        {"AUWithDataSize0Before8Bytes", MakeAU(0).substr(0, 32),
+         "8 bytes of samples, none declared"},
         {"AUWithDataSizeFFFFFFFF", MakeAU(0xFFFFFFFF), unknown},
     };
 }

@@ -142,6 +142,12 @@ TEST(MetadataChunks, HaveCommentsThatLibsndfileReads) {
                                         BigEndian(0, 4) + BigEndian(2, 2) + BigEndian(4, 2) +
                                         "even");
     EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
+    // Here the second length would be 10240, which the library refuses.
+    const std::string ones(8190, '\1');
+    metadata.cuePoints = {
+        {1, 5, 0, "", "a"}, {40, 6, 0, "", "bb"}, {3, 7, 0, "", ones}, {4, 8, 0, "", ones}};
+    EXPECT_EQ(MakeChunks(metadata, ChunkForm::AIFF).at(1).content.substr(8, 4),
+              BigEndian(2, 2) + std::string("a\0", 2));
 }
 
 TEST(MetadataChunks, CarryBroadcastFieldsInAIFFFiles) {
