@@ -7,10 +7,12 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/stat.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace kel::host {
 
@@ -22,6 +24,10 @@ constexpr const char* kStandardInput = "/dev/stdin";
 constexpr const char* kStandardInputName = "standard input";
 constexpr const char* kStandardOutput = "/dev/stdout";
 constexpr const char* kStandardOutputName = "standard output";
+
+[[noreturn]] void FailToMakeDirectory(const std::string& path, const std::string& cause) {
+    throw JobError(path, "cannot create the directory: " + cause);
+}
 
 } // namespace
 
@@ -75,7 +81,8 @@ void RequireReadable(const FileName& file) {
                        fmt::format("cannot open for reading: {}", std::strerror(errno)));
     }
     if (S_ISDIR(status.st_mode)) {
-        throw JobError(file.shown, "is a directory; name the audio files in it");
+        throw JobError(file.shown,
+                       "is a directory; copy, info and compare accept it with --recursive");
     }
 }
 
@@ -96,11 +103,28 @@ std::string ParentDirectory(const std::string& path) {
     return directory.empty() ? "." : directory.string();
 }
 
+void RequireDirectory(const std::string& path) {
+    struct stat status {};
+    std::string existing = path;
+    while (stat(existing.c_str(), &status) != 0) {
+        if (errno != ENOENT || existing == ParentDirectory(existing)) {
+            FailToMakeDirectory(path, std::strerror(errno));
+        }
+        existing = ParentDirectory(existing);
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        FailToMakeDirectory(path, std::strerror(ENOTDIR));
+    }
+    if (existing != path && faccessat(AT_FDCWD, existing.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+        FailToMakeDirectory(path, std::strerror(errno));
+    }
+}
+
 void MakeDirectory(const std::string& path) {
     std::error_code error;
     fs::create_directories(path, error);
     if (error) {
-        throw JobError(path, fmt::format("cannot create the directory: {}", error.message()));
+        FailToMakeDirectory(path, error.message());
     }
 }
 

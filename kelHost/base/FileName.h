@@ -52,6 +52,9 @@ auto WithFileContext(const FileName& file, std::string_view context, Operation o
     try {
         return WithFileContext(file.shown, context, operation);
     } catch (const JobError& error) {
+        if (file.path == file.shown) {
+            throw; // as it is: its class may matter
+        }
         throw JobError(error.File(), ShowName(error.what(), file));
     }
 }
@@ -70,6 +73,10 @@ void RequireDifferentFiles(const FileName& input, const FileName& output);
 
 /// Returns the directory of a path; "." for a plain name.
 std::string ParentDirectory(const std::string& path);
+
+/// Verifies that there is a directory, or that it can be created with its parents.
+/// @throws JobError with the system's reason when not
+void RequireDirectory(const std::string& path);
 
 /// Creates a directory and its parents. An existing directory is left as it is.
 /// @throws JobError with the system's reason

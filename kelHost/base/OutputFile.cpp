@@ -42,6 +42,8 @@ namespace {
 
 constexpr const char* kExists = "exists already; use --force to replace it";
 constexpr const char* kIsDirectory = "is a directory; name a file in it";
+constexpr std::string_view kTemporaryBeginning = ".kelhost-";
+constexpr std::string_view kTemporaryEnd = ".part";
 constexpr mode_t kNewFileMode = 0666; // less the umask, or as the directory's default list says
 
 // Types of file systems on which a write may fail after it was accepted, see statfs(2).
@@ -201,9 +203,28 @@ void RemoveUnfinished(int parent, const char* name) {
 
 } // namespace
 
+void RequireCreatable(const std::string& path, bool replace, bool makesDirectory) {
+    RequirePathFits(path);
+    RequireWritableName(path, replace);
+    const std::string directory = ParentDirectory(ResolveLink(path));
+    if (makesDirectory) {
+        RequireDirectory(directory);
+    }
+    const bool isWritable = faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+    if (!isWritable && !(makesDirectory && errno == ENOENT)) {
+        FailWithErrno(path, "cannot create the file");
+    }
+}
+
 std::string TemporaryPrefix(pid_t process) {
     static const std::uint32_t machine = MachineNumber();
-    return fmt::format(".kelhost-{}-{:08x}-", process, machine);
+    return fmt::format("{}{}-{:08x}-", kTemporaryBeginning, process, machine);
+}
+
+bool IsTemporaryName(std::string_view name) {
+    return name.size() > kTemporaryBeginning.size() + kTemporaryEnd.size() &&
+           name.substr(0, kTemporaryBeginning.size()) == kTemporaryBeginning &&
+           name.substr(name.size() - kTemporaryEnd.size()) == kTemporaryEnd;
 }
 
 OutputFile::OutputFile(std::string path, bool replace, TemporaryName naming)
@@ -286,7 +307,7 @@ void OutputFile::MakeWritable() {
 void OutputFile::MakePrivateDirectory() {
     const std::string prefix = TemporaryPrefix(getpid());
     while (m_privateName.empty()) {
-        const std::string name = prefix + RandomCharacters() + ".part";
+        const std::string name = fmt::format("{}{}{}", prefix, RandomCharacters(), kTemporaryEnd);
         if (mkdirat(m_directory.Number(), name.c_str(), S_IRWXU) == 0) {
             m_privateName = name;
         } else if (errno != EEXIST) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -109,9 +110,19 @@ private:
     bool m_isNamed = false; // the file has the name m_name in the private directory
 };
 
+/// Verifies that a file can be created under a name, as far as that can be known without creating
+/// it.
+/// @param replace whether an existing file may be replaced
+/// @param makesDirectory whether a missing directory is created, too
+/// @throws JobError when it cannot
+void RequireCreatable(const std::string& path, bool replace, bool makesDirectory);
+
 /// Returns the beginning of the names of a process's private directories. It differs between
 /// machines and containers, which may share a directory and use the same process number.
 std::string TemporaryPrefix(pid_t process);
+
+/// Returns true for the name of a private directory of any process.
+bool IsTemporaryName(std::string_view name);
 
 /// Removes the unfinished files that a dead process of this machine left in a directory.
 void RemoveTemporaryFiles(const std::string& directory, pid_t process);

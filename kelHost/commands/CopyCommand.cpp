@@ -6,7 +6,9 @@
 #include "base/Suggestion.h"
 #include "base/Text.h"
 #include "commands/CommonOptions.h"
+#include "commands/CopyPlan.h"
 #include "commands/ForeignRequests.h"
+#include "commands/InputFiles.h"
 #include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 #include "commands/OptionParsing.h"
@@ -21,7 +23,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <limits>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -75,26 +76,11 @@ std::vector<std::uint32_t> ParseChannels(const std::string& text) {
     return channels;
 }
 
-// Returns the name of an output in a directory: the input's, with the extension of the output
-// format.
-std::string NameInDirectory(const std::string& input, const std::string& directory,
-                            const FormatChoice& format) {
-    fs::path name = fs::path(input).filename();
-    const Container* own = ContainerByExtension(input);
-    if (format.container != nullptr) {
-        if (own != format.container) {
-            name.replace_extension(format.container->extensions.front());
-        }
-    } else if (own == nullptr) {
-        name.replace_extension(FindContainer(WrapperFormat::WAVE)->extensions.front());
-    }
-    return (fs::path(directory) / name).string();
-}
-
 // Refuses formats that no sink supports before any file is touched.
-void RequireSupportedFormats(const std::vector<CopyRequest>& requests, const FormatChoice& choice) {
+void RequireSupportedFormats(const CopyJobs& jobs, const FormatChoice& choice) {
     const Container* checked = nullptr;
-    for (const CopyRequest& request : requests) {
+    for (std::size_t i = 0; i < jobs.count; ++i) {
+        const CopyRequest request = jobs.request(i);
         const OutputFormat& format = request.format;
         // An encoding to keep is known when the input is open.
         if (request.options.dither.has_value() && format.encoding != nullptr &&
@@ -124,19 +110,36 @@ public:
     CopyCommand() {
         AddUsage("INPUT OUTPUT");
         AddUsage("INPUT... --output-dir DIRECTORY");
+        AddUsage("--recursive DIRECTORY... --output-dir DIRECTORY");
         Add(Option("FILE", "", &m_files,
                    "INPUT and OUTPUT, of which - is standard input or output; with "
                    "--output-dir, only inputs")
-                .Completes(Option::Values::Files)
-                .Required());
+                .Completes(Option::Values::Files));
         BeginGroup("Output files");
         Add(Option("-o,--output-dir", "DIRECTORY", &m_outputDirectory,
                    "Copy every input into this directory, under its own name")
                 .Completes(Option::Values::Directories));
         Add(Option("-f,--force", "", &m_options.replace, "Replace an existing output"));
         Add(Option("--skip-existing", "", &m_options.skip,
-                   "Leave an existing output as it is, and continue with the others")
+                   "Leave an existing output that fits its input as it is, and continue with the "
+                   "others")
                 .Excludes("--force"));
+        Add(Option("--update", "", &m_options.update,
+                   "Replace an existing output only if its input is newer")
+                .Excludes("--force"));
+        Add(Option("--parents", "", &m_keepsParents,
+                   "Keep the whole names of inputs below the output directory: day/a.wav becomes "
+                   "DIRECTORY/day/a.wav")
+                .Needs("--output-dir"));
+        Add(Option("-n,--dry-run", "", &m_options.dryRun,
+                   "Show what would be written, and write nothing"));
+        BeginGroup("Many inputs");
+        for (Option& option : m_tree.Options()) {
+            Add(std::move(option));
+        }
+        for (Option& option : m_list.Options()) {
+            Add(std::move(option));
+        }
         BeginGroup("Format");
         Add(Option(
                 "--format", "FORMAT", &m_container,
@@ -190,16 +193,18 @@ public:
                    "Cut out a part");
         AddExample("kelhost copy take.wav mono.aiff --channels 1 --encoding int16 --dither tpdf",
                    "Write the first channel with 16 bits");
-        AddExample("kelhost copy *.flac --output-dir wave --format wave --skip-existing",
-                   "Convert several recordings, and continue after an interruption");
+        AddExample("kelhost copy -r recordings --output-dir wave --format wave --skip-existing",
+                   "Convert a directory, and continue after an interruption");
     }
 
     void Interpret(const CommonOptions& /*common*/) override {
         if (m_container.has_value()) {
             m_format.container = FindContainer(*m_container);
             if (m_format.container == nullptr) {
-                RequireNotForeign(*m_container, m_files.front(),
-                                  fs::path(m_files.back()).replace_extension(*m_container));
+                if (!m_files.empty()) {
+                    RequireNotForeign(*m_container, m_files.front(),
+                                      fs::path(m_files.back()).replace_extension(*m_container));
+                }
                 RequireChoice("--format", *m_container, NamesIn(Containers()));
             }
         }
@@ -209,6 +214,10 @@ public:
         }
         m_options.range = m_range.Interpret();
         m_options.input = m_input.Interpret();
+        if (m_options.update && m_options.skip) {
+            throw UsageError("--update excludes --skip-existing");
+        }
+        m_options.replace = m_options.replace || m_options.update;
         RequireChoice("--on-clip", m_onClip, ClipActions());
         m_options.failOnClip = m_onClip == "fail";
         RequireChoice("--metadata", m_metadata, MetadataActions());
@@ -225,29 +234,34 @@ public:
         if (m_verify || m_noVerify) {
             m_options.verify = m_verify;
         }
-        m_requests = MakeRequests();
+        if (m_tree.recursive) {
+            m_selection = m_tree.Interpret();
+        }
+        InterpretOutput();
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {
-        RequireSupportedFormats(m_requests, m_format);
-        if (m_outputDirectory.has_value()) {
-            MakeDirectory(*m_outputDirectory);
-        }
-        if (!m_outputDirectory.has_value()) {
-            const CopyRequest& request = m_requests.front();
+        if (m_single.has_value()) {
+            RequireSupportedFormats(SingleJob(*m_single), m_format);
             const auto stream =
-                StreamedOutput::Open(request.output, request.input,
-                                     request.options.input.spool.directory, common.openTimeout);
+                StreamedOutput::Open(m_single->output, m_single->input,
+                                     m_single->options.input.spool.directory, common.openTimeout);
             if (stream != nullptr) {
                 return CopyToStream(*stream, common, streams);
             }
         }
-        const CopyCounts counts = MakeCopies(m_requests, common, streams);
-        if (m_requests.size() > 1 && !common.style.quiet && !common.style.json) {
+        const CopyJobs jobs = MakeJobs(common, streams.err);
+        const CopyCounts counts = MakeCopies(jobs, common, streams);
+        const std::size_t skipped = CountAll(counts.skipped);
+        const std::size_t files = jobs.count + jobs.unused.size();
+        const bool skips = m_options.skip || m_options.update || m_selection.has_value();
+        if ((files != 1 || m_selection.has_value()) && !common.style.quiet && !common.style.json) {
             streams.out << fmt::format(
-                "{} files: {} copied, {}{} failed\n", m_requests.size(),
-                m_requests.size() - counts.skipped - counts.failed,
-                m_options.skip ? fmt::format("{} skipped, ", counts.skipped) : "", counts.failed);
+                "{}: {} {}, {}{} failed\n", Count(files, "file"),
+                files + jobs.failures.size() - skipped - counts.failed,
+                m_options.dryRun ? "would be copied" : "copied",
+                skips ? FormatSkipped(counts.skipped, m_selection.has_value()) + ", " : "",
+                counts.failed);
         }
         return counts.failed == 0 ? kSuccess : kFailure;
     }
@@ -255,12 +269,16 @@ public:
 private:
     int CopyToStream(const StreamedOutput& stream, const CommonOptions& common,
                      const Streams& streams) const {
-        CopyRequest request = m_requests.front();
+        CopyRequest request = *m_single;
         request.output = stream.File();
         request.isStreamed = true;
         return stream.Run(streams, [&](const Streams& texts) {
-            return MakeCopies({request}, common, texts).failed == 0;
+            return MakeCopies(SingleJob(request), common, texts).failed == 0;
         });
+    }
+
+    CopyJobs SingleJob(const CopyRequest& request) const {
+        return {1, [request](std::size_t) { return request; }, {}, {}, !m_options.dryRun};
     }
 
     void InterpretEncoding() {
@@ -286,42 +304,43 @@ private:
         m_format.byteOrder = named->byteOrder;
     }
 
-    std::vector<CopyRequest> MakeRequests() const {
-        if (!m_outputDirectory.has_value()) {
-            if (m_files.size() != 2) {
-                throw UsageError("copy expects one INPUT and one OUTPUT, or several inputs with "
-                                 "--output-dir");
+    void InterpretOutput() {
+        m_list.RequireNames(m_files);
+        if (m_outputDirectory.has_value()) {
+            if (m_outputDirectory->empty()) {
+                throw InvalidValue("--output-dir", "", "the name of a directory");
             }
-            RequireStreamable(OutputName(m_files[1]));
-            return {MakeRequest(InputName(m_files[0]), OutputName(m_files[1]))};
-        }
-        if (m_outputDirectory->empty()) {
-            throw InvalidValue("--output-dir", "", "the name of a directory");
-        }
-        // Elsewhere, -o is the option for an output file.
-        if (m_files.size() == 1 && ContainerByExtension(*m_outputDirectory) != nullptr &&
-            !fs::is_directory(*m_outputDirectory)) {
-            throw UsageError(
-                fmt::format("--output-dir {} is the name of a file; name the output after the "
-                            "input: kelhost copy {} {}",
-                            *m_outputDirectory, m_files.front(), *m_outputDirectory));
-        }
-        std::vector<CopyRequest> requests;
-        std::map<std::string, std::string> inputs; // by the output's name
-        for (const std::string& input : m_files) {
-            if (IsStandardInput(InputName(input))) {
-                throw UsageError("standard input has no name for --output-dir; use kelhost copy - "
-                                 "OUTPUT");
+            // Elsewhere, -o is the option for an output file.
+            if (m_files.size() == 1 && !m_tree.recursive &&
+                ContainerByExtension(*m_outputDirectory) != nullptr &&
+                !FindDirectory(*m_outputDirectory).has_value()) {
+                throw UsageError(
+                    fmt::format("--output-dir {} is the name of a file; name the output after the "
+                                "input: kelhost copy {} {}",
+                                *m_outputDirectory, m_files.front(), *m_outputDirectory));
             }
-            const std::string output = NameInDirectory(input, *m_outputDirectory, m_format);
-            const auto [other, isNew] = inputs.emplace(output, input);
-            if (!isNew) {
-                throw UsageError(fmt::format("{} and {} would both be written to {}", other->second,
-                                             input, output));
+            for (const std::string& file : m_files) {
+                if (IsStandardInput(InputName(file))) {
+                    throw UsageError("standard input has no name for --output-dir; use kelhost "
+                                     "copy - OUTPUT");
+                }
             }
-            requests.push_back(MakeRequest(input, output));
+            m_options.makeDirectories = true;
+            return;
         }
-        return requests;
+        RequireOutputFile();
+        if (m_files.size() != 2) {
+            throw UsageError("copy expects one INPUT and one OUTPUT, or several inputs with "
+                             "--output-dir");
+        }
+        const FileName input = InputName(m_files[0]);
+        const FileName output = OutputName(m_files[1]);
+        RequireStreamable(output);
+        if (m_format.container == nullptr) {
+            const std::string extension = fs::path(output.path).extension().string();
+            RequireNotForeign(extension.substr(extension.empty() ? 0 : 1), input.path, output.path);
+        }
+        m_single = {input, output, ResolveFormat(m_format, output.path), m_options};
     }
 
     // Refuses options without a meaning for standard output.
@@ -334,17 +353,59 @@ private:
                                          "copy {} - --format wave",
                                          m_files[0]));
         }
-        if (m_options.skip) {
-            throw UsageError("--skip-existing has no meaning for standard output; omit it");
+        for (const auto& [isUsed, name] :
+             {std::pair{m_options.skip, "--skip-existing"}, std::pair{m_options.update, "--update"},
+              std::pair{m_options.dryRun, "--dry-run"}}) {
+            if (isUsed) {
+                throw UsageError(
+                    fmt::format("{} has no meaning for standard output; omit it", name));
+            }
         }
     }
 
-    CopyRequest MakeRequest(const FileName& input, const FileName& output) const {
-        if (m_format.container == nullptr) {
-            const std::string extension = fs::path(output.path).extension().string();
-            RequireNotForeign(extension.substr(extension.empty() ? 0 : 1), input.path, output.path);
+    // Other programs that copy accept a directory as their last argument.
+    void RequireOutputFile() const {
+        std::string last = m_files.size() > 1 ? m_files.back() : "";
+        const bool isDirectory =
+            !last.empty() && (last.back() == '/' || FindDirectory(last).has_value());
+        while (last.size() > 1 && last.back() == '/') {
+            last.pop_back();
         }
-        return {input, output, ResolveFormat(m_format, output.path), m_options};
+        if (isDirectory) {
+            throw UsageError(
+                fmt::format("{}: is a directory; use --output-dir {}", m_files.back(), last));
+        }
+        if (m_tree.recursive || m_list.file.has_value()) {
+            throw UsageError(fmt::format("{} needs --output-dir {}",
+                                         m_tree.recursive ? "--recursive" : "--files-from",
+                                         last.empty() ? "DIRECTORY" : last));
+        }
+    }
+
+    CopyJobs MakeJobs(const CommonOptions& common, std::ostream& err) {
+        if (!m_outputDirectory.has_value()) {
+            return SingleJob(*m_single);
+        }
+        if (m_selection.has_value()) {
+            m_selection->output = FindDirectory(*m_outputDirectory);
+        }
+        m_list.Append(m_files);
+        m_plan.emplace(ListInputs(m_files, m_selection, m_keepsParents), *m_outputDirectory,
+                       m_format);
+        m_files = {}; // a list may be long
+        m_plan->RequireDistinctOutputs(common, err);
+        const InputList& inputs = m_plan->Inputs();
+        CopyJobs jobs{inputs.files.size(), [this](std::size_t index) { return Planned(index); },
+                      inputs.unused, inputs.failures, !m_options.dryRun};
+        RequireSupportedFormats(jobs, m_format);
+        RequireDirectory(*m_outputDirectory);
+        return jobs;
+    }
+
+    CopyRequest Planned(std::size_t index) const {
+        const ListedFile& input = m_plan->Inputs().files[index];
+        const std::string output = m_plan->Output(index);
+        return {input.path, output, ResolveFormat(m_format, output), m_options, input.isFound};
     }
 
     std::vector<std::string> m_files;
@@ -364,34 +425,37 @@ private:
     bool m_noVerify = false;
     FormatChoice m_format;
     CopyOptions m_options;
-    std::vector<CopyRequest> m_requests;
+    TreeArguments m_tree;
+    ListArguments m_list;
+    bool m_keepsParents = false;
+    std::optional<TreeSelection> m_selection; // none: directories are not accepted
+    std::optional<CopyRequest> m_single;      // without a directory for outputs
+    std::optional<CopyPlan> m_plan;           // with one
 };
 
 } // namespace
 
-CopyCounts MakeCopies(const std::vector<CopyRequest>& requests, const CommonOptions& common,
-                      const Streams& streams) {
+CopyCounts MakeCopies(const CopyJobs& jobs, const CommonOptions& common, const Streams& streams) {
     JobRunner runner(common, streams.err);
-    for (const CopyRequest& request : requests) {
+    const auto show = [&](const JobResult& result) {
+        streams.out << (common.style.quiet ? "" : result.report) << std::flush;
+    };
+    runner.ForgetDocuments();
+    runner.Begin(jobs.failures, jobs.unused, show);
+    for (std::size_t i = 0; i < jobs.count; ++i) {
+        const CopyRequest request = jobs.request(i);
         runner.Add(request.input.shown, request.isStreamed ? "" : request.output.path,
-                   [request](const HostLogger& log, Reporter& reporter) {
-                       return Copy(request, log, reporter);
+                   [&jobs, i](const HostLogger& log, Reporter& reporter) {
+                       return Copy(jobs.request(i), log, reporter);
                    });
     }
-    CopyCounts counts;
-    counts.failed = runner.Run([&](const JobResult& result) {
-        streams.out << (common.style.quiet ? "" : result.report) << std::flush;
-    });
-    counts.skipped = runner.Skipped();
+    const CopyCounts counts{runner.Run(show), runner.Skipped()};
     if (common.style.json) {
-        auto results = nlohmann::json::array();
-        auto skipped = nlohmann::json::array();
-        for (nlohmann::json& result : runner.Results()) {
-            const bool isSkipped = result.erase("skipped") > 0;
-            (isSkipped ? skipped : results).push_back(std::move(result));
-        }
-        streams.out << FormatDocument(
-            "copy", {{"results", results}, {"skipped", skipped}, {"failures", runner.Failures()}});
+        nlohmann::json members{{"results", nlohmann::json::array()},
+                               {"skipped", runner.SkippedFiles()},
+                               {"failures", runner.Failures()}};
+        members[jobs.areWritten ? "results" : "planned"] = runner.Results();
+        streams.out << FormatDocument("copy", members);
     }
     return counts;
 }

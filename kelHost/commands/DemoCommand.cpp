@@ -162,7 +162,9 @@ public:
             requests.back().options.replace = m_force;
             files.push_back(copy);
         }
-        if (MakeCopies(requests, common, streams).failed != 0) {
+        const CopyJobs jobs{
+            requests.size(), [&](std::size_t index) { return requests[index]; }, {}, {}};
+        if (MakeCopies(jobs, common, streams).failed != 0) {
             return kFailure;
         }
         if (explains) {

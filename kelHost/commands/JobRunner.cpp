@@ -15,6 +15,18 @@
 
 namespace kel::host {
 
+namespace {
+
+nlohmann::json ParseAll(const std::vector<std::string>& documents) {
+    auto all = nlohmann::json::array();
+    for (const std::string& document : documents) {
+        all.push_back(ParseJSON(document));
+    }
+    return all;
+}
+
+} // namespace
+
 JobRunner::JobRunner(const CommonOptions& common, std::ostream& err)
     : m_common(common), m_console(err, common.style) {}
 
@@ -35,26 +47,63 @@ std::size_t JobRunner::Run(const std::function<void(const JobResult&)>& show) {
     const WorkerOptions options{m_common.jobs, m_common.openTimeout, m_common.stallTimeout,
                                 !m_common.style.quiet &&
                                     m_common.style.progress != ProgressStyle::None};
-    return m_console.Run(m_jobs, options, [&](std::size_t, const JobResult& result) {
-        m_documents.push_back(result.document);
-        m_skipped += result.isSkipped ? 1 : 0;
+    m_console.Run(m_jobs, options, [&](std::size_t, const JobResult& result) {
+        if (result.isSkipped) {
+            AddSkipped(result);
+        } else if (m_keepsDocuments) {
+            m_documents.push_back(result.document);
+        }
         if (!m_common.style.json) {
             show(result);
         }
     });
+    m_failures.insert(m_failures.end(), m_console.Failures().begin(), m_console.Failures().end());
+    return m_failures.size();
+}
+
+void JobRunner::Begin(const std::vector<JobError>& failures, const std::vector<UnusedFile>& unused,
+                      const std::function<void(const JobResult&)>& show) {
+    for (const JobError& failure : failures) {
+        m_failures.push_back(DescribeError(failure));
+        m_console.ShowError(m_failures.back());
+    }
+    for (const UnusedFile& file : unused) {
+        const JobResult result =
+            DescribeSkipped({file.path, FileName(),
+                             file.isLink ? SkipReason::SymbolicLink : SkipReason::SpecialFile});
+        AddSkipped(result);
+        if (!m_common.style.json) {
+            show(result);
+        }
+    }
+}
+
+void JobRunner::AddSkipped(const JobResult& result) {
+    ++m_skipped[ReasonIn(result.document)];
+    if (m_common.style.json) {
+        m_skippedDocuments.push_back(result.document);
+    }
 }
 
 nlohmann::json JobRunner::Results() const {
-    auto results = nlohmann::json::array();
-    for (const std::string& document : m_documents) {
-        results.push_back(ParseJSON(document));
+    return ParseAll(m_documents);
+}
+
+nlohmann::json JobRunner::SkippedFiles() const {
+    return ParseAll(m_skippedDocuments);
+}
+
+nlohmann::json JobRunner::SkippedInputs() const {
+    auto files = nlohmann::json::array();
+    for (const nlohmann::json& file : SkippedFiles()) {
+        files.push_back({{"file", file.at("input")}, {"reason", file.at("reason")}});
     }
-    return results;
+    return files;
 }
 
 nlohmann::json JobRunner::Failures() const {
     auto failures = nlohmann::json::array();
-    for (const ErrorText& failure : m_console.Failures()) {
+    for (const ErrorText& failure : m_failures) {
         nlohmann::json members{{"file", failure.file}, {"message", failure.message}};
         AddPath(members, "path", failure.path);
         failures.push_back(std::move(members));

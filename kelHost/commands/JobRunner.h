@@ -1,10 +1,13 @@
 /// Running the jobs of a command. Used by one thread.
 #pragma once
 
+#include "base/Errors.h"
+#include "base/FileTree.h"
 #include "commands/CommonOptions.h"
 #include "elements/HostLogger.h"
 #include "jobs/Console.h"
 #include "jobs/Job.h"
+#include "jobs/SkippedFile.h"
 
 #include <nlohmann/json_fwd.hpp>
 
@@ -30,19 +33,36 @@ public:
     /// @param output the file that the job writes; empty for none
     void Add(const std::string& file, const std::string& output, Work work);
 
-    /// Runs the jobs.
+    /// Runs the jobs. To be called once.
     /// @param show receives each result, in the order of the jobs; not called with --json
-    /// @return the number of jobs that failed
+    /// @return the number of failures
     std::size_t Run(const std::function<void(const JobResult&)>& show);
+
+    /// Shows and adds what became of directories, before the jobs run.
+    /// @param failures directories that cannot be read
+    /// @param unused links and special files
+    /// @param show receives the results of unused files; not called with --json
+    void Begin(const std::vector<JobError>& failures, const std::vector<UnusedFile>& unused,
+               const std::function<void(const JobResult&)>& show);
+
+    /// Forgets the documents of results as soon as they are shown, except with --json. A tree may
+    /// have a million files.
+    void ForgetDocuments() { m_keepsDocuments = m_common.style.json; }
 
     /// The JSON texts of the results, in the order of the jobs; those of failed jobs are missing.
     const std::vector<std::string>& Documents() const { return m_documents; }
 
-    /// Number of jobs in which nothing was to be done.
-    std::size_t Skipped() const { return m_skipped; }
+    /// Numbers of files with which nothing was to be done.
+    const SkipCounts& Skipped() const { return m_skipped; }
 
     /// The results as a JSON array.
     nlohmann::json Results() const;
+
+    /// The files with which nothing was to be done, as a JSON array.
+    nlohmann::json SkippedFiles() const;
+
+    /// The same with "file" and "reason", for commands without outputs.
+    nlohmann::json SkippedInputs() const;
 
     /// The failures as a JSON array.
     nlohmann::json Failures() const;
@@ -51,11 +71,16 @@ public:
     void ShowError(const ErrorText& error) { m_console.ShowError(error); }
 
 private:
+    void AddSkipped(const JobResult& result);
+
     const CommonOptions& m_common;
     Console m_console;
     std::vector<Job> m_jobs;
+    bool m_keepsDocuments = true;
     std::vector<std::string> m_documents;
-    std::size_t m_skipped = 0;
+    std::vector<std::string> m_skippedDocuments; // with --json only
+    SkipCounts m_skipped;
+    std::vector<ErrorText> m_failures;
 };
 
 } // namespace kel::host

@@ -13,6 +13,7 @@ struct SndfileLibrary {
     KEL_LIBRARY_FUNCTION(sf_close);
     KEL_LIBRARY_FUNCTION(sf_command);
     KEL_LIBRARY_FUNCTION(sf_error);
+    KEL_LIBRARY_FUNCTION(sf_error_number);
     KEL_LIBRARY_FUNCTION(sf_get_string);
     KEL_LIBRARY_FUNCTION(sf_open);
     KEL_LIBRARY_FUNCTION(sf_open_virtual);

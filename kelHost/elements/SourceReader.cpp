@@ -6,6 +6,7 @@
 #include "container/ChannelOrder.h"
 #include "container/MPEGStream.h"
 #include "container/OggStreams.h"
+#include "container/Recognition.h"
 
 #include <IAudioParameters_PCM.h>
 #include <IChannelInfo.h>
@@ -107,7 +108,11 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
         throw;
     } catch (const std::bad_alloc&) {
         throw;
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
+        if (!m_header.has_value() && IsUnrecognised(file, error.what())) {
+            throw UnrecognisedFile(m_shownName,
+                                   fmt::format("{}: {}", kCannotRead, DescribeRefusal(file.path)));
+        }
         // The source's own words are a log record.
         throw JobError(m_shownName,
                        fmt::format("{}: {}", kCannotRead,

@@ -23,6 +23,13 @@
 
 namespace kel::host {
 
+/// The source does not know the format of a file, which has no sign of audio either: a picture or a
+/// text. A damaged audio file is another error.
+class UnrecognisedFile : public JobError {
+public:
+    using JobError::JobError;
+};
+
 /// Permission to repair files with wrong headers, and the way to do it.
 struct Repair {
     bool isAllowed = false;
@@ -40,7 +47,7 @@ public:
     /// @param repair a file that the source cannot read because of its header is read through a
     /// copy
     /// @throws JobError when the file is missing, is a directory, or cannot be opened, or when its
-    /// header cannot be read
+    /// header cannot be read; UnrecognisedFile when it is not audio
     explicit SourceReader(const FileName& file,
                           std::optional<std::uint32_t> blockFrames = std::nullopt,
                           const Repair& repair = {});

@@ -11,8 +11,10 @@
 #include "container/MetadataCopy.h"
 #include "container/OutputHeader.h"
 #include "container/StoredFormat.h"
+#include "elements/OpeningFacts.h"
 #include "elements/RangeReader.h"
 #include "jobs/SeekableInput.h"
+#include "jobs/SkippedFile.h"
 #include "jobs/Warnings.h"
 #include "transfer/CopyEncoding.h"
 #include "transfer/CopyReport.h"
@@ -32,7 +34,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <system_error>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -45,16 +49,6 @@ bool Exists(const std::string& path) {
     return std::filesystem::is_regular_file(path, unknown);
 }
 
-JobResult DescribeSkipped(const CopyRequest& request) {
-    const std::string input = Escape(request.input.shown);
-    const std::string output = Escape(request.output.shown);
-    nlohmann::json members{{"input", input}, {"output", output}, {"skipped", true}};
-    AddPath(members, "input_path", PathToOpen(request.input));
-    AddPath(members, "output_path", PathToOpen(request.output));
-    return {DumpJSON(members), "",
-            fmt::format("{} -> {}: exists already, skipped\n", input, output), true};
-}
-
 // A copy, step by step.
 class CopyJob {
 public:
@@ -65,7 +59,23 @@ public:
     }
 
     JobResult Run() {
+        if (!OpenSource()) {
+            return DescribeSkipped({m_request.input, FileName(), SkipReason::NotAudio});
+        }
         Open();
+        if (const auto reason = ReasonToSkip()) {
+            RequireExistingFits();
+            return DescribeSkipped({m_request.input, m_request.output, *reason});
+        }
+        ChooseContainerForSize();
+        if (m_options.dryRun) {
+            RequireCreatable(m_request.output.path, m_options.replace, m_options.makeDirectories);
+            return {DumpJSON(DescribePlan(m_request, m_facts, m_range.count)), "",
+                    FormatPlan(m_request, m_facts, m_range.count)};
+        }
+        if (m_options.makeDirectories) {
+            MakeDirectory(ParentDirectory(m_request.output.path));
+        }
         // The sink warns where the extension suggests another container.
         const bool isUsual =
             ContainerByExtension(m_request.output.path) == m_facts.format.container;
@@ -94,11 +104,22 @@ public:
     }
 
 private:
+    // Returns false for a file that was found and is not audio.
+    bool OpenSource() {
+        try {
+            m_source = std::make_unique<SourceReader>(m_request.input, m_options.blockFrames,
+                                                      Repair{m_options.input.repair,
+                                                             ReadingSteps(m_reporter),
+                                                             m_options.input.spool.directory});
+        } catch (const UnrecognisedFile&) {
+            if (!m_request.isFound) {
+                throw;
+            }
+        }
+        return m_source != nullptr;
+    }
+
     void Open() {
-        m_source =
-            std::make_unique<SourceReader>(m_request.input, m_options.blockFrames,
-                                           Repair{m_options.input.repair, ReadingSteps(m_reporter),
-                                                  m_options.input.spool.directory});
         if (m_options.keepMetadata) {
             m_metadata.emplace(m_request.input, *m_facts.format.container);
         }
@@ -117,9 +138,54 @@ private:
         const std::uint32_t mask = m_stored.has_value() ? m_stored->channelMask.value_or(0) : 0;
         m_mask = PickSpeakers(mask, m_source->Channels(), m_picked);
         RequireBlockFits();
+        m_facts.rate = m_source->Rate();
         m_facts.frames = m_range.count.value_or(0); // so many are expected
         m_bytes = m_facts.SampleBytes();
-        ChooseContainerForSize();
+    }
+
+    std::optional<SkipReason> ReasonToSkip() const {
+        struct stat input {};
+        struct stat output {};
+        if (!(m_options.skip || m_options.update) || m_request.isStreamed ||
+            !Exists(m_request.output.path)) {
+            return std::nullopt;
+        }
+        if (m_options.skip) {
+            return SkipReason::Exists;
+        }
+        const bool isNewer = stat(m_request.input.path.c_str(), &input) != 0 ||
+                             stat(m_request.output.path.c_str(), &output) != 0 ||
+                             std::tie(input.st_mtim.tv_sec, input.st_mtim.tv_nsec) >
+                                 std::tie(output.st_mtim.tv_sec, output.st_mtim.tv_nsec);
+        return isNewer ? std::nullopt : std::optional(SkipReason::UpToDate);
+    }
+
+    // An existing output may be a copy of another file, made by another command, or damaged.
+    void RequireExistingFits() const {
+        constexpr const char* kRemedy = "use --force to replace it, or another output";
+        m_reporter.Opening(m_request.output.shown);
+        OpeningFacts existing;
+        try {
+            const SourceReader output(m_request.output, 1U);
+            static_cast<void>(output.CheckHeader({}));
+            existing = {output.Frames(), output.Channels(), output.Rate(), {}};
+        } catch (const JobError& error) {
+            throw JobError(m_request.output.shown,
+                           fmt::format("exists already and is no copy of {}: {}; {}",
+                                       m_request.input.shown, error.what(), kRemedy));
+        }
+        m_reporter.Opened();
+        OpeningFacts expected{m_range.count, m_facts.channels, m_facts.rate, {}};
+        if (!expected.frames.has_value()) {
+            expected.frames = existing.frames; // unknown before the input is read
+        }
+        if (!(existing == expected)) {
+            throw JobError(m_request.output.shown,
+                           fmt::format("exists already and is no copy of {}: it has {} instead of "
+                                       "{}; {}",
+                                       m_request.input.shown, Describe(existing),
+                                       Describe(expected), kRemedy));
+        }
     }
 
     TargetLayout MakeTarget() const {
@@ -338,9 +404,6 @@ JobResult Copy(const CopyRequest& request, const HostLogger& log, Reporter& repo
     const ContextScope context("copy " + request.input.shown);
     reporter.Opening(request.input.shown); // even looking at it may take for ever
     RequireDifferentFiles(request.input, request.output);
-    if (request.options.skip && !request.isStreamed && Exists(request.output.path)) {
-        return DescribeSkipped(request);
-    }
     const SeekableInput input(request.input, request.options.input.spool, reporter);
     CopyRequest sought = request;
     sought.input = input.File();

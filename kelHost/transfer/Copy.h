@@ -27,9 +27,12 @@ struct CopyOptions {
     InputPolicy input;         ///< which inputs are accepted
     std::optional<bool>
         verify; ///< read the output back and compare it; unset: where it may fail late
-    bool keepMetadata = true; ///< copy what the file has beside its samples
-    bool replace = false;     ///< replace an existing file
-    bool skip = false;        ///< leave an existing file and do nothing
+    bool keepMetadata = true;     ///< copy what the file has beside its samples
+    bool replace = false;         ///< replace an existing file
+    bool skip = false;            ///< leave an existing file and do nothing
+    bool update = false;          ///< leave an existing file that is not older than the input
+    bool dryRun = false;          ///< write nothing
+    bool makeDirectories = false; ///< make the directory of the output
 };
 
 /// One copy to make.
@@ -38,13 +41,14 @@ struct CopyRequest {
     FileName output;
     OutputFormat format;
     CopyOptions options;
+    bool isFound = false;    ///< in a directory: a file that is not audio is skipped
     bool isStreamed = false; ///< the output is a temporary file that the caller sends elsewhere
 };
 
 /// Copies one file. The output appears under its name only when it is complete: closed, without a
 /// record at level Error, and found to have the right frames, channels and rate when it is opened
-/// again. Reading, converting and writing overlap. With CopyOptions::skip, any file with the
-/// output's name is taken for complete, and the input is not opened.
+/// again. Reading, converting and writing overlap. An existing output that is left as it is has to
+/// fit the input: it opens, and has the channels, the rate and the number of frames of the copy.
 /// @param log the current logger writer
 /// @param reporter receives opening, progress and warnings
 /// @return the document that docs/json.md describes, and a report: one line, and one for each

@@ -44,4 +44,13 @@ std::vector<std::string> DescribeClipping(const std::string& output,
 /// Returns a line about a copy for people.
 std::string FormatCopy(const CopyRequest& request, const CopyFacts& facts);
 
+/// Returns the document of a copy that is only planned, which docs/json.md describes.
+/// @param frames of the output; none where the input does not declare them
+nlohmann::json DescribePlan(const CopyRequest& request, const CopyFacts& facts,
+                            const std::optional<std::int64_t>& frames);
+
+/// Returns a line about a copy that is only planned.
+std::string FormatPlan(const CopyRequest& request, const CopyFacts& facts,
+                       const std::optional<std::int64_t>& frames);
+
 } // namespace kel::host

@@ -63,7 +63,7 @@ TEST(CommandLine, IsRefusedWithStatus2WhenItIsWrong) {
           Usage{{"--", "copy"}, "unexpected argument \"copy\"; see kelhost --help\n"},
           Usage{{"info", "--fro\x1B[2J", "a.wav"},
                 "there is no option --fro\\x1B[2J; see kelhost info --help\n"},
-          Usage{{"copy"}, "FILE is missing; see kelhost copy --help\n"},
+          Usage{{"copy"}, "FILE is missing; name audio files, or use --files-from LIST\n"},
           Usage{{"copy", "a.wav", "b.wav", "--format"},
                 "--format needs a value: FORMAT; see kelhost copy --help\n"},
           Usage{{"plot", "a.wav", "--size"},

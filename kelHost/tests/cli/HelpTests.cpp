@@ -48,6 +48,10 @@ void MakeRecordings(const TemporaryDirectory& directory) {
     WriteAudio(directory / "take.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2, 1000, values);
     WriteAudio(directory / "take.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 1000, values);
     WriteAudio(directory / "second.flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, 1000, {0.5F, 0.5F});
+    for (const char* name : {"recordings", "copies"}) {
+        std::filesystem::create_directory(directory / name);
+        std::filesystem::copy(directory / "take.wav", directory / name);
+    }
     std::filesystem::create_symlink(KEL_TEST_PLUGIN, directory / "libkelLibsndfile.so");
 }
 

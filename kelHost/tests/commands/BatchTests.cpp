@@ -143,14 +143,16 @@ TEST(Batch, ReportsInTheOrderOfTheFilesAndGoesOnAfterBrokenOnes) {
         WriteTake(directory / "c.wav");
         fs::create_directory(directory / "e.wav");
         WriteTake(directory / "f.flac");
-        ExpectResult(RunKelhost(directory, {"copy", "a.wav", "b.wav", "c.wav", "d.wav", "e.wav",
-                                            "f.flac", "--output-dir", "out", "--jobs", jobs}),
-                     1,
-                     CopyReport("a.wav", "out/a.wav") + CopyReport("c.wav", "out/c.wav") +
-                         CopyReport("f.flac", "out/f.wav") + "6 files: 3 copied, 3 failed\n",
-                     NoAudioError("b.wav") +
-                         Error("d.wav", "cannot open for reading: No such file or directory") +
-                         Error("e.wav", "is a directory; name the audio files in it"));
+        ExpectResult(
+            RunKelhost(directory, {"copy", "a.wav", "b.wav", "c.wav", "d.wav", "e.wav", "f.flac",
+                                   "--output-dir", "out", "--jobs", jobs}),
+            1,
+            CopyReport("a.wav", "out/a.wav") + CopyReport("c.wav", "out/c.wav") +
+                CopyReport("f.flac", "out/f.wav") + "6 files: 3 copied, 3 failed\n",
+            NoAudioError("b.wav") +
+                Error("d.wav", "cannot open for reading: No such file or directory") +
+                Error("e.wav",
+                      "is a directory; copy, info and compare accept it with --recursive"));
         ExpectTakes(directory, {"a.wav", "c.wav", "f.wav"});
     }
 }

@@ -79,7 +79,8 @@ TEST(Info, ShowsTheOthersWhenFilesCannotBeOpened) {
     WriteFile(directory / "text.wav", kNoAudio);
     std::filesystem::create_directory(directory / "directory");
     const std::string errors =
-        NoAudioError("text.wav") + Error("directory", "is a directory; name the audio files in it");
+        NoAudioError("text.wav") +
+        Error("directory", "is a directory; copy, info and compare accept it with --recursive");
     const std::string line =
         "  WAVE 16-bit integer         2  no layout  48000 Hz    1000  0:00:00.021   4044\n";
     ExpectResult(RunKelhost(directory, {"info", "text.wav", "take.wav", "directory", "./take.wav"}),

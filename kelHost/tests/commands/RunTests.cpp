@@ -313,7 +313,7 @@ TEST(RunErrors, NameTheFileOrTheElement) {
                {{"kel.LibsndfileSource", "FilePath=a.wav", "!", "example.LevelMeterSink"},
                 "a.wav: cannot open for reading: No such file or directory"},
                {{"kel.LibsndfileSource", "FilePath=.", "!", "example.LevelMeterSink"},
-                ".: is a directory; name the audio files in it"},
+                ".: is a directory; copy, info and compare accept it with --recursive"},
                {{"example.ToneSource", "!", "kel.LibsndfileSink", "FilePath=out/a.wav"},
                 "out/a.wav: cannot create the file: No such file or directory"},
                {{"example.ToneSource", "!", "example.LevelMeterSink", "FilePath=/dev/null"},

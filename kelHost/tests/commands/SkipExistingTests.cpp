@@ -53,31 +53,115 @@ struct Identity {
 
 } // namespace
 
-TEST(SkipExisting, LeavesAFileOfAnyContentAsItIsAndNeedsNoInput) {
+TEST(SkipExisting, LeavesACopyAsItIs) {
     const TemporaryDirectory directory;
-    WriteOld(directory / "elsewhere", "no audio at all\n");
+    WriteTake(directory / "take.wav");
+    WriteAudio(directory / "elsewhere", SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 2, 48000,
+               std::vector<float>(2000));
     fs::create_symlink("elsewhere", directory / "copy.wav");
     const Identity before(directory / "copy.wav");
-    ExpectResult(RunKelhost(directory, {"copy", "--skip-existing", "missing.wav", "copy.wav"}), 0,
-                 Skipped("missing.wav", "copy.wav"), "");
+    ExpectResult(RunKelhost(directory, {"copy", "--skip-existing", "take.wav", "copy.wav"}), 0,
+                 Skipped("take.wav", "copy.wav"), "");
     ExpectResult(
-        RunKelhost(directory, {"copy", "--skip-existing", "--quiet", "missing.wav", "copy.wav"}), 0,
+        RunKelhost(directory, {"copy", "--skip-existing", "--quiet", "take.wav", "copy.wav"}), 0,
         "", "");
     EXPECT_TRUE(Identity(directory / "copy.wav") == before);
+    ExpectResult(RunKelhost(directory, {"copy", "--skip-existing", "missing.wav", "copy.wav"}), 1,
+                 "", Error("missing.wav", "cannot open for reading: No such file or directory"));
+}
+
+TEST(SkipExisting, RefusesFilesThatAreNoCopyOfTheInput) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    constexpr int kFormat = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    WriteAudio(directory / "channels.wav", kFormat, 1, 48000, std::vector<float>(1000));
+    WriteAudio(directory / "rate.wav", kFormat, 2, 44100, std::vector<float>(2000));
+    WriteTake(directory / "frames.wav", 999);
+    WriteTake(directory / "cut.wav");
+    fs::resize_file(directory / "cut.wav", 100);
+    WriteFile(directory / "text.wav", kNoAudio);
+    const std::string text = NoAudioError("text.wav");
+    struct Row {
+        std::string output;
+        std::string difference;
+    };
+    for (const char* option : {"--skip-existing", "--update"}) {
+        for (const Row& row :
+             {Row{"channels.wav", "it has 1000 frames, 1 channel and 48000 Hz instead of 1000 "
+                                  "frames, 2 channels and 48000 Hz"},
+              Row{"rate.wav", "it has 1000 frames, 2 channels and 44100 Hz instead of 1000 frames, "
+                              "2 channels and 48000 Hz"},
+              Row{"frames.wav", "it has 999 frames, 2 channels and 48000 Hz instead of 1000 "
+                                "frames, 2 channels and 48000 Hz"},
+              Row{"cut.wav", "declares 1000 frames and contains 14; it is truncated "
+                             "(--allow-truncated accepts the frames that exist)"},
+              Row{"text.wav",
+                  text.substr(text.find("cannot"), text.size() - 1 - text.find("cannot"))}}) {
+            const Identity before(directory / row.output);
+            ExpectResult(
+                RunKelhost(directory, {"copy", option, "take.wav", row.output}), 1, "",
+                Error(row.output, "exists already and is no copy of take.wav: " + row.difference +
+                                      "; use --force to replace it, or another output"));
+            EXPECT_TRUE(Identity(directory / row.output) == before);
+        }
+    }
+    // A part of the input fits a part of it.
+    WriteTake(directory / "part.wav", 10);
+    ExpectResult(RunKelhost(directory, {"copy", "--skip-existing", "take.wav", "part.wav",
+                                        "--start", "5f", "--duration", "10f"}),
+                 0, Skipped("take.wav", "part.wav"), "");
+}
+
+TEST(SkipExisting, NoticesAnotherInputOfTheSameName) {
+    const TemporaryDirectory directory;
+    fs::create_directory(directory / "a");
+    fs::create_directory(directory / "b");
+    WriteTake(directory / "a/x.flac");
+    WriteTake(directory / "b/x.flac", 500);
+    const Arguments options{"--output-dir", "out", "--skip-existing"};
+    EXPECT_EQ(RunKelhost(directory, Arguments{"copy", "a/x.flac"} + options).status, 0);
+    ExpectResult(RunKelhost(directory, Arguments{"copy", "b/x.flac"} + options), 1, "",
+                 Error("out/x.wav",
+                       "exists already and is no copy of b/x.flac: it has 1000 frames, 2 channels "
+                       "and 48000 Hz instead of 500 frames, 2 channels and 48000 Hz; use --force "
+                       "to replace it, or another output"));
+}
+
+TEST(Update, ReplacesOnlyOutputsThatAreOlderThanTheirInput) {
+    const TemporaryDirectory directory;
+    for (const char* name : {"a.wav", "b.wav", "c.wav"}) {
+        WriteTake(directory / name);
+    }
+    const Arguments arguments{"copy", "a.wav", "b.wav", "c.wav", "--output-dir", "out", "--update"};
+    EXPECT_EQ(RunKelhost(directory, arguments).status, 0);
+    // As old as the input, and older.
+    const auto time = fs::last_write_time(directory / "out/a.wav");
+    fs::last_write_time(directory / "a.wav", time);
+    fs::last_write_time(directory / "b.wav", fs::last_write_time(directory / "out/b.wav") +
+                                                 std::chrono::nanoseconds(1000));
+    const Identity a(directory / "out/a.wav");
+    const Identity b(directory / "out/b.wav");
+    ExpectResult(RunKelhost(directory, arguments), 0,
+                 "a.wav -> out/a.wav: is up to date, skipped\n" + CopyReport("b.wav", "out/b.wav") +
+                     "c.wav -> out/c.wav: is up to date, skipped\n"
+                     "3 files: 1 copied, 2 skipped, 0 failed\n",
+                 "");
+    EXPECT_TRUE(Identity(directory / "out/a.wav") == a);
+    EXPECT_FALSE(Identity(directory / "out/b.wav") == b);
+    ExpectResult(RunKelhost(directory, arguments + Arguments{"--skip-existing"}), 2, "",
+                 "kelhost: --update excludes --skip-existing\n");
 }
 
 TEST(SkipExisting, SkipsOnlyFilesThatAreNotTheInput) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav");
-    fs::create_directory(directory / "directory.wav");
     fs::create_symlink("nowhere", directory / "dangling.wav");
     struct Row {
         std::string output;
         std::string error;
     };
     for (const Row& row :
-         {Row{"directory.wav", "is a directory; name a file in it"},
-          Row{"dangling.wav", "exists already; use --force to replace it"},
+         {Row{"dangling.wav", "exists already; use --force to replace it"},
           Row{"./take.wav", "is the same file as the input take.wav; name another output"}}) {
         ExpectResult(RunKelhost(directory, {"copy", "--skip-existing", "take.wav", row.output}), 1,
                      "", Error(row.output, row.error));
@@ -94,8 +178,8 @@ TEST(SkipExisting, MakesTheRestOfADirectoryAndCounts) {
     }
     WriteFile(directory / "e.wav", kNoAudio);
     fs::create_directory(directory / "out");
-    WriteOld(directory / "out/b.wav", "before");
-    WriteOld(directory / "out/d.wav", "before");
+    WriteTake(directory / "out/b.wav");
+    WriteTake(directory / "out/d.wav");
     WriteOld(directory / "out/.kelhost-1-abcdef.part.wav", "of a host on another machine");
     const Identity b(directory / "out/b.wav");
     const Identity unfinished(directory / "out/.kelhost-1-abcdef.part.wav");
@@ -121,9 +205,10 @@ TEST(SkipExisting, ListsSkippedFilesInTheDocument) {
     const TemporaryDirectory directory;
     WriteTake(directory / "a.wav");
     WriteTake(directory / "b.wav");
+    WriteTake(directory / "c.wav");
     fs::create_directory(directory / "out");
-    WriteFile(directory / "out/a.wav", "before");
-    WriteFile(directory / "out/c.wav", "before");
+    WriteTake(directory / "out/a.wav");
+    WriteTake(directory / "out/c.wav");
     const ProcessResult result = RunKelhost(directory, {"--json", "copy", "a.wav", "b.wav", "c.wav",
                                                         "--output-dir", "out", "--skip-existing"});
     EXPECT_EQ(result.status, 0);
@@ -134,7 +219,8 @@ TEST(SkipExisting, ListsSkippedFilesInTheDocument) {
         return nlohmann::json{{"input", name},
                               {"input_path", name},
                               {"output", "out/" + name},
-                              {"output_path", "out/" + name}};
+                              {"output_path", "out/" + name},
+                              {"reason", "exists"}};
     };
     EXPECT_EQ(document["skipped"], (nlohmann::json{skipped("a.wav"), skipped("c.wav")}));
     ASSERT_EQ(document["results"].size(), 1U);
