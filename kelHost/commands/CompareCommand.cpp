@@ -5,9 +5,11 @@
 #include "base/Errors.h"
 #include "base/JSONDocument.h"
 #include "commands/CommonOptions.h"
+#include "commands/InputFiles.h"
 #include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
 #include "commands/OptionParsing.h"
+#include "commands/TreeComparison.h"
 
 #include <nlohmann/json.hpp>
 
@@ -22,11 +24,6 @@ namespace kel::host {
 
 namespace {
 
-// Statuses as of other programs that compare files.
-constexpr int kSame = 0;
-constexpr int kDifferent = 1;
-constexpr int kTrouble = 2;
-
 std::optional<TimePoint> Interpreted(const char* name, const std::optional<std::string>& value) {
     return value.has_value() ? std::optional(ParseTime(name, *value)) : std::nullopt;
 }
@@ -34,7 +31,8 @@ std::optional<TimePoint> Interpreted(const char* name, const std::optional<std::
 class CompareCommand final : public Command {
 public:
     CompareCommand() {
-        Add(Option("A", "", &m_fileA, "The first file; - is standard input")
+        Add(Option("A", "", &m_fileA,
+                   "The first file; - is standard input; with --recursive, a directory")
                 .Completes(Option::Values::Files)
                 .Required());
         Add(Option("B", "", &m_fileB, "The second file, or -")
@@ -51,28 +49,37 @@ public:
         for (Option& option : m_input.Options()) {
             Add(std::move(option));
         }
+        BeginGroup("Directories");
+        for (Option& option : m_tree.Options()) {
+            Add(std::move(option));
+        }
         AddExample("kelhost compare take.wav take.flac", "Find the first difference");
         AddExample("kelhost compare take.wav take.flac --tolerance -90dB",
                    "Ignore differences that cannot be heard");
-        AddExample("kelhost compare take.wav take.flac --start-a 1.5 --start-b 2 --duration 30",
-                   "Compare parts");
+        AddExample("kelhost compare -r recordings copies", "Compare two directories");
         AddExample("kelhost compare -q take.wav take.flac && echo same", "Use the exit status");
         SetNotes("Exit status: 0 the audio is the same, 1 it is different, 2 trouble: a file "
                  "cannot be read, or the command line is wrong.");
     }
 
-    int FailureStatus() const override { return kTrouble; }
+    int FailureStatus() const override { return kComparisonFailed; }
 
     void Interpret(const CommonOptions& /*common*/) override {
         const std::vector<FileName> files = InputNames({m_fileA, m_fileB});
         m_request.files = {files[0], files[1]};
         m_request.inputPolicy = m_input.Interpret();
+        if (m_tree.recursive) {
+            m_selection = m_tree.Interpret();
+        }
         m_request.tolerance = ParseToleranceOption("--tolerance", m_tolerance);
         m_request.starts = {Interpreted("--start-a", m_startA), Interpreted("--start-b", m_startB)};
         m_request.duration = Interpreted("--duration", m_duration);
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {
+        if (m_selection.has_value()) {
+            return CompareTrees(m_fileA, m_fileB, *m_selection, m_request, common, streams);
+        }
         JobRunner runner(common, streams.err);
         // If a worker is lost, the host cannot tell which of the files it worked on.
         runner.Add(m_request.files[0].shown + " and " + m_request.files[1].shown, "",
@@ -92,14 +99,16 @@ public:
                                           {{"results", results}, {"failures", runner.Failures()}});
         }
         if (failed > 0) {
-            return kTrouble;
+            return kComparisonFailed;
         }
-        return results.front().at("same").get<bool>() ? kSame : kDifferent;
+        return results.front().at("same").get<bool>() ? kSameAudio : kDifferentAudio;
     }
 
 private:
     ComparisonRequest m_request;
     InputArguments m_input;
+    TreeArguments m_tree;
+    std::optional<TreeSelection> m_selection; // none: two files
     std::string m_fileA;
     std::string m_fileB;
     std::string m_tolerance = "0";

@@ -2,13 +2,16 @@
 
 #include "analysis/FileInfo.h"
 #include "base/Errors.h"
+#include "base/FileName.h"
 #include "base/JSONDocument.h"
 #include "commands/CommonOptions.h"
 #include "commands/InfoDetails.h"
 #include "commands/InfoFields.h"
 #include "commands/InfoTable.h"
+#include "commands/InputFiles.h"
 #include "commands/InputOptions.h"
 #include "commands/JobRunner.h"
+#include "elements/SourceReader.h"
 
 #include <nlohmann/json.hpp>
 
@@ -39,8 +42,7 @@ class InfoCommand final : public Command {
 public:
     InfoCommand() {
         Add(Option("FILE", "", &m_files, "The files; - is standard input")
-                .Completes(Option::Values::Files)
-                .Required());
+                .Completes(Option::Values::Files));
         BeginGroup("Facts");
         Add(Option("--measure", "", &m_measure,
                    "Read the files and measure peak, RMS, and loudness (EBU R 128)"));
@@ -60,22 +62,29 @@ public:
         for (Option& option : m_input.Options()) {
             Add(std::move(option));
         }
+        BeginGroup("Many inputs");
+        for (Option& option : m_tree.Options()) {
+            Add(std::move(option));
+        }
+        for (Option& option : m_list.Options()) {
+            Add(std::move(option));
+        }
         AddExample("kelhost info take.wav", "Show everything about a file");
         AddExample("kelhost info --measure *.wav", "Measure levels and loudness");
-        AddExample("kelhost info --csv --field file,duration *.wav",
-                   "List durations for a spreadsheet");
+        AddExample("kelhost info -r recordings --csv --field file,duration",
+                   "List durations of a directory for a spreadsheet");
         AddExample("kelhost info --checksum take.wav take.flac",
                    "Compare checksums of the samples");
     }
 
-    void SetFiles(const std::vector<std::string>& files) {
-        m_files = files;
-        m_inputs.assign(files.begin(), files.end());
-    }
+    void SetFiles(const std::vector<std::string>& files) { m_files = files; }
 
     void Interpret(const CommonOptions& common) override {
         m_policy = m_input.Interpret();
-        m_inputs = InputNames(m_files);
+        m_list.RequireNames(m_files);
+        if (m_tree.recursive) {
+            m_selection = m_tree.Interpret();
+        }
         if (m_fieldNames.has_value()) {
             m_fields = ParseFields(*m_fieldNames);
         }
@@ -85,7 +94,9 @@ public:
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {
-        const InfoForm form = Form(common);
+        m_list.Append(m_files);
+        const InputList inputs = ListInputs(m_files, m_selection);
+        const InfoForm form = Form(common, inputs.files.size() == 1);
         InfoRequest request;
         request.measure = m_measure;
         request.checksum = m_checksum;
@@ -94,15 +105,21 @@ public:
             m_fields = CSVFields(request);
         }
         RequestFields(m_fields, request);
-        JobRunner runner(common, streams.err);
-        for (const FileName& file : m_inputs) {
-            runner.Add(file.shown, "", [&, file](const HostLogger& log, Reporter& reporter) {
-                return Inspect(file, request, m_policy, form, m_fields, log, reporter);
-            });
-        }
         std::vector<std::string> texts;
-        std::size_t failed =
-            runner.Run([&](const JobResult& result) { texts.push_back(result.output); });
+        const auto collect = [&](const JobResult& result) {
+            if (!result.isSkipped) {
+                texts.push_back(result.output);
+            }
+        };
+        JobRunner runner(common, streams.err);
+        runner.Begin(inputs.failures, inputs.unused, collect);
+        for (const ListedFile& file : inputs.files) {
+            runner.Add(InputName(file.path).shown, "",
+                       [&](const HostLogger& log, Reporter& reporter) {
+                           return Inspect(file, request, m_policy, form, m_fields, log, reporter);
+                       });
+        }
+        std::size_t failed = runner.Run(collect);
         switch (form) {
         case InfoForm::Table:
             streams.out << FormatInfoTable(request, texts);
@@ -111,19 +128,21 @@ public:
             ShowDetails(texts, streams.out);
             break;
         case InfoForm::Document:
-            WriteDocument(streams.out, "info", {{"failures", runner.Failures()}}, "files",
-                          runner.Documents());
+            ShowDocument(runner, streams.out);
             break;
         case InfoForm::Fields:
         case InfoForm::CSV:
             failed += ShowFields(common.style.json, streams.out, runner);
             break;
         }
+        if (CountAll(runner.Skipped()) > 0 && !common.style.json && !common.style.quiet) {
+            streams.err << "kelhost: " << FormatSkipped(runner.Skipped(), true) << '\n';
+        }
         return failed == 0 ? kSuccess : kFailure;
     }
 
 private:
-    InfoForm Form(const CommonOptions& common) const {
+    InfoForm Form(const CommonOptions& common, bool isOneFile) const {
         if (m_csv) {
             return InfoForm::CSV;
         }
@@ -133,14 +152,27 @@ private:
         if (common.style.json) {
             return InfoForm::Document;
         }
-        return m_full || m_files.size() == 1 ? InfoForm::Details : InfoForm::Table;
+        return m_full || (isOneFile && !m_selection.has_value()) ? InfoForm::Details
+                                                                 : InfoForm::Table;
     }
 
-    static JobResult Inspect(const FileName& file, const InfoRequest& request,
+    static JobResult Inspect(const ListedFile& file, const InfoRequest& request,
                              const InputPolicy& policy, InfoForm form,
                              const std::vector<std::string>& fields, const HostLogger& log,
                              Reporter& reporter) {
-        const FileInfo info = ReadFileInfo(file, request, policy, log, reporter);
+        try {
+            const FileName name = InputName(file.path);
+            return Show(ReadFileInfo(name, request, policy, log, reporter), form, fields);
+        } catch (const UnrecognisedFile&) {
+            if (!file.isFound) {
+                throw;
+            }
+            return DescribeSkipped({file.path, FileName(), SkipReason::NotAudio});
+        }
+    }
+
+    static JobResult Show(const FileInfo& info, InfoForm form,
+                          const std::vector<std::string>& fields) {
         JobResult result;
         if (form == InfoForm::Table) {
             result.output = FormatRow(info);
@@ -158,6 +190,14 @@ private:
         for (std::size_t i = 0; i < texts.size(); ++i) {
             out << (i == 0 ? "" : "\n") << texts[i];
         }
+    }
+
+    void ShowDocument(const JobRunner& runner, std::ostream& out) const {
+        json members{{"failures", runner.Failures()}};
+        if (m_selection.has_value()) {
+            members["skipped"] = runner.SkippedInputs();
+        }
+        WriteDocument(out, "info", members, "files", runner.Documents());
     }
 
     // Shows the fields of each file. Returns the number of files that do not have one of them.
@@ -183,7 +223,9 @@ private:
     }
 
     std::vector<std::string> m_files;
-    std::vector<FileName> m_inputs;
+    TreeArguments m_tree;
+    ListArguments m_list;
+    std::optional<TreeSelection> m_selection; // none: directories are not accepted
     std::optional<std::string> m_fieldNames;
     std::vector<std::string> m_fields;
     bool m_full = false;

@@ -96,7 +96,13 @@ nlohmann::json JobRunner::SkippedFiles() const {
 nlohmann::json JobRunner::SkippedInputs() const {
     auto files = nlohmann::json::array();
     for (const nlohmann::json& file : SkippedFiles()) {
-        files.push_back({{"file", file.at("input")}, {"reason", file.at("reason")}});
+        nlohmann::json members{{"file", file.at("input")}, {"reason", file.at("reason")}};
+        for (const char* ending : {"path", "path_hex"}) {
+            if (file.contains(std::string("input_") + ending)) {
+                members[ending] = file.at(std::string("input_") + ending);
+            }
+        }
+        files.push_back(std::move(members));
     }
     return files;
 }

@@ -139,9 +139,16 @@ TEST_F(Tree, IsListedInTheDocument) {
     const auto document = json::parse(result.out);
     ASSERT_EQ(document["results"].size(), 1U);
     EXPECT_EQ(document["results"][0]["output"], "out/day/a.wav");
-    EXPECT_EQ(document["skipped"],
-              (json{{{"input", "day/pipe"}, {"output", nullptr}, {"reason", "special-file"}},
-                    {{"input", "day/b.txt"}, {"output", nullptr}, {"reason", "not-audio"}}}));
+    EXPECT_EQ(document["skipped"], (json{{{"input", "day/pipe"},
+                                          {"input_path", "day/pipe"},
+                                          {"output", nullptr},
+                                          {"output_path", nullptr},
+                                          {"reason", "special-file"}},
+                                         {{"input", "day/b.txt"},
+                                          {"input_path", "day/b.txt"},
+                                          {"output", nullptr},
+                                          {"output_path", nullptr},
+                                          {"reason", "not-audio"}}}));
     const std::string loop = "is a link to a directory above it; leave it out with --exclude";
     EXPECT_EQ(document["failures"],
               (json{{{"file", "day/loop"}, {"message", "day/loop: " + loop}}}));
