@@ -14,6 +14,8 @@ check_packages="$test_packages clang clang-format clang-tidy cppcheck libclang-r
 mutation_test_packages="$test_packages mold"
 # To compare the core's binary interface with the accepted one.
 abi_packages="$build_packages abigail-tools xz-utils"
+# To run jobs on a Slurm cluster of this machine.
+cluster_packages="slurm-wlm munge"
 
 # The number of tests that run at once. Many tests wait, so it is one more than the processors.
 test_jobs=$(($(nproc) + 1))
