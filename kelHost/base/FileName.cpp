@@ -82,7 +82,9 @@ void RequireReadable(const FileName& file) {
     }
     if (S_ISDIR(status.st_mode)) {
         throw JobError(file.shown,
-                       "is a directory; copy, info and compare accept it with --recursive");
+                       IsStandardInput(file)
+                           ? "is a directory"
+                           : "is a directory; copy, info and compare accept it with --recursive");
     }
 }
 

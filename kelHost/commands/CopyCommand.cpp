@@ -305,7 +305,11 @@ private:
     }
 
     void InterpretOutput() {
-        m_list.RequireNames(m_files);
+        std::vector<std::string> inputs = m_files;
+        if (!m_outputDirectory.has_value() && inputs.size() > 1) {
+            inputs.pop_back(); // the output
+        }
+        m_list.RequireNames(inputs);
         if (m_outputDirectory.has_value()) {
             if (m_outputDirectory->empty()) {
                 throw InvalidValue("--output-dir", "", "the name of a directory");

@@ -165,7 +165,8 @@ TEST(CopyOptions, AreRefusedBeforeAnythingIsWritten) {
     };
     std::vector<Row> rows{
         {{"take.wav", "copy.raw"}, noFormat("copy.raw")},
-        {{"take.wav", "copy.wav/"}, noFormat("copy.wav/")},
+        {{"take.wav", "copy.wav/"},
+         "kelhost: copy.wav/: is a directory; use --output-dir copy.wav\n"},
         {{"take.wav", "a.wav", "--format", "a\nb"},
          "kelhost: invalid value \"a\\nb\" for --format: expected wave, bwave or aiff\n"},
         {{"take.wav", "a.wav", "--encoding", ""},

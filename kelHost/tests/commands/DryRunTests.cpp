@@ -55,7 +55,9 @@ TEST(DryRun, ShowsWhatWouldBeDoneAndWritesNothing) {
     const auto document = json::parse(result.out);
     EXPECT_EQ(document["results"], json::array());
     EXPECT_EQ(document["planned"], (json{{{"input", "a.flac"},
+                                          {"input_path", "a.flac"},
                                           {"output", "new.wav"},
+                                          {"output_path", "new.wav"},
                                           {"container", "extensible WAVE"},
                                           {"encoding", "int16"},
                                           {"byte_order", "little-endian"},

@@ -93,7 +93,6 @@ TEST(ForeignOptions, AreAnsweredWithALineThatWorks) {
          "there is no option -r 22050",
          kNoRate,
          kPipe + "sox -t wav - -r 22050 out.wav"},
-        OptionRow({"-r"}, kNoRate, kPipe + "sox -t wav - -r 44100 out.wav"),
         OptionRow({"--rate=22050"}, kNoRate, kPipe + "sox -t wav - -r 22050 out.wav"),
         OptionRow({"--rate"}, kNoRate, kPipe + "sox -t wav - -r 44100 out.wav"),
         OptionRow({"-b", "16"}, NameIs("encoding"), kInOut + " --encoding int16"),

@@ -150,8 +150,9 @@ TEST_F(Tree, IsListedInTheDocument) {
                                           {"output_path", nullptr},
                                           {"reason", "not-audio"}}}));
     const std::string loop = "is a link to a directory above it; leave it out with --exclude";
-    EXPECT_EQ(document["failures"],
-              (json{{{"file", "day/loop"}, {"message", "day/loop: " + loop}}}));
+    EXPECT_EQ(
+        document["failures"],
+        (json{{{"file", "day/loop"}, {"path", "day/loop"}, {"message", "day/loop: " + loop}}}));
 }
 
 TEST_F(Tree, DoesNotContainTheOutputsOfAnEarlierRun) {
