@@ -14,9 +14,10 @@ namespace kel::host {
 /// exists as long as this object.
 class SeekableInput {
 public:
-    /// Opens what cannot be sought and copies it to its end. Anything else, also what is missing, is
-    /// left to the opening that follows.
-    /// @param reporter knows that the input is being opened, as even looking at it may take for ever
+    /// Opens what cannot be sought and copies it to its end. Anything else, also what is missing,
+    /// is left to the opening that follows.
+    /// @param reporter knows that the input is being opened, as even looking at it may take for
+    /// ever
     /// @throws JobError when the input cannot be opened or read, is empty, is a terminal, is larger
     /// than the policy allows, or its copy cannot be written
     SeekableInput(FileName input, const SpoolPolicy& policy, Reporter& reporter);

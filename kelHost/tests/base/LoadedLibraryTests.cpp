@@ -27,9 +27,10 @@ TEST(LoadedLibrary, FindsFunctions) {
 }
 
 TEST(LoadedLibrary, NamesThePackageOfAMissingLibrary) {
-    EXPECT_EQ(FailureOf([] { const LoadedLibrary library("libkelMissing.so.1", "libkel1"); }),
-              "libkelMissing.so.1: cannot load the library: cannot open shared object file: No such "
-              "file or directory; install the package libkel1");
+    EXPECT_EQ(
+        FailureOf([] { const LoadedLibrary library("libkelMissing.so.1", "libkel1"); }),
+        "libkelMissing.so.1: cannot load the library: cannot open shared object file: No such "
+        "file or directory; install the package libkel1");
 }
 
 TEST(LoadedLibrary, NamesAMissingFunction) {
