@@ -97,10 +97,10 @@ const std::vector<unsigned char>& StoredSamples::Read() {
     } else {
         ReadWith<float>(Sndfile().sf_readf_float);
     }
-    constexpr const char* kCannotRead = "cannot read the file";
-    m_file.RequireRead(kCannotRead);
+    constexpr const char* kReadFailure = "cannot read the file";
+    m_file.RequireRead(kReadFailure);
     if (!Frames().has_value()) {
-        m_file.RequireUndamaged(kCannotRead);
+        m_file.RequireUndamaged(kReadFailure);
     }
     return m_bytes;
 }
