@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kel::test {
@@ -104,10 +106,11 @@ TEST_F(PipedInput, IsReadThroughATemporaryCopyWithoutAName) {
     const std::string line = "mkdir temporary; cat take.wav | "
                              "kelhost info --field frames - --temp-dir temporary; ls temporary";
     ExpectResult(Run(line), 0, "20000\n", "");
-    // A file system where every file needs a name.
-    Command command = ShellLine(m_directory, "cat take.wav | kelhost info --field frames - "
-                                             "--temp-dir temporary; ls temporary");
+    // A file system where every file needs a name. Only kelhost sees it.
+    Command command = ShellLine(m_directory, "cat take.wav | LD_PRELOAD=\"$FAULTS\" kelhost info "
+                                             "--field frames - --temp-dir temporary; ls temporary");
     DisturbSystem(command);
+    command.environment["FAULTS"] = std::exchange(command.environment["LD_PRELOAD"], std::nullopt);
     command.environment["KEL_TEST_NAMED_FILES"] = "1";
     ExpectResult(RunCommand(command), 0, "20000\n", "");
 }
