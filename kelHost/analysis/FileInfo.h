@@ -49,11 +49,12 @@ std::string DescribeLayout(const FileInfo& info);
 void to_json(nlohmann::json& members, const FileInfo& info);
 
 /// Opens a file and returns the facts about it. One thread at a time.
+/// @param named a file or a pipe, as the user named it
 /// @param policy which files are accepted when all of their samples are read
 /// @param log the current logger writer
 /// @param reporter receives opening and progress
 /// @throws JobError when it cannot be opened or read
-FileInfo ReadFileInfo(const FileName& file, const InfoRequest& request, const InputPolicy& policy,
+FileInfo ReadFileInfo(const FileName& named, const InfoRequest& request, const InputPolicy& policy,
                       const HostLogger& log, Reporter& reporter);
 
 } // namespace kel::host

@@ -29,11 +29,12 @@ struct PlotRequest {
 };
 
 /// Draws a file. The picture appears under its name only when it is complete. One thread at a time.
+/// @param named the request, with the input as the user named it
 /// @param log the current logger writer
 /// @param reporter receives opening and progress
 /// @return the document that docs/json.md describes; the characters as output, or a report of the
 /// picture
 /// @throws JobError when the file cannot be read or the picture cannot be written
-JobResult Plot(const PlotRequest& request, const HostLogger& log, Reporter& reporter);
+JobResult Plot(const PlotRequest& named, const HostLogger& log, Reporter& reporter);
 
 } // namespace kel::host

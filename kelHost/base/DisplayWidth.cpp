@@ -41,7 +41,8 @@ std::size_t WidthOf(std::wstring_view characters) {
 
 std::string Dots(std::size_t maxWidth) {
     constexpr std::size_t kDots = 3;
-    return std::string(std::min(maxWidth, kDots), '.');
+    std::string dots(std::min(maxWidth, kDots), '.');
+    return dots;
 }
 
 } // namespace

@@ -30,7 +30,7 @@ public:
                            fmt::format("cannot open for reading: {}", std::strerror(errno)));
         }
     }
-    ~NameReader() { std::free(m_buffer); }
+    ~NameReader() { const std::unique_ptr<char, decltype(&std::free)> buffer(m_buffer, std::free); }
     NameReader(const NameReader&) = delete;
     NameReader& operator=(const NameReader&) = delete;
 

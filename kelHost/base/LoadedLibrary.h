@@ -35,5 +35,6 @@ private:
 /// Declares a member that points to the function of the same name, in a structure whose member
 /// `library` is a LoadedLibrary.
 #define KEL_LIBRARY_FUNCTION(name)                                                                 \
-    decltype(&::name) name =                                                                       \
-        library.Find<decltype(&::name)>(#name) // NOLINT(bugprone-macro-parentheses)
+    decltype(&::name) name { /* NOLINT(bugprone-macro-parentheses): declares it */                 \
+        library.Find<decltype(&::name)>(#name)                                                     \
+    }

@@ -1,9 +1,9 @@
 #include "base/Locale.h"
 
+#include <clocale>
 #include <cstddef>
 #include <cstdlib>
 #include <langinfo.h>
-#include <locale.h>
 #include <string>
 #include <strings.h>
 

@@ -89,8 +89,8 @@ std::vector<std::string> ExampleLines(const Example& example, std::size_t width)
     for (std::string& line : lines) {
         const bool isFirst = &line == &lines.front();
         const bool isLast = &line == &lines.back();
-        line =
-            std::string(isFirst ? "" : kIndent) + line + std::string(isLast ? "" : kContinuation);
+        line.insert(0, isFirst ? "" : kIndent);
+        line += isLast ? "" : kContinuation;
     }
     return lines;
 }

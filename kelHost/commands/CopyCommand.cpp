@@ -453,7 +453,7 @@ CopyCounts MakeCopies(const CopyJobs& jobs, const CommonOptions& common, const S
                        return Copy(jobs.request(i), log, reporter);
                    });
     }
-    const CopyCounts counts{runner.Run(show), runner.Skipped()};
+    CopyCounts counts{runner.Run(show), runner.Skipped()};
     if (common.style.json) {
         nlohmann::json members{{"results", nlohmann::json::array()},
                                {"skipped", runner.SkippedFiles()},

@@ -66,8 +66,8 @@ std::uint64_t ParseSizeOption(std::string_view name, std::string_view value) {
     constexpr std::string_view kUnits = "KMGT";
     constexpr unsigned kUnitBits = 10;
     constexpr std::uint64_t kMax = std::uint64_t{1} << 63U;
-    const std::size_t unit = value.empty() ? kUnits.npos : kUnits.find(value.back());
-    const bool hasUnit = unit != kUnits.npos;
+    const std::size_t unit = value.empty() ? std::string_view::npos : kUnits.find(value.back());
+    const bool hasUnit = unit != std::string_view::npos;
     const auto number =
         ParseInteger<std::uint64_t>(value.substr(0, value.size() - (hasUnit ? 1 : 0)));
     const std::uint64_t factor = hasUnit ? std::uint64_t{1} << (kUnitBits * (unit + 1)) : 1;

@@ -26,7 +26,7 @@ std::optional<OggPage> FindLastPage(const HeaderReader& header, std::uint64_t fi
         if (offset == std::string::npos) {
             break;
         }
-        const auto page = ReadOggPage(header, begin + offset);
+        auto page = ReadOggPage(header, begin + offset);
         if (page.has_value() && page->end <= fileBytes) {
             return page;
         }

@@ -54,7 +54,7 @@ std::vector<Place> FollowPath(const fs::path& path) {
         if (name == "..") {
             place.erase(std::min(place.rfind('/'), place.size()));
         } else if (!name.empty() && name != ".") {
-            const std::string next = place + "/" + name;
+            const std::string next = fmt::format("{}/{}", place, name);
             if (!look(next)) {
                 place = next;
                 continue;
@@ -64,7 +64,7 @@ std::vector<Place> FollowPath(const fs::path& path) {
             }
             const std::string target = fs::read_symlink(next).string();
             place = target.front() == '/' ? "" : place;
-            rest = target + "/" + rest;
+            rest.insert(0, target + "/");
         }
     }
     return way;
