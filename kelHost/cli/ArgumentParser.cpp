@@ -75,7 +75,7 @@ std::vector<std::string> ReversedArguments(const std::vector<Option>& options,
     parts.insert(parts.end(), end, arguments.end());
     for (std::string& part : parts) {
         const bool inBrackets = !part.empty() && part.front() == '[' && part.back() == ']';
-        part = inBrackets ? "./" + part : part;
+        part.insert(0, inBrackets ? "./" : "");
     }
     std::reverse(parts.begin(), parts.end());
     return parts;
