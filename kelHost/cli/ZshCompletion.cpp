@@ -14,7 +14,7 @@ namespace kel::host {
 
 namespace {
 
-// Returns text for a part of a specification, in which colons and brackets have meanings.
+// Returns text for a part of an entry, in which colons and brackets have meanings.
 std::string SpecificationText(std::string_view text) {
     std::string escaped;
     for (const char character : text) {
@@ -46,13 +46,13 @@ std::string ValueAction(const Option& option) {
     return " "; // a number or a time: nothing to offer
 }
 
-// Returns the specifications of an option, one for each of its names.
-std::vector<std::string> SpecificationsOf(const Option& option) {
+// Returns the entries of an option, one for each of its names.
+std::vector<std::string> EntriesOf(const Option& option) {
     const std::vector<std::string> spellings = option.Spellings();
     std::string excluded = JoinWords(spellings, " ");
     excluded += option.Excluded().empty() ? "" : " " + option.Excluded();
     const std::string before = option.IsRepeatable() ? "*" : "(" + excluded + ")";
-    std::vector<std::string> specifications;
+    std::vector<std::string> entries;
     for (const std::string& name : spellings) {
         std::string text = before + name;
         text += option.IsFlag() ? "" : (name.size() == 2 ? "+" : "=");
@@ -60,9 +60,9 @@ std::vector<std::string> SpecificationsOf(const Option& option) {
         if (!option.IsFlag()) {
             text += ":" + SpecificationText(option.ValueName()) + ":" + ValueAction(option);
         }
-        specifications.push_back(text);
+        entries.push_back(text);
     }
-    return specifications;
+    return entries;
 }
 
 void WriteSpecifications(const std::vector<Option>& options, std::string_view indent,
@@ -75,8 +75,8 @@ void WriteSpecifications(const std::vector<Option>& options, std::string_view in
                 << " \\\n";
             continue;
         }
-        for (const std::string& specification : SpecificationsOf(option)) {
-            out << indent << QuoteWord(specification) << " \\\n";
+        for (const std::string& entry : EntriesOf(option)) {
+            out << indent << QuoteWord(entry) << " \\\n";
         }
     }
 }

@@ -9,7 +9,7 @@
 
 namespace kel::host {
 
-/// What a worker waits for, in memory that it shares with the host: a worker that hangs sends no
+/// The wait of a worker, in memory that it shares with the host: a worker that hangs sends no
 /// messages, and messages about each file would cost more than short files do. Two processes, or
 /// two threads, may use it at the same time.
 class WorkerState {

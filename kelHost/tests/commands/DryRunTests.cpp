@@ -98,7 +98,7 @@ TEST(DryRun, RefusesOutputsThatCannotBeCreated) {
         ExpectResult(RunCommand(command), 1, "", "kelhost: " + row.error + "\n");
     }
     EXPECT_EQ(SortedNames(directory), (Names{"a.wav", "file", "locked"}));
-    // What is refused before any file is opened is refused here, too.
+    // Requests that are refused before any file is opened are refused here, too.
     EXPECT_EQ(
         RunKelhost(directory, {"copy", "-n", "a.wav", "x/a.wav", "--output-dir", "out"}).status, 2);
 }
