@@ -15,7 +15,7 @@ namespace kel::host {
 namespace {
 
 // Returns text for a part of an entry, in which colons and brackets have meanings.
-std::string SpecificationText(std::string_view text) {
+std::string EntryText(std::string_view text) {
     std::string escaped;
     for (const char character : text) {
         const bool hasMeaning = std::string_view(":[]\\").find(character) != std::string_view::npos;
@@ -56,9 +56,9 @@ std::vector<std::string> EntriesOf(const Option& option) {
     for (const std::string& name : spellings) {
         std::string text = before + name;
         text += option.IsFlag() ? "" : (name.size() == 2 ? "+" : "=");
-        text += "[" + SpecificationText(DescribeOption(option)) + "]";
+        text += "[" + EntryText(DescribeOption(option)) + "]";
         if (!option.IsFlag()) {
-            text += ":" + SpecificationText(option.ValueName()) + ":" + ValueAction(option);
+            text += ":" + EntryText(option.ValueName()) + ":" + ValueAction(option);
         }
         entries.push_back(text);
     }
@@ -70,8 +70,8 @@ void WriteSpecifications(const std::vector<Option>& options, std::string_view in
     for (const Option& option : options) {
         if (option.IsArgument()) {
             out << indent
-                << QuoteWord((option.IsRepeatable() ? "*:" : ":") +
-                             SpecificationText(option.Names()) + ":" + ValueAction(option))
+                << QuoteWord((option.IsRepeatable() ? "*:" : ":") + EntryText(option.Names()) +
+                             ":" + ValueAction(option))
                 << " \\\n";
             continue;
         }
