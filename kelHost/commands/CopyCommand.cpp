@@ -187,7 +187,7 @@ public:
         BeginGroup("Memory");
         Add(Option("--block", "FRAMES", &m_block,
                    "Maximum number of frames in a sample (default: 16384, fewer with many "
-                   "channels)"));
+                   "channels, more in long files)"));
         AddExample("kelhost copy take.flac take.wav", "Convert a recording");
         AddExample("kelhost copy take.wav part.wav --start 0:01:00 --duration 30",
                    "Cut out a part");

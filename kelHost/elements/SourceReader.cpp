@@ -41,6 +41,17 @@ constexpr const char* kFurtherStreams = "cannot read all samples: it contains se
 constexpr std::uint32_t kDefaultBlockFrames = 16384;
 constexpr std::uint32_t kMaxBlockSamples = 1U << 19U; // 2 MiB: 512 frames of 1024 channels
 
+// The stages of a long transfer wait less often for each other when blocks are large.
+constexpr std::uint32_t kLongBlockSamples = 1U << 17U; // 512 KiB
+constexpr std::int64_t kLongFileFrames = 256 * std::int64_t{kDefaultBlockFrames};
+
+std::uint32_t ChooseBlockFrames(std::optional<std::int64_t> frames, std::uint32_t channels) {
+    const std::uint32_t divisor = std::max(channels, 1U);
+    const std::uint32_t bounded = std::min(kDefaultBlockFrames, kMaxBlockSamples / divisor);
+    const bool isLong = frames.value_or(0) >= kLongFileFrames;
+    return isLong ? std::max(bounded, kLongBlockSamples / divisor) : bounded;
+}
+
 // Returns the reason why a source cannot open a file, as far as the host can see it.
 std::string DescribeRefusal(const std::string& path) {
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -67,10 +78,10 @@ SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> bl
     WithFileContext(file, kCannotRead, [&] {
         m_recipe = FileSource(file, m_blockFrames);
         OpenFile(file, repair);
-        const std::uint32_t bounded = kMaxBlockSamples / std::max(Channels(), 1U);
-        if (!blockFrames.has_value() && bounded < m_blockFrames) {
+        const std::uint32_t chosen = ChooseBlockFrames(Frames(), Channels());
+        if (!blockFrames.has_value() && chosen != m_blockFrames) {
             Release();
-            SetBlockFrames(bounded);
+            SetBlockFrames(chosen);
             OpenFile(file, repair);
         }
     });

@@ -42,8 +42,8 @@ struct Repair {
 class SourceReader {
 public:
     /// Creates the first registered source for the type of a file, and opens the file.
-    /// @param blockFrames maximum number of frames in a sample; unset: 16384, or fewer where many
-    /// channels would make samples larger than 2 MiB
+    /// @param blockFrames maximum number of frames in a sample; unset: 16384, fewer where many
+    /// channels would make samples larger than 2 MiB, more where a long file has few channels
     /// @param repair a file that the source cannot read because of its header is read through a
     /// copy
     /// @throws JobError when the file is missing, is a directory, or cannot be opened, or when its
