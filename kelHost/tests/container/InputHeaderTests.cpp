@@ -136,9 +136,13 @@ TEST(InputHeader, DeclaresNothingWhereSomethingIsOpen) {
 namespace {
 
 // A header in words.
-std::string Judge(const std::string& bytes) {
+// @param size of the file; 0: that of the bytes
+std::string Judge(const std::string& bytes, std::uint64_t size) {
     const test::TemporaryDirectory directory;
     test::WriteFile(directory / "take", bytes);
+    if (size > 0) {
+        std::filesystem::resize_file(directory / "take", size);
+    }
     const InputHeader header = ReadInputHeader(directory / "take").value();
     std::string text = std::to_string(header.SampleBytes()) + " bytes of samples";
     text += header.declaresLength ? "" : header.declaresNone ? ", none declared" : ", unknown";
@@ -155,6 +159,7 @@ struct Judgement {
     std::string name;
     std::string bytes;
     std::string text;
+    std::uint64_t size = 0; // of the file; 0: that of the bytes
 };
 
 class HeaderJudgement : public testing::TestWithParam<Judgement> {};
@@ -171,6 +176,8 @@ std::vector<Judgement> Judgements() {
     using test::MakeW64;
     using test::MakeWave;
     constexpr std::uint64_t kMax = 0xFFFFFFFFFFFFFFFF;
+    constexpr std::uint64_t k4GiB = std::uint64_t{1} << 32U;
+    constexpr std::uint64_t kWaveHeader = 44;
     const std::string whole = "200 bytes of samples";
     const std::string half = "100 bytes of samples, declares 100 frames and contains 50";
     const std::string twice = "200 bytes of samples, declares 200 frames and contains 100";
@@ -215,6 +222,33 @@ std::vector<Judgement> Judgements() {
          "200 bytes of samples, declares 1073741822 frames and contains 100"},
         {"WaveWithDataSize7FFFE000", MakeWave(0x7FFFF024, 0x7FFFE000),
          "200 bytes of samples, declares 1073737728 frames and contains 100"},
+        {"WaveWithDataSize7FFFFFFBOfFramesOf4Bytes",
+         MakeWave(0, 0x7FFFFFFB).replace(22, 1, "\2").replace(32, 1, "\4"),
+         "200 bytes of samples, declares 536870910 frames and contains 50"},
+        {"WaveWithDataSize4095BelowOuterSizeFFFFFFFF", MakeWave(0xFFFFFFFF, 0xFFFFF000), unknown},
+        {"WaveWithDataSize4096BelowOuterSizeFFFFFFFF", MakeWave(0xFFFFFFFF, 0xFFFFEFFF),
+         "200 bytes of samples, declares 2147481599 frames and contains 100"},
+        {"WaveWithLower32BitsOfItsDataSize", MakeWave(0, 200),
+         "4295016144 bytes of samples, unknown", kWaveHeader + k4GiB + 48848},
+        {"WaveWithLower32BitsOfADataSizeNotQuite1MiBLess", MakeWave(0, 200),
+         "4296016071 bytes of samples, unknown", kWaveHeader + k4GiB + 200 + 0xFFFFF},
+        {"WaveWithDataSizeAnd4GiBAnd1MiBAfterIt", MakeWave(0, 200), whole,
+         kWaveHeader + k4GiB + 200 + 0x100000},
+        {"WaveWithDataSizeAndFewBytesAfterItUpTo4GiB", MakeWave(0, 0xFFFF0000),
+         "4294901760 bytes of samples", kWaveHeader + k4GiB - 1},
+        {"WaveWithDataSize0BeforeAChunkWithoutItsPadding",
+         MakeWave(0, 0).substr(0, kWaveHeader) + "odd " + test::LittleEndian(3, 4) + "123",
+         "0 bytes of samples"},
+        {"WaveWithDataSize0BeforeWhatIsNoChunk",
+         MakeWave(0, 0).substr(0, kWaveHeader) + "odd " + test::LittleEndian(5, 4) + "123",
+         "11 bytes of samples, none declared"},
+        {"WaveWithUnknownDataSizeBeforeACutTitle", Cut(MakeWave(0, 0xFFFFFFFF, title), 1),
+         "223 bytes of samples, unknown"},
+        {"WaveWithUnknownDataSizeBeforeTitleAndOtherBytes", MakeWave(0, 0xFFFFFFFF, title + "odd "),
+         "228 bytes of samples, unknown"},
+        {"WaveWithUnknownDataSizeBeforeATitleWithoutPadding",
+         MakeWave(0, 0xFFFFFFFF, "ANNO" + test::LittleEndian(3, 4) + "123"),
+         unknown + ", 11 bytes follow"},
         {"WaveWithUnknownDataSizeBeforeTitle", MakeWave(0xFFFFFFFF, 0xFFFFFFFF, title),
          unknown + ", 24 bytes follow"},
         {"RIFXWithTooLargeDataSize", MakeWave({}, 400, "", "RIFX"), twice},
@@ -232,6 +266,11 @@ std::vector<Judgement> Judgements() {
         {"W64WithTooLargeOuterSize", MakeW64(1000, {}),
          "200 bytes of samples, declares 1000 bytes and contains 304"},
         {"W64WithDataSize0", MakeW64(0, 0), none},
+        {"RF64WithDataSizeOf2ToThe62", MakeRF64({}, kMax / 4 + 1), unknown},
+        {"RF64WithDataSizeBelow2ToThe62", MakeRF64({}, kMax / 4),
+         "200 bytes of samples, declares 2305843009213693951 frames and contains 100"},
+        {"W64WithUnknownDataSizeBeforeWhatLooksLikeAChunk", MakeW64(kMax, kMax / 2) + title,
+         "224 bytes of samples, unknown"},
         {"W64WithDataSize7FFFFFFFFFFFFFFF", MakeW64(kMax, kMax / 2), unknown},
         {"AIFFWithTooLargeDataSize", MakeAIFF({}, 408), twice},
         {"AIFFThatWasCut", Cut(MakeAIFF({}, {}), 100), half},
@@ -252,13 +291,15 @@ std::vector<Judgement> Judgements() {
         {"AUWithDataSize0Before8Bytes", MakeAU(0).substr(0, 32),
          "8 bytes of samples, none declared"},
         {"AUWithDataSizeFFFFFFFF", MakeAU(0xFFFFFFFF), unknown},
+        {"AUWithDataSizeFFFFFFFFAndSoManyBytes", MakeAU(0xFFFFFFFF), "4294967295 bytes of samples",
+         24 + k4GiB - 1},
     };
 }
 
 } // namespace
 
 TEST_P(HeaderJudgement, ComparesTheSizesWithTheFile) {
-    EXPECT_EQ(Judge(GetParam().bytes), GetParam().text);
+    EXPECT_EQ(Judge(GetParam().bytes, GetParam().size), GetParam().text);
 }
 
 INSTANTIATE_TEST_SUITE_P(InputHeader, HeaderJudgement, testing::ValuesIn(Judgements()),
