@@ -259,9 +259,6 @@ private:
     // Writes the file and verifies that it is complete.
     void Write(OutputFile& output) {
         const FileName file(output.TemporaryPath(), m_request.output.shown);
-        // Threads cost more than they gain where there is hardly anything to overlap.
-        const bool overlapped = !m_range.count.has_value() ||
-                                *m_range.count > 2 * std::int64_t{m_source->BlockFrames()};
         TransferParts parts;
         parts.reader = MakeReader();
         if (!m_range.count.has_value()) {
@@ -282,7 +279,7 @@ private:
             transfer.EnablePeaks(m_facts.channels, m_facts.format.encoding->bytes);
         }
         m_facts.rate = transfer.Source().Rate();
-        m_facts.frames = transfer.Run(m_range.count.value_or(kUnknownTotal), overlapped);
+        m_facts.frames = transfer.Run(m_range.count);
         m_facts.conversion = transfer.Converter().Channels();
         transfer.CloseSink();
         m_errors.RequireNoneFromOutput(m_request.output.shown);

@@ -268,10 +268,7 @@ private:
                                                               m_encoding));
         parts.source = std::move(m_source);
         Transfer transfer(std::move(parts), m_output, m_errors, m_reporter);
-        // Threads cost more than they gain where there is hardly anything to overlap.
-        constexpr std::int64_t kMinOverlappedFrames = 32768;
-        m_frames = transfer.Run(declared.value_or(kUnknownTotal),
-                                !hasEnd || *declared > kMinOverlappedFrames);
+        m_frames = transfer.Run(hasEnd ? declared : std::nullopt);
         CloseSink(transfer);
         m_errors.RequireNoneFromOutput(m_output);
         transfer.Source().RequireUnchanged();

@@ -5,8 +5,10 @@
 #include <IAudioSample.h>
 #include <IBuffer.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -19,13 +21,17 @@ Transfer::Transfer(TransferParts parts, std::string output, const ErrorRecords& 
     : m_parts(std::move(parts)), m_output(std::move(output)), m_errors(errors),
       m_reporter(reporter) {}
 
-std::int64_t Transfer::Run(std::int64_t frames, bool overlapped) {
-    m_total = frames;
+std::int64_t Transfer::Run(std::optional<std::int64_t> frames) {
+    // Starting threads takes longer than converting so many values.
+    constexpr std::int64_t kFewValues = std::int64_t{1} << 17U;
+    const std::int64_t channels = std::max(m_parts.source->Channels(), 1U);
+    const bool isShort = frames.has_value() && *frames <= kFewValues / channels;
+    m_total = frames.value_or(kUnknownTotal);
     WithFileContext(m_output, "", [&] {
-        if (overlapped) {
-            RunOverlapped(*this, std::thread::hardware_concurrency());
-        } else {
+        if (isShort) {
             RunInline(*this);
+        } else {
+            RunOverlapped(*this, std::thread::hardware_concurrency());
         }
     });
     return m_pushed;

@@ -47,12 +47,12 @@ public:
     /// @param valueBytes 4 or 8
     void EnablePeaks(std::uint32_t channels, std::size_t valueBytes);
 
-    /// Moves all samples. A sample container must hold one audio sample.
-    /// @param frames number of frames to come, for the progress; kUnknownTotal when it is unknown
-    /// @param overlapped whether reading, converting and writing run at the same time
+    /// Moves all samples. A sample container must hold one audio sample. Reading, converting and
+    /// writing run at the same time, unless there is little to move.
+    /// @param frames number of frames to come, if it is known
     /// @return the number of frames that were moved
     /// @throws JobError when an element throws, or the sink logs an error
-    std::int64_t Run(std::int64_t frames, bool overlapped);
+    std::int64_t Run(std::optional<std::int64_t> frames);
 
     /// Closes the sink.
     /// @throws JobError when that throws

@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t kFrames = 40001; // three samples of at most 16384 frames
+constexpr std::size_t kFrames = 70001; // so many that threads read and write them
 
 struct Sweep {
     const char* name;

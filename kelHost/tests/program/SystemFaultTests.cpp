@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t kFrames = 40001; // three samples of at most 16384 frames
+constexpr std::size_t kFrames = 70001; // so many that threads read and write them
 
 // Untouched and converted samples: AIFF has no floats.
 const Names kOutputs{"out.wav", "out.aiff"};
