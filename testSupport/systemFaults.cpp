@@ -31,6 +31,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -222,6 +223,14 @@ INTERPOSED pid_t fork() noexcept {
 
 INTERPOSED int stat(const char* path, struct stat* status) noexcept {
     return Fails("stat", path) ? Fail(EIO) : Next<decltype(stat)>("stat")(path, status);
+}
+
+INTERPOSED dirent* readdir(DIR* directory) {
+    if (Fails("readdir", dirfd(directory))) {
+        errno = EIO;
+        return nullptr;
+    }
+    return Next<decltype(readdir)>("readdir")(directory);
 }
 
 INTERPOSED int fstatvfs(int descriptor, struct statvfs* status) noexcept {

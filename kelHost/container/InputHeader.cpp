@@ -166,7 +166,7 @@ private:
         }
         // Some programs write the lower 32 bits of a larger size.
         constexpr std::uint64_t kTooLarge = std::uint64_t{1} << 32U;
-        const bool isWrapped = left >= kTooLarge && declared > 0 && declared < kTooLarge &&
+        const bool isWrapped = left >= kTooLarge && declared < kTooLarge &&
                                (left - declared) % kTooLarge < kMaxSearched;
         return isWrapped || MeansUnknown({List().chunks[index].bytes, declared,
                                           m_header.Number(4, 4), m_result.FrameBytes()});

@@ -153,7 +153,7 @@ TEST_F(FileTreeTest, SelectsFilesByPatterns) {
          {Row{{"*.wav"}, {}, {"a.wav", "old/a.wav", "sub/a.wav", "sub/old/d.wav"}},
           Row{{"*.flac", "[c-d].*"}, {}, {"b.flac", "old/c.aiff", "sub/old/d.wav"}},
           Row{{"*/a.wav"}, {}, {"old/a.wav", "sub/a.wav"}}, Row{{"/a.wav"}, {}, {"a.wav"}},
-          Row{{}, {"old"}, {"a.wav", "b.flac", "sub/a.wav"}},
+          Row{{"sub/*.wav"}, {}, {"sub/a.wav"}}, Row{{}, {"old"}, {"a.wav", "b.flac", "sub/a.wav"}},
           Row{{}, {"/old"}, {"a.wav", "b.flac", "sub/a.wav", "sub/old/d.wav"}},
           Row{{}, {"a.wav/", "old/"}, {"a.wav", "b.flac", "sub/a.wav"}},
           Row{{}, {"sub/*"}, {"a.wav", "b.flac", "old/a.wav", "old/c.aiff"}},

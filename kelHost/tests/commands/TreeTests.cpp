@@ -101,6 +101,21 @@ TEST_F(Tree, KeepsTheNameOfADirectoryAsRsyncDoes) {
     }
 }
 
+// Its other files, and those of other directories, are copied.
+TEST_F(Tree, FailsForADirectoryThatCannotBeReadToItsEnd) {
+    Write("day/a.wav");
+    Write("day/b/c.wav");
+    Command command = Kelhost(m_directory, {"copy", "-r", "day", "--output-dir", "out"});
+    DisturbSystem(command);
+    command.environment["KEL_TEST_FAULTY_CALL"] = "readdir";
+    command.environment["KEL_TEST_FAULTY_FILE"] = "day/b";
+    command.environment["KEL_TEST_FAULTY_NUMBER"] = "1";
+    ExpectResult(RunCommand(command), 1,
+                 CopyReport("day/a.wav", "out/day/a.wav") +
+                     "1 file: 1 copied, 0 skipped, 1 failed\n",
+                 Error("day/b", "cannot read the directory: Input/output error"));
+}
+
 TEST_F(Tree, FailsForDamagedFilesAndUnreadableDirectories) {
     WriteOther("day/a.wav"); // has the name of audio
     Write("day/b.wav");
