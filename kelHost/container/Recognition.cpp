@@ -54,8 +54,7 @@ bool IsUnrecognised(const FileName& file, std::string_view failure) {
     constexpr std::size_t kLongest = 4;
     const HeaderReader reader(file, std::move(input->descriptor), "cannot read its header");
     const std::string bytes = reader.Bytes(0, kLongest);
-    const std::string name = std::filesystem::path(file.shown).filename().string();
-    if (StartsWith(name, "._") && bytes == kAppleDouble) {
+    if (bytes == kAppleDouble) {
         return true;
     }
     return !HasAudioExtension(file.shown) &&

@@ -13,8 +13,7 @@ bool HasAudioExtension(std::string_view path);
 /// Returns true when a file that a source did not open is not audio. In doubt it is: a file is
 /// unrecognised only if the failure is that libsndfile does not know its format, its name does not
 /// end like that of an audio file, and its content does not begin like one. A file with metadata of
-/// a Macintosh (AppleDouble, RFC 1740, section 4), which has the name of its file after "._", is
-/// not audio either.
+/// a Macintosh (AppleDouble, RFC 1740, section 4), such as "._take.wav", is not audio either.
 /// @param failure the text of the source's failure
 /// @throws JobError when the beginning of the file cannot be read
 bool IsUnrecognised(const FileName& file, std::string_view failure);
