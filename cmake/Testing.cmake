@@ -78,3 +78,15 @@ function(kel_add_test name)
       ENVIRONMENT "GTEST_TOTAL_SHARDS=10;GTEST_SHARD_INDEX=${shard}")
   endforeach()
 endfunction()
+
+# kel_add_test_plugin(NAME file...)
+# Adds a plug-in that only tests use: only they know its directory.
+set(KEL_TEST_PLUGIN_DIRECTORY ${PROJECT_BINARY_DIR}/tests/plugins)
+function(kel_add_test_plugin name)
+  add_library(${name} MODULE ${ARGN})
+  target_link_libraries(${name} PRIVATE kelCore::kelCore kelProjectSettings)
+  target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
+  set_target_properties(${name} PROPERTIES
+    LIBRARY_OUTPUT_DIRECTORY ${KEL_TEST_PLUGIN_DIRECTORY}
+    INSTALL_RPATH "$ORIGIN/../../${CMAKE_INSTALL_LIBDIR}")
+endfunction()

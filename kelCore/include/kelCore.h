@@ -51,6 +51,7 @@
 #include "PCMMuxing.h"
 #include "ParametersCollection.h"
 #include "PlatformString.h"
+#include "PluginLoading.h"
 #include "Registry.h"
 #include "TimeLimits.h"
 #include "TrackLayout.h"

@@ -2,19 +2,15 @@
 
 #include "base/Errors.h"
 
-#include <fmt/format.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <dlfcn.h>
 #include <elf.h>
 #include <filesystem>
 #include <fstream>
 #include <ios>
 #include <link.h>
 #include <string>
-#include <sys/auxv.h>
 #include <system_error>
 #include <vector>
 
@@ -22,8 +18,7 @@ namespace kel::host {
 
 namespace {
 
-// A library file. Whatever its tables contain, nothing outside of the file is read. It is read
-// piece by piece, because a plug-in's headers are checked at every start of the program.
+// A library file. Whatever its tables contain, nothing outside of the file is read.
 class LibraryFile {
 public:
     explicit LibraryFile(const std::filesystem::path& file)
@@ -39,27 +34,19 @@ public:
         return std::memcmp(m_header.e_ident, ELFMAG, SELFMAG) == 0 &&
                m_header.e_ident[EI_CLASS] == kClass;
     }
-    std::uint64_t Size() const { return m_size; }
     const ElfW(Ehdr) & Header() const { return m_header; }
 
     template <typename Record>
     Record At(std::uint64_t offset) {
-        return TableAt<Record>(offset, 1).front();
-    }
-
-    template <typename Record>
-    std::vector<Record> TableAt(std::uint64_t offset, std::uint16_t count) {
-        std::vector<Record> records(count);
-        const std::uint64_t bytes = count * sizeof(Record);
-        if (offset > m_size || m_size - offset < bytes) {
+        Record record{};
+        if (offset > m_size || m_size - offset < sizeof record) {
             Fail("its tables are damaged");
         }
         m_stream.seekg(static_cast<std::streamoff>(offset));
-        if (!m_stream.read(reinterpret_cast<char*>(records.data()),
-                           static_cast<std::streamsize>(bytes))) {
+        if (!m_stream.read(reinterpret_cast<char*>(&record), sizeof record)) {
             Fail("cannot be read");
         }
-        return records;
+        return record;
     }
 
     // Reads text that ends with a zero, or with the file.
@@ -88,32 +75,6 @@ private:
     std::uint64_t m_size;
     ElfW(Ehdr) m_header{}; // zeros in a file that is too short
 };
-
-// Compares with the library that the kernel maps into every process, see vdso(7). The file of the
-// program is not always accessible.
-bool IsForThisProcessor(const ElfW(Ehdr) & header) {
-    const unsigned long address = getauxval(AT_SYSINFO_EHDR);
-    return address == 0 || // NOLINTNEXTLINE(performance-no-int-to-ptr): the kernel passes a number
-           header.e_machine == reinterpret_cast<const ElfW(Ehdr)*>(address)->e_machine;
-}
-
-// An address, and whether it is in memory that a library's file declares executable.
-struct CodeSearch {
-    ElfW(Addr) address = 0;
-    bool found = false;
-};
-
-int SearchCode(dl_phdr_info* library, std::size_t /*size*/, void* data) {
-    auto& search = *static_cast<CodeSearch*>(data);
-    for (unsigned i = 0; i < library->dlpi_phnum; ++i) {
-        const ElfW(Phdr)& segment = library->dlpi_phdr[i];
-        const ElfW(Addr) begin = library->dlpi_addr + segment.p_vaddr;
-        search.found =
-            search.found || (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0 &&
-                             search.address >= begin && search.address - begin < segment.p_memsz);
-    }
-    return search.found ? 1 : 0;
-}
 
 } // namespace
 
@@ -152,38 +113,6 @@ std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& fil
         library.Fail("has no section of dynamic symbols");
     }
     return symbols;
-}
-
-std::string FindLoadObstacle(const std::filesystem::path& file) {
-    try {
-        LibraryFile library(file);
-        if (!library.IsLibrary()) {
-            return "";
-        }
-        if (!IsForThisProcessor(library.Header())) {
-            return "it is for another processor";
-        }
-        for (const auto& segment :
-             library.TableAt<ElfW(Phdr)>(library.Header().e_phoff, library.Header().e_phnum)) {
-            if (segment.p_type == PT_LOAD && segment.p_offset + segment.p_filesz > library.Size()) {
-                return fmt::format("it was cut off after {} bytes", library.Size());
-            }
-        }
-    } catch (const JobError&) { // NOLINT(bugprone-empty-catch): the loader reports these itself
-    }
-    return "";
-}
-
-bool IsFunction(const void* address) {
-    CodeSearch search{reinterpret_cast<ElfW(Addr)>(address)};
-    dl_iterate_phdr(SearchCode, &search);
-    Dl_info place{};
-    void* extra = nullptr;
-    const bool hasSymbol =
-        dladdr1(address, &place, &extra, RTLD_DL_SYMENT) != 0 && place.dli_saddr == address;
-    const auto* symbol = static_cast<const ElfW(Sym)*>(extra);
-    return search.found &&
-           !(hasSymbol && symbol != nullptr && ELF64_ST_TYPE(symbol->st_info) == STT_OBJECT);
 }
 
 } // namespace kel::host

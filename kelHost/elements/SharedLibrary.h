@@ -1,4 +1,4 @@
-/// Files of shared libraries, read without running anything in them. Any thread.
+/// Exported symbols of shared libraries, read without running anything in them. Any thread.
 #pragma once
 
 #include <filesystem>
@@ -19,13 +19,5 @@ struct ExportedSymbol {
 /// @throws JobError when the file cannot be read, is not a library for this machine, is damaged or
 /// has no section of dynamic symbols
 std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& file);
-
-/// Returns the damage of a library that the loader reports badly: it crashes on a truncated file,
-/// and calls a library for another processor missing. Empty when the loader's own message will do.
-std::string FindLoadObstacle(const std::filesystem::path& file);
-
-/// Returns whether an address of a loaded library is a function. Data, too, may be in memory that
-/// can be executed, and a function may have no symbol.
-bool IsFunction(const void* address);
 
 } // namespace kel::host

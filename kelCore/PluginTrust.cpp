@@ -1,8 +1,6 @@
-#include "elements/PluginTrust.h"
+#include "PluginTrustInternal.h"
 
-#include <Registry.h>
-
-#include <fmt/format.h>
+#include "PluginLoading.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,7 +10,6 @@
 #include <grp.h>
 #include <pwd.h>
 #include <string>
-#include <sys/auxv.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/xattr.h>
@@ -20,7 +17,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace kel::host {
+namespace kel {
 
 namespace fs = std::filesystem;
 
@@ -54,7 +51,7 @@ std::vector<Place> FollowPath(const fs::path& path) {
         if (name == "..") {
             place.erase(std::min(place.rfind('/'), place.size()));
         } else if (!name.empty() && name != ".") {
-            const std::string next = fmt::format("{}/{}", place, name);
+            const std::string next = place + "/" + name;
             if (!look(next)) {
                 place = next;
                 continue;
@@ -87,7 +84,7 @@ bool WithEntry(int (*find)(Id, Entry*, char*, size_t, Entry**), Id id, Use use) 
 }
 
 std::string NameOfUser(uid_t user) {
-    std::string name = fmt::format("number {}", user);
+    std::string name = "number " + std::to_string(user);
     WithEntry<passwd>(getpwuid_r, user, [&](const passwd& entry) {
         name = entry.pw_name;
         return true;
@@ -96,7 +93,7 @@ std::string NameOfUser(uid_t user) {
 }
 
 std::string NameOfGroup(gid_t id) {
-    std::string name = fmt::format("number {}", id);
+    std::string name = "number " + std::to_string(id);
     WithEntry<group>(getgrgid_r, id, [&](const group& entry) {
         name = entry.gr_name;
         return true;
@@ -132,27 +129,27 @@ bool HasAccessControlList(const Place& place) {
 std::string DescribeStranger(const Place& place, const TrustedWriters& trusted) {
     const struct stat& status = place.status;
     if (trusted.users.count(status.st_uid) == 0) {
-        return fmt::format("{} belongs to the user {}, who is neither root nor you", place.path,
-                           NameOfUser(status.st_uid));
+        return place.path + " belongs to the user " + NameOfUser(status.st_uid) +
+               ", who is neither root nor you";
     }
     // The permissions of a link have no meaning.
     if (S_ISLNK(status.st_mode) || IsSticky(status) || trusted.everyone) {
         return "";
     }
     if ((status.st_mode & S_IWOTH) != 0) {
-        return fmt::format("every user can change {}; use chmod o-w", place.path);
+        return "every user can change " + place.path + "; use chmod o-w";
     }
     if ((status.st_mode & S_IWGRP) == 0) {
         return "";
     }
     // With a list, these bits are the largest rights of all its entries.
     if (HasAccessControlList(place)) {
-        return fmt::format("the access control list of {} lets others change it; use setfacl -b",
-                           place.path);
+        return "the access control list of " + place.path +
+               " lets others change it; use setfacl -b";
     }
     if (trusted.groups.count(status.st_gid) == 0 && !IsPrivateGroup(status.st_gid, status.st_uid)) {
-        return fmt::format("the group {} can change {}; use chmod g-w", NameOfGroup(status.st_gid),
-                           place.path);
+        return "the group " + NameOfGroup(status.st_gid) + " can change " + place.path +
+               "; use chmod g-w";
     }
     return "";
 }
@@ -188,10 +185,6 @@ void AddWriters(const fs::path& path, TrustedWriters& trusted) {
 
 } // namespace
 
-bool HasRaisedRights() {
-    return getauxval(AT_SECURE) != 0;
-}
-
 TrustedWriters FindTrustedWriters() {
     TrustedWriters trusted;
     if (!HasRaisedRights()) {
@@ -200,9 +193,14 @@ TrustedWriters FindTrustedWriters() {
     std::error_code noProgram; // without /proc
     AddWriters(fs::read_symlink("/proc/self/exe", noProgram), trusted);
     Dl_info core{};
-    if (dladdr(reinterpret_cast<const void*>(&GetRegistrations), &core) != 0) {
+    if (dladdr(reinterpret_cast<const void*>(&FindPlugins), &core) != 0) {
         AddWriters(fs::absolute(core.dli_fname), trusted);
     }
+    return trusted;
+}
+
+const TrustedWriters& Trusted() {
+    static const TrustedWriters trusted = FindTrustedWriters();
     return trusted;
 }
 
@@ -224,4 +222,4 @@ std::string FindPathObstacle(const fs::path& path, PathUse use, const TrustedWri
                : "";
 }
 
-} // namespace kel::host
+} // namespace kel

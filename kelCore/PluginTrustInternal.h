@@ -7,7 +7,7 @@
 #include <string>
 #include <sys/types.h>
 
-namespace kel::host {
+namespace kel {
 
 /// Users and groups who may change a plug-in or a directory on the way to it.
 struct TrustedWriters {
@@ -20,8 +20,8 @@ struct TrustedWriters {
 /// library: they need no plug-in. With raised rights, the user who runs it is not among them.
 TrustedWriters FindTrustedWriters();
 
-/// Returns whether the process has rights that the user who started it does not have.
-bool HasRaisedRights();
+/// Returns those of the first call.
+const TrustedWriters& Trusted();
 
 /// Kind of file that a path must lead to.
 enum class PathUse {
@@ -39,4 +39,4 @@ enum class PathUse {
 std::string FindPathObstacle(const std::filesystem::path& path, PathUse use,
                              const TrustedWriters& trusted);
 
-} // namespace kel::host
+} // namespace kel

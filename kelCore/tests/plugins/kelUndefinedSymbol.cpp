@@ -1,6 +1,6 @@
 // A plug-in that was built against a missing library.
 
-#include "EntryPoint.h"
+extern "C" __attribute__((visibility("default"))) void RegisterAll(const char* name);
 
 extern "C" void kelSymbolThatIsMissing();
 

@@ -1,6 +1,7 @@
-#include "elements/PluginTrust.h"
+#include "PluginTrustInternal.h"
 
-#include "Program.h"
+#include <PluginLoading.h>
+#include <TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -17,12 +18,9 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace kel::host {
+namespace kel::test {
 
 namespace fs = std::filesystem;
-using test::TemporaryDirectory;
-using test::WriteFile;
-
 namespace {
 
 // No user and no group of any system.
@@ -276,4 +274,4 @@ TEST_F(PluginTrustAsRoot, RefusesWhatAnotherGroupCanChange) {
               "the group " + name + " can change " + library + "; use chmod g-w");
 }
 
-} // namespace kel::host
+} // namespace kel::test
