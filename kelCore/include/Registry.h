@@ -48,7 +48,7 @@ KEL_CORE_EXPORT std::vector<Registration> GetRegistrations();
 KEL_CORE_EXPORT std::size_t UnregisterFactories(const std::string& name);
 
 /// Returns a text that identifies this framework core to a plug-in built with version text
-/// @p version: "kelCore 0.1.0 for plug-in VERSION".
+/// @p version: "kelCore MAJOR.MINOR.PATCH for plug-in VERSION", see Version.h.
 KEL_CORE_EXPORT std::string GetKELCoreIdInternal(std::string version);
 
 /// Returns the prototype of registry entries. It declares "class" (integer, the numeric

@@ -57,5 +57,6 @@
 #include "StreamLoggerWriter.h"
 #include "TimeLimits.h"
 #include "TrackLayout.h"
+#include "Version.h"
 #include "WorkflowStepImplementation.h"
 #include "WrapperFormat.h"
