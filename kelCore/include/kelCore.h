@@ -45,6 +45,7 @@
 #include "LogCapture.h"
 #include "LogLevel.h"
 #include "Logging.h"
+#include "MakeSource.h"
 #include "MediaSourceDirection.h"
 #include "MediaTime.h"
 #include "Milestone.h"
