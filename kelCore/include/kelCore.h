@@ -58,6 +58,7 @@
 #include "ParametersCollection.h"
 #include "PlatformString.h"
 #include "PluginLoading.h"
+#include "RegisterElement.h"
 #include "Registry.h"
 #include "StreamLoggerWriter.h"
 #include "TimeLimits.h"
