@@ -23,6 +23,11 @@ inline std::string ToneFile(const std::string& name) {
     return std::string(KEL_TEST_STAGE "/sources/tone/") + name;
 }
 
+/// Returns the path of a header of kelCore when the tone example was built, for the same reason.
+inline std::string CoreHeader(const std::string& name) {
+    return std::string(KEL_TEST_STAGE "/first/include/kelCore/") + name;
+}
+
 /// Loads a plug-in and registers its elements. It stays loaded.
 inline void Load(const std::string& name) {
     const std::string path = InstalledPlugin(name);
@@ -60,6 +65,23 @@ inline std::shared_ptr<IAudioSource> MakeTone(const Settings& settings) {
         ImplementElement<ElementFactoryType::AudioSource>("example.ToneSource", "Unknown", nullptr);
     source->SetInitConfig(config);
     return source;
+}
+
+/// Makes a sink that has no settings.
+inline std::shared_ptr<IAudioSink> MakeSink(const std::string& implementation) {
+    const auto config = SettingsOf<ElementFactoryType::AudioSink>(implementation);
+    auto sink = ImplementElement<ElementFactoryType::AudioSink>(implementation, "Unknown", nullptr);
+    sink->SetInitConfig(config);
+    return sink;
+}
+
+/// Pushes all samples of a source into a sink and closes it.
+inline void PushAll(IAudioSource& source, IAudioSink& sink) {
+    sink.DefineInput(source.GetDefinedOutput(""), "");
+    while (const auto sample = source.GetSample()) {
+        sink.PushSample(sample);
+    }
+    sink.Close(false);
 }
 
 /// Makes a level meter that writes to a file, or to none.

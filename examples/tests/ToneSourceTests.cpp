@@ -118,7 +118,7 @@ TEST(ToneSource, GoesToEveryFrame) {
 
 TEST(ToneSource, RefusesPositionsOutsideOfItsLimits) {
     const auto source = MakeTone({{"Length", 1000}});
-    const std::string file = ToneFile("ToneSource.cpp");
+    const std::string file = CoreHeader("AudioSourceBase.h");
     ExpectFailure("[ToneSource has no frame 1001, only 1000] [ Condition is not true ]", file,
                   [&] { source->GotoTimeOffset(Frame(1001), ""); });
     ExpectFailure("[ToneSource has no frame -1, only 1000] [ Condition is not true ]", file,
@@ -146,9 +146,9 @@ TEST(ToneSource, RefusesSettingsThatMakeNoTone) {
         {"MaxSamplesPerBuffer", 1000001, "from 1 to 1000000"},
     };
     for (const Row& row : rows) {
-        ExpectFailure("[" + std::string(row.name) + " is " + std::to_string(row.value) + ", not " +
-                          row.limits + "] [ Condition is not true ]",
-                      ToneFile("ToneSource.cpp"), [&] {
+        ExpectFailure("[ToneSource: " + std::string(row.name) + " is " + std::to_string(row.value) +
+                          ", not " + row.limits + "] [ Condition is not true ]",
+                      CoreHeader("ElementBase.h"), [&] {
                           MakeTone({{row.name, row.value}});
                       });
     }
@@ -166,7 +166,7 @@ TEST(ToneSource, DeliversNothingWhileItsOutputIsOff) {
 
 TEST(ToneSource, AnswersOrRefusesWhenItIsClosedAndOpensAgain) {
     const auto source = MakeTone({{"Length", 10}});
-    const std::string file = ToneFile("ToneSource.cpp");
+    const std::string file = CoreHeader("AudioSourceBase.h");
     ReadAll(*source);
     source->Release();
     EXPECT_FALSE(source->IsMediaOpen());
@@ -191,14 +191,15 @@ TEST(ToneSource, NeedsItsSettingsFirst) {
     const auto config = SettingsOf<ElementFactoryType::AudioSource>("example.ToneSource");
     const auto source =
         ImplementElement<ElementFactoryType::AudioSource>("example.ToneSource", "Unknown", nullptr);
-    const std::string file = ToneFile("ToneSource.cpp");
+    const std::string file = CoreHeader("ElementBase.h");
     ExpectFailure("[ToneSource needs SetInitConfig first] [ Condition is not true ]", file,
                   [&] { source->Open(L""); });
     ExpectFailure("[ToneSource got no settings] [ Pointer is null ]", file,
                   [&] { source->SetInitConfig(nullptr); });
     ExpectFailure("[ToneSource does not change its settings]", file,
                   [&] { source->UpdateConfig(config); });
-    ExpectFailure("[ToneSource goes forward only] [ Condition is not true ]", file,
+    ExpectFailure("[ToneSource goes forward only] [ Condition is not true ]",
+                  CoreHeader("AudioSourceBase.h"),
                   [&] { source->SetDirection(MediaSourceDirection::Backward); });
     EXPECT_EQ(source->GetManifest()->GetStringValue("implementation"), "example.ToneSource");
 }

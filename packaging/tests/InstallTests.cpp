@@ -108,6 +108,10 @@ TEST(TheInstallation, FindsAllPluginsBesideIt) {
             "example.ToneSource      AudioSource           Unknown                          " +
             tone +
             "example.LevelMeterSink  AudioSink             Unknown                          " +
+            tone +
+            "example.NullSink        AudioSink             Unknown                          " +
+            tone +
+            "example.ChecksumSink    AudioSink             Unknown                          " +
             tone);
 }
 

@@ -200,8 +200,8 @@ TEST(Run, WritesADocumentOfFindingsAndFailures) {
     EXPECT_EQ(bad.status, 1);
     ExpectDocuments({"kelhost.run", "kelhost.error", "kelhost.run"}, good.out + bad.err + bad.out);
     const std::string message =
-        "example.ToneSource: cannot open for reading: [Level is 1, not from -200 "
-        "to 0] [ Condition is not true ]";
+        "example.ToneSource: cannot open for reading: [ToneSource: Level is 1, not "
+        "from -200 to 0] [ Condition is not true ]";
     EXPECT_EQ(json::parse(bad.out), (json{{"document", "kelhost.run"},
                                           {"version", 1},
                                           {"results", json::array()},
@@ -228,8 +228,8 @@ TEST(RunErrors, ShowTheFormOfTheCommandLine) {
 TEST(RunErrors, NameTheChoiceOfElements) {
     const std::string sources = "; use example.ToneSource, kel.LibsndfileSource or "
                                 "test.TextSource";
-    const std::string sinks = "; use example.LevelMeterSink, kel.LibsndfileSink or "
-                              "test.TextSink";
+    const std::string sinks = "; use example.LevelMeterSink, example.NullSink, "
+                              "example.ChecksumSink, kel.LibsndfileSink or test.TextSink";
     ExpectErrors(2, {
                         {{"kel.Nothing", "!", "kel.LibsndfileSink"},
                          "there is no AudioSource \"kel.Nothing\"" + sources},
