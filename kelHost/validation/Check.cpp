@@ -138,6 +138,12 @@ std::size_t CheckContext::CountErrors() const {
     return m_log->CountErrors();
 }
 
+void CheckContext::Warn(const std::string& warning) {
+    if (std::find(m_warnings.begin(), m_warnings.end(), warning) == m_warnings.end()) {
+        m_warnings.push_back(warning);
+    }
+}
+
 void CheckContext::FailAsForeign(const std::string& what) {
     try {
         throw;

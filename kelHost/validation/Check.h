@@ -50,6 +50,8 @@ struct CheckSubject {
     /// Settings that every element gets which declares them: names and values.
     std::vector<std::pair<std::string, std::string>> settings;
     std::optional<std::string> input; ///< what a source that reads files is to open
+    /// A recording of another type, for a source of a type whose files are not known.
+    std::optional<std::string> foreignInput;
     Verbosity verbosity = Verbosity::Usual;
 };
 
@@ -98,6 +100,12 @@ public:
     /// Sets the place that is added to all later notes.
     void SetPlace(const std::string& place) { m_place = place; }
 
+    /// Adds a warning to the result, once. A check with warnings passes.
+    void Warn(const std::string& warning);
+
+    /// The warnings so far.
+    const std::vector<std::string>& Warnings() const { return m_warnings; }
+
     /// Makes a call that must succeed.
     /// @throws CheckFailed when it does not
     template <typename Operation>
@@ -143,6 +151,7 @@ private:
     CheckSubject m_subject;
     ChildNote& m_note;
     std::string m_place;
+    std::vector<std::string> m_warnings;
     std::shared_ptr<CheckLog> m_log;
     std::optional<std::vector<Registration>> m_registrations;
 };

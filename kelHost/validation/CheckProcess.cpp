@@ -7,6 +7,7 @@
 #include <Registry.h>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
 
 #include <chrono>
@@ -49,9 +50,10 @@ std::string ListElements(const CheckSubject& subject, ChildNote& note) {
     }
 }
 
-// The message becomes a line of UTF-8, whatever the plug-in's texts contain.
-std::string Verdict(CheckVerdict verdict, const std::string& message) {
-    return DumpJSON(json::array({static_cast<int>(verdict), Escape(message)}));
+// The texts become lines of UTF-8, whatever the plug-in's texts contain.
+std::string Verdict(CheckVerdict verdict, const std::string& message,
+                    const std::string& warning = "") {
+    return DumpJSON(json::array({static_cast<int>(verdict), Escape(message), Escape(warning)}));
 }
 
 // Makes a check, in its child process.
@@ -59,7 +61,8 @@ std::string MakeCheck(const Check& check, const CheckSubject& subject, ChildNote
     try {
         CheckContext context(subject, note);
         check.run(context);
-        return Verdict(CheckVerdict::Passed, "");
+        return Verdict(CheckVerdict::Passed, "",
+                       fmt::format("{}", fmt::join(context.Warnings(), "; ")));
     } catch (const NotApplicable& reason) {
         return Verdict(CheckVerdict::NotApplicable, reason.what());
     } catch (const std::exception& error) { // CheckFailed among them
@@ -128,6 +131,7 @@ CheckResult RunCheck(const Check& check, const CheckSubject& subject, const Proc
         const json verdict = ParseJSON(outcome.result);
         result.verdict = static_cast<CheckVerdict>(verdict[0].get<int>());
         result.message = verdict[1];
+        result.warning = verdict[2];
     } else {
         result.verdict = CheckVerdict::Failed;
         result.message = Escape(DescribeTermination(outcome, limits.time, note.Get()));

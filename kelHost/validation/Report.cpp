@@ -86,6 +86,10 @@ std::string TestCase(const CheckResult& result) {
     } else if (result.verdict == CheckVerdict::NotApplicable) {
         inner += fmt::format("      <skipped message=\"{}\"/>\n", EscapeXML(result.message));
     }
+    if (!result.warning.empty()) {
+        inner +=
+            fmt::format("      <system-out>warning: {}</system-out>\n", EscapeXML(result.warning));
+    }
     if (!result.output.empty()) {
         inner += fmt::format("      <system-err>{}</system-err>\n",
                              EscapeXML(EscapeLines(result.output)));
@@ -105,22 +109,34 @@ std::size_t ValidationReport::Count(CheckVerdict verdict) const {
                       [&](const CheckResult& result) { return result.verdict == verdict; }));
 }
 
+std::size_t ValidationReport::CountWarnings() const {
+    return static_cast<std::size_t>(
+        std::count_if(results.begin(), results.end(),
+                      [](const CheckResult& result) { return !result.warning.empty(); }));
+}
+
 std::string FormatLine(const CheckResult& result, const ReportColumns& columns) {
     const std::string cost = result.peakKiB == 0
                                  ? fmt::format("{:>8}  {:>9}", "-", "-")
                                  : fmt::format("{:>5.0f} ms  {:>5.1f} MiB", result.seconds * 1000,
                                                static_cast<double>(result.peakKiB) / 1024);
     const std::string message = result.message.empty() ? "" : "  " + result.message;
-    return fmt::format("{:<6}  {:<{}}  {}  {}{}\n", NamesOf(result.verdict).text,
+    const std::string warning = result.warning.empty() ? "" : "  warning: " + result.warning;
+    return fmt::format("{:<6}  {:<{}}  {}  {}{}{}\n", NamesOf(result.verdict).text,
                        result.check->name, columns.check,
-                       Pad(Escape(result.element), columns.element), cost, message);
+                       Pad(Escape(result.element), columns.element), cost, message, warning);
 }
 
 std::string FormatSummary(const ValidationReport& report) {
-    return fmt::format("{} check{}: {} passed, {} failed, {} not applicable; --seed {} repeats the "
-                       "random calls\n",
+    const std::size_t warnings = report.CountWarnings();
+    return fmt::format("{} check{}: {} passed{}, {} failed, {} not applicable; --seed {} repeats "
+                       "the random calls\n",
                        report.results.size(), report.results.size() == 1 ? "" : "s",
-                       report.Count(CheckVerdict::Passed), report.Count(CheckVerdict::Failed),
+                       report.Count(CheckVerdict::Passed),
+                       warnings == 0 ? ""
+                                     : fmt::format(" ({} with {})", warnings,
+                                                   warnings == 1 ? "a warning" : "warnings"),
+                       report.Count(CheckVerdict::Failed),
                        report.Count(CheckVerdict::NotApplicable), report.seed);
 }
 
@@ -132,6 +148,7 @@ nlohmann::json ReportAsJSON(const ValidationReport& report) {
                            {"element", Escape(result.element)},
                            {"verdict", NamesOf(result.verdict).json},
                            {"message", result.message},
+                           {"warning", result.warning},
                            {"seconds", result.seconds},
                            {"peak_kib", result.peakKiB},
                            {"output", EscapeLines(result.output)}});

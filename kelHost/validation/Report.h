@@ -21,6 +21,7 @@ struct CheckResult {
     std::string element; ///< IMPLEMENTATION:TYPE; empty for the plug-in as a whole
     CheckVerdict verdict = CheckVerdict::Passed;
     std::string message; ///< the fault, or the reason why the check does not apply; one line
+    std::string warning; ///< a remark about a check that passed; one line, usually empty
     double seconds = 0;
     long peakKiB = 0;   ///< 0 when no process was needed
     std::string output; ///< output of the plug-in
@@ -34,6 +35,9 @@ struct ValidationReport {
 
     /// Returns the number of results with a verdict.
     std::size_t Count(CheckVerdict verdict) const;
+
+    /// Returns the number of results with a warning.
+    std::size_t CountWarnings() const;
 };
 
 /// Column widths of the lines.

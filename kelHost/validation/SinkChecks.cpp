@@ -22,6 +22,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ios>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -39,6 +40,23 @@ namespace {
 constexpr const char* kTakesNone = "it accepts none of the offered inputs";
 constexpr const char* kCannotWrite = "an input cannot be defined, see sink.defines-and-writes";
 constexpr std::uint32_t kFrames = 480;
+
+void RemoveFilesHere() {
+    for (const auto& entry : fs::directory_iterator(".")) {
+        fs::remove_all(entry.path());
+    }
+}
+
+// A name for an output, with the extension that belongs to the element's type.
+std::string OutputName(CheckContext& context, const std::string& stem) {
+    const std::string type = context.Element().entry->GetStringValue("type");
+    for (const Container& container : Containers()) {
+        if (GetLabel(container.format) == type) {
+            return fmt::format("{}{}", stem, container.extensions.front());
+        }
+    }
+    return stem + ".out";
+}
 
 // A sink whose failed calls are reported by name.
 class CheckedSink {
@@ -70,15 +88,30 @@ public:
         }
     }
 
+    // Before inputs are offered, which is the usual order of calls.
+    void PrepareOpen() {
+        Prepare("it cannot be configured, see sink.defines-and-writes", [this] {
+            Configure();
+            Open(OutputName(m_context, "output"));
+        });
+    }
+
     // Returns whether the sink accepts an input. An input that it cannot judge is refused.
     bool Accepts(const OfferedInput& input) const {
-        bool accepts = false;
-        const bool judged =
-            m_context.Try(fmt::format("CheckInputAndAdaptIfNecessary with {}", input.name), [&] {
-                const auto report = m_element->CheckInputAndAdaptIfNecessary(input.description, "");
-                accepts = report == nullptr || report->GetErrorType() == 0;
-            });
-        return judged && accepts;
+        std::shared_ptr<const ICheckInputReport> report;
+        return Judges(input, report) && (report == nullptr || report->GetErrorType() == 0);
+    }
+
+    // Returns inputs of the encodings that the sink proposes instead of a usual one.
+    std::vector<OfferedInput> Proposals() const {
+        for (const OfferedInput& input : UsualInputs()) {
+            std::shared_ptr<const ICheckInputReport> report;
+            if (Judges(input, report) && report != nullptr &&
+                !report->GetAcceptedEncodings().empty()) {
+                return ProposedInputs(*report);
+            }
+        }
+        return {};
     }
 
     void Define(const OfferedInput& input) {
@@ -99,6 +132,11 @@ public:
         m_context.Call("PushSample", [&] { m_element->PushSample(container); });
     }
 
+    bool TryPush(const std::string& what,
+                 const std::shared_ptr<const ISampleContainer>& container) {
+        return m_context.Try(what, [&] { m_element->PushSample(container); });
+    }
+
     void Close() {
         m_context.Call("Close", [&] { m_element->Close(false); });
     }
@@ -108,38 +146,56 @@ public:
     }
 
 private:
+    // Returns false for an input that the sink refuses to judge.
+    bool Judges(const OfferedInput& input, std::shared_ptr<const ICheckInputReport>& report) const {
+        return m_context.Try(fmt::format("CheckInputAndAdaptIfNecessary with {}", input.name), [&] {
+            report = m_element->CheckInputAndAdaptIfNecessary(input.description, "");
+        });
+    }
+
     CheckContext& m_context;
     std::shared_ptr<IAudioSink> m_element;
 };
 
-// A name for an output, with the extension that belongs to the element's type.
-std::string OutputName(CheckContext& context, const std::string& stem) {
-    const std::string type = context.Element().entry->GetStringValue("type");
-    for (const Container& container : Containers()) {
-        if (GetLabel(container.format) == type) {
-            return fmt::format("{}{}", stem, container.extensions.front());
-        }
-    }
-    return stem + ".out";
+void Append(std::vector<OfferedInput>& inputs, std::vector<OfferedInput> others) {
+    std::move(others.begin(), others.end(), std::back_inserter(inputs));
 }
 
-std::vector<OfferedInput> AllInputs() {
+// Usual inputs first, then those that the sink proposes. The last ones need not be of any use.
+std::vector<OfferedInput> AllInputs(CheckContext& context) {
+    CheckedSink sink(context);
+    sink.PrepareOpen();
     std::vector<OfferedInput> inputs = UsualInputs();
-    for (OfferedInput& input : OddInputs()) {
-        inputs.push_back(std::move(input));
-    }
+    Append(inputs, sink.Proposals());
+    Append(inputs, OddInputs());
+    RemoveFilesHere(); // another check finds those of a sink that leaves some
     return inputs;
 }
 
-// Returns the first of the usual inputs that the sink accepts.
-OfferedInput FirstAccepted(CheckContext& context) {
-    const CheckedSink sink(context);
-    for (const OfferedInput& input : UsualInputs()) {
-        if (sink.Accepts(input)) {
-            return input;
-        }
+// Returns the first input that the sink accepts and for which samples can be made.
+std::optional<OfferedInput> FindAccepted(CheckContext& context) {
+    CheckedSink sink(context);
+    sink.PrepareOpen();
+    std::vector<OfferedInput> inputs = UsualInputs();
+    const auto isUsable = [&](const OfferedInput& input) {
+        return HasAudio(*input.description) && sink.Accepts(input);
+    };
+    auto found = std::find_if(inputs.begin(), inputs.end(), isUsable);
+    if (found == inputs.end()) {
+        inputs = sink.Proposals();
+        Append(inputs, OddInputs());
+        found = std::find_if(inputs.begin(), inputs.end(), isUsable);
     }
-    throw NotApplicable(kTakesNone);
+    RemoveFilesHere();
+    return found != inputs.end() ? std::optional(std::move(*found)) : std::nullopt;
+}
+
+OfferedInput FirstAccepted(CheckContext& context) {
+    auto input = FindAccepted(context);
+    if (!input.has_value()) {
+        throw NotApplicable(kTakesNone);
+    }
+    return *std::move(input);
 }
 
 // Names and contents of the files in the working directory.
@@ -159,12 +215,6 @@ void RequireNothingHere(const std::string& when) {
     Require(names.empty(), fmt::format("{} there is {}", when, fmt::join(names, ", ")));
 }
 
-void RemoveFilesHere() {
-    for (const auto& entry : fs::directory_iterator(".")) {
-        fs::remove_all(entry.path());
-    }
-}
-
 void AnswersWhileClosed(CheckContext& context) {
     CheckedSink sink(context);
     Prepare("it cannot be configured, see sink.defines-and-writes", [&] { sink.Configure(); });
@@ -180,12 +230,9 @@ void AnswersWhileClosed(CheckContext& context) {
 }
 
 void CheckAgreesWithDefine(CheckContext& context) {
-    for (const OfferedInput& input : AllInputs()) {
+    for (const OfferedInput& input : AllInputs(context)) {
         CheckedSink sink(context);
-        Prepare("it cannot be configured, see sink.defines-and-writes", [&] {
-            sink.Configure();
-            sink.Open(OutputName(context, "output"));
-        });
+        sink.PrepareOpen();
         const bool accepts = sink.Accepts(input);
         const bool defines = sink.TryDefine(input);
         Require(accepts == defines,
@@ -198,12 +245,10 @@ void CheckAgreesWithDefine(CheckContext& context) {
 }
 
 void CheckChangesNothing(CheckContext& context) {
+    const std::vector<OfferedInput> inputs = AllInputs(context);
     CheckedSink sink(context);
-    Prepare("it cannot be configured, see sink.defines-and-writes", [&] {
-        sink.Configure();
-        sink.Open(OutputName(context, "output"));
-    });
-    for (const OfferedInput& input : AllInputs()) {
+    sink.PrepareOpen();
+    for (const OfferedInput& input : inputs) {
         const bool first = sink.Accepts(input);
         Require(sink.Accepts(input) == first,
                 fmt::format("{} is judged otherwise the second time", input.name));
@@ -217,12 +262,9 @@ void CheckChangesNothing(CheckContext& context) {
 
 void RefusalsLeaveNoFile(CheckContext& context) {
     bool hasRefused = false;
-    for (const OfferedInput& input : AllInputs()) {
+    for (const OfferedInput& input : AllInputs(context)) {
         CheckedSink sink(context);
-        Prepare("it cannot be configured, see sink.defines-and-writes", [&] {
-            sink.Configure();
-            sink.Open(OutputName(context, "output"));
-        });
+        sink.PrepareOpen();
         const bool accepts = Prepare("it fails where it should refuse, see "
                                      "sink.check-agrees-with-define",
                                      [&] { return sink.TryDefine(input); });
@@ -238,14 +280,24 @@ void RefusalsLeaveNoFile(CheckContext& context) {
     }
 }
 
-// Pushes a few samples into a sink whose input is defined.
+// Pushes a few samples into a sink whose input is defined. It may refuse them unless they are
+// silence.
 void PushSome(CheckedSink& sink, const OfferedInput& input) {
     for (int i = 0; i < 3; ++i) {
-        sink.Push(MakeSilence(*input.description, i * std::int64_t{kFrames}, kFrames));
+        const auto samples = MakeSamples(*input.description, i * std::int64_t{kFrames}, kFrames);
+        if (IsCompletePCM(*input.description)) {
+            sink.Push(samples);
+        } else {
+            sink.TryPush("PushSample", samples);
+        }
     }
 }
 
-void RequireOutput(const std::string& name) {
+// Without a sample that the sink must accept, there may be nothing to write.
+void RequireOutput(const std::string& name, const OfferedInput& input) {
+    if (!IsCompletePCM(*input.description)) {
+        return;
+    }
     std::error_code error;
     const auto size = fs::file_size(name, error);
     Require(!error && size > 0, fmt::format("after Close there is {} where it was to write",
@@ -253,6 +305,7 @@ void RequireOutput(const std::string& name) {
 }
 
 void DefinesAndWrites(CheckContext& context) {
+    CheckedSink(context).Configure();
     const OfferedInput input = FirstAccepted(context);
     for (const bool bySettings : {false, true}) {
         CheckedSink sink(context);
@@ -272,9 +325,10 @@ void DefinesAndWrites(CheckContext& context) {
                 "after DefineInput, GetDefinedInput does not give that input");
         PushSome(sink, input);
         sink.Close();
-        Require(context.CountErrors() == errors, "it logged an error, and refused nothing");
+        Require(context.CountErrors() == errors || !IsCompletePCM(*input.description),
+                "it logged an error, and refused nothing");
         if (sink.WritesFile()) {
-            RequireOutput(name);
+            RequireOutput(name, input);
         }
     }
 }
@@ -300,7 +354,7 @@ void OpensOnce(CheckContext& context) {
     context.Refuse("Open while it writes", [&] { sink.Element().Open(other); });
     PushSome(sink, input);
     sink.Close();
-    RequireOutput(OutputName(context, "output"));
+    RequireOutput(OutputName(context, "output"), input);
 }
 
 void TellsOfLostSamples(CheckContext& context) {
@@ -312,28 +366,57 @@ void TellsOfLostSamples(CheckContext& context) {
     });
     const auto before = Contents();
     const std::size_t errors = context.CountErrors();
-    const auto sample = MakeSilence(*input.description, 3 * std::int64_t{kFrames}, kFrames);
     const bool taken =
-        context.Try("PushSample after Close", [&] { sink.Element().PushSample(sample); });
+        sink.TryPush("PushSample after Close",
+                     MakeSamples(*input.description, 3 * std::int64_t{kFrames}, kFrames));
     Require(!taken || context.CountErrors() > errors,
             "PushSample after Close is neither refused nor logged as an error");
     sink.Close();
     Require(Contents() == before, "PushSample after Close changes what was written");
 }
 
-void Live(CheckContext& context, const OfferedInput& input,
-          const std::optional<OfferedInput>& refused) {
+// The inputs of a round of use, which may lack one or the other.
+struct LifeInputs {
+    std::optional<OfferedInput> accepted;
+    std::optional<OfferedInput> refused;
+};
+
+void WarnOfNoInput(CheckContext& context) {
+    context.Warn("it was called without an input, because it accepts none of the offered ones");
+}
+
+LifeInputs FindLifeInputs(CheckContext& context) {
+    LifeInputs inputs;
+    inputs.accepted = FindAccepted(context);
+    if (!inputs.accepted.has_value()) {
+        WarnOfNoInput(context);
+    }
+    CheckedSink sink(context);
+    sink.PrepareOpen();
+    for (OfferedInput& input : UsualInputs()) {
+        if (!sink.Accepts(input)) {
+            inputs.refused = std::move(input);
+            break;
+        }
+    }
+    return inputs;
+}
+
+void Live(CheckContext& context, const LifeInputs& inputs) {
     CheckedSink sink(context);
     sink.Configure();
     sink.Open(OutputName(context, "output"));
-    if (refused.has_value()) {
-        sink.TryDefine(*refused);
+    if (inputs.refused.has_value()) {
+        sink.TryDefine(*inputs.refused);
     }
-    sink.Define(input);
-    PushSome(sink, input);
+    if (inputs.accepted.has_value()) {
+        sink.Define(*inputs.accepted);
+        PushSome(sink, *inputs.accepted);
+    }
     sink.Close();
-    const auto sample = MakeSilence(*input.description, 0, kFrames);
-    context.Try("PushSample after Close", [&] { sink.Element().PushSample(sample); });
+    const OfferedInput& last =
+        inputs.accepted.has_value() ? *inputs.accepted : inputs.refused.value();
+    sink.TryPush("PushSample after Close", MakeSamples(*last.description, 0, kFrames));
     sink.Release();
     fs::remove(OutputName(context, "output"));
 }
@@ -341,16 +424,9 @@ void Live(CheckContext& context, const OfferedInput& input,
 // Finds what a round of use is made of, and sees that it works.
 template <typename Demand>
 void RequireOfLives(CheckContext& context, Demand demand) {
-    const OfferedInput input = FirstAccepted(context);
-    std::optional<OfferedInput> refused;
-    for (OfferedInput& other : UsualInputs()) {
-        if (!CheckedSink(context).Accepts(other)) {
-            refused = std::move(other);
-            break;
-        }
-    }
+    const LifeInputs inputs = FindLifeInputs(context);
     const Cycle cycle = [&] {
-        Live(context, input, refused);
+        Live(context, inputs);
     };
     Prepare("it cannot be used repeatedly, as other checks report", cycle);
     demand(cycle);
@@ -377,17 +453,18 @@ class RandomCalls {
 public:
     explicit RandomCalls(CheckContext& context)
         : m_context(context), m_random(context), m_sink(context) {
-        const OfferedInput first = FirstAccepted(context);
-        for (OfferedInput& input : UsualInputs()) {
-            (m_sink.Accepts(input) ? m_writable : m_refused).push_back(std::move(input));
-        }
-        Require(!m_writable.empty(), fmt::format("{} is judged otherwise than before", first.name));
-        for (OfferedInput& input : OddInputs()) {
+        const auto first = FindAccepted(context);
+        m_sink.PrepareOpen();
+        m_hasPath = true;
+        for (OfferedInput& input : AllInputs(context)) {
             (m_sink.Accepts(input) ? m_accepted : m_refused).push_back(std::move(input));
         }
-        m_accepted.insert(m_accepted.end(), m_writable.begin(), m_writable.end());
-        Prepare("it cannot be configured, see sink.defines-and-writes",
-                [&] { m_sink.Configure(); });
+        if (!first.has_value()) {
+            WarnOfNoInput(context);
+        } else {
+            Require(!m_accepted.empty(),
+                    fmt::format("{} is judged otherwise than before", first->name));
+        }
     }
 
     void Run() {
@@ -415,15 +492,21 @@ public:
     }
 
 private:
+    using Samples = std::vector<std::shared_ptr<const ISample>>;
+
     template <typename Item>
     const Item& OneOf(const std::vector<Item>& items) {
         return items[m_random.Below(items.size())];
     }
 
+    // True in the state in which the inputs were judged. In others a sink may judge otherwise: it
+    // may ask for a path first, or have defined an input already.
+    bool MayDefine() const { return m_defined == nullptr && (m_hasPath || !m_sink.WritesFile()); }
+
     void Check() {
-        const bool expected = m_random.Below(2) == 0 || m_refused.empty();
+        const bool expected = m_refused.empty() || (m_random.Below(2) == 0 && !m_accepted.empty());
         const OfferedInput& input = OneOf(expected ? m_accepted : m_refused);
-        Require(m_sink.Accepts(input) == expected,
+        Require(m_sink.Accepts(input) == expected || !MayDefine(),
                 fmt::format("{} is judged otherwise than before", input.name));
     }
 
@@ -439,46 +522,57 @@ private:
     }
 
     void Define() {
-        const OfferedInput& input = OneOf(m_writable);
-        if (m_defined == nullptr && (m_hasPath || !m_sink.WritesFile())) {
+        if (MayDefine() && !m_accepted.empty()) {
+            const OfferedInput& input = OneOf(m_accepted);
             m_sink.Define(input);
             m_defined = &input;
+            m_position = 0;
         }
     }
 
     void DefineRefused() {
-        if (m_defined == nullptr && !m_refused.empty()) {
+        if (MayDefine() && !m_refused.empty()) {
             const OfferedInput& input = OneOf(m_refused);
             Require(!m_sink.TryDefine(input),
                     fmt::format("DefineInput accepts {}, which the check refuses", input.name));
         }
     }
 
+    // Some input, also where none is defined.
+    const IInfoContainer& AnyInput() const {
+        const auto& others = m_accepted.empty() ? m_refused : m_accepted;
+        return m_defined != nullptr ? *m_defined->description : *others.front().description;
+    }
+
+    // Samples follow each other in time. A sink must accept silence; it may refuse a sample without
+    // frames, and bytes of a codec that are not known to be valid.
     void Push() {
-        const OfferedInput& input = m_defined != nullptr ? *m_defined : m_writable.front();
-        const auto sample =
-            MakeSilence(*input.description, 0, static_cast<std::uint32_t>(m_random.Below(3000)));
-        if (m_defined != nullptr) {
-            m_sink.Push(sample);
-        } else {
-            m_context.Try("PushSample without an input",
-                          [&] { m_sink.Element().PushSample(sample); });
+        const auto frames = static_cast<std::uint32_t>(m_random.Below(3000));
+        const auto samples = MakeSamples(AnyInput(), m_position, frames);
+        if (m_defined != nullptr && frames > 0 && IsCompletePCM(AnyInput())) {
+            m_sink.Push(samples);
+        } else if (!m_sink.TryPush("PushSample", samples)) {
+            return;
         }
+        m_position += frames;
     }
 
     void PushNothing() {
-        const auto container =
-            CreateSampleContainer(std::vector<std::shared_ptr<const ISample>>{}, nullptr);
-        m_context.Try("PushSample with no sample", [&] { m_sink.Element().PushSample(container); });
+        m_sink.TryPush("PushSample with no sample", CreateSampleContainer(Samples{}, nullptr));
     }
 
     void PushTwo() {
-        const auto one = MakeSilence(*m_writable.front().description, 0, kFrames);
-        const std::shared_ptr<const ISample> sample = one->GetAudioSamples({}, {}).front();
-        const auto container = CreateSampleContainer(
-            std::vector<std::shared_ptr<const ISample>>{sample, sample}, nullptr);
-        m_context.Try("PushSample with two samples",
-                      [&] { m_sink.Element().PushSample(container); });
+        Samples samples;
+        for (const std::int64_t start : {m_position, m_position + kFrames}) {
+            for (const auto& sample :
+                 MakeSamples(AnyInput(), start, kFrames)->GetAudioSamples({}, {})) {
+                samples.push_back(sample);
+            }
+        }
+        if (m_sink.TryPush("PushSample with two samples",
+                           CreateSampleContainer(samples, nullptr))) {
+            m_position += 2 * std::int64_t{kFrames};
+        }
     }
 
     void Query() {
@@ -514,11 +608,11 @@ private:
     CheckContext& m_context;
     RandomSequence m_random;
     CheckedSink m_sink;
-    std::vector<OfferedInput> m_writable; // accepted, and samples of it can be made
-    std::vector<OfferedInput> m_accepted; // all that are accepted
+    std::vector<OfferedInput> m_accepted;
     std::vector<OfferedInput> m_refused;
     const OfferedInput* m_defined = nullptr;
     bool m_hasPath = false;
+    std::int64_t m_position = 0; // of the next sample
     std::uint64_t m_names = 0;
 };
 

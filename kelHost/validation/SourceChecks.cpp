@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <set>
 #include <string>
@@ -58,6 +59,23 @@ public:
 
     IAudioSource& Element() const { return *m_element; }
     bool ReadsFile() const { return m_context.WorksOnFile(); }
+
+    // False for a source of files of an unknown type.
+    bool HasMedium() const { return !ReadsFile() || m_context.Subject().input.has_value(); }
+
+    // Reports that a source has had no file of its own type.
+    void WarnOfForeignInput() const {
+        m_context.Warn(fmt::format("it was offered a file of another type, because none of type {} "
+                                   "is known; name one with --input",
+                                   m_context.Element().entry->GetStringValue("type")));
+    }
+
+    // Offers a recording of another type, which the source may open or refuse.
+    bool TryOpenForeign() {
+        const std::wstring path =
+            ConvertPlatformStringToWideString(m_context.Subject().foreignInput.value());
+        return m_context.Try("Open of a file of another type", [&] { m_element->Open(path); });
+    }
 
     // The file to open; empty for a source that reads none.
     std::wstring Path() const {
@@ -134,18 +152,29 @@ public:
         m_context.Call("ActivateOutputs", [&] { m_element->ActivateOutputs(outputs); });
     }
 
-    // A position counted from the start of the limits, in their rate.
+    // A position counted from the start of the limits, in their rate. It wraps around where limits
+    // are too large to count beyond them.
     MediaTime Position(std::int64_t frame) const {
         MediaTime time = m_limits.start;
-        time.SetTimeNumber(time.GetTimeNumber() + frame);
+        time.SetTimeNumber(Sum(time.GetTimeNumber(), frame));
         return time;
     }
 
+    // A position after the end, by a number of frames and one.
+    MediaTime PositionBeyond(std::int64_t frames) const {
+        return Position(Sum(Sum(m_limits.duration, 1), frames));
+    }
+
+    // Where frames cannot be counted, a source may refuse a position or reach another one.
     void Seek(std::int64_t frame) const {
         const MediaTime position = Position(frame);
+        const std::string what = fmt::format("GotoTimeOffset to frame {}", frame);
+        if (!m_uncounted.empty()) {
+            m_context.Try(what, [&] { m_element->GotoTimeOffset(position, ""); });
+            return;
+        }
         const MediaTime reached =
-            m_context.Call(fmt::format("GotoTimeOffset to frame {}", frame),
-                           [&] { return m_element->GotoTimeOffset(position, ""); });
+            m_context.Call(what, [&] { return m_element->GotoTimeOffset(position, ""); });
         Require(reached.GetTimeNumber() == position.GetTimeNumber(),
                 fmt::format("GotoTimeOffset to {} returns {}", position.GetTimeNumber(),
                             reached.GetTimeNumber()));
@@ -154,24 +183,47 @@ public:
     // Gets to know the medium, which is open.
     void Learn() {
         m_limits = Limits();
+        Require(m_limits.duration >= 0, fmt::format("its limits last {}", m_limits.duration));
+        const EditRate rate = m_limits.start.GetEditRate();
+        Require(rate.numerator != 0 && rate.denominator != 0,
+                fmt::format("its limits are counted in {}/{} units per second", rate.numerator,
+                            rate.denominator));
         const auto output = Output();
         Require(output != nullptr, "GetDefinedOutput returns nothing for an open medium");
         const auto infos = output->GetAudioInfos();
         Require(!infos.empty() && infos.front() != nullptr,
                 "GetDefinedOutput names no stream of audio");
-        if (infos.size() > 1) {
-            throw NotApplicable(
-                fmt::format("it has {} outputs, and frames are counted of one", infos.size()));
-        }
         const auto parameters = std::dynamic_pointer_cast<const IAudioParameters_PCM>(
             infos.front()->GetAudioParameters());
-        if (parameters == nullptr) {
-            throw NotApplicable("its output is not PCM, and frames cannot be counted");
+        m_bytesPerFrame = 0;
+        if (infos.size() > 1) {
+            m_uncounted =
+                fmt::format("it has {} outputs, and frames are counted of one", infos.size());
+        } else if (parameters == nullptr) {
+            m_uncounted = "its output is not PCM, and frames cannot be counted";
+        } else {
+            m_uncounted = IsGrowing() ? "its medium is growing" : "";
+            const auto channels = infos.front()->GetChannelInfo();
+            m_bytesPerFrame = parameters->GetSampleSize() *
+                              (channels != nullptr ? channels->GetNumberOfChannels() : 0U);
+            Require(m_bytesPerFrame > 0, "its output is described with frames of no bytes");
         }
-        const auto channels = infos.front()->GetChannelInfo();
-        m_bytesPerFrame = parameters->GetSampleSize() *
-                          (channels != nullptr ? channels->GetNumberOfChannels() : 0U);
-        Require(m_bytesPerFrame > 0, "its output is described with frames of no bytes");
+        if (m_uncounted.empty() && !HasPositionsOutside()) {
+            m_uncounted = "its limits are too large to count positions outside of them";
+        }
+    }
+
+    bool IsGrowing() const {
+        return m_context.Call("IsGrowing", [&] { return m_element->IsGrowing(); });
+    }
+
+    // Reason why frames cannot be counted, and positions cannot be predicted; usually empty.
+    const std::string& Uncounted() const { return m_uncounted; }
+
+    void RequireCounted() const {
+        if (!m_uncounted.empty()) {
+            throw NotApplicable(m_uncounted);
+        }
     }
 
     void PrepareLearn() {
@@ -188,25 +240,21 @@ public:
             return false;
         }
         const auto samples = container->GetAudioSamples(nullptr, nullptr);
-        Require(!samples.empty(), "GetSample returns a container without a sample");
+        // Samples that are not audio are not listed; they accompany outputs of other kinds.
+        Require(!samples.empty() || m_bytesPerFrame == 0,
+                "GetSample returns a container without a sample");
         for (const auto& sample : samples) {
-            const std::uint32_t size = sample->GetBuffer()->GetSize();
-            Require(size % m_bytesPerFrame == 0,
-                    fmt::format("GetSample returns {} bytes, and a frame has {}", size,
-                                m_bytesPerFrame));
-            const std::int64_t frames = size / m_bytesPerFrame;
-            recording.stamps.push_back(sample->GetTimeLimits());
-            recording.frames.push_back(frames);
-            recording.count += frames;
-            const auto* bytes = static_cast<const char*>(static_cast<const void*>(
-                static_cast<const IBuffer&>(*sample->GetBuffer()).GetData()));
-            recording.bytes.append(bytes, size);
+            Require(sample != nullptr, "GetSample returns a container with an empty sample");
+            const std::shared_ptr<const IBuffer> buffer = sample->GetBuffer();
+            Require(buffer != nullptr, "GetSample returns a sample without a buffer");
+            AddTo(recording, *buffer, sample->GetTimeLimits());
         }
         return true;
     }
 
     // Everything up to the end, or until more has come than was promised.
     Recording TakeAll() const {
+        RequireCounted();
         constexpr std::int64_t kMostBytes = std::int64_t{256} * 1024 * 1024;
         if (m_limits.duration > kMostBytes / static_cast<std::int64_t>(m_bytesPerFrame)) {
             throw NotApplicable(fmt::format("its medium has {} frames, too many to be kept; give "
@@ -220,10 +268,40 @@ public:
     }
 
 private:
+    static std::int64_t Sum(std::int64_t left, std::int64_t right) {
+        return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) +
+                                         static_cast<std::uint64_t>(right));
+    }
+
+    bool HasPositionsOutside() const {
+        constexpr std::int64_t kFarthest = std::numeric_limits<std::int64_t>::max() / 4;
+        const std::int64_t start = m_limits.start.GetTimeNumber();
+        return start > -kFarthest && start < kFarthest && m_limits.duration < kFarthest;
+    }
+
+    void AddTo(Recording& recording, const IBuffer& buffer, const TimeLimits& stamp) const {
+        const std::uint32_t size = buffer.GetSize();
+        Require(size == 0 || buffer.GetData() != nullptr,
+                fmt::format("GetSample returns a buffer of {} bytes without data", size));
+        if (m_bytesPerFrame == 0) {
+            return;
+        }
+        Require(
+            size % m_bytesPerFrame == 0,
+            fmt::format("GetSample returns {} bytes, and a frame has {}", size, m_bytesPerFrame));
+        const std::int64_t frames = size / m_bytesPerFrame;
+        recording.stamps.push_back(stamp);
+        recording.frames.push_back(frames);
+        recording.count += frames;
+        const auto* bytes = static_cast<const char*>(static_cast<const void*>(buffer.GetData()));
+        recording.bytes.append(bytes, size);
+    }
+
     CheckContext& m_context;
     std::shared_ptr<IAudioSource> m_element;
-    TimeLimits m_limits;
-    std::uint32_t m_bytesPerFrame = 0;
+    TimeLimits m_limits{MediaTime(EditRate(48000, 1), 0, nullptr), 0};
+    std::uint32_t m_bytesPerFrame = 0; // 0 where the output is not one stream of PCM
+    std::string m_uncounted;
 };
 
 // All data that a source delivers, for comparison.
@@ -255,12 +333,6 @@ void Opens(CheckContext& context) {
         CheckedSource source(context);
         source.ConfigureAndOpen();
         source.Learn();
-        const TimeLimits& limits = source.KnownLimits();
-        Require(limits.duration >= 0, fmt::format("its limits last {}", limits.duration));
-        const EditRate rate = limits.start.GetEditRate();
-        Require(rate.numerator != 0 && rate.denominator != 0,
-                fmt::format("its limits are counted in {}/{} units per second", rate.numerator,
-                            rate.denominator));
         Require(!source.Available().empty(), "GetAvailableOutputs returns none for an open medium");
         Require(
             source.Activated().size() == source.Available().size(),
@@ -313,9 +385,6 @@ void DeliversItsLimits(CheckContext& context) {
     CheckedSource source(context);
     source.PrepareOpen();
     source.PrepareLearn();
-    if (context.Call("IsGrowing", [&] { return source.Element().IsGrowing(); })) {
-        throw NotApplicable("its medium is growing");
-    }
     const Recording recording = source.TakeAll();
     Require(recording.count == source.Duration(),
             fmt::format("it delivered {} frames{}, and its limits declare {}", recording.count,
@@ -399,9 +468,10 @@ void RefusesToSeekOutside(CheckContext& context) {
     CheckedSource source(context);
     source.PrepareOpen();
     source.PrepareLearn();
+    source.RequireCounted();
     IAudioSource& element = source.Element();
     const MediaTime before = source.Position(-1);
-    const MediaTime beyond = source.Position(source.Duration() + 1);
+    const MediaTime beyond = source.PositionBeyond(0);
     const EditRate rate = source.KnownLimits().start.GetEditRate();
     const MediaTime other(EditRate(rate.numerator + 1, rate.denominator), before.GetTimeNumber(),
                           nullptr);
@@ -455,6 +525,11 @@ void Live(CheckContext& context) {
     if (source.ReadsFile()) {
         source.Configure();
         context.Try("Open of a missing file", [&] { source.Element().Open(L"missing"); });
+        if (!source.HasMedium()) {
+            source.TryOpenForeign();
+            source.Release();
+            return;
+        }
         source.Open();
     } else {
         source.ConfigureAndOpen();
@@ -464,7 +539,7 @@ void Live(CheckContext& context) {
     static_cast<void>(source.Take(recording));
     source.Seek(0);
     static_cast<void>(source.Take(recording));
-    const MediaTime beyond = source.Position(source.Duration() + 1);
+    const MediaTime beyond = source.PositionBeyond(0);
     context.Try("GotoTimeOffset after the end",
                 [&] { source.Element().GotoTimeOffset(beyond, ""); });
     source.Release();
@@ -472,8 +547,12 @@ void Live(CheckContext& context) {
 
 void PrepareLife(CheckContext& context) {
     CheckedSource source(context);
-    source.PrepareOpen();
-    source.PrepareLearn();
+    if (source.HasMedium()) {
+        source.PrepareOpen();
+        source.PrepareLearn();
+    } else {
+        source.WarnOfForeignInput();
+    }
     Prepare("it cannot be used repeatedly, as other checks report", [&] { Live(context); });
 }
 
@@ -492,13 +571,20 @@ void FreesMemory(CheckContext& context) {
     RequireNoGrowth([&] { Live(context); });
 }
 
-// Calls in random order, and what must be known of them.
+// Calls in random order, and what must be known of them. A source of files of an unknown type is
+// called without a medium, unless it opens a recording of another type.
 class RandomCalls {
 public:
     explicit RandomCalls(CheckContext& context)
         : m_context(context), m_random(context), m_source(context) {
-        m_source.PrepareOpen();
-        m_source.PrepareLearn();
+        if (m_source.HasMedium()) {
+            m_source.PrepareOpen();
+            m_source.PrepareLearn();
+            NoteOpen();
+        } else {
+            m_source.WarnOfForeignInput();
+            Prepare(kCannotBeOpened, [&] { m_source.Configure(); });
+        }
     }
 
     void Run() {
@@ -511,6 +597,7 @@ public:
             {"GotoTimeOffset before the start", &Calls::SeekBefore},
             {"GotoTimeOffset after the end", &Calls::SeekBeyond},
             {"ActivateOutputs with none", &Calls::ActivateNone},
+            {"ActivateOutputs with some", &Calls::ActivateSome},
             {"ActivateOutputs with all", &Calls::ActivateAll},
             {"ActivateOutputs with all", &Calls::ActivateAll},
             {"GetTimeLimits", &Calls::GetLimits},
@@ -527,9 +614,13 @@ public:
     }
 
 private:
+    std::int64_t RandomBelow(std::uint64_t end) {
+        return static_cast<std::int64_t>(m_random.Below(end));
+    }
+
+    // From the first frame to the end, which is a position, too.
     std::int64_t RandomFrame() {
-        return static_cast<std::int64_t>(
-            m_random.Below(static_cast<std::uint64_t>(m_source.Duration()) + 1));
+        return RandomBelow(static_cast<std::uint64_t>(m_source.Duration()) + 1);
     }
 
     void GetSample() {
@@ -545,23 +636,43 @@ private:
         if (m_isOpen) {
             m_source.Seek(frame);
         } else {
-            RefuseToSeek(frame, "without a medium");
+            RefuseToSeek(m_source.Position(frame), "without a medium");
         }
     }
 
-    void SeekBefore() { RefuseToSeek(-1 - RandomFrame(), "before the start"); }
+    void SeekBefore() { RefuseToSeek(m_source.Position(-1 - RandomFrame()), "before the start"); }
 
-    void SeekBeyond() { RefuseToSeek(m_source.Duration() + 1 + RandomFrame(), "after the end"); }
+    void SeekBeyond() { RefuseToSeek(m_source.PositionBeyond(RandomFrame()), "after the end"); }
 
-    void RefuseToSeek(std::int64_t frame, const char* where) {
-        const MediaTime position = m_source.Position(frame);
-        m_context.Refuse(fmt::format("GotoTimeOffset {}", where),
-                         [&] { m_source.Element().GotoTimeOffset(position, ""); });
+    // Where positions cannot be predicted, an open source may accept one.
+    void RefuseToSeek(const MediaTime& position, const char* where) {
+        const std::string what = fmt::format("GotoTimeOffset {}", where);
+        const auto seek = [&] {
+            m_source.Element().GotoTimeOffset(position, "");
+        };
+        if (m_isOpen && !m_source.Uncounted().empty()) {
+            m_context.Try(what, seek);
+        } else {
+            m_context.Refuse(what, seek);
+        }
     }
 
     void ActivateNone() { Activate({}); }
 
     void ActivateAll() { Activate(m_source.Available()); }
+
+    // A source of several outputs may refuse to deliver only some of them.
+    void ActivateSome() {
+        const auto outputs = m_source.Available();
+        if (m_isOpen && outputs.size() > 1) {
+            const auto first = outputs.begin() + RandomBelow(outputs.size());
+            if (m_context.Try("ActivateOutputs with some", [&] {
+                    m_source.Element().ActivateOutputs({first, outputs.end()});
+                })) {
+                m_isActive = true;
+            }
+        }
+    }
 
     void Activate(const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) {
         if (m_isOpen) {
@@ -575,7 +686,9 @@ private:
 
     void GetLimits() {
         if (m_isOpen) {
-            Require(m_source.Limits().duration == m_source.Duration(), "its limits have changed");
+            const std::int64_t duration = m_source.Limits().duration;
+            Require(duration == m_source.Duration() || m_source.IsGrowing(),
+                    "its limits have changed");
         } else {
             m_context.Refuse("GetTimeLimits without a medium",
                              [&] { m_source.Element().GetTimeLimits(""); });
@@ -616,13 +729,25 @@ private:
     }
 
     void Open() {
-        const std::wstring path = m_source.Path();
-        if (m_isOpen) {
+        const bool hasMedium = m_source.HasMedium();
+        if (m_isOpen && hasMedium) {
+            const std::wstring path = m_source.Path();
             m_context.Refuse("a second Open", [&] { m_source.Element().Open(path); });
-        } else {
+        } else if (m_isOpen) {
+            Require(!m_source.TryOpenForeign(), "a second Open was not refused");
+        } else if (hasMedium) {
             m_source.Open();
-            m_isOpen = true;
+            NoteOpen();
+        } else if (m_source.TryOpenForeign()) {
+            m_source.Learn();
+            NoteOpen();
         }
+    }
+
+    // A source may keep its choice of outputs for the next medium or forget it.
+    void NoteOpen() {
+        m_isOpen = true;
+        m_isActive = !m_source.Activated().empty();
     }
 
     void OpenMissing() {
@@ -635,8 +760,8 @@ private:
     CheckContext& m_context;
     RandomSequence m_random;
     CheckedSource m_source;
-    bool m_isOpen = true;
-    bool m_isActive = true;
+    bool m_isOpen = false;
+    bool m_isActive = false;
 };
 
 void SurvivesRandomCalls(CheckContext& context) {

@@ -109,6 +109,33 @@ std::shared_ptr<const IAudioInfo> StreamOf(std::shared_ptr<const IAudioParameter
 // A stream of no known kind.
 class OtherInfo final : public IInfo {};
 
+std::shared_ptr<const IAudioParameters_PCM> PCMOf(const IAudioInfo& info) {
+    return std::dynamic_pointer_cast<const IAudioParameters_PCM>(info.GetAudioParameters());
+}
+
+// Returns the size of a frame of PCM; 0 where the description is incomplete or of another codec.
+std::uint32_t BytesPerFrame(const IAudioInfo& info) {
+    const auto parameters = PCMOf(info);
+    const auto channels = info.GetChannelInfo();
+    return parameters != nullptr && parameters->GetSampleRate() > 0 && channels != nullptr
+               ? channels->GetNumberOfChannels() * parameters->GetSampleSize()
+               : 0;
+}
+
+std::shared_ptr<const ISample> MakeSample(const std::shared_ptr<const IAudioInfo>& info,
+                                          std::int64_t start, std::uint32_t frames) {
+    const std::uint32_t bytesPerFrame = BytesPerFrame(*info);
+    const std::uint32_t bytes = frames * std::max(bytesPerFrame, 1U);
+    const auto buffer = CreateBuffer(nullptr, nullptr);
+    buffer->Reserve(bytes);
+    std::fill_n(buffer->GetData(), bytes, std::uint8_t{0});
+    buffer->SetSize(bytes);
+    const std::uint32_t rate = bytesPerFrame > 0 ? PCMOf(*info)->GetSampleRate() : kRate;
+    const MediaTime position(EditRate(rate, 1), start, nullptr);
+    return CreateAudioSample(info->GetAudioParameters(), info, buffer, TimeLimits(position, frames),
+                             {});
+}
+
 } // namespace
 
 std::optional<std::string> WriteRecording(const std::string& directory, const std::string& type) {
@@ -171,20 +198,40 @@ std::vector<OfferedInput> OddInputs() {
     return inputs;
 }
 
-std::shared_ptr<const ISampleContainer> MakeSilence(const IInfoContainer& input, std::int64_t start,
+std::vector<OfferedInput> ProposedInputs(const ICheckInputReport& report) {
+    constexpr std::size_t kMaxOffered = 30;
+    std::vector<OfferedInput> inputs;
+    for (const auto& [id, encodings] : report.GetAcceptedEncodings()) {
+        for (const auto& encoding : encodings) {
+            auto parameters = std::dynamic_pointer_cast<const IAudioParameters>(encoding);
+            for (const std::uint32_t channels : {2U, 1U, 6U}) {
+                if (parameters != nullptr && inputs.size() < kMaxOffered) {
+                    inputs.push_back(
+                        {fmt::format("proposal {}", inputs.size() + 1),
+                         CreateInfoContainer(StreamOf(parameters, channels), nullptr)});
+                }
+            }
+        }
+    }
+    return inputs;
+}
+
+bool IsCompletePCM(const IInfoContainer& input) {
+    const auto infos = input.GetAudioInfos();
+    return infos.size() == 1 && BytesPerFrame(*infos.front()) > 0;
+}
+
+bool HasAudio(const IInfoContainer& input) {
+    return !input.GetAudioInfos().empty();
+}
+
+std::shared_ptr<const ISampleContainer> MakeSamples(const IInfoContainer& input, std::int64_t start,
                                                     std::uint32_t frames) {
-    const std::shared_ptr<const IAudioInfo> info = input.GetAudioInfos().at(0);
-    const auto parameters =
-        std::dynamic_pointer_cast<const IAudioParameters_PCM>(info->GetAudioParameters());
-    const std::uint32_t bytes =
-        frames * info->GetChannelInfo()->GetNumberOfChannels() * parameters->GetSampleSize();
-    const auto buffer = CreateBuffer(nullptr, nullptr);
-    buffer->Reserve(bytes);
-    std::fill_n(buffer->GetData(), bytes, std::uint8_t{0});
-    buffer->SetSize(bytes);
-    const MediaTime position(EditRate(parameters->GetSampleRate(), 1), start, nullptr);
-    return CreateSampleContainer(
-        CreateAudioSample(parameters, info, buffer, TimeLimits(position, frames), {}), nullptr);
+    std::vector<std::shared_ptr<const ISample>> samples;
+    for (const auto& info : input.GetAudioInfos()) {
+        samples.push_back(MakeSample(info, start, frames));
+    }
+    return CreateSampleContainer(samples, nullptr);
 }
 
 } // namespace kel::host

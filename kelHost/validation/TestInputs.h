@@ -1,6 +1,7 @@
 /// Small inputs for checks of sources and sinks. Any thread.
 #pragma once
 
+#include <ICheckInputReport.h>
 #include <IInfoContainer.h>
 #include <ISampleContainer.h>
 
@@ -33,10 +34,21 @@ std::vector<OfferedInput> UsualInputs();
 /// Returns inputs that no sink can accept: no stream, two streams, incomplete streams.
 std::vector<OfferedInput> OddInputs();
 
-/// Makes a container with one sample of silence.
-/// @param input the description of one stream of PCM, such as those of UsualInputs
+/// Returns inputs of the encodings that a sink has proposed in a report, of any codec, with two,
+/// one and six channels.
+/// @param report the answer to an input that is refused
+std::vector<OfferedInput> ProposedInputs(const ICheckInputReport& report);
+
+/// Returns whether silence can be made for an input: it is one complete stream of PCM.
+bool IsCompletePCM(const IInfoContainer& input);
+
+/// Returns whether samples can be made for an input: it has a stream of audio.
+bool HasAudio(const IInfoContainer& input);
+
+/// Makes a container with one sample for each stream of audio: silence for PCM, and as many zero
+/// bytes as frames for a codec that is not known here. It is empty for an input without audio.
 /// @param start the position of its first frame
-std::shared_ptr<const ISampleContainer> MakeSilence(const IInfoContainer& input, std::int64_t start,
+std::shared_ptr<const ISampleContainer> MakeSamples(const IInfoContainer& input, std::int64_t start,
                                                     std::uint32_t frames);
 
 } // namespace kel::host

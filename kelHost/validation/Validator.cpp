@@ -6,6 +6,7 @@
 #include "validation/TestInputs.h"
 
 #include <ParametersCollection.h>
+#include <WrapperFormat.h>
 
 #include <fmt/format.h>
 
@@ -103,6 +104,9 @@ CheckResult Validator::Make(const CheckRun& run) {
             subject.registration = run.element->registration;
             if (!subject.input.has_value()) {
                 subject.input = Recording(run.element->type);
+                if (!subject.input.has_value()) {
+                    subject.foreignInput = Recording(GetLabel(WrapperFormat::WAVE));
+                }
             }
         }
         result = RunCheck(*run.check, subject, Limits());

@@ -1,6 +1,7 @@
 // kelhost validate on plug-ins that have one fault each, and on damaged files.
 
 #include "Program.h"
+#include "ValidationResults.h"
 
 #include <nlohmann/json.hpp>
 
@@ -20,27 +21,6 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 
 namespace {
-
-// Findings as "CHECK ELEMENT: MESSAGE", or "CHECK: MESSAGE" for the plug-in as a whole, without the
-// steps of random calls.
-std::vector<std::string> FindingsOf(const ProcessResult& result) {
-    std::vector<std::string> findings;
-    const json document = json::parse(result.out);
-    for (const json& entry : document.at("results")) {
-        if (entry.at("verdict") == "failed") {
-            const auto element = entry.at("element").get<std::string>();
-            const std::string message =
-                ReplaceMatches(entry.at("message").get<std::string>(),
-                               "at step [0-9]+ \\(the last: [^)]*\\)", "at some step");
-            findings.push_back(
-                entry.at("check").get<std::string>() + (element.empty() ? "" : " " + element) +
-                ": " +
-                // A few less where the process has freed others meanwhile.
-                ReplaceMatches(message, "loses (2[89]|3[0-2]) bytes", "loses 32 bytes"));
-        }
-    }
-    return findings;
-}
 
 struct Fault {
     std::string name;
