@@ -14,6 +14,7 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -23,7 +24,7 @@
 namespace kel::host {
 
 // Counts errors and shows the records that the user requested. It keeps no records, which would
-// look like memory that the element has lost.
+// look like memory that the element has lost, unless it watches for errors.
 class CheckLog final : public ILoggerWriter {
 public:
     explicit CheckLog(Verbosity verbosity) : m_verbosity(verbosity) {}
@@ -31,7 +32,10 @@ public:
     void Write(LogLevel level, const char* message, const char* context, const char* file,
                const char* line, const char* reserved, const char* threadId,
                const char* time) override {
-        m_errors += level == LogLevel::Error ? 1U : 0U;
+        if (level == LogLevel::Error) {
+            ++m_errors;
+            KeepError(message);
+        }
         HostLogger([](const std::string& text) { std::cerr << text << "\n"
                                                            << std::flush; },
                    m_verbosity)
@@ -40,7 +44,28 @@ public:
 
     std::size_t CountErrors() const { return m_errors; }
 
+    void Watch() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isWatching = true;
+    }
+
+    // Returns the first error since the last call.
+    std::optional<std::string> TakeError() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return std::exchange(m_error, std::nullopt);
+    }
+
 private:
+    void KeepError(const char* message) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_isWatching && !m_error.has_value()) {
+            m_error = message;
+        }
+    }
+
+    std::mutex m_mutex;
+    bool m_isWatching = false;
+    std::optional<std::string> m_error;
     Verbosity m_verbosity;
     std::atomic<std::size_t> m_errors{0};
 };
@@ -141,6 +166,35 @@ std::size_t CheckContext::CountErrors() const {
 void CheckContext::Warn(const std::string& warning) {
     if (std::find(m_warnings.begin(), m_warnings.end(), warning) == m_warnings.end()) {
         m_warnings.push_back(warning);
+    }
+}
+
+void CheckContext::WatchLog() {
+    m_log->Watch();
+}
+
+void CheckContext::RequireNoLoggedErrors() {
+    if (!m_loggedErrors.empty()) {
+        throw CheckFailed(m_loggedErrors.front());
+    }
+}
+
+void CheckContext::WarnOfLoggedErrors() {
+    for (const std::string& error : m_loggedErrors) {
+        Warn(error);
+    }
+    m_loggedErrors.clear();
+}
+
+void CheckContext::Begin(const std::string& what) {
+    Note(what);
+    m_log->TakeError();
+}
+
+void CheckContext::NoteSuccess(const std::string& what) {
+    if (const auto error = m_log->TakeError(); error.has_value()) {
+        m_loggedErrors.push_back(
+            fmt::format("{} succeeded and logged the error \"{}\"", what, *error));
     }
 }
 

@@ -25,6 +25,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -50,6 +51,7 @@ struct CheckSubject {
     /// Settings that every element gets which declares them: names and values.
     std::vector<std::pair<std::string, std::string>> settings;
     std::optional<std::string> input; ///< what a source that reads files is to open
+    bool isOwnInput = false;          ///< the user has named the input, which may be damaged
     /// A recording of another type, for a source of a type whose files are not known.
     std::optional<std::string> foreignInput;
     Verbosity verbosity = Verbosity::Usual;
@@ -106,13 +108,32 @@ public:
     /// The warnings so far.
     const std::vector<std::string>& Warnings() const { return m_warnings; }
 
+    /// Collects, from now on, errors that are logged by a call which succeeds.
+    void WatchLog();
+
+    /// @throws CheckFailed with the first of these errors since the last such question
+    void RequireNoLoggedErrors();
+
+    /// Warns of these errors since the last such question.
+    void WarnOfLoggedErrors();
+
+    /// Ignores these errors since the last such question.
+    void ForgetLoggedErrors() { m_loggedErrors.clear(); }
+
     /// Makes a call that must succeed.
     /// @throws CheckFailed when it does not
     template <typename Operation>
     auto Call(const std::string& what, Operation operation) {
         try {
-            Note(what);
-            return operation();
+            Begin(what);
+            if constexpr (std::is_void_v<decltype(operation())>) {
+                operation();
+                NoteSuccess(what);
+            } else {
+                auto result = operation();
+                NoteSuccess(what);
+                return result;
+            }
         } catch (const KELRuntimeError& error) {
             throw CheckFailed(fmt::format("{} failed: {}", what, error.what()));
         } catch (...) {
@@ -125,8 +146,9 @@ public:
     template <typename Operation>
     bool Try(const std::string& what, Operation operation) {
         try {
-            Note(what);
+            Begin(what);
             static_cast<void>(operation());
+            NoteSuccess(what);
             return true;
         } catch (const KELRuntimeError&) {
             return false;
@@ -145,6 +167,10 @@ public:
     }
 
 private:
+    // Notes a call. Errors that were logged before it belong to no call.
+    void Begin(const std::string& what);
+    void NoteSuccess(const std::string& what);
+
     // Called while an exception is handled that is no KELRuntimeError.
     [[noreturn]] static void FailAsForeign(const std::string& what);
 
@@ -152,6 +178,7 @@ private:
     ChildNote& m_note;
     std::string m_place;
     std::vector<std::string> m_warnings;
+    std::vector<std::string> m_loggedErrors; // by calls that succeeded
     std::shared_ptr<CheckLog> m_log;
     std::optional<std::vector<Registration>> m_registrations;
 };
@@ -190,6 +217,9 @@ MakeElement(CheckContext& context) {
 
 /// Reason why a check does not apply when its element cannot be created.
 constexpr const char* kCannotBeMade = "it cannot be created, see element.new-each-time";
+
+/// Requirement of the checks for errors that are only logged.
+constexpr const char* kReportsErrors = "A call that logs an error fails.";
 
 /// Subjects of a check: the plug-in as a whole, or each element of a kind.
 enum class CheckScope { Plugin, Element, Source, Sink, Allocator };

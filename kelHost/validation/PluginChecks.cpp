@@ -432,6 +432,18 @@ void ReturnsBlocks(CheckContext& context) {
     }
 }
 
+void AllocatorReportsErrors(CheckContext& context) {
+    context.WatchLog();
+    const auto allocator = Prepare(kCannotBeMade, [&] { return MakeElement<kAllocator>(context); });
+    for (const std::uint32_t bytes : {1U, 4096U}) {
+        Prepare("it returns no blocks, see allocator.returns-blocks", [&] {
+            context.Call(fmt::format("Allocate({})", bytes),
+                         [&] { return allocator->Allocate(bytes); });
+        });
+    }
+    context.RequireNoLoggedErrors();
+}
+
 } // namespace
 
 std::vector<Check> PluginChecks() {
@@ -485,6 +497,7 @@ std::vector<Check> ElementChecks() {
          kElement, AcceptsDefaultSettings},
         {"allocator.returns-blocks", "Allocate returns blocks of the requested size.",
          CheckScope::Allocator, ReturnsBlocks},
+        {"allocator.reports-errors", kReportsErrors, CheckScope::Allocator, AllocatorReportsErrors},
     };
 }
 

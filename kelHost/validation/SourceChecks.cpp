@@ -571,6 +571,62 @@ void FreesMemory(CheckContext& context) {
     RequireNoGrowth([&] { Live(context); });
 }
 
+// A file that the user has named may be damaged. A source may report that only in its log.
+void JudgeLoggedErrors(CheckContext& context) {
+    if (context.Subject().isOwnInput) {
+        context.WarnOfLoggedErrors();
+    } else {
+        context.RequireNoLoggedErrors();
+    }
+}
+
+// Reads a number of samples, or up to the end. The end may be the report of an error.
+void ReadSome(CheckContext& context, const CheckedSource& source) {
+    constexpr int kMaxSamples = 1000;
+    Recording recording;
+    for (int i = 0; i < kMaxSamples; ++i) {
+        recording = Recording();
+        if (!Prepare(kCannotBeRead, [&] { return source.Take(recording); })) {
+            context.ForgetLoggedErrors();
+            return;
+        }
+        JudgeLoggedErrors(context);
+    }
+}
+
+// Makes calls that nothing requires. They may find something to complain about.
+void CallWithoutNeed(CheckContext& context, CheckedSource& source) {
+    IAudioSource& element = source.Element();
+    context.Try("a second Release", [&] { element.Release(); });
+    context.Try("Interrupt", [&] { element.Interrupt(); });
+    context.Try("ClearInternalBuffer", [&] { element.ClearInternalBuffer(); });
+    context.Try("SetDirection", [&] { element.SetDirection(MediaSourceDirection::Forward); });
+    context.WarnOfLoggedErrors();
+}
+
+void ReportsErrors(CheckContext& context) {
+    context.WatchLog();
+    CheckedSource source(context);
+    source.PrepareOpen();
+    source.PrepareLearn();
+    Prepare(kCannotBeOpened, [&] {
+        source.Activate(source.Available());
+        static_cast<void>(source.Activated());
+    });
+    JudgeLoggedErrors(context);
+    ReadSome(context, source);
+    Prepare("it cannot seek, see source.seek-to-each-edge", [&] { source.Seek(0); });
+    JudgeLoggedErrors(context);
+    ReadSome(context, source);
+    Prepare("it cannot be released, see source.closed", [&] { source.Release(); });
+    JudgeLoggedErrors(context);
+    CallWithoutNeed(context, source);
+    if (source.ReadsFile()) {
+        Prepare(kCannotBeOpened, [&] { source.ConfigureWithPath(); });
+        JudgeLoggedErrors(context);
+    }
+}
+
 // Calls in random order, and what must be known of them. A source of files of an unknown type is
 // called without a medium, unless it opens a recording of another type.
 class RandomCalls {
@@ -800,6 +856,7 @@ std::vector<Check> SourceChecks() {
         {"source.closes-descriptors", "It leaves no descriptor open.", kSource, ClosesDescriptors},
         {"source.leaves-no-files", "It leaves no file.", kSource, LeavesNoFiles},
         {"source.frees-memory", "Repeated use takes no more memory.", kSource, FreesMemory},
+        {"source.reports-errors", kReportsErrors, kSource, ReportsErrors},
         {"source.random-calls", "In whatever order it is called, it does what it must or refuses.",
          kSource, SurvivesRandomCalls},
     };

@@ -61,6 +61,7 @@ Validator::Validator(const ValidationRequest& request) : m_request(request) {
     m_subject.settings = request.settings;
     if (request.input.has_value()) {
         m_subject.input = RequireInput(*request.input);
+        m_subject.isOwnInput = true;
     }
     RequireKnownChecks();
     RequirePlugin(request.plugin);

@@ -63,6 +63,7 @@ const std::vector<Variant>& Variants() {
     const std::string source = " test.PacketSource:PACKETS: ";
     const std::string sink = " test.PacketSink:PACKETS: ";
     const std::string aborted = "signal 6 (Aborted) ended the process during PushSample ";
+    const std::string logged = " succeeded and logged the error \"something\\nwent wrong\"";
     static const std::vector<Variant> variants{
         {"packets", kPacketSource},
         {"packets", kPacketSink},
@@ -116,6 +117,38 @@ const std::vector<Variant>& Variants() {
          kPacketSink,
          {"sink.defines-and-writes" + sink +
           "SetInitConfig failed: [needs other settings] [ Condition is not true ]"}},
+
+        {"logs-an-error-in-open",
+         kPacketSource,
+         {"source.reports-errors" + source + "Open" + logged}},
+        {"logs-an-error-in-get-sample",
+         kPacketSource,
+         {"source.reports-errors" + source + "GetSample" + logged}},
+        {"logs-an-error-in-release",
+         kPacketSource,
+         {"source.reports-errors" + source + "Release" + logged}},
+        {"logs-an-error-at-its-end", kPacketSource},
+        {"logs-an-error-in-second-release",
+         kPacketSource,
+         {},
+         {"source.reports-errors: a second Release" + logged}},
+        {"logs-an-error-in-interrupt",
+         kPacketSource,
+         {},
+         {"source.reports-errors: Interrupt" + logged}},
+        {"logs-an-error-in-check",
+         kPacketSink,
+         {"sink.reports-errors" + sink +
+          "CheckInputAndAdaptIfNecessary with a stream of an unknown codec" + logged}},
+        {"logs-an-error-in-close", kPacketSink, {"sink.reports-errors" + sink + "Close" + logged}},
+        {"logs-an-error-in-push-sample", kPacketSink},
+        {"logs-an-error-in-second-close",
+         kPacketSink,
+         {},
+         {"sink.reports-errors: a second Close" + logged}},
+        {"logs-an-error-in-allocate",
+         "test.Blocks",
+         {"allocator.reports-errors test.Blocks:PACKETS: Allocate(1)" + logged}},
     };
     return variants;
 }
@@ -172,6 +205,18 @@ TEST(Validate, NamesTheReasonWhereFramesAreNotCounted) {
     EXPECT_EQ(reason("two-outputs"), "it has 2 outputs, and frames are counted of one");
     EXPECT_EQ(reason("growing"), "its medium is growing");
     EXPECT_EQ(reason("endless"), "its limits are too large to count positions outside of them");
+}
+
+TEST(Validate, WarnsOfAnErrorThatConcernsAFileOfTheUser) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "packets", "packets\n");
+    const ProcessResult result =
+        RunKelhost(directory, {"validate", Unusual(directory, "logs-an-error-about-its-file"),
+                               "--json", "--input", "packets", "--check", "source.reports-errors"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(WarningsOf(result),
+              std::vector<std::string>{"source.reports-errors: GetSample succeeded and logged the "
+                                       "error \"something\\nwent wrong\""});
 }
 
 TEST(Validate, ShowsWarnings) {

@@ -44,7 +44,8 @@ void LogErrorIf(const std::string& variant) {
 }
 
 bool ReadsFiles() {
-    return Is("reads-its-own-type") || Is("reads-everything") || Is("opens-twice");
+    return Is("reads-its-own-type") || Is("reads-everything") || Is("opens-twice") ||
+           Is("logs-an-error-about-its-file");
 }
 
 constexpr auto kCodec = static_cast<ACodecFamily>(9999);
@@ -139,6 +140,8 @@ public:
     void Release() override {
         if (m_outputs.empty()) {
             LogErrorIf("logs-an-error-in-second-release");
+        } else {
+            LogErrorIf("logs-an-error-in-release");
         }
         m_outputs.clear();
         m_active.clear();
@@ -153,6 +156,7 @@ public:
             return nullptr;
         }
         LogErrorIf("logs-an-error-in-get-sample");
+        LogErrorIf("logs-an-error-about-its-file");
         m_position += kPacket;
         if (Is("growing") && m_frames < 2 * kFrames) {
             m_frames += kPacket;
@@ -364,7 +368,7 @@ private:
         if (Is("proposes")) {
             return std::dynamic_pointer_cast<const OwnParameters>(parameters) != nullptr;
         }
-        if (Is("accepts-pcm")) {
+        if (Is("accepts-pcm") || Is("logs-an-error-in-close")) {
             const auto pcm = std::dynamic_pointer_cast<const IAudioParameters_PCM>(parameters);
             return pcm != nullptr && pcm->GetSampleSize() == 2;
         }
