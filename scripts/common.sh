@@ -5,7 +5,7 @@ build_packages="g++ cmake ninja-build pkg-config libsndfile1-dev libcli11-dev li
 # To build and run the tests: the test framework, and tools that check the outputs.
 test_packages="$build_packages libgtest-dev libgmock-dev librapidcheck-dev fish groff-base make sox ffmpeg parallel patch python3 python3-jsonschema fuse3 libfuse3-dev python3-mutagen mediainfo libimage-exiftool-perl zsh"
 # To make the Debian packages.
-packaging_packages="$build_packages debhelper dpkg-dev fakeroot"
+packaging_packages="$build_packages build-essential debhelper dpkg-dev fakeroot"
 # To make the reference from the headers.
 api_docs_packages="doxygen"
 # For the checks of a change: a second compiler, and static analysis.
