@@ -196,7 +196,7 @@ private:
     // Returns the only track if it is audio with channels; otherwise empty.
     static std::shared_ptr<const IAudioInfo> OnlyTrack(const IInfoContainer& input) {
         const auto infos = input.GetAudioInfos();
-        if (infos.size() != 1 || input.GetInfos().size() != 1) {
+        if (infos.empty() || input.GetInfos().size() != 1) {
             return nullptr;
         }
         const auto channels = infos.front()->GetChannelInfo();

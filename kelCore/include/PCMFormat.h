@@ -64,7 +64,7 @@ inline std::string ToString(const PCMFormat& format) {
 /// Makes codec parameters of a format, with all bits of a value significant and the channels
 /// multiplexed.
 inline std::shared_ptr<IAudioParameters_PCM> CreateAudioParameters(const PCMFormat& format) {
-    const auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
+    auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
     parameters->SetSampleRate(format.rate);
     parameters->SetPCMType(format.type);
     parameters->SetSampleSize(format.bytesPerValue);

@@ -210,6 +210,27 @@ TEST(ASinkBase, RefusesAudioThatIsNotPCMAlsoWhenItAcceptsEveryFormat) {
                         kSinkBase, [&] { sink.DefineInput(input, ""); });
 }
 
+TEST(ASinkBase, RefusesAudioThatIsNotPCMAlsoWhenADerivedClassReportsNoError) {
+    class Careless final : public AudioSinkBase {
+    public:
+        Careless() : AudioSinkBase("Careless", nullptr) {}
+        std::shared_ptr<const ICheckInputReport>
+        CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer> /*input*/,
+                                      std::string /*name*/) const override {
+            return CreateCheckInputReportNoError();
+        }
+
+    protected:
+        void WriteFrames(const std::uint8_t* /*data*/, std::uint32_t /*frames*/) override {}
+    };
+    Careless sink;
+    const auto channels = CreateAudioInfo(kStereo16, "")->GetChannelInfo();
+    const auto input = CreateInfoContainer(CreateAudioInfo(nullptr, channels, {}, {}), nullptr);
+    test::ExpectFailure("[Careless accepts only 32-bit float little-endian, 2 channels, 0 Hz] "
+                        "[ Condition is not true ]",
+                        kSinkBase, [&] { sink.DefineInput(input, ""); });
+}
+
 TEST(ASinkBase, ReportsAndRefusesInputsThatAreNotOneTrackOfAudio) {
     class OtherInfo final : public IInfo {};
     const std::shared_ptr<const IInfo> audio = CreateAudioInfo(kStereo16, "");
