@@ -8,7 +8,6 @@
 
 #include <kelCore.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdint>
@@ -78,18 +77,61 @@ struct TextFile {
     std::uint32_t rate = 0;
 };
 
-class TextSource final : public IAudioSource {
+class TextSource final : public AudioSourceBase {
 public:
     explicit TextSource(std::shared_ptr<const IParametersCollectionInstance> manifest)
-        : m_manifest(std::move(manifest)) {}
+        : AudioSourceBase("TextSource", std::move(manifest)) {}
 
-    void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) override {
-        m_mostFrames = config->GetIntegerValue("MaxSamplesPerBuffer");
-        Open(config->GetWideStringValue("FilePath"));
+    std::shared_ptr<const ISampleContainer> GetSample() override {
+        if (HasFault("source waits while reading") || m_fault == "waits while reading") {
+            Wait();
+        }
+        const auto container = AudioSourceBase::GetSample();
+        if (container == nullptr) {
+            LogIf("source logs an error and ends early", LogLevel::Error);
+            return nullptr;
+        }
+        const auto sample = container->GetAudioSamples(nullptr, nullptr).front();
+        TimeLimits limits = sample->GetTimeLimits();
+        limits.duration += HasFault("source stamps one frame more") ? 1 : 0;
+        const std::shared_ptr<const ISample> stamped = CreateAudioSample(
+            sample->GetAudioParameters(), sample->GetAudioInfo(), sample->GetBuffer(), limits, {});
+        if (HasFault("source delivers two samples at once")) {
+            return CreateSampleContainer({stamped, stamped}, nullptr);
+        }
+        return CreateSampleContainer(stamped, nullptr);
     }
 
-    void Open(const std::wstring& path) override {
-        const std::string name = ConvertWideStringToPlatformString(path);
+    TimeLimits GetTimeLimits(std::string /*track*/) override {
+        const std::uint32_t rate = HasFault("source counts milliseconds") ? 1000 : m_file.rate;
+        return {MediaTime(EditRate(rate, 1), 0, nullptr), m_file.frames};
+    }
+
+    std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string name) const override {
+        const auto output = AudioSourceBase::GetDefinedOutput(std::move(name));
+        if (HasFault("source describes nothing")) {
+            return nullptr;
+        }
+        if (HasFault("source describes two tracks")) {
+            const std::shared_ptr<const IInfo> info = output->GetInfos().front();
+            return CreateInfoContainer({info, info}, nullptr);
+        }
+        return output;
+    }
+
+    MediaTime GotoTimeOffset(const MediaTime& time, std::string track) override {
+        if (m_fault == "waits while seeking") {
+            Wait();
+        }
+        MediaTime position = time;
+        position.SetTimeNumber(time.GetTimeNumber() - (HasFault("source goes elsewhere") ? 1 : 0));
+        return AudioSourceBase::GotoTimeOffset(position, std::move(track));
+    }
+
+    bool IsGrowing() const override { return HasFault("source grows"); }
+
+protected:
+    Medium OpenMedium(const std::string& name) override {
         std::ifstream stream(name);
         if (HasFault("source declares 100 frames")) {
             m_file = {100, 1, 44100};
@@ -117,48 +159,26 @@ public:
         } else if (isInput) {
             m_isFirst = m_openings++ == 0;
         }
-        m_parameters = CreateAudioParameters<ACodecFamily::PCM>();
-        m_parameters->SetMuxing(PCMMuxing::Multi);
-        m_parameters->SetSampleRate(m_file.rate);
-        m_parameters->SetBitsDepth(32);
-        m_parameters->SetEndianness(PCMEndianness::Little);
-        m_parameters->SetPCMType(AudioPCMType::Float);
-        m_parameters->SetSampleSize(sizeof(float));
-        m_info = CreateAudioInfo(m_parameters,
-                                 CreateChannelInfo(CreateTrack(ContentType::Audio, m_file.channels,
-                                                               nullptr, TrackLayout::Default)),
-                                 {}, {});
+        const bool hasFewer = HasFault("source delivers fewer frames") ||
+                              HasFault("source logs an error and ends early");
+        const bool hasMore = HasFault("source delivers more frames") || IsGrowing();
+        return {{m_file.rate, m_file.channels},
+                m_file.frames - (hasFewer ? 1 : 0) + (hasMore ? 1 : 0),
+                static_cast<std::uint32_t>(Settings().GetIntegerValue("MaxSamplesPerBuffer"))};
     }
 
-    std::shared_ptr<const ISampleContainer> GetSample() override {
-        if (HasFault("source waits while reading") || m_fault == "waits while reading") {
-            Wait();
+    std::uint32_t ReadFrames(std::int64_t position, std::uint32_t frames, void* data) override {
+        if (position > 0 && position + frames == m_file.frames) {
+            if (m_isFirst && HasFault("source loses its last sample once")) {
+                LogIf("source loses its last sample once", LogLevel::Error);
+                return 0;
+            }
+            if (frames > 1) {
+                LogIf("source delivers its last frame after an error", LogLevel::Error);
+                frames -= HasFault("source delivers its last frame after an error") ? 1U : 0U;
+            }
         }
-        const std::int64_t promised = m_file.frames -
-                                      (HasFault("source delivers fewer frames") ||
-                                               HasFault("source logs an error and ends early")
-                                           ? 1
-                                           : 0) +
-                                      (DeliversMore() ? 1 : 0);
-        const std::int64_t frames = std::min<std::int64_t>(promised - m_position, m_mostFrames);
-        if (frames <= 0) {
-            LogIf("source logs an error and ends early", LogLevel::Error);
-            return nullptr;
-        }
-        const bool isLast = m_position > 0 && m_position + frames == m_file.frames;
-        if (isLast && m_isFirst && HasFault("source loses its last sample once")) {
-            LogIf("source loses its last sample once", LogLevel::Error);
-            return nullptr;
-        }
-        return Deliver(frames, isLast);
-    }
-
-    std::shared_ptr<const ISampleContainer> Deliver(std::int64_t frames, bool isLast) {
-        if (isLast && frames > 1) {
-            LogIf("source delivers its last frame after an error", LogLevel::Error);
-            frames -= HasFault("source delivers its last frame after an error") ? 1 : 0;
-        }
-        if (m_position > 0) {
+        if (position > 0) {
             if (m_fault == "crashes while reading") {
                 Crash(SIGSEGV);
             }
@@ -168,100 +188,32 @@ public:
             std::fputs("\nnote: \x1B[2Jfirst\nsecond\n", stderr);
             std::fputs("third", stdout);
         }
-        const auto bytes = static_cast<std::uint32_t>(frames) * m_file.channels *
-                           static_cast<std::uint32_t>(sizeof(float));
-        const auto buffer = CreateBuffer(nullptr, nullptr);
-        buffer->Reserve(bytes);
-        std::memset(buffer->GetData(), 0, bytes);
-        buffer->SetSize(bytes);
-        const TimeLimits limits(MediaTime(EditRate(m_file.rate, 1), m_position, nullptr),
-                                frames + (HasFault("source stamps one frame more") ? 1 : 0));
-        m_position += frames;
-        const std::shared_ptr<const ISample> sample =
-            CreateAudioSample(m_parameters, m_info, buffer, limits, {});
-        if (HasFault("source delivers two samples at once")) {
-            return CreateSampleContainer({sample, sample}, nullptr);
-        }
-        return CreateSampleContainer(sample, nullptr);
+        std::memset(data, 0, frames * m_file.channels * sizeof(float));
+        return frames;
     }
 
-    TimeLimits GetTimeLimits(std::string /*track*/) override {
-        const std::uint32_t rate = HasFault("source counts milliseconds") ? 1000 : m_file.rate;
-        return {MediaTime(EditRate(rate, 1), 0, nullptr), m_file.frames};
-    }
-
-    std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string /*name*/) const override {
-        if (HasFault("source describes nothing")) {
-            return nullptr;
-        }
-        const std::shared_ptr<const IInfo> info = m_info;
-        if (HasFault("source describes two tracks")) {
-            return CreateInfoContainer({info, info}, nullptr);
-        }
-        return CreateInfoContainer(info, nullptr);
-    }
-
-    std::shared_ptr<const IParametersCollectionInstance> GetManifest() const override {
-        return m_manifest;
-    }
-
-    MediaTime GotoTimeOffset(const MediaTime& time, std::string /*track*/) override {
-        if (m_fault == "waits while seeking") {
-            Wait();
-        }
-        m_position = time.GetTimeNumber() - (HasFault("source goes elsewhere") ? 1 : 0);
-        return {time.GetEditRate(), m_position, nullptr};
-    }
-
-    bool IsMediaOpen() const override { return m_info != nullptr; }
-    bool IsGrowing() const override { return HasFault("source grows"); }
-    void UpdateConfig(std::shared_ptr<const IParametersCollectionInstance> /*config*/) override {}
-    void SetDirection(MediaSourceDirection /*direction*/) override {}
-    MediaSourceDirection GetDirection() const override { return MediaSourceDirection::Forward; }
-    std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const override { return {}; }
-    std::vector<std::shared_ptr<const IChannelInfo>> GetAvailableOutputs() const override {
-        return {m_info->GetChannelInfo()};
-    }
-    void
-    ActivateOutputs(const std::vector<std::shared_ptr<const IChannelInfo>>& /*outputs*/) override {}
-    std::vector<std::shared_ptr<const IChannelInfo>> GetActivatedOutputs() const override {
-        return GetAvailableOutputs();
-    }
-    void SetOutputMediator(std::shared_ptr<IOutputMediator> /*mediator*/, std::string /*output*/,
-                           std::string /*name*/) override {}
-    void Interrupt() override {}
-    void ClearInternalBuffer() override {}
-    void Release() override { FailIf("source throws while it is released"); }
+    void CloseMedium() override { FailIf("source throws while it is released"); }
 
 private:
-    static bool DeliversMore() {
-        return HasFault("source delivers more frames") || HasFault("source grows");
-    }
-
-    std::shared_ptr<const IParametersCollectionInstance> m_manifest;
-    std::shared_ptr<IAudioParameters_PCM> m_parameters;
-    std::shared_ptr<const IAudioInfo> m_info;
     TextFile m_file;
     std::string m_fault;
-    std::int64_t m_mostFrames = 0;
-    std::int64_t m_position = 0;
     inline static std::int64_t m_openings = 0; // by all sources
     bool m_isFirst = false;                    // of them
 };
 
-class TextSink final : public IAudioSink {
+class TextSink final : public AudioSinkBase {
 public:
     explicit TextSink(std::shared_ptr<const IParametersCollectionInstance> manifest)
-        : m_manifest(std::move(manifest)) {}
+        : AudioSinkBase("TextSink", std::move(manifest)) {}
 
     void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) override {
         FailIf("sink throws while it is configured");
-        m_path = ConvertWideStringToPlatformString(config->GetWideStringValue("FilePath"));
+        AudioSinkBase::SetInitConfig(std::move(config));
     }
 
     std::shared_ptr<const ICheckInputReport>
-    CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer> /*input*/,
-                                  std::string /*name*/) const override {
+    CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer> input,
+                                  std::string name) const override {
         FailIf("sink throws while checking");
         if (HasFault("sink refuses the encoding")) {
             return CreateCheckInputReportEncodingError({});
@@ -269,28 +221,24 @@ public:
         if (HasFault("sink refuses the tracks")) {
             return CreateCheckInputReportTrackError({ContentType::Audio});
         }
-        return CreateCheckInputReportNoError();
+        return AudioSinkBase::CheckInputAndAdaptIfNecessary(std::move(input), std::move(name));
     }
 
-    void DefineInput(std::shared_ptr<const IInfoContainer> input, std::string /*name*/) override {
-        const auto info = input->GetAudioInfos().at(0);
-        const auto parameters =
-            std::dynamic_pointer_cast<const IAudioParameters_PCM>(info->GetAudioParameters());
-        KEL_CHECK_POINTER(parameters, "no PCM");
-        m_bytesPerFrame =
-            info->GetChannelInfo()->GetNumberOfChannels() * parameters->GetSampleSize();
-        m_file = {0, info->GetChannelInfo()->GetNumberOfChannels(), parameters->GetSampleRate()};
-        m_stream.open(m_path);
-        KEL_CHECK(m_stream.is_open(), "the file cannot be created");
-        m_stream << "unfinished" << std::flush;
-        std::ofstream(Variable("KEL_TEST_SINK_MARKER")).flush();
-        m_defined = std::move(input);
+    void DefineInput(std::shared_ptr<const IInfoContainer> input, std::string name) override {
+        AudioSinkBase::DefineInput(std::move(input), std::move(name));
         FailIf("sink throws while the input is defined");
     }
 
-    void PushSample(std::shared_ptr<const ISampleContainer> container) override {
-        const auto samples = container->GetAudioSamples(nullptr, nullptr);
-        KEL_CHECK_EQUAL(samples.size(), 1U, "one sample at a time");
+protected:
+    void BeginInput(const PCMFormat& format) override {
+        m_file = {0, format.channels, format.rate};
+        m_stream.open(Path());
+        KEL_CHECK(m_stream.is_open(), "the file cannot be created");
+        m_stream << "unfinished" << std::flush;
+        std::ofstream(Variable("KEL_TEST_SINK_MARKER")).flush();
+    }
+
+    void WriteFrames(const std::uint8_t* /*data*/, std::uint32_t frames) override {
         if (m_file.frames > 0) {
             FailIf("sink throws while writing");
             LogIf("sink logs an error while writing", LogLevel::Error);
@@ -302,13 +250,10 @@ public:
                 throw 42;
             }
         }
-        m_file.frames += samples.front()->GetBuffer()->GetSize() / m_bytesPerFrame;
+        m_file.frames += frames;
     }
 
-    void Close(bool /*flag*/) override {
-        if (!m_stream.is_open()) {
-            return;
-        }
+    void FinishInput() override {
         LogIf("sink reports when it closes", LogLevel::Milestone);
         m_stream.close();
         unlink(Variable("KEL_TEST_SINK_MARKER").c_str());
@@ -316,7 +261,7 @@ public:
         file.frames += HasFault("file has other frames") ? 1 : 0;
         file.channels += HasFault("file has other channels") ? 1U : 0U;
         file.rate += HasFault("file has another rate") ? 1U : 0U;
-        std::ofstream whole(m_path);
+        std::ofstream whole(Path());
         if (HasFault("file does not open again")) {
             whole << "garbage\n";
         } else {
@@ -327,50 +272,10 @@ public:
         FailIf("sink throws while closing");
     }
 
-    void Release() override { Close(false); }
-    void Open(const std::wstring& path) override {
-        m_path = ConvertWideStringToPlatformString(path);
-    }
-    std::shared_ptr<const IInfoContainer> GetDefinedInput(std::string /*name*/) const override {
-        return m_defined;
-    }
-    std::shared_ptr<const IParametersCollectionInstance> GetManifest() const override {
-        return m_manifest;
-    }
-    void UpdateConfig(std::shared_ptr<const IParametersCollectionInstance> /*config*/) override {}
-    void PushMetadata(const std::vector<std::shared_ptr<const IMetadata>>& /*metadata*/) override {}
-    void SetInputMediator(std::shared_ptr<IInputMediator> /*mediator*/, std::string /*input*/,
-                          std::string /*name*/) override {}
-    void Interrupt() override {}
-    void ClearInternalBuffer() override {}
-
 private:
-    std::shared_ptr<const IParametersCollectionInstance> m_manifest;
-    std::shared_ptr<const IInfoContainer> m_defined;
-    std::string m_path;
     std::ofstream m_stream;
     TextFile m_file;
-    std::uint32_t m_bytesPerFrame = 1;
 };
-
-template <ElementFactoryType T, typename Element>
-void Register(const char* name, const char* implementation,
-              const std::shared_ptr<const IParametersCollectionPrototype>& settings) {
-    for (const WrapperFormat format :
-         {WrapperFormat::WAVE, WrapperFormat::AIFF, WrapperFormat::BWAVE}) {
-        auto entry = CreateParametersCollectionInstance(GetRegistryEntryPrototype());
-        entry->SetIntegerValue("class", static_cast<std::int32_t>(T));
-        entry->SetStringValue("type", GetLabel(format));
-        entry->SetStringValue("implementation", implementation);
-        entry->SetStringValue("doc", "Files of one line of text.");
-        entry->SetCollectionValue("init_config", settings);
-        auto factory = std::make_shared<ElementFactory<T>>(
-            [](std::shared_ptr<const IParametersCollectionInstance> manifest) {
-                return std::make_shared<Element>(std::move(manifest));
-            });
-        RegisterFactory(name, GetKELCoreIdInternal("1"), std::move(factory), std::move(entry));
-    }
-}
 
 } // namespace
 
@@ -379,6 +284,15 @@ void RegisterAll(const char* name) {
     settings->AddStringParameter("FilePath", "Where the text is");
     settings->AddIntegerParameter("MaxSamplesPerBuffer", 1024, "Most frames at once");
     settings->AddCollectionParameter("Details", "Nothing that anybody reads");
-    Register<ElementFactoryType::AudioSource, TextSource>(name, "test.TextSource", settings);
-    Register<ElementFactoryType::AudioSink, TextSink>(name, "test.TextSink", settings);
+    const std::string documentation = "Files of one line of text.";
+    const std::vector<WrapperFormat> formats{WrapperFormat::WAVE, WrapperFormat::AIFF,
+                                             WrapperFormat::BWAVE};
+    for (const WrapperFormat format : formats) {
+        RegisterElement<TextSource>(name, "1",
+                                    {"test.TextSource", documentation, settings, GetLabel(format)});
+    }
+    for (const WrapperFormat format : formats) {
+        RegisterElement<TextSink>(name, "1",
+                                  {"test.TextSink", documentation, settings, GetLabel(format)});
+    }
 }

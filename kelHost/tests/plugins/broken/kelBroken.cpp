@@ -5,7 +5,6 @@
 
 #include <kelCore.h>
 
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstddef>
@@ -15,8 +14,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <fstream>
-#include <functional>
-#include <limits>
+#include <ios>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -97,115 +95,79 @@ struct ExitsWhileLoading {
 };
 const ExitsWhileLoading kExitsWhileLoading;
 
-class ToneSource : public IAudioSource {
+class ToneSource : public AudioSourceBase {
 public:
     explicit ToneSource(std::shared_ptr<const IParametersCollectionInstance> manifest)
-        : m_manifest(std::move(manifest)) {}
+        : AudioSourceBase("ToneSource", std::move(manifest)) {}
 
-    void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) override {
-        m_isConfigured = true;
-        if (!HasFault("no-settings")) {
-            m_frames = config->GetIntegerValue("Frames");
+    void Open(const std::wstring& path) override {
+        if (HasFault("opens-twice")) {
+            Release();
         }
-        if (HasFault("throws-at-defaults") && m_frames == kFrames) {
-            throw std::logic_error("the defaults are no good");
-        }
-        const std::wstring path = ReadsFile() ? config->GetWideStringValue("FilePath") : L"";
-        if (!ReadsFile() || !path.empty()) {
-            m_isOpen = false;
-            Open(path);
-        }
-    }
-
-    void Open(const std::wstring& /*path*/) override {
-        KEL_CHECK(!m_isOpen || HasFault("opens-twice"), "open");
-        if (HasFault("source-leaks-descriptors")) {
-            LeakDescriptor();
-        } else if (HasFault("source-leaks-memory")) {
-            LeakMemory();
-        } else if (HasFault("source-leaves-files")) {
-            LeaveFile();
-        }
-        const auto parameters = CreateAudioParameters<ACodecFamily::PCM>();
-        parameters->SetMuxing(PCMMuxing::Multi);
-        parameters->SetSampleRate(kRate);
-        parameters->SetBitsDepth(32);
-        parameters->SetEndianness(PCMEndianness::Little);
-        parameters->SetPCMType(AudioPCMType::Float);
-        parameters->SetSampleSize(sizeof(float));
-        m_info = CreateAudioInfo(
-            parameters,
-            CreateChannelInfo(CreateTrack(ContentType::Audio, 1, nullptr, TrackLayout::Default)),
-            {}, {});
-        m_isOpen = true;
+        AudioSourceBase::Open(path);
         m_hasEnded = false;
-        if (!HasFault("goes-on-after-reopening")) {
-            m_position = 0;
+        if (HasFault("goes-on-after-reopening")) {
+            Seek(m_next);
         }
     }
 
     void Release() override {
         KEL_CHECK(m_isConfigured || !HasFault("release-needs-settings"), "not configured");
-        m_isOpen = false;
+        AudioSourceBase::Release();
     }
 
     std::shared_ptr<const ISampleContainer> GetSample() override {
-        if (!m_isOpen || (!m_isActive && !HasFault("ignores-outputs"))) {
+        const bool isOff = IsMediaOpen() && GetActivatedOutputs().empty();
+        if (isOff && HasFault("ignores-outputs")) {
+            ActivateOutputs(GetAvailableOutputs());
+            const auto container = AudioSourceBase::GetSample();
+            ActivateOutputs({});
+            return container;
+        }
+        const auto container = AudioSourceBase::GetSample();
+        if (container != nullptr) {
+            return HasFault("gap-in-stamps") ? WithGap(*container) : container;
+        }
+        if (!IsMediaOpen() || isOff || !std::exchange(m_hasEnded, true) ||
+            !HasFault("sample-after-end")) {
             return nullptr;
         }
-        constexpr std::int64_t kBlock = 1024;
-        const std::int64_t end = m_frames - (HasFault("frames-short") ? 1 : 0);
-        const std::int64_t frames = std::min(kBlock, end - m_position);
-        if (frames <= 0 && (!std::exchange(m_hasEnded, true) || !HasFault("sample-after-end"))) {
-            return nullptr;
+        Seek(m_frames - 1);
+        return AudioSourceBase::GetSample();
+    }
+
+    TimeLimits GetTimeLimits(std::string track) override {
+        if (HasFault("limits-while-closed")) {
+            return {MediaTime(EditRate(kRate, 1), 0, nullptr), m_frames};
         }
-        const bool hasGap = HasFault("gap-in-stamps") && m_position > 0;
-        return MakeSample(std::max<std::int64_t>(frames, 1), m_position + (hasGap ? 1 : 0));
+        return AudioSourceBase::GetTimeLimits(std::move(track));
     }
 
-    TimeLimits GetTimeLimits(std::string /*track*/) override {
-        KEL_CHECK(m_isOpen || HasFault("limits-while-closed"), "closed");
-        return {MediaTime(EditRate(kRate, 1), 0, nullptr), m_frames};
-    }
-
-    MediaTime GotoTimeOffset(const MediaTime& time, std::string /*track*/) override {
-        KEL_CHECK(m_isOpen, "closed");
-        if (time.GetEditRate() != EditRate(kRate, 1)) {
+    MediaTime GotoTimeOffset(const MediaTime& time, std::string track) override {
+        if (IsMediaOpen() && time.GetEditRate() != EditRate(kRate, 1)) {
             MeetOtherRate();
         }
         const std::int64_t frame = time.GetTimeNumber();
-        KEL_CHECK(frame >= 0, "before the start");
-        KEL_CHECK(frame <= m_frames || HasFault("seeks-outside"), "after the end");
-        m_position = frame;
-        if (HasFault("seeks-elsewhere") && frame > 0 && frame < m_frames) {
-            --m_position;
+        MediaTime position = time;
+        if (HasFault("seeks-outside") && frame > m_frames) {
+            position.SetTimeNumber(m_frames);
+        } else if (HasFault("seeks-elsewhere") && frame > 0 && frame < m_frames) {
+            position.SetTimeNumber(frame - 1);
         }
+        AudioSourceBase::GotoTimeOffset(position, std::move(track));
         if (std::exchange(m_hasEnded, false) && HasFault("stays-at-its-end")) {
-            m_position = m_frames;
+            Seek(m_frames);
         }
         return time;
     }
 
-    std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string /*name*/) const override {
-        return m_isOpen && !HasFault("describes-nothing") ? CreateInfoContainer(m_info, nullptr)
-                                                          : nullptr;
+    std::shared_ptr<const IInfoContainer> GetDefinedOutput(std::string name) const override {
+        return HasFault("describes-nothing") ? nullptr
+                                             : AudioSourceBase::GetDefinedOutput(std::move(name));
     }
 
     std::shared_ptr<const IParametersCollectionInstance> GetManifest() const override {
-        return HasFault("no-manifest") ? nullptr : m_manifest;
-    }
-
-    std::vector<std::shared_ptr<const IChannelInfo>> GetAvailableOutputs() const override {
-        return m_isOpen ? Outputs{m_info->GetChannelInfo()} : Outputs{};
-    }
-
-    std::vector<std::shared_ptr<const IChannelInfo>> GetActivatedOutputs() const override {
-        return m_isActive ? GetAvailableOutputs() : Outputs{};
-    }
-
-    void ActivateOutputs(const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) override {
-        KEL_CHECK(m_isOpen, "closed");
-        m_isActive = !outputs.empty();
+        return HasFault("no-manifest") ? nullptr : AudioSourceBase::GetManifest();
     }
 
     void Interrupt() override {
@@ -214,28 +176,45 @@ public:
         }
     }
 
-    bool IsMediaOpen() const override { return m_isOpen; }
-    bool IsGrowing() const override { return false; }
-    void UpdateConfig(std::shared_ptr<const IParametersCollectionInstance> /*config*/) override {
-        KEL_FAIL("not supported");
-    }
-    void SetDirection(MediaSourceDirection /*direction*/) override {}
-    MediaSourceDirection GetDirection() const override { return MediaSourceDirection::Forward; }
-    std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const override { return {}; }
-    void SetOutputMediator(std::shared_ptr<IOutputMediator> /*mediator*/, std::string /*output*/,
-                           std::string /*name*/) override {}
-    void ClearInternalBuffer() override {}
-
     static constexpr std::int32_t kFrames = 3000;
 
-private:
-    using Outputs = std::vector<std::shared_ptr<const IChannelInfo>>;
+protected:
+    Medium OpenMedium(const std::string& /*path*/) override {
+        m_isConfigured = true;
+        if (!HasFault("no-settings")) {
+            m_frames = Settings().GetIntegerValue("Frames");
+        }
+        if (HasFault("throws-at-defaults") && m_frames == kFrames) {
+            throw std::logic_error("the defaults are no good");
+        }
+        if (HasFault("source-leaks-descriptors")) {
+            LeakDescriptor();
+        } else if (HasFault("source-leaks-memory")) {
+            LeakMemory();
+        } else if (HasFault("source-leaves-files")) {
+            LeaveFile();
+        }
+        return {{kRate, 1}, m_frames};
+    }
 
+    std::uint32_t ReadFrames(std::int64_t position, std::uint32_t frames, void* data) override {
+        frames -= HasFault("frames-short") && position + frames == m_frames ? 1U : 0U;
+        auto* values = static_cast<float*>(data);
+        for (std::uint32_t i = 0; i < frames; ++i) {
+            values[i] = static_cast<float>(position + i) / 65536.0F;
+        }
+        m_next = position + frames;
+        return frames;
+    }
+
+private:
     static constexpr std::uint32_t kRate = 48000;
 
-    static bool ReadsFile() { return HasFault("opens-missing-file"); }
+    void Seek(std::int64_t frame) {
+        AudioSourceBase::GotoTimeOffset(MediaTime(EditRate(kRate, 1), frame, nullptr), "");
+    }
 
-    [[noreturn]] static void MeetOtherRate() {
+    static void MeetOtherRate() {
         if (HasFault("crashes")) {
             Crash(SIGSEGV);
         } else if (HasFault("hangs")) {
@@ -247,33 +226,24 @@ private:
         } else if (HasFault("throws-another-error")) {
             throw std::runtime_error("no such rate\nat all");
         }
-        KEL_FAIL("another rate");
     }
 
-    std::shared_ptr<const ISampleContainer> MakeSample(std::int64_t frames, std::int64_t stamp) {
-        const auto count = static_cast<std::uint32_t>(frames);
-        const auto buffer = CreateBuffer(nullptr, nullptr);
-        buffer->Reserve(count * sizeof(float));
-        buffer->SetSize(count * sizeof(float));
-        auto* values = static_cast<float*>(static_cast<void*>(buffer->GetData()));
-        for (std::uint32_t i = 0; i < count; ++i) {
-            values[i] = static_cast<float>(m_position + i) / 65536.0F;
-        }
-        m_position += frames;
-        return CreateSampleContainer(
-            CreateAudioSample(m_info->GetAudioParameters(), m_info, buffer,
-                              {MediaTime(EditRate(kRate, 1), stamp, nullptr), frames}, {}),
-            nullptr);
+    // Stamps each sample but the first one frame later.
+    static std::shared_ptr<const ISampleContainer> WithGap(const ISampleContainer& container) {
+        const auto sample = container.GetAudioSamples(nullptr, nullptr).front();
+        TimeLimits limits = sample->GetTimeLimits();
+        const std::int64_t start = limits.start.GetTimeNumber();
+        limits.start.SetTimeNumber(start + (start > 0 ? 1 : 0));
+        return CreateSampleContainer(CreateAudioSample(sample->GetAudioParameters(),
+                                                       sample->GetAudioInfo(), sample->GetBuffer(),
+                                                       limits, {}),
+                                     nullptr);
     }
 
-    std::shared_ptr<const IParametersCollectionInstance> m_manifest;
-    std::shared_ptr<const IAudioInfo> m_info;
     bool m_isConfigured = false;
-    bool m_isOpen = false;
-    bool m_isActive = true;
     bool m_hasEnded = false;
     std::int64_t m_frames = kFrames;
-    std::int64_t m_position = 0;
+    std::int64_t m_next = 0; // the frame after the last one that was read
 };
 
 // A source that is the control side of a sink as well, so that it has two base elements. Compilers
@@ -295,67 +265,97 @@ public:
 };
 #pragma GCC diagnostic pop
 
-class BytesSink final : public IAudioSink {
+class BytesSink final : public AudioSinkBase {
 public:
     explicit BytesSink(std::shared_ptr<const IParametersCollectionInstance> manifest)
-        : m_manifest(std::move(manifest)) {}
-
-    void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) override {
-        Open(config->GetWideStringValue("FilePath"));
-    }
+        : AudioSinkBase("BytesSink", std::move(manifest)) {}
 
     void Open(const std::wstring& path) override {
-        KEL_CHECK(!m_isWriting || HasFault("opens-while-writing"), "writing");
-        m_path = ConvertWideStringToPlatformString(path);
+        if (!m_stream.is_open() || !HasFault("opens-while-writing")) {
+            AudioSinkBase::Open(path);
+        }
     }
 
     std::shared_ptr<const ICheckInputReport>
     CheckInputAndAdaptIfNecessary(std::shared_ptr<const IInfoContainer> input,
-                                  std::string /*name*/) const override {
-        if (HasFault("check-makes-a-file") && !m_isWriting) {
+                                  std::string name) const override {
+        if (HasFault("check-makes-a-file") && m_defined == nullptr) {
             LeaveFile();
         }
-        if (HasFault("check-accepts-too-much") && BytesPerValue(*input) == sizeof(double) &&
-            input->GetAudioInfos().front()->GetChannelInfo()->GetNumberOfChannels() == 2) {
+        if (HasFault("accepts-every-input")) {
             return CreateCheckInputReportNoError();
         }
-        return Takes(*input) ? CreateCheckInputReportNoError()
-                             : CreateCheckInputReportEncodingError({});
+        return AudioSinkBase::CheckInputAndAdaptIfNecessary(std::move(input), std::move(name));
     }
 
-    void DefineInput(std::shared_ptr<const IInfoContainer> input, std::string /*name*/) override {
+    void DefineInput(std::shared_ptr<const IInfoContainer> input, std::string name) override {
         if (HasFault("refusal-leaves-file")) {
-            m_stream.open(m_path);
-            m_stream.close();
+            std::ofstream(Path()).flush();
         }
-        KEL_CHECK(Takes(*input), "not this input");
-        m_stream.open(m_path);
-        KEL_CHECK(m_stream.is_open(), "the file cannot be created");
-        m_defined = std::move(input);
-        m_isWriting = true;
+        m_defined = input;
+        if (HasFault("accepts-every-input")) { // as bytes
+            const PCMFormat bytes{1, 1, AudioPCMType::Integer, 1};
+            input = CreateInfoContainer(CreateAudioInfo(bytes, ""), nullptr);
+        }
+        AudioSinkBase::DefineInput(std::move(input), std::move(name));
     }
 
     void PushSample(std::shared_ptr<const ISampleContainer> container) override {
-        if (!m_isWriting && HasFault("loses-samples")) {
-            return;
-        }
-        KEL_CHECK(m_isWriting, "no input");
-        if (HasFault("logs-an-error")) {
-            KEL_LOG(LogLevel::Error, "something went wrong");
-        }
-        for (const auto& sample : container->GetAudioSamples(nullptr, nullptr)) {
-            const std::shared_ptr<const IBuffer> buffer = sample->GetBuffer();
-            m_stream.write(static_cast<const char*>(static_cast<const void*>(buffer->GetData())),
-                           buffer->GetSize());
+        if (m_stream.is_open() || !HasFault("loses-samples")) {
+            AudioSinkBase::PushSample(std::move(container));
         }
     }
 
-    void Close(bool /*flag*/) override {
-        if (!m_isWriting) {
-            return;
+    std::shared_ptr<const IInfoContainer> GetDefinedInput(std::string name) const override {
+        if (HasFault("accepts-every-input")) {
+            return m_defined;
         }
+        const auto defined = AudioSinkBase::GetDefinedInput(std::move(name));
+        return defined == nullptr && HasFault("has-an-input-at-once")
+                   ? CreateInfoContainer(std::vector<std::shared_ptr<const IInfo>>{}, nullptr)
+                   : defined;
+    }
+
+    void Interrupt() override {
+        if (HasFault("sink-crashes-when-interrupted")) {
+            Crash(SIGSEGV);
+        }
+    }
+
+protected:
+    PCMFormat AdaptFormat(const PCMFormat& offered) const override {
+        const PCMFormat floats{offered.rate, offered.channels};
+        PCMFormat doubles = floats;
+        doubles.bytesPerValue = sizeof(double);
+        static int asked = 0;
+        const bool accepts =
+            (offered == floats && (!HasFault("accepts-once") || ++asked == 1)) ||
+            (offered == doubles && offered.channels == 2 && HasFault("check-accepts-too-much")) ||
+            HasFault("accepts-every-input");
+        if (accepts) {
+            return offered;
+        }
+        return offered == floats ? doubles : floats;
+    }
+
+    void BeginInput(const PCMFormat& format) override {
+        KEL_CHECK(!HasFault("check-accepts-too-much") || format.bytesPerValue == sizeof(float),
+                  "not this input");
+        m_stream.open(Path());
+        KEL_CHECK(m_stream.is_open(), "the file cannot be created");
+        m_bytesPerFrame = BytesPerFrame(format);
+    }
+
+    void WriteFrames(const std::uint8_t* data, std::uint32_t frames) override {
+        if (HasFault("logs-an-error")) {
+            KEL_LOG(LogLevel::Error, "something went wrong");
+        }
+        m_stream.write(static_cast<const char*>(static_cast<const void*>(data)),
+                       static_cast<std::streamsize>(frames * m_bytesPerFrame));
+    }
+
+    void FinishInput() override {
         m_stream.close();
-        m_isWriting = false;
         if (HasFault("sink-leaks-descriptors")) {
             LeakDescriptor();
         } else if (HasFault("sink-leaks-memory")) {
@@ -365,62 +365,10 @@ public:
         }
     }
 
-    std::shared_ptr<const IInfoContainer> GetDefinedInput(std::string /*name*/) const override {
-        return m_defined == nullptr && HasFault("has-an-input-at-once")
-                   ? CreateInfoContainer(std::vector<std::shared_ptr<const IInfo>>{}, nullptr)
-                   : m_defined;
-    }
-
-    void Interrupt() override {
-        if (HasFault("sink-crashes-when-interrupted")) {
-            Crash(SIGSEGV);
-        }
-    }
-
-    void Release() override { Close(false); }
-    std::shared_ptr<const IParametersCollectionInstance> GetManifest() const override {
-        return m_manifest;
-    }
-    void UpdateConfig(std::shared_ptr<const IParametersCollectionInstance> /*config*/) override {
-        KEL_FAIL("not supported");
-    }
-    void PushMetadata(const std::vector<std::shared_ptr<const IMetadata>>& /*metadata*/) override {
-        KEL_FAIL("not supported");
-    }
-    void SetInputMediator(std::shared_ptr<IInputMediator> /*mediator*/, std::string /*input*/,
-                          std::string /*name*/) override {
-        KEL_FAIL("not supported");
-    }
-    void ClearInternalBuffer() override {}
-
 private:
-    // The size of little-endian floats in a single stream; 0 for everything else.
-    static std::size_t BytesPerValue(const IInfoContainer& input) {
-        const auto infos = input.GetAudioInfos();
-        if (infos.size() != 1 || infos.front()->GetChannelInfo()->GetNumberOfChannels() == 0) {
-            return 0;
-        }
-        const auto parameters = std::dynamic_pointer_cast<const IAudioParameters_PCM>(
-            infos.front()->GetAudioParameters());
-        return parameters != nullptr && parameters->GetPCMType() == AudioPCMType::Float &&
-                       parameters->GetEndianness() == PCMEndianness::Little
-                   ? parameters->GetSampleSize()
-                   : 0;
-    }
-
-    static bool Takes(const IInfoContainer& input) {
-        static int asked = 0;
-        if (HasFault("accepts-every-input")) {
-            return true;
-        }
-        return BytesPerValue(input) == sizeof(float) && (!HasFault("accepts-once") || ++asked == 1);
-    }
-
-    std::shared_ptr<const IParametersCollectionInstance> m_manifest;
-    std::shared_ptr<const IInfoContainer> m_defined;
-    std::string m_path;
+    std::shared_ptr<const IInfoContainer> m_defined; // or refused
     std::ofstream m_stream;
-    bool m_isWriting = false;
+    std::uint64_t m_bytesPerFrame = 0;
 };
 
 class HeapBlock final : public IMemoryBlock {
