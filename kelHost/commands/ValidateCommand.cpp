@@ -7,6 +7,7 @@
 #include "commands/CommonOptions.h"
 #include "commands/OptionParsing.h"
 #include "validation/Check.h"
+#include "validation/DebugRun.h"
 #include "validation/Report.h"
 #include "validation/Validator.h"
 
@@ -20,6 +21,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -69,6 +71,27 @@ void WriteReport(const OutputFile& file, const std::string& text) {
     }
 }
 
+// Shows the line of a result as soon as its check has ended.
+void ShowResult(const CheckResult& result, const ReportColumns& columns,
+                const CommonOptions& common, std::ostream& out) {
+    const bool isShown = !common.style.quiet || result.verdict == CheckVerdict::Failed;
+    if (isShown && !common.style.json) {
+        out << ColouredLine(FormatLine(result, columns), result.verdict, UsesColour(STDOUT_FILENO))
+            << std::flush;
+    }
+}
+
+// Shows the end of a report. Returns the exit status.
+int Finish(const ValidationReport& report, const CommonOptions& common, std::ostream& out) {
+    const std::size_t failures = report.Count(CheckVerdict::Failed);
+    if (common.style.json) {
+        out << FormatDocument("validate", ReportAsJSON(report));
+    } else if (!common.style.quiet || failures > 0) {
+        out << FormatSummary(report); // with the seed that repeats a failure
+    }
+    return failures == 0 ? kSuccess : kFailure;
+}
+
 class ValidateCommand final : public Command {
 public:
     ValidateCommand() {
@@ -77,7 +100,8 @@ public:
                 .Required());
         BeginGroup("Selection");
         Add(Option("--check", "NAME", &m_request.checks, "Make only this check; repeatable")
-                .Offers(CheckNames));
+                .Offers(CheckNames)
+                .Excludes("--debug"));
         Add(Option("--element", "NAME", &m_request.elements,
                    "Check only this element, IMPLEMENTATION or IMPLEMENTATION:TYPE; repeatable")
                 .Completes(Option::Values::Elements));
@@ -89,11 +113,17 @@ public:
                    "Set NAME=VALUE in the elements that have such a setting; repeatable"));
         Add(Option("--seed", "NUMBER", &m_seed,
                    "Seed of the random calls; the same seed makes the same calls"));
-        Add(Option("--timeout", "SECONDS", &m_timeout, "Maximum time for each check"));
+        Add(Option("--timeout", "SECONDS", &m_timeout, "Maximum time for each check")
+                .Excludes("--debug"));
+        Add(Option("--debug", "CHECK", &m_debug,
+                   "Make only this check, without a process of its own, a time limit or caught "
+                   "signals, for a debugger")
+                .Offers(CheckNames));
         BeginGroup("Report");
         Add(Option("--junit", "FILE", &m_junit, "Write a report in JUnit's format as well")
-                .Completes(Option::Values::Files));
-        Add(Option("-f,--force", "", &m_force, "Replace an existing report"));
+                .Completes(Option::Values::Files)
+                .Excludes("--debug"));
+        Add(Option("-f,--force", "", &m_force, "Replace an existing report").Excludes("--debug"));
         AddExample("kelhost validate libkelLibsndfile.so", "Make all checks");
         AddExample("kelhost validate libkelLibsndfile.so --check source.seek-to-each-edge",
                    "Make one check");
@@ -103,7 +133,7 @@ public:
         AddExample("kelhost validate libkelLibsndfile.so --element kel.LibsndfileSource:WAVE "
                    "--input take.wav",
                    "Check a source with a file of your own");
-        SetNotes("Each check runs in a process of its own.\n"
+        SetNotes("Each check runs in a process of its own, except with --debug.\n"
                  "Exit status: 0 no check failed, 1 a check failed.");
     }
 
@@ -123,15 +153,32 @@ public:
         if (!common.plugins.empty()) {
             throw UsageError("validate expects the plug-in as its argument; remove --plugin");
         }
+        if (m_debug.has_value()) {
+            if (common.style.json) {
+                throw UsageError("--debug prints text, between the output of the plug-in; remove "
+                                 "--json");
+            }
+            m_request.checks = {*m_debug};
+        }
     }
 
     int Run(const CommonOptions& common, const Streams& streams) override {
+        return m_debug.has_value() ? Debug(common, streams.out) : Validate(common, streams);
+    }
+
+private:
+    int Debug(const CommonOptions& common, std::ostream& out) const {
+        const ValidationReport report = DebugCheck(m_request);
+        ShowResult(report.results.front(), {}, common, out);
+        return Finish(report, common, out);
+    }
+
+    int Validate(const CommonOptions& common, const Streams& streams) {
         Console console(streams.err, common.style);
         std::optional<OutputFile> junit;
         if (m_junit.has_value()) {
             junit.emplace(*m_junit, m_force);
         }
-        const bool colours = UsesColour(STDOUT_FILENO);
         Validator validator(m_request);
         const ReportColumns columns = validator.Columns();
         ValidationReport report;
@@ -142,18 +189,10 @@ public:
             if (common.verbosity != Verbosity::Usual) {
                 ShowRecords(result, console);
             }
-            const bool isShown = !common.style.quiet || result.verdict == CheckVerdict::Failed;
-            if (isShown && !common.style.json) {
-                streams.out << ColouredLine(FormatLine(result, columns), result.verdict, colours)
-                            << std::flush;
-            }
+            ShowResult(result, columns, common, streams.out);
             report.results.push_back(result);
         }
-        if (common.style.json) {
-            streams.out << FormatDocument("validate", ReportAsJSON(report));
-        } else if (!common.style.quiet || report.Count(CheckVerdict::Failed) > 0) {
-            streams.out << FormatSummary(report); // with the seed that repeats a failure
-        }
+        const int status = Finish(report, common, streams.out);
         if (junit.has_value()) {
             WriteReport(*junit, ReportAsJUnit(report));
             for (const std::string& warning : junit->Finish()) {
@@ -161,14 +200,14 @@ public:
             }
             junit->Commit();
         }
-        return report.Count(CheckVerdict::Failed) == 0 ? kSuccess : kFailure;
+        return status;
     }
 
-private:
     ValidationRequest m_request;
     std::vector<std::string> m_settings;
     std::optional<std::string> m_seed;
     std::string m_timeout = "30";
+    std::optional<std::string> m_debug;
     std::optional<std::string> m_junit;
     bool m_force = false;
 };

@@ -74,6 +74,9 @@ public:
 
     const CheckSubject& Subject() const { return m_subject; }
 
+    /// Replaces the subject by another one of the same plug-in, which stays loaded.
+    void SetSubject(CheckSubject subject) { m_subject = std::move(subject); }
+
     /// Returns the registrations of the plug-in, which the first call loads. It stays loaded until
     /// the process ends.
     /// @throws NotApplicable when loading fails, which other checks report

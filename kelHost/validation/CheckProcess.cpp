@@ -25,51 +25,45 @@ namespace {
 using nlohmann::json;
 
 // The elements cross from the child as arrays: name, type, kind, settings.
-json AsJSON(const Registration& registration) {
-    const auto kind = KindOf(*registration.factory);
+json AsJSON(const ProbedElement& element) {
     auto settings = json::object();
-    for (const ParameterDescription& parameter : SettingsOf(registration)) {
-        settings[parameter.name] = parameter.kind;
+    for (const auto& [name, kind] : element.settings) {
+        settings[name] = kind;
     }
-    return json::array({registration.entry->GetStringValue("implementation"),
-                        registration.entry->GetStringValue("type"),
-                        kind.has_value() ? json(static_cast<std::int32_t>(*kind)) : json(),
-                        settings});
+    return json::array(
+        {element.implementation, element.type,
+         element.kind.has_value() ? json(static_cast<std::int32_t>(*element.kind)) : json(),
+         settings});
 }
 
-std::string ListElements(const CheckSubject& subject, ChildNote& note) {
-    try {
-        CheckContext context(subject, note);
-        auto elements = json::array();
-        for (const Registration& registration : context.Registrations()) {
-            elements.push_back(AsJSON(registration));
-        }
-        return DumpJSON(elements);
-    } catch (...) {
-        return ""; // the checks of the plug-in find the reason
+// Lists the elements, in the child process. Empty when that fails.
+std::string DescribeElements(const CheckSubject& subject, ChildNote& note) {
+    CheckContext context(subject, note);
+    const auto elements = ListElements(context);
+    if (!elements.has_value()) {
+        return "";
     }
-}
-
-// The texts become lines of UTF-8, whatever the plug-in's texts contain.
-std::string Verdict(CheckVerdict verdict, const std::string& message,
-                    const std::string& warning = "") {
-    return DumpJSON(json::array({static_cast<int>(verdict), Escape(message), Escape(warning)}));
+    auto described = json::array();
+    for (const ProbedElement& element : *elements) {
+        described.push_back(AsJSON(element));
+    }
+    return DumpJSON(described);
 }
 
 // Makes a check, in its child process.
-std::string MakeCheck(const Check& check, const CheckSubject& subject, ChildNote& note) {
-    try {
-        CheckContext context(subject, note);
-        check.run(context);
-        return Verdict(CheckVerdict::Passed, "",
-                       fmt::format("{}", fmt::join(context.Warnings(), "; ")));
-    } catch (const NotApplicable& reason) {
-        return Verdict(CheckVerdict::NotApplicable, reason.what());
-    } catch (const std::exception& error) { // CheckFailed among them
-        return Verdict(CheckVerdict::Failed, error.what());
-    } catch (...) {
-        return Verdict(CheckVerdict::Failed, "it threw something other than an exception");
-    }
+std::string DescribeResult(const Check& check, const CheckSubject& subject, ChildNote& note) {
+    CheckContext context(subject, note);
+    const CheckResult result = MakeCheck(check, context);
+    return DumpJSON(
+        json::array({static_cast<int>(result.verdict), result.message, result.warning}));
+}
+
+// The texts become lines of UTF-8, whatever the plug-in's texts contain.
+CheckResult Judged(CheckVerdict verdict, const std::string& message) {
+    CheckResult result;
+    result.verdict = verdict;
+    result.message = Escape(message);
+    return result;
 }
 
 // Describes the end of a process that did not return its result.
@@ -94,10 +88,45 @@ std::string DescribeTermination(const ChildOutcome& outcome, std::chrono::millis
 
 } // namespace
 
+std::optional<std::vector<ProbedElement>> ListElements(CheckContext& context) {
+    try {
+        std::vector<ProbedElement> elements;
+        for (const Registration& registration : context.Registrations()) {
+            ProbedElement element;
+            element.registration = elements.size();
+            element.implementation = registration.entry->GetStringValue("implementation");
+            element.type = registration.entry->GetStringValue("type");
+            element.kind = KindOf(*registration.factory);
+            for (const ParameterDescription& parameter : SettingsOf(registration)) {
+                element.settings[parameter.name] = parameter.kind;
+            }
+            elements.push_back(element);
+        }
+        return elements;
+    } catch (...) {
+        return std::nullopt; // the checks of the plug-in find the reason
+    }
+}
+
+CheckResult MakeCheck(const Check& check, CheckContext& context) {
+    try {
+        check.run(context);
+        CheckResult result = Judged(CheckVerdict::Passed, "");
+        result.warning = Escape(fmt::format("{}", fmt::join(context.Warnings(), "; ")));
+        return result;
+    } catch (const NotApplicable& reason) {
+        return Judged(CheckVerdict::NotApplicable, reason.what());
+    } catch (const std::exception& error) { // CheckFailed among them
+        return Judged(CheckVerdict::Failed, error.what());
+    } catch (...) {
+        return Judged(CheckVerdict::Failed, "it threw something other than an exception");
+    }
+}
+
 std::optional<std::vector<ProbedElement>> ProbeElements(const CheckSubject& subject,
                                                         const ProcessLimits& limits) {
     ChildNote note;
-    const ChildOutcome outcome = RunInChild([&] { return ListElements(subject, note); },
+    const ChildOutcome outcome = RunInChild([&] { return DescribeElements(subject, note); },
                                             limits.directory, limits.time, limits.signals);
     if (outcome.end != ChildEnd::Finished) {
         return std::nullopt;
@@ -121,7 +150,7 @@ std::optional<std::vector<ProbedElement>> ProbeElements(const CheckSubject& subj
 
 CheckResult RunCheck(const Check& check, const CheckSubject& subject, const ProcessLimits& limits) {
     ChildNote note;
-    const ChildOutcome outcome = RunInChild([&] { return MakeCheck(check, subject, note); },
+    const ChildOutcome outcome = RunInChild([&] { return DescribeResult(check, subject, note); },
                                             limits.directory, limits.time, limits.signals);
     CheckResult result;
     result.seconds = outcome.seconds;

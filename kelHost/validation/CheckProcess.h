@@ -1,4 +1,4 @@
-/// Checks and queries of a plug-in, each in a child process. Used by one thread.
+/// Checks and queries of a plug-in, in this process or each in a child process. Used by one thread.
 #pragma once
 
 #include "jobs/Posix.h"
@@ -30,6 +30,14 @@ struct ProbedElement {
     /// True for the implementation, with or without the type.
     bool HasName(const std::string& name) const { return name == implementation || name == Name(); }
 };
+
+/// Returns the elements of a plug-in, which is loaded into this process; none when it cannot be
+/// loaded or does not register.
+std::optional<std::vector<ProbedElement>> ListElements(CheckContext& context);
+
+/// Makes a check in this process.
+/// @return the result, without the check, the element and its cost
+CheckResult MakeCheck(const Check& check, CheckContext& context);
 
 /// Conditions of a child process.
 struct ProcessLimits {

@@ -1,212 +1,38 @@
 #include "validation/Validator.h"
 
-#include "base/Errors.h"
-#include "base/Suggestion.h"
 #include "base/Text.h"
-#include "validation/TestInputs.h"
-
-#include <ParametersCollection.h>
-#include <WrapperFormat.h>
-
-#include <fmt/format.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <optional>
-#include <random>
-#include <set>
 #include <string>
 #include <string_view>
-#include <system_error>
-#include <vector>
 
 namespace kel::host {
 
-namespace fs = std::filesystem;
-
-namespace {
-
-[[noreturn]] void FailUnknown(std::string_view what, const std::string& name,
-                              const std::vector<std::string>& known) {
-    throw UsageError(DescribeUnknown(what, name, known));
-}
-
-void RequirePlugin(const std::string& plugin) {
-    std::error_code error;
-    const fs::file_status status = fs::status(plugin, error);
-    if (!fs::exists(status)) {
-        throw JobError(plugin, "cannot load the plug-in: " + error.message());
-    }
-    if (fs::is_directory(status)) {
-        throw JobError(plugin, "cannot load the plug-in: it is a directory");
-    }
-}
-
-std::string RequireInput(const std::string& input) {
-    std::error_code error;
-    if (!fs::is_regular_file(input, error)) {
-        throw InvalidValue("--input", input, "an existing file");
-    }
-    return fs::absolute(input).string();
-}
-
-} // namespace
-
-Validator::Validator(const ValidationRequest& request) : m_request(request) {
-    m_subject.plugin = fs::absolute(request.plugin).string();
-    m_subject.seed = request.seed.has_value() ? *request.seed : std::random_device()();
-    m_subject.verbosity = request.verbosity;
-    m_subject.settings = request.settings;
-    if (request.input.has_value()) {
-        m_subject.input = RequireInput(*request.input);
-        m_subject.isOwnInput = true;
-    }
-    RequireKnownChecks();
-    RequirePlugin(request.plugin);
-    m_elements = ProbeElements(m_subject, Limits());
-    if (m_elements.has_value()) {
-        RequireKnownElements();
-        RequireKnownSettings();
-    }
-    const auto& selected = request.checks;
-    for (const Check& check : Checks()) {
-        if (selected.empty() ||
-            std::find(selected.begin(), selected.end(), check.name) != selected.end()) {
-            AddRuns(check);
-        }
-    }
-    // Element by element, each with all its checks.
-    std::stable_sort(m_runs.begin(), m_runs.end(), [](const CheckRun& left, const CheckRun& right) {
-        return std::less<>()(left.element, right.element);
-    });
+Validator::Validator(const ValidationRequest& request) : m_request(request), m_selection(request) {
+    m_selection.SelectFrom(ProbeElements(m_selection.Subject(), Limits()));
 }
 
 ReportColumns Validator::Columns() const {
     ReportColumns columns;
-    for (const CheckRun& run : m_runs) {
+    for (const CheckRun& run : Runs()) {
         columns.check = std::max(columns.check, std::string_view(run.check->name).size());
-        if (run.element != nullptr) {
-            columns.element = std::max(columns.element, DisplayWidth(Escape(run.element->Name())));
-        }
+        columns.element = std::max(columns.element, DisplayWidth(Escape(NameOf(run))));
     }
     return columns;
 }
 
 CheckResult Validator::Make(const CheckRun& run) {
-    CheckResult result;
-    if (!run.obstacle.empty()) {
-        result.verdict = CheckVerdict::NotApplicable;
-        result.message = run.obstacle;
-    } else {
-        CheckSubject subject = m_subject;
-        if (run.element != nullptr) {
-            subject.registration = run.element->registration;
-            if (!subject.input.has_value()) {
-                subject.input = Recording(run.element->type);
-                if (!subject.input.has_value()) {
-                    subject.foreignInput = Recording(GetLabel(WrapperFormat::WAVE));
-                }
-            }
-        }
-        result = RunCheck(*run.check, subject, Limits());
-    }
+    CheckResult result =
+        run.obstacle.empty()
+            ? RunCheck(*run.check, m_selection.SubjectOf(run, m_directory.Inputs()), Limits())
+            : NotMade(run);
     result.check = run.check;
-    result.element = run.element != nullptr ? run.element->Name() : "";
+    result.element = NameOf(run);
     return result;
-}
-
-void Validator::RequireKnownChecks() const {
-    std::vector<std::string> names;
-    for (const Check& check : Checks()) {
-        names.emplace_back(check.name);
-    }
-    for (const std::string& name : m_request.checks) {
-        if (std::find(names.begin(), names.end(), name) == names.end()) {
-            FailUnknown("check", name, names);
-        }
-    }
-}
-
-void Validator::RequireKnownElements() const {
-    for (const std::string& name : m_request.elements) {
-        if (std::none_of(m_elements->begin(), m_elements->end(),
-                         [&](const auto& element) { return element.HasName(name); })) {
-            std::vector<std::string> names;
-            for (const ProbedElement& element : *m_elements) {
-                names.push_back(element.Name());
-            }
-            FailUnknown("element", name, names);
-        }
-    }
-}
-
-void Validator::RequireKnownSettings() const {
-    std::set<std::string> known;
-    for (const ProbedElement& element : *m_elements) {
-        for (const auto& [name, kind] : element.settings) {
-            known.insert(name);
-        }
-    }
-    for (const auto& [name, value] : m_request.settings) {
-        if (known.count(name) == 0) {
-            FailUnknown("setting", name, {known.begin(), known.end()});
-        }
-        for (const ProbedElement& element : *m_elements) {
-            const auto setting = element.settings.find(name);
-            if (setting != element.settings.end() &&
-                !ParseSetting(setting->second, value).has_value()) {
-                throw InvalidValue("--set", fmt::format("{}={}", name, value),
-                                   fmt::format("a value of kind {}, as {} declares it",
-                                               ToString(setting->second), element.Name()));
-            }
-        }
-    }
-}
-
-void Validator::AddRuns(const Check& check) {
-    if (check.scope == CheckScope::Plugin) {
-        m_runs.push_back({&check, nullptr, ""});
-        return;
-    }
-    if (!m_elements.has_value()) {
-        m_runs.push_back({&check, nullptr,
-                          "no element is known, because the plug-in cannot be loaded or does not "
-                          "register"});
-        return;
-    }
-    bool hasElement = false;
-    for (const ProbedElement& element : *m_elements) {
-        if (element.kind.has_value() && AppliesTo(check.scope, *element.kind) &&
-            IsSelected(element)) {
-            m_runs.push_back({&check, &element, ""});
-            hasElement = true;
-        }
-    }
-    if (!hasElement) {
-        m_runs.push_back({&check, nullptr, "there is no element to which it applies"});
-    }
-}
-
-bool Validator::IsSelected(const ProbedElement& element) const {
-    const auto& selected = m_request.elements;
-    return selected.empty() ||
-           std::any_of(selected.begin(), selected.end(),
-                       [&](const std::string& name) { return element.HasName(name); });
 }
 
 ProcessLimits Validator::Limits() const {
     return {m_directory.MakeEmpty(), m_request.timeout, m_signals};
-}
-
-// Returns the file that sources of a type open; written once.
-std::optional<std::string> Validator::Recording(const std::string& type) {
-    const auto [recording, isNew] = m_recordings.emplace(type, std::nullopt);
-    if (isNew) {
-        recording->second = WriteRecording(m_directory.Inputs(), type);
-    }
-    return recording->second;
 }
 
 } // namespace kel::host

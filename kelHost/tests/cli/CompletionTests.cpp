@@ -85,6 +85,7 @@ const std::vector<CompletionRow>& CompletionRows() {
         {"kelhost copy -o ta", {"takes/"}},
         {"kelhost info --field frames,dur", {"frames,duration"}},
         {"kelhost validate --check plugin.l", {"plugin.loads"}},
+        {"kelhost validate --debug plugin.u", {"plugin.unloads"}},
         {"kelhost inspect kel.", {"kel.LibsndfileSink", "kel.LibsndfileSource"}},
         {"kelhost plot ta", {"take.wav", "takes/"}},
     };
