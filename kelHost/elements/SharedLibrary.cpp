@@ -115,4 +115,8 @@ std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& fil
     return symbols;
 }
 
+bool IsLibrary(const std::filesystem::path& file) {
+    return LibraryFile(file).IsLibrary();
+}
+
 } // namespace kel::host

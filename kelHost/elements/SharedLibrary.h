@@ -20,4 +20,8 @@ struct ExportedSymbol {
 /// has no section of dynamic symbols
 std::vector<ExportedSymbol> ReadExportedSymbols(const std::filesystem::path& file);
 
+/// Returns whether a file is a library for machines of this kind, complete or not. False also for
+/// one that cannot be read.
+bool IsLibrary(const std::filesystem::path& file);
+
 } // namespace kel::host

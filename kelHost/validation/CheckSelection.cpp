@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "base/Suggestion.h"
+#include "elements/SharedLibrary.h"
 #include "validation/TestInputs.h"
 
 #include <ParametersCollection.h>
@@ -10,6 +11,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -19,6 +22,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -41,6 +45,21 @@ void RequirePlugin(const std::string& plugin) {
     }
     if (fs::is_directory(status)) {
         throw JobError(plugin, "cannot load the plug-in: it is a directory");
+    }
+}
+
+// These checks examine the file itself, of any kind.
+bool ExaminesFile(const std::string& check) {
+    return check == "plugin.loads" || check == "plugin.one-entry-point";
+}
+
+void RequireLibrary(const std::string& plugin) {
+    if (access(plugin.c_str(), R_OK) != 0) {
+        throw JobError(plugin, std::string("cannot load the plug-in: ") + std::strerror(errno));
+    }
+    if (!IsLibrary(plugin)) {
+        throw JobError(plugin, "cannot load the plug-in: it is not a library for this machine; "
+                               "name the plug-in's .so file");
     }
 }
 
@@ -76,6 +95,9 @@ CheckSelection::CheckSelection(const ValidationRequest& request) : m_request(req
     }
     RequireKnownChecks();
     RequirePlugin(request.plugin);
+    if (std::none_of(request.checks.begin(), request.checks.end(), ExaminesFile)) {
+        RequireLibrary(request.plugin);
+    }
 }
 
 void CheckSelection::SelectFrom(std::optional<std::vector<ProbedElement>> elements) {

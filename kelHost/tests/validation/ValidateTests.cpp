@@ -14,6 +14,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -148,6 +149,24 @@ TEST(Validate, NeedsAFile) {
                  Error("missing.so", "cannot load the plug-in: No such file or directory"));
     ExpectResult(RunKelhost(directory, {"validate", "plugins"}), 1, "",
                  Error("plugins", "cannot load the plug-in: it is a directory"));
+}
+
+TEST(Validate, EndsWithOneErrorForAFileThatIsNoLibrary) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    const std::string cause = "cannot load the plug-in: it is not a library for this machine; name "
+                              "the plug-in's .so file";
+    for (const Arguments& others : {Arguments{}, Arguments{"--check", "source.opens"},
+                                    Arguments{"--debug", "plugin.registers"}}) {
+        ExpectResult(RunKelhost(directory, Arguments{"validate", "take.wav"} + others), 1, "",
+                     Error("take.wav", cause));
+    }
+    ExpectResult(RunKelhost(directory, {"validate", "/dev/null"}), 1, "",
+                 Error("/dev/null", cause));
+    fs::permissions(directory / "take.wav", fs::perms::none);
+    const std::string denied = "cannot load the plug-in: Permission denied";
+    ExpectResult(RunKelhost(directory, {"validate", "take.wav"}), 1, "",
+                 Error("take.wav", geteuid() == 0 ? cause : denied));
 }
 
 TEST(Validate, WritesADocument) {
@@ -329,8 +348,8 @@ TEST(Validate, RefusesWrongCommandLines) {
 TEST(Validate, IsDocumentedCheckByCheck) {
     const TemporaryDirectory directory;
     std::vector<std::string> rows;
-    WriteFile(directory / "text.so", "no library\n");
-    for (const json& entry : Results(RunKelhost(directory, {"validate", "text.so", "--json"}))) {
+    for (const json& entry :
+         Results(RunKelhost(directory, {"validate", TestPlugin("kelNoEntryPoint"), "--json"}))) {
         rows.push_back("| `" + entry.at("check").get<std::string>() + "` | " +
                        entry.at("requirement").get<std::string>() + " |");
     }
