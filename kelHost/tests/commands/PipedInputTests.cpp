@@ -90,6 +90,14 @@ TEST_F(PipedInput, MayBeAStreamOfAnotherTool) {
     ExpectResult(Run("kelhost info --field tags.title ffmpeg.wav"), 0, "Name\n", "");
 }
 
+// Another program that has the same descriptor may have made it so.
+TEST_F(PipedInput, MayBeNonBlocking) {
+    ExpectResult(Run("(sleep 0.2; cat take.wav) | { "
+                     "python3 -c 'import os; os.set_blocking(0, False)'; "
+                     "kelhost info --field frames -; }"),
+                 0, "20000\n", "");
+}
+
 TEST_F(PipedInput, MayBeTheRestOfAFile) {
     ExpectResult(Run("{ echo text; cat take.wav; } >text.wav; "
                      "{ dd bs=5 count=1 of=/dev/null status=none; "
@@ -153,6 +161,8 @@ TEST_F(PipedInput, CannotBeMeantTwiceOrNamed) {
         "kelhost: standard input can be read only once; name a file instead of one \"-\"\n";
     ExpectResult(Run("kelhost info - take.wav /dev/stdin <take.wav"), 2, "", twice);
     ExpectResult(Run("kelhost compare - - <take.wav"), 2, "", twice);
+    ExpectResult(Run("kelhost info take.wav - --files-from - </dev/null"), 2, "",
+                 "kelhost: standard input is the list; name a file instead of the input \"-\"\n");
     ExpectResult(Run("kelhost copy - --output-dir out <take.wav"), 2, "",
                  "kelhost: standard input has no name for --output-dir; use kelhost copy - "
                  "OUTPUT\n");

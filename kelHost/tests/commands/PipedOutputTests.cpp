@@ -133,6 +133,14 @@ TEST_F(PipedOutput, FailsWithItsNameAndLeavesNothing) {
                                         "(--allow-truncated accepts the frames that exist)"));
 }
 
+TEST_F(PipedOutput, ReceivesNothingOfACopyThatFailsAtItsEnd) {
+    WriteAudio(m_directory / "loud.wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, 48000, {0.5F, 1.5F});
+    ExpectResult(Run("kelhost copy loud.wav - --format wave --encoding int16 --on-clip fail"), 1,
+                 "",
+                 Error("loud.wav", "has values beyond full scale, and --on-clip is fail; "
+                                   "--encoding float32 keeps them"));
+}
+
 TEST_F(PipedOutput, WaitsForTheReaderOfANamedPipeForSomeTime) {
     ExpectResult(Run("mkfifo pipe.wav; kelhost copy take.wav pipe.wav --open-timeout 0.1"), 1, "",
                  Error("pipe.wav", "cannot open for writing: no program has read it within 0.1 s "

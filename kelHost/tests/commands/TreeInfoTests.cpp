@@ -139,6 +139,16 @@ TEST_F(TwoTrees, HaveDifferentAudioOrDifferentFiles) {
     EXPECT_EQ(document["skipped"].size(), 2U);
 }
 
+TEST_F(TwoTrees, HaveNoPairWhereTwoFilesCouldBeTheCounterpart) {
+    WriteTake(m_directory / "b/y.aiff");
+    ExpectComparison(1,
+                     Same("a/sub/x.wav", "b/sub/x.wav") +
+                         "b/y.aiff: only in b\na/y.flac: only in a\nb/y.wav: only in b\n"
+                         "1 pair: 1 the same, 0 different, 1 only in a, 2 only in b, 0 skipped, 0 "
+                         "failed\n",
+                     "", {"--exclude", "notes.txt"});
+}
+
 TEST_F(TwoTrees, FailWhereOneOfAPairIsNotAudio) {
     WriteFile(m_directory / "a/sub/x", kNoAudio);
     WriteTake(m_directory / "b/sub/x");
