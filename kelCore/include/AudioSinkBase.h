@@ -171,9 +171,8 @@ protected:
     /// 32-bit float, little-endian, at 0 Hz.
     virtual PCMFormat AdaptFormat(const PCMFormat& offered) const { return offered; }
 
-    /// Starts an input that AdaptFormat accepts, for instance by creating the file. Does nothing in
-    /// this class.
-    /// @param format the format of the frames that WriteFrames receives
+    /// Starts an input that AdaptFormat accepts, for instance by creating the file. The argument is
+    /// the format of the frames that WriteFrames receives. Does nothing in this class.
     /// @throws KELRuntimeError when it cannot start; the sink then has no input
     virtual void BeginInput(const PCMFormat& /*format*/) {}
 

@@ -46,6 +46,8 @@ protected:
 
     /// Returns an integer of the settings.
     /// @param setting its name, which the manifest declares
+    /// @param min the smallest accepted value
+    /// @param max the largest accepted value
     /// @throws KELRuntimeError "NAME: SETTING is 7, not from 1 to 6"; what Settings throws
     std::int32_t IntegerSetting(const char* setting, std::int32_t min, std::int32_t max) const {
         const std::int32_t value = Settings().GetIntegerValue(setting);

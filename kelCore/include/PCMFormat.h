@@ -74,7 +74,8 @@ inline std::shared_ptr<IAudioParameters_PCM> CreateAudioParameters(const PCMForm
     return parameters;
 }
 
-/// Describes one stream of a format.
+/// Describes one stream of PCM.
+/// @param format the format of its frames
 /// @param group name of the group of its track
 inline std::shared_ptr<IAudioInfo> CreateAudioInfo(const PCMFormat& format,
                                                    const std::string& group) {

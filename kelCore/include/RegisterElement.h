@@ -33,6 +33,7 @@ struct ElementDescription {
 /// receives the manifest
 /// @param name the argument of the entry point
 /// @param pluginVersion version of the plug-in, see GetKELCoreIdInternal
+/// @param element the information for the registry entry
 /// @throws KELRuntimeError when the framework cannot create the entry; nothing is added then
 template <typename Element>
 void RegisterElement(const std::string& name, const std::string& pluginVersion,
