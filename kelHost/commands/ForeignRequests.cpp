@@ -22,7 +22,8 @@ enum class ForeignValue {
 };
 
 // A request under its names in other tools. In the texts, {in} and {out} are files, {value} is the
-// value of an option, and {pipe} begins a line that another tool continues.
+// value of an option, {command} is plot for a picture and otherwise copy, and {pipe} begins a line
+// that another tool continues.
 struct ForeignRequest {
     std::vector<std::string_view> names;
     ForeignValue value;
@@ -41,7 +42,6 @@ constexpr std::string_view kRateLine = "{pipe} | sox -t wav - -r {value} {out}";
 constexpr std::string_view kGainLine = "{pipe} | sox -t wav - {out} gain {value}";
 constexpr std::string_view kNormLine = "{pipe} | sox -t wav - {out} norm";
 constexpr std::string_view kMixLine = "{pipe} | sox -t wav - -c {value} {out}";
-constexpr std::string_view kCopyLine = "kelhost copy {in} {out}";
 
 // Options. The first row with the name and a value of its kind applies.
 const std::vector<ForeignRequest>& ForeignOptions() {
@@ -86,11 +86,11 @@ const std::vector<ForeignRequest>& ForeignOptions() {
          "the name of this option is --format",
          "kelhost copy {in} {out} --format wave"},
         {{"--trim", "--cut", "--crop", "--split"}, Value::None, "", kCutReason, kPartLine},
-        {{"-i", "--input", "--output", "--out"},
+        {{"-i", "-o", "--input", "--output", "--out"},
          Value::None,
          "",
          "files are named without options, the input first",
-         kCopyLine},
+         "kelhost {command} {in} {out}"},
         {{"-y", "--overwrite", "--yes"},
          Value::None,
          "",
@@ -168,7 +168,7 @@ const std::vector<ForeignRequest>& ForeignCommands() {
          Value::None,
          "",
          "the name of this command is copy",
-         kCopyLine},
+         "kelhost copy {in} {out}"},
         {{"trim", "cut", "crop", "slice", "extract"},
          Value::None,
          "",
@@ -295,6 +295,11 @@ bool Accepts(ForeignValue kind, std::string_view value) {
     }
 }
 
+bool IsPicture(const std::string& file) {
+    const std::string extension = file.substr(file.rfind('.') + 1);
+    return extension == "png" || extension == "svg" || extension == "pdf";
+}
+
 // Returns a word as the shell reads it.
 std::string QuoteForShell(std::string_view word) {
     const bool isPlain = std::all_of(word.begin(), word.end(), [](unsigned char character) {
@@ -325,6 +330,7 @@ std::string Explain(const ForeignRequest& request, std::string_view value,
     std::copy_if(arguments.begin(), arguments.end(), std::back_inserter(files), IsFile);
     std::string line(request.line);
     Replace(line, "{pipe}", "kelhost copy {in} - --format wave");
+    Replace(line, "{command}", files.size() > 1 && IsPicture(files[1]) ? "plot" : "copy");
     Replace(line, "{value}", std::string(value.empty() ? request.example : value));
     Replace(line, "{in}", files.empty() ? "in.wav" : QuoteForShell(files[0]));
     Replace(line, "{out}", files.size() < 2 ? "out.wav" : QuoteForShell(files[1]));
