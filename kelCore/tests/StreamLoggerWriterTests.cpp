@@ -5,12 +5,16 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <ios>
 #include <memory>
+#include <ostream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace kel::test {
@@ -48,6 +52,24 @@ std::string LevelsFrom(LogLevel lowest) {
     return levels;
 }
 
+// A buffer that notices when two threads are in it.
+class SlowBuffer final : public std::stringbuf {
+public:
+    std::atomic<bool> overlapped{false};
+
+protected:
+    std::streamsize xsputn(const char* text, std::streamsize count) override {
+        overlapped = m_threads++ != 0 || overlapped;
+        std::this_thread::sleep_for(std::chrono::microseconds(10));
+        const std::streamsize written = overlapped ? count : std::stringbuf::xsputn(text, count);
+        --m_threads;
+        return written;
+    }
+
+private:
+    std::atomic<int> m_threads{0};
+};
+
 } // namespace
 
 TEST(StreamLoggerWriter, PrintsARecordAsOneLine) {
@@ -79,9 +101,10 @@ TEST(StreamLoggerWriter, KeepsControlCharactersOfAllTextsOutOfTheLine) {
     EXPECT_EQ(LineOf("m", "two\nlines", "a\nb.cpp"), begin + "m (a\\nb.cpp:12) in two\\nlines\n");
 }
 
-TEST(StreamLoggerWriter, PrintsWholeLinesOfSeveralThreadsWhateverTheFormatOfTheStream) {
-    constexpr int kRecordsPerThread = 200;
-    std::ostringstream stream;
+TEST(StreamLoggerWriter, UsesTheStreamOnOneThreadAtATimeWhateverItsFormat) {
+    constexpr int kRecordsPerThread = 50;
+    SlowBuffer buffer;
+    std::ostream stream(&buffer);
     stream.width(200);
     const auto writer = CreateStreamLoggerWriter(LogLevel::Info, stream);
     std::vector<std::thread> threads;
@@ -95,13 +118,14 @@ TEST(StreamLoggerWriter, PrintsWholeLinesOfSeveralThreadsWhateverTheFormatOfTheS
     for (std::thread& thread : threads) {
         thread.join();
     }
-    std::istringstream text(stream.str());
-    std::vector<std::string> lines;
+    EXPECT_FALSE(buffer.overlapped);
+    std::istringstream text(buffer.str());
+    std::multiset<std::string> lines;
     for (std::string line; std::getline(text, line);) {
-        lines.push_back(line + "\n");
+        lines.insert(line + "\n");
     }
     for (const char* name : {"first", "second", "third"}) {
-        EXPECT_EQ(std::count(lines.begin(), lines.end(), LineOf(name)), kRecordsPerThread);
+        EXPECT_EQ(lines.count(LineOf(name)), kRecordsPerThread);
     }
     EXPECT_EQ(lines.size(), 3U * kRecordsPerThread);
 }
