@@ -95,10 +95,10 @@ Failure Register(PluginLibrary::EntryPoint entryPoint, const std::string& name) 
 
 } // namespace
 
-PluginError::PluginError(const std::string& path, const std::string& problem,
-                         const std::string& symbol, const std::string& cause)
-    : KELRuntimeError(path + ": " + problem), m_path(path), m_problem(problem), m_symbol(symbol),
-      m_cause(cause) {}
+PluginError::PluginError(std::string path, std::string problem, std::string symbol,
+                         std::string cause)
+    : KELRuntimeError(path + ": " + problem), m_path(std::move(path)),
+      m_problem(std::move(problem)), m_symbol(std::move(symbol)), m_cause(std::move(cause)) {}
 
 PluginError::~PluginError() = default;
 

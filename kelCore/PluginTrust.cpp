@@ -51,7 +51,8 @@ std::vector<Place> FollowPath(const fs::path& path) {
         if (name == "..") {
             place.erase(std::min(place.rfind('/'), place.size()));
         } else if (!name.empty() && name != ".") {
-            const std::string next = place + "/" + name;
+            std::string next = place;
+            next.append("/").append(name);
             if (!look(next)) {
                 place = next;
                 continue;

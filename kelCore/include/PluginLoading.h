@@ -28,8 +28,7 @@ public:
     /// @param problem the failure and its cause: "cannot load the plug-in: file too short"
     /// @param symbol the function that the failure is about; empty for the whole library
     /// @param cause the message of the loader or of the function; may be empty
-    PluginError(const std::string& path, const std::string& problem, const std::string& symbol,
-                const std::string& cause);
+    PluginError(std::string path, std::string problem, std::string symbol, std::string cause);
     PluginError(const PluginError& other) = default;
     PluginError& operator=(const PluginError& other) = default;
     ~PluginError() override;
