@@ -33,12 +33,12 @@ PCMFormat LevelMeterSink::AdaptFormat(const PCMFormat& offered) const {
 }
 
 void LevelMeterSink::BeginInput(const PCMFormat& format) {
+    m_levels.assign(format.channels, {});
+    m_frames = 0;
     if (!Path().empty()) {
         m_file.open(Path());
         KEL_CHECK(m_file.is_open(), "LevelMeterSink cannot create \"" << Path() << "\"");
     }
-    m_levels.assign(format.channels, {});
-    m_frames = 0;
 }
 
 void LevelMeterSink::WriteFrames(const std::uint8_t* data, std::uint32_t frames) {
