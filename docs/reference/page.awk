@@ -55,6 +55,7 @@ function anchor(page, name) { return page "-" name }
       line = line substr(text, 2, length(text) - 2)
     }
   }
+  gsub(/\]\(#/, "](#" anchor(page_of(FILENAME), ""), rest) # a link that began in an earlier line
   print line rest
   next
 }

@@ -169,14 +169,17 @@ protected:
     /// Returns the accepted format that is nearest to an offered one: the offered one itself if it
     /// is accepted, as in this class. Changes nothing. An input that is not PCM is offered as
     /// 32-bit float, little-endian, at 0 Hz.
+    /// [any, one thread, does not throw]
     virtual PCMFormat AdaptFormat(const PCMFormat& offered) const { return offered; }
 
     /// Starts an input that AdaptFormat accepts, for instance by creating the file. The argument is
     /// the format of the frames that WriteFrames receives. Does nothing in this class.
+    /// [closed, one thread]
     /// @throws KELRuntimeError when it cannot start; the sink then has no input
     virtual void BeginInput(const PCMFormat& /*format*/) {}
 
     /// Accepts frames. Called only between BeginInput and FinishInput.
+    /// [open, one thread]
     /// @param data the first byte, perhaps not aligned for a value; may be null without frames
     /// @param frames the number of whole frames; may be 0
     /// @throws KELRuntimeError when they cannot be written
@@ -184,6 +187,7 @@ protected:
 
     /// Finishes the input, for instance by closing the file. Does nothing in this class. It is not
     /// called when a sink is destroyed without Close or Release.
+    /// [open, one thread]
     /// @throws KELRuntimeError when the output is not complete
     virtual void FinishInput() {}
 

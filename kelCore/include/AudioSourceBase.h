@@ -207,12 +207,14 @@ protected:
         : ElementBase(std::move(name), std::move(manifest)) {}
 
     /// Opens the medium. Called without an open medium, with settings stored.
+    /// [closed, one thread]
     /// @param path path for the file functions of the platform; empty for a source without a file
     /// @throws KELRuntimeError when the medium cannot be opened; the class then keeps nothing open
     virtual Medium OpenMedium(const std::string& path) = 0;
 
     /// Reads frames. Called only while a medium is open. The position is the frame after the last
     /// one, unless the host has moved it.
+    /// [open, one thread]
     /// @param position the first frame to read
     /// @param frames how many to read, at least 1; all of them are within the length of the medium
     /// @param data memory for these frames, aligned to 64 bytes and not cleared
@@ -222,6 +224,7 @@ protected:
 
     /// Closes the medium. Does nothing in this class. The destructor of a derived class closes a
     /// medium that is still open.
+    /// [open, one thread, does not throw]
     virtual void CloseMedium() {}
 
 private:

@@ -19,6 +19,7 @@ public:
     virtual ~IElementFactory();
 
     /// Returns the kind of element that the factory makes.
+    /// [any, any thread, does not throw]
     virtual ElementFactoryType GetFactoryType() const = 0;
 };
 

@@ -22,18 +22,23 @@ public:
     ~IAudioInfo() override;
 
     /// Returns the channels of the stream; empty when it was made without them.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const IChannelInfo> GetChannelInfo() const = 0;
 
     /// Returns a text that identifies this info: no two infos of a process have the same.
+    /// [any, any thread, does not throw]
     virtual const std::string& GetId() const = 0;
 
     /// Returns the codec parameters of the stream; may be empty.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const IAudioParameters> GetAudioParameters() const = 0;
 
     /// Returns the metadata that the info was made with.
+    /// [any, any thread, does not throw]
     virtual std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const = 0;
 
     /// Returns the clocks that the info was made with.
+    /// [any, any thread, does not throw]
     virtual std::vector<std::shared_ptr<const IClockInfo>> GetClockInfos() const = 0;
 };
 

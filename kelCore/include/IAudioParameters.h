@@ -17,6 +17,7 @@ public:
     ~IAudioParameters() override;
 
     /// Returns the codec family that the parameters belong to.
+    /// [any, any thread, does not throw]
     virtual ACodecFamily GetCodecFamily() const = 0;
 };
 

@@ -20,28 +20,40 @@ public:
     ~IAudioParameters_PCM() override;
 
     /// Sets the frames per second, in hertz.
+    /// [any, one thread, does not throw]
     virtual void SetSampleRate(std::uint32_t hertz) = 0;
     /// Returns the frames per second, in hertz.
+    /// [any, any thread, does not throw]
     virtual std::uint32_t GetSampleRate() const = 0;
     /// Returns the byte order of a sample value.
+    /// [any, any thread, does not throw]
     virtual PCMEndianness GetEndianness() const = 0;
     /// Sets the byte order of a sample value.
+    /// [any, one thread, does not throw]
     virtual void SetEndianness(PCMEndianness endianness) = 0;
     /// Returns the combination of the channels.
+    /// [any, any thread, does not throw]
     virtual PCMMuxing GetMuxing() const = 0;
     /// Sets the combination of the channels.
+    /// [any, one thread, does not throw]
     virtual void SetMuxing(PCMMuxing muxing) = 0;
     /// Returns the number type of a sample value.
+    /// [any, any thread, does not throw]
     virtual AudioPCMType GetPCMType() const = 0;
     /// Sets the number type of a sample value.
+    /// [any, one thread, does not throw]
     virtual void SetPCMType(AudioPCMType type) = 0;
     /// Returns the bytes per sample value in memory.
+    /// [any, any thread, does not throw]
     virtual std::uint8_t GetSampleSize() const = 0;
     /// Sets the bytes per sample value in memory.
+    /// [any, one thread, does not throw]
     virtual void SetSampleSize(std::uint8_t bytes) = 0;
     /// Returns the significant bits per sample value.
+    /// [any, any thread, does not throw]
     virtual std::uint8_t GetBitsDepth() const = 0;
     /// Sets the significant bits per sample value.
+    /// [any, one thread, does not throw]
     virtual void SetBitsDepth(std::uint8_t bits) = 0;
 };
 

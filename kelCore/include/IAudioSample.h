@@ -23,14 +23,19 @@ public:
     ~IAudioSample() override;
 
     /// Returns the bytes of the frames.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const IBuffer> GetBuffer() const = 0;
     /// Returns the codec parameters of the frames; may be empty.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const IAudioParameters> GetAudioParameters() const = 0;
     /// Returns the stream that the frames belong to; may be empty.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const IAudioInfo> GetAudioInfo() const = 0;
     /// Returns the interval of the frames on the timeline of the stream.
+    /// [any, any thread, does not throw]
     virtual const TimeLimits& GetTimeLimits() const = 0;
     /// Returns the metadata that the sample was made with.
+    /// [any, any thread, does not throw]
     virtual std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const = 0;
 };
 

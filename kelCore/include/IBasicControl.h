@@ -17,12 +17,14 @@ public:
     virtual ~IBasicControl();
 
     /// Changes the configuration of a running element.
+    /// [any, one thread]
     /// @param config shared with the element from now on
     /// @throws KELRuntimeError if the element cannot be reconfigured
     virtual void UpdateConfig(std::shared_ptr<const IParametersCollectionInstance> config) = 0;
 
     /// Returns the collection that the element was constructed with; it has the keys of the
     /// registry entry ("type" among them).
+    /// [any, one thread, does not throw]
     virtual std::shared_ptr<const IParametersCollectionInstance> GetManifest() const = 0;
 };
 

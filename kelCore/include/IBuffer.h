@@ -19,20 +19,25 @@ public:
 
     /// Returns the first byte, writable; null before the first reservation. Reserve may move the
     /// bytes and makes earlier pointers invalid.
+    /// [any, one thread, does not throw]
     virtual std::uint8_t* GetData() = 0;
 
     /// Returns the first byte, for reading; null before the first reservation.
+    /// [any, any thread, does not throw]
     virtual const std::uint8_t* GetData() const = 0;
 
     /// Returns the number of valid bytes.
+    /// [any, any thread, does not throw]
     virtual std::uint32_t GetSize() const = 0;
 
     /// Sets the number of valid bytes. Bytes that become valid are not cleared.
+    /// [any, one thread]
     /// @throws KELRuntimeError when @p bytes is more than the reserved number
     virtual void SetSize(std::uint32_t bytes) = 0;
 
     /// Reserves at least @p bytes bytes in all. The valid bytes are kept; a reservation never
     /// shrinks.
+    /// [any, one thread]
     /// @throws KELRuntimeError when the allocator returns no block or one that is too small; any
     /// exception of the allocator. The buffer is unchanged then.
     virtual void Reserve(std::uint32_t bytes) = 0;

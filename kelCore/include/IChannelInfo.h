@@ -17,9 +17,11 @@ public:
     virtual ~IChannelInfo();
 
     /// Returns the number of channels of the track; may be 0.
+    /// [any, any thread, does not throw]
     virtual std::uint32_t GetNumberOfChannels() const = 0;
 
     /// Returns the track that the channels belong to.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const ITrack> GetTrack() const = 0;
 };
 

@@ -29,14 +29,17 @@ public:
     virtual ~ICheckInputReport();
 
     /// Returns the kind of error, a value of CheckInputErrorType; 0 when the input is accepted.
+    /// [any, any thread, does not throw]
     virtual std::int32_t GetErrorType() const = 0;
 
     /// Returns, for a track error, the content types of the tracks that are expected. Otherwise
     /// empty.
+    /// [any, any thread, does not throw]
     virtual const std::multiset<ContentType>& GetExpectedContentTypes() const = 0;
 
     /// Returns, for an encoding error, the encodings that would be accepted for each info
     /// identifier (IAudioInfo::GetId). Otherwise empty.
+    /// [any, any thread, does not throw]
     virtual const std::map<std::string, std::vector<std::shared_ptr<const IEncodingParameters>>>&
     GetAcceptedEncodings() const = 0;
 };

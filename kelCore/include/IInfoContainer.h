@@ -19,12 +19,15 @@ public:
     virtual ~IInfoContainer();
 
     /// Returns all infos in their order.
+    /// [any, any thread, does not throw]
     virtual std::vector<std::shared_ptr<const IInfo>> GetInfos() const = 0;
 
     /// Returns only the audio infos, in their order.
+    /// [any, any thread, does not throw]
     virtual std::vector<std::shared_ptr<const IAudioInfo>> GetAudioInfos() const = 0;
 
     /// Returns the packaging of the infos; empty when the container was made without one.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const = 0;
 };
 

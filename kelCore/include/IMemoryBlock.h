@@ -15,9 +15,11 @@ public:
     virtual ~IMemoryBlock();
 
     /// Returns the first byte, writable, valid as long as the block.
+    /// [any, one thread, does not throw]
     virtual std::uint8_t* GetData() = 0;
 
     /// Returns the number of bytes that may be used.
+    /// [any, any thread, does not throw]
     virtual std::uint32_t GetSize() const = 0;
 };
 

@@ -1,5 +1,5 @@
 /// Allocators of memory blocks, and their registration by name.
-/// Any thread may call these functions and the allocator of the framework.
+/// Any thread may call these functions and every allocator.
 #pragma once
 
 #include "Export.h"
@@ -22,6 +22,7 @@ public:
     virtual ~IMemoryBlockAllocator();
 
     /// Makes a block of at least @p bytes bytes, not cleared, shared with the caller.
+    /// [any, any thread]
     /// @throws KELRuntimeError when the system has no memory for it
     virtual std::shared_ptr<IMemoryBlock> Allocate(std::uint32_t bytes) = 0;
 };

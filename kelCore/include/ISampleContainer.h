@@ -21,6 +21,7 @@ public:
     virtual ~ISampleContainer();
 
     /// Returns the audio samples in their order.
+    /// [any, any thread, does not throw]
     /// @param info selects the samples of this object; empty for any
     /// @param track selects the samples whose info describes channels of this object; empty for any
     virtual std::vector<std::shared_ptr<const IAudioSample>>
@@ -28,6 +29,7 @@ public:
                     std::shared_ptr<const ITrack> track) const = 0;
 
     /// Returns the packaging of the samples; empty when the container was made without one.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const IPackagingInfo> GetPackagingInfo() const = 0;
 };
 

@@ -26,18 +26,22 @@ public:
     ~ISourceControl() override;
 
     /// Opens the medium.
+    /// [closed, one thread]
     /// @param path wide path, see ConvertWideStringToPlatformString
     /// @throws KELRuntimeError when the medium cannot be opened, or one is open already
     virtual void Open(const std::wstring& path) = 0;
 
     /// Sets the direction in which the medium is delivered.
+    /// [any, one thread]
     /// @throws KELRuntimeError if the source cannot deliver in that direction
     virtual void SetDirection(MediaSourceDirection direction) = 0;
 
     /// Returns the direction in which the medium is delivered.
+    /// [any, one thread, does not throw]
     virtual MediaSourceDirection GetDirection() const = 0;
 
     /// Moves the read position.
+    /// [open, one thread]
     /// @param time the new position, in the edit rate of the time limits of the source
     /// @param track the name of the track; sources with one track ignore it
     /// @return the position reached
@@ -45,29 +49,36 @@ public:
     virtual MediaTime GotoTimeOffset(const MediaTime& time, std::string track) = 0;
 
     /// Returns true while a medium is open.
+    /// [any, one thread, does not throw]
     virtual bool IsMediaOpen() const = 0;
 
     /// Returns the extent of the medium.
+    /// [open, one thread]
     /// @param track the name of the track; sources with one track ignore it
     /// @throws KELRuntimeError without an open medium
     virtual TimeLimits GetTimeLimits(std::string track) = 0;
 
     /// Returns the metadata of the medium.
+    /// [any, one thread, does not throw]
     virtual std::vector<std::shared_ptr<const IMetadata>> GetMetadatas() const = 0;
 
     /// Returns true when the medium may still become longer.
+    /// [any, one thread, does not throw]
     virtual bool IsGrowing() const = 0;
 
     /// Returns the outputs that the medium offers; empty without an open medium.
+    /// [any, one thread, does not throw]
     virtual std::vector<std::shared_ptr<const IChannelInfo>> GetAvailableOutputs() const = 0;
 
     /// Selects the outputs that are delivered.
+    /// [open, one thread]
     /// @param outputs the outputs to deliver; empty for none
     /// @throws KELRuntimeError without an open medium
     virtual void
     ActivateOutputs(const std::vector<std::shared_ptr<const IChannelInfo>>& outputs) = 0;
 
     /// Returns the outputs that are delivered; empty without an open medium.
+    /// [any, one thread, does not throw]
     virtual std::vector<std::shared_ptr<const IChannelInfo>> GetActivatedOutputs() const = 0;
 };
 

@@ -19,12 +19,16 @@ public:
     virtual ~ITrack();
 
     /// Returns the content type of the track.
+    /// [any, any thread, does not throw]
     virtual ContentType GetContentType() const = 0;
     /// Returns the number of channels in the track; may be 0.
+    /// [any, any thread, does not throw]
     virtual std::uint32_t GetNumberOfChannels() const = 0;
     /// Returns the group that the track belongs to; empty when it was made without one.
+    /// [any, any thread, does not throw]
     virtual std::shared_ptr<const ITrackGroup> GetTrackGroup() const = 0;
     /// Returns the layout of the channels.
+    /// [any, any thread, does not throw]
     virtual TrackLayout GetLayout() const = 0;
 };
 

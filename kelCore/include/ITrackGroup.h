@@ -15,6 +15,7 @@ public:
     virtual ~ITrackGroup();
 
     /// Returns the name of the group as a narrow text, see PlatformString.h.
+    /// [any, any thread, does not throw]
     virtual const std::string& GetName() const = 0;
 };
 

@@ -27,6 +27,7 @@ public:
     /// once if several log; it may log itself. Every text is null-terminated and valid only during
     /// the call. The caller catches an exception and writes the record to standard error instead.
     ///
+    /// [any, any thread]
     /// @param level severity
     /// @param message the record's text
     /// @param context see GetCurrentContextString
@@ -35,6 +36,7 @@ public:
     /// @param reserved always ""
     /// @param threadId see GetThreadId
     /// @param time see GetCurrentTimeString
+    /// @throws std::exception or anything else when the record cannot be written
     virtual void Write(LogLevel level, const char* message, const char* context, const char* file,
                        const char* line, const char* reserved, const char* threadId,
                        const char* time) = 0;

@@ -43,62 +43,84 @@ struct ParameterDescription {
 };
 
 /// A schema of named parameters. Each add operation declares one more.
-/// @throws KELRuntimeError from every add operation when the name is empty or declared already
 class KEL_CORE_EXPORT IParametersCollectionPrototype {
 public:
     virtual ~IParametersCollectionPrototype();
 
     /// Declares a string without a default.
+    /// [any, one thread]
+    /// @throws KELRuntimeError when @p name is empty or declared already
     virtual void AddStringParameter(std::string_view name, std::string_view description) = 0;
 
     /// Declares a string with a default.
+    /// [any, one thread]
+    /// @throws KELRuntimeError when @p name is empty or declared already
     virtual void AddStringParameterWithDefault(std::string_view name, std::string_view defaultValue,
                                                std::string_view description) = 0;
 
     /// Declares an integer with a default.
+    /// [any, one thread]
+    /// @throws KELRuntimeError when @p name is empty or declared already
     virtual void AddIntegerParameter(std::string_view name, std::int32_t defaultValue,
                                      std::string_view description) = 0;
 
     /// Declares a parameter that holds the prototype of another collection.
+    /// [any, one thread]
+    /// @throws KELRuntimeError when @p name is empty or declared already
     virtual void AddCollectionParameter(std::string_view name, std::string_view description) = 0;
 
     /// Returns the parameters in the order of their declaration.
+    /// [any, any thread, does not throw]
     virtual std::vector<ParameterDescription> GetParameters() const = 0;
 };
 
 /// A set of values for the parameters of one prototype. A parameter that was never set has its
-/// default.
-/// @throws KELRuntimeError from every getter and setter when the name is not declared or is
-/// declared as another kind; the message has the name and both kinds
+/// default. The message of a refused name has the name and both kinds.
 class KEL_CORE_EXPORT IParametersCollectionInstance {
 public:
     virtual ~IParametersCollectionInstance();
 
     /// Sets an integer.
+    /// [any, one thread]
+    /// @throws KELRuntimeError when @p name is not declared, or as another kind
     virtual void SetIntegerValue(std::string_view name, std::int32_t value) = 0;
 
     /// Sets a string of any bytes.
+    /// [any, one thread]
+    /// @throws KELRuntimeError when @p name is not declared, or as another kind
     virtual void SetStringValue(std::string_view name, std::string_view value) = 0;
 
     /// Sets a string from wide text; it is stored as ConvertWideStringToPlatformString returns it.
-    /// @throws KELRuntimeError also when the text has no narrow form
+    /// [any, one thread]
+    /// @throws KELRuntimeError when @p name is not declared, or as another kind, and when the text
+    /// has no narrow form
     virtual void SetWideStringValue(std::string_view name, const std::wstring& value) = 0;
 
     /// Sets a collection, shared with the instance.
+    /// [any, one thread]
+    /// @throws KELRuntimeError when @p name is not declared, or as another kind
     virtual void
     SetCollectionValue(std::string_view name,
                        std::shared_ptr<const IParametersCollectionPrototype> value) = 0;
 
     /// Returns an integer.
+    /// [any, any thread]
+    /// @throws KELRuntimeError when @p name is not declared, or as another kind
     virtual std::int32_t GetIntegerValue(std::string_view name) const = 0;
 
     /// Returns a string.
+    /// [any, any thread]
+    /// @throws KELRuntimeError when @p name is not declared, or as another kind
     virtual std::string GetStringValue(std::string_view name) const = 0;
 
     /// Returns a string as wide text, as ConvertPlatformStringToWideString returns it.
+    /// [any, any thread]
+    /// @throws KELRuntimeError when @p name is not declared, or as another kind
     virtual std::wstring GetWideStringValue(std::string_view name) const = 0;
 
     /// Returns a collection; empty when it was never set.
+    /// [any, any thread]
+    /// @throws KELRuntimeError when @p name is not declared, or as another kind
     virtual std::shared_ptr<const IParametersCollectionPrototype>
     GetCollectionValue(std::string_view name) const = 0;
 };

@@ -29,7 +29,9 @@ public:
     /// @param symbol the function that the failure is about; empty for the whole library
     /// @param cause the message of the loader or of the function; may be empty
     PluginError(std::string path, std::string problem, std::string symbol, std::string cause);
+    /// Copies all texts.
     PluginError(const PluginError& other) = default;
+    /// Copies all texts.
     PluginError& operator=(const PluginError& other) = default;
     ~PluginError() override;
 
@@ -69,6 +71,7 @@ public:
     /// program or the core's library. A file is also refused for a directory or a link on the way
     /// to it that they can change.
     /// @param file its path; a relative one begins in the current directory
+    /// @param origin who chose it
     /// @throws PluginError with the reason
     explicit PluginLibrary(const std::string& file, PluginOrigin origin = PluginOrigin::Named);
 
@@ -101,6 +104,7 @@ public:
     /// exception, or when registrations of this path exist already; nothing is registered then
     explicit LoadedPlugin(PluginLibrary library);
     ~LoadedPlugin();
+    /// Takes over the library and its registrations; @p other then owns nothing.
     LoadedPlugin(LoadedPlugin&& other) noexcept = default;
     LoadedPlugin& operator=(LoadedPlugin&&) = delete;
     LoadedPlugin(const LoadedPlugin&) = delete;
@@ -115,8 +119,8 @@ private:
 
 /// A plug-in that FindPlugins has found.
 struct PluginFile {
-    std::string path; ///< absolute
-    PluginOrigin origin = PluginOrigin::Named;
+    std::string path;                          ///< absolute
+    PluginOrigin origin = PluginOrigin::Named; ///< who chose it
 };
 
 /// Result of FindPlugins.

@@ -13,8 +13,8 @@ namespace kel {
 
 /// Makes a writer for SetCurrentLoggerWriter that prints each record as one line and flushes it:
 /// "TIME LEVEL [THREAD] MESSAGE (FILE:LINE)", with " in CONTEXT" at the end if there is a context.
-/// Control characters, line separators and bytes that are not UTF-8 are printed as \n, \r, \t, \xHH
-/// or \uHHHH, so that a record is always one line and does nothing to a terminal.
+/// Control characters, line separators and bytes that are not UTF-8 are printed as `\n`, `\r`,
+/// `\t`, `\xHH` or `\uHHHH`, so that a record is always one line and does nothing to a terminal.
 ///
 /// The values of LogLevel are not in the order of their severity. The order here is Info,
 /// Milestone, Warning, Error. Records of other values are always printed.
