@@ -1,5 +1,6 @@
 /// Families of audio codecs.
 /// A plain value: any thread may use its own copy.
+/// @ingroup formats
 #pragma once
 
 #include <cstdint>

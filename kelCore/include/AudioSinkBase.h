@@ -5,6 +5,7 @@
 /// needs them. It may override any operation of IAudioSink and call the one of this class. The
 /// class is compiled into the plug-in, which therefore works with every kelCore of the same major
 /// version.
+/// @ingroup bases
 #pragma once
 
 #include "Checks.h"

@@ -5,6 +5,7 @@
 /// close the medium. It may override any operation of IAudioSource and call the one of this class.
 /// The class is compiled into the plug-in, which therefore works with every kelCore of the same
 /// major version.
+/// @ingroup bases
 #pragma once
 
 #include "Checks.h"

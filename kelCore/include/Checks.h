@@ -3,6 +3,7 @@
 ///
 /// The text of a check may be streamed: `"has " << n << " channels."`. The record has the file and
 /// the line of the check; the exception has only the message.
+/// @ingroup checks
 #pragma once
 
 #include "Export.h"

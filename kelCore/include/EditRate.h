@@ -1,5 +1,6 @@
 /// A rational rate in edit units per second, and the rates that video work uses most.
 /// A small value type: pass it by value; any thread may use its own copy.
+/// @ingroup time
 #pragma once
 
 #include "Checks.h"

@@ -1,5 +1,6 @@
 /// The parts that the bases of sources and sinks have in common: name, manifest, settings.
 /// One thread at a time, like the element. Header-only.
+/// @ingroup bases
 #pragma once
 
 #include "Checks.h"

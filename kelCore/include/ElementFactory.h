@@ -1,5 +1,6 @@
 /// Factories, which plug-ins register and hosts use to make elements.
 /// Immutable: any thread may use a factory as far as the function in it allows.
+/// @ingroup registration
 #pragma once
 
 #include "ElementFactoryType.h"

@@ -1,5 +1,6 @@
 /// Kinds of elements, and the interface of each kind.
 /// A plain value: any thread may use its own copy.
+/// @ingroup registration
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Codec parameters of an audio stream.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup formats
 #pragma once
 
 #include "ACodecFamily.h"

@@ -1,5 +1,6 @@
 /// Parameters of a linear PCM stream.
 /// One thread fills them; once shared as const, any number of threads may read them.
+/// @ingroup formats
 #pragma once
 
 #include "AudioPCMType.h"

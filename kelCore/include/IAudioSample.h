@@ -1,5 +1,6 @@
 /// A run of audio frames.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup memory
 #pragma once
 
 #include "Export.h"

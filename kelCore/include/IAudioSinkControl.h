@@ -1,5 +1,6 @@
 /// Control side of an audio sink.
 /// One thread at a time drives an element; it may be another thread at each call.
+/// @ingroup sinks
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// An audio source with both of its sides, as factories return it.
 /// One thread at a time drives an element; it may be another thread at each call.
+/// @ingroup sources
 #pragma once
 
 #include "Export.h"

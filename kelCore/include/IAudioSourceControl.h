@@ -1,5 +1,6 @@
 /// Control side of an audio source.
 /// One thread at a time drives an element; it may be another thread at each call.
+/// @ingroup sources
 #pragma once
 
 #include "Export.h"

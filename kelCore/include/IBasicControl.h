@@ -1,5 +1,6 @@
 /// Operations on the control side of every element.
 /// One thread at a time drives an element; it may be another thread at each call.
+/// @ingroup elements
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// A buffer of bytes.
 /// One thread fills it; once it is part of a sample, any number of threads may read it.
+/// @ingroup memory
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// The channels of an audio stream.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup streams
 #pragma once
 
 #include "Export.h"

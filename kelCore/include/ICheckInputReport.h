@@ -1,5 +1,6 @@
 /// Result of the check of an input by a sink.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup sinks
 #pragma once
 
 #include "ContentType.h"

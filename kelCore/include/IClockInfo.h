@@ -1,5 +1,6 @@
 /// Description of a clock.
 /// The application defines it, and with it the threads that may use it.
+/// @ingroup streams
 #pragma once
 
 #include "Export.h"

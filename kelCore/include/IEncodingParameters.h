@@ -1,5 +1,6 @@
 /// Base of all descriptions of encodings.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup formats
 #pragma once
 
 #include "Export.h"

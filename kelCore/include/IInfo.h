@@ -1,5 +1,6 @@
 /// Base of all descriptions of media.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup streams
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Provider of the samples that a sink pulls.
 /// The host defines it, and with it the threads that may use it.
+/// @ingroup sinks
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Data side of a media sink: configuration, input, samples.
 /// One thread at a time drives an element; it may be another thread at each call.
+/// @ingroup sinks
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Data side of a media source: configuration, description, samples.
 /// One thread at a time drives an element; it may be another thread at each call.
+/// @ingroup sources
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// A block of memory.
 /// One thread at a time writes its bytes; any thread may release it.
+/// @ingroup memory
 #pragma once
 
 #include "Export.h"

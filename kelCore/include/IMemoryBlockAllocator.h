@@ -1,5 +1,6 @@
 /// Allocators of memory blocks, and their registration by name.
 /// Any thread may call these functions and every allocator.
+/// @ingroup memory
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Receiver of the samples that a source pushes.
 /// The host defines it, and with it the threads that may use it.
+/// @ingroup sources
 #pragma once
 
 #include "Export.h"

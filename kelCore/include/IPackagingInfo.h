@@ -1,5 +1,6 @@
 /// Packaging of media.
 /// The application defines it, and with it the threads that may use it.
+/// @ingroup streams
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Base of all units of media.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup memory
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// A set of samples, the unit of transfer from a source to a sink.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup memory
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Control side of a media source: opening, positions, outputs.
 /// One thread at a time drives an element; it may be another thread at each call.
+/// @ingroup sources
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// A step of a workflow.
 /// The application defines it, and with it the threads that may use it.
+/// @ingroup making
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// A track of a medium.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup streams
 #pragma once
 
 #include "ContentType.h"

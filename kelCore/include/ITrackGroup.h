@@ -1,5 +1,6 @@
 /// A named group of tracks.
 /// Immutable once shared as const: any number of threads may read it.
+/// @ingroup streams
 #pragma once
 
 #include "Export.h"

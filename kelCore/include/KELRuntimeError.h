@@ -1,5 +1,6 @@
 /// The exception type of the framework and its elements.
 /// A value like every exception: the thread that catches it owns it.
+/// @ingroup checks
 #pragma once
 
 #include "Export.h"

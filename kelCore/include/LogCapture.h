@@ -1,5 +1,6 @@
 /// Log records, stored for the assertions of a test.
 /// Any thread may log; one thread installs and removes a capture.
+/// @ingroup logging
 #pragma once
 
 #include "LogLevel.h"

@@ -1,5 +1,6 @@
 /// Severity of a log record.
 /// A plain value: any thread may use its own copy.
+/// @ingroup logging
 #pragma once
 
 #include "Export.h"

@@ -3,6 +3,7 @@
 ///
 /// Every record goes to the current logger writer, or to standard error without one. Writing a
 /// record never throws.
+/// @ingroup logging
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Opening of any audio file by the first registered source that reads it.
 /// Any thread may call the function; the source is then driven by one thread at a time.
+/// @ingroup making
 #pragma once
 
 #include "ElementFactoryType.h"

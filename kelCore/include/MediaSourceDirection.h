@@ -1,5 +1,6 @@
 /// Directions in which a source is read.
 /// A plain value: any thread may use its own copy.
+/// @ingroup sources
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 /// A position on a timeline.
 /// A small value type: any thread may use its own copy.
+/// @ingroup time
 #pragma once
 
 #include "EditRate.h"

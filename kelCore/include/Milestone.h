@@ -1,5 +1,6 @@
 /// Milestones: operations whose start should be visible in the log.
 /// Any thread may call the function; a handle has no state.
+/// @ingroup logging
 #pragma once
 
 #include "Export.h"

@@ -1,5 +1,6 @@
 /// Byte order of PCM samples.
 /// A plain value: any thread may use its own copy.
+/// @ingroup formats
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 /// The format of interleaved PCM frames as one value.
 /// A small value type: any thread may use its own copy. Header-only.
+/// @ingroup formats
 #pragma once
 
 #include "ACodecFamily.h"

@@ -1,5 +1,6 @@
 /// Combinations of the channels of a PCM stream.
 /// A plain value: any thread may use its own copy.
+/// @ingroup formats
 #pragma once
 
 #include <cstdint>

@@ -2,6 +2,7 @@
 /// One thread fills a prototype or an instance; once shared as const, any number may read it.
 ///
 /// Names are compared exactly.
+/// @ingroup settings
 #pragma once
 
 #include "Export.h"

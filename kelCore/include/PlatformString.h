@@ -4,6 +4,7 @@
 /// The narrow form is UTF-8 (RFC 3629) in every locale. A Linux file name is any bytes but NUL and
 /// "/", so bytes that are not UTF-8 are kept: each is one code point of U+DC80 to U+DCFF in wide
 /// text, which no UTF-8 text can contain. The conversion to wide text and back restores every byte.
+/// @ingroup library
 #pragma once
 
 #include "Export.h"

@@ -4,6 +4,7 @@
 ///
 /// Nothing here is logged: a host loads plug-ins before its user needs a log, and decides itself
 /// what to do about a plug-in that is missing.
+/// @ingroup plugins
 #pragma once
 
 #include "Export.h"

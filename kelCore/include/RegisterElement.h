@@ -1,5 +1,6 @@
 /// Registration of an element in one call, for the entry points of plug-ins.
 /// Any thread may call the function. Header-only.
+/// @ingroup registration
 #pragma once
 
 #include "ElementFactory.h"

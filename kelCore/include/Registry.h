@@ -1,5 +1,6 @@
 /// The registry of element factories, one in each process.
 /// Any thread may call all functions at any time.
+/// @ingroup making
 #pragma once
 
 #include "ElementFactoryType.h"

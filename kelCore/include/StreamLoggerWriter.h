@@ -1,5 +1,6 @@
 /// A logger writer that prints records on a stream, one line for each.
 /// Any thread may call the function; the writer may be used by several threads at once.
+/// @ingroup logging
 #pragma once
 
 #include "Export.h"

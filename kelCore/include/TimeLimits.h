@@ -1,5 +1,6 @@
 /// An interval on a timeline.
 /// A small value type: any thread may use its own copy.
+/// @ingroup time
 #pragma once
 
 #include "MediaTime.h"

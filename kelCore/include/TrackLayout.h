@@ -1,5 +1,6 @@
 /// Layouts of tracks.
 /// A plain value: any thread may use its own copy.
+/// @ingroup streams
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 /// The version of the framework: of these headers, and of the loaded library.
 /// Constants and a pure function: any thread may use them.
+/// @ingroup library
 #pragma once
 
 #include "Export.h"

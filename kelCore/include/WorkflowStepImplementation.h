@@ -1,5 +1,6 @@
 /// Creation of elements by name.
 /// Any thread may call the function.
+/// @ingroup making
 #pragma once
 
 #include "Checks.h"

@@ -1,5 +1,6 @@
 /// Container formats of audio files, and their labels.
 /// Pure functions of their arguments: any thread may call them.
+/// @ingroup formats
 #pragma once
 
 #include "Export.h"

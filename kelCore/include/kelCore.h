@@ -1,5 +1,6 @@
 /// The whole public surface of kelCore.
 /// Each header documents its own threading.
+/// @ingroup library
 #pragma once
 
 #include "ACodecFamily.h"
