@@ -483,7 +483,6 @@ public:
         : m_context(context), m_random(context), m_sink(context) {
         const auto first = FindAccepted(context);
         m_sink.PrepareOpen();
-        m_hasPath = true;
         for (OfferedInput& input : AllInputs(context)) {
             (m_sink.Accepts(input) ? m_accepted : m_refused).push_back(std::move(input));
         }
@@ -639,7 +638,7 @@ private:
     std::vector<OfferedInput> m_accepted;
     std::vector<OfferedInput> m_refused;
     const OfferedInput* m_defined = nullptr;
-    bool m_hasPath = false;
+    bool m_hasPath = true;       // PrepareOpen
     std::int64_t m_position = 0; // of the next sample
     std::uint64_t m_names = 0;
 };

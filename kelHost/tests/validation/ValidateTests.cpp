@@ -9,11 +9,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <map>
 #include <set>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -140,6 +143,25 @@ TEST(Validate, ShowsOnlyFindingsAndTheirSeedWhenItIsQuiet) {
         "");
     ExpectResult(RunKelhost(directory, {"validate", "--quiet", plugin, "--check", "plugin.loads"}),
                  0, "", "");
+}
+
+TEST(Validate, ShowsEachResultAsSoonAsItsCheckHasEnded) {
+    const TemporaryDirectory directory;
+    const TemporaryDirectory temporary;
+    WriteFile(directory / "lines", "");
+    Command command =
+        Kelhost(directory, {"validate", Broken(directory, "hangs"), "--check", "source.opens",
+                            "--check", "source.seek-outside", "--timeout", "10"});
+    command.environment["TMPDIR"] = temporary.Path().string();
+    command.standardOutput = directory / "lines";
+    RunningProcess process(command);
+    while (ReadFile(directory / "lines").empty() && !process.HasEnded()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    process.Signal(SIGTERM);
+    ExpectResult(process.Wait(), 143, "", "kelhost: interrupted; no unfinished output is left\n");
+    EXPECT_EQ(WithoutCosts(ReadFile(directory / "lines")),
+              "passed  source.opens         test.Tone:WAVE 0 ms 0 MiB\n");
 }
 
 TEST(Validate, NeedsAFile) {
