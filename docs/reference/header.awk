@@ -16,7 +16,9 @@ NR == 1 { print "/// @file" }
 
 begun && /^$/ && !isOpen { $0 = open_group() }
 
-{ sub(/^ *\/\/\/ \[(closed|open|any), .*\]$/, "&(@ref tags)"); print }
+/^ *\/\/\/ \[(closed|open|any), .*\]$/ { sub(/\[.*/, "@ref tags \"&\"") }
+
+{ print }
 
 END { print close_group() }
 
