@@ -3,8 +3,8 @@
 ///
 /// A derived class implements WriteFrames, and AdaptFormat, BeginInput and FinishInput as far as it
 /// needs them. It may override any operation of IAudioSink and call the one of this class. The
-/// class is compiled into the plug-in, which therefore works with every kelCore of the same major
-/// version.
+/// class is compiled into the plug-in, which therefore works with every later kelCore of the same
+/// major version.
 /// @ingroup bases
 #pragma once
 

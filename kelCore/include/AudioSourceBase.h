@@ -3,8 +3,8 @@
 ///
 /// A derived class implements OpenMedium and ReadFrames, and CloseMedium if its members do not
 /// close the medium. It may override any operation of IAudioSource and call the one of this class.
-/// The class is compiled into the plug-in, which therefore works with every kelCore of the same
-/// major version.
+/// The class is compiled into the plug-in, which therefore works with every later kelCore of the
+/// same major version.
 /// @ingroup bases
 #pragma once
 
