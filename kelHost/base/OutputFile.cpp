@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -21,9 +20,9 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <random>
 #include <string>
 #include <string_view>
-#include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -173,11 +172,10 @@ bool ReportsNoLoss(int file) {
 // Returns six characters that no other process can know before.
 std::string RandomCharacters() {
     constexpr std::string_view kCharacters = "abcdefghijklmnopqrstuvwxyz012345";
-    std::array<unsigned char, 6> bytes{};
-    static_cast<void>(getrandom(bytes.data(), bytes.size(), 0));
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        text += kCharacters[byte % kCharacters.size()];
+    std::random_device device;
+    std::string text(6, ' ');
+    for (char& character : text) {
+        character = kCharacters[device() % kCharacters.size()];
     }
     return text;
 }
