@@ -112,6 +112,8 @@ TEST(FileNames, MayNotBeEmpty) {
                  "kelhost: the name of a file is empty\n");
     ExpectResult(RunKelhost(directory, {"copy", "", "copy.wav"}), 1, "",
                  "kelhost: the name of a file is empty\n");
+    ExpectResult(RunKelhost(directory, {"validate", ""}), 2, "",
+                 "kelhost: invalid value \"\" for PLUGIN: expected the name of a file\n");
     EXPECT_EQ(RunKelhost(directory, {"copy", "take.wav", ""}).status, 2);
     EXPECT_EQ(RunKelhost(directory, {"copy", "--format", "wave", "take.wav", ""}).status, 1);
     EXPECT_EQ(SortedNames(directory), Names{"take.wav"});
