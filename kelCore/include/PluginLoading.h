@@ -16,7 +16,7 @@
 
 namespace kel {
 
-/// Who chose a plug-in.
+/// The origin of a plug-in.
 enum class PluginOrigin {
     Named,    ///< the user, by its name or its directory
     Installed ///< it is next to the core's library, or in a directory of the host

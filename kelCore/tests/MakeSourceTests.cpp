@@ -19,7 +19,7 @@ namespace {
 
 using Outputs = std::vector<std::shared_ptr<const IChannelInfo>>;
 
-// What a source does with the file that its settings, or a call of Open, name.
+// Behaviour of a source with the file that its settings, or a call of Open, name.
 struct Behaviour {
     std::function<void(const std::string& path)> open = [](const std::string& /*path*/) {
     };

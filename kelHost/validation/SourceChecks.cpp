@@ -165,7 +165,7 @@ public:
         return Position(Sum(Sum(m_limits.duration, 1), frames));
     }
 
-    // Where frames cannot be counted, a source may refuse a position or reach another one.
+    // A source whose frames cannot be counted may refuse a position or reach another one.
     void Seek(std::int64_t frame) const {
         const MediaTime position = Position(frame);
         const std::string what = fmt::format("GotoTimeOffset to frame {}", frame);
@@ -700,7 +700,7 @@ private:
 
     void SeekBeyond() { RefuseToSeek(m_source.PositionBeyond(RandomFrame()), "after the end"); }
 
-    // Where positions cannot be predicted, an open source may accept one.
+    // An open source may accept one if its positions cannot be predicted.
     void RefuseToSeek(const MediaTime& position, const char* where) {
         const std::string what = fmt::format("GotoTimeOffset {}", where);
         const auto seek = [&] {
