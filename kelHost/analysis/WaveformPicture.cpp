@@ -1,6 +1,7 @@
 #include "analysis/WaveformPicture.h"
 
 #include "analysis/TimeAxis.h"
+#include "base/DisplayWidth.h"
 #include "base/Errors.h"
 #include "base/LoadedLibrary.h"
 #include "base/Text.h"

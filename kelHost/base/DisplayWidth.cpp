@@ -48,12 +48,14 @@ std::string Dots(std::size_t maxWidth) {
 } // namespace
 
 std::size_t DisplayWidth(const std::string& text) {
-    return WidthOf(ConvertPlatformStringToWideString(text));
+    const bool isPlain =
+        std::all_of(text.begin(), text.end(), [](char byte) { return byte >= ' ' && byte <= '~'; });
+    // Nearly all texts are plain, and a table has thousands.
+    return isPlain ? text.size() : WidthOf(ConvertPlatformStringToWideString(text));
 }
 
-std::string Pad(const std::string& text, std::size_t width, Align align) {
-    const std::string spaces(width - std::min(width, DisplayWidth(text)), ' ');
-    return align == Align::Right ? spaces + text : text + spaces;
+std::string Pad(const std::string& text, std::size_t width) {
+    return text + std::string(width - std::min(width, DisplayWidth(text)), ' ');
 }
 
 std::string KeepBeginning(const std::string& text, std::size_t maxWidth) {

@@ -8,14 +8,11 @@
 
 namespace kel::host {
 
-/// Alignment within a width.
-enum class Align { Left, Right };
-
 /// Returns the number of columns that a text occupies.
 std::size_t DisplayWidth(const std::string& text);
 
-/// Returns a text with spaces up to a width. A wider text is unchanged.
-std::string Pad(const std::string& text, std::size_t width, Align align = Align::Left);
+/// Returns a text followed by spaces up to a width. A wider text is unchanged.
+std::string Pad(const std::string& text, std::size_t width);
 
 /// Shortens a text to at most so many columns. Dots replace its end.
 std::string KeepBeginning(const std::string& text, std::size_t maxWidth);

@@ -1,5 +1,7 @@
 #include "base/Text.h"
 
+#include "base/DisplayWidth.h"
+
 #include <PlatformString.h>
 
 #include <fmt/format.h>
@@ -168,13 +170,16 @@ std::string FormatTable(const std::vector<Column>& columns,
 
     std::string table;
     const auto appendRow = [&](const std::vector<std::string>& row) {
-        std::string line;
         for (std::size_t i = 0; i < columns.size(); ++i) {
-            line += i == 0 ? "" : "  ";
-            line += Pad(row[i], widths[i], columns[i].align);
+            const std::size_t padding = widths[i] - DisplayWidth(row[i]);
+            const bool isRight = columns[i].align == Align::Right;
+            table += i == 0 ? "" : "  ";
+            table.append(isRight ? padding : 0, ' ');
+            table += row[i];
+            table.append(isRight ? 0 : padding, ' ');
         }
-        line.erase(line.find_last_not_of(' ') + 1);
-        table += line + "\n";
+        table.erase(table.find_last_not_of(' ') + 1);
+        table += '\n';
     };
     appendRow(titles);
     for (const auto& row : rows) {

@@ -1,8 +1,6 @@
 /// Text for people: escaped file names, counts, durations, tables. Pure functions.
 #pragma once
 
-#include "base/DisplayWidth.h"
-
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -43,6 +41,9 @@ std::string FormatDuration(std::int64_t frames, std::uint32_t rate);
 /// Returns a duration as h:mm:ss.
 /// @param seconds not negative
 std::string FormatSeconds(std::int64_t seconds);
+
+/// Alignment of the cells of a column.
+enum class Align { Left, Right };
 
 /// One column of a table.
 struct Column {

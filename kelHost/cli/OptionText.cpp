@@ -1,5 +1,6 @@
 #include "cli/OptionText.h"
 
+#include "base/DisplayWidth.h"
 #include "base/Text.h"
 #include "commands/Command.h"
 

@@ -1,6 +1,7 @@
 #include "commands/InfoDetails.h"
 
 #include "analysis/MetadataDocument.h"
+#include "base/DisplayWidth.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>

@@ -4,9 +4,9 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -78,9 +78,10 @@ std::vector<Column> Columns(const InfoRequest& request) {
 
 std::vector<std::string> SplitCells(const std::string& row) {
     std::vector<std::string> cells;
-    std::istringstream stream(row);
-    for (std::string cell; std::getline(stream, cell, kCellEnd);) {
-        cells.push_back(cell);
+    std::size_t begin = 0;
+    for (std::size_t end = 0; (end = row.find(kCellEnd, begin)) != std::string::npos;) {
+        cells.push_back(row.substr(begin, end - begin));
+        begin = end + 1;
     }
     return cells;
 }

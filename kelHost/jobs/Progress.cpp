@@ -1,5 +1,6 @@
 #include "jobs/Progress.h"
 
+#include "base/DisplayWidth.h"
 #include "base/JSONDocument.h"
 #include "base/Text.h"
 #include "jobs/Job.h"

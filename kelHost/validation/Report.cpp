@@ -1,5 +1,6 @@
 #include "validation/Report.h"
 
+#include "base/DisplayWidth.h"
 #include "base/Text.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,6 @@
 #include "validation/Validator.h"
 
+#include "base/DisplayWidth.h"
 #include "base/Text.h"
 
 #include <algorithm>

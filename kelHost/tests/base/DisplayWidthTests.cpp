@@ -69,9 +69,9 @@ TEST(DisplayWidth, IsTheSumOfTheCharacters) {
     EXPECT_EQ(DisplayWidth("\xE9\x8C\xB2\xE9\x9F\xB3.wav"), 8U);
 }
 
-TEST(DisplayWidthPad, AddsSpacesOnTheSideThatIsFree) {
+TEST(DisplayWidthPad, AddsSpacesUpToTheWidth) {
     EXPECT_EQ(Pad("\xE9\x8C\xB2", 4), "\xE9\x8C\xB2  ");
-    EXPECT_EQ(Pad("a\xCC\x88", 3, Align::Right), "  a\xCC\x88");
+    EXPECT_EQ(Pad("a\xCC\x88", 3), "a\xCC\x88  ");
     EXPECT_EQ(Pad("take", 3), "take");
 }
 
