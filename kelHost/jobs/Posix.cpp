@@ -14,6 +14,8 @@
 #include <fcntl.h>
 #include <optional>
 #include <string>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/types.h>
@@ -74,6 +76,23 @@ Pipe MakePipe() {
     return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
+bool HasUnreadBytes(const Descriptor& end) {
+    int bytes = 0;
+    return ioctl(end.Number(), FIONREAD, &bytes) == 0 && bytes > 0;
+}
+
+void UnmapMemory::operator()(void* memory) const {
+    munmap(memory, bytes);
+}
+
+SharedMemory MakeSharedMemory(std::size_t bytes) {
+    void* memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) {
+        FailToStart(errno);
+    }
+    return {memory, UnmapMemory{bytes}};
+}
+
 pid_t ForkChild() {
     const pid_t parent = getpid();
     const pid_t process = fork();
@@ -125,22 +144,6 @@ bool WriteAll(int descriptor, const void* data, std::size_t size) {
         }
         bytes += written;
         size -= static_cast<std::size_t>(written);
-    }
-    return true;
-}
-
-bool ReadAll(int descriptor, void* data, std::size_t size) {
-    auto* bytes = static_cast<char*>(data);
-    while (size > 0) {
-        const ssize_t count = read(descriptor, bytes, size);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            return false;
-        }
-        bytes += count;
-        size -= static_cast<std::size_t>(count);
     }
     return true;
 }

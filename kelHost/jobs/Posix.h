@@ -1,4 +1,4 @@
-/// Pipes, child processes and signals. Used by one thread.
+/// Pipes, shared memory, child processes and signals. Used by one thread.
 #pragma once
 
 #include "base/Descriptor.h"
@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -27,6 +28,22 @@ struct Pipe {
 /// @throws JobError when the system has none left
 Pipe MakePipe();
 
+/// Returns true when a pipe, of which this is one of the ends, holds bytes that were not read.
+bool HasUnreadBytes(const Descriptor& end);
+
+/// Returns memory to the system.
+struct UnmapMemory {
+    std::size_t bytes = 0;
+    void operator()(void* memory) const;
+};
+
+/// Memory that processes forked later share with this one.
+using SharedMemory = std::unique_ptr<void, UnmapMemory>;
+
+/// Creates shared memory that consists of zeros.
+/// @throws JobError when the system has none left
+SharedMemory MakeSharedMemory(std::size_t bytes);
+
 /// Forks a child process, which the system kills when this process ends.
 /// @return the child's number; 0 in the child
 /// @throws JobError when the system cannot start one
@@ -44,9 +61,6 @@ int KillChild(pid_t process);
 
 /// Writes all bytes. Returns false, and errno has the reason, when that fails.
 bool WriteAll(int descriptor, const void* data, std::size_t size);
-
-/// Reads so many bytes. Returns false when that fails or there are fewer.
-bool ReadAll(int descriptor, void* data, std::size_t size);
 
 /// Reports that a process cannot be started.
 /// @param error the system's error number

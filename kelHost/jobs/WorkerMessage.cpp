@@ -22,7 +22,7 @@ constexpr std::uint32_t kMark = 0x4B656C1D;
 constexpr std::uint32_t kMaxContent = 256U << 20U;
 
 constexpr std::size_t kHeader = 2 * sizeof(std::uint32_t);     // the mark and the size
-constexpr std::size_t kMinContent = sizeof(std::uint32_t) + 1; // the job and the kind
+constexpr std::size_t kMinContent = sizeof(std::uint32_t) + 2; // the job, the kind, hasPrinted
 
 constexpr std::array<std::size_t, 5> kFields{3, 1, 3, 3, 3}; // of each kind
 
@@ -60,8 +60,8 @@ void RequireFieldsOf(const WorkerMessage& message) {
 
 } // namespace
 
-// The mark, the size of what follows, the number of the job, the kind, and each field after its
-// size.
+// The mark, the size of what follows, the number of the job, the kind, whether something was
+// printed, and each field after its size.
 std::string Encode(const WorkerMessage& message) {
     std::size_t size = kMinContent;
     for (const std::string& field : message.fields) {
@@ -73,6 +73,7 @@ std::string Encode(const WorkerMessage& message) {
     AppendNumber(bytes, size);
     AppendNumber(bytes, message.job);
     bytes += static_cast<char>(message.kind);
+    bytes += static_cast<char>(message.hasPrinted ? 1 : 0);
     for (const std::string& field : message.fields) {
         AppendNumber(bytes, field.size());
         bytes += field;
@@ -98,6 +99,7 @@ std::optional<WorkerMessage> TakeMessage(std::string& received) {
     const auto kind = static_cast<unsigned char>(received[place++]);
     Require(kind < kFields.size());
     message.kind = static_cast<WorkerMessage::Kind>(kind);
+    message.hasPrinted = received[place++] != 0;
     while (place < end) {
         const std::uint32_t length = TakeNumber(received, place, end);
         Require(end - place >= length);

@@ -23,6 +23,7 @@ struct WorkerMessage {
     Kind kind = Kind::Progress;
     std::uint32_t job = 0;
     std::vector<std::string> fields;
+    bool hasPrinted = false; ///< the host has not read all that was printed before
 };
 
 /// The bytes are not those of a message.

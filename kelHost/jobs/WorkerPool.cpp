@@ -5,6 +5,7 @@
 #include "base/Numbers.h"
 #include "base/OutputFile.h"
 #include "base/Text.h"
+#include "jobs/JobClaims.h"
 #include "jobs/Posix.h"
 #include "jobs/WorkerMessage.h"
 #include "jobs/WorkerProcess.h"
@@ -59,15 +60,15 @@ private:
 };
 
 struct Worker {
+    std::uint32_t number = 0; // from 1, another one for each worker
     pid_t process = -1;
-    Descriptor commands;
     Descriptor messages;
     Descriptor printed;
     WorkerState state;
     std::string received; // the beginning of a message
     std::string line;     // the beginning of a printed line
-    std::string failure;  // the reason why the host cannot work with it; "" for none
-    std::optional<std::size_t> job;
+    std::size_t lineJob = 0;
+    std::string failure; // the reason why the host cannot work with it; "" for none
     // As the host saw them last.
     bool isStopped = false;
     std::uint32_t openings = 0;
@@ -119,7 +120,8 @@ template <typename Work>
 class WorkerPool {
 public:
     WorkerPool(const std::vector<Job>& jobs, const WorkerOptions& options, JobObserver& observer)
-        : m_jobs(jobs), m_options(options), m_observer(observer) {}
+        : m_jobs(jobs), m_options(options), m_observer(observer), m_claims(jobs.size()),
+          m_isFinished(jobs.size()) {}
 
     ~WorkerPool() {
         for (const Worker& worker : m_workers) {
@@ -153,7 +155,7 @@ private:
     // Does with fewer workers when the system cannot start all of them.
     void StartWorkers(std::size_t wanted) {
         try {
-            while (m_workers.size() < wanted && m_next < m_jobs.size()) {
+            while (m_workers.size() < wanted && m_claims.AreLeft()) {
                 Start();
             }
         } catch (const JobError&) {
@@ -165,7 +167,6 @@ private:
 
     void Start() {
         m_workers.reserve(m_workers.size() + 1); // nothing may fail once there is a process
-        Pipe commands = MakePipe();
         Pipe messages = MakePipe();
         Pipe printed = MakePipe();
         // A library that prints must not wait for the host, nor the host for a library.
@@ -173,59 +174,59 @@ private:
             fcntl(end->Number(), F_SETFL, O_NONBLOCK);
         }
         Worker worker;
+        worker.number = ++m_started;
         worker.process = ForkChild();
         if (worker.process == 0) {
             // It must not keep the host's ends of any pipe open.
             m_workers.clear();
-            commands.out = Descriptor();
             messages.in = Descriptor();
             printed.in = Descriptor();
-            RunWorker(m_jobs, m_options.progress,
-                      {std::move(commands.in), std::move(messages.out), std::move(printed.out)},
-                      worker.state);
+            RunWorker(
+                m_jobs, [&] { return m_claims.Take(worker.number); }, m_options.progress,
+                {std::move(messages.out), std::move(printed.out)}, worker.state);
         }
-        worker.commands = std::move(commands.out);
         worker.messages = std::move(messages.in);
         worker.printed = std::move(printed.in);
         m_workers.push_back(std::move(worker));
-        GiveJob(m_workers.back());
-        LoseIfBroken(m_workers.size() - 1);
     }
 
-    void GiveJob(Worker& worker) {
-        worker.job.reset();
-        worker.shownSeconds = 0;
-        if (m_next < m_jobs.size()) {
-            const auto number = static_cast<std::uint32_t>(m_next);
-            worker.job = m_next++;
-            if (!WriteAll(worker.commands.Number(), &number, sizeof number)) {
-                worker.failure = fmt::format("cannot send the job to a worker process: {}",
-                                             std::strerror(errno));
-            }
-        }
+    // The job that a worker does; none when it has reported the end of all that it has taken.
+    std::optional<std::size_t> JobOf(const Worker& worker) const {
+        const auto job = m_claims.LastOf(worker.number);
+        return job.has_value() && !m_isFinished[*job] ? job : std::nullopt;
     }
 
     void WaitForMessages() {
+        constexpr std::chrono::milliseconds kPause{1};
         std::vector<pollfd> polled{{m_signals.Number(), POLLIN, 0}};
         for (const Worker& worker : m_workers) {
+            polled.push_back({worker.printed.Number(), POLLIN, 0});
+        }
+        if (m_claims.AreLeft()) {
+            // Workers of short jobs go on meanwhile, instead of sharing a processor with the host
+            // after each. They wait only for lines that they have printed.
+            poll(polled.data(), polled.size(), kPause.count());
+        }
+        for (const Worker& worker : m_workers) {
             polled.push_back({worker.messages.Number(), POLLIN, 0});
-            // poll ignores a negative descriptor.
-            const bool prints = worker.job.has_value();
-            polled.push_back({prints ? worker.printed.Number() : -1, POLLIN, 0});
         }
         const Duration wait = std::max(m_nextWatch - m_clock.Now(), Duration{});
         const auto milliseconds =
             std::chrono::duration_cast<std::chrono::milliseconds>(wait).count() + 1;
         poll(polled.data(), polled.size(), static_cast<int>(milliseconds));
-        m_clock.Advance(wait);
+        m_clock.Advance(wait + kPause);
         if (polled.front().revents != 0) {
             m_signals.Check();
         }
         // Backwards, because a worker that has died is removed.
-        for (std::size_t i = m_workers.size(); i-- > 0;) {
-            if (polled[2 * i + 1].revents != 0) {
+        const std::size_t count = m_workers.size();
+        for (std::size_t i = count; i-- > 0;) {
+            const bool hasPrinted = polled[1 + i].revents != 0;
+            // The end of a job comes before lines of the next one.
+            if (polled[1 + count + i].revents != 0 ||
+                (hasPrinted && IsReadable(m_workers[i].messages))) {
                 Receive(i);
-            } else if (polled[2 * i + 2].revents != 0) {
+            } else if (hasPrinted) {
                 ReceivePrinted(m_workers[i]);
             }
         }
@@ -246,7 +247,6 @@ private:
                 fmt::format("cannot receive from a worker process: {}", std::strerror(errno));
         } else {
             worker.received.append(m_buffer.get(), static_cast<std::size_t>(count));
-            ReceivePrinted(worker); // it was printed before the messages were sent
             HandleReceived(worker);
         }
         LoseIfBroken(index);
@@ -259,8 +259,12 @@ private:
                 if (!message.has_value()) {
                     return;
                 }
-                if (!worker.job.has_value() || message->job != *worker.job) {
+                const std::size_t job = message->job;
+                if (!m_claims.IsOf(job, worker.number) || m_isFinished[job]) {
                     throw InvalidMessage();
+                }
+                if (message->hasPrinted) {
+                    ReceivePrinted(worker);
                 }
                 Handle(worker, *std::move(message));
             }
@@ -271,7 +275,7 @@ private:
     }
 
     void Handle(Worker& worker, WorkerMessage message) {
-        const std::size_t job = *worker.job;
+        const std::size_t job = message.job;
         std::vector<std::string>& fields = message.fields;
         switch (message.kind) {
         case Kind::Progress:
@@ -284,38 +288,49 @@ private:
             break;
         case Kind::Result:
         case Kind::Skipped:
-            EndLine(worker);
-            GiveJob(worker);
+            EndJob(worker, job);
             Finish(job, {true,
                          {std::move(fields[0]), std::move(fields[1]), std::move(fields[2]),
                           message.kind == Kind::Skipped},
                          {}});
             break;
         case Kind::Error:
-            EndLine(worker);
-            GiveJob(worker);
+            EndJob(worker, job);
             Finish(job, {false, {}, {fields[0], fields[1], fields[2]}});
             break;
         }
     }
 
-    // Receives what libraries have printed, of a worker that prints for ever only some.
+    // The worker may go on with the next job, or has already done so when nothing was printed.
+    void EndJob(Worker& worker, std::size_t job) {
+        if (worker.lineJob == job) {
+            EndLine(worker);
+        }
+        worker.shownSeconds = 0;
+        worker.state.NoteLinesRead();
+    }
+
+    // Receives what libraries have printed, of a worker that prints for ever only some. A worker
+    // that has printed something does not begin another job before that is read.
     void ReceivePrinted(Worker& worker) {
         constexpr int kMaxPieces = 16;
-        for (int i = 0; i < kMaxPieces && worker.job.has_value(); ++i) {
+        for (int i = 0; i < kMaxPieces && IsReadable(worker.printed); ++i) {
+            const std::size_t job = m_claims.LastOf(worker.number).value_or(0);
             const ssize_t count = read(worker.printed.Number(), m_buffer.get(), kBufferSize);
-            if (count <= 0) {
-                if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
-                    worker.printed = Descriptor(); // nothing more will come
-                }
-                return;
+            if (count > 0) {
+                AddPrinted(worker, job, {m_buffer.get(), static_cast<std::size_t>(count)});
+            } else if (count == 0 || (errno != EAGAIN && errno != EINTR)) {
+                worker.printed = Descriptor(); // nothing more will come
             }
-            AddPrinted(worker, {m_buffer.get(), static_cast<std::size_t>(count)});
         }
     }
 
-    void AddPrinted(Worker& worker, std::string_view bytes) {
+    void AddPrinted(Worker& worker, std::size_t job, std::string_view bytes) {
         constexpr std::size_t kMaxLine = 4096;
+        if (worker.lineJob != job) {
+            EndLine(worker);
+            worker.lineJob = job;
+        }
         for (const char byte : bytes) {
             if (byte == '\n' || worker.line.size() == kMaxLine) {
                 EndLine(worker);
@@ -329,8 +344,8 @@ private:
     // Reports the line that was printed last, as far as it goes. Empty lines are not worth one.
     void EndLine(Worker& worker) {
         const std::string line = std::exchange(worker.line, "");
-        if (!line.empty() && worker.job.has_value()) {
-            m_observer.OnPrinted(*worker.job, line);
+        if (!line.empty()) {
+            m_observer.OnPrinted(worker.lineJob, line);
         }
     }
 
@@ -363,7 +378,7 @@ private:
         const std::uint32_t reads = worker.state.Reads();
         const bool goesOn = openings != worker.openings || !worker.IsIdle() ||
                             (!worker.IsOpening() && reads != worker.reads);
-        worker.isStopped = isStopped && worker.job.has_value();
+        worker.isStopped = isStopped && JobOf(worker).has_value();
         worker.openings = openings;
         worker.reads = reads;
         if (goesOn) {
@@ -381,9 +396,10 @@ private:
     void ShowWait(Worker& worker) {
         const auto seconds =
             std::chrono::duration_cast<std::chrono::seconds>(WaitOf(worker)).count();
-        if (m_options.progress && worker.job.has_value() && seconds != worker.shownSeconds) {
+        const auto job = JobOf(worker);
+        if (m_options.progress && job.has_value() && seconds != worker.shownSeconds) {
             worker.shownSeconds = seconds;
-            m_observer.OnWaiting(*worker.job, seconds);
+            m_observer.OnWaiting(*job, seconds);
         }
     }
 
@@ -399,10 +415,13 @@ private:
             m_nextWatch = std::min(m_nextWatch, m_clock.Now() + limit - WaitOf(worker));
             return;
         }
-        if (IsReadable(worker.messages)) {
-            return; // it has gone on
+        worker.state.Hold();
+        const auto job = JobOf(worker);
+        if (IsReadable(worker.messages) || !job.has_value()) {
+            worker.state.Release(); // it has gone on
+            return;
         }
-        const std::string file = isOpening ? worker.state.File() : m_jobs[*worker.job].file;
+        const std::string file = isOpening ? worker.state.File() : m_jobs[*job].file;
         const std::string message =
             isOpening ? fmt::format("cannot open the file within {} s; it is damaged, a pipe "
                                     "without a writer, or on a mount that does not respond "
@@ -440,7 +459,7 @@ private:
                         (endedItself ? "; it ended with " + DescribeTermination(status) : "")));
     }
 
-    // Forgets a worker that is gone, and fails its job.
+    // Forgets a worker that is gone, and fails the jobs whose end it has not reported.
     void Lose(std::size_t index, const std::exception& error) {
         std::vector<Worker> lost;
         lost.push_back(std::move(m_workers[index]));
@@ -449,8 +468,10 @@ private:
         ReceivePrinted(worker);
         EndLine(worker);
         RemoveLeftovers(lost);
-        if (worker.job.has_value()) {
-            Finish(*worker.job, {false, {}, DescribeError(error, m_jobs[*worker.job].file)});
+        for (std::size_t job = 0; job < m_jobs.size(); ++job) {
+            if (m_claims.IsOf(job, worker.number) && !m_isFinished[job]) {
+                Finish(job, {false, {}, DescribeError(error, m_jobs[job].file)});
+            }
         }
     }
 
@@ -458,12 +479,13 @@ private:
     // not respond would stop the host, too.
     void RemoveLeftovers(const std::vector<Worker>& workers) const {
         const auto leavesFiles = [this](const Worker& worker) {
-            return worker.job.has_value() && !m_jobs[*worker.job].outputDirectory.empty();
+            const auto job = JobOf(worker);
+            return job.has_value() && !m_jobs[*job].outputDirectory.empty();
         };
         const auto remove = [&] {
             for (const Worker& worker : workers) {
                 if (leavesFiles(worker)) {
-                    RemoveTemporaryFiles(m_jobs[*worker.job].outputDirectory, worker.process);
+                    RemoveTemporaryFiles(m_jobs[*JobOf(worker)].outputDirectory, worker.process);
                 }
             }
         };
@@ -486,11 +508,8 @@ private:
         }
     }
 
-    // Ends the workers when no job is left.
+    // Waits for the ends of the workers, which find no job left.
     void Dismiss() {
-        for (Worker& worker : m_workers) {
-            worker.commands = Descriptor();
-        }
         constexpr std::chrono::milliseconds kLimit{500};
         const Clock::time_point end = Clock::now() + kLimit;
         for (const Worker& worker : m_workers) {
@@ -504,6 +523,7 @@ private:
 
     void Finish(std::size_t job, const JobOutcome& outcome) {
         ++m_finished;
+        m_isFinished[job] = true;
         m_observer.OnFinished(job, outcome);
     }
 
@@ -518,8 +538,10 @@ private:
     std::vector<Worker> m_workers;
     AttentiveClock m_clock;
     Duration m_nextWatch{};
-    std::size_t m_next = 0;
-    std::size_t m_finished = 0;
+    JobClaims m_claims;
+    std::vector<bool> m_isFinished; // of each job
+    std::size_t m_finished = 0;     // number of them
+    std::uint32_t m_started = 0;    // number of workers, also of those that are gone
 };
 
 } // namespace

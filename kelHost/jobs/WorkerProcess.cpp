@@ -4,13 +4,18 @@
 #include "jobs/Posix.h"
 #include "jobs/WorkerMessage.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <functional>
 #include <mutex>
+#include <optional>
 #include <stdio_ext.h>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -25,8 +30,9 @@ using Kind = WorkerMessage::Kind;
 // Reports about one job to the host. The texts of messages are escaped for display.
 class PipeReporter final : public Reporter {
 public:
-    PipeReporter(int descriptor, std::uint32_t job, WorkerState& state, bool progress)
-        : m_descriptor(descriptor), m_job(job), m_state(state), m_wantsProgress(progress) {}
+    PipeReporter(const WorkerEnds& ends, std::size_t job, WorkerState& state, bool progress)
+        : m_ends(ends), m_job(static_cast<std::uint32_t>(job)), m_state(state),
+          m_wantsProgress(progress) {}
 
     void Opening(const std::string& file) override { m_state.BeginOpening(file); }
     void Opened() override { m_state.EndOpening(); }
@@ -49,17 +55,20 @@ public:
     void BeginReading() override { m_state.StepReading(); }
     void EndReading() override { m_state.StepReading(); }
 
-    // Any thread may send: a log record comes from the thread that logs.
-    void Send(Kind kind, std::vector<std::string> fields) {
-        const std::string bytes = Encode({kind, m_job, std::move(fields)});
+    // Any thread may send: a log record comes from the thread that logs. Returns true when the host
+    // has yet to read what was printed before.
+    bool Send(Kind kind, std::vector<std::string> fields) {
+        const bool hasPrinted = HasUnreadBytes(m_ends.printed);
+        const std::string bytes = Encode({kind, m_job, std::move(fields), hasPrinted});
         const std::lock_guard<std::mutex> lock(m_mutex); // a long message is not written at once
-        if (!WriteAll(m_descriptor, bytes.data(), bytes.size())) {
+        if (!WriteAll(m_ends.messages.Number(), bytes.data(), bytes.size())) {
             _exit(kFailure); // the host is gone
         }
+        return hasPrinted;
     }
 
 private:
-    int m_descriptor;
+    const WorkerEnds& m_ends;
     std::uint32_t m_job;
     WorkerState& m_state;
     bool m_wantsProgress;
@@ -92,10 +101,23 @@ Ending RunOne(const Job& job, Reporter& reporter) {
     }
 }
 
+// Waits until the next job may begin.
+void WaitForHost(const WorkerState& state, bool hasPrinted) {
+    constexpr std::chrono::microseconds kMinPause{20};
+    constexpr std::chrono::microseconds kMaxPause{10000};
+    // Lines that are read later would be those of the next job.
+    for (std::chrono::microseconds pause = kMinPause;
+         state.IsHeld() || (hasPrinted && !state.AreLinesRead());
+         pause = std::min(2 * pause, kMaxPause)) {
+        std::this_thread::sleep_for(pause);
+    }
+}
+
 } // namespace
 
-void RunWorker(const std::vector<Job>& jobs, bool progress, const WorkerEnds& ends,
-               WorkerState& state) {
+void RunWorker(const std::vector<Job>& jobs,
+               const std::function<std::optional<std::size_t>()>& take, bool progress,
+               const WorkerEnds& ends, WorkerState& state) {
     try {
         // The host's unwritten output belongs to the host.
         __fpurge(stdout);
@@ -104,14 +126,13 @@ void RunWorker(const std::vector<Job>& jobs, bool progress, const WorkerEnds& en
             dup2(ends.printed.Number(), STDERR_FILENO) < 0) {
             _exit(kFailure);
         }
-        std::uint32_t number = 0;
-        while (ReadAll(ends.commands.Number(), &number, sizeof number) && number < jobs.size()) {
-            PipeReporter reporter(ends.messages.Number(), number, state, progress);
-            Ending ending = RunOne(jobs[number], reporter);
+        while (const auto number = take()) {
+            state.BeginJob();
+            PipeReporter reporter(ends, *number, state, progress);
+            Ending ending = RunOne(jobs[*number], reporter);
             state.EndOpening();
-            // Afterwards the lines are those of the next job.
             static_cast<void>(std::fflush(stdout));
-            reporter.Send(ending.kind, std::move(ending.fields));
+            WaitForHost(state, reporter.Send(ending.kind, std::move(ending.fields)));
         }
     } catch (...) {
         // The host's own handlers must not run in its copy in this process.

@@ -5,22 +5,26 @@
 #include "jobs/Job.h"
 #include "jobs/WorkerState.h"
 
+#include <cstddef>
+#include <functional>
+#include <optional>
 #include <vector>
 
 namespace kel::host {
 
-/// The ends of the pipes that a worker uses.
+/// The worker's ends of the pipes to the host.
 struct WorkerEnds {
-    Descriptor commands; ///< the numbers of the jobs to do
     Descriptor messages; ///< receives the worker's messages
     Descriptor printed;  ///< receives what libraries print
 };
 
-/// Does the jobs whose numbers arrive until there are no more, and ends the process. Standard
-/// output and error are redirected, because only messages reach the user.
+/// Takes jobs and does them until none is left, and ends the process. Standard output and error are
+/// redirected, because only messages reach the user.
+/// @param take returns the number of the next job; none when none is left
 /// @param progress whether progress is reported
-/// @param state what the worker waits for
-[[noreturn]] void RunWorker(const std::vector<Job>& jobs, bool progress, const WorkerEnds& ends,
-                            WorkerState& state);
+/// @param state shared with the host
+[[noreturn]] void RunWorker(const std::vector<Job>& jobs,
+                            const std::function<std::optional<std::size_t>()>& take, bool progress,
+                            const WorkerEnds& ends, WorkerState& state);
 
 } // namespace kel::host

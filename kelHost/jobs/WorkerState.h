@@ -1,10 +1,11 @@
 /// The state of a worker that the host sees while the worker waits for its input.
 #pragma once
 
+#include "jobs/Posix.h"
+
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace kel::host {
@@ -32,6 +33,24 @@ public:
     /// A number that changes with each beginning and each end: odd while a file is being opened.
     std::uint32_t Openings() const { return m_memory->openings.load(std::memory_order_acquire); }
 
+    /// The worker begins a job.
+    void BeginJob() { m_memory->areLinesRead = false; }
+
+    /// The host has read what was printed before the job ended.
+    void NoteLinesRead() { m_memory->areLinesRead = true; }
+
+    /// True after NoteLinesRead in the present job.
+    bool AreLinesRead() const { return m_memory->areLinesRead; }
+
+    /// The host is about to end the worker, which must not begin another job any more.
+    void Hold() { m_memory->isHeld = true; }
+
+    /// The worker goes on after all.
+    void Release() { m_memory->isHeld = false; }
+
+    /// True between Hold and Release.
+    bool IsHeld() const { return m_memory->isHeld; }
+
     /// The file that was opened last; cut off where it is too long for the system.
     std::string File() const { return m_memory->file.data(); }
 
@@ -42,14 +61,13 @@ private:
     struct Memory {
         Count reads;
         Count openings;
+        std::atomic<bool> areLinesRead;
+        std::atomic<bool> isHeld;
         std::array<char, 4096> file; // ends with a zero
     };
 
-    struct Unmap {
-        void operator()(Memory* memory) const;
-    };
-
-    std::unique_ptr<Memory, Unmap> m_memory;
+    SharedMemory m_shared;
+    Memory* m_memory;
 };
 
 } // namespace kel::host

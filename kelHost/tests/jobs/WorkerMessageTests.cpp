@@ -36,7 +36,7 @@ constexpr const char* kInvalid = "the bytes are not a message of a worker";
 TEST(WorkerMessage, OfEachKindIsTakenOnceItIsComplete) {
     const std::vector<WorkerMessage> messages{
         {Kind::Progress, 0xFFFFFFFF, {"-1", "9223372036854775807", "4294967295"}},
-        {Kind::Show, 3, {std::string(300000, 'x')}},
+        {Kind::Show, 3, {std::string(300000, 'x')}, true},
         {Kind::Result, 4, {"", std::string("a\0b", 3), "report\n"}},
         {Kind::Skipped, 5, {"a", "b", "c"}},
         {Kind::Error, 6, {"file", "message", "path"}}};
@@ -54,6 +54,7 @@ TEST(WorkerMessage, OfEachKindIsTakenOnceItIsComplete) {
             EXPECT_EQ(message->kind, expected.kind);
             EXPECT_EQ(message->job, expected.job);
             EXPECT_EQ(message->fields, expected.fields);
+            EXPECT_EQ(message->hasPrinted, expected.hasPrinted);
             EXPECT_EQ(received, "");
         }
     }
@@ -63,17 +64,18 @@ TEST(WorkerMessage, OfEachKindIsTakenOnceItIsComplete) {
 TEST(WorkerMessage, IsRefusedWhenTheBytesAreSomethingElse) {
     EXPECT_EQ(OutcomeOf(Encode(kProgress)), "a message");
     EXPECT_EQ(OutcomeOf("terminate called"), kInvalid);
-    // The mark, the size, the job, the kind, and the size of the first field.
+    // The mark, the size, the job, the kind, a flag, and the size of the first field.
     EXPECT_EQ(OutcomeOf(Changed(0, 'x')), kInvalid);
     EXPECT_EQ(OutcomeOf(Changed(7, '\x7F')), kInvalid) << "2 GiB would be waited for";
     EXPECT_EQ(OutcomeOf(Changed(4, '\x04')), kInvalid) << "no kind";
-    EXPECT_EQ(OutcomeOf(Changed(4, '\x07')), kInvalid) << "half of a size";
+    EXPECT_EQ(OutcomeOf(Changed(4, '\x05')), kInvalid) << "no flag";
+    EXPECT_EQ(OutcomeOf(Changed(4, '\x08')), kInvalid) << "half of a size";
     EXPECT_EQ(OutcomeOf(Changed(12, '\x05')), kInvalid) << "no such kind";
     EXPECT_EQ(OutcomeOf(Changed(12, '\x80')), kInvalid) << "no such kind";
-    EXPECT_EQ(OutcomeOf(Changed(13, '\x7F')), kInvalid) << "a field beyond the end";
-    EXPECT_EQ(OutcomeOf(Changed(16, '\xFF')), kInvalid) << "a field far beyond the end";
+    EXPECT_EQ(OutcomeOf(Changed(14, '\x7F')), kInvalid) << "a field beyond the end";
+    EXPECT_EQ(OutcomeOf(Changed(17, '\xFF')), kInvalid) << "a field far beyond the end";
     std::string line = Encode({Kind::Show, 0, {"abc"}});
-    line.at(13) = '\x04';
+    line.at(14) = '\x04';
     EXPECT_EQ(OutcomeOf(line), kInvalid) << "the only field is one byte shorter than its size";
     EXPECT_EQ(OutcomeOf(line + line), kInvalid) << "the byte of the next message is not its own";
 }

@@ -112,23 +112,24 @@ std::string Lost(const std::string& file, const std::string& how) {
     return file + ": the worker process ended with " + how + "; the file or the plug-in is damaged";
 }
 
-// The worker's own ends of pipes to the host, or from it.
-std::vector<int> PipesOfWorker(int accessMode) {
-    std::vector<int> pipes;
-    for (int descriptor = 3; descriptor < 1000; ++descriptor) {
-        struct stat status {};
-        if (fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode) &&
-            (fcntl(descriptor, F_GETFL) & O_ACCMODE) == accessMode) {
-            pipes.push_back(descriptor);
-        }
-    }
-    return pipes;
+// True for the worker's end of the pipe for messages: not for that of the standard output, and not
+// for what the test inherited, which exec has left open.
+bool LeadsToHost(int descriptor) {
+    struct stat status {};
+    struct stat output {};
+    return fstat(descriptor, &status) == 0 && fstat(STDOUT_FILENO, &output) == 0 &&
+           S_ISFIFO(status.st_mode) && status.st_ino != output.st_ino &&
+           (fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_WRONLY &&
+           (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
 }
 
 // Writes to the host as a damaged plug-in may.
 void WriteToHost(const std::string& bytes) {
-    for (const int pipe : PipesOfWorker(O_WRONLY)) {
-        EXPECT_EQ(write(pipe, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    for (int descriptor = 3; descriptor < 1000; ++descriptor) {
+        if (LeadsToHost(descriptor)) {
+            EXPECT_EQ(write(descriptor, bytes.data(), bytes.size()),
+                      static_cast<ssize_t>(bytes.size()));
+        }
     }
 }
 
@@ -403,23 +404,6 @@ TEST_F(Workers, AreNotEndedForTimeInWhichTheHostIsStopped) {
               std::vector<std::string>{"result 1"});
 }
 
-TEST_F(Workers, ThatCannotBeSentAJobAreEnded) {
-    // The worker waits for ever for a job from another pipe.
-    const Work becomesDeaf = [](Reporter&) {
-        std::array<int, 2> other{};
-        for (const int pipe : PipesOfWorker(O_RDONLY)) {
-            EXPECT_EQ(pipe2(other.data(), O_CLOEXEC), 0);
-            EXPECT_EQ(dup2(other[0], pipe), pipe);
-        }
-        return json(1);
-    };
-    EXPECT_EQ(
-        OutcomesOf({MakeJob("a", becomesDeaf), MakeJob("b\n", kSucceed), MakeJob("c", kSucceed)},
-                   1),
-        (std::vector<std::string>{
-            "result 1", "b\\n: cannot send the job to a worker process: Broken pipe", "result 1"}));
-}
-
 TEST_F(Workers, ThatSendSomethingElseAreEnded) {
     struct Row {
         std::string name;
@@ -443,6 +427,32 @@ TEST_F(Workers, ThatSendSomethingElseAreEnded) {
                       "into a pipe of the host",
                       "result 1"}));
     }
+}
+
+TEST_F(Workers, ThatSendSomethingElseFailAllJobsThatTheyHaveNotReported) {
+    const TemporaryDirectory directory;
+    const Work writes = [](Reporter& reporter) {
+        reporter.Show("the host is busy");
+        WriteToHost("terminate called\n");
+        return json(1);
+    };
+    const Work isNext = [&](Reporter&) -> json {
+        WriteFile(directory / "next", "");
+        test::SleepForever();
+    };
+    const std::vector<Job> jobs{MakeJob("a", writes), MakeJob("b", isNext), MakeJob("c", kSucceed)};
+    Recorder recorder(jobs.size());
+    recorder.onShow = [&] {
+        while (directory.Names().empty()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    };
+    RunJobs(jobs, {1, kLong}, recorder);
+    const std::string failure =
+        "cannot understand a message of a worker process: the plug-in wrote "
+        "into a pipe of the host";
+    EXPECT_EQ(recorder.Outcomes(),
+              (std::vector<std::string>{"a: " + failure, "b: " + failure, "result 1"}));
 }
 
 TEST_F(Workers, ThatEndAreNoticedWhileTheirPipeStaysOpen) {
@@ -499,6 +509,25 @@ TEST_F(Workers, ReportWhatLibrariesPrint) {
                                    "1 printed: last words", "2 printed: unfinished"}));
     EXPECT_EQ(recorder.Outcomes(),
               (std::vector<std::string>{"result 1", Lost("b", "exit status 1"), "no"}));
+}
+
+TEST_F(Workers, ReportWhatLibrariesPrintWithTheJobThatTheyDo) {
+    constexpr std::size_t kJobs = 200;
+    std::vector<Job> jobs;
+    std::vector<std::string> expected;
+    for (std::size_t i = 0; i < kJobs; ++i) {
+        const std::string line = "line of " + std::to_string(i);
+        jobs.push_back(MakeJob("a", [line](Reporter&) {
+            std::fputs(line.c_str(), stderr);
+            return json(1);
+        }));
+        expected.push_back(std::to_string(i) + " printed: " + line);
+    }
+    Recorder recorder(jobs.size());
+    RunJobs(jobs, {3, kLong}, recorder);
+    std::sort(recorder.events.begin(), recorder.events.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(recorder.events, expected);
 }
 
 TEST_F(Workers, NeverWaitForTheHostToReadWhatLibrariesPrint) {

@@ -280,31 +280,23 @@ TEST(SystemFaultText, NamesTheLimitOfProcesses) {
 
 // A source that waits, so that its worker does not end by itself. Its log records are messages.
 TEST(SystemFaultInAPipe, EndsTheWorkerThatCannotBeReached) {
-    struct Row {
-        std::string call;
-        std::string error;
-    };
-    for (const Row& row :
-         {Row{"write", "cannot send the job to a worker process: Input/output error"},
-          Row{"read", "cannot receive from a worker process: Input/output error"}}) {
-        SCOPED_TRACE(row.call);
-        const Orphans orphans;
-        const TemporaryDirectory directory;
-        WriteFile(directory / "in.wav", "1000 2 48000 waits while reading\n");
-        Command command = Kelhost(directory, {"copy", "in.wav", "out.wav", "--verbose", "--plugin",
-                                              TestPlugin("kelFaultyElements")});
-        DisturbSystem(command);
-        command.environment["KEL_TEST_FAULTY_CALL"] = row.call;
-        command.environment["KEL_TEST_FAULTY_FILE"] = "pipe:";
-        command.environment["KEL_TEST_FAULTY_NUMBER"] = "1";
-        command.environment["KEL_TEST_FAULT_ERROR"] = std::to_string(EIO);
-        command.environment["KEL_TEST_FAULT_IN_PARENT"] = "1";
-        command.environment["KEL_TEST_WAITING"] = directory / "in.wav";
-        command.environment["KEL_TEST_GO_ON"] = directory / "never";
-        ExpectResult(RunCommand(command), 1, "", Error("in.wav", row.error));
-        EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
-        EXPECT_TRUE(Orphans::AreNone());
-    }
+    const Orphans orphans;
+    const TemporaryDirectory directory;
+    WriteFile(directory / "in.wav", "1000 2 48000 waits while reading\n");
+    Command command = Kelhost(directory, {"copy", "in.wav", "out.wav", "--verbose", "--plugin",
+                                          TestPlugin("kelFaultyElements")});
+    DisturbSystem(command);
+    command.environment["KEL_TEST_FAULTY_CALL"] = "read";
+    command.environment["KEL_TEST_FAULTY_FILE"] = "pipe:";
+    command.environment["KEL_TEST_FAULTY_NUMBER"] = "1";
+    command.environment["KEL_TEST_FAULT_ERROR"] = std::to_string(EIO);
+    command.environment["KEL_TEST_FAULT_IN_PARENT"] = "1";
+    command.environment["KEL_TEST_WAITING"] = directory / "in.wav";
+    command.environment["KEL_TEST_GO_ON"] = directory / "never";
+    ExpectResult(RunCommand(command), 1, "",
+                 Error("in.wav", "cannot receive from a worker process: Input/output error"));
+    EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
+    EXPECT_TRUE(Orphans::AreNone());
 }
 
 TEST(SystemFaultText, NamesTheLimitOfTheFileSize) {
