@@ -15,16 +15,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <sys/stat.h>
 
 namespace kel::host {
 
 namespace {
-
-std::uint64_t SizeOf(const std::string& file) {
-    struct stat status {};
-    return stat(file.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
-}
 
 std::optional<std::uint32_t> ChannelMask(const FileInfo& info) {
     const bool hasMask = info.format.has_value() && info.format->channelMask.value_or(0) != 0;
@@ -69,7 +63,7 @@ FileInfo ReadFileInfo(const FileName& named, const InfoRequest& request, const I
     info.rate = source.Rate();
     info.frames = source.Frames();
     info.delivery = DescribeDelivery(*source.Info());
-    info.bytes = SizeOf(file.path);
+    info.bytes = source.InputBytes();
     if (source.Header().has_value()) {
         info.truncated = source.Header()->truncation;
     }

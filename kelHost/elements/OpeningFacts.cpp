@@ -9,7 +9,7 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/eventfd.h>
-#include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 #include <vector>
 
@@ -47,23 +47,14 @@ std::string Describe(const OpeningFacts& facts) {
     return text;
 }
 
-OpenPositions::OpenPositions(const std::string& path) {
-    struct stat status {};
-    if (stat(path.c_str(), &status) == 0) {
-        m_bytes = static_cast<std::uint64_t>(status.st_size);
-        m_device = status.st_dev;
-        m_inode = status.st_ino;
-        m_free = FreeNumbers();
-    }
-}
+OpenPositions::OpenPositions(const FileState& file)
+    : m_file(file), m_free(file.Exists() ? FreeNumbers() : std::vector<int>()) {}
 
 std::vector<std::uint64_t> OpenPositions::New() const {
     std::vector<std::uint64_t> positions;
     for (const int descriptor : m_free) {
-        struct stat status {};
-        const bool isNew = fstat(descriptor, &status) == 0 && status.st_dev == m_device &&
-                           status.st_ino == m_inode;
-        const off_t position = isNew ? lseek(descriptor, 0, SEEK_CUR) : -1;
+        const off_t position =
+            FileState(descriptor).IsSameFileAs(m_file) ? lseek(descriptor, 0, SEEK_CUR) : -1;
         if (position >= 0) {
             positions.push_back(static_cast<std::uint64_t>(position));
         }

@@ -1,10 +1,11 @@
 /// Facts about a source that has just opened a file. One thread at a time.
 #pragma once
 
+#include "base/FileState.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <sys/types.h>
 #include <vector>
 
 namespace kel::host {
@@ -31,18 +32,16 @@ std::string Describe(const OpeningFacts& facts);
 class OpenPositions {
 public:
     /// Notes which descriptors the source may open: the system assigns the lowest free numbers.
-    explicit OpenPositions(const std::string& path);
+    explicit OpenPositions(const FileState& file);
 
-    /// Size of the file in bytes, when it was first looked at.
-    std::uint64_t FileBytes() const { return m_bytes; }
+    /// Size of the file in bytes, before it was opened.
+    std::uint64_t FileBytes() const { return m_file.Bytes(); }
 
     /// Returns the positions of the descriptors of the file that exist since then.
     std::vector<std::uint64_t> New() const;
 
 private:
-    std::uint64_t m_bytes = 0;
-    dev_t m_device = 0;
-    ino_t m_inode = 0;
+    FileState m_file;
     std::vector<int> m_free; // numbers that new descriptors may get
 };
 

@@ -102,7 +102,8 @@ SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
 
 void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
     if (m_repaired.has_value()) {
-        OpenSource({m_repaired->Path(), m_shownName}, std::nullopt); // with another block size
+        const FileName copy(m_repaired->Path(), m_shownName);
+        OpenSource(copy, FileState(copy.path), std::nullopt); // with another block size
         return;
     }
     m_path = file.path;
@@ -114,7 +115,7 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
         return;
     }
     try {
-        OpenSource(file, m_header.has_value() ? m_header->Layout() : std::nullopt);
+        OpenSource(file, *m_state, m_header.has_value() ? m_header->Layout() : std::nullopt);
     } catch (const JobError&) {
         throw;
     } catch (const std::bad_alloc&) {
@@ -160,7 +161,7 @@ void SourceReader::CountMPEGFrames(const FileName& file, const Repair& repair) {
         m_repaired = MakeCountedCopy(file, *stream, repair.directory, repair.run);
         const FileName copy(m_repaired->Path(), m_shownName);
         SetFilePath(*m_recipe.settings, copy.path);
-        OpenSource(copy, std::nullopt);
+        OpenSource(copy, FileState(copy.path), std::nullopt);
     }
     constexpr std::int64_t kDecoderDelay = 529;
     const std::int64_t omitted = stream->canDeclareFrames ? kDecoderDelay : 0;
@@ -185,25 +186,26 @@ void SourceReader::OpenRepaired(const FileName& file, const std::string& reason,
     const FileName copy(m_repaired->Path(), m_shownName);
     SetFilePath(*m_recipe.settings, copy.path);
     const auto header = ReadInputHeader(copy);
-    OpenSource(copy, header.has_value() ? header->Layout() : std::nullopt);
+    OpenSource(copy, FileState(copy.path), header.has_value() ? header->Layout() : std::nullopt);
 }
 
 // Libraries take parts of a header that they cannot read for zeros, and then report another length,
 // or samples at another offset. If the header declares what the source reports, all is well. In all
 // other cases a second source has to report the same.
-void SourceReader::OpenSource(const FileName& file, const std::optional<SampleLayout>& declared) {
-    const OpenPositions& before = m_positions.emplace(file.path);
+void SourceReader::OpenSource(const FileName& file, const FileState& state,
+                              const std::optional<SampleLayout>& declared) {
+    const OpenPositions& before = m_positions.emplace(state);
     Open();
     m_channelOrder = ReadChannelOrder(file, Channels());
     const OpeningFacts first = Facts(before);
     if (m_element->IsGrowing() || (declared.has_value() && first == FactsOf(*declared))) {
         return;
     }
-    const OpenPositions between(file.path);
+    const OpenPositions between{state};
     const SourceReader again(m_shownName, m_recipe, "");
     const OpeningFacts second = again.Facts(between);
     // A file that another program is still writing may differ.
-    const bool hasGrown = OpenPositions(file.path).FileBytes() != before.FileBytes();
+    const bool hasGrown = FileState(file.path).Bytes() != state.Bytes();
     if (!(first == second) && !hasGrown) {
         Release();
         throw JobError(m_shownName,

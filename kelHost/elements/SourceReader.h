@@ -73,6 +73,9 @@ public:
         return {m_repaired.has_value() ? m_repaired->Path() : m_path, m_shownName};
     }
 
+    /// Size of the input in bytes before it was opened; 0 for a source without a file.
+    std::uint64_t InputBytes() const { return m_state.has_value() ? m_state->Bytes() : 0; }
+
     /// Closes the file. Use it where a failure to close matters.
     void Release();
 
@@ -149,7 +152,8 @@ public:
 private:
     void Open();
     void OpenFile(const FileName& file, const Repair& repair);
-    void OpenSource(const FileName& file, const std::optional<SampleLayout>& declared);
+    void OpenSource(const FileName& file, const FileState& state,
+                    const std::optional<SampleLayout>& declared);
     void OpenRepaired(const FileName& file, const std::string& reason, const Repair& repair);
     void CountMPEGFrames(const FileName& file, const Repair& repair);
     std::string Misreading() const;
