@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -49,14 +50,22 @@ bool IsStandardOutput(const FileName& output) {
 
 std::string PathToOpen(const FileName& file) {
     const bool isStream = file.shown == kStandardInputName || file.shown == kStandardOutputName;
-    return file.path != file.shown && isStream ? "" : file.shown;
+    return file.path.empty() || (file.path != file.shown && isStream) ? "" : file.shown;
 }
 
+// The path of a descriptor may be the beginning of that of another one.
 std::string ShowName(std::string text, const FileName& file) {
+    const std::size_t size = file.path.size();
     for (std::size_t place = text.find(file.path);
-         file.path != file.shown && place != std::string::npos;
-         place = text.find(file.path, place + file.shown.size())) {
-        text.replace(place, file.path.size(), file.shown);
+         file.path != file.shown && size > 0 && place != std::string::npos;
+         place = text.find(file.path, place)) {
+        const std::size_t end = place + size;
+        if (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) != 0) {
+            place = end;
+        } else {
+            text.replace(place, size, file.shown);
+            place += file.shown.size();
+        }
     }
     return text;
 }

@@ -38,7 +38,8 @@ bool IsStandardOutput(const FileName& output);
 /// would open another file.
 constexpr std::size_t kMaxPathBytes = 1023;
 
-/// Returns the name by which other programs open a file; empty for standard input and output.
+/// Returns the name by which other programs open a file; empty for standard input and output, and
+/// without a path.
 std::string PathToOpen(const FileName& file);
 
 /// Returns a text in which the temporary path of a file is replaced by its name for the user.

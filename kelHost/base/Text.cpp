@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -139,6 +140,21 @@ std::string Hexadecimal(std::string_view bytes) {
         digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
     }
     return digits;
+}
+
+std::string FormatSize(std::uint64_t bytes) {
+    constexpr double kStep = 1024;
+    constexpr double kRounded = kStep - 0.05; // from there on, 1024.0 would be shown
+    constexpr std::array<const char*, 4> kUnits{"KiB", "MiB", "GiB", "TiB"};
+    if (static_cast<double>(bytes) < kStep) {
+        return Count(bytes, "byte");
+    }
+    double size = static_cast<double>(bytes) / kStep;
+    std::size_t unit = 0;
+    for (; size >= kRounded && unit + 1 < kUnits.size(); ++unit) {
+        size /= kStep;
+    }
+    return fmt::format("{:.1f} {}", size, kUnits[unit]);
 }
 
 std::string FormatDuration(std::int64_t frames, std::uint32_t rate) {

@@ -33,6 +33,9 @@ std::string ListAlternatives(const std::vector<std::string>& names);
 /// Returns bytes as hexadecimal digits: "060a".
 std::string Hexadecimal(std::string_view bytes);
 
+/// Returns a size in the largest unit in which it is 1 or more: "800 bytes", "1.5 KiB".
+std::string FormatSize(std::uint64_t bytes);
+
 /// Returns a duration as h:mm:ss.mmm, rounded to the millisecond.
 /// @param frames number of frames, not negative
 /// @param rate frames per second; 0 returns "unknown"

@@ -82,7 +82,7 @@ public:
         }
         JobRunner runner(common, streams.err);
         // If a worker is lost, the host cannot tell which of the files it worked on.
-        runner.Add(m_request.files[0].shown + " and " + m_request.files[1].shown, "",
+        runner.Add({"", m_request.files[0].shown + " and " + m_request.files[1].shown}, "",
                    [request = m_request](const HostLogger& log, Reporter& reporter) {
                        const Comparison comparison = CompareFiles(request, log, reporter);
                        JobResult result;

@@ -448,7 +448,7 @@ CopyCounts MakeCopies(const CopyJobs& jobs, const CommonOptions& common, const S
     runner.Begin(jobs.failures, jobs.unused, show);
     for (std::size_t i = 0; i < jobs.count; ++i) {
         const CopyRequest request = jobs.request(i);
-        runner.Add(request.input.shown, request.isStreamed ? "" : request.output.path,
+        runner.Add(request.input, request.isStreamed ? "" : request.output.path,
                    [&jobs, i](const HostLogger& log, Reporter& reporter) {
                        return Copy(jobs.request(i), log, reporter);
                    });

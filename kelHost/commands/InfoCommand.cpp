@@ -114,10 +114,9 @@ public:
         JobRunner runner(common, streams.err);
         runner.Begin(inputs.failures, inputs.unused, collect);
         for (const ListedFile& file : inputs.files) {
-            runner.Add(InputName(file.path).shown, "",
-                       [&](const HostLogger& log, Reporter& reporter) {
-                           return Inspect(file, request, m_policy, form, m_fields, log, reporter);
-                       });
+            runner.Add(InputName(file.path), "", [&](const HostLogger& log, Reporter& reporter) {
+                return Inspect(file, request, m_policy, form, m_fields, log, reporter);
+            });
         }
         std::size_t failed = runner.Run(collect);
         switch (form) {

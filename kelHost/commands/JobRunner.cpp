@@ -30,9 +30,10 @@ nlohmann::json ParseAll(const std::vector<std::string>& documents) {
 JobRunner::JobRunner(const CommonOptions& common, std::ostream& err)
     : m_common(common), m_console(err, common.style) {}
 
-void JobRunner::Add(const std::string& file, const std::string& output, Work work) {
+void JobRunner::Add(const FileName& file, const std::string& output, Work work) {
     Job job;
-    job.file = file;
+    job.file = file.shown;
+    job.path = PathToOpen(file);
     job.outputDirectory = output.empty() ? "" : ParentDirectory(output);
     job.run = [verbosity = m_common.verbosity, work = std::move(work)](Reporter& reporter) {
         const auto log = std::make_shared<HostLogger>(

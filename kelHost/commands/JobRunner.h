@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/Errors.h"
+#include "base/FileName.h"
 #include "base/FileTree.h"
 #include "commands/CommonOptions.h"
 #include "elements/HostLogger.h"
@@ -29,9 +30,9 @@ public:
     JobRunner(const CommonOptions& common, std::ostream& err);
 
     /// Adds a job.
-    /// @param file the file to work on, for messages
+    /// @param file the file to work on, for messages; without a path where that is several files
     /// @param output the file that the job writes; empty for none
-    void Add(const std::string& file, const std::string& output, Work work);
+    void Add(const FileName& file, const std::string& output, Work work);
 
     /// Runs the jobs. To be called once.
     /// @param show receives each result, in the order of the jobs; not called with --json

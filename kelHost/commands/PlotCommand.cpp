@@ -96,7 +96,7 @@ public:
 
     int Run(const CommonOptions& common, const Streams& streams) override {
         JobRunner runner(common, streams.err);
-        runner.Add(m_request.input.shown, m_request.picture.value_or(""),
+        runner.Add(m_request.input, m_request.picture.value_or(""),
                    [request = m_request](const HostLogger& log, Reporter& reporter) {
                        return Plot(request, log, reporter);
                    });

@@ -279,7 +279,9 @@ private:
     static bool Execute(const PipelineRequest& request, const CommonOptions& common,
                         const Streams& streams) {
         JobRunner runner(common, streams.err);
-        runner.Add(request.source.Name(), request.isStreamed ? "" : request.sink.file.path,
+        const FileName& file = request.source.file;
+        runner.Add(file.path.empty() ? FileName("", request.source.Name()) : file,
+                   request.isStreamed ? "" : request.sink.file.path,
                    [request](const HostLogger& log, Reporter& reporter) {
                        return RunPipeline(request, log, reporter);
                    });

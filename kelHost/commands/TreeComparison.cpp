@@ -98,11 +98,12 @@ int CompareTrees(const std::string& directoryA, const std::string& directoryB,
             });
             continue;
         }
-        runner.Add(pair.a + " and " + pair.b, "", [&](const HostLogger& log, Reporter& reporter) {
-            ComparisonRequest ofPair = request;
-            ofPair.files = {pair.a, pair.b};
-            return ComparePair(ofPair, log, reporter);
-        });
+        runner.Add({"", pair.a + " and " + pair.b}, "",
+                   [&](const HostLogger& log, Reporter& reporter) {
+                       ComparisonRequest ofPair = request;
+                       ofPair.files = {pair.a, pair.b};
+                       return ComparePair(ofPair, log, reporter);
+                   });
     }
     const std::size_t failed = runner.Run(show);
     const TreeResults results(runner);

@@ -1,5 +1,6 @@
 #include "jobs/Console.h"
 
+#include "base/FileName.h"
 #include "base/JSONDocument.h"
 #include "base/Text.h"
 
@@ -21,12 +22,12 @@ std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& opti
     m_waiting.clear();
     m_next = 0;
     m_jobs = &jobs;
-    std::vector<std::string> files;
+    std::vector<FileName> files;
     for (const Job& job : jobs) {
-        files.push_back(Escape(job.file));
+        files.emplace_back(job.path, job.file);
     }
-    Progress progress(m_err, m_style.quiet ? ProgressStyle::None : m_style.progress,
-                      std::move(files), m_style.width, Progress::Clock::now());
+    Progress progress(m_err, m_style.quiet ? ProgressStyle::None : m_style.progress, files,
+                      m_style.width, Progress::Clock::now());
     m_progress = &progress;
     try {
         RunJobs(jobs, options, *this);
@@ -41,9 +42,13 @@ std::size_t Console::Run(const std::vector<Job>& jobs, const WorkerOptions& opti
 }
 
 void Console::ShowError(const ErrorText& error) {
-    ShowLine(m_style.json
-                 ? FormatDocument("error", {{"file", error.file}, {"message", error.message}})
-                 : Coloured("kelhost:", Colour::Red, m_style.colours) + " " + error.message + "\n");
+    if (!m_style.json) {
+        ShowLine(Coloured("kelhost:", Colour::Red, m_style.colours) + " " + error.message + "\n");
+        return;
+    }
+    nlohmann::json members{{"file", error.file}, {"message", error.message}};
+    AddPath(members, "path", error.path);
+    ShowLine(FormatDocument("error", std::move(members)));
 }
 
 void Console::ShowLog(const std::string& line) {
@@ -63,6 +68,10 @@ void Console::ShowLine(const std::string& line) {
         m_progress->Clear();
     }
     m_err << line << std::flush;
+}
+
+void Console::OnSpooled(std::size_t job, std::uint64_t bytes) {
+    m_progress->Spool(job, bytes, Progress::Clock::now());
 }
 
 void Console::OnProgress(std::size_t job, std::int64_t done, std::int64_t total,

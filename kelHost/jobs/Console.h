@@ -51,6 +51,7 @@ public:
     /// The errors of the jobs that failed in the last run.
     const std::vector<ErrorText>& Failures() const { return m_failures; }
 
+    void OnSpooled(std::size_t job, std::uint64_t bytes) override;
     void OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
                     std::uint32_t rate) override;
     void OnWaiting(std::size_t job, std::int64_t seconds) override;

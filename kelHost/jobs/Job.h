@@ -2,9 +2,11 @@
 #pragma once
 
 #include "base/Errors.h"
+#include "base/FileName.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <string>
 
@@ -25,6 +27,11 @@ public:
     /// The file is open.
     virtual void Opened() = 0;
 
+    /// The job copies an input that cannot be sought, before its work. Call it at most ten times a
+    /// second, and at both ends.
+    /// @param bytes copied so far
+    virtual void Spooled(std::uint64_t bytes) = 0;
+
     /// Progress of the job; passed on at most ten times a second, and at the end.
     /// @param done of @p total, in frames; the total may be kUnknownTotal
     /// @param rate frames per second
@@ -32,6 +39,9 @@ public:
 
     /// A line for the user, escaped.
     virtual void Show(const std::string& line) = 0;
+
+    /// From now on, lines name a file as the user does, and not by its temporary path.
+    virtual void ShowAs(const FileName& file) = 0;
 
     /// The job begins to read its input, or to move in it, and waits for that. It must not take
     /// longer than WorkerOptions::stallTimeout. Use a ReadingScope.
@@ -76,11 +86,15 @@ struct JobResult {
 /// One piece of work.
 struct Job {
     std::string file; ///< the file to work on, for messages
+    std::string path; ///< its name for programs that open it; empty for none
     std::string
         outputDirectory; ///< where it leaves temporary files when it is killed; may be empty
     /// Does the work, in a worker. An exception is its failure.
     std::function<JobResult(Reporter&)> run;
 };
+
+/// Returns the display form of an error that ended a job.
+ErrorText DescribeFailure(const std::exception& error, const Job& job);
 
 /// Outcome of a job.
 struct JobOutcome {
@@ -93,6 +107,8 @@ struct JobOutcome {
 class JobObserver {
 public:
     virtual ~JobObserver() = default;
+    /// The job has copied so many bytes of an input that cannot be sought.
+    virtual void OnSpooled(std::size_t job, std::uint64_t bytes) = 0;
     virtual void OnProgress(std::size_t job, std::int64_t done, std::int64_t total,
                             std::uint32_t rate) = 0;
     /// The job has waited for its input for so many whole seconds; 0: it waits no more.

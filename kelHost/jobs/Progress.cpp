@@ -31,13 +31,51 @@ std::string TimesRealTime(double times) {
 
 } // namespace
 
-Progress::Progress(std::ostream& stream, ProgressStyle style, std::vector<std::string> files,
+Progress::Progress(std::ostream& stream, ProgressStyle style, const std::vector<FileName>& files,
                    std::size_t width, Clock::time_point start)
-    : m_stream(stream), m_style(style), m_files(std::move(files)), m_done(m_files.size(), 0.0),
-      m_seconds(m_files.size(), 0.0), m_waits(m_files.size(), 0), m_width(width), m_start(start) {}
+    : m_stream(stream), m_style(style), m_spools(files.size()), m_done(files.size(), 0.0),
+      m_seconds(files.size(), 0.0), m_waits(files.size(), 0), m_width(width), m_start(start) {
+    for (const FileName& file : files) {
+        m_files.push_back(Escape(file.shown));
+        m_paths.push_back(file.path);
+    }
+}
+
+nlohmann::json Progress::Members(std::size_t job) const {
+    nlohmann::json members{{"file", m_files[job]}};
+    AddPath(members, "path", m_paths[job]);
+    return members;
+}
+
+void Progress::Spool(std::size_t job, std::uint64_t bytes, Clock::time_point now) {
+    std::optional<Spooling>& spool = m_spools[job];
+    if (bytes == 0 || !spool.has_value()) {
+        spool = Spooling{0, now};
+    }
+    spool->bytes = bytes;
+    m_waits[job] = 0;
+    if (m_style != ProgressStyle::JSON) {
+        Draw(now);
+        return;
+    }
+    nlohmann::json members = Members(job);
+    members["spooled"] = bytes;
+    m_stream << FormatDocument("progress", std::move(members)) << std::flush;
+}
+
+// What follows is drawn at once, in place of the bytes. The speed of a single job is that of its
+// work.
+void Progress::EndSpooling(std::size_t job, Clock::time_point now) {
+    if (m_spools[job].has_value()) {
+        m_spools[job].reset();
+        m_lastDrawn.reset();
+        m_start = m_files.size() == 1 ? now : m_start;
+    }
+}
 
 void Progress::Update(std::size_t job, std::int64_t done, std::int64_t total, std::uint32_t rate,
                       Clock::time_point now) {
+    EndSpooling(job, now);
     m_seconds[job] = rate > 0 ? static_cast<double>(done) / rate : 0.0;
     m_isEndUnknown = total == kUnknownTotal;
     if (!m_isEndUnknown) {
@@ -45,12 +83,11 @@ void Progress::Update(std::size_t job, std::int64_t done, std::int64_t total, st
     }
     m_waits[job] = 0;
     if (m_style == ProgressStyle::JSON) {
-        m_stream << FormatDocument("progress", {{"file", m_files[job]},
-                                                {"done", done},
-                                                {"total", m_isEndUnknown ? nlohmann::json()
-                                                                         : nlohmann::json(total)},
-                                                {"rate", rate}})
-                 << std::flush;
+        nlohmann::json members = Members(job);
+        members["done"] = done;
+        members["total"] = m_isEndUnknown ? nlohmann::json() : nlohmann::json(total);
+        members["rate"] = rate;
+        m_stream << FormatDocument("progress", std::move(members)) << std::flush;
     } else {
         Draw(now);
     }
@@ -61,20 +98,22 @@ void Progress::Wait(std::size_t job, std::int64_t seconds, Clock::time_point now
     if (m_style != ProgressStyle::JSON) {
         Draw(now);
     } else if (seconds > 0) {
-        m_stream << FormatDocument("progress", {{"file", m_files[job]}, {"waiting", seconds}})
-                 << std::flush;
+        nlohmann::json members = Members(job);
+        members["waiting"] = seconds;
+        m_stream << FormatDocument("progress", std::move(members)) << std::flush;
     }
 }
 
 void Progress::Finish(std::size_t job, bool succeeded, Clock::time_point now) {
+    EndSpooling(job, now);
     m_done[job] = 1.0;
     m_waits[job] = 0;
     ++m_finished;
     if (m_style == ProgressStyle::JSON) {
-        m_stream << FormatDocument(
-                        "progress",
-                        {{"file", m_files[job]}, {"finished", true}, {"succeeded", succeeded}})
-                 << std::flush;
+        nlohmann::json members = Members(job);
+        members["finished"] = true;
+        members["succeeded"] = succeeded;
+        m_stream << FormatDocument("progress", std::move(members)) << std::flush;
     } else {
         Draw(now);
     }
@@ -95,23 +134,31 @@ void Progress::Draw(Clock::time_point now) {
     }
     m_lastDrawn = now;
     const double elapsed = std::chrono::duration<double>(now - m_start).count();
-    const bool hasEnd = m_files.size() > 1 || !m_isEndUnknown;
-    m_stream << "\r" << (hasEnd ? Line(elapsed) : LineWithoutEnd(elapsed)) << "\x1B[K"
-             << std::flush;
+    const bool hasEnd = m_files.size() > 1 || !(m_isEndUnknown || m_spools.front().has_value());
+    m_stream << "\r" << (hasEnd ? Line(elapsed) : LineWithoutEnd(now)) << "\x1B[K" << std::flush;
     m_drawn = true;
 }
 
-// One file of unknown length. Among several files, one counts when it is finished.
-std::string Progress::LineWithoutEnd(double elapsed) const {
+// One file of unknown length, or the copy of one that cannot be sought. Among several files, one
+// counts when it is finished.
+std::string Progress::LineWithoutEnd(Clock::time_point now) const {
+    const std::optional<Spooling>& spool = m_spools.front();
+    const double elapsed =
+        std::chrono::duration<double>(now - (spool.has_value() ? spool->start : m_start)).count();
     const double seconds = m_seconds.front();
-    std::string tail;
+    std::string speed;
     if (m_waits.front() > 0) {
-        tail = fmt::format(", no data for {} s", m_waits.front());
+        speed = fmt::format(", no data for {} s", m_waits.front());
+    } else if (elapsed > 0 && spool.has_value()) {
+        const double rate = static_cast<double>(spool->bytes) / elapsed;
+        speed = fmt::format(", {}/s", FormatSize(static_cast<std::uint64_t>(rate)));
     } else if (elapsed > 0) {
-        tail = ", " + TimesRealTime(seconds / elapsed);
+        speed = ", " + TimesRealTime(seconds / elapsed);
     }
-    return KeepEnd(fmt::format("{} {} done{}", m_files.front(),
-                               FormatSeconds(static_cast<std::int64_t>(seconds)), tail),
+    const std::string done = spool.has_value()
+                                 ? FormatSize(spool->bytes) + " read"
+                                 : FormatSeconds(static_cast<std::int64_t>(seconds)) + " done";
+    return KeepEnd(fmt::format("{} {}{}", m_files.front(), done, speed),
                    m_width - std::min<std::size_t>(m_width, 1));
 }
 

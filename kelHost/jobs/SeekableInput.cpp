@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -52,6 +53,48 @@ Descriptor OpenStream(const FileName& input) {
     return stream;
 }
 
+// Reports the copied bytes at the interval of a display, and before a pause.
+class SpoolReports {
+public:
+    explicit SpoolReports(Reporter& reporter) : m_reporter(reporter) { m_reporter.Spooled(0); }
+
+    // Copied bytes are reported when it is time for that.
+    void Add(std::uint64_t bytes) {
+        m_bytes += bytes;
+        if (Clock::now() - m_last >= kInterval) {
+            Finish();
+        }
+    }
+
+    // Reports what was not reported yet.
+    void Finish() {
+        if (m_reported != m_bytes) {
+            m_reporter.Spooled(m_bytes);
+            m_reported = m_bytes;
+            m_last = Clock::now();
+        }
+    }
+
+    // Waits for data, and reports when none comes at once.
+    void Wait(int descriptor) {
+        pollfd polled{descriptor, POLLIN, 0};
+        if (m_reported != m_bytes && poll(&polled, 1, static_cast<int>(kInterval.count())) == 0) {
+            Finish();
+        }
+    }
+
+    std::uint64_t Bytes() const { return m_bytes; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds kInterval{100};
+
+    Reporter& m_reporter;
+    std::uint64_t m_bytes = 0;
+    std::uint64_t m_reported = 0;
+    Clock::time_point m_last = Clock::now();
+};
+
 // Reads some bytes, of which there are none at the end. Another program may have made a shared
 // descriptor non-blocking.
 ssize_t ReadSome(int descriptor, std::vector<char>& bytes) {
@@ -78,6 +121,7 @@ SeekableInput::SeekableInput(FileName input, const SpoolPolicy& policy, Reporter
     reporter.Opened();
     Spool(stream.Number(), policy, reporter);
     m_file.path = m_copy->Path();
+    reporter.ShowAs(m_file);
     reporter.Opening(m_file.shown);
 }
 
@@ -94,16 +138,17 @@ void SeekableInput::Spool(int from, const SpoolPolicy& policy, Reporter& reporte
         fail();
     }
     std::vector<char> piece(kPiece);
-    std::uint64_t bytes = 0;
-    for (ssize_t count = 1; count > 0; bytes += static_cast<std::uint64_t>(count)) {
+    SpoolReports reports(reporter);
+    for (ssize_t count = 1; count > 0; reports.Add(static_cast<std::uint64_t>(count))) {
         const ReadingScope reading(reporter);
+        reports.Wait(from);
         count = ReadSome(from, piece);
         if (count < 0) {
             throw JobError(m_file.shown,
                            fmt::format("cannot read the file: {}", std::strerror(errno)));
         }
         const auto size = static_cast<std::size_t>(count);
-        if (policy.maxBytes != 0 && size > policy.maxBytes - bytes) {
+        if (policy.maxBytes != 0 && size > policy.maxBytes - reports.Bytes()) {
             throw JobError(m_file.shown,
                            fmt::format("cannot keep a copy: it is larger than {} bytes "
                                        "(--max-spool SIZE allows more, 0 any size)",
@@ -113,7 +158,8 @@ void SeekableInput::Spool(int from, const SpoolPolicy& policy, Reporter& reporte
             fail();
         }
     }
-    if (bytes == 0) {
+    reports.Finish();
+    if (reports.Bytes() == 0) {
         throw JobError(m_file.shown, "cannot open for reading: it is empty; the program that "
                                      "writes to it reports the cause");
     }

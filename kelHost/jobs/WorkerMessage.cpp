@@ -24,7 +24,7 @@ constexpr std::uint32_t kMaxContent = 256U << 20U;
 constexpr std::size_t kHeader = 2 * sizeof(std::uint32_t);     // the mark and the size
 constexpr std::size_t kMinContent = sizeof(std::uint32_t) + 2; // the job, the kind, hasPrinted
 
-constexpr std::array<std::size_t, 5> kFields{3, 1, 3, 3, 3}; // of each kind
+constexpr std::array<std::size_t, 6> kFields{3, 1, 1, 3, 3, 3}; // of each kind
 
 void AppendNumber(std::string& bytes, std::size_t value) {
     const auto number = static_cast<std::uint32_t>(value);
@@ -55,6 +55,8 @@ void RequireFieldsOf(const WorkerMessage& message) {
     if (message.kind == WorkerMessage::Kind::Progress) {
         Require(std::all_of(message.fields.begin(), message.fields.end(), IsNumber));
         Require(ParseInteger<std::uint32_t>(message.fields.back()).has_value());
+    } else if (message.kind == WorkerMessage::Kind::Spooled) {
+        Require(ParseInteger<std::uint64_t>(message.fields.front()).has_value());
     }
 }
 

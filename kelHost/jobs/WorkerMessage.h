@@ -14,6 +14,7 @@ struct WorkerMessage {
     /// The kinds, with the fields of each.
     enum class Kind : unsigned char {
         Progress, ///< frames done, frames in total, frames per second
+        Spooled,  ///< bytes
         Show,     ///< the line
         Result,   ///< the members of JobResult: document, output, report
         Skipped,  ///< the same

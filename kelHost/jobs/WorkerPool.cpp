@@ -283,6 +283,9 @@ private:
                                   ParseInteger<std::int64_t>(fields[1]).value(),
                                   ParseInteger<std::uint32_t>(fields[2]).value());
             break;
+        case Kind::Spooled:
+            m_observer.OnSpooled(job, ParseInteger<std::uint64_t>(fields[0]).value());
+            break;
         case Kind::Show:
             m_observer.OnShow(job, fields[0]);
             break;
@@ -421,7 +424,6 @@ private:
             worker.state.Release(); // it has gone on
             return;
         }
-        const std::string file = isOpening ? worker.state.File() : m_jobs[*job].file;
         const std::string message =
             isOpening ? fmt::format("cannot open the file within {} s; it is damaged, a pipe "
                                     "without a writer, or on a mount that does not respond "
@@ -435,7 +437,11 @@ private:
                               "(--stall-timeout SECONDS allows more, 0 any time)",
                               FormatLimit(limit));
         KillChild(worker.process);
-        Lose(index, JobError(file, message));
+        if (isOpening) {
+            Lose(index, JobError(worker.state.File(), message));
+        } else {
+            Lose(index, std::runtime_error(message));
+        }
     }
 
     // Loses a worker that has ended, or that has at least closed its pipe.
@@ -470,7 +476,7 @@ private:
         RemoveLeftovers(lost);
         for (std::size_t job = 0; job < m_jobs.size(); ++job) {
             if (m_claims.IsOf(job, worker.number) && !m_isFinished[job]) {
-                Finish(job, {false, {}, DescribeError(error, m_jobs[job].file)});
+                Finish(job, {false, {}, DescribeFailure(error, m_jobs[job])});
             }
         }
     }

@@ -1,6 +1,8 @@
 #include "jobs/WorkerProcess.h"
 
 #include "base/Errors.h"
+#include "base/FileName.h"
+#include "base/Text.h"
 #include "jobs/Posix.h"
 #include "jobs/WorkerMessage.h"
 
@@ -13,6 +15,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <stdio_ext.h>
 #include <string>
 #include <thread>
@@ -37,6 +40,12 @@ public:
     void Opening(const std::string& file) override { m_state.BeginOpening(file); }
     void Opened() override { m_state.EndOpening(); }
 
+    void Spooled(std::uint64_t bytes) override {
+        if (m_wantsProgress) {
+            Send(Kind::Spooled, {std::to_string(bytes)});
+        }
+    }
+
     void Progress(std::int64_t done, std::int64_t total, std::uint32_t rate) override {
         constexpr std::chrono::milliseconds kInterval{100};
         if (!m_wantsProgress) {
@@ -51,7 +60,13 @@ public:
         }
     }
 
-    void Show(const std::string& line) override { Send(Kind::Show, {line}); }
+    void Show(const std::string& line) override { Send(Kind::Show, {WithNames(line)}); }
+
+    void ShowAs(const FileName& file) override {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_names.emplace_back(Escape(file.path), Escape(file.shown));
+    }
+
     void BeginReading() override { m_state.StepReading(); }
     void EndReading() override { m_state.StepReading(); }
 
@@ -68,8 +83,17 @@ public:
     }
 
 private:
+    std::string WithNames(std::string line) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (const FileName& name : m_names) {
+            line = ShowName(std::move(line), name);
+        }
+        return line;
+    }
+
     const WorkerEnds& m_ends;
     std::uint32_t m_job;
+    std::vector<FileName> m_names; // escaped
     WorkerState& m_state;
     bool m_wantsProgress;
     Clock::time_point m_lastProgress = Clock::now();
@@ -95,9 +119,9 @@ Ending RunOne(const Job& job, Reporter& reporter) {
         }
         return ending;
     } catch (const std::exception& error) {
-        return Failure(DescribeError(error, job.file));
+        return Failure(DescribeFailure(error, job));
     } catch (...) {
-        return Failure(DescribeError(JobError(job.file, "an exception of an unknown type")));
+        return Failure(DescribeFailure(std::runtime_error("an exception of an unknown type"), job));
     }
 }
 

@@ -259,6 +259,7 @@ private:
     // Writes the file and verifies that it is complete.
     void Write(OutputFile& output) {
         const FileName file(output.TemporaryPath(), m_request.output.shown);
+        m_reporter.ShowAs(file);
         TransferParts parts;
         parts.reader = MakeReader();
         if (!m_range.count.has_value()) {

@@ -220,6 +220,7 @@ private:
         output.RequireSpace(size);
         SetFilePath(*sink.recipe.settings, output.TemporaryPath());
         try {
+        m_reporter.ShowAs({output.TemporaryPath(), sink.file.shown});
             MoveSamples(container);
             m_warnings.Add(output.Flush());
             if (container != nullptr) {

@@ -25,11 +25,13 @@ class RecordingReporter final : public Reporter {
 public:
     void Opening(const std::string& /*file*/) override {}
     void Opened() override {}
+    void Spooled(std::uint64_t /*bytes*/) override {}
     void Progress(std::int64_t done, std::int64_t total, std::uint32_t /*rate*/) override {
         m_done = done;
         m_total = total;
     }
     void Show(const std::string& /*line*/) override {}
+    void ShowAs(const FileName& /*file*/) override {}
     void BeginReading() override {}
     void EndReading() override {}
 

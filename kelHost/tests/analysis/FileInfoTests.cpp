@@ -23,8 +23,10 @@ public:
 
     void Opening(const std::string& /*file*/) override {}
     void Opened() override {}
+    void Spooled(std::uint64_t /*bytes*/) override {}
     void Progress(std::int64_t /*done*/, std::int64_t /*total*/, std::uint32_t /*rate*/) override {}
     void Show(const std::string& /*line*/) override {}
+    void ShowAs(const FileName& /*file*/) override {}
     void BeginReading() override { test::WriteFile(m_file, test::ReadFile(m_file) + "x"); }
     void EndReading() override {}
 

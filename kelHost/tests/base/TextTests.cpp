@@ -109,6 +109,23 @@ TEST(TextEscape, ShowsInvalidUtf8ByteByByte) {
     }
 }
 
+TEST(TextFormatSize, HasTheLargestUnitThatFits) {
+    const std::vector<std::pair<std::uint64_t, std::string>> rows{
+        {0, "0 bytes"},
+        {1, "1 byte"},
+        {1023, "1023 bytes"},
+        {1024, "1.0 KiB"},
+        {1536, "1.5 KiB"},
+        {(1U << 20U) - 52, "1023.9 KiB"},
+        {(1U << 20U) - 51, "1.0 MiB"},
+        {std::uint64_t{5} << 30U, "5.0 GiB"},
+        {std::uint64_t{1} << 50U, "1024.0 TiB"},
+    };
+    for (const auto& [bytes, text] : rows) {
+        EXPECT_EQ(FormatSize(bytes), text);
+    }
+}
+
 TEST(TextFormatDuration, ShowsHoursMinutesSecondsAndMilliseconds) {
     const std::vector<Duration> cases{
         {0, 48000, "0:00:00.000"},

@@ -90,6 +90,21 @@ TEST(TerminalProgress, IsOneLineThatIsTakenAwayWhenTheWorkIsDone) {
     }
 }
 
+TEST(TerminalProgress, IsTheSizeOfAPipeUntilTheCopyBegins) {
+    const TemporaryDirectory directory;
+    WriteTake(directory / "take.wav");
+    Terminal terminal(80);
+    Command command = ShellLine(directory, "{ cat take.wav; sleep 1.5; } | kelhost copy - out.wav");
+    command.standardError = terminal.Path();
+    EXPECT_EQ(RunCommand(command).out, CopyReport("standard input", "out.wav"));
+    // The size is also drawn before the wait, where the display is not too early for it.
+    const std::string shown = ReplaceMatches(
+        terminal.Text(), "\rstandard input 3\\.9 KiB read, [0-9.]+ [KMG]iB/s\x1B\\[K", "");
+    EXPECT_EQ(shown, "\rstandard input 0 bytes read\x1B[K"
+                     "\rstandard input 3.9 KiB read, no data for 1 s\x1B[K"
+                     "\rstandard input [########################] 100 %\x1B[K\r\x1B[K");
+}
+
 TEST(TerminalProgress, MakesRoomForErrors) {
     const TemporaryDirectory directory;
     const Shown shown = RunOnTerminal(directory, {"info", "a.wav", "b.wav", "--jobs", "1"});

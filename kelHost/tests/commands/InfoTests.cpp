@@ -226,7 +226,7 @@ TEST(InfoForms, ThatCannotBeCombinedAreRefused) {
     expectRefusal({"--full", "--field", "frames"}, "kelhost: --field excludes --full" + hint);
     const auto document = [](const std::string& message) {
         return R"({"document":"kelhost.error","file":"","message":")" + message +
-               "\",\"version\":1}\n";
+               "\",\"path\":null,\"version\":1}\n";
     };
     expectRefusal({"--full", "--json"}, document("--json excludes --full"));
     expectRefusal({"--csv", "--json"}, document("--json excludes --csv"));

@@ -123,6 +123,15 @@ TEST_F(PipedInput, IsReadThroughATemporaryCopyWithoutAName) {
     ExpectResult(RunCommand(command), 0, "20000\n", "");
 }
 
+TEST_F(PipedInput, HasItsNameInTheRecordsOfElements) {
+    ExpectResult(Run("cat take.wav | kelhost copy -v - out.wav 2>&1 >/dev/null | "
+                     "grep -oE '\"[^\"]*\"' | uniq"),
+                 0, "\"standard input\"\n\"out.wav\"\n", "");
+    ExpectResult(Run("kelhost compare -v take.wav <(cat take.wav) 2>&1 >/dev/null | "
+                     "grep -oE '\"[^\"]*\"' | uniq"),
+                 0, "\"take.wav\"\n\"/dev/fd/63\"\n", "");
+}
+
 TEST_F(PipedInput, FailsWithItsNameAndLeavesNothing) {
     const std::string largest =
         "cannot keep a copy: it is larger than 80043 bytes (--max-spool SIZE allows more, 0 any "

@@ -119,15 +119,18 @@ TEST(StalledInput, IsReportedWhileItIsWaitedFor) {
                                "--progress", "json", "--json"});
     EXPECT_EQ(result.status, 1);
     const std::string message = Stalled("fifo.wav", "1.5").substr(9);
+    const std::string progress = R"({"document":"kelhost.progress","file":"fifo.wav",)";
     EXPECT_EQ(result.err,
-              "{\"document\":\"kelhost.progress\",\"file\":\"fifo.wav\",\"version\":1,"
-              "\"waiting\":1}\n"
-              "{\"document\":\"kelhost.error\",\"file\":\"fifo.wav\",\"message\":\"" +
+              progress + "\"path\":\"fifo.wav\",\"spooled\":0,\"version\":1}\n" + progress +
+                  "\"path\":\"fifo.wav\",\"spooled\":20000,\"version\":1}\n" + progress +
+                  "\"path\":\"fifo.wav\",\"version\":1,\"waiting\":1}\n"
+                  "{\"document\":\"kelhost.error\",\"file\":\"fifo.wav\",\"message\":\"" +
                   message.substr(0, message.size() - 1) +
-                  "\",\"version\":1}\n"
-                  "{\"document\":\"kelhost.progress\",\"file\":\"fifo.wav\",\"finished\":true,"
-                  "\"succeeded\":false,\"version\":1}\n");
-    ExpectDocuments({"kelhost.progress", "kelhost.error", "kelhost.progress"}, result.err);
+                  "\",\"path\":\"fifo.wav\",\"version\":1}\n" + progress +
+                  "\"finished\":true,\"path\":\"fifo.wav\",\"succeeded\":false,\"version\":1}\n");
+    ExpectDocuments({"kelhost.progress", "kelhost.progress", "kelhost.progress", "kelhost.error",
+                     "kelhost.progress"},
+                    result.err);
 }
 
 TEST(StuckInput, FailsWhenEvenLookingAtItTakesTooLong) {

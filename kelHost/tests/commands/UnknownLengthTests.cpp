@@ -120,7 +120,7 @@ TEST_F(UnknownLength, IsNullInDocuments) {
             R"(,"channel_mask":3,"channels":2,"chunks":[],"container":"FLAC","cue_points":[],"delivery":"32-bit float little-endian","duration":null,"encoding":"16-bit","file":"take.flac","format":"FLAC 16-bit","frames":null,"layout":"stereo","path":"take.flac","problems":[],"rate":48000,"seconds":null,"tags":[],"truncated":null,"warnings":[]}],"version":1})"
             "\n");
     const std::string progress =
-        R"({"document":"kelhost.progress","done":500,"file":"take.flac","rate":1000,"total":null,"version":1})"
+        R"({"document":"kelhost.progress","done":500,"file":"take.flac","path":"take.flac","rate":1000,"total":null,"version":1})"
         "\n";
     const ProcessResult validated = Validate(result.out + progress);
     EXPECT_EQ(validated.status, 0) << validated.out << validated.err;

@@ -254,7 +254,7 @@ TEST(PluginSearch, FailsWhenAPluginCallsExit) {
             RunKelhost(directory, {"--json", "--plugin", plugin, "inspect"});
         ExpectResult(documents, 1, "goodbye\n",
                      R"({"document":"kelhost.error","file":")" + plugin + R"(","message":")" +
-                         error + "\",\"version\":1}\n");
+                         error + "\",\"path\":\"" + plugin + "\",\"version\":1}\n");
         fs::remove(plugin);
     }
     const std::string quick = directory / "libkelBroken-exits-quickly-while-registering.so";

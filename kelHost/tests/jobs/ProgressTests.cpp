@@ -21,7 +21,12 @@ constexpr std::size_t kWide = 120;
 class Display {
 public:
     Display(ProgressStyle style, const std::vector<std::string>& files, std::size_t width = kWide)
-        : m_progress(m_stream, style, files, width, Progress::Clock::time_point{}) {}
+        : m_progress(m_stream, style, {files.begin(), files.end()}, width,
+                     Progress::Clock::time_point{}) {}
+
+    void Spool(std::size_t job, std::uint64_t bytes, int time) {
+        m_progress.Spool(job, bytes, At(time));
+    }
 
     void Update(std::size_t job, std::int64_t done, std::int64_t total, int time) {
         m_progress.Update(job, done, total, 1000, At(time));
@@ -130,10 +135,47 @@ TEST(Progress, IsTheTimeThatIsDoneWhereTheEndIsUnknown) {
     programs.Update(0, 500, kUnknownTotal, 0);
     EXPECT_EQ(
         programs.Shown(),
-        R"({"document":"kelhost.progress","done":500,"file":"take.flac","rate":1000,"total":null,"version":1})"
+        R"({"document":"kelhost.progress","done":500,"file":"take.flac","path":"take.flac","rate":1000,"total":null,"version":1})"
         "\n");
     display.Wait(0, 5, 70000);
     EXPECT_EQ(display.Shown(), Drawn("take.flac 0:01:02 done, no data for 5 s"));
+}
+
+TEST(Progress, IsTheSizeThatIsReadBeforeTheWorkBegins) {
+    Display display(ProgressStyle::Line, {"standard input"});
+    display.Wait(0, 1, 1000);
+    EXPECT_EQ(display.Shown(),
+              Drawn("standard input [........................]   0 %  no data for 1 s"));
+    display.Spool(0, 0, 2000);
+    EXPECT_EQ(display.Shown(), Drawn("standard input 0 bytes read"));
+    display.Spool(0, 3 << 20, 4000);
+    EXPECT_EQ(display.Shown(), Drawn("standard input 3.0 MiB read, 1.5 MiB/s"));
+    display.Wait(0, 7, 11000);
+    EXPECT_EQ(display.Shown(), Drawn("standard input 3.0 MiB read, no data for 7 s"));
+    display.Spool(0, 4 << 20, 11050);
+    EXPECT_EQ(display.Shown(), "") << "too early";
+    // The next input of a comparison.
+    display.Spool(0, 0, 12000);
+    display.Spool(0, 1 << 20, 13000);
+    EXPECT_EQ(display.Shown(), Drawn("standard input 0 bytes read") +
+                                   Drawn("standard input 1.0 MiB read, 1.0 MiB/s"));
+    display.Update(0, 250, 1000, 13001);
+    EXPECT_EQ(display.Shown(), Drawn("standard input [######..................]  25 %"));
+    display.Update(0, 500, 1000, 13501);
+    EXPECT_EQ(
+        display.Shown(),
+        Drawn("standard input [############............]  50 %  1.0 x real time, 0:00:01 left"));
+
+    Display several(ProgressStyle::Line, {"a.wav", "b.wav"});
+    several.Spool(0, 1 << 20, 1000);
+    EXPECT_EQ(several.Shown(), Drawn("0 of 2 files [........................]   0 %"));
+
+    Display programs(ProgressStyle::JSON, {"pipe"});
+    programs.Spool(0, 1500, 0);
+    EXPECT_EQ(
+        programs.Shown(),
+        R"({"document":"kelhost.progress","file":"pipe","path":"pipe","spooled":1500,"version":1})"
+        "\n");
 }
 
 TEST(Progress, ShowsTheLongestWaitForDataInsteadOfTheSpeed) {
@@ -209,7 +251,7 @@ TEST(Progress, ShortensTheNameThenTheBarAndNeverFillsTheLine) {
 }
 
 TEST(Progress, IsALineOfJSONEachTimeForPrograms) {
-    Display display(ProgressStyle::JSON, {"a.wav", "b\\n.wav"});
+    Display display(ProgressStyle::JSON, {"a.wav", "b\n.wav"});
     display.Wait(1, 12, 0);
     display.Wait(1, 0, 0);
     display.Update(1, 500, 1000, 0);
@@ -219,15 +261,15 @@ TEST(Progress, IsALineOfJSONEachTimeForPrograms) {
     display.Clear();
     EXPECT_EQ(
         display.Shown(),
-        R"({"document":"kelhost.progress","file":"b\\n.wav","version":1,"waiting":12})"
+        R"({"document":"kelhost.progress","file":"b\\n.wav","path":"b\n.wav","version":1,"waiting":12})"
         "\n"
-        R"({"document":"kelhost.progress","done":500,"file":"b\\n.wav","rate":1000,"total":1000,"version":1})"
+        R"({"document":"kelhost.progress","done":500,"file":"b\\n.wav","path":"b\n.wav","rate":1000,"total":1000,"version":1})"
         "\n"
-        R"({"document":"kelhost.progress","done":1000,"file":"b\\n.wav","rate":1000,"total":1000,"version":1})"
+        R"({"document":"kelhost.progress","done":1000,"file":"b\\n.wav","path":"b\n.wav","rate":1000,"total":1000,"version":1})"
         "\n"
-        R"({"document":"kelhost.progress","file":"b\\n.wav","finished":true,"succeeded":true,"version":1})"
+        R"({"document":"kelhost.progress","file":"b\\n.wav","finished":true,"path":"b\n.wav","succeeded":true,"version":1})"
         "\n"
-        R"({"document":"kelhost.progress","file":"a.wav","finished":true,"succeeded":false,"version":1})"
+        R"({"document":"kelhost.progress","file":"a.wav","finished":true,"path":"a.wav","succeeded":false,"version":1})"
         "\n");
 }
 

@@ -24,8 +24,12 @@ class CallRecorder final : public Reporter {
 public:
     void Opening(const std::string& file) override { calls += "opening " + file + "\n"; }
     void Opened() override { calls += "opened\n"; }
+    void Spooled(std::uint64_t bytes) override {
+        calls += "spooled " + std::to_string(bytes) + "\n";
+    }
     void Progress(std::int64_t /*done*/, std::int64_t /*total*/, std::uint32_t /*rate*/) override {}
     void Show(const std::string& /*line*/) override {}
+    void ShowAs(const FileName& file) override { calls += "show as " + file.shown + "\n"; }
     void BeginReading() override { calls += "reading\n"; }
     void EndReading() override { calls += "read\n"; }
 
@@ -45,8 +49,8 @@ TEST(SeekableInput, WaitsForDataAsOneThatIsRead) {
     CallRecorder reporter;
     const SeekableInput input({path, "shown"}, SpoolPolicy(), reporter);
     writer.join();
-    EXPECT_EQ(reporter.calls, "opened\nreading\nread\nreading\nread\n"
-                              "opening shown\n");
+    EXPECT_EQ(reporter.calls, "opened\nspooled 0\nreading\nread\nreading\nread\nspooled 4\n"
+                              "show as shown\nopening shown\n");
     EXPECT_EQ(test::ReadFile(input.File().path), "take");
     EXPECT_EQ(input.File().shown, "shown");
 }

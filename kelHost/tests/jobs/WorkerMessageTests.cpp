@@ -36,6 +36,7 @@ constexpr const char* kInvalid = "the bytes are not a message of a worker";
 TEST(WorkerMessage, OfEachKindIsTakenOnceItIsComplete) {
     const std::vector<WorkerMessage> messages{
         {Kind::Progress, 0xFFFFFFFF, {"-1", "9223372036854775807", "4294967295"}},
+        {Kind::Spooled, 2, {"18446744073709551615"}},
         {Kind::Show, 3, {std::string(300000, 'x')}, true},
         {Kind::Result, 4, {"", std::string("a\0b", 3), "report\n"}},
         {Kind::Skipped, 5, {"a", "b", "c"}},
@@ -70,7 +71,7 @@ TEST(WorkerMessage, IsRefusedWhenTheBytesAreSomethingElse) {
     EXPECT_EQ(OutcomeOf(Changed(4, '\x04')), kInvalid) << "no kind";
     EXPECT_EQ(OutcomeOf(Changed(4, '\x05')), kInvalid) << "no flag";
     EXPECT_EQ(OutcomeOf(Changed(4, '\x08')), kInvalid) << "half of a size";
-    EXPECT_EQ(OutcomeOf(Changed(12, '\x05')), kInvalid) << "no such kind";
+    EXPECT_EQ(OutcomeOf(Changed(12, '\x06')), kInvalid) << "no such kind";
     EXPECT_EQ(OutcomeOf(Changed(12, '\x80')), kInvalid) << "no such kind";
     EXPECT_EQ(OutcomeOf(Changed(14, '\x7F')), kInvalid) << "a field beyond the end";
     EXPECT_EQ(OutcomeOf(Changed(17, '\xFF')), kInvalid) << "a field far beyond the end";
@@ -86,8 +87,9 @@ TEST(WorkerMessage, IsRefusedWhenItsFieldsAreNotThoseOfItsKind) {
           WorkerMessage{Kind::Progress, 0, {"x", "2", "48000"}},
           WorkerMessage{Kind::Progress, 0, {"1", "2x", "48000"}},
           WorkerMessage{Kind::Progress, 0, {"1", "2", "-1"}},
-          WorkerMessage{Kind::Show, 0, {"a", "b"}}, WorkerMessage{Kind::Result, 0, {"a", "b"}},
-          WorkerMessage{Kind::Skipped, 0, {}}, WorkerMessage{Kind::Error, 0, {"a"}}}) {
+          WorkerMessage{Kind::Spooled, 0, {"-1"}}, WorkerMessage{Kind::Show, 0, {"a", "b"}},
+          WorkerMessage{Kind::Result, 0, {"a", "b"}}, WorkerMessage{Kind::Skipped, 0, {}},
+          WorkerMessage{Kind::Error, 0, {"a"}}}) {
         EXPECT_EQ(OutcomeOf(Encode(message)), kInvalid);
     }
 }

@@ -53,6 +53,9 @@ public:
         events.push_back(std::to_string(job) + ": " + std::to_string(done) + " of " +
                          std::to_string(total) + " at " + std::to_string(rate));
     }
+    void OnSpooled(std::size_t job, std::uint64_t bytes) override {
+        events.push_back(std::to_string(job) + ": " + std::to_string(bytes) + " bytes");
+    }
     void OnWaiting(std::size_t job, std::int64_t seconds) override {
         events.push_back(std::to_string(job) + ": waits for " + std::to_string(seconds) + " s");
     }
@@ -88,7 +91,7 @@ private:
 using Work = std::function<json(Reporter&)>;
 
 Job MakeJob(const std::string& file, Work run, const std::string& directory = "") {
-    return {file, directory, [run = std::move(run)](Reporter& reporter) {
+    return {file, file, directory, [run = std::move(run)](Reporter& reporter) {
                 return JobResult{DumpJSON(run(reporter)), "", ""};
             }};
 }

@@ -59,7 +59,11 @@ const std::string kTextWavError =
     "more)";
 
 json ErrorDocument(const std::string& file, const std::string& message) {
-    return {{"document", "kelhost.error"}, {"version", 1}, {"file", file}, {"message", message}};
+    return {{"document", "kelhost.error"},
+            {"version", 1},
+            {"file", file},
+            {"path", file.empty() ? json() : json(file)},
+            {"message", message}};
 }
 
 json Failure(const std::string& file, const std::string& message) {
@@ -270,10 +274,12 @@ TEST_F(Documents, HaveNamesThatCanBeOpened) {
             Run(0, {"kelhost.compare"}, {"compare", "--json", name, output})[0]["results"][0];
         EXPECT_EQ(compared["a"]["path"], file["path"]);
         EXPECT_EQ(compared["b"].value("path_hex", ""), isUTF8 ? "" : "6f75742f62ffc3a42e776176");
-        const auto failed = Run(1, {"kelhost.error", "kelhost.info"},
-                                {"info", "--json", "no" + name})[1]["failures"][0];
-        EXPECT_EQ(failed["path"], isUTF8 ? json("no" + name) : json());
-        EXPECT_EQ(failed.value("path_hex", ""), isUTF8 ? "" : "6e6f62ffc3a42e776176");
+        const auto failed = Run(1, {"kelhost.error", "kelhost.progress", "kelhost.info"},
+                                {"info", "--json", "--progress", "json", "no" + name});
+        for (const json& item : {failed[0], failed[1], failed[2]["failures"][0]}) {
+            EXPECT_EQ(item["path"], isUTF8 ? json("no" + name) : json());
+            EXPECT_EQ(item.value("path_hex", ""), isUTF8 ? "" : "6e6f62ffc3a42e776176");
+        }
     }
 }
 
@@ -282,9 +288,12 @@ TEST_F(Documents, ShowOtherFileNamesEscaped) {
     WriteTake(m_directory / name);
     EXPECT_EQ(Run(0, {"kelhost.info"}, {"info", "--json", name})[0]["files"][0]["file"],
               "a\\n\\xFF\\x1B\xC3\xA4.wav");
+    json expected =
+        ErrorDocument("\\xFE.wav", "\\xFE.wav: cannot open for reading: No such file or directory");
+    expected["path"] = nullptr;
+    expected["path_hex"] = "fe2e776176";
     EXPECT_EQ(Run(1, {"kelhost.error", "kelhost.info"}, {"info", "--json", "\xFE.wav"})[0],
-              ErrorDocument("\\xFE.wav",
-                            "\\xFE.wav: cannot open for reading: No such file or directory"));
+              expected);
 }
 
 TEST_F(Documents, OfTheLogAreLinesOfStandardError) {
@@ -328,15 +337,19 @@ TEST_F(Documents, OfProgressEndWithTheWholeOrTheRange) {
         if (!row.succeeded) { // the error comes first
             result.err = result.err.substr(result.err.find('\n') + 1);
         }
+        // Two files have no path, and an element has none.
+        const json path = row.file.find(".wav") + 4 == row.file.size() ? json(row.file) : json();
         std::vector<json> expected{{{"document", "kelhost.progress"},
                                     {"version", 1},
                                     {"file", row.file},
+                                    {"path", path},
                                     {"finished", true},
                                     {"succeeded", row.succeeded}}};
         if (row.succeeded) {
             expected.insert(expected.begin(), json{{"document", "kelhost.progress"},
                                                    {"version", 1},
                                                    {"file", row.file},
+                                                   {"path", path},
                                                    {"done", row.total},
                                                    {"total", row.total},
                                                    {"rate", 48000}});
@@ -352,16 +365,21 @@ TEST(DocumentSchemas, RefuseDocumentsOfAnotherForm) {
         bool isRefused = true;
     };
     const std::vector<Row> rows{
-        {R"({"document":"kelhost.error","version":1,"file":"","message":"m"})", false},
-        {R"({"document":"kelhost.error","version":2,"file":"","message":"m"})"},
-        {R"({"document":"kelhost.error","version":1,"file":"","message":"m","more":1})"},
+        {R"({"document":"kelhost.error","version":1,"file":"","path":null,"message":"m"})", false},
+        {R"({"document":"kelhost.error","version":1,"file":"","message":"m"})"},
+        {R"({"document":"kelhost.error","version":2,"file":"","path":null,"message":"m"})"},
+        {R"({"document":"kelhost.error","version":1,"file":"","path":null,"message":"m","more":1})"},
         {R"({"document":"kelhost.unknown","version":1})"},
         {R"(["kelhost.error"])"},
         {"kelhost: m"},
-        {R"({"document":"kelhost.progress","version":1,"file":"f","done":1,"total":2})"},
-        {R"({"document":"kelhost.progress","version":1,"file":"f","waiting":1})", false},
-        {R"({"document":"kelhost.progress","version":1,"file":"f","waiting":0})"},
-        {R"({"document":"kelhost.progress","version":1,"file":"f","waiting":1,"finished":true,)"
+        {R"({"document":"kelhost.progress","version":1,"file":"f","path":"f","done":1,"total":2})"},
+        {R"({"document":"kelhost.progress","version":1,"file":"f","path":"f","waiting":1})", false},
+        {R"({"document":"kelhost.progress","version":1,"file":"f","path":"f","spooled":1})", false},
+        {R"({"document":"kelhost.progress","version":1,"file":"f","path":"f","waiting":0})"},
+        {R"({"document":"kelhost.progress","version":1,"file":"f","path":"f","waiting":1,)"
+         R"("spooled":1})"},
+        {R"({"document":"kelhost.progress","version":1,"file":"f","path":"f","waiting":1,)"
+         R"("finished":true,)"
          R"("succeeded":true})"},
         {R"({"document":"kelhost.info","version":1,"failures":[],"files":[{"file":"f"}]})"},
         {R"({"document":"kelhost.plot","version":1,"input":"f","picture":"","width":-1,"height":0,)"

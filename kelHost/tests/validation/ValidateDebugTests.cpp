@@ -159,9 +159,10 @@ TEST(ValidateDebug, RefusesWhatItCannotBeCombinedWith) {
         ExpectResult(Debug(directory, KEL_TEST_PLUGIN, row.check, row.arguments), 2, "",
                      "kelhost: " + row.error + "\n");
     }
-    ExpectResult(Debug(directory, KEL_TEST_PLUGIN, "plugin.loads", {"--json"}), 2, "",
-                 "{\"document\":\"kelhost.error\",\"file\":\"\",\"message\":\"--debug prints text, "
-                 "between the output of the plug-in; remove --json\",\"version\":1}\n");
+    ExpectResult(
+        Debug(directory, KEL_TEST_PLUGIN, "plugin.loads", {"--json"}), 2, "",
+        "{\"document\":\"kelhost.error\",\"file\":\"\",\"message\":\"--debug prints text, "
+        "between the output of the plug-in; remove --json\",\"path\":null,\"version\":1}\n");
     ExpectResult(Debug(directory, "missing.so", "plugin.loads"), 1, "",
                  Error("missing.so", "cannot load the plug-in: No such file or directory"));
 }

@@ -325,7 +325,7 @@ TEST(Validate, PassesSettingsToElements) {
         run("Frames=many"), 2, "",
         "{\"document\":\"kelhost.error\",\"file\":\"\",\"message\":\"invalid value "
         "\\\"Frames=many\\\" for --set: expected a value of kind integer, as test.Tone:WAVE "
-        "declares it\",\"version\":1}\n");
+        "declares it\",\"path\":null,\"version\":1}\n");
 }
 
 TEST(Validate, RefusesWrongCommandLines) {
