@@ -350,12 +350,15 @@ void OutputFile::RequireSpace(std::uint64_t bytes) const {
     }
 }
 
-std::string OutputFile::DescribeShortage(std::uint64_t bytes) const {
+std::string OutputFile::DescribeShortage(std::uint64_t bytes, std::string_view error) const {
     struct stat status {};
     const bool exists = fstat(m_file.Number(), &status) == 0;
     const std::uint64_t written = exists ? static_cast<std::uint64_t>(status.st_size) : 0;
     if (written < bytes && bytes - written > FreeSpace(m_file)) {
-        return GetsName() ? "; its disk is full"
+        const std::string_view known = std::strerror(ENOSPC);
+        const bool isKnown =
+            error.size() >= known.size() && error.substr(error.size() - known.size()) == known;
+        return GetsName() ? (isKnown ? "" : "; its disk is full")
                           : "; its temporary directory is full (--temp-dir DIRECTORY names another "
                             "place)";
     }

@@ -58,8 +58,8 @@ public:
     void RequireSpace(std::uint64_t bytes) const;
 
     /// Describes why the file could not grow to so many bytes, in words that follow an error: a
-    /// full disk or a limit of file sizes. Empty when no reason is known.
-    std::string DescribeShortage(std::uint64_t bytes) const;
+    /// full disk or a limit of file sizes. Empty when no reason is known, or the error states it.
+    std::string DescribeShortage(std::uint64_t bytes, std::string_view error) const;
 
     /// Whether the file is on a network or user-space file system. These may lose data after they
     /// have accepted it, and report it late or never.

@@ -11,6 +11,7 @@
 #include "commands/InfoCommand.h"
 #include "commands/JobRunner.h"
 #include "container/HeaderSizes.h"
+#include "elements/ElementCall.h"
 #include "elements/ErrorRecords.h"
 #include "elements/SinkWriter.h"
 #include "elements/SourceReader.h"
@@ -106,14 +107,14 @@ JobResult WriteTone(const std::string& path, bool replace, const HostLogger& log
     const ErrorRecords errors(log, path);
     OutputFile output(path, replace);
     const FileName file(output.TemporaryPath(), path);
-    WithFileContext(path, "", [&] {
+    CallElement(path, kWriteAudio, [&] {
         SinkWriter sink(*FindContainer(WrapperFormat::WAVE), file,
                         CreateInfoContainer(info, nullptr));
         sink.Element().PushSample(CreateSampleContainer(
             CreateAudioSample(info->GetAudioParameters(), info, buffer, limits, {}), nullptr));
         sink.Close();
     });
-    errors.RequireNone(path);
+    errors.RequireNone(path, kWriteAudio);
     for (const std::string& warning : output.Finish()) {
         reporter.Show(WarningLine(warning));
     }

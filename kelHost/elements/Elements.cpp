@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -30,6 +31,17 @@ ElementRecipe RecipeFor(ElementFactoryType kind, const std::string& type, const 
         GetManifest(kind, recipe.implementation, type)->GetCollectionValue("init_config"));
     SetFilePath(*recipe.settings, path);
     return recipe;
+}
+
+bool SourceHasSetting(const ElementRecipe& recipe, std::string_view name, ParameterKind kind) {
+    const auto declared =
+        GetManifest(ElementFactoryType::AudioSource, recipe.implementation, recipe.type)
+            ->GetCollectionValue("init_config")
+            ->GetParameters();
+    return std::any_of(declared.begin(), declared.end(),
+                       [&](const ParameterDescription& parameter) {
+                           return parameter.name == name && parameter.kind == kind;
+                       });
 }
 
 // The name by which hosts find an element: the number of its kind, its implementation, its type.
@@ -67,17 +79,15 @@ void SetBlockFrames(IParametersCollectionInstance& settings, std::uint32_t frame
 }
 
 std::optional<std::uint32_t> BlockFramesIn(const ElementRecipe& recipe) {
-    const auto declared =
-        GetManifest(ElementFactoryType::AudioSource, recipe.implementation, recipe.type)
-            ->GetCollectionValue("init_config")
-            ->GetParameters();
-    const bool hasSetting =
-        std::any_of(declared.begin(), declared.end(), [](const ParameterDescription& parameter) {
-            return parameter.name == kBlockFrames && parameter.kind == ParameterKind::Integer;
-        });
-    return hasSetting ? std::optional(static_cast<std::uint32_t>(
-                            recipe.settings->GetIntegerValue(kBlockFrames)))
-                      : std::nullopt;
+    return SourceHasSetting(recipe, kBlockFrames, ParameterKind::Integer)
+               ? std::optional(
+                     static_cast<std::uint32_t>(recipe.settings->GetIntegerValue(kBlockFrames)))
+               : std::nullopt;
+}
+
+bool ReadsFile(const ElementRecipe& recipe) {
+    return SourceHasSetting(recipe, kFilePath, ParameterKind::String) &&
+           !recipe.settings->GetWideStringValue(kFilePath).empty();
 }
 
 std::string TypeForReading(const std::string& path) {

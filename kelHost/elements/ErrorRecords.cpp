@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "base/Text.h"
+#include "elements/ElementCall.h"
 #include "elements/HostLogger.h"
 
 #include <fmt/format.h>
@@ -9,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace kel::host {
@@ -25,9 +27,9 @@ ErrorRecords::ErrorRecords(const HostLogger& log, std::string input)
     : m_log(log), m_input(std::move(input)), m_first(log.CountErrors()) {}
 
 // The first record is reported; later ones repeat it, as often as it took to stop.
-void ErrorRecords::RequireNone(const std::string& file) const {
+void ErrorRecords::RequireNone(const std::string& file, std::string_view task) const {
     if (m_log.CountErrors() != m_first) {
-        throw JobError(file, m_log.ErrorsSince(m_first).front());
+        throw ElementError(file, task, m_log.ErrorsSince(m_first).front().systemError);
     }
 }
 
@@ -37,7 +39,7 @@ void ErrorRecords::RequireNoneFromOutput(const std::string& output) const {
     }
     const auto errors = m_log.ErrorsSince(m_first, ReadingContext(m_input), false);
     if (!errors.empty()) {
-        throw JobError(output, errors.front());
+        throw ElementError(output, kWriteAudio, errors.front().systemError);
     }
 }
 
@@ -51,21 +53,23 @@ std::optional<std::string> ErrorRecords::VerifyDelivery(std::optional<std::int64
         const auto atEnd = m_log.ErrorsSince(m_first, EndContext(m_input), true);
         if (declared.has_value() && !errors.empty() && atEnd.size() == errors.size() &&
             earlyStop.empty()) {
-            return fmt::format("{}: all declared frames were delivered, and then: {}", m_input,
-                               errors.front());
+            const std::string reason = DescribeFileError(errors.front().systemError);
+            return fmt::format("{}: all declared frames were delivered, and then reading failed{}",
+                               m_input, reason.empty() ? " (--verbose shows more)" : ": " + reason);
         }
         if (!errors.empty()) {
-            throw JobError(m_input, "cannot read the file: " + errors.front());
+            throw ElementError(m_input, kReadAudio, errors.front().systemError);
         }
         return std::nullopt;
     }
+    const std::string cause = errors.empty() ? "" : DescribeFileError(errors.front().systemError);
     const std::string shortfall =
         (declared.has_value()
              ? fmt::format("declares {} and delivers {}",
                            Count(static_cast<std::uint64_t>(*declared), "frame"), delivered)
              : fmt::format("delivers {} and {}",
                            Count(static_cast<std::uint64_t>(delivered), "frame"), earlyStop)) +
-        (errors.empty() ? "" : " (" + errors.front() + ")");
+        (cause.empty() ? "" : " (" + cause + ")");
     if (!allowTruncated) {
         throw JobError(m_input, fmt::format("{}; it is damaged or was changed while it was read "
                                             "(--allow-truncated accepts the frames that exist)",

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kel::host {
 
@@ -27,12 +28,13 @@ public:
 
     /// Verifies that no error was logged at all.
     /// @param file the file that was worked on
-    /// @throws JobError with the first record's text when one was
-    void RequireNone(const std::string& file) const;
+    /// @param task what was done with it, see ElementError
+    /// @throws JobError when one was
+    void RequireNone(const std::string& file, std::string_view task) const;
 
     /// Verifies that no error was logged outside of reading.
     /// @param output the file that was written
-    /// @throws JobError with the first record's text when one was
+    /// @throws JobError when one was
     void RequireNoneFromOutput(const std::string& output) const;
 
     /// Verifies that the input delivered all of its frames and that reading it logged no error,

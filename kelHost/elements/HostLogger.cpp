@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -57,9 +59,10 @@ Verbosity ParseVerbosity(std::string_view text) {
 void HostLogger::Write(LogLevel level, const char* message, const char* context, const char* file,
                        const char* line, const char* /*reserved*/, const char* threadId,
                        const char* time) {
+    const int systemError = errno;
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (level == LogLevel::Error) {
-        m_errors.emplace_back(message, context);
+        m_errors.push_back({message, context, systemError});
     }
     if (m_verbosity == Verbosity::Usual) {
         if (level == LogLevel::Warning) {
@@ -77,26 +80,21 @@ std::size_t HostLogger::CountErrors() const {
     return m_errors.size();
 }
 
-std::vector<std::string> HostLogger::ErrorsSince(std::size_t first) const {
+std::vector<ErrorRecord> HostLogger::ErrorsSince(std::size_t first) const {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<std::string> messages;
-    for (std::size_t i = first; i < m_errors.size(); ++i) {
-        messages.push_back(m_errors[i].first);
-    }
-    return messages;
+    return {m_errors.begin() + static_cast<std::ptrdiff_t>(std::min(first, m_errors.size())),
+            m_errors.end()};
 }
 
-std::vector<std::string> HostLogger::ErrorsSince(std::size_t first, const std::string& context,
+std::vector<ErrorRecord> HostLogger::ErrorsSince(std::size_t first, const std::string& context,
                                                  bool within) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    std::vector<std::string> messages;
-    for (std::size_t i = first; i < m_errors.size(); ++i) {
-        const auto& [message, place] = m_errors[i];
-        if (EndsWith(place, context) == within) {
-            messages.push_back(message);
-        }
-    }
-    return messages;
+    std::vector<ErrorRecord> records = ErrorsSince(first);
+    records.erase(std::remove_if(records.begin(), records.end(),
+                                 [&](const ErrorRecord& record) {
+                                     return EndsWith(record.context, context) != within;
+                                 }),
+                  records.end());
+    return records;
 }
 
 InstalledLogger::InstalledLogger(std::shared_ptr<HostLogger> log)

@@ -10,7 +10,6 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -24,6 +23,13 @@ enum class Verbosity { Usual, Nothing, Errors, Warnings, Milestones, Everything 
 /// "info".
 /// @throws UsageError with the valid words
 Verbosity ParseVerbosity(std::string_view text);
+
+/// A record at level Error.
+struct ErrorRecord {
+    std::string message;
+    std::string context;
+    int systemError = 0; ///< errno when it was logged, which may be that of its cause
+};
 
 /// Keeps the records at level Error, because elements do not throw every failure, and shows records
 /// to the user. Any thread may log.
@@ -42,18 +48,18 @@ public:
     /// Number of records at level Error so far.
     std::size_t CountErrors() const;
 
-    /// Returns the texts of the records at level Error from number @p first on.
-    std::vector<std::string> ErrorsSince(std::size_t first) const;
+    /// Returns the records at level Error from number @p first on.
+    std::vector<ErrorRecord> ErrorsSince(std::size_t first) const;
 
     /// Returns only those that were logged within a ContextScope of a name, or only the others.
-    std::vector<std::string> ErrorsSince(std::size_t first, const std::string& context,
+    std::vector<ErrorRecord> ErrorsSince(std::size_t first, const std::string& context,
                                          bool within) const;
 
 private:
     mutable std::mutex m_mutex;
     Show m_show;
     Verbosity m_verbosity;
-    std::vector<std::pair<std::string, std::string>> m_errors; // messages and contexts
+    std::vector<ErrorRecord> m_errors;
 };
 
 /// Installs a logger as the current logger writer during its lifetime.

@@ -82,7 +82,7 @@ SampleHandle RangeReader::Pull() {
 
 SampleHandle RangeReader::PullNext() {
     if (!m_tail.has_value()) {
-        SampleHandle sample = m_source.Element().GetSample();
+        SampleHandle sample = m_source.NextSample();
         if (sample != nullptr || !m_source.Frames().has_value()) {
             return sample;
         }

@@ -1,6 +1,7 @@
 #include "elements/SinkWriter.h"
 
 #include "base/Errors.h"
+#include "elements/ElementCall.h"
 
 #include <ICheckInputReport.h>
 #include <WorkflowStepImplementation.h>
@@ -17,8 +18,6 @@ namespace kel::host {
 
 namespace {
 
-constexpr const char* kCannotWrite = "cannot open for writing";
-
 bool Accepts(const IAudioSink& sink, const std::shared_ptr<const IInfoContainer>& input) {
     const auto report = sink.CheckInputAndAdaptIfNecessary(input, "");
     return report == nullptr ||
@@ -29,17 +28,28 @@ bool Accepts(const IAudioSink& sink, const std::shared_ptr<const IInfoContainer>
 
 SinkWriter::SinkWriter(const Container& container, const FileName& file,
                        const std::shared_ptr<const IInfoContainer>& input) {
-    WithFileContext(file, kCannotWrite, [&] {
-        Define(
-            file.shown, FileSink(container, file.path), input,
-            fmt::format("{} does not support this encoding; see kelhost formats", container.title));
+    WithFileContext(file, kOpenForWriting, [&] {
+        CallElement(file.shown, kOpenForWriting, [&] {
+            Define(file.shown, FileSink(container, file.path), input,
+                   fmt::format("{} does not support this encoding; see kelhost formats",
+                               container.title));
+        });
     });
 }
 
-SinkWriter::SinkWriter(const std::string& shownName, const ElementRecipe& recipe,
+SinkWriter::SinkWriter(const std::string& shownName, bool isFile, const ElementRecipe& recipe,
                        const std::shared_ptr<const IInfoContainer>& input,
                        const std::string& refusal) {
-    WithFileContext(shownName, kCannotWrite, [&] { Define(shownName, recipe, input, refusal); });
+    const auto define = [&] {
+        Define(shownName, recipe, input, refusal);
+    };
+    WithFileContext(shownName, kOpenForWriting, [&] {
+        if (isFile) {
+            CallElement(shownName, kOpenForWriting, define);
+        } else {
+            define();
+        }
+    });
 }
 
 void SinkWriter::Define(const std::string& shownName, const ElementRecipe& recipe,

@@ -26,9 +26,11 @@ public:
 
     /// Creates a sink, verifies that it accepts the input, and defines that.
     /// @param shownName the file that it writes, or the sink itself, as the user knows it
+    /// @param isFile whether it writes a file; the words of any other sink are in its errors,
+    /// because the host knows no cause
     /// @param refusal the error when it does not accept the input
     /// @throws JobError when it does not, or fails
-    SinkWriter(const std::string& shownName, const ElementRecipe& recipe,
+    SinkWriter(const std::string& shownName, bool isFile, const ElementRecipe& recipe,
                const std::shared_ptr<const IInfoContainer>& input, const std::string& refusal);
 
     ~SinkWriter();

@@ -7,6 +7,7 @@
 #include "container/MPEGStream.h"
 #include "container/OggStreams.h"
 #include "container/Recognition.h"
+#include "elements/ElementCall.h"
 
 #include <IAudioParameters_PCM.h>
 #include <IChannelInfo.h>
@@ -35,7 +36,6 @@ namespace kel::host {
 
 namespace {
 
-constexpr const char* kCannotRead = "cannot open for reading";
 constexpr const char* kFurtherStreams = "cannot read all samples: it contains several streams, one "
                                         "after the other, of which only the first can be read";
 constexpr std::uint32_t kDefaultBlockFrames = 16384;
@@ -65,6 +65,24 @@ std::string DescribeRefusal(const std::string& path) {
     return "its format is unknown or it is damaged (--verbose shows more)";
 }
 
+// Opens a file. Libraries leave any error of the system behind when they look for its format, so
+// that none of these is the cause.
+template <typename Operation>
+void OpenAsFile(const FileName& file, Operation operation) {
+    WithFileContext(file, kOpenForReading, [&] {
+        try {
+            operation();
+        } catch (const JobError&) {
+            throw;
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception& error) {
+            LogWords(error);
+            throw ElementError(file.shown, kOpenForReading, 0);
+        }
+    });
+}
+
 OpeningFacts FactsOf(const SampleLayout& layout) {
     return {layout.frames, layout.channels, layout.rate, {layout.first}};
 }
@@ -75,7 +93,7 @@ SourceReader::SourceReader(const FileName& file, std::optional<std::uint32_t> bl
                            const Repair& repair)
     : m_shownName(file.shown), m_blockFrames(blockFrames.value_or(kDefaultBlockFrames)) {
     RequireReadable(file);
-    WithFileContext(file, kCannotRead, [&] {
+    OpenAsFile(file, [&] {
         m_recipe = FileSource(file, m_blockFrames);
         OpenFile(file, repair);
         const std::uint32_t chosen = ChooseBlockFrames(Frames(), Channels());
@@ -91,13 +109,13 @@ SourceReader::SourceReader(std::string shownName, const ElementRecipe& recipe,
                            const std::string& file, const Repair& repair)
     : m_shownName(std::move(shownName)), m_blockFrames(BlockFramesIn(recipe).value_or(0)),
       m_recipe(recipe) {
-    WithFileContext(m_shownName, kCannotRead, [&] {
-        if (file.empty()) {
-            Open();
-        } else {
-            OpenFile({file, m_shownName}, repair);
-        }
-    });
+    if (!file.empty()) {
+        OpenAsFile({file, m_shownName}, [&] { OpenFile({file, m_shownName}, repair); });
+    } else if (ReadsFile(m_recipe)) {
+        OpenAsFile(m_shownName, [&] { Open(); }); // once more
+    } else {
+        WithFileContext(m_shownName, kOpenForReading, [&] { Open(); });
+    }
 }
 
 void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
@@ -122,12 +140,12 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
         throw;
     } catch (const std::exception& error) {
         if (!m_header.has_value() && IsUnrecognised(file, error.what())) {
-            throw UnrecognisedFile(m_shownName,
-                                   fmt::format("{}: {}", kCannotRead, DescribeRefusal(file.path)));
+            throw UnrecognisedFile(
+                m_shownName, fmt::format("{}: {}", kOpenForReading, DescribeRefusal(file.path)));
         }
-        // The source's own words are a log record.
+        LogWords(error);
         throw JobError(m_shownName,
-                       fmt::format("{}: {}", kCannotRead,
+                       fmt::format("{}: {}", kOpenForReading,
                                    obstacle.empty() ? DescribeRefusal(file.path)
                                                     : obstacle + " (--repair reads it)"));
     }
@@ -216,6 +234,7 @@ void SourceReader::OpenSource(const FileName& file, const FileState& state,
 }
 
 void SourceReader::Open() {
+    errno = 0; // which is kept with records of errors
     m_element = ImplementElement<ElementFactoryType::AudioSource>(m_recipe.implementation,
                                                                   m_recipe.type, nullptr);
     m_element->SetInitConfig(m_recipe.settings);
@@ -224,20 +243,26 @@ void SourceReader::Open() {
     const auto infos = m_description != nullptr ? m_description->GetAudioInfos()
                                                 : std::vector<std::shared_ptr<const IAudioInfo>>{};
     if (infos.empty() || infos.front()->GetChannelInfo() == nullptr) {
-        throw JobError(m_shownName, fmt::format("{}: it describes no audio", kCannotRead));
+        throw JobError(m_shownName, fmt::format("{}: it describes no audio", kOpenForReading));
     }
     m_info = infos.front();
+}
+
+SampleHandle SourceReader::NextSample() const {
+    return CallElement(m_shownName, kReadAudio, [&] { return m_element->GetSample(); });
 }
 
 void SourceReader::Seek(std::int64_t frame) const {
     std::string reason = "it went elsewhere";
     try {
+        errno = 0;
         const MediaTime target(EditRate(Rate(), 1), frame, nullptr);
         if (m_element->GotoTimeOffset(target, "").GetTimeNumber() == frame) {
             return;
         }
     } catch (const std::exception& error) {
-        reason = error.what();
+        reason = DescribeCause(kReadAudio, errno);
+        LogWords(error);
     }
     throw JobError(m_shownName,
                    fmt::format("cannot seek to frame {}: {}; damaged files can only be read "

@@ -1,6 +1,7 @@
 /// Sources as the host uses them: created by name, opened, and released in any case.
 #pragma once
 
+#include "audio/Samples.h"
 #include "base/FileName.h"
 #include "base/FileState.h"
 #include "base/TemporaryFile.h"
@@ -64,6 +65,10 @@ public:
     SourceReader& operator=(const SourceReader&) = delete;
 
     IAudioSource& Element() const { return *m_element; }
+
+    /// Returns the next sample; empty at the end.
+    /// @throws JobError when the source fails
+    SampleHandle NextSample() const;
 
     /// The file or the source, as the user knows it.
     const std::string& ShownName() const { return m_shownName; }

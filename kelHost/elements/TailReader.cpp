@@ -19,14 +19,14 @@ TailReader::TailReader(const SourceReader& source, std::int64_t first, std::int6
 }
 
 SampleHandle TailReader::Pull() {
-    return m_source == nullptr ? nullptr : m_source->Element().GetSample();
+    return m_source == nullptr ? nullptr : m_source->NextSample();
 }
 
 // The samples are the same as those of the first source. Where they are not, the file was changed,
 // and the rest would not follow what was delivered.
 void TailReader::Skip(std::int64_t frames) {
     while (frames > 0) {
-        const SampleHandle sample = m_source->Element().GetSample();
+        const SampleHandle sample = m_source->NextSample();
         const std::int64_t skipped =
             sample == nullptr ? 0 : AudioSampleIn(*sample)->GetTimeLimits().duration;
         if (skipped == 0 || skipped > frames) {

@@ -11,6 +11,7 @@
 #include "container/MetadataCopy.h"
 #include "container/OutputHeader.h"
 #include "container/StoredFormat.h"
+#include "elements/ElementCall.h"
 #include "elements/OpeningFacts.h"
 #include "elements/RangeReader.h"
 #include "jobs/SeekableInput.h"
@@ -93,7 +94,8 @@ public:
         try {
             Write(output);
         } catch (const JobError& error) {
-            throw JobError(error.File(), error.what() + output.DescribeShortage(size));
+            throw JobError(error.File(),
+                           error.what() + output.DescribeShortage(size, error.what()));
         }
         m_warnings.Add(output.KeepAttributes());
         // Before the output appears: afterwards nothing may fail.
@@ -123,7 +125,7 @@ private:
         if (m_options.keepMetadata) {
             m_metadata.emplace(m_request.input, *m_facts.format.container);
         }
-        m_errors.RequireNone(m_request.input.shown);
+        m_errors.RequireNone(m_request.input.shown, kOpenForReading);
         m_warnings.Add(m_source->CheckHeader(m_options.input));
         m_stored = FindStoredFormat(m_request.input);
         m_facts.format.encoding = &ChooseEncoding(m_request, m_stored);
@@ -353,7 +355,7 @@ private:
         const SourceReader source(file, m_options.blockFrames);
         FloatHash hash;
         std::int64_t read = 0;
-        while (const SampleHandle sample = source.Element().GetSample()) {
+        while (const SampleHandle sample = source.NextSample()) {
             const FloatView floats = FloatsIn(*sample);
             hash.Add(floats);
             read += static_cast<std::int64_t>(floats.count / m_facts.channels);

@@ -6,6 +6,7 @@
 #include "base/OutputFile.h"
 #include "base/Text.h"
 #include "container/HeaderSizes.h"
+#include "elements/ElementCall.h"
 #include "elements/TailReader.h"
 #include "jobs/SeekableInput.h"
 #include "jobs/Warnings.h"
@@ -117,7 +118,7 @@ public:
 private:
     SampleHandle PullNext() {
         if (!m_tail.has_value()) {
-            SampleHandle sample = m_source.Element().GetSample();
+            SampleHandle sample = m_source.NextSample();
             const bool isEarly = m_source.Frames().value_or(0) > m_delivered && !m_isGrowing;
             if (sample != nullptr || !isEarly) {
                 return sample;
@@ -179,7 +180,7 @@ private:
             m_input, source.recipe, path,
             Repair{m_request.input.repair, ReadingSteps(m_reporter), spool.directory});
         m_reporter.Opened();
-        m_errors.RequireNone(m_input);
+        m_errors.RequireNone(m_input, kOpenForReading);
         m_warnings.Add(m_source->CheckHeader(m_request.input));
         RequireCountable();
     }
@@ -219,8 +220,8 @@ private:
                                                               TemporaryName::Requested);
         output.RequireSpace(size);
         SetFilePath(*sink.recipe.settings, output.TemporaryPath());
-        try {
         m_reporter.ShowAs({output.TemporaryPath(), sink.file.shown});
+        try {
             MoveSamples(container);
             m_warnings.Add(output.Flush());
             if (container != nullptr) {
@@ -228,7 +229,8 @@ private:
             }
             m_errors.RequireNoneFromOutput(m_output);
         } catch (const JobError& error) {
-            throw JobError(error.File(), error.what() + output.DescribeShortage(size));
+            throw JobError(error.File(),
+                           error.what() + output.DescribeShortage(size, error.what()));
         }
         m_warnings.Add(output.KeepAttributes());
         // Before the output appears: afterwards nothing may fail.
@@ -263,10 +265,10 @@ private:
                 std::make_unique<FittingReader>(std::move(parts.reader), *container, m_output,
                                                 m_channels, m_frameBytes / m_channels, LargeType());
         }
-        parts.sink = std::make_unique<SinkWriter>(m_output, recipe, m_source->Description(),
-                                                  fmt::format("{}:{} does not accept {}",
-                                                              recipe.implementation, recipe.type,
-                                                              m_encoding));
+        parts.sink = std::make_unique<SinkWriter>(
+            m_output, !m_request.sink.file.path.empty(), recipe, m_source->Description(),
+            fmt::format("{}:{} does not accept {}", recipe.implementation, recipe.type,
+                        m_encoding));
         parts.source = std::move(m_source);
         Transfer transfer(std::move(parts), m_output, m_errors, m_reporter);
         m_frames = transfer.Run(hasEnd ? declared : std::nullopt);

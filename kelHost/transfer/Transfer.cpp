@@ -1,6 +1,7 @@
 #include "transfer/Transfer.h"
 
 #include "base/Errors.h"
+#include "elements/ElementCall.h"
 
 #include <IAudioSample.h>
 #include <IBuffer.h>
@@ -38,7 +39,8 @@ std::int64_t Transfer::Run(std::optional<std::int64_t> frames) {
 }
 
 void Transfer::CloseSink() {
-    WithFileContext(m_output, "", [&] { m_parts.sink->Close(); });
+    WithFileContext(m_output, "",
+                    [&] { CallElement(m_output, kWriteAudio, [&] { m_parts.sink->Close(); }); });
 }
 
 void Transfer::EnablePeaks(std::uint32_t channels, std::size_t valueBytes) {
@@ -79,7 +81,7 @@ void Transfer::Push(const SampleHandle& sample) {
     if (m_meter.has_value()) {
         Measure(*sample);
     }
-    m_parts.sink->Element().PushSample(sample);
+    CallElement(m_output, kWriteAudio, [&] { m_parts.sink->Element().PushSample(sample); });
     // The sink logs a failed write without throwing. More samples would only fill a full disk
     // again.
     m_errors.RequireNoneFromOutput(m_output);

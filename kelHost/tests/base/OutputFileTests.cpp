@@ -629,13 +629,13 @@ TEST(OutputFileShortage, IsALimitOfTheFileSizeThatIsReached) {
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
     const rlimit few{100, former.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &few), 0);
-    EXPECT_EQ(output.DescribeShortage(1000), "");
+    EXPECT_EQ(output.DescribeShortage(1000, ""), "");
     WriteFile(output.TemporaryPath(), std::string(99, 'x'));
-    EXPECT_EQ(output.DescribeShortage(1000), "");
+    EXPECT_EQ(output.DescribeShortage(1000, ""), "");
     WriteFile(output.TemporaryPath(), std::string(100, 'x'));
-    EXPECT_EQ(output.DescribeShortage(1000), "; files are limited to 100 bytes (ulimit -f)");
+    EXPECT_EQ(output.DescribeShortage(1000, ""), "; files are limited to 100 bytes (ulimit -f)");
     setrlimit(RLIMIT_FSIZE, &former);
-    EXPECT_EQ(output.DescribeShortage(1000), "");
+    EXPECT_EQ(output.DescribeShortage(1000, ""), "");
 }
 
 TEST(OutputFileWithoutAName, GetsNone) {
@@ -648,7 +648,7 @@ TEST(OutputFileWithoutAName, GetsNone) {
     EXPECT_EQ(ReadFile(file.Path()), "take");
     EXPECT_EQ(directory.Names(), std::vector<std::string>());
     constexpr std::uint64_t kTooLarge = std::uint64_t{1} << 62U;
-    EXPECT_EQ(output.DescribeShortage(kTooLarge),
+    EXPECT_EQ(output.DescribeShortage(kTooLarge, "No space left on device"),
               "; its temporary directory is full (--temp-dir DIRECTORY names another place)");
     const std::string tooLarge = JobErrorOf([&] { output.RequireSpace(kTooLarge); });
     EXPECT_EQ(test::ReplaceMatches(tooLarge, "has [0-9]+ left", "has N left"),
@@ -662,12 +662,13 @@ TEST(OutputFileShortage, IsAFullDiskWhenTheMissingBytesDoNotFit) {
     const TemporaryDirectory directory;
     const OutputFile output(directory / "take.wav", false);
     constexpr std::uint64_t kBeyondEveryDisk = std::uint64_t{1} << 62U;
-    EXPECT_EQ(output.DescribeShortage(kBeyondEveryDisk), "; its disk is full");
-    EXPECT_EQ(output.DescribeShortage(0), "");
+    EXPECT_EQ(output.DescribeShortage(kBeyondEveryDisk, "it failed"), "; its disk is full");
+    EXPECT_EQ(output.DescribeShortage(kBeyondEveryDisk, "it failed: No space left on device"), "");
+    EXPECT_EQ(output.DescribeShortage(0, ""), "");
     // Written bytes need no more room.
     constexpr std::uint64_t kMuch = std::uint64_t{1} << 40U;
     fs::resize_file(output.TemporaryPath(), kMuch - 1);
-    EXPECT_EQ(output.DescribeShortage(kMuch), "");
+    EXPECT_EQ(output.DescribeShortage(kMuch, ""), "");
 }
 
 TEST(OutputFileSpace, IsRequired) {

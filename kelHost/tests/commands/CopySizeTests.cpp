@@ -118,16 +118,14 @@ TEST(CopyShortage, IsReportedWithBothCountsUnlessItIsAllowed) {
         std::string fault;
         Arguments range;
         int promised;
-        std::string reason;
     };
     const std::string logs = "source logs an error and ends early";
-    for (const Row& row : {Row{"source delivers fewer frames", {}, 40000, ""},
-                           Row{logs, {}, 40000, " (fault " + logs + ")"},
-                           Row{logs, {"--start", "100f"}, 39900, " (fault " + logs + ")"}}) {
+    for (const Row& row : {Row{"source delivers fewer frames", {}, 40000}, Row{logs, {}, 40000},
+                           Row{logs, {"--start", "100f"}, 39900}}) {
         const TemporaryDirectory directory;
         const std::string frames = std::to_string(row.promised - 1);
-        const std::string shortage = "in.wav: declares " + std::to_string(row.promised) +
-                                     " frames and delivers " + frames + row.reason;
+        const std::string shortage =
+            "in.wav: declares " + std::to_string(row.promised) + " frames and delivers " + frames;
         ExpectResult(
             RunCommand(TextCopy(directory, row.fault, row.range)), 1, "",
             "kelhost: " + shortage +
@@ -145,10 +143,10 @@ TEST(CopyShortage, IsReportedWithBothCountsUnlessItIsAllowed) {
 
 TEST(CopyShortage, IsNoPermissionForErrorsWithoutALossOfFrames) {
     const TemporaryDirectory directory;
-    ExpectResult(RunCommand(TextCopy(directory, "source logs an error while reading",
-                                     {"--allow-truncated"})),
-                 1, "",
-                 Error("in.wav", "cannot read the file: fault source logs an error while reading"));
+    ExpectResult(
+        RunCommand(
+            TextCopy(directory, "source logs an error while reading", {"--allow-truncated"})),
+        1, "", Error("in.wav", "cannot read the audio: it may be damaged (--verbose shows more)"));
     EXPECT_EQ(SortedNames(directory), Names{"in.wav"});
 }
 

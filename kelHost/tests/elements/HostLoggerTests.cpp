@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <iterator>
 #include <memory>
@@ -26,6 +27,16 @@ void WriteTo(HostLogger& log, LogLevel level, const char* message, const char* c
 HostLogger MakeLog(std::ostream& stream, bool verbose) {
     return {[&stream](const std::string& line) { stream << line << "\n"; },
             verbose ? Verbosity::Everything : Verbosity::Usual};
+}
+
+using Messages = std::vector<std::string>;
+
+Messages MessagesOf(const std::vector<ErrorRecord>& records) {
+    Messages messages;
+    for (const ErrorRecord& record : records) {
+        messages.push_back(record.message);
+    }
+    return messages;
 }
 
 constexpr LogLevel kAllLevels[] = {LogLevel::Info, LogLevel::Warning, LogLevel::Error,
@@ -90,16 +101,17 @@ TEST(HostLogger, KeepsTheRecordsAtLevelErrorAsTheyAre) {
     std::ostringstream stream;
     HostLogger log = MakeLog(stream, false);
     EXPECT_EQ(log.CountErrors(), 0U);
-    EXPECT_EQ(log.ErrorsSince(0), std::vector<std::string>{});
+    EXPECT_EQ(MessagesOf(log.ErrorsSince(0)), std::vector<std::string>{});
     for (const LogLevel level : kAllLevels) {
         WriteTo(log, level, ("first at\n" + ToString(level)).c_str());
     }
     EXPECT_EQ(log.CountErrors(), 1U);
     WriteTo(log, LogLevel::Error, "second");
     EXPECT_EQ(log.CountErrors(), 2U);
-    EXPECT_EQ(log.ErrorsSince(0), (std::vector<std::string>{"first at\nError", "second"}));
-    EXPECT_EQ(log.ErrorsSince(1), std::vector<std::string>{"second"});
-    EXPECT_EQ(log.ErrorsSince(2), std::vector<std::string>{});
+    EXPECT_EQ(MessagesOf(log.ErrorsSince(0)),
+              (std::vector<std::string>{"first at\nError", "second"}));
+    EXPECT_EQ(MessagesOf(log.ErrorsSince(1)), std::vector<std::string>{"second"});
+    EXPECT_EQ(MessagesOf(log.ErrorsSince(2)), std::vector<std::string>{});
 }
 
 TEST(HostLogger, SeparatesErrorsOfOneContextFromAllOthers) {
@@ -112,10 +124,21 @@ TEST(HostLogger, SeparatesErrorsOfOneContextFromAllOthers) {
     WriteTo(log, LogLevel::Error, "outer", "reading a / copy a");
     WriteTo(log, LogLevel::Error, "other", "reading b");
     WriteTo(log, LogLevel::Warning, "no error", "reading a");
-    using Messages = std::vector<std::string>;
-    EXPECT_EQ(log.ErrorsSince(1, "reading a", true), (Messages{"alone", "inner"}));
-    EXPECT_EQ(log.ErrorsSince(1, "reading a", false), (Messages{"nowhere", "outer", "other"}));
-    EXPECT_EQ(log.ErrorsSince(6, "reading a", true), Messages{});
+    EXPECT_EQ(MessagesOf(log.ErrorsSince(1, "reading a", true)), (Messages{"alone", "inner"}));
+    EXPECT_EQ(MessagesOf(log.ErrorsSince(1, "reading a", false)),
+              (Messages{"nowhere", "outer", "other"}));
+    EXPECT_EQ(MessagesOf(log.ErrorsSince(6, "reading a", true)), Messages{});
+}
+
+TEST(HostLogger, KeepsTheErrorOfTheSystem) {
+    std::ostringstream stream;
+    HostLogger log = MakeLog(stream, true);
+    errno = ENOSPC;
+    WriteTo(log, LogLevel::Error, "full");
+    errno = 0;
+    WriteTo(log, LogLevel::Error, "none");
+    EXPECT_EQ(log.ErrorsSince(0).front().systemError, ENOSPC);
+    EXPECT_EQ(log.ErrorsSince(1).front().systemError, 0);
 }
 
 TEST(InstalledHostLog, IsTheCurrentWriterForAsLongAsItLives) {
@@ -128,7 +151,7 @@ TEST(InstalledHostLog, IsTheCurrentWriterForAsLongAsItLives) {
         KEL_LOG(LogLevel::Error, "inside");
     }
     KEL_LOG(LogLevel::Error, "outside");
-    EXPECT_EQ(log->ErrorsSince(0), std::vector<std::string>{"inside"});
+    EXPECT_EQ(MessagesOf(log->ErrorsSince(0)), std::vector<std::string>{"inside"});
     EXPECT_EQ(outer->Messages(LogLevel::Error), std::vector<std::string>{"outside"});
 }
 
@@ -164,7 +187,7 @@ TEST(HostLogThreads, LogAtTheSameTimeWithoutMixingTheirLines) {
         expected += "kelhost: warning: a warning\n";
     }
     EXPECT_EQ(stream.str(), expected);
-    EXPECT_EQ(log->ErrorsSince(0),
+    EXPECT_EQ(MessagesOf(log->ErrorsSince(0)),
               std::vector<std::string>(kThreads * kRecords, std::string("an error")));
 }
 

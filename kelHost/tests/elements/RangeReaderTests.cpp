@@ -109,8 +109,7 @@ TEST_F(RangeReaderTest, ReportsThatTheSourceCannotGoThere) {
         FAIL() << "went beyond the end";
     } catch (const JobError& error) {
         EXPECT_EQ(DescribeError(error).message,
-                  "a\\nb.wav: cannot seek to frame 101: "
-                  "[LibsndfileSource::GotoTimeOffset - mediaTime.GetTimeNumber() past file end!]; "
+                  "a\\nb.wav: cannot seek to frame 101: it may be damaged (--verbose shows more); "
                   "damaged files can only be read from their beginning");
     }
 }
