@@ -257,11 +257,11 @@ public:
         const bool skips = m_options.skip || m_options.update || m_selection.has_value();
         if ((files != 1 || m_selection.has_value()) && !common.style.quiet && !common.style.json) {
             streams.out << fmt::format(
-                "{}: {} {}, {}{} failed\n", Count(files, "file"),
+                "{}: {} {}, {}{}\n", Count(files, "file"),
                 files + jobs.failures.size() - skipped - counts.failed,
                 m_options.dryRun ? "would be copied" : "copied",
                 skips ? FormatSkipped(counts.skipped, m_selection.has_value()) + ", " : "",
-                counts.failed);
+                FormatFailed(counts.failed, jobs.failures.size()));
         }
         return counts.failed == 0 ? kSuccess : kFailure;
     }

@@ -3,6 +3,7 @@
 #include "base/FileName.h"
 #include "base/JSONDocument.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <cstddef>
@@ -64,6 +65,7 @@ std::size_t JobRunner::Run(const std::function<void(const JobResult&)>& show) {
 
 void JobRunner::Begin(const std::vector<JobError>& failures, const std::vector<UnusedFile>& unused,
                       const std::function<void(const JobResult&)>& show) {
+    m_unreadDirectories = failures.size();
     for (const JobError& failure : failures) {
         m_failures.push_back(DescribeError(failure));
         m_console.ShowError(m_failures.back());
@@ -110,12 +112,23 @@ nlohmann::json JobRunner::SkippedInputs() const {
 
 nlohmann::json JobRunner::Failures() const {
     auto failures = nlohmann::json::array();
-    for (const ErrorText& failure : m_failures) {
+    for (std::size_t i = 0; i < m_failures.size(); ++i) {
+        const ErrorText& failure = m_failures[i];
         nlohmann::json members{{"file", failure.file}, {"message", failure.message}};
         AddPath(members, "path", failure.path);
+        if (i < m_unreadDirectories) {
+            members["directory"] = true;
+        }
         failures.push_back(std::move(members));
     }
     return failures;
+}
+
+std::string FormatFailed(std::size_t failed, std::size_t directories) {
+    const std::string text = fmt::format("{} failed", failed - directories);
+    return directories == 0 ? text
+                            : fmt::format("{}; {} {} could not be read", text, directories,
+                                          directories == 1 ? "directory" : "directories");
 }
 
 } // namespace kel::host

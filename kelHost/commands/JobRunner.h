@@ -65,6 +65,9 @@ public:
     /// The same with "file" and "reason", for commands without outputs.
     nlohmann::json SkippedInputs() const;
 
+    /// Number of directories that could not be read, which are failures, too.
+    std::size_t UnreadDirectories() const { return m_unreadDirectories; }
+
     /// The failures as a JSON array.
     nlohmann::json Failures() const;
 
@@ -82,6 +85,12 @@ private:
     std::vector<std::string> m_skippedDocuments; // with --json only
     SkipCounts m_skipped;
     std::vector<ErrorText> m_failures;
+    std::size_t m_unreadDirectories = 0; // the first of them
 };
+
+/// Returns the failures as the end of a summary of files: "2 failed", and directories apart from
+/// them: "2 failed; 1 directory could not be read".
+/// @param failed files and directories
+std::string FormatFailed(std::size_t failed, std::size_t directories);
 
 } // namespace kel::host

@@ -115,11 +115,11 @@ int CompareTrees(const std::string& directoryA, const std::string& directoryB,
                                                   {"failures", runner.Failures()}});
     } else if (!common.style.quiet) {
         streams.out << fmt::format(
-            "{}: {} the same, {} different, {} only in {}, {} only in {}, {}, {} failed\n",
+            "{}: {} the same, {} different, {} only in {}, {} only in {}, {}, {}\n",
             Count(results.comparisons.size(), "pair"), results.same,
             results.comparisons.size() - results.same, results.onlyInA.size(), Escape(directoryA),
             results.onlyInB.size(), Escape(directoryB), FormatSkipped(runner.Skipped(), true),
-            failed);
+            FormatFailed(failed, runner.UnreadDirectories()));
     }
     return failed > 0 ? kComparisonFailed : results.AreSame() ? kSameAudio : kDifferentAudio;
 }

@@ -112,7 +112,7 @@ TEST_F(Tree, FailsForADirectoryThatCannotBeReadToItsEnd) {
     command.environment["KEL_TEST_FAULTY_NUMBER"] = "1";
     ExpectResult(RunCommand(command), 1,
                  CopyReport("day/a.wav", "out/day/a.wav") +
-                     "1 file: 1 copied, 0 skipped, 1 failed\n",
+                     "1 file: 1 copied, 0 skipped, 0 failed; 1 directory could not be read\n",
                  Error("day/b", "cannot read the directory: Input/output error"));
 }
 
@@ -131,7 +131,7 @@ TEST_F(Tree, FailsForDamagedFilesAndUnreadableDirectories) {
     fs::permissions(m_directory / "out", fs::perms(0777));
     ExpectResult(RunCommand(command), 1,
                  CopyReport("day/c/d.wav", "out/day/c/d.wav") +
-                     "5 files: 1 copied, 0 skipped, 5 failed\n",
+                     "5 files: 1 copied, 0 skipped, 4 failed; 1 directory could not be read\n",
                  Error("day/locked", "cannot read the directory: Permission denied") +
                      NoAudioError("day/a.wav") +
                      Error("day/b.wav", "declares 1000 frames and contains 14; it is truncated "
@@ -165,9 +165,10 @@ TEST_F(Tree, IsListedInTheDocument) {
                                           {"output_path", nullptr},
                                           {"reason", "not-audio"}}}));
     const std::string loop = "is a link to a directory above it; leave it out with --exclude";
-    EXPECT_EQ(
-        document["failures"],
-        (json{{{"file", "day/loop"}, {"path", "day/loop"}, {"message", "day/loop: " + loop}}}));
+    EXPECT_EQ(document["failures"], (json{{{"file", "day/loop"},
+                                           {"path", "day/loop"},
+                                           {"directory", true},
+                                           {"message", "day/loop: " + loop}}}));
 }
 
 TEST_F(Tree, DoesNotContainTheOutputsOfAnEarlierRun) {
