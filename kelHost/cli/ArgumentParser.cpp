@@ -3,10 +3,12 @@
 #include "base/Errors.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -98,6 +100,24 @@ UsageError DescribeMismatch(const ParserOptions& parsed, const CLI::ParseError& 
     return UsageError(error.what());
 }
 
+// The values that an option has received.
+std::vector<std::string> ValuesOf(const Option& option) {
+    return std::visit(
+        [](const auto* variable) -> std::vector<std::string> {
+            using Variable = std::remove_const_t<std::remove_pointer_t<decltype(variable)>>;
+            if constexpr (std::is_same_v<Variable, std::vector<std::string>>) {
+                return *variable;
+            } else if constexpr (std::is_same_v<Variable, std::string>) {
+                return {*variable};
+            } else if constexpr (std::is_same_v<Variable, std::optional<std::string>>) {
+                return {variable->value_or("")};
+            } else {
+                return {}; // a flag
+            }
+        },
+        option.Variable());
+}
+
 bool IsUsed(const ParsedArguments& parsed, std::string_view name) {
     return std::any_of(parsed.used.begin(), parsed.used.end(),
                        [name](const Option* option) { return option->IsCalled(name); });
@@ -170,3 +190,22 @@ void RequireComplete(const std::vector<Option>& options, const ParsedArguments& 
 }
 
 } // namespace kel::host
+void RequireNames(const ParsedArguments& parsed) {
+    for (const Option* option : parsed.used) {
+        const bool isDirectory = option->Completion() == Option::Values::Directories;
+        if (!isDirectory && option->Completion() != Option::Values::Files) {
+            continue;
+        }
+        const std::vector<std::string> names = ValuesOf(*option);
+        const auto place = std::find(names.begin(), names.end(), "");
+        if (place != names.end()) {
+            const bool isNumbered = option->IsArgument() && option->IsRepeatable();
+            throw UsageError(fmt::format("empty name for {}: expected the name of a {}",
+                                         isNumbered
+                                             ? fmt::format("argument {}", place - names.begin() + 1)
+                                             : option->LongName(),
+                                         isDirectory ? "directory" : "file"));
+        }
+    }
+}
+

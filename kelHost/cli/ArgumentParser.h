@@ -34,6 +34,16 @@ struct ParsedArguments {
 ParsedArguments ParseArguments(const std::vector<Option>& options,
                                const std::vector<std::string>& arguments);
 
+/// Finds a word that other tools read as one option and the parser as several short ones:
+/// "-normalize", "-output". Several flags in one word, and a number after its option, are not such
+/// words: "-rv", "-j4".
+std::optional<std::string> FindMangledOption(const std::vector<Option>& options,
+                                             const std::vector<std::string>& arguments);
+
+/// Verifies that no name of a file or directory is empty.
+/// @throws UsageError that names the option or argument
+void RequireNames(const ParsedArguments& parsed);
+
 /// Verifies that required arguments exist and that options fit together.
 /// @throws UsageError that names the option or argument
 void RequireComplete(const std::vector<Option>& options, const ParsedArguments& parsed);

@@ -135,6 +135,7 @@ void Parse(CommandLine& line, const std::string& name, const std::vector<Option>
     try {
         parsed = ParseArguments(options, line.divided.others);
         if (parsed.unknown.empty()) {
+            RequireNames(parsed);
             RequireComplete(options, parsed);
         }
     } catch (const UsageError& error) {

@@ -311,9 +311,6 @@ private:
         }
         m_list.RequireNames(inputs);
         if (m_outputDirectory.has_value()) {
-            if (m_outputDirectory->empty()) {
-                throw InvalidValue("--output-dir", "", "the name of a directory");
-            }
             // Elsewhere, -o is the option for an output file.
             if (m_files.size() == 1 && !m_tree.recursive &&
                 ContainerByExtension(*m_outputDirectory) != nullptr &&

@@ -28,9 +28,6 @@ InputPolicy InputArguments::Interpret() const {
     policy.repair = repair;
     policy.spool.maxBytes = ParseSizeOption("--max-spool", maxSpool);
     if (directory.has_value()) {
-        if (directory->empty()) {
-            throw InvalidValue("--temp-dir", "", "the name of a directory");
-        }
         policy.spool.directory = *directory;
     }
     return policy;

@@ -150,9 +150,6 @@ public:
         for (const std::string& setting : m_settings) {
             m_request.settings.push_back(ParseSetting(setting));
         }
-        if (m_request.plugin.empty()) {
-            throw InvalidValue("PLUGIN", m_request.plugin, "the name of a file");
-        }
         if (!common.plugins.empty()) {
             throw UsageError("validate expects the plug-in as its argument; remove --plugin");
         }

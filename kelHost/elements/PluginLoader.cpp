@@ -130,9 +130,6 @@ std::vector<LoadedPlugin> LoadFiles(const std::vector<std::string>& files,
     std::vector<LoadedPlugin> plugins;
     SeenPaths seen;
     for (const std::string& file : files) {
-        if (file.empty()) {
-            throw InvalidValue("--plugin", file, "the name of a file");
-        }
         if (seen.Add(file)) {
             plugins.push_back(Load(file, PluginOrigin::Named, observer));
         }

@@ -45,8 +45,7 @@ struct LoadObserver {
 /// with a warning. A warning also names each element that two plug-ins register.
 /// @param files values of --plugin
 /// @throws JobError when there is none, with the searched directories, or when one of @p files
-/// cannot be loaded; UsageError when the name of one is empty, or when one is named and the process
-/// runs with raised rights
+/// cannot be loaded; UsageError when one is named and the process runs with raised rights
 std::vector<LoadedPlugin> LoadPlugins(const std::vector<std::string>& files,
                                       const LoadObserver& observer);
 

@@ -128,7 +128,8 @@ TEST(Batch, NeedsADirectoryThatCanBeMadeAndWritten) {
     }
     ExpectResult(
         RunKelhost(directory, {"copy", "a.wav", "--output-dir", ""}), 2, "",
-        "kelhost: invalid value \"\" for --output-dir: expected the name of a directory\n");
+        "kelhost: empty name for --output-dir: expected the name of a directory; see kelhost copy "
+        "--help\n");
     EXPECT_EQ(ReadFile(directory / "file"), "untouched");
     EXPECT_TRUE(fs::is_empty(directory / "locked"));
     EXPECT_EQ(SortedNames(directory), (Names{"a.wav", "b.wav", "dangling", "file", "locked"}));

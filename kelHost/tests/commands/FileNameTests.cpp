@@ -108,14 +108,23 @@ TEST(FileNames, MayBeADashInADirectory) {
 TEST(FileNames, MayNotBeEmpty) {
     const TemporaryDirectory directory;
     WriteTake(directory / "take.wav");
-    ExpectResult(RunKelhost(directory, {"info", ""}), 1, "",
-                 "kelhost: the name of a file is empty\n");
-    ExpectResult(RunKelhost(directory, {"copy", "", "copy.wav"}), 1, "",
-                 "kelhost: the name of a file is empty\n");
-    ExpectResult(RunKelhost(directory, {"validate", ""}), 2, "",
-                 "kelhost: invalid value \"\" for PLUGIN: expected the name of a file\n");
-    EXPECT_EQ(RunKelhost(directory, {"copy", "take.wav", ""}).status, 2);
-    EXPECT_EQ(RunKelhost(directory, {"copy", "--format", "wave", "take.wav", ""}).status, 1);
+    struct Row {
+        Arguments arguments;
+        std::string name;
+        std::string kind = "file";
+    };
+    for (const Row& row :
+         {Row{{"info", ""}, "argument 1"}, Row{{"info", "take.wav", ""}, "argument 2"},
+          Row{{"copy", "", "copy.wav"}, "argument 1"}, Row{{"copy", "take.wav", ""}, "argument 2"},
+          Row{{"copy", "--format", "wave", "take.wav", ""}, "argument 2"},
+          Row{{"plot", "take.wav", ""}, "PICTURE"}, Row{{"compare", "take.wav", ""}, "B"},
+          Row{{"info", "--files-from", ""}, "--files-from"},
+          Row{{"info", "--plugin=", "take.wav"}, "--plugin"}, Row{{"validate", ""}, "PLUGIN"},
+          Row{{"demo", ""}, "DIRECTORY", "directory"}}) {
+        ExpectResult(RunKelhost(directory, row.arguments), 2, "",
+                     "kelhost: empty name for " + row.name + ": expected the name of a " +
+                         row.kind + "; see kelhost " + row.arguments[0] + " --help\n");
+    }
     EXPECT_EQ(SortedNames(directory), Names{"take.wav"});
 }
 

@@ -175,8 +175,10 @@ TEST_F(PipedInput, CannotBeMeantTwiceOrNamed) {
     ExpectResult(Run("kelhost copy - --output-dir out <take.wav"), 2, "",
                  "kelhost: standard input has no name for --output-dir; use kelhost copy - "
                  "OUTPUT\n");
-    ExpectResult(Run("kelhost info take.wav --temp-dir ''"), 2, "",
-                 "kelhost: invalid value \"\" for --temp-dir: expected the name of a directory\n");
+    ExpectResult(
+        Run("kelhost info take.wav --temp-dir ''"), 2, "",
+        "kelhost: empty name for --temp-dir: expected the name of a directory; see kelhost "
+        "info --help\n");
     for (const std::string size : {"", "K", "5X", "-1", "8388608T"}) {
         ExpectResult(Run("kelhost info take.wav --max-spool '" + size + "'"), 2, "",
                      "kelhost: invalid value \"" + size +

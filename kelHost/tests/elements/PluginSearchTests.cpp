@@ -338,8 +338,10 @@ TEST(PluginSearch, WarnsOfPluginsThatCannotBeLoadedAndFailsWhenNoneIsLeft) {
     ExpectResult(InspectWith(directory, directory / "p"), 0, TextElements(good), warning);
     ExpectResult(RunKelhost(directory, {"--plugin", "p/libkelA.so", "inspect"}), 1, "",
                  "kelhost: " + bad + ": cannot load the plug-in: " + bad + ": file too short\n");
-    ExpectResult(RunKelhost(directory, {"--plugin", "", "inspect"}), 2, "",
-                 "kelhost: invalid value \"\" for --plugin: expected the name of a file\n");
+    ExpectResult(
+        RunKelhost(directory, {"--plugin", "", "inspect"}), 2, "",
+        "kelhost: empty name for --plugin: expected the name of a file; see kelhost inspect "
+        "--help\n");
 }
 
 TEST(PluginSearch, FailsWhenNoPluginOffersTheFormat) {
