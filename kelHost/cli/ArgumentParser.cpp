@@ -31,6 +31,28 @@ const Option* FindOption(const std::vector<Option>& options, std::string_view na
     return found == options.end() ? nullptr : &*found;
 }
 
+// Whether a word of several letters begins with a short option, and is not only flags, or an option
+// with a number.
+bool IsMangled(const std::vector<Option>& options, const std::string& word) {
+    const auto find = [&](std::size_t place) {
+        return FindOption(options, std::string("-") + word[place]);
+    };
+    const Option* first = find(1);
+    if (first == nullptr) {
+        return false; // nothing is mistaken for it
+    }
+    if (!first->IsFlag()) {
+        return word.find_first_not_of("0123456789", 2) != std::string::npos;
+    }
+    for (std::size_t place = 2; place < word.size(); ++place) {
+        const Option* option = find(place);
+        if (option == nullptr || (!option->IsFlag() && place + 1 < word.size())) {
+            return true;
+        }
+    }
+    return false;
+}
+
 CLI::Option* AddOption(CLI::App& app, const Option& option) {
     CLI::Option* added = std::visit(
         [&](auto* variable) {
@@ -147,6 +169,24 @@ bool HasFlag(const std::vector<std::string>& arguments, const std::vector<std::s
     return std::find_first_of(arguments.begin(), end, names.begin(), names.end()) != end;
 }
 
+std::optional<std::string> FindMangledOption(const std::vector<Option>& options,
+                                             const std::vector<std::string>& arguments) {
+    for (auto word = arguments.begin(); word != arguments.end() && *word != kEndOfOptions; ++word) {
+        if (word->size() < 2 || word->front() != '-') {
+            continue;
+        }
+        const Option* whole = FindOption(options, *word);
+        if (whole != nullptr) {
+            if (!whole->IsFlag() && word + 1 != arguments.end()) {
+                ++word; // its value
+            }
+        } else if ((*word)[1] != '-' && IsMangled(options, *word)) {
+            return *word;
+        }
+    }
+    return std::nullopt;
+}
+
 ParsedArguments ParseArguments(const std::vector<Option>& options,
                                const std::vector<std::string>& arguments) {
     CLI::App app;
@@ -173,23 +213,6 @@ ParsedArguments ParseArguments(const std::vector<Option>& options,
     return parsed;
 }
 
-void RequireComplete(const std::vector<Option>& options, const ParsedArguments& parsed) {
-    for (const Option& option : options) {
-        if (option.IsRequired() && !IsUsed(parsed, option.Names())) {
-            throw UsageError(option.Names() + " is missing");
-        }
-    }
-    for (const Option* option : parsed.used) {
-        if (!option->Excluded().empty() && IsUsed(parsed, option->Excluded())) {
-            throw UsageError(option->LongName() + " excludes " + option->Excluded());
-        }
-        if (!option->Needed().empty() && !IsUsed(parsed, option->Needed())) {
-            throw UsageError(option->LongName() + " requires " + option->Needed());
-        }
-    }
-}
-
-} // namespace kel::host
 void RequireNames(const ParsedArguments& parsed) {
     for (const Option* option : parsed.used) {
         const bool isDirectory = option->Completion() == Option::Values::Directories;
@@ -209,3 +232,20 @@ void RequireNames(const ParsedArguments& parsed) {
     }
 }
 
+void RequireComplete(const std::vector<Option>& options, const ParsedArguments& parsed) {
+    for (const Option& option : options) {
+        if (option.IsRequired() && !IsUsed(parsed, option.Names())) {
+            throw UsageError(option.Names() + " is missing");
+        }
+    }
+    for (const Option* option : parsed.used) {
+        if (!option->Excluded().empty() && IsUsed(parsed, option->Excluded())) {
+            throw UsageError(option->LongName() + " excludes " + option->Excluded());
+        }
+        if (!option->Needed().empty() && !IsUsed(parsed, option->Needed())) {
+            throw UsageError(option->LongName() + " requires " + option->Needed());
+        }
+    }
+}
+
+} // namespace kel::host

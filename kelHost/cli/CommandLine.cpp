@@ -90,13 +90,22 @@ UsageError WithHelp(const std::string& problem, const std::string& command) {
                       (command.empty() ? "" : " ") + command + " --help");
 }
 
+// Returns "-o out" for "-oout"; empty where the letter is no option with a value.
+std::string SeparateValue(const std::string& word, const std::vector<Option>& options) {
+    const std::string letter = word.substr(0, 2);
+    const auto option = std::find_if(options.begin(), options.end(),
+                                     [&](const Option& known) { return known.IsCalled(letter); });
+    const std::size_t value = std::min(word.find_first_not_of('=', 2), word.size());
+    return option == options.end() || option->IsFlag() ? "" : letter + " " + word.substr(value);
+}
+
 // Describes an option that does not exist: with its equivalent, or the option that is meant.
 UsageError DescribeUnknownOption(const std::string& word, const std::vector<Option>& options,
                                  const std::vector<std::string>& arguments,
                                  const std::string& command) {
     const std::string name = word.substr(0, word.find('='));
     const std::string problem = "there is no option " + name;
-    if (const auto explained = ExplainForeignOption(word, arguments)) {
+    if (const auto explained = ExplainForeignOption(word, arguments, command)) {
         return UsageError(problem + "; " + *explained);
     }
     std::vector<std::string> names{"help", "version"};
@@ -108,13 +117,13 @@ UsageError DescribeUnknownOption(const std::string& word, const std::vector<Opti
     std::string bareName = name.substr(std::min(name.find_first_not_of('-'), name.size()));
     std::replace(bareName.begin(), bareName.end(), '_', '-');
     const auto closest = ClosestName(bareName, names);
-    return WithHelp(problem + (closest.has_value() ? "; did you mean --" + *closest + "?" : ""),
-                    command);
+    const std::string meant = closest.has_value() ? "--" + *closest : SeparateValue(word, options);
+    return WithHelp(problem + (meant.empty() ? "" : "; did you mean " + meant + "?"), command);
 }
 
 // Refuses "-r 44100", which is a rate for other tools. A flag of that name would take the number
 // for a file.
-void RequireNoRate(const std::vector<std::string>& arguments) {
+void RequireNoRate(const std::vector<std::string>& arguments, const std::string& command) {
     const auto place = std::find(arguments.begin(), arguments.end(), "-r");
     if (place == arguments.end() || place + 1 == arguments.end()) {
         return;
@@ -122,7 +131,7 @@ void RequireNoRate(const std::vector<std::string>& arguments) {
     const std::string& rate = *(place + 1);
     if (ParseInteger<std::uint32_t>(rate).has_value() && access(rate.c_str(), F_OK) != 0) {
         throw UsageError("there is no option -r " + rate + "; " +
-                         ExplainForeignOption("-r", arguments).value_or(""));
+                         ExplainForeignOption("-r", arguments, command).value_or(""));
     }
 }
 
@@ -130,8 +139,11 @@ void RequireNoRate(const std::vector<std::string>& arguments) {
 void Parse(CommandLine& line, const std::string& name, const std::vector<Option>& own) {
     std::vector<Option> options = own;
     options.insert(options.end(), line.commonOptions.begin(), line.commonOptions.end());
-    RequireNoRate(line.divided.others);
+    RequireNoRate(line.divided.others, name);
     ParsedArguments parsed;
+    if (const auto word = FindMangledOption(options, line.divided.others)) {
+        throw DescribeUnknownOption(*word, options, line.divided.others, name);
+    }
     try {
         parsed = ParseArguments(options, line.divided.others);
         if (parsed.unknown.empty()) {

@@ -58,7 +58,7 @@ public:
                    "Ignore differences that cannot be heard");
         AddExample("kelhost compare -r recordings copies", "Compare two directories");
         AddExample("kelhost compare -q take.wav take.flac && echo same", "Use the exit status");
-        SetNotes("Exit status: 0 the audio is the same, 1 it is different, 2 trouble: a file "
+        SetNotes("Exit status: 0 the audio is the same, 1 it is different, 2 failure: a file "
                  "cannot be read, or the command line is wrong.");
     }
 

@@ -112,8 +112,8 @@ public:
         AddUsage("INPUT... --output-dir DIRECTORY");
         AddUsage("--recursive DIRECTORY... --output-dir DIRECTORY");
         Add(Option("FILE", "", &m_files,
-                   "INPUT and OUTPUT, of which - is standard input or output; with "
-                   "--output-dir, only inputs")
+                   "INPUT and OUTPUT; - is standard input or output. With --output-dir, all are "
+                   "inputs")
                 .Completes(Option::Values::Files));
         BeginGroup("Output files");
         Add(Option("-o,--output-dir", "DIRECTORY", &m_outputDirectory,
@@ -330,10 +330,7 @@ private:
             return;
         }
         RequireOutputFile();
-        if (m_files.size() != 2) {
-            throw UsageError("copy expects one INPUT and one OUTPUT, or several inputs with "
-                             "--output-dir");
-        }
+        RequireTwoFiles();
         const FileName input = InputName(m_files[0]);
         const FileName output = OutputName(m_files[1]);
         RequireStreamable(output);
@@ -342,6 +339,26 @@ private:
             RequireNotForeign(extension.substr(extension.empty() ? 0 : 1), input.path, output.path);
         }
         m_single = {input, output, ResolveFormat(m_format, output.path), m_options};
+    }
+
+    void RequireTwoFiles() const {
+        if (m_files.size() < 2) {
+            throw UsageError(fmt::format("OUTPUT is missing; name it after the input: kelhost copy "
+                                         "{} out.wav",
+                                         m_files.front()));
+        }
+        if (m_files.size() == 2) {
+            return;
+        }
+        // As sox names an effect.
+        const std::string& effect = m_files[2];
+        if (const auto explained = ExplainForeignCommand(effect, m_files)) {
+            throw UsageError(fmt::format("copy has no effect \"{}\"; {}", effect, *explained));
+        }
+        throw UsageError(fmt::format("copy expects one INPUT and one OUTPUT; to copy {} into the "
+                                     "directory {}, use --output-dir {}",
+                                     Count(m_files.size() - 1, "file"), m_files.back(),
+                                     m_files.back()));
     }
 
     // Refuses options without a meaning for standard output.

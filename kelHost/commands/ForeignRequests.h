@@ -13,16 +13,18 @@ namespace kel::host {
 /// and the value of the arguments. None for an option that no tool has.
 /// @param option "--rate" or "--rate=44100"
 /// @param arguments all arguments of the command
+/// @param command empty for the program itself
 std::optional<std::string> ExplainForeignOption(const std::string& option,
-                                                const std::vector<std::string>& arguments);
+                                                const std::vector<std::string>& arguments,
+                                                std::string_view command);
 
-/// Returns such a sentence about a command of other tools.
+/// Returns such a sentence about a command, or an effect, of other tools.
 /// @param arguments those of the command
 std::optional<std::string> ExplainForeignCommand(std::string_view command,
                                                  const std::vector<std::string>& arguments);
 
 /// Returns such a sentence about files that are named without a command.
-/// @param words the arguments of the program, at least one
+/// @param words the arguments of the program, a file first
 std::string ExplainMissingCommand(const std::vector<std::string>& words);
 
 /// Returns such a sentence about a format that only other tools write.

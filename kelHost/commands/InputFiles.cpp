@@ -69,7 +69,7 @@ std::size_t KeptOfTree(const std::string& directory) {
 
 std::vector<Option> TreeArguments::Options() {
     return {
-        Option("-r,--recursive", "", &recursive, "Accept directories, for all files in them"),
+        Option("-r,--recursive", "", &recursive, "Accept directories, and use all files in them"),
         Option("--include", "PATTERN", &include,
                "Use only the files in directories whose names match: *.wav; with \"/\" the path "
                "is compared: 2024/*.wav; repeatable")
@@ -83,7 +83,7 @@ std::vector<Option> TreeArguments::Options() {
 
 std::vector<Option> ListArguments::Options() {
     return {Option("--files-from", "LIST", &file,
-                   "Read the names of more inputs from this file, one in each line; - for standard "
+                   "Read the names of more inputs from this file, one per line; - is standard "
                    "input")
                 .Completes(Option::Values::Files),
             Option("-0,--null", "", &null, "Names in the list end with NUL, as of find -print0")

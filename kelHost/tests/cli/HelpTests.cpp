@@ -198,7 +198,7 @@ TEST(Help, ShowsTheExamplesAndOptionsOfACommand) {
         "                            16G; 0: no limit (default: 8G)\n"
         "\n"
         "Directories:\n"
-        "  -r, --recursive           Accept directories, for all files in them\n"
+        "  -r, --recursive           Accept directories, and use all files in them\n"
         "      --include PATTERN     Use only the files in directories whose names match:\n"
         "                            *.wav; with \"/\" the path is compared: 2024/*.wav;\n"
         "                            repeatable (only with --recursive)\n"
@@ -210,7 +210,7 @@ TEST(Help, ShowsTheExamplesAndOptionsOfACommand) {
         "General options, see kelhost help: --plugin, --json, --quiet, --progress,\n"
         "--jobs, --open-timeout, --stall-timeout, --verbose\n"
         "\n"
-        "Exit status: 0 the audio is the same, 1 it is different, 2 trouble: a file\n"
+        "Exit status: 0 the audio is the same, 1 it is different, 2 failure: a file\n"
         "cannot be read, or the command line is wrong.\n";
     for (const Arguments& arguments : {Arguments{"help", "compare"},
                                        {"compare", "--help"},

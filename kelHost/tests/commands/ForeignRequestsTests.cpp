@@ -77,6 +77,14 @@ const std::string kNoLevels = "kelhost does not change levels, and sox does";
 const std::string kNoMix =
     "kelhost selects channels (--channels) and does not mix them, and sox does";
 
+const std::string kNoNames = "files are named without options, the input first";
+const std::string kSingleFacts = "info shows single facts";
+
+ForeignRow InfoRow(const Arguments& option, const std::string& reason, const std::string& line) {
+    return {Arguments{"info", "in.wav"} + option, "there is no option " + option.front(), reason,
+            line};
+}
+
 std::string NameIs(const std::string& name) {
     return "the name of this option is --" + name;
 }
@@ -97,24 +105,48 @@ TEST(ForeignOptions, AreAnsweredWithALineThatWorks) {
         OptionRow({"--rate"}, kNoRate, kPipe + "sox -t wav - -r 44100 out.wav"),
         OptionRow({"-b", "16"}, NameIs("encoding"), kInOut + " --encoding int16"),
         OptionRow({"-b", "8"}, NameIs("encoding"), kInOut + " --encoding int24"),
-        OptionRow({"-acodec", "pcm_s24le"}, NameIs("encoding"), kInOut + " --encoding int24"),
+        OptionRow({"-acodec", "pcm_s24le"}, NameIs("encoding"), kInOut + " --encoding pcm_s24le"),
+        OptionRow({"-e", "mu-law"}, NameIs("encoding"), kInOut + " --encoding int24"),
+        OptionRow({"-e", "float"}, NameIs("encoding"), kInOut + " --encoding float32"),
+        OptionRow({"-e", "signed-integer", "-b", "16"}, NameIs("encoding"),
+                  kInOut + " --encoding int16"),
+        OptionRow({"-float32"}, NameIs("encoding"), kInOut + " --encoding float32"),
+        OptionRow({"-endian=little"}, NameIs("byte-order"), kInOut + " --byte-order little"),
         OptionRow({"-c", "1"}, kNoMix, kPipe + "sox -t wav - -c 1 out.wav"),
         OptionRow({"--mono"}, kNoMix, kPipe + "sox -t wav - -c 1 out.wav"),
         OptionRow({"--stereo"}, kNoMix, kPipe + "sox -t wav - -c 2 out.wav"),
         OptionRow({"-ss", "0:05"}, NameIs("start"), kInOut + " --start 0:05"),
         OptionRow({"-to", "5"}, NameIs("end"), kInOut + " --end 5"),
+        // The others are replaced with it, and what kelhost knows stays.
+        {{"copy", "-ss", "1", "in.wav", "-q", "-to", "5", "-y", "out.wav"},
+         "there is no option -ss",
+         NameIs("start"),
+         "kelhost copy --start 1 in.wav -q --end 5 --force out.wav"},
         OptionRow({"-t", "5"}, NameIs("duration"), kInOut + " --duration 5"),
         OptionRow({"-t", "wav"}, NameIs("format"), kInOut + " --format wave"),
         OptionRow({"--trim"}, "--start, --end and --duration cut out a part",
                   kInOut + " --start 0 --end 10"),
-        OptionRow({"-i"}, "files are named without options, the input first", kInOut),
+        OptionRow({"-i"}, kNoNames, kInOut),
+        {{"copy", "--output", "out.wav", "in.wav"},
+         "there is no option --output",
+         kNoNames,
+         kInOut},
+        OptionRow({"-hide_banner"}, "kelhost needs no such option", kInOut),
+        OptionRow({"--decode"}, "copy decodes every input", kInOut),
+        OptionRow({"-D"}, "copy adds noise only with --dither", kInOut),
+        OptionRow({"--left"}, NameIs("channels"), kInOut + " --channels 1"),
+        OptionRow({"-u"}, NameIs("update"), kInOut + " --update"),
+        OptionRow({"--title"}, "kelhost keeps tags and does not edit them, and ffmpeg does",
+                  "ffmpeg -i in.wav -c copy -metadata title=Name out.wav"),
         {{"plot", "in.wav", "-o", "out.png"},
          "there is no option -o",
-         "files are named without options, the input first",
+         kNoNames,
          "kelhost plot in.wav out.png"},
         OptionRow({"-y"}, NameIs("force"), kInOut + " --force"),
         OptionRow({"--no-clobber"}, NameIs("skip-existing"), kInOut + " --skip-existing"),
         OptionRow({"--gain", "-6"}, kNoLevels, kPipe + "sox -t wav - out.wav gain -6"),
+        // The first letters of this are options.
+        OptionRow({"-normalize"}, kNoLevels, kPipe + "sox -t wav - out.wav norm"),
         OptionRow({"--normalize"}, kNoLevels, kPipe + "sox -t wav - out.wav norm"),
         OptionRow({"--loudnorm"},
                   "kelhost measures loudness (info --measure), and ffmpeg changes it",
@@ -127,11 +159,56 @@ TEST(ForeignOptions, AreAnsweredWithALineThatWorks) {
                   kPipe + "sox -t wav - out.wav tempo 2"),
         OptionRow({"--bitrate"}, "kelhost writes uncompressed audio, and ffmpeg compresses it",
                   kPipe + "ffmpeg -i - out.mp3"),
+        {{"copy", "in.wav", "--best", "out.flac"},
+         "there is no option --best",
+         "kelhost writes uncompressed audio, and ffmpeg compresses it",
+         kPipe + "ffmpeg -i - out.flac"},
         OptionRow({"--strip"}, NameIs("metadata"), kInOut + " --metadata none"),
         OptionRow({"--threads", "2"}, NameIs("jobs"), kInOut + " --jobs 2"),
         OptionRow({"--silent"}, NameIs("quiet"), kInOut + " --quiet"),
         OptionRow({"--md5"}, NameIs("checksum"), "kelhost info --checksum in.wav"),
         OptionRow({"--stats"}, NameIs("measure"), "kelhost info --measure in.wav"),
+        InfoRow({"--length"}, kSingleFacts, "kelhost info in.wav --field duration"),
+        InfoRow({"--rate"}, kSingleFacts, "kelhost info in.wav --field rate"),
+        InfoRow({"-c"}, kSingleFacts, "kelhost info in.wav --field channels"),
+        InfoRow({"-s"}, kSingleFacts, "kelhost info in.wav --field frames"),
+        InfoRow({"-b"}, kSingleFacts, "kelhost info in.wav --field encoding"),
+        InfoRow({"-of", "json"}, NameIs("json"), "kelhost info in.wav --json"),
+        InfoRow({"-show_format"}, "info shows tags and other metadata",
+                "kelhost info in.wav --full"),
+        InfoRow({"--lufs"}, NameIs("measure"), "kelhost info in.wav --measure"),
+        {{"-version"},
+         "there is no option -version",
+         "the name of this option is --version",
+         "kelhost --version"},
+    });
+}
+
+TEST(ForeignOptions, OfTreesAreReplacedInTheLine) {
+    const TemporaryDirectory directory;
+    ExpectResult(RunKelhost(directory, {"copy", "-av", "day/", "out/"}), 2, "",
+                 "kelhost: there is no option -av; the name of this option is --recursive: kelhost "
+                 "copy --recursive day/ out/\n");
+    ExpectResult(RunKelhost(directory, {"copy", "--target-directory=out", "in.wav"}), 2, "",
+                 "kelhost: there is no option --target-directory; the name of this option is "
+                 "--output-dir: kelhost copy --output-dir out in.wav\n");
+    ExpectResult(RunKelhost(directory, {"rsync", "-a", "day/", "out/"}), 2, "",
+                 "kelhost: there is no command \"rsync\"; copy --recursive copies directories: "
+                 "kelhost copy --recursive day/ --output-dir out/\n");
+}
+
+TEST(ForeignEffects, AreAnsweredWithALineThatWorks) {
+    const auto row = [](const Arguments& effect, const std::string& reason,
+                        const std::string& line) {
+        return ForeignRow{Arguments{"copy", "in.wav", "out.wav"} + effect,
+                          "copy has no effect \"" + effect.front() + "\"", reason, line};
+    };
+    ExpectExplained({
+        row({"trim", "2", "1"}, "copy cuts out a part", kInOut + " --start 2 --duration 1"),
+        row({"trim", "2"}, "copy cuts out a part", kInOut + " --start 2"),
+        row({"gain", "-6"}, kNoLevels, kPipe + "sox -t wav - out.wav gain -6"),
+        row({"rate", "22050"}, kNoRate, kPipe + "sox -t wav - -r 22050 out.wav"),
+        row({"norm"}, kNoLevels, kPipe + "sox -t wav - out.wav norm"),
     });
 }
 
@@ -190,6 +267,9 @@ TEST(ForeignRequests, QuoteFilesForTheShell) {
     ExpectResult(RunKelhost(directory, {"take.wav", "$out.wav"}), 2, "",
                  "kelhost: there is no command \"take.wav\"; to copy a file: kelhost copy take.wav "
                  "'$out.wav'\n");
+    ExpectResult(RunKelhost(directory, {"-i", "take.wav", "-y", "out.wav"}), 2, "",
+                 "kelhost: there is no command \"take.wav\"; to copy a file: kelhost copy take.wav "
+                 "out.wav\n");
     ExpectResult(RunKelhost(directory, {"a take.wav"}), 2, "",
                  "kelhost: there is no command \"a take.wav\"; to show facts about a file: kelhost "
                  "info 'a take.wav'\n");

@@ -237,7 +237,7 @@ TEST_F(Documents, OfErrorsAreWrittenForEveryKindOfFailure) {
                  "invalid value \"0\" for --block: expected an integer from 1 to 1048576"},
              Row{{"copy", "--json", "a.wav"},
                  2,
-                 "copy expects one INPUT and one OUTPUT, or several inputs with --output-dir"},
+                 "OUTPUT is missing; name it after the input: kelhost copy a.wav out.wav"},
              Row{{"--json", "inspect", "kel.Nothing"},
                  1,
                  "there is no element \"kel.Nothing\"; use kel, "
