@@ -1,12 +1,12 @@
 #include "container/AIFFMetadata.h"
 
+#include "base/Text.h"
 #include "container/CarriedChunk.h"
 #include "container/ChunkNames.h"
 #include "container/ID3Tag.h"
 #include "container/MarkerChunks.h"
 #include "container/RIFFMetadata.h"
 #include "container/StoredBytes.h"
-#include "container/StoredText.h"
 #include "container/TagNames.h"
 
 #include <fmt/format.h>
@@ -38,7 +38,7 @@ private:
         if (!tag.empty()) {
             const std::string content =
                 m_builder.Read(PartName(chunk.name), chunk.offset, chunk.bytes);
-            m_builder.AddTag(tag, DecodeText(content));
+            m_builder.AddStoredTag(tag, content);
         } else if (chunk.name == "MARK" && m_builder.metadata.cuePoints.empty()) {
             const std::string content = m_builder.Read("MARK", chunk.offset, chunk.bytes);
             m_builder.metadata.cuePoints = ParseMarkers({content, StoredOrder::Big});
@@ -69,11 +69,23 @@ private:
         auto comments = ParseMarkerComments({content, StoredOrder::Big});
         RequireItems(chunk.name, "comments", content, comments.size());
         for (MarkerComment& comment : comments) {
+            if (comment.time != 0) {
+                m_builder.AddOmission("times of comments");
+            }
             if (comment.marker == 0) {
                 m_builder.AddTag("comment", std::move(comment.text));
-            } else if (m_notes.size() < kMaxMarkers) {
-                m_notes.emplace(comment.marker, std::move(comment.text));
+            } else {
+                AddNote(comment);
             }
+        }
+    }
+
+    // A point has one note.
+    void AddNote(const MarkerComment& comment) {
+        const auto [note, isFirst] = m_notes.emplace(comment.marker, comment.text);
+        if (!isFirst) {
+            note->second += "; " + comment.text;
+            m_builder.AddOmission("separate comments on markers");
         }
     }
 
@@ -85,6 +97,10 @@ private:
                 point.note = std::move(note->second);
                 m_notes.erase(note);
             }
+        }
+        if (!m_notes.empty()) {
+            m_builder.AddProblem(fmt::format("COMT describes {} that MARK does not have",
+                                             Count(m_notes.size(), "marker")));
         }
         for (auto& note : m_notes) {
             m_builder.AddTag("comment", std::move(note.second));

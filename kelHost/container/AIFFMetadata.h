@@ -7,8 +7,8 @@
 
 namespace kel::host {
 
-/// Adds the metadata of AIFF and AIFF-C files. A comment on a marker is its note; the times of
-/// comments are dropped. Carried chunks of WAVE count as in WAVE.
+/// Adds the metadata of AIFF and AIFF-C files. A comment on a marker is its note, and several
+/// become one. The times of comments are omissions. Carried chunks of WAVE count as in WAVE.
 ///
 /// Source of the layouts: Apple, "Audio Interchange File Format AIFF-C", 1991.
 /// @throws JobError when the file cannot be read

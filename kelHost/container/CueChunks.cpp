@@ -13,9 +13,29 @@ namespace kel::host {
 
 namespace {
 
-constexpr std::uint64_t kCueCount = 4;  // bytes of the number of points
-constexpr std::uint64_t kLabelText = 4; // offset of the text, after the number of the point
+constexpr std::uint64_t kCueCount = 4;        // bytes of the number of points
+constexpr std::uint64_t kLabelText = 4;       // offset of the text, after the number of the point
+constexpr std::uint64_t kRegionPurpose = 8;   // offset in a region, after its length
+constexpr std::uint64_t kRegionLanguage = 12; // country, language, dialect and code page
 constexpr std::uint64_t kRegionText = 20;
+
+std::uint64_t PresentCuePoints(const StoredBytes& cue) {
+    const std::uint64_t present = cue.Size() < kCueCount ? 0 : (cue.Size() - kCueCount) / kCuePoint;
+    return std::min(DeclaredCuePoints(cue), present);
+}
+
+bool IsNonzero(std::string_view bytes) {
+    return bytes.find_first_not_of('\0') != std::string_view::npos;
+}
+
+void AddRegion(const StoredBytes& content, CueLabel& label) {
+    const std::string_view purpose = content.Part(kRegionPurpose, 4);
+    label.hasRegion = true;
+    label.hasPurpose = IsNonzero(purpose) && purpose != "rgn ";
+    label.hasLanguage = IsNonzero(content.Part(kRegionLanguage, kRegionText - kRegionLanguage));
+    label.length = content.Number(kLabelText, 4);
+    label.region = DecodeText(content.From(kRegionText));
+}
 
 } // namespace
 
@@ -24,9 +44,7 @@ std::uint64_t DeclaredCuePoints(const StoredBytes& cue) {
 }
 
 std::vector<CuePoint> ParseCuePoints(const StoredBytes& cue) {
-    const std::uint64_t present = cue.Size() < kCueCount ? 0 : (cue.Size() - kCueCount) / kCuePoint;
-    std::vector<CuePoint> points(
-        static_cast<std::size_t>(std::min(DeclaredCuePoints(cue), present)));
+    std::vector<CuePoint> points(static_cast<std::size_t>(PresentCuePoints(cue)));
     std::uint64_t offset = kCueCount;
     for (CuePoint& point : points) {
         point.id = static_cast<std::uint32_t>(cue.Number(offset, 4));
@@ -34,6 +52,23 @@ std::vector<CuePoint> ParseCuePoints(const StoredBytes& cue) {
         offset += kCuePoint;
     }
     return points;
+}
+
+bool HasOtherPositions(const StoredBytes& cue) {
+    constexpr std::uint64_t kPosition = 4;
+    constexpr std::uint64_t kChunk = 8;
+    constexpr std::uint64_t kBlocks = 12;
+    for (std::uint64_t i = 0; i < PresentCuePoints(cue); ++i) {
+        const StoredBytes point(cue.Part(kCueCount + i * kCuePoint, kCuePoint), cue.Order());
+        const std::uint64_t position = point.Number(kPosition, 4);
+        const std::string_view chunk = point.Part(kChunk, 4);
+        if ((position != 0 && position != point.Number(kCueFrame, 4)) ||
+            (chunk != "data" && IsNonzero(chunk)) ||
+            IsNonzero(point.Part(kBlocks, kCueFrame - kBlocks))) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool AddCueLabel(std::string_view name, const StoredBytes& content, CueLabels& labels) {
@@ -47,9 +82,8 @@ bool AddCueLabel(std::string_view name, const StoredBytes& content, CueLabels& l
         return false;
     }
     CueLabel& label = labels[id];
-    if (isRegion && label.length == 0) {
-        label.length = content.Number(kLabelText, 4);
-        label.region = DecodeText(content.From(kRegionText));
+    if (isRegion && !label.hasRegion) {
+        AddRegion(content, label);
         return true;
     }
     std::string& text = isNote ? label.note : label.label;

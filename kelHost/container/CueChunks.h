@@ -25,6 +25,9 @@ inline constexpr std::size_t kCueFrame = 20;
 
 /// The description of a cue point in LIST adtl.
 struct CueLabel {
+    bool hasRegion = false;   ///< there was a "ltxt"
+    bool hasPurpose = false;  ///< of a region, another than to be one
+    bool hasLanguage = false; ///< of a region: a country, language, dialect or code page
     std::uint64_t length = 0; ///< in frames
     std::string label;        ///< UTF-8
     std::string note;         ///< UTF-8
@@ -42,6 +45,10 @@ std::uint64_t DeclaredCuePoints(const StoredBytes& cue);
 
 /// Returns the cue points that a chunk contains, at most as many as it declares.
 std::vector<CuePoint> ParseCuePoints(const StoredBytes& cue);
+
+/// True when a point has another position than its frame: in a playlist or a block, or in another
+/// chunk than that of the samples.
+bool HasOtherPositions(const StoredBytes& cue);
 
 /// Adds the content of "labl", "note" or "ltxt".
 /// @return false for other chunks, those that are too short, a second region or another text for a

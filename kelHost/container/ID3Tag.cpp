@@ -12,6 +12,7 @@
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kel::host {
@@ -138,20 +139,36 @@ std::string GenreName(std::size_t number) {
     return number < std::size(kGenres) ? kGenres[number] : "";
 }
 
-// A genre may be stored as "17", "(17)" or "(17)Hard rock".
-std::string DecodeGenre(const std::string& stored) {
+// The genre that a number, or one of two short forms, stands for; empty when it is neither.
+std::string GenreOf(const std::string& stored) {
     constexpr std::size_t kMaxDigits = 3;
-    const std::size_t start = stored.front() == '(' ? 1 : 0;
-    const std::size_t end = std::min(stored.find_first_not_of("0123456789", start), stored.size());
-    const std::string after = stored.substr(end);
-    const bool isNumber = end > start && end - start <= kMaxDigits &&
-                          (start == 0 ? after.empty() : after.substr(0, 1) == ")");
-    if (!isNumber) {
-        return stored;
+    const bool isNumber = !stored.empty() && stored.size() <= kMaxDigits &&
+                          stored.find_first_not_of("0123456789") == std::string::npos;
+    return stored == "RX"   ? "Remix"
+           : stored == "CR" ? "Cover"
+           : isNumber       ? GenreName(std::stoul(stored))
+                            : "";
+}
+
+// Genres may be stored as "17", "(17)", "(17)(18)" or "(17)Hard rock".
+std::vector<std::string> DecodeGenres(const std::string& stored) {
+    std::vector<std::string> genres;
+    std::size_t start = 0;
+    while (stored.compare(start, 1, "(") == 0) {
+        const std::size_t end = std::min(stored.find(')', start), stored.size());
+        const std::string genre = GenreOf(stored.substr(start + 1, end - start - 1));
+        if (genre.empty() || end == stored.size()) {
+            break;
+        }
+        genres.push_back(genre);
+        start = end + 1;
     }
-    const std::string name = GenreName(std::stoul(stored.substr(start, end - start)));
-    const bool hasText = after.size() > 1;
-    return hasText ? after.substr(1) : (name.empty() ? stored : name);
+    const std::string rest = stored.substr(start);
+    const std::string genre = start == 0 ? GenreOf(rest) : "";
+    if (!rest.empty()) {
+        genres.push_back(genre.empty() ? rest : genre);
+    }
+    return genres;
 }
 
 // The texts of a frame, which are separated by characters 0. The bytes start with the first text.
@@ -174,6 +191,21 @@ std::vector<std::string> DecodeTexts(char encoding, std::string_view bytes) {
         start = end + width;
     }
     return texts;
+}
+
+// The description at the beginning of a frame with an encoding, and the bytes up to what follows.
+std::pair<std::string, std::size_t> DecodeFirst(const std::string& content) {
+    const char encoding = content.empty() ? kUTF8 : content.front();
+    const std::size_t width = encoding == kUTF16 || encoding == kUTF16BigEndian ? 2 : 1;
+    std::size_t end = std::min<std::size_t>(1, content.size());
+    while (end + width <= content.size() &&
+           content.compare(end, width, std::string(width, '\0')) != 0) {
+        end += width;
+    }
+    const auto texts = DecodeTexts(
+        encoding,
+        StoredBytes(content, StoredOrder::Big).Part(1, end - std::min<std::size_t>(1, end)));
+    return {texts.empty() ? "" : texts.front(), end + width};
 }
 
 // The part of a frame's header that matters.
@@ -302,15 +334,44 @@ private:
         if (frame.isUnsynchronised) {
             content = Resynchronise(content);
         }
-        if (isURL && frame.id != "WXXX" && frame.id != "WXX") {
-            m_builder.AddTag(LowerCase(frame.id), DecodeText(content));
-        } else if (!content.empty()) {
-            constexpr std::size_t kLanguage = 3;
-            const std::size_t before = 1 + (isComment || isLyrics ? kLanguage : 0);
-            const auto texts =
-                DecodeTexts(content.front(), StoredBytes(content, StoredOrder::Big).From(before));
-            AddTexts(frame.id, isComment ? "comment" : (isLyrics ? "lyrics" : ""), texts);
+        if (isURL) {
+            AddLink(frame.id, content);
+        } else if (isComment || isLyrics) {
+            AddTextInLanguage(frame.id, isComment ? "comment" : "lyrics", content);
+        } else {
+            AddTexts(frame.id, "", DecodeContent(content, 1));
         }
+    }
+
+    // The texts after an encoding and other bytes.
+    static std::vector<std::string> DecodeContent(const std::string& content, std::size_t before) {
+        return DecodeTexts(content.empty() ? kUTF8 : content.front(),
+                           StoredBytes(content, StoredOrder::Big).From(before));
+    }
+
+    // A link is in ISO 8859-1, whatever the encoding of its description.
+    void AddLink(const std::string& id, const std::string& content) {
+        if (id != "WXXX" && id != "WXX") {
+            m_builder.AddTag(LowerCase(id), DecodeText(content));
+            return;
+        }
+        const auto [description, bytes] = DecodeFirst(content);
+        m_builder.AddTag(description.empty() ? LowerCase(id) : NameOfComment(description),
+                         DecodeText(StoredBytes(content, StoredOrder::Big).From(bytes)));
+    }
+
+    void AddTextInLanguage(const std::string& id, const std::string& kind,
+                           const std::string& content) {
+        constexpr std::size_t kLanguage = 3;
+        const std::string language =
+            UpperCase(StoredBytes(content, StoredOrder::Big).Part(1, kLanguage));
+        const bool isDeclared =
+            language != "XXX" && language.find_first_not_of('\0') != std::string::npos;
+        if (isDeclared) {
+            m_builder.AddOmission(kind == "lyrics" ? "languages of lyrics"
+                                                   : "languages of comments");
+        }
+        AddTexts(id, kind, DecodeContent(content, 1 + kLanguage));
     }
 
     // Texts of comments, lyrics and frames of the user have a description, the first of them.
@@ -319,6 +380,7 @@ private:
         const bool isUserFrame = id.substr(1) == "XXX" || id.substr(1) == "XX";
         const std::size_t first = isUserFrame || !kind.empty() ? 1 : 0;
         if (texts.size() <= first) {
+            m_builder.AddOmission("empty tags");
             return;
         }
         std::string name = NameOfFrame(id);
@@ -329,7 +391,10 @@ private:
         }
         for (std::size_t i = first; i < texts.size(); ++i) {
             const bool isGenre = name == "genre" && !isUserFrame && !texts[i].empty();
-            m_builder.AddTag(name, isGenre ? DecodeGenre(texts[i]) : texts[i]);
+            for (const std::string& text :
+                 isGenre ? DecodeGenres(texts[i]) : std::vector{texts[i]}) {
+                m_builder.AddTag(name, text);
+            }
         }
     }
 
@@ -343,6 +408,25 @@ private:
     bool m_isDecoded = false;
     std::string m_decoded;
 };
+
+// Adds a text of ID3v1. It may be the beginning of one that is known already. Any other text is an
+// omission then.
+void AddShortTag(const std::string& name, const std::string& value, MetadataBuilder& builder) {
+    bool isKnown = false;
+    bool isBeginning = false;
+    for (const Tag& known : builder.metadata.tags) {
+        const std::size_t zeros =
+            name == "track" ? std::min(known.value.find_first_not_of('0'), known.value.size()) : 0;
+        isKnown = isKnown || known.name == name;
+        isBeginning = isBeginning ||
+                      (known.name == name && known.value.compare(zeros, value.size(), value) == 0);
+    }
+    if (!isKnown) {
+        builder.AddTag(name, value);
+    } else if (!isBeginning) {
+        builder.AddOmission(name + " of ID3v1");
+    }
+}
 
 std::string FormatFrame(const std::string& id, const std::string& content) {
     const std::string noFlags(2, '\0');
@@ -389,8 +473,23 @@ void AddID3(const HeaderReader& header, const std::string& name, std::uint64_t o
     ID3Reader(header, name, offset, bytes, builder).Read();
 }
 
+void AddID3BeforeFooter(const HeaderReader& header, std::uint64_t end, MetadataBuilder& builder) {
+    const std::string footer = end < kID3Header ? "" : header.Bytes(end - kID3Header, kID3Header);
+    if (footer.substr(0, 3) != "3DI") {
+        return;
+    }
+    const std::uint64_t bytes =
+        2 * kID3Header + DecodeSyncsafe(StoredBytes(footer, StoredOrder::Big).Number(6, 4));
+    if (bytes <= end) {
+        AddID3(header, "ID3", end - bytes, bytes, builder);
+    } else {
+        builder.AddProblem(fmt::format("ID3 at the end declares {} bytes and has {}", bytes, end));
+    }
+}
+
 void AddID3v1(const HeaderReader& header, std::uint64_t fileBytes, MetadataBuilder& builder) {
     constexpr std::uint64_t kTag = 128;
+    constexpr std::size_t kNoGenre = 255;
     const std::string bytes =
         fileBytes < kTag ? "" : header.Bytes(fileBytes - kTag, static_cast<std::size_t>(kTag));
     if (bytes.substr(0, 3) != "TAG") {
@@ -398,11 +497,9 @@ void AddID3v1(const HeaderReader& header, std::uint64_t fileBytes, MetadataBuild
     }
     const StoredBytes tag(bytes, StoredOrder::Big);
     const auto add = [&](const char* name, std::string value) {
-        const auto& tags = builder.metadata.tags;
-        if (std::none_of(tags.begin(), tags.end(),
-                         [&](const Tag& known) { return known.name == name; })) {
-            value.erase(value.find_last_not_of(' ') + 1);
-            builder.AddTag(name, value);
+        value.erase(value.find_last_not_of(' ') + 1);
+        if (!value.empty()) {
+            AddShortTag(name, value, builder);
         }
     };
     add("title", DecodeText(tag.Part(3, 30)));
@@ -410,7 +507,9 @@ void AddID3v1(const HeaderReader& header, std::uint64_t fileBytes, MetadataBuild
     add("album", DecodeText(tag.Part(63, 30)));
     add("date", DecodeText(tag.Part(93, 4)));
     add("comment", DecodeText(tag.Part(97, 30)));
-    add("genre", GenreName(tag.Number(127, 1)));
+    const auto genre = static_cast<std::size_t>(tag.Number(127, 1));
+    const std::string known = GenreName(genre);
+    add("genre", known.empty() && genre != kNoGenre ? fmt::format("({})", genre) : known);
     // A track number follows a comment of 28 bytes that ends with a 0.
     const std::uint64_t track = tag.Number(126, 1);
     if (tag.Number(125, 1) == 0 && track != 0) {

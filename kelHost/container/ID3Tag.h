@@ -26,8 +26,12 @@ std::uint64_t ID3Bytes(const HeaderReader& header, std::uint64_t offset);
 void AddID3(const HeaderReader& header, const std::string& name, std::uint64_t offset,
             std::uint64_t bytes, MetadataBuilder& builder);
 
-/// Adds the texts of the ID3v1 tag at the end of a file, but for those that are known already: its
-/// texts are cut after 30 bytes.
+/// Adds the texts of the ID3v2 tag that ends at an offset with a footer, if there is one.
+/// @throws JobError when the file cannot be read
+void AddID3BeforeFooter(const HeaderReader& header, std::uint64_t end, MetadataBuilder& builder);
+
+/// Adds the texts of the ID3v1 tag at the end of a file, which are cut after 30 bytes. Of a tag
+/// that is known already, only the fact that its text is another one is added, as an omission.
 /// @throws JobError when the file cannot be read
 void AddID3v1(const HeaderReader& header, std::uint64_t fileBytes, MetadataBuilder& builder);
 

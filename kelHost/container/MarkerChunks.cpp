@@ -68,7 +68,8 @@ std::vector<MarkerComment> ParseMarkerComments(const StoredBytes& content) {
     while (comments.size() < DeclaredItems(content) && offset + kCommentHeader <= content.Size()) {
         const std::uint64_t length = content.Number(offset + kCommentLength, 2);
         const auto marker = content.Number(offset + kCommentMarker, 2);
-        comments.push_back({static_cast<std::uint32_t>(marker),
+        comments.push_back({static_cast<std::uint32_t>(content.Number(offset, 4)),
+                            static_cast<std::uint32_t>(marker),
                             DecodeText(content.Part(offset + kCommentHeader, length))});
         offset += kCommentHeader + length + length % 2;
     }

@@ -25,6 +25,7 @@ inline constexpr std::size_t kMaxMarkerComment = 8190;
 
 /// A comment on a marker, or on the file.
 struct MarkerComment {
+    std::uint32_t time = 0;   ///< in seconds from 1904 on, as stored; 0 where there is none
     std::uint32_t marker = 0; ///< 0: the file
     std::string text;         ///< UTF-8
 };

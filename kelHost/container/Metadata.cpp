@@ -1,6 +1,7 @@
 #include "container/Metadata.h"
 
 #include "base/Errors.h"
+#include "base/Numbers.h"
 #include "container/AIFFMetadata.h"
 #include "container/CAFMetadata.h"
 #include "container/ChunkList.h"
@@ -11,18 +12,19 @@
 #include "container/MetadataBuilder.h"
 #include "container/RIFFMetadata.h"
 #include "container/StoredBytes.h"
-#include "container/StoredText.h"
 #include "container/XiphMetadata.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace kel::host {
@@ -31,17 +33,40 @@ namespace {
 
 constexpr const char* kCannotReadMetadata = "cannot read its metadata";
 
-// Tags at the end of an MP3 file. APE tags are not translated.
+// Adds the tags that end at an offset: ID3v2 with a footer, and the names of APE, Lyrics3 and the
+// extension of ID3v1.
+void AddTagsBefore(const HeaderReader& header, std::uint64_t end, MetadataBuilder& builder) {
+    constexpr std::uint64_t kMaxFooter = 227; // the whole extension
+    constexpr std::uint64_t kAPEFooter = 32;
+    constexpr std::string_view kLyrics = "LYRICS200";
+    AddID3BeforeFooter(header, end, builder);
+    const std::uint64_t start = end - std::min(end, kMaxFooter);
+    const std::string bytes = header.Bytes(start, static_cast<std::size_t>(end - start));
+    const StoredBytes before(bytes, StoredOrder::Little);
+    const auto last = [&](std::uint64_t count) {
+        return before.From(bytes.size() - std::min<std::uint64_t>(count, bytes.size()));
+    };
+    if (last(kAPEFooter).substr(0, 8) == "APETAGEX") {
+        builder.AddOther("APE", StoredBytes(last(kAPEFooter), StoredOrder::Little).Number(12, 4));
+    }
+    if (last(kLyrics.size()) == kLyrics) {
+        constexpr std::size_t kDigits = 6;
+        const auto size =
+            ParseInteger<std::uint64_t>(last(kLyrics.size() + kDigits).substr(0, kDigits));
+        builder.AddOther("Lyrics3", size.value_or(0));
+    }
+    if (last(kMaxFooter).substr(0, 4) == "TAG+") {
+        builder.AddOther("TAG+", kMaxFooter);
+    }
+}
+
+// Tags at the end of an MP3 file.
 void AddMP3Metadata(const HeaderReader& header, std::uint64_t fileBytes, MetadataBuilder& builder) {
     constexpr std::uint64_t kID3v1 = 128;
-    constexpr std::uint64_t kAPEFooter = 32;
     AddID3v1(header, fileBytes, builder);
     for (const std::uint64_t after : {std::uint64_t{0}, kID3v1}) {
-        if (fileBytes >= after + kAPEFooter) {
-            const std::string footer = header.Bytes(fileBytes - after - kAPEFooter, kAPEFooter);
-            if (footer.compare(0, 8, "APETAGEX") == 0) {
-                builder.AddOther("APE", StoredBytes(footer, StoredOrder::Little).Number(12, 4));
-            }
+        if (fileBytes > after) {
+            AddTagsBefore(header, fileBytes - after, builder);
         }
     }
 }
@@ -54,17 +79,39 @@ void AddAUMetadata(const HeaderReader& header, MetadataBuilder& builder) {
     const bool isBigEndian = start.compare(0, 4, ".snd") == 0;
     const StoredBytes numbers(start, isBigEndian ? StoredOrder::Big : StoredOrder::Little);
     const std::uint64_t samples = std::max(numbers.Number(4, 4), kAUHeader);
-    builder.AddTag("comment",
-                   DecodeText(builder.Read("annotation", kAUHeader, samples - kAUHeader)));
+    const std::string annotation = builder.Read("annotation", kAUHeader, samples - kAUHeader);
+    if (annotation.find_first_not_of('\0') != std::string::npos) {
+        builder.AddStoredTag("comment", annotation);
+    }
+}
+
+// The tags at the beginning of a file. Some programs add theirs instead of replacing another.
+// Returns their length.
+std::uint64_t AddID3Tags(const HeaderReader& header, std::uint64_t fileBytes,
+                         MetadataBuilder& builder) {
+    constexpr int kMaxID3Tags = 16;
+    std::uint64_t end = 0;
+    for (int i = 0; i < kMaxID3Tags && end < fileBytes; ++i) {
+        const std::uint64_t bytes = ID3Bytes(header, end);
+        if (bytes == 0) {
+            break;
+        }
+        AddID3(header, "ID3", end, fileBytes - end, builder);
+        end += bytes;
+    }
+    return end;
+}
+
+// True for the first name of files that consist of chunks. Theirs are not found after a tag.
+bool StartsChunks(const std::string& name) {
+    constexpr std::array<std::string_view, 5> kNames{"RIFF", "RIFX", "RF64", "BW64", "FORM"};
+    return std::find(kNames.begin(), kNames.end(), name) != kNames.end();
 }
 
 // Files that do not consist of chunks like those of RIFF and AIFF.
 void AddOtherMetadata(const FileName& file, const HeaderReader& header, std::uint64_t fileBytes,
                       MetadataBuilder& builder) {
-    const std::uint64_t tagBytes = ID3Bytes(header, 0);
-    if (tagBytes != 0) {
-        AddID3(header, "ID3", 0, fileBytes, builder);
-    }
+    const std::uint64_t tagBytes = AddID3Tags(header, fileBytes, builder);
     const std::string name = header.Name(tagBytes);
     const bool isMP3 = name[0] == '\xFF' && (static_cast<unsigned char>(name[1]) & 0xE0U) == 0xE0U;
     if (name == "fLaC") {
@@ -76,6 +123,8 @@ void AddOtherMetadata(const FileName& file, const HeaderReader& header, std::uin
         AddCAFMetadata(header, fileBytes, builder);
     } else if (name == ".snd" || name == "dns.") {
         AddAUMetadata(header, builder);
+    } else if (StartsChunks(name)) {
+        builder.AddOmission("chunks after the ID3 tag");
     } else if (isMP3 || tagBytes != 0) {
         AddMP3Metadata(header, fileBytes, builder);
     } else {

@@ -68,6 +68,8 @@ struct Metadata {
     std::optional<std::uint32_t>
         channelMask; ///< speakers that a comment in a FLAC file declares, see StoredFormat
     std::vector<std::string>
+        omissions; ///< kinds of items that have no place here: "times of comments"
+    std::vector<std::string>
         problems; ///< damage that was skipped: "cue declares 9 points and has 2"
 };
 

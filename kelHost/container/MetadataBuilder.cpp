@@ -10,8 +10,20 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace kel::host {
+
+namespace {
+
+// Damaged files have any number of problems.
+void AddOnce(std::vector<std::string>& texts, const std::string& text) {
+    if (texts.size() < kMaxProblems && std::find(texts.begin(), texts.end(), text) == texts.end()) {
+        texts.push_back(text);
+    }
+}
+
+} // namespace
 
 std::string MetadataBuilder::Read(const std::string& name, std::uint64_t offset,
                                   std::uint64_t bytes) {
@@ -42,6 +54,7 @@ void MetadataBuilder::AddTag(const std::string& name, std::string value) {
     };
     auto& tags = metadata.tags;
     if (value.empty()) {
+        AddOmission("empty tags");
         return;
     }
     if (tags.size() == kMaxTags) {
@@ -55,6 +68,14 @@ void MetadataBuilder::AddTag(const std::string& name, std::string value) {
     }
 }
 
+void MetadataBuilder::AddStoredTag(const std::string& name, std::string_view stored) {
+    const std::size_t end = std::min(stored.find('\0'), stored.size());
+    if (stored.find_first_not_of('\0', end) != std::string_view::npos) {
+        AddOmission("texts after a zero byte");
+    }
+    AddTag(name, DecodeText(stored));
+}
+
 void MetadataBuilder::AddOther(std::string_view name, std::uint64_t bytes) {
     if (metadata.others.size() == kMaxOthers) {
         AddProblem(fmt::format("there are more than {} other parts", kMaxOthers));
@@ -63,12 +84,12 @@ void MetadataBuilder::AddOther(std::string_view name, std::uint64_t bytes) {
     metadata.others.push_back({PartName(name), bytes});
 }
 
+void MetadataBuilder::AddOmission(const std::string& kind) {
+    AddOnce(metadata.omissions, kind);
+}
+
 void MetadataBuilder::AddProblem(const std::string& problem) {
-    auto& problems = metadata.problems;
-    if (problems.size() < kMaxProblems &&
-        std::find(problems.begin(), problems.end(), problem) == problems.end()) {
-        problems.push_back(problem);
-    }
+    AddOnce(metadata.problems, problem);
 }
 
 void MetadataBuilder::LimitCuePoints() {

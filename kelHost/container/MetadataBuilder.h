@@ -37,12 +37,19 @@ public:
     /// Returns a text, or its beginning when the texts of the file have too many bytes.
     std::string Keep(std::string text);
 
-    /// Adds a tag, unless it has no value, or is there already.
+    /// Adds a tag, unless it is there already. One without a value becomes an omission.
     void AddTag(const std::string& name, std::string value);
+
+    /// Adds a tag with a text up to its first byte 0. Text after that becomes an omission.
+    void AddStoredTag(const std::string& name, std::string_view stored);
 
     /// Adds a part that is neither samples nor understood.
     /// @param name as stored; spaces at its end are dropped
     void AddOther(std::string_view name, std::uint64_t bytes);
+
+    /// Adds the kind of an item that has no place in Metadata, once.
+    /// @param kind for users, in the plural: "times of comments"
+    void AddOmission(const std::string& kind);
 
     void AddProblem(const std::string& problem);
 

@@ -41,34 +41,40 @@ public:
     std::vector<std::pair<std::string, std::string>> texts;
 };
 
+// Points as a container holds them.
+struct NumberedPoints {
+    std::vector<CuePoint> points;
+    bool isRenumbered = false;
+};
+
 // The points that have a position of 32 bits, with numbers from 1 on unless they have different
 // numbers up to a limit already.
-std::vector<CuePoint> NumberedPoints(const std::vector<CuePoint>& points, std::size_t maxPoints,
-                                     std::uint32_t minNumber, std::uint32_t maxNumber) {
-    std::vector<CuePoint> numbered;
+NumberedPoints NumberPoints(const std::vector<CuePoint>& points, std::size_t maxPoints,
+                            std::uint32_t minNumber, std::uint32_t maxNumber) {
+    NumberedPoints result;
     std::set<std::uint32_t> numbers;
-    bool isUsable = true;
     for (const CuePoint& point : points) {
-        if (point.frame <= kMaxPosition && numbered.size() < maxPoints) {
-            numbered.push_back(point);
-            numbered.back().length = std::min(point.length, kMaxPosition);
-            isUsable = numbers.insert(point.id).second && point.id >= minNumber &&
-                       point.id <= maxNumber && isUsable;
+        if (point.frame <= kMaxPosition && result.points.size() < maxPoints) {
+            result.points.push_back(point);
+            result.points.back().length = std::min(point.length, kMaxPosition);
+            const bool isNew = numbers.insert(point.id).second;
+            result.isRenumbered =
+                result.isRenumbered || !isNew || point.id < minNumber || point.id > maxNumber;
         }
     }
-    for (std::size_t i = 0; i < numbered.size() && !isUsable; ++i) {
-        numbered[i].id = static_cast<std::uint32_t>(i + 1);
+    for (std::size_t i = 0; i < result.points.size() && result.isRenumbered; ++i) {
+        result.points[i].id = static_cast<std::uint32_t>(i + 1);
     }
-    return numbered;
+    return result;
 }
 
-std::vector<CuePoint> WAVEPoints(const Metadata& metadata) {
-    return NumberedPoints(metadata.cuePoints, kMaxCueLabels, 0,
-                          std::numeric_limits<std::uint32_t>::max());
+NumberedPoints WAVEPoints(const Metadata& metadata) {
+    return NumberPoints(metadata.cuePoints, kMaxCueLabels, 0,
+                        std::numeric_limits<std::uint32_t>::max());
 }
 
-std::vector<CuePoint> AIFFPoints(const Metadata& metadata) {
-    return NumberedPoints(metadata.cuePoints, kMaxMarkers, 1, kMaxMarkers);
+NumberedPoints AIFFPoints(const Metadata& metadata) {
+    return NumberPoints(metadata.cuePoints, kMaxMarkers, 1, kMaxMarkers);
 }
 
 std::string FormatInfo(const std::vector<Tag>& tags, StoredOrder order) {
@@ -98,7 +104,7 @@ std::vector<NewChunk> MakeWAVEChunks(const Metadata& metadata, StoredOrder order
         AddChunk(chunks, "bext", FormatBroadcast(*metadata.broadcast, order));
     }
     AddChunk(chunks, "LIST", FormatInfo(metadata.tags, order));
-    const std::vector<CuePoint> points = WAVEPoints(metadata);
+    const std::vector<CuePoint> points = WAVEPoints(metadata).points;
     if (!points.empty()) {
         AddChunk(chunks, "cue ", FormatCue(points, order));
         AddChunk(chunks, "LIST", FormatCueLabels(points, order));
@@ -113,6 +119,12 @@ bool IsASCII(const std::string& text) {
     });
 }
 
+// The chunk for a tag; empty when only the ID3 tag has a place for it.
+std::string PlaceInAIFF(const Tag& tag) {
+    const std::string chunk = TextChunk(tag.name);
+    return tag.value.size() > MaxChunkInAIFF(chunk) ? "" : chunk;
+}
+
 // Programs disagree about the encoding of texts in AIFF files, so those that are not ASCII are in
 // the ID3 tag, too. Long ones are only there.
 std::vector<NewChunk> MakeAIFFChunks(const Metadata& metadata) {
@@ -120,8 +132,8 @@ std::vector<NewChunk> MakeAIFFChunks(const Metadata& metadata) {
     std::vector<Tag> others;
     std::vector<NewChunk> comments;
     for (const Tag& tag : metadata.tags) {
-        const std::string chunk = TextChunk(tag.name);
-        if (chunk.empty() || tag.value.size() > MaxChunkInAIFF(chunk)) {
+        const std::string chunk = PlaceInAIFF(tag);
+        if (chunk.empty()) {
             others.push_back(tag);
         } else if (chunk == "ANNO") {
             AddChunk(comments, chunk, tag.value);
@@ -143,7 +155,7 @@ std::vector<NewChunk> MakeAIFFChunks(const Metadata& metadata) {
             others.push_back({NameOfTextChunk(chunk.name), chunk.content});
         }
     }
-    const std::vector<CuePoint> points = AIFFPoints(metadata);
+    const std::vector<CuePoint> points = AIFFPoints(metadata).points;
     if (!points.empty()) {
         AddChunk(chunks, "MARK", FormatMarkers(points));
         AddChunk(chunks, "COMT", FormatMarkerComments(points));
@@ -175,9 +187,16 @@ std::vector<std::string> NotExpressible(const Metadata& metadata, ChunkForm form
     if (metadata.broadcast.has_value()) {
         addIf("ends of texts in bext", !FitsIntoFields(*metadata.broadcast));
     }
+    std::set<std::string> places;
     for (const Tag& tag : metadata.tags) {
-        addIf(tag.name, !isAIFF && InfoId(tag.name).empty());
+        const std::string place = isAIFF ? PlaceInAIFF(tag) : InfoId(tag.name);
+        const std::string shown = tag.name.empty() ? "tags without a name" : tag.name;
+        addIf(shown, !isAIFF && place.empty());
+        addIf("separate values of " + shown,
+              !place.empty() && place != "ANNO" && !places.insert(place).second);
     }
+    addIf("numbers of cue points",
+          isAIFF ? AIFFPoints(metadata).isRenumbered : WAVEPoints(metadata).isRenumbered);
     const std::size_t maxPoints = isAIFF ? kMaxMarkers : kMaxCueLabels;
     addIf("cue points after the first " + std::to_string(maxPoints),
           metadata.cuePoints.size() > maxPoints);
@@ -190,6 +209,7 @@ std::vector<std::string> NotExpressible(const Metadata& metadata, ChunkForm form
     for (const OtherPart& other : metadata.others) {
         names.Add(other.name);
     }
+    names.Add(metadata.omissions);
     return names.Names();
 }
 

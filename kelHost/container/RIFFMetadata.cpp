@@ -48,6 +48,12 @@ public:
         return true;
     }
 
+    // The number of bytes after the last one, unless all of them are 0.
+    std::uint64_t RestBytes() const {
+        const std::string_view rest = m_content.From(m_offset);
+        return rest.find_first_not_of('\0') == std::string_view::npos ? 0 : rest.size();
+    }
+
     std::string_view name;
     std::uint64_t declaredBytes = 0;
     std::string_view bytes; // those that are present
@@ -95,6 +101,9 @@ private:
         const std::string content = m_builder.Read("cue", chunk.offset, chunk.bytes);
         const StoredBytes cue(content, m_order);
         m_builder.metadata.cuePoints = ParseCuePoints(cue);
+        if (HasOtherPositions(cue)) {
+            m_builder.AddOmission("other positions of cue points");
+        }
         const std::size_t count = m_builder.metadata.cuePoints.size();
         if (count != DeclaredCuePoints(cue)) {
             m_builder.AddProblem(
@@ -120,7 +129,13 @@ private:
                                                  PartName(subChunks.name), name,
                                                  subChunks.declaredBytes, subChunks.bytes.size()));
             }
-            AddItem(type, name, subChunks);
+            if (!subChunks.bytes.empty() || subChunks.declaredBytes == 0) {
+                AddItem(type, name, subChunks);
+            }
+        }
+        if (subChunks.RestBytes() != 0) {
+            m_builder.AddProblem(fmt::format("{} has {} that are not part of an item", name,
+                                             Count(subChunks.RestBytes(), "byte")));
         }
     }
 
@@ -128,7 +143,7 @@ private:
         if (item.name == "LIST") {
             m_builder.AddProblem(fmt::format("{} contains a LIST, which is skipped", list));
         } else if (type == "INFO") {
-            m_builder.AddTag(NameOfInfo(item.name), DecodeText(item.bytes));
+            m_builder.AddStoredTag(NameOfInfo(item.name), item.bytes);
         } else if (!AddCueLabel(item.name, {item.bytes, m_order}, m_labels)) {
             m_builder.AddOther(list + " " + std::string(item.name), item.declaredBytes);
         }
@@ -136,6 +151,12 @@ private:
 
     // The text of a region takes the place of a missing label.
     void Describe(CuePoint& point, CueLabel& label) {
+        if (label.hasPurpose) {
+            m_builder.AddOmission("purposes of regions");
+        }
+        if (label.hasLanguage) {
+            m_builder.AddOmission("languages of regions");
+        }
         point.length = label.length;
         point.note = std::move(label.note);
         if (label.label.empty()) {

@@ -58,7 +58,8 @@ void AddXiphComments(const StoredBytes& content, bool isFLAC, MetadataBuilder& b
         const std::string_view key = comment.substr(0, comment.find('='));
         offset += 4 + bytes;
         if (key.size() == comment.size()) {
-            continue; // no text
+            builder.AddOmission("comments without a name");
+            continue;
         }
         if (isFLAC && AddChannelMask(key, comment.substr(key.size() + 1), builder)) {
             continue;
@@ -66,8 +67,7 @@ void AddXiphComments(const StoredBytes& content, bool isFLAC, MetadataBuilder& b
         if (UpperCase(key) == "METADATA_BLOCK_PICTURE") {
             builder.AddOther("PICTURE", comment.size() - key.size() - 1);
         } else {
-            builder.AddTag(NameOfComment(DecodeText(key)),
-                           DecodeText(comment.substr(key.size() + 1)));
+            builder.AddStoredTag(NameOfComment(DecodeText(key)), comment.substr(key.size() + 1));
         }
     }
     if (count != declared) {

@@ -24,8 +24,8 @@ std::string Marker(std::uint32_t id, std::uint32_t frame, const std::string& nam
            (name.size() % 2 == 0 ? "\1" : "");
 }
 
-std::string Comment(std::uint32_t marker, const std::string& text) {
-    return "time" + BigEndian(marker, 2) + BigEndian(text.size(), 2) + text +
+std::string Comment(std::uint32_t marker, const std::string& text, std::uint32_t time = 0) {
+    return BigEndian(time, 4) + BigEndian(marker, 2) + BigEndian(text.size(), 2) + text +
            (text.size() % 2 != 0 ? "\1" : "");
 }
 
@@ -45,7 +45,25 @@ TEST(AIFFMetadata, HasMarkersWithTheirComments) {
         DescribeAIFF(BigChunk("COMT", BigEndian(2, 2) + Comment(2, "Wow") + Comment(7, "Lost")) +
                      BigChunk("MARK", BigEndian(3, 2) + Marker(1, 100, "odd") +
                                           Marker(2, 200, "even") + Marker(3, 300, ""))),
-        "comment=Lost\ncue 1 at 100+0: odd|\ncue 2 at 200+0: even|Wow\ncue 3 at 300+0: |\n");
+        "comment=Lost\ncue 1 at 100+0: odd|\ncue 2 at 200+0: even|Wow\ncue 3 at 300+0: |\n"
+        "problem: COMT describes 1 marker that MARK does not have\n");
+}
+
+TEST(AIFFMetadata, NotesTimesOfComments) {
+    const std::string omission = "omission: times of comments\n";
+    EXPECT_EQ(
+        DescribeAIFF(BigChunk("COMT", BigEndian(2, 2) + Comment(0, "One", 1) + Comment(0, "Two"))),
+        "comment=One\ncomment=Two\n" + omission);
+    EXPECT_EQ(DescribeAIFF(BigChunk("MARK", BigEndian(1, 2) + Marker(1, 100, "odd")) +
+                           BigChunk("COMT", BigEndian(1, 2) + Comment(1, "Wow", 0x80000000))),
+              "cue 1 at 100+0: odd|Wow\n" + omission);
+}
+
+TEST(AIFFMetadata, JoinsCommentsOnOneMarker) {
+    EXPECT_EQ(DescribeAIFF(BigChunk("MARK", BigEndian(1, 2) + Marker(1, 100, "odd")) +
+                           BigChunk("COMT", BigEndian(1, 2) + Comment(1, "One")) +
+                           BigChunk("COMT", BigEndian(1, 2) + Comment(1, "Two"))),
+              "cue 1 at 100+0: odd|One; Two\nomission: separate comments on markers\n");
 }
 
 TEST(AIFFMetadata, NotesItemsThatAreDeclaredButMissing) {

@@ -60,13 +60,33 @@ TEST(ID3Tag, HasCommentsLinksAndTextsOfTheUser) {
                                   Frame("WCOP", "https://example.org") +
                                   Frame("WXXX", kZero + "Shop" + kZero + "none"))),
               "comment=Plain\ncomment:more=Named\nlyrics=La la\nlicense=Free\n"
-              "wcop=https://example.org\nshop=none\n");
+              "wcop=https://example.org\nshop=none\n"
+              "omission: languages of comments\nomission: languages of lyrics\n");
+}
+
+TEST(ID3Tag, HasCommentsWithoutALanguage) {
+    for (const std::string& language : {std::string("XXX"), std::string("xxx"), Field("", 3)}) {
+        EXPECT_EQ(DescribeID3(ID3(3, 0, Frame("COMM", kZero + language + kZero + "Plain"))),
+                  "comment=Plain\n");
+    }
+}
+
+// The description of a link has an encoding, the link itself does not.
+TEST(ID3Tag, HasLinksInLatinLetters) {
+    const std::string wide = "\xFF\xFES" + kZero + "h" + kZero;
+    EXPECT_EQ(DescribeID3(ID3(3, 0, Frame("WXXX", "\1" + wide + kZero + kZero + "http://a"))),
+              "sh=http://a\n");
+    EXPECT_EQ(DescribeID3(ID3(3, 0, Frame("WXXX", kZero + kZero + "http://a"))), "wxxx=http://a\n");
+    EXPECT_EQ(DescribeID3(ID3(3, 0, Frame("WXXX", kZero + "Shop"))), "omission: empty tags\n");
 }
 
 TEST(ID3Tag, NamesGenres) {
     for (const auto& [stored, genre] : {std::pair("17", "Rock"),
                                         {"(17)", "Rock"},
-                                        {"(17)Hard", "Hard"},
+                                        {"(17)Hard", "Rock\ngenre=Hard"},
+                                        {"(17)Rock", "Rock"},
+                                        {"(17)(18)", "Rock\ngenre=Techno"},
+                                        {"(RX)(CR)", "Remix\ngenre=Cover"},
                                         {"(200)", "(200)"},
                                         {"1984", "1984"},
                                         {"(17", "(17"},
@@ -144,11 +164,11 @@ TEST(ID3Tag, HasALimitedNumberOfFrames) {
     for (std::size_t i = 1; i < kFrames; ++i) {
         frames += Frame("TALB", "\3");
     }
-    EXPECT_EQ(DescribeID3(ID3(3, 0, frames)), "title=New\n");
+    EXPECT_EQ(DescribeID3(ID3(3, 0, frames)), "title=New\nomission: empty tags\n");
     EXPECT_EQ(DescribeID3(ID3(3, 0,
                               frames + Frame("TPE1", "\3"
                                                      "A"))),
-              "title=New\nproblem: id3 has more than 4096 frames\n");
+              "title=New\nomission: empty tags\nproblem: id3 has more than 4096 frames\n");
 }
 
 } // namespace kel::host

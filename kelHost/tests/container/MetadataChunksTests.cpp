@@ -171,6 +171,20 @@ TEST(MetadataChunks, JoinTagsOfOneName) {
     EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), "artist=One; Two\ntitle=T\n");
 }
 
+TEST(MetadataChunks, NameValuesThatAreJoined) {
+    using Names = std::vector<std::string>;
+    Metadata metadata;
+    metadata.tags = {{"artist", "One"}, {"artist", "Two"}, {"comment", "A"}, {"description", "B"}};
+    EXPECT_EQ(NotExpressible(metadata, ChunkForm::RIFF),
+              (Names{"separate values of artist", "separate values of description"}));
+    EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFC), Names{"separate values of artist"});
+    metadata.tags = {
+        {"album", "A"}, {"album", "B"}, {"title", "T"}, {"title", std::string(9000, 't')}};
+    EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFC), Names());
+    metadata.tags = {{"", "no name"}};
+    EXPECT_EQ(NotExpressible(metadata, ChunkForm::RIFF), Names{"tags without a name"});
+}
+
 TEST(MetadataChunks, TranslateNamesOfOtherContainers) {
     Metadata metadata;
     metadata.tags = {{"composer", "C"}, {"isrc", "X1"}, {"description", "D"}, {"tyer", "1999"}};
@@ -180,13 +194,17 @@ TEST(MetadataChunks, TranslateNamesOfOtherContainers) {
 
 TEST(MetadataChunks, NumberPointsAnew) {
     Metadata metadata;
+    using Names = std::vector<std::string>;
     metadata.cuePoints = {{5, 1, 0, "a", ""}, {5, 2, 0, "b", ""}};
+    EXPECT_EQ(NotExpressible(metadata, ChunkForm::RIFF), Names{"numbers of cue points"});
     EXPECT_EQ(RoundTrip(metadata, ChunkForm::RIFF), "cue 1 at 1+0: a|\ncue 2 at 2+0: b|\n");
     for (const std::uint32_t number : {0U, 32768U}) {
         metadata.cuePoints[0].id = number;
         EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), "cue 1 at 1+0: a|\ncue 2 at 2+0: b|\n");
         EXPECT_EQ(RoundTrip(metadata, ChunkForm::RIFF),
                   "cue " + std::to_string(number) + " at 1+0: a|\ncue 5 at 2+0: b|\n");
+        EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFF), Names{"numbers of cue points"});
+        EXPECT_EQ(NotExpressible(metadata, ChunkForm::RIFF), Names());
     }
 }
 
@@ -196,9 +214,11 @@ TEST(MetadataChunks, OmitPartsThatAreNamed) {
     metadata.tags = {{"license", "Free"}, {"license", "Too"}, {"title", "T"}};
     metadata.cuePoints = {{1, kLarge, 0, "far", ""}, {2, 5, kLarge, "long", ""}};
     metadata.others = {{"PICTURE", 5}, {"iXML", 7}, {"PICTURE", 9}};
-    EXPECT_EQ(NotExpressible(metadata, ChunkForm::RIFF),
-              (std::vector<std::string>{"license", "cue points after frame 4294967295",
-                                        "lengths of regions", "PICTURE", "iXML"}));
+    metadata.omissions = {"times of comments"};
+    EXPECT_EQ(
+        NotExpressible(metadata, ChunkForm::RIFF),
+        (std::vector<std::string>{"license", "cue points after frame 4294967295",
+                                  "lengths of regions", "PICTURE", "iXML", "times of comments"}));
     EXPECT_EQ(RoundTrip(metadata, ChunkForm::RIFF), "title=T\ncue 2 at 5+4294967295: long|\n");
 }
 
@@ -216,8 +236,9 @@ TEST(MetadataChunks, NameWhatAIFFDoesNotHave) {
             "|\ncue 1 at 100+0: odd|" + std::string(8190, 'n') + "\ncue 9 at 7+0: |\n");
     metadata = {};
     metadata.cuePoints.resize(32768);
-    EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFF),
-              (std::vector<std::string>{"cue points after the first 32767"}));
+    EXPECT_EQ(
+        NotExpressible(metadata, ChunkForm::AIFF),
+        (std::vector<std::string>{"numbers of cue points", "cue points after the first 32767"}));
 }
 
 TEST(MetadataChunks, CutTextsThatAreTooLongForBext) {

@@ -66,11 +66,14 @@ TEST(Metadata, OfFLACAreItsCommentsAndTheNamesOfItsOtherBlocks) {
     const std::string expected = "title=T\xC3\xA9\ntrack=3\nartist=A\nartist=B\nsoftware=E\n";
     const std::string others =
         "APPLICATION of 4\nCUESHEET of 3\nmetadata block 9 of 3\nPICTURE of 7\n";
-    EXPECT_EQ(DescribeFile(flac), expected + others);
+    const std::string omission = "omission: comments without a name\n";
+    EXPECT_EQ(DescribeFile(flac), expected + others + omission);
     const std::string frame = "TALB" + BigEndian(2, 4) + BigEndian(0, 2) + "\3L";
     const std::string id3 = "ID3\4" + std::string(2, '\0') + BigEndian(frame.size(), 4) + frame;
     EXPECT_EQ(DescribeFile(id3 + flac + ID3v1("Title", "C")),
-              "album=L\n" + expected + "date=1999\ncomment=C\ngenre=Rock\n" + others);
+              "album=L\n" + expected + "date=1999\ncomment=C\ngenre=Rock\n" + others + omission +
+                  "omission: title of ID3v1\nomission: artist of ID3v1\n"
+                  "omission: album of ID3v1\nomission: track of ID3v1\n");
 }
 
 // It describes samples, but only in FLAC.
@@ -153,7 +156,8 @@ TEST(Metadata, OfMP3AreItsTagsAtBothEnds) {
     EXPECT_EQ(DescribeFile(kFrame + old),
               "title=Old\nartist=Artist\nalbum=Album\ndate=1999\ncomment=C\ngenre=Rock\ntrack=7\n");
     EXPECT_EQ(DescribeFile(id3 + kFrame + old),
-              "title=New\nartist=Artist\nalbum=Album\ndate=1999\ncomment=C\ngenre=Rock\ntrack=7\n");
+              "title=New\nartist=Artist\nalbum=Album\ndate=1999\ncomment=C\ngenre=Rock\ntrack=7\n"
+              "omission: title of ID3v1\n");
     const std::string longComment(30, 'c'); // leaves no place for a track
     EXPECT_EQ(DescribeFile(kFrame + ID3v1("Old", "").replace(97, 30, longComment)),
               "title=Old\nartist=Artist\nalbum=Album\ndate=1999\ncomment=" + longComment +
@@ -163,6 +167,48 @@ TEST(Metadata, OfMP3AreItsTagsAtBothEnds) {
     EXPECT_EQ(DescribeFile(id3 + kFrame + ape), "title=New\nAPE of 50\n");
     EXPECT_EQ(DescribeFile(id3 + kFrame + ape + old.substr(0, 3) + std::string(125, '\0')),
               "title=New\ngenre=Blues\nAPE of 50\n");
+}
+
+// Texts of ID3v1 are cut, and its numbers have no zeros at their beginning.
+TEST(Metadata, OfMP3AreNotRepeatedInItsShortTag) {
+    const std::string title(30, 't');
+    const auto text = [](const std::string& id, const std::string& value) {
+        return id + BigEndian(value.size() + 1, 4) + BigEndian(0, 2) + "\3" + value;
+    };
+    const std::string frames = text("TIT2", title + "rest") + text("TRCK", "07/12") +
+                               text("TDRC", "1999-11-22") + text("TCON", "(17)");
+    const std::string id3 = "ID3\4" + std::string(2, '\0') + BigEndian(frames.size(), 4) + frames;
+    EXPECT_EQ(DescribeFile(id3 + kFrame + ID3v1(title, "C")),
+              "title=" + title +
+                  "rest\ntrack=07/12\ndate=1999-11-22\ngenre=Rock\nartist=Artist\n"
+                  "album=Album\ncomment=C\n");
+}
+
+TEST(Metadata, OfMP3MayHaveAGenreWithoutAName) {
+    const std::string tag = "TAG" + std::string(124, '\0');
+    EXPECT_EQ(DescribeFile(kFrame + tag + "\x93"), "genre=(147)\n");
+    EXPECT_EQ(DescribeFile(kFrame + tag + "\xFF"), "");
+}
+
+TEST(Metadata, OfMP3MayHaveSeveralTagsAtEachEnd) {
+    const auto id3 = [](const std::string& name, char flags = '\0') {
+        const std::string frame = name + BigEndian(4, 4) + BigEndian(0, 2) + "\3New";
+        return std::string("ID3\4\0", 5) + flags + BigEndian(frame.size(), 4) + frame;
+    };
+    const std::string start = id3("TIT2") + id3("TPE1") + kFrame;
+    const std::string tags = "title=New\nartist=New\n";
+    EXPECT_EQ(DescribeFile(start), tags);
+    const std::string footer =
+        id3("TALB", '\x10') + "3DI\4" + std::string(1, '\0') + "\x10" + BigEndian(14, 4);
+    const std::string old = ID3v1("", "");
+    EXPECT_EQ(DescribeFile(start + footer), tags + "album=New\n");
+    EXPECT_EQ(DescribeFile("\xFF\xFB" + footer.substr(24)),
+              "problem: ID3 at the end declares 34 bytes and has 12\n");
+    EXPECT_EQ(DescribeFile(start + Field("TAG+Long title", 227) + "LYRICSBEGIN000007LYRICS200"),
+              tags + "Lyrics3 of 7\n");
+    EXPECT_EQ(DescribeFile(start + Field("TAG+Long title", 227) + old.substr(0, 127) + "\xFF"),
+              "title=New\nartist=New\nalbum=Album\ndate=1999\ntrack=7\nTAG+ of 227\n"
+              "omission: artist of ID3v1\n");
 }
 
 TEST(Metadata, OfCAFAreItsInformationAndTheNamesOfOtherChunks) {
@@ -177,16 +223,27 @@ TEST(Metadata, OfCAFAreItsInformationAndTheNamesOfOtherChunks) {
                            "data" + std::string(8, '\xFF') + "samples and more samples"),
               "track=3\ntitle=T\nmark of 1\n");
     EXPECT_EQ(DescribeFile(start + "info" + BigEndian(99, 8) + info.substr(0, 20)),
-              "track=3\nproblem: info declares 99 bytes and has 20\n");
+              "track=3\nomission: empty tags\nproblem: info declares 99 bytes and has 20\n");
 }
 
 TEST(Metadata, OfAUAreItsAnnotation) {
     EXPECT_EQ(DescribeFile(".snd" + BigEndian(32, 4) + std::string(16, '\0') + "Take 1" +
                            std::string(2, '\0') + "samples"),
               "comment=Take 1\n");
+    EXPECT_EQ(DescribeFile(".snd" + BigEndian(32, 4) + std::string(17, '\0') + "Take 1" + "1"),
+              "omission: texts after a zero byte\nomission: empty tags\n");
     EXPECT_EQ(DescribeFile("dns." + LittleEndian(32, 4) + std::string(16, '\0') + "Take 1"),
               "comment=Take 1\nproblem: annotation declares 8 bytes and has 6\n");
     EXPECT_EQ(DescribeFile(".snd" + BigEndian(0, 4) + std::string(16, '\0') + "samples"), "");
+}
+
+TEST(Metadata, AreNotReadInChunksAfterATag) {
+    const std::string frame = "TALB" + BigEndian(4, 4) + BigEndian(0, 2) + "\3Alb";
+    const std::string id3 = "ID3\4" + std::string(2, '\0') + BigEndian(frame.size(), 4) + frame;
+    for (const char* name : {"RIFF", "RIFX", "RF64", "BW64", "FORM"}) {
+        EXPECT_EQ(DescribeFile(id3 + name + "1234WAVE"),
+                  "album=Alb\nomission: chunks after the ID3 tag\n");
+    }
 }
 
 TEST(Metadata, OfOtherFilesAreEmpty) {

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kel::host {
 
@@ -28,7 +30,7 @@ std::string BroadcastFields(std::uint16_t version, const std::string& descriptio
 }
 
 std::string CuePointBytes(std::uint32_t id, std::uint32_t frame) {
-    return LittleEndian(id, 4) + LittleEndian(7, 4) + "data" + LittleEndian(0, 8) +
+    return LittleEndian(id, 4) + LittleEndian(frame, 4) + "data" + LittleEndian(0, 8) +
            LittleEndian(frame, 4);
 }
 
@@ -67,7 +69,25 @@ TEST(RIFFMetadata, HasTheTagsOfListInfo) {
                                                    test::Chunk("ITRK", "3" + zero) +
                                                    test::Chunk("ICMT", zero + zero))),
               "title=A title\nartist=B\xC3\xB6"
-              "b\nieng=Me\ntrack=3\n");
+              "b\nieng=Me\ntrack=3\nomission: empty tags\n");
+}
+
+TEST(RIFFMetadata, NotesTextsAfterAZeroByte) {
+    const std::string text = "one" + std::string(1, '\0') + "two";
+    EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + test::Chunk("INAM", text + "\0"))),
+              "title=one\nomission: texts after a zero byte\n");
+}
+
+TEST(RIFFMetadata, NotesBytesOfAListThatAreNoItems) {
+    const std::string item = test::Chunk("INAM", "even");
+    for (const auto& [rest, problem] : std::vector<std::pair<std::string, std::string>>{
+             {std::string(9, '\0'), ""},
+             {"no", "problem: LIST INFO has 2 bytes that are not part of an item\n"},
+             {"\1\2\3\4some text",
+              "problem: LIST INFO has 13 bytes that are not part of an item\n"}}) {
+        EXPECT_EQ(DescribeWAVE(test::Chunk("LIST", "INFO" + item + rest)),
+                  "title=even\n" + problem);
+    }
 }
 
 TEST(RIFFMetadata, FindsItemsOfOddSizeWithoutPadding) {
@@ -117,6 +137,49 @@ TEST(RIFFMetadata, NamesFurtherTextsOfACuePoint) {
                                                    test::Chunk("note", point))),
               "cue 1 at 100+500: Same|Note\nLIST adtl ltxt of 20\nLIST adtl labl of 10\n"
               "LIST adtl note of 4\nLIST adtl ltxt of 6\n");
+}
+
+TEST(RIFFMetadata, NotesPurposesAndLanguagesOfRegions) {
+    const std::string point = LittleEndian(1, 4) + LittleEndian(500, 4);
+    const auto describe = [&](const std::string& region) {
+        return DescribeWAVE(test::Chunk("cue ", LittleEndian(1, 4) + CuePointBytes(1, 100)) +
+                            test::Chunk("LIST", "adtl" + test::Chunk("ltxt", point + region)));
+    };
+    const std::string cue = "cue 1 at 100+500: |\n";
+    EXPECT_EQ(describe(std::string(12, '\0')), cue);
+    EXPECT_EQ(describe("scrp" + std::string(8, '\0')), cue + "omission: purposes of regions\n");
+    for (std::size_t i = 0; i < 4; ++i) { // country, language, dialect, code page
+        EXPECT_EQ(
+            describe("rgn " + std::string(2 * i, '\0') + "\x09" + std::string(7 - 2 * i, '\0')),
+            cue + "omission: languages of regions\n");
+    }
+}
+
+TEST(RIFFMetadata, NamesASecondRegionOfACuePointWhateverTheLengthOfTheFirst) {
+    const auto region = [](std::uint64_t length, const std::string& text) {
+        return test::Chunk("ltxt", LittleEndian(1, 4) + LittleEndian(length, 4) + "rgn " +
+                                       std::string(8, '\0') + text);
+    };
+    EXPECT_EQ(DescribeWAVE(test::Chunk("cue ", LittleEndian(1, 4) + CuePointBytes(1, 100)) +
+                           test::Chunk("LIST", "adtl" + region(0, "None") + region(5, "Long"))),
+              "cue 1 at 100+0: None|\nLIST adtl ltxt of 24\n");
+}
+
+TEST(RIFFMetadata, NotesPositionsOfCuePointsOtherThanTheirFrames) {
+    const auto describe = [](std::uint64_t position, const std::string& chunk, std::uint64_t start,
+                             std::uint64_t block) {
+        return DescribeWAVE(test::Chunk(
+            "cue ", LittleEndian(1, 4) + LittleEndian(1, 4) + LittleEndian(position, 4) + chunk +
+                        LittleEndian(start, 4) + LittleEndian(block, 4) + LittleEndian(9, 4)));
+    };
+    const std::string cue = "cue 1 at 9+0: |\n";
+    EXPECT_EQ(describe(0, "data", 0, 0), cue);
+    EXPECT_EQ(describe(9, std::string(4, '\0'), 0, 0), cue);
+    const std::string omission = cue + "omission: other positions of cue points\n";
+    EXPECT_EQ(describe(8, "data", 0, 0), omission);
+    EXPECT_EQ(describe(9, "slnt", 0, 0), omission);
+    EXPECT_EQ(describe(9, "data", 1, 0), omission);
+    EXPECT_EQ(describe(9, "data", 0, 1), omission);
 }
 
 TEST(RIFFMetadata, NotesCuePointsThatAreDeclaredButMissing) {

@@ -66,6 +66,9 @@ inline std::string Describe(const host::Metadata& metadata) {
     for (const host::OtherPart& other : metadata.others) {
         text << other.name << " of " << other.bytes << "\n";
     }
+    for (const std::string& omission : metadata.omissions) {
+        text << "omission: " << omission << "\n";
+    }
     for (const std::string& problem : metadata.problems) {
         text << "problem: " << problem << "\n";
     }
