@@ -10,7 +10,8 @@
 
 namespace kel::host {
 
-/// Adds the texts of the chunk "info", and the names of other chunks.
+/// Adds the texts of the chunk "info", the markers of "mark" with their names in "strg", and the
+/// names of other chunks.
 /// @throws JobError when the file cannot be read
 void AddCAFMetadata(const HeaderReader& header, std::uint64_t fileBytes, MetadataBuilder& builder);
 

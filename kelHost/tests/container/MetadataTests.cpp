@@ -219,11 +219,52 @@ TEST(Metadata, OfCAFAreItsInformationAndTheNamesOfOtherChunks) {
     const std::string info = BigEndian(2, 4) + std::string("track number\0"
                                                            "3\0title\0T\0",
                                                            23);
-    EXPECT_EQ(DescribeFile(start + chunk("info", info) + chunk("free", "f") + chunk("mark", "m") +
+    EXPECT_EQ(DescribeFile(start + chunk("info", info) + chunk("free", "f") + chunk("midi", "m") +
                            "data" + std::string(8, '\xFF') + "samples and more samples"),
-              "track=3\ntitle=T\nmark of 1\n");
+              "track=3\ntitle=T\nmidi of 1\n");
     EXPECT_EQ(DescribeFile(start + "info" + BigEndian(99, 8) + info.substr(0, 20)),
               "track=3\nomission: empty tags\nproblem: info declares 99 bytes and has 20\n");
+}
+
+TEST(Metadata, OfCAFAreItsMarkersWithTheirTexts) {
+    const auto chunk = [](const std::string& name, const std::string& content) {
+        return name + BigEndian(content.size(), 8) + content;
+    };
+    constexpr std::uint64_t k100 = 0x4059000000000000;  // 100.0, as a number of 64 bits
+    constexpr std::uint64_t k1000 = 0x408F400000000000; // 1000.0
+    const std::string none(8, '\xFF');
+    const auto marker = [&](std::uint64_t position, std::uint64_t number, std::uint64_t kind = 0,
+                            const std::string& time = "", std::uint64_t channel = 0) {
+        return BigEndian(kind, 4) + BigEndian(position, 8) + BigEndian(number, 4) +
+               (time.empty() ? none : time) + BigEndian(channel, 4);
+    };
+    const auto describe = [&](const std::string& markers, const std::string& after = "") {
+        return DescribeFile(
+            "caff" + BigEndian(0x10000, 4) + chunk("desc", "d") +
+            chunk("mark", BigEndian(0, 4) + BigEndian(markers.size() / 28, 4) + markers) + after);
+    };
+    const std::string texts = BigEndian(2, 4) + BigEndian(7, 4) + BigEndian(4, 8) +
+                              BigEndian(8, 4) + BigEndian(0, 8) +
+                              std::string("End\0T\xC3\xA9\0", 8);
+    const std::string end = "data" + none + "samples";
+    EXPECT_EQ(
+        describe(marker(k1000, 8) + marker(k100, 7) + marker(0, 9), chunk("strg", texts) + end),
+        "cue 8 at 1000+0: End|\ncue 7 at 100+0: T\xC3\xA9|\ncue 9 at 0+0: |\n");
+    EXPECT_EQ(describe(marker(k100, 8), chunk("strg", texts) + end),
+              "cue 8 at 100+0: End|\nomission: texts without a marker\n");
+    const std::string point = "cue 1 at 100+0: |\nomission: ";
+    EXPECT_EQ(describe(marker(k100, 1, 1)), point + "kinds of markers\n");
+    EXPECT_EQ(describe(marker(k100 + 1, 1)), point + "fractions of positions\n");
+    EXPECT_EQ(describe(marker(k100, 1, 0, "\1\2\3\4\1\1\1\1")), point + "times of markers\n");
+    EXPECT_EQ(describe(marker(k100, 1, 0, "", 2)), point + "channels of markers\n");
+    EXPECT_EQ(describe(marker(k100, 1, 0, std::string(8, '\0'))), "cue 1 at 100+0: |\n");
+    const std::string problem = "problem: mark has a marker without a position\n";
+    EXPECT_EQ(describe(marker(0xC059000000000000, 1)), problem); // negative
+    EXPECT_EQ(describe(marker(0x43E0000000000000, 1)), problem); // 2^63
+    EXPECT_EQ(describe(marker(0x7FF8000000000000, 1)), problem); // no number
+    EXPECT_EQ(DescribeFile("caff" + BigEndian(0x10000, 4) + chunk("desc", "d") +
+                           chunk("mark", BigEndian(0, 4) + BigEndian(9, 4) + marker(k100, 1))),
+              "cue 1 at 100+0: |\nproblem: mark declares 9 markers and has 1\n");
 }
 
 TEST(Metadata, OfAUAreItsAnnotation) {
