@@ -11,6 +11,14 @@
 namespace kel::host {
 
 void LossWarnings::Add(const std::string& reason, const std::vector<std::string>& names) {
+    AddList("not preserved" + reason, names);
+}
+
+void LossWarnings::AddUnadjusted(const std::string& reason, const std::vector<std::string>& names) {
+    AddList("not adjusted" + reason, names);
+}
+
+void LossWarnings::AddList(const std::string& start, const std::vector<std::string>& names) {
     constexpr std::size_t kMaxShown = 20;
     if (names.empty()) {
         return;
@@ -19,8 +27,8 @@ void LossWarnings::Add(const std::string& reason, const std::vector<std::string>
     const auto last = names.begin() + static_cast<std::ptrdiff_t>(shown);
     const std::string more =
         shown < names.size() ? fmt::format(" and {} more", names.size() - shown) : "";
-    warnings.push_back(fmt::format("{}: not preserved{}: {}{}", m_file, reason,
-                                   fmt::join(names.begin(), last, ", "), more));
+    warnings.push_back(
+        fmt::format("{}: {}: {}{}", m_file, start, fmt::join(names.begin(), last, ", "), more));
 }
 
 } // namespace kel::host

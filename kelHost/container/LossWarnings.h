@@ -17,9 +17,15 @@ public:
     /// @param reason follows "not preserved"
     void Add(const std::string& reason, const std::vector<std::string>& names);
 
+    /// Adds a warning about what is copied, but describes the whole input.
+    /// @param reason follows "not adjusted"
+    void AddUnadjusted(const std::string& reason, const std::vector<std::string>& names);
+
     std::vector<std::string> warnings;
 
 private:
+    void AddList(const std::string& start, const std::vector<std::string>& names);
+
     std::string m_file;
 };
 

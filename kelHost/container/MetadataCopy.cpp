@@ -2,6 +2,7 @@
 
 #include "base/Errors.h"
 #include "base/Text.h"
+#include "container/BroadcastChunk.h"
 #include "container/CarriedChunk.h"
 #include "container/ChunkNames.h"
 #include "container/ChunkWriter.h"
@@ -10,6 +11,7 @@
 #include "container/HeaderReader.h"
 #include "container/LossWarnings.h"
 #include "container/MetadataChunks.h"
+#include "container/StaleParts.h"
 #include "container/StoredBytes.h"
 #include "container/UniqueNames.h"
 
@@ -131,10 +133,38 @@ private:
         }
     }
 
+    // Notes what describes the whole input in a chunk that is kept.
+    void NoteStale(const SelectedChunk& chunk) {
+        const std::string& name = chunk.content.name;
+        if (IsAsInInput() || (!MayBeStale(name) && name != "bext")) {
+            return;
+        }
+        const std::string content = Load(chunk.content).value_or("");
+        if (name == "bext") {
+            NoteStale(ParseBroadcast({content, StoredOrder::Little}));
+            return;
+        }
+        if (!m_samples.part.isWhole && IsStaleInRange(name, content)) {
+            m_staleInRange.Add(TrimChunkName(name));
+        }
+        if (m_samples.hasOtherChannels && IsStaleInChannels(name, content)) {
+            m_staleInChannels.Add(TrimChunkName(name));
+        }
+    }
+
+    void NoteStale(const Broadcast& broadcast) {
+        if (!IsAsInInput() && DeclaresLoudness(broadcast)) {
+            (m_samples.part.isWhole ? m_staleInChannels : m_staleInRange).Add("loudness in bext");
+        }
+    }
+
+    bool IsAsInInput() const { return m_samples.part.isWhole && !m_samples.hasOtherChannels; }
+
     // Appends a chunk with other content.
     void Append(const SelectedChunk& chunk, const std::string& content) {
         Writer().Append({NameInOutput(chunk), Header(chunk, content.size()) + content});
         m_kept.Add(TrimChunkName(chunk.content.name));
+        NoteStale(chunk);
     }
 
     void Stream(const SelectedChunk& chunk) {
@@ -146,6 +176,7 @@ private:
                                        : Read(chunk.content.offset + offset - header.size(), count);
                         });
         m_kept.Add(TrimChunkName(chunk.content.name));
+        NoteStale(chunk);
     }
 
     std::string NameInOutput(const SelectedChunk& chunk) const {
@@ -167,13 +198,24 @@ private:
             m_translatedOutside = cut.droppedPoints;
         }
         m_refused.Add(NotExpressible(metadata, m_copy.OutputForm()));
+        NoteStaleTags(metadata.tags);
         if (metadata.broadcast.has_value()) {
+            NoteStale(*metadata.broadcast);
             std::string& history = metadata.broadcast->codingHistory;
             history = AppendHistoryLine(std::move(history), CodingHistoryLine(m_samples));
         }
         for (const NewChunk& chunk : MakeChunks(metadata, m_copy.OutputForm())) {
             Writer().Append(chunk);
             m_kept.Add(ShownName(chunk));
+        }
+    }
+
+    // WAVE has no place for such tags.
+    void NoteStaleTags(const std::vector<Tag>& tags) {
+        for (const Tag& tag : tags) {
+            if (m_copy.m_toAIFF && !m_samples.part.isWhole && IsStaleTag(tag.name)) {
+                m_staleInRange.Add(tag.name);
+            }
         }
     }
 
@@ -211,6 +253,8 @@ private:
         losses.Add(", because of damage", m_damage.Names());
         losses.Add(", because of damage", m_problems);
         losses.Add(" outside of the range", Outside());
+        losses.AddUnadjusted(" to the range", m_staleInRange.Names());
+        losses.AddUnadjusted(" to the channels", m_staleInChannels.Names());
         UniqueNames notPreserved;
         for (const UniqueNames* names : std::array<const UniqueNames*, 5>{
                  &m_refused, &truncated, &m_ofChannels, &m_unadjusted, &m_damage}) {
@@ -249,6 +293,8 @@ private:
     std::uint64_t m_translatedOutside = 0; // cue points
     UniqueNames m_ofChannels;
     UniqueNames m_unadjusted;
+    UniqueNames m_staleInRange;
+    UniqueNames m_staleInChannels;
 };
 
 MetadataCopy::MetadataCopy(FileName file, const Container& container)

@@ -519,6 +519,28 @@ TEST(CopyMetadata, LosesWhatDescribesOtherChannels) {
     EXPECT_EQ(same.after, chunks);
 }
 
+// Each part describes the whole input, and is kept.
+TEST(CopyMetadata, IsNamedWhereItIsNotAdjusted) {
+    const std::string loudness = BroadcastFields(7, "")
+                                     .replace(346, 2, LittleEndian(2, 2))
+                                     .replace(412, 2, LittleEndian(0xF6A0, 2));
+    const std::string chunks = Padded("axml", "<a/>") + Padded("acid", std::string(24, 'a')) +
+                               Padded("iXML", "<SYNC_POINT><TRACK>");
+    const std::string bytes = MakeWAVE("", Padded("bext", loudness) + chunks);
+    const Outcome whole = CopyBytes(bytes, "take.wav", "copy.wav");
+    EXPECT_EQ(whole.warnings, json::array());
+    const Outcome part = CopyBytes(bytes, "take.wav", "copy.wav", {"--duration", "5f"});
+    EXPECT_EQ(part.after, Padded("bext", loudness) + chunks);
+    EXPECT_EQ(part.warnings,
+              json{"take.wav: not adjusted to the range: loudness in bext, axml, acid, iXML"});
+    const Outcome carried = CopyBytes(bytes, "take.wav", "copy.aiff", {"--duration", "5f"});
+    EXPECT_EQ(carried.warnings, part.warnings);
+    const Outcome channel = CopyBytes(bytes, "take.wav", "copy.wav", {"--channels", "1"});
+    EXPECT_EQ(channel.warnings,
+              (json{"take.wav: not preserved, because they describe all channels: axml",
+                    "take.wav: not adjusted to the channels: loudness in bext, iXML"}));
+}
+
 TEST(CopyMetadata, AddsALineToACodingHistory) {
     const std::string line = "A=ANALOGUE,M=mono";
     struct Row {
