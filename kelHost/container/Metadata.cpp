@@ -5,6 +5,7 @@
 #include "container/AIFFMetadata.h"
 #include "container/CAFMetadata.h"
 #include "container/ChunkList.h"
+#include "container/HeaderMetadata.h"
 #include "container/HeaderReader.h"
 #include "container/ID3Tag.h"
 #include "container/InputHeader.h"
@@ -123,11 +124,11 @@ void AddOtherMetadata(const FileName& file, const HeaderReader& header, std::uin
         AddCAFMetadata(header, fileBytes, builder);
     } else if (name == ".snd" || name == "dns.") {
         AddAUMetadata(header, builder);
-    } else if (StartsChunks(name)) {
+    } else if (tagBytes != 0 && StartsChunks(name)) {
         builder.AddOmission("chunks after the ID3 tag");
     } else if (isMP3 || tagBytes != 0) {
         AddMP3Metadata(header, fileBytes, builder);
-    } else {
+    } else if (!AddHeaderMetadata(header, fileBytes, builder)) {
         AddLibraryTags(file, builder);
     }
 }

@@ -284,6 +284,7 @@ TEST(Metadata, AreNotReadInChunksAfterATag) {
     for (const char* name : {"RIFF", "RIFX", "RF64", "BW64", "FORM"}) {
         EXPECT_EQ(DescribeFile(id3 + name + "1234WAVE"),
                   "album=Alb\nomission: chunks after the ID3 tag\n");
+        EXPECT_EQ(DescribeFile(name + std::string("1234none")), "");
     }
 }
 
