@@ -37,20 +37,24 @@ bool HasTimedFrame(std::string_view tag) {
 } // namespace
 
 bool MayBeStale(std::string_view name) {
-    return name == "iXML" || name == "_PMX" || IsID3(name) || IsStaleInRange(name, "");
+    return name == "iXML" || name == "_PMX" || name == "dbmd" || IsID3(name) ||
+           IsStaleInRange(name, "");
 }
 
 // "acid" and "basc" count beats; "strc" and "trns" have the positions of slices.
 bool IsStaleInRange(std::string_view name, std::string_view content) {
     static constexpr std::array<std::string_view, 8> kNames{"axml", "bxml", "sxml", "acid",
                                                             "strc", "regn", "basc", "trns"};
-    return IsNameIn(name, kNames) || (name == "iXML" && Contains(content, "<SYNC_POINT>")) ||
+    return IsNameIn(name, kNames) ||
+           (name == "iXML" &&
+            (Contains(content, "<SYNC_POINT>") || Contains(content, "<LOUDNESS>"))) ||
            (name == "_PMX" && Contains(content, "xmpDM:startTime")) ||
            (IsID3(name) && HasTimedFrame(content));
 }
 
 bool IsStaleInChannels(std::string_view name, std::string_view content) {
-    return name == "iXML" && Contains(content, "<TRACK>");
+    return name == "dbmd" ||
+           (name == "iXML" && (Contains(content, "<TRACK>") || Contains(content, "<LOUDNESS>")));
 }
 
 // Some programs store 0 for all values that they do not know.

@@ -18,11 +18,12 @@ namespace kel::host {
 bool MayBeStale(std::string_view name);
 
 /// True for a chunk with positions or durations that ChunkAdjustment does not know: the times of
-/// the Audio Definition Model, beats, chapters, markers of XMP.
+/// the Audio Definition Model, beats, chapters, markers of XMP. Loudness counts as well.
 /// @param content of the chunk; may be empty when it is too large to be read
 bool IsStaleInRange(std::string_view name, std::string_view content);
 
-/// True for a chunk with a list of channels that is copied with other channels, too.
+/// True for a chunk with a list of channels or their loudness that is copied with other channels,
+/// too.
 bool IsStaleInChannels(std::string_view name, std::string_view content);
 
 /// True when broadcast fields declare the loudness of the whole file.

@@ -200,6 +200,7 @@ void AddFLACMetadata(const HeaderReader& header, std::uint64_t offset, MetadataB
         }
         offset += bytes;
     }
+    builder.AddProblem(fmt::format("there are more than {} metadata blocks", kMaxBlocks));
 }
 
 void AddOggMetadata(const HeaderReader& header, MetadataBuilder& builder) {

@@ -76,6 +76,17 @@ TEST(Metadata, OfFLACAreItsCommentsAndTheNamesOfItsOtherBlocks) {
                   "omission: album of ID3v1\nomission: track of ID3v1\n");
 }
 
+TEST(Metadata, OfFLACAreInALimitedNumberOfBlocks) {
+    std::string blocks;
+    for (int i = 0; i < 4095; ++i) {
+        blocks += Block(1, "");
+    }
+    const std::string last = Block(0x84, Comments({"title=T"}));
+    EXPECT_EQ(DescribeFile("fLaC" + blocks + last), "title=T\n");
+    EXPECT_EQ(DescribeFile("fLaC" + blocks + Block(1, "") + last),
+              "problem: there are more than 4096 metadata blocks\n");
+}
+
 // It describes samples, but only in FLAC.
 TEST(Metadata, OfFLACHaveTheSpeakersInsteadOfTheirComment) {
     const std::string mask = "WAVEFORMATEXTENSIBLE_CHANNEL_MASK=0x3";

@@ -19,6 +19,7 @@ TEST(StaleParts, OfARangeAreTimesThatAreNotAdjusted) {
     EXPECT_TRUE(IsStaleInRange("ID3 ", "ID3CHAP" + zero));
     EXPECT_FALSE(IsStaleInRange("id3 ", "ID3TIT2" + zero + "CHAPTER"));
     EXPECT_TRUE(IsStaleInRange("iXML", "<SYNC_POINT_LIST><SYNC_POINT>"));
+    EXPECT_TRUE(IsStaleInRange("iXML", "<LOUDNESS>"));
     EXPECT_FALSE(IsStaleInRange("iXML", "<SYNC_POINT_LIST/>"));
     EXPECT_TRUE(IsStaleInRange("_PMX", "<rdf:li xmpDM:startTime=\"5\"/>"));
     EXPECT_FALSE(IsStaleInRange("_PMX", "<x:xmpmeta/>"));
@@ -29,8 +30,11 @@ TEST(StaleParts, OfARangeAreTimesThatAreNotAdjusted) {
     EXPECT_FALSE(MayBeStale("cart"));
 }
 
-TEST(StaleParts, OfChannelsAreTheTracksOfIXML) {
+TEST(StaleParts, OfChannelsAreTheirListsAndTheirLoudness) {
     EXPECT_TRUE(IsStaleInChannels("iXML", "<TRACK_LIST><TRACK>"));
+    EXPECT_TRUE(IsStaleInChannels("iXML", "<LOUDNESS>"));
+    EXPECT_TRUE(IsStaleInChannels("dbmd", ""));
+    EXPECT_TRUE(MayBeStale("dbmd"));
     EXPECT_FALSE(IsStaleInChannels("iXML", "<TRACK_LIST/>"));
     EXPECT_FALSE(IsStaleInChannels("abcd", "<TRACK>"));
 }
