@@ -100,6 +100,13 @@ void AddIRCAM(const HeaderReader& header, StoredOrder order, MetadataBuilder& bu
     }
 }
 
+// A field of a header may be empty.
+void AddPresentTag(const char* name, const std::string& text, MetadataBuilder& builder) {
+    if (!text.empty()) {
+        builder.AddTag(name, text);
+    }
+}
+
 void AddAVR(const HeaderReader& header, MetadataBuilder& builder) {
     constexpr std::uint64_t kHeaderBytes = 128;
     constexpr std::uint64_t kName = 4;
@@ -114,14 +121,11 @@ void AddAVR(const HeaderReader& header, MetadataBuilder& builder) {
     constexpr std::uint64_t kUser = 64;
     const std::string bytes = header.Bytes(0, kHeaderBytes);
     const StoredBytes content(bytes, StoredOrder::Big);
-    const auto addTag = [&](const char* name, const std::string& text) {
-        if (!text.empty()) {
-            builder.AddTag(name, text);
-        }
-    };
-    addTag("title", DecodeText(content.Part(kName, kNameBytes)) +
-                        DecodeText(content.Part(kNameEnd, kNameEndBytes)));
-    addTag("comment", DecodeText(content.From(kUser)));
+    AddPresentTag("title",
+                  DecodeText(content.Part(kName, kNameBytes)) +
+                      DecodeText(content.Part(kNameEnd, kNameEndBytes)),
+                  builder);
+    AddPresentTag("comment", DecodeText(content.From(kUser)), builder);
     // Some programs declare the whole file as a loop.
     const std::uint64_t loopEnd = content.Number(kLoopEnd, 4);
     const bool isPart = content.Number(kLoopStart, 4) != 0 ||
@@ -133,6 +137,56 @@ void AddAVR(const HeaderReader& header, MetadataBuilder& builder) {
     const std::uint64_t keys = content.Number(kKeys, 2);
     if (keys != 0 && keys != kNoKeys) {
         builder.AddOmission("MIDI notes");
+    }
+}
+
+// A text in a field that ends with spaces or zeros.
+std::string FieldText(const StoredBytes& content, std::uint64_t offset, std::uint64_t bytes) {
+    return PartName(content.Part(offset, bytes));
+}
+
+void AddMPC2000(const HeaderReader& header, MetadataBuilder& builder) {
+    constexpr std::uint64_t kHeaderBytes = 42;
+    constexpr std::uint64_t kName = 2;
+    constexpr std::uint64_t kNameBytes = 16;
+    constexpr std::uint64_t kLoopMode = 38;
+    const std::string bytes = header.Bytes(0, kHeaderBytes);
+    const StoredBytes content(bytes, StoredOrder::Little);
+    AddPresentTag("title", FieldText(content, kName, kNameBytes), builder);
+    if (content.Number(kLoopMode, 1) != 0) {
+        builder.AddOmission("loops");
+    }
+}
+
+void AddSDS(const HeaderReader& header, MetadataBuilder& builder) {
+    constexpr std::uint64_t kHeaderBytes = 21;
+    constexpr std::uint64_t kLoopEnd = 13; // three bytes
+    constexpr std::uint64_t kLoopKind = 19;
+    constexpr std::uint64_t kNoLoop = 0x7F;
+    const std::string bytes = header.Bytes(0, kHeaderBytes);
+    const StoredBytes content(bytes, StoredOrder::Little);
+    if (content.Number(kLoopKind, 1) != kNoLoop && content.Number(kLoopEnd, 3) != 0) {
+        builder.AddOmission("loops");
+    }
+}
+
+// An instrument with one sample.
+void AddXI(const HeaderReader& header, MetadataBuilder& builder) {
+    constexpr std::uint64_t kHeaderBytes = 338;
+    constexpr std::uint64_t kName = 21;
+    constexpr std::uint64_t kNameBytes = 22;
+    constexpr std::uint64_t kProgram = 44;
+    constexpr std::uint64_t kProgramBytes = 20;
+    constexpr std::uint64_t kKind = 312; // of the sample
+    constexpr std::uint64_t kLoopBits = 3;
+    constexpr std::uint64_t kSampleName = 316;
+    const std::string bytes = header.Bytes(0, kHeaderBytes);
+    const StoredBytes content(bytes, StoredOrder::Little);
+    AddPresentTag("title", FieldText(content, kName, kNameBytes), builder);
+    AddPresentTag("software", FieldText(content, kProgram, kProgramBytes), builder);
+    AddPresentTag("sample name", FieldText(content, kSampleName, kNameBytes), builder);
+    if ((content.Number(kKind, 1) & kLoopBits) != 0) {
+        builder.AddOmission("loops");
     }
 }
 
@@ -156,6 +210,12 @@ bool AddHeaderMetadata(const HeaderReader& header, std::uint64_t fileBytes,
         AddIRCAM(header, name.front() == '\x64' ? StoredOrder::Little : StoredOrder::Big, builder);
     } else if (name == "2BIT") {
         AddAVR(header, builder);
+    } else if (name.substr(0, 2) == "\1\4") {
+        AddMPC2000(header, builder);
+    } else if (name.substr(0, 2) == "\xF0\x7E") {
+        AddSDS(header, builder);
+    } else if (start == "Extended Ins") {
+        AddXI(header, builder);
     } else {
         return false;
     }

@@ -83,4 +83,31 @@ TEST(HeaderMetadata, OfAVRAreItsNameAndItsText) {
     EXPECT_EQ(DescribeFile("2BIT" + Field("", 124)), "");
 }
 
+TEST(HeaderMetadata, OfMPC2000AreItsName) {
+    const auto describe = [](const std::string& name, char loop) {
+        return DescribeFile("\1\4" + name + std::string(20, '\0') + loop + Field("", 3));
+    };
+    EXPECT_EQ(describe("Snare 1         ", '\0'), "title=Snare 1\n");
+    EXPECT_EQ(describe(std::string(16, ' '), '\1'), "omission: loops\n");
+}
+
+TEST(HeaderMetadata, OfSDSAreItsLoops) {
+    const auto describe = [](const std::string& loopEnd, char kind) {
+        return DescribeFile("\xF0\x7E" + Field("", 11) + loopEnd + Field("", 3) + kind + "\xF7");
+    };
+    EXPECT_EQ(describe("\5\5\5", '\x7F'), "");
+    EXPECT_EQ(describe(Field("", 3), '\0'), "");
+    EXPECT_EQ(describe("\5\5\5", '\0'), "omission: loops\n");
+}
+
+TEST(HeaderMetadata, OfXIAreItsNames) {
+    const auto describe = [](const std::string& instrument, const std::string& sample, char kind) {
+        return DescribeFile("Extended Instrument: " + Field(instrument, 22) + "\x1A" +
+                            "Tracker             " + Field("", 248) + kind + Field("", 3) +
+                            Field(sample, 22) + "samples");
+    };
+    EXPECT_EQ(describe("Bass  ", "Low", '\x10'), "title=Bass\nsoftware=Tracker\nsample name=Low\n");
+    EXPECT_EQ(describe("", "", '\x11'), "software=Tracker\nomission: loops\n");
+}
+
 } // namespace kel::host
