@@ -117,6 +117,16 @@ std::vector<std::string> MetadataSeeds() {
                               "AIFFAPPL\0\0\0\x10kelWiXML\4\0\0\0<a/>"
                               "APPL\0\0\0\x11kelWLIST\5\0\0\0mineA\0",
                               62);
+    const std::string caf(
+        "caff\0\1\0\0mark\0\0\0\0\0\0\0\x24\0\0\0\0\0\0\0\1\0\0\0\0\x40\x59\0\0\0\0"
+        "\0\0\0\0\0\7\0\0\0\0\0\0\0\0\0\0\0\0strg\0\0\0\0\0\0\0\x13\0\0\0\1"
+        "\0\0\0\7\0\0\0\0\0\0\0\0ab\0",
+        87);
+    const std::string svx("FORM\0\0\0\x2A"
+                          "8SVXVHDR\0\0\0\x14\0\0\0\4\0\0\0\1\0\0\0\0\0\0\0\0\0\0\0\0"
+                          "ANNO\0\0\0\2hi",
+                          50);
+    const std::string ircam("\x64\xA3\1\0\0\0\0\0\0\0\0\0\0\0\0\0\2\0\6\0hi\7\0\5\0x", 27);
     const std::string mp3 = id3 + "\xFF\xFB\x90TAG" + std::string(125, 'x');
     const std::string zero(1, '\0');
     return {zero + "RIFF\x80" + std::string(3, '\0') + "WAVE" + cue + "LIST\x3C" +
@@ -124,6 +134,13 @@ std::vector<std::string> MetadataSeeds() {
             zero + aiff + id3,
             zero + carried,
             zero + mp3,
+            zero + mp3 + "LYRICSBEGIN000005LYRICS200",
+            zero + caf,
+            zero + svx,
+            zero + ircam,
+            zero + "NIST_1A\n   1024\nspeaker_id -s3 mjw\nend_head\n",
+            zero + "2BITname" + std::string(52, '\1') + "text",
+            zero + "Extended Instrument: name" + std::string(313, '\1'),
             zero + ".snd" + std::string("\0\0\0\x20", 4) + std::string(16, '\0') + "hi",
             "\1\5title\6artist\3\xE9 c" + std::string(40, '\2')};
 }

@@ -82,15 +82,21 @@ public:
     }
 
     // Adds the texts of "strg": number of texts, their numbers and offsets, and the texts.
-    void AddTexts(const StoredBytes& content) {
+    // In a damaged file, they may overlap.
+    void AddTexts(const StoredBytes& content, MetadataBuilder& builder) {
         constexpr std::uint64_t kFirst = 4;
         constexpr std::uint64_t kEntry = 12;
         const std::uint64_t count = std::min(content.Number(0, 4), content.Size() / kEntry);
         for (std::uint64_t i = 0; i < count; ++i) {
             const std::uint64_t entry = kFirst + i * kEntry;
             const std::uint64_t offset = std::min(content.Number(entry + 4, 8), content.Size());
-            m_texts[static_cast<std::uint32_t>(content.Number(entry, 4))] =
-                DecodeText(content.From(kFirst + count * kEntry + offset));
+            std::string text =
+                DecodeText(content.Part(kFirst + count * kEntry + offset, m_textBytesLeft));
+            m_textBytesLeft -= std::min<std::uint64_t>(text.size(), m_textBytesLeft);
+            m_texts[static_cast<std::uint32_t>(content.Number(entry, 4))] = std::move(text);
+        }
+        if (m_textBytesLeft == 0) {
+            builder.AddProblem(fmt::format("there are more than {} bytes of text", kMaxTextBytes));
         }
     }
 
@@ -141,6 +147,7 @@ private:
 
     std::vector<CuePoint> m_points;
     std::map<std::uint32_t, std::string> m_texts;
+    std::uint64_t m_textBytesLeft = kMaxTextBytes;
 };
 
 } // namespace
@@ -162,7 +169,7 @@ void AddCAFMetadata(const HeaderReader& header, std::uint64_t fileBytes, Metadat
             markers.AddMarkers({content, StoredOrder::Big}, builder);
         } else if (name == "strg") {
             const std::string content = builder.Read(name, offset, bytes);
-            markers.AddTexts({content, StoredOrder::Big});
+            markers.AddTexts({content, StoredOrder::Big}, builder);
         } else if (!DescribesCAFSamplesOrNothing(name)) {
             builder.AddOther(name, bytes);
         }

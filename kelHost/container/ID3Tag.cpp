@@ -442,9 +442,11 @@ std::string FormatTexts(const std::string& name, const std::string& texts) {
             name == comment ? std::string() : name.substr(comment.size() + 1);
         return FormatFrame("COMM", encoding + "XXX" + description + '\0' + texts);
     }
-    // The frame for genres has numbers for some of them; a text may look like one.
+    // The frame for genres has numbers and short forms for some of them; a text may look like one.
     const bool isMistakable =
-        name == "genre" && texts.find_first_of("(0123456789") != std::string::npos;
+        name == "genre" &&
+        (texts.find_first_of("(0123456789") != std::string::npos ||
+         texts.find("RX") != std::string::npos || texts.find("CR") != std::string::npos);
     const std::string id = isMistakable ? "" : FrameId(name);
     return id.empty() ? FormatFrame("TXXX", encoding + name + '\0' + texts)
                       : FormatFrame(id, encoding + texts);

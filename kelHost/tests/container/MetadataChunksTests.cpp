@@ -158,10 +158,14 @@ TEST(MetadataChunks, CarryBroadcastFieldsInAIFFFiles) {
     EXPECT_EQ(NotExpressible(metadata, ChunkForm::AIFC), std::vector<std::string>());
 }
 
-TEST(MetadataChunks, KeepGenresThatLookLikeNumbers) {
+TEST(MetadataChunks, KeepGenresThatLookLikeNumbersAndShortForms) {
     Metadata metadata;
-    metadata.tags = {{"genre", "(17)(18)"}, {"genre", "17"}};
-    EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
+    for (const char* genre : {"17", "RX", "CR"}) {
+        metadata.tags = {{"genre", "(17)(18)"}, {"genre", genre}};
+        EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
+        metadata.tags.erase(metadata.tags.begin());
+        EXPECT_EQ(RoundTrip(metadata, ChunkForm::AIFF), test::Describe(metadata));
+    }
 }
 
 TEST(MetadataChunks, JoinTagsOfOneName) {

@@ -278,6 +278,23 @@ TEST(Metadata, OfCAFAreItsMarkersWithTheirTexts) {
               "cue 1 at 100+0: |\nproblem: mark declares 9 markers and has 1\n");
 }
 
+TEST(Metadata, OfCAFHaveTextsUpToALimitWhereTheyOverlap) {
+    constexpr std::size_t kLong = 300000;
+    std::string texts = BigEndian(3, 4);
+    for (std::uint64_t number = 1; number <= 3; ++number) {
+        texts += BigEndian(number, 4) + BigEndian(0, 8);
+    }
+    texts += std::string(kLong, 'x');
+    const std::string markers = BigEndian(0, 4) + BigEndian(2, 4) + std::string(12, '\0') +
+                                BigEndian(2, 4) + std::string(24, '\0') + BigEndian(3, 4) +
+                                std::string(12, '\0');
+    EXPECT_EQ(DescribeFile("caff" + BigEndian(0x10000, 4) + "strg" + BigEndian(texts.size(), 8) +
+                           texts + "mark" + BigEndian(markers.size(), 8) + markers),
+              "cue 2 at 0+0: " + std::string((1U << 19U) - kLong, 'x') +
+                  "|\ncue 3 at 0+0: |\nomission: texts without a marker\n"
+                  "problem: there are more than 524288 bytes of text\n");
+}
+
 TEST(Metadata, OfAUAreItsAnnotation) {
     EXPECT_EQ(DescribeFile(".snd" + BigEndian(32, 4) + std::string(16, '\0') + "Take 1" +
                            std::string(2, '\0') + "samples"),
