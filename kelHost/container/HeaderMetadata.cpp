@@ -66,7 +66,7 @@ void AddNIST(const HeaderReader& header, MetadataBuilder& builder) {
         const std::size_t value = line.find(' ', type + 1);
         const std::string name = line.substr(0, type);
         if (value != std::string::npos && !DescribesSamplesOfNIST(name)) {
-            builder.AddStoredTag(LowerCase(name), line.substr(value + 1));
+            builder.AddStoredTag(LowerCase(DecodeText(name)), line.substr(value + 1));
         }
         start = next;
     }

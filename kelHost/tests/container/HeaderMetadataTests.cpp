@@ -37,10 +37,11 @@ TEST(HeaderMetadata, Of8SVXAreItsTextsAndTheNamesOfOtherChunks) {
 }
 
 TEST(HeaderMetadata, OfNISTAreItsFieldsThatDoNotDescribeSamples) {
-    EXPECT_EQ(DescribeFile("NIST_1A\n   1024\nsample_count -i 9\nspeaker_id -s3 mjw\n"
-                           "Recording_Site -s9 Room 3 -s\nsample_sig_bits -i 16\nno type\n"
-                           "end_head\nafter -s1 x\n"),
-              "speaker_id=mjw\nrecording_site=Room 3 -s\n");
+    EXPECT_EQ(
+        DescribeFile("NIST_1A\n   1024\nsample_count -i 9\nspeaker_id -s3 mjw\n"
+                     "Recording_Site -s9 Room 3 -s\nCaf\xE9 -s1 y\nsample_sig_bits -i 16\nno type\n"
+                     "end_head\nafter -s1 x\n"),
+        "speaker_id=mjw\nrecording_site=Room 3 -s\ncaf\xC3\xA9=y\n");
     EXPECT_EQ(DescribeFile("NIST_1A\n   1024\nspeaker_id -s3 mjw\n"), "");
 }
 
