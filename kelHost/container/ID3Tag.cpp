@@ -139,7 +139,7 @@ std::string GenreName(std::size_t number) {
     return number < std::size(kGenres) ? kGenres[number] : "";
 }
 
-// The genre that a number, or one of two short forms, stands for; empty when it is neither.
+// The genre with a number, or with one of two short forms; empty for other texts.
 std::string GenreOf(const std::string& stored) {
     constexpr std::size_t kMaxDigits = 3;
     const bool isNumber = !stored.empty() && stored.size() <= kMaxDigits &&
