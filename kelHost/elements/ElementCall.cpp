@@ -27,7 +27,7 @@ std::string DescribeFileError(int error) {
 }
 
 std::string DescribeCause(std::string_view task, int systemError) {
-    const std::string cause = DescribeFileError(systemError);
+    std::string cause = DescribeFileError(systemError);
     if (!cause.empty()) {
         return cause;
     }
