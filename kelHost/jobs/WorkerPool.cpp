@@ -310,7 +310,7 @@ private:
             EndLine(worker);
         }
         worker.shownSeconds = 0;
-        worker.state.NoteLinesRead();
+        worker.state.NoteLinesRead(job);
     }
 
     // Receives what libraries have printed, of a worker that prints for ever only some. A worker

@@ -125,13 +125,13 @@ Ending RunOne(const Job& job, Reporter& reporter) {
     }
 }
 
-// Waits until the next job may begin.
-void WaitForHost(const WorkerState& state, bool hasPrinted) {
+// Waits after a job until the next one may begin.
+void WaitForHost(const WorkerState& state, std::size_t job, bool hasPrinted) {
     constexpr std::chrono::microseconds kMinPause{20};
     constexpr std::chrono::microseconds kMaxPause{10000};
     // Lines that are read later would be those of the next job.
     for (std::chrono::microseconds pause = kMinPause;
-         state.IsHeld() || (hasPrinted && !state.AreLinesRead());
+         state.IsHeld() || (hasPrinted && !state.AreLinesRead(job));
          pause = std::min(2 * pause, kMaxPause)) {
         std::this_thread::sleep_for(pause);
     }
@@ -151,12 +151,11 @@ void RunWorker(const std::vector<Job>& jobs,
             _exit(kFailure);
         }
         while (const auto number = take()) {
-            state.BeginJob();
             PipeReporter reporter(ends, *number, state, progress);
             Ending ending = RunOne(jobs[*number], reporter);
             state.EndOpening();
             static_cast<void>(std::fflush(stdout));
-            WaitForHost(state, reporter.Send(ending.kind, std::move(ending.fields)));
+            WaitForHost(state, *number, reporter.Send(ending.kind, std::move(ending.fields)));
         }
     } catch (...) {
         // The host's own handlers must not run in its copy in this process.

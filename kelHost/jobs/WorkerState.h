@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -33,14 +34,13 @@ public:
     /// A number that changes with each beginning and each end: odd while a file is being opened.
     std::uint32_t Openings() const { return m_memory->openings.load(std::memory_order_acquire); }
 
-    /// The worker begins a job.
-    void BeginJob() { m_memory->areLinesRead = false; }
+    /// The host has read what was printed before a job ended.
+    void NoteLinesRead(std::size_t job) {
+        m_memory->jobOfLines = static_cast<std::uint32_t>(job) + 1;
+    }
 
-    /// The host has read what was printed before the job ended.
-    void NoteLinesRead() { m_memory->areLinesRead = true; }
-
-    /// True after NoteLinesRead in the present job.
-    bool AreLinesRead() const { return m_memory->areLinesRead; }
+    /// True once the host has read what was printed before the worker's last job ended.
+    bool AreLinesRead(std::size_t job) const { return m_memory->jobOfLines == job + 1; }
 
     /// The host is about to end the worker, which must not begin another job any more.
     void Hold() { m_memory->isHeld = true; }
@@ -61,7 +61,7 @@ private:
     struct Memory {
         Count reads;
         Count openings;
-        std::atomic<bool> areLinesRead;
+        Count jobOfLines; // plus one; 0: none
         std::atomic<bool> isHeld;
         std::array<char, 4096> file; // ends with a zero
     };
