@@ -30,6 +30,7 @@ struct FormatChunk {
     std::uint32_t frameBytes = 0;             ///< bytes per frame; 0 where values are compressed
     std::optional<std::uint64_t> frames;      ///< declared by "COMM"
     std::optional<std::uint32_t> channelMask; ///< declared by WAVEFORMATEXTENSIBLE
+    std::uint32_t waveTag = 0; ///< wFormatTag of the samples; only for VOC files, 0 elsewhere
 };
 
 /// Reads the description of a file's samples.

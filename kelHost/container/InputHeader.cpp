@@ -3,6 +3,7 @@
 #include "base/Text.h"
 #include "container/HeaderReader.h"
 #include "container/StoredBytes.h"
+#include "container/VOCBlocks.h"
 
 #include <fmt/format.h>
 
@@ -150,11 +151,11 @@ private:
             m_result.declaresLength = false;
             m_result.declaresNone = declaresNone;
             m_result.trailingBytes = FindTrailingChunks(first);
-            m_result.parts.push_back({first, left - m_result.trailingBytes});
+            m_result.parts.push_back({first, left - m_result.trailingBytes, std::nullopt});
             ReplaceChunksAfter(index);
             return;
         }
-        m_result.parts.push_back({first, std::min(declared, left)});
+        m_result.parts.push_back({first, std::min(declared, left), std::nullopt});
         m_declared += declared;
     }
 
@@ -301,7 +302,8 @@ std::optional<InputHeader> JudgeAU(HeaderReader& header, std::uint64_t fileBytes
     result.declaresLength =
         !result.declaresNone &&
         !(declared > left && MeansUnknown({declared, declared, kUnknown - 1, format.frameBytes}));
-    result.parts.push_back({first, result.declaresLength ? std::min(declared, left) : left});
+    result.parts.push_back(
+        {first, result.declaresLength ? std::min(declared, left) : left, std::nullopt});
     if (result.declaresLength && declared > left) {
         const std::uint64_t unit = std::max<std::uint64_t>(format.frameBytes, 1);
         result.truncation = Truncation{declared / unit, left / unit, format.frameBytes > 0, false};
@@ -323,10 +325,13 @@ std::uint64_t InputHeader::FrameBytes() const {
 }
 
 std::string InputHeader::Obstacle() const {
+    if (!chunks.has_value()) {
+        return obstacle;
+    }
     if (parts.size() > 1) {
         return fmt::format("it has {} data chunks", parts.size());
     }
-    if (parts.empty() || !chunks.has_value()) {
+    if (parts.empty()) {
         return "";
     }
     if (chunks->form == ChunkForm::BW64) {
@@ -366,8 +371,9 @@ std::string InputHeader::Misreading(std::int64_t frames) const {
     return delivered < present
                ? fmt::format("it contains {}, of which {} can be read", Count(present, "frame"),
                              delivered)
-               : fmt::format("it contains {}, and {} more would be read from other chunks",
-                             Count(present, "frame"), delivered - present);
+               : fmt::format("it contains {}, and {} more would be read from other {}",
+                             Count(present, "frame"), delivered - present,
+                             chunks.has_value() ? "chunks" : "blocks");
 }
 
 std::optional<SampleLayout> InputHeader::Layout() const {
@@ -411,6 +417,9 @@ std::optional<InputHeader> ReadInputHeader(const FileName& file) {
     auto chunks = ReadChunkList(header, input->bytes);
     auto result =
         chunks.has_value() ? ChunkJudge(header, *chunks).Run() : JudgeAU(header, input->bytes);
+    if (!result.has_value()) {
+        result = JudgeVOC(header, input->bytes);
+    }
     if (!result.has_value() || !result->Layout().has_value()) {
         SkimEnds(header, input->bytes);
     }

@@ -22,10 +22,11 @@ struct SampleLayout {
     std::uint64_t first = 0; ///< offset of the first sample, in bytes
 };
 
-/// The samples of one data chunk, as far as the file has them.
+/// The samples of one data chunk or block, as far as the file has them.
 struct SamplePart {
     std::uint64_t offset = 0; ///< in bytes
     std::uint64_t bytes = 0;
+    std::optional<std::uint8_t> silence; ///< value of the bytes, where the file has only a number
 };
 
 /// A part of a file that is missing at its end.
@@ -39,16 +40,18 @@ struct Truncation {
 /// A header, and the facts that follow from it.
 struct InputHeader {
     std::uint64_t fileBytes = 0;
-    std::string container;             ///< "WAVE", "RF64", "AIFF-C", "AU"
+    std::string container;             ///< "WAVE", "RF64", "AIFF-C", "AU", "VOC"
     bool isBigEndian = false;          ///< the numbers in the header
-    std::optional<ChunkList> chunks;   ///< see ReadAllChunks; missing for AU
+    std::optional<ChunkList> chunks;   ///< see ReadAllChunks; missing for AU and VOC
     std::optional<FormatChunk> format; ///< missing when it is damaged
-    std::vector<SamplePart> parts;     ///< one for each data chunk
+    std::vector<SamplePart> parts;     ///< one for each data chunk or block
     bool declaresLength = true;        ///< false when the size of the samples means "unknown"
     bool declaresNone = false;         ///< the declared size is 0, and samples follow
     std::uint64_t trailingBytes = 0;   ///< chunks that follow samples of unknown size
     std::optional<Truncation> truncation;
     std::optional<StoredFormat> stored; ///< of linear samples; missing where it needs libsndfile
+    std::string obstacle;               ///< of VOC files, see Obstacle
+    bool isRepairable = true;           ///< false for an obstacle without a remedy
 
     /// Bytes of samples that the file has.
     std::uint64_t SampleBytes() const;
@@ -81,7 +84,7 @@ std::optional<ChunkList> ReadAllChunks(HeaderReader& header, std::uint64_t fileB
 /// Returns both counts in words: "declares 48000 frames and contains 12000".
 std::string DescribeCounts(const Truncation& truncation);
 
-/// Reads and judges the header of a file of chunks (see ChunkList.h) or of AU. All
+/// Reads and judges the header of a file of chunks (see ChunkList.h), of AU or of VOC. All
 /// chunks but those of samples are read; of files without a layout, the beginning and the end,
 /// which can contain a header. A library may take bytes that it cannot read for zeros; here that is
 /// an error. Files that cannot be opened, and those that are not regular files, are left to the

@@ -258,7 +258,7 @@ private:
             throw std::runtime_error(fmt::format(
                 "it is damaged: its MPEG frames have more than {} gaps between them", kMaxParts));
         }
-        parts.push_back({m_offset, header.bytes});
+        parts.push_back({m_offset, header.bytes, std::nullopt});
     }
 
     // True for a frame that describes the file.

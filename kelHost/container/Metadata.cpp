@@ -13,6 +13,7 @@
 #include "container/MetadataBuilder.h"
 #include "container/RIFFMetadata.h"
 #include "container/StoredBytes.h"
+#include "container/VOCBlocks.h"
 #include "container/XiphMetadata.h"
 
 #include <fmt/format.h>
@@ -124,6 +125,8 @@ void AddOtherMetadata(const FileName& file, const HeaderReader& header, std::uin
         AddCAFMetadata(header, fileBytes, builder);
     } else if (name == ".snd" || name == "dns.") {
         AddAUMetadata(header, builder);
+    } else if (IsVOC(header)) {
+        AddVOCMetadata(header, fileBytes, builder);
     } else if (tagBytes != 0 && StartsChunks(name)) {
         builder.AddOmission("chunks after the ID3 tag");
     } else if (isMP3 || tagBytes != 0) {

@@ -42,13 +42,16 @@ public:
         : m_file(file), m_header(header), m_reader(reader) {}
 
     std::string Make(std::uint64_t sampleBytes) const {
+        if (m_header.container == "VOC") {
+            return MakeWave(FormatOfVOC(), ChunkForm::RIFF, sampleBytes);
+        }
         if (!m_header.chunks.has_value()) {
             return MakeAU(sampleBytes);
         }
         if (IsAIFF(m_header.chunks->form)) {
             return MakeAIFF(sampleBytes);
         }
-        return MakeWave(sampleBytes);
+        return MakeWave(Description("fmt "), m_header.chunks->form, sampleBytes);
     }
 
 private:
@@ -82,13 +85,23 @@ private:
         }
     }
 
-    std::string MakeWave(std::uint64_t sampleBytes) const {
+    // The samples of VOC are those of WAVE.
+    std::string FormatOfVOC() const {
+        const FormatChunk& format = m_header.format.value();
+        return Number(format.waveTag, 2) + Number(format.channels, 2) + Number(format.rate, 4) +
+               Number(std::uint64_t{format.rate} * format.frameBytes, 4) +
+               Number(format.frameBytes, 2) + Number(format.bits, 2);
+    }
+
+    // @param description content of the chunk "fmt "
+    std::string MakeWave(const std::string& description, ChunkForm form,
+                         std::uint64_t sampleBytes) const {
         constexpr std::uint64_t kTable = 28;
         const std::uint64_t padded = sampleBytes + sampleBytes % 2;
-        std::string chunks = ChunkText("fmt ", Description("fmt "));
+        std::string chunks = ChunkText("fmt ", description);
         const std::uint64_t maxHeader = chunks.size() + 2 * kBlock;
         const bool isLarge = padded > kMax32Bits - maxHeader;
-        const bool isRIFX = m_header.chunks->form == ChunkForm::RIFX;
+        const bool isRIFX = form == ChunkForm::RIFX;
         if (isRIFX) {
             RequireFits(padded + maxHeader);
         }
@@ -187,6 +200,16 @@ public:
                                               : std::min(end, static_cast<std::uint64_t>(hole));
             CopyData(from, from + shift, dataEnd - from);
             from = dataEnd;
+        }
+    }
+
+    // Writes bytes of one value; a hole for 0.
+    void Fill(std::uint64_t to, std::uint64_t bytes, std::uint8_t value) const {
+        constexpr std::uint64_t kPiece = std::uint64_t{1} << 20U;
+        for (std::uint64_t done = 0; done < bytes && value != 0; done += kPiece) {
+            const std::uint64_t count = std::min(kPiece, bytes - done);
+            Write(std::string(static_cast<std::size_t>(count), static_cast<char>(value)),
+                  to + done);
         }
     }
 
@@ -308,7 +331,13 @@ TemporaryFile MakeCopy(const FileName& file, const CopyContent& content,
     for (const SamplePart& part : content.parts) {
         for (std::uint64_t done = 0; done < part.bytes; done += kStep) {
             const std::uint64_t bytes = std::min(kStep, part.bytes - done);
-            run([&] { copier.Copy(part.offset + done, to + done, bytes); });
+            run([&] {
+                if (part.silence.has_value()) {
+                    copier.Fill(to + done, bytes, *part.silence);
+                } else {
+                    copier.Copy(part.offset + done, to + done, bytes);
+                }
+            });
         }
         to += part.bytes;
     }

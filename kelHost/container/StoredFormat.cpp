@@ -6,6 +6,7 @@
 #include "container/Metadata.h"
 #include "container/SndfileLibrary.h"
 #include "container/SoundFile.h"
+#include "container/VOCBlocks.h"
 
 #include <fmt/format.h>
 
@@ -224,15 +225,19 @@ StoredFormat FormatOf(const FileName& path, const SoundFile& file) {
     return stored;
 }
 
-// The format of a file with chunks and samples that are not compressed; none for others.
+// The format of a file with chunks and samples that are not compressed, or with blocks of VOC; none
+// for others.
 std::optional<StoredFormat> LinearFormatOf(const FileName& file) {
     auto input = OpenRegularFile(file.path);
     if (!input.has_value()) {
         return std::nullopt;
     }
     HeaderReader header(file, std::move(input->descriptor), kCannotReadHeader);
-    const auto chunks = ReadChunkList(header, input->bytes);
-    return chunks.has_value() ? ReadLinearFormat(header, *chunks) : std::nullopt;
+    if (const auto chunks = ReadChunkList(header, input->bytes)) {
+        return ReadLinearFormat(header, *chunks);
+    }
+    const auto blocks = JudgeVOC(header, input->bytes);
+    return blocks.has_value() ? blocks->stored : std::nullopt;
 }
 
 } // namespace

@@ -128,7 +128,8 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
     m_state.emplace(file.path);
     m_header = ReadInputHeader(file);
     const std::string obstacle = m_header.has_value() ? m_header->Obstacle() : "";
-    if (repair.isAllowed && !obstacle.empty()) {
+    const bool isRepairable = m_header.has_value() && m_header->isRepairable;
+    if (repair.isAllowed && isRepairable && !obstacle.empty()) {
         OpenRepaired(file, obstacle, repair);
         return;
     }
@@ -144,13 +145,16 @@ void SourceReader::OpenFile(const FileName& file, const Repair& repair) {
                 m_shownName, fmt::format("{}: {}", kOpenForReading, DescribeRefusal(file.path)));
         }
         LogWords(error);
-        throw JobError(m_shownName,
-                       fmt::format("{}: {}", kOpenForReading,
-                                   obstacle.empty() ? DescribeRefusal(file.path)
-                                                    : obstacle + " (--repair reads it)"));
+        const char* remedy = !isRepairable ? "{}"
+                             : m_header->truncation.has_value()
+                                 ? "{} (--repair --allow-truncated reads it)"
+                                 : "{} (--repair reads it)";
+        const std::string cause =
+            obstacle.empty() ? DescribeRefusal(file.path) : fmt::format(remedy, obstacle);
+        throw JobError(m_shownName, fmt::format("{}: {}", kOpenForReading, cause));
     }
     const std::string misreading = Misreading();
-    if (repair.isAllowed && !misreading.empty()) {
+    if (repair.isAllowed && isRepairable && !misreading.empty()) {
         Release();
         OpenRepaired(file, misreading, repair);
     }
@@ -300,6 +304,10 @@ std::string SourceReader::Misreading() const {
     if (!m_header.has_value() || !Frames().has_value() || m_element->IsGrowing()) {
         return "";
     }
+    // libsndfile takes the blocks of a VOC file for one.
+    if (!IsRepaired() && !m_header->chunks.has_value() && !m_header->Obstacle().empty()) {
+        return m_header->Obstacle();
+    }
     // The frames of compressed samples are not known. A copy contains nothing else.
     const bool isCopied = IsRepaired() && m_header->FrameBytes() == 0 && *Frames() > 0;
     return isCopied ? "" : m_header->Misreading(*Frames());
@@ -308,9 +316,15 @@ std::string SourceReader::Misreading() const {
 // The reason why samples are missing or wrong; empty for none.
 std::string SourceReader::Loss() const {
     const std::string misreading = Misreading();
-    return misreading.empty() ? ""
-                              : fmt::format("cannot read all samples: {}{}", misreading,
-                                            IsRepaired() ? "" : "; use --repair");
+    if (misreading.empty()) {
+        return "";
+    }
+    const bool isFinal = IsRepaired() || !m_header->isRepairable;
+    const char* text = isFinal ? "cannot read all samples: {}"
+                       : m_header->truncation.has_value()
+                           ? "cannot read all samples: {}; use --repair --allow-truncated"
+                           : "cannot read all samples: {}; use --repair";
+    return fmt::format(text, misreading);
 }
 
 std::vector<std::string> SourceReader::DescribeHeader() const {

@@ -42,6 +42,17 @@ std::vector<WrongHeader> WrongHeaders() {
         {"BW64", MakeRF64({}, {}, "BW64"), "it is BW64", false},
         {"AIFFWithDataSize8", MakeAIFF(46, 8), none},
         {"AUWithDataSize0", MakeAU(0), none},
+        {"VOCWithTwoBlocks",
+         MakeVOC(VOCSound(MakeSamples()) + VOCBlock(2, MakeSamples(20)) + kVOCEnd),
+         "it contains 120 frames in 2 blocks", true, 120},
+        {"VOCWithTwoOldBlocks",
+         MakeVOC(OldVOCSound(MakeSamples()) + OldVOCSound(MakeSamples(20)) + kVOCEnd),
+         "it contains 120 frames in 2 blocks", false, 120},
+        {"VOCWithTextAfterItsSamples",
+         MakeVOC(VOCSound(MakeSamples()) + VOCBlock(5, "take1234") + kVOCEnd),
+         "it contains 100 frames, and 6 more would be read from other blocks"},
+        {"VOCWithoutEnd", MakeVOC(OldVOCSound(MakeSamples())), "it does not declare its end",
+         false},
     };
 }
 
@@ -172,6 +183,57 @@ TEST(RepairDirectory, IsNotUsedForARightHeader) {
     Command command = Kelhost(directory, {"copy", "--repair", "take.wav", "out.wav"});
     command.environment["TMPDIR"] = directory / "missing";
     ExpectResult(RunCommand(command), 0, CopyReport("take.wav", "out.wav"), "");
+}
+
+TEST(RepairOfVOC, IsNotSuggestedWhereItIsImpossible) {
+    const TemporaryDirectory directory;
+    const std::string samples = MakeSamples();
+    const std::string mixed = "its blocks have different rates, encodings or numbers of channels";
+    WriteFile(directory / "take",
+              MakeVOC(VOCSound(samples) + VOCSound(samples, {}, 16, 4, 16000) + kVOCEnd));
+    WriteFile(directory / "old", MakeVOC(OldVOCSound(samples) + OldVOCSound(samples, 0) + kVOCEnd));
+    for (const Arguments& options : {Arguments{}, Arguments{"--repair"}}) {
+        ExpectResult(RunKelhost(directory, Arguments{"copy", "take", "out.wav"} + options), 1, "",
+                     Error("take", "cannot read all samples: " + mixed));
+        ExpectResult(RunKelhost(directory, Arguments{"copy", "old", "out.wav"} + options), 1, "",
+                     Error("old", "cannot open for reading: " + mixed));
+    }
+}
+
+TEST(RepairOfVOC, AcceptsTruncationOnlyWhereThatIsAllowed) {
+    const std::string counts = "declares 100 frames and contains 50";
+    for (const auto& [blocks, error] :
+         {std::pair(VOCSound(MakeSamples()),
+                    "cannot read all samples: it " + counts + "; use --repair --allow-truncated"),
+          std::pair(OldVOCSound(MakeSamples()), "cannot open for reading: it " + counts +
+                                                    " (--repair --allow-truncated reads it)")}) {
+        const TemporaryDirectory directory;
+        WriteFile(directory / "take", MakeVOC(blocks).substr(0, 26 + blocks.size() - 100));
+        ExpectResult(RunKelhost(directory, {"copy", "take", "out.wav"}), 1, "",
+                     Error("take", error));
+        ExpectResult(RunKelhost(directory, {"copy", "--repair", "take", "out.wav"}), 1, "",
+                     Error("take", counts + "; it is truncated (--allow-truncated accepts the "
+                                            "frames that exist)"));
+        ExpectResult(RunKelhost(directory, {"copy", "--quiet", "--repair", "--allow-truncated",
+                                            "take", "out.wav"}),
+                     0, "",
+                     "kelhost: warning: take: is read through a copy with a new header: it " +
+                         counts + "\nkelhost: warning: take: " + counts + "; it is truncated\n");
+        EXPECT_EQ(ReadAudio(directory / "out.wav").values.size(), 50U);
+    }
+}
+
+// The library is not asked about files that it does not open.
+TEST(InfoOfVOC, NamesItsFormatAndMetadata) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take",
+              MakeVOC(VOCBlock(5, "title") + OldVOCSound(MakeSamples()) +
+                      VOCBlock(4, LittleEndian(7, 2)) + OldVOCSound(MakeSamples()) + kVOCEnd));
+    ExpectResult(RunKelhost(directory, {"info", "--repair", "--quiet", "--field",
+                                        "format,frames,tags.comment,cue_points.0.frame", "take"}),
+                 0, "VOC 16-bit integer\t200\ttitle\t100\n",
+                 "kelhost: warning: take: is read through a copy with a new header: it contains "
+                 "200 frames in 2 blocks\n");
 }
 
 } // namespace kel::test

@@ -107,4 +107,42 @@ inline std::string MakeAU(WrongSize data) {
            BigEndian(3, 4) + BigEndian(8000, 4) + BigEndian(1, 4) + samples;
 }
 
+/// A block of a VOC file.
+/// @param size to declare
+inline std::string VOCBlock(unsigned type, const std::string& content,
+                            WrongSize size = std::nullopt) {
+    return static_cast<char>(type) + LittleEndian(size.value_or(content.size()), 3) + content;
+}
+
+/// A block of sound in VOC files of version 1.20.
+inline std::string VOCSound(const std::string& samples, WrongSize size = std::nullopt,
+                            std::uint64_t bits = 16, std::uint64_t codec = 4,
+                            std::uint64_t rate = 8000) {
+    return VOCBlock(9,
+                    LittleEndian(rate, 4) + LittleEndian(bits, 1) + LittleEndian(1, 1) +
+                        LittleEndian(codec, 2) + LittleEndian(0, 4) + samples,
+                    size);
+}
+
+/// A block of sound in VOC files of older versions, at 8000 Hz.
+inline std::string OldVOCSound(const std::string& samples, std::uint64_t codec = 4) {
+    constexpr std::uint64_t k8000Hz = 256 - 125; // microseconds
+    return VOCBlock(1, LittleEndian(k8000Hz, 1) + LittleEndian(codec, 1) + samples);
+}
+
+/// A block of silence at 8000 Hz.
+inline std::string VOCSilence(std::uint64_t frames) {
+    constexpr std::uint64_t k8000Hz = 256 - 125;
+    return VOCBlock(3, LittleEndian(frames - 1, 2) + LittleEndian(k8000Hz, 1));
+}
+
+/// The block that ends a VOC file.
+inline const std::string kVOCEnd(1, '\0');
+
+/// A VOC file.
+inline std::string MakeVOC(const std::string& blocks) {
+    return "Creative Voice File\x1A" + LittleEndian(26, 2) + LittleEndian(0x0114, 2) +
+           LittleEndian(0x111F, 2) + blocks;
+}
+
 } // namespace kel::test
