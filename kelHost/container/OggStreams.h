@@ -15,6 +15,7 @@ namespace kel::host {
 /// The header of a page.
 struct OggPage {
     std::uint32_t stream = 0;  ///< its number
+    std::uint32_t number = 0;  ///< of the page in its stream, from 0
     bool isFirst = false;      ///< the page begins its stream
     std::string pieces;        ///< their sizes in bytes, a byte for each
     std::uint64_t content = 0; ///< offset in the file, in bytes
@@ -27,8 +28,12 @@ struct OggPage {
 std::optional<OggPage> ReadOggPage(const HeaderReader& header, std::uint64_t offset);
 
 /// True when other streams follow the first ones of an Ogg file ("chained"), as in recordings of
-/// radio programmes. libsndfile reads only what precedes them. Streams with the number of a first
-/// one are not noticed; RFC 3533 forbids them.
+/// radio programmes. libsndfile reads only what precedes them.
+///
+/// The pages are not all read: few places are looked at, each about a tenth further than the one
+/// before. A page of another stream shows that streams follow, and so does a lower number of a page
+/// than before, where a stream begins between both places. That is noticed unless the pages of the
+/// first stream are ten times as large as those of the second.
 /// @throws JobError when it cannot be read
 bool HasFurtherOggStreams(const FileName& file);
 

@@ -57,4 +57,17 @@ TEST_F(ChainedOgg, IsReadUpToItsSecondStreamWhereThatIsAllowed) {
     ExpectResult(Run({"info", "--field", "frames", "take.ogg"}), 0, "4800\n", warning);
 }
 
+// As by "cat take.ogg take.ogg".
+TEST(JoinedOgg, IsRefusedWhereItsStreamsHaveTheSameNumber) {
+    for (const int encoding : {SF_FORMAT_VORBIS, SF_FORMAT_OPUS}) {
+        const TemporaryDirectory directory;
+        WriteAudio(directory / "take.ogg", SF_FORMAT_OGG | encoding, 1, 48000,
+                   std::vector<float>(4800, 0.5F));
+        const std::string bytes = ReadFile(directory / "take.ogg");
+        WriteFile(directory / "take.ogg", bytes + bytes);
+        ExpectResult(RunKelhost(directory, {"copy", "take.ogg", "out.wav"}), 1, "",
+                     Error("take.ogg", kSeveral + " (--allow-truncated accepts that)"));
+    }
+}
+
 } // namespace kel::test
