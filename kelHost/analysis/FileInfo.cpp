@@ -12,9 +12,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -23,6 +25,20 @@ namespace {
 std::optional<std::uint32_t> ChannelMask(const FileInfo& info) {
     const bool hasMask = info.format.has_value() && info.format->channelMask.value_or(0) != 0;
     return hasMask ? info.format->channelMask : std::nullopt;
+}
+
+// A layout that is not that of a mask; empty for none.
+std::string OtherLayout(const FileInfo& info) {
+    return info.format.has_value() ? info.format->otherLayout : "";
+}
+
+std::vector<LoudnessWeight> WeightsOf(const FileInfo& info) {
+    const std::vector<std::uint32_t> speakers =
+        info.format.has_value() ? info.format->speakers : std::vector<std::uint32_t>();
+    const bool hasSpeakers = std::any_of(speakers.begin(), speakers.end(),
+                                         [](std::uint32_t speaker) { return speaker != 0; });
+    return hasSpeakers ? LoudnessWeights(speakers)
+                       : LoudnessWeights(info.channels, ChannelMask(info));
 }
 
 // Verifies that the samples of a file can be read as they are stored.
@@ -41,8 +57,7 @@ void ReadSamples(const SourceReader& source, const InfoRequest& request, const I
         source.RequireUnchanged();
     }
     if (request.measure) {
-        info.measurement = Measure(source, LoudnessWeights(info.channels, ChannelMask(info)),
-                                   policy, log, reporter, warnings);
+        info.measurement = Measure(source, WeightsOf(info), policy, log, reporter, warnings);
         info.frames = info.measurement->frames;
     }
 }
@@ -90,7 +105,8 @@ FileInfo ReadFileInfo(const FileName& named, const InfoRequest& request, const I
 }
 
 std::string DescribeLayout(const FileInfo& info) {
-    return DescribeLayout(info.channels, ChannelMask(info));
+    const std::string other = OtherLayout(info);
+    return other.empty() ? DescribeLayout(info.channels, ChannelMask(info)) : other;
 }
 
 void to_json(nlohmann::json& members, const FileInfo& info) {
@@ -110,8 +126,11 @@ void to_json(nlohmann::json& members, const FileInfo& info) {
         members["container"] = info.format->container;
         members["encoding"] = info.format->encoding;
     }
-    if (const auto mask = ChannelMask(info)) {
+    const auto mask = ChannelMask(info);
+    if (mask.has_value() || !OtherLayout(info).empty()) {
         members["layout"] = DescribeLayout(info);
+    }
+    if (mask.has_value()) {
         members["channel_mask"] = *mask;
     }
     if (info.frames.has_value()) {

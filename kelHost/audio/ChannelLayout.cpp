@@ -8,6 +8,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -129,6 +131,15 @@ std::vector<LoudnessWeight> LoudnessWeights(std::uint32_t channels,
     std::vector<LoudnessWeight> weights(channels, LoudnessWeight::None);
     std::transform(speakers.begin(), speakers.end(), weights.begin(),
                    [used](Mask speaker) { return WeightOf(speaker, used); });
+    return weights;
+}
+
+std::vector<LoudnessWeight> LoudnessWeights(const std::vector<std::uint32_t>& speakers) {
+    const Mask used = std::accumulate(speakers.begin(), speakers.end(), Mask{0}, std::bit_or<>());
+    std::vector<LoudnessWeight> weights(speakers.size(), LoudnessWeight::None);
+    std::transform(speakers.begin(), speakers.end(), weights.begin(), [used](Mask speaker) {
+        return speaker != 0 ? WeightOf(speaker, used) : LoudnessWeight::None;
+    });
     return weights;
 }
 

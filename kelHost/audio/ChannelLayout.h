@@ -32,4 +32,8 @@ enum class LoudnessWeight {
 std::vector<LoudnessWeight> LoudnessWeights(std::uint32_t channels,
                                             std::optional<std::uint32_t> mask);
 
+/// Returns the weight of each channel where the channels have another order than the bits.
+/// @param speakers bit of each channel; 0 for none
+std::vector<LoudnessWeight> LoudnessWeights(const std::vector<std::uint32_t>& speakers);
+
 } // namespace kel::host

@@ -1,6 +1,8 @@
 #include "audio/ChannelMask.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <numeric>
 
 namespace kel::host {
 
@@ -33,7 +35,11 @@ std::uint32_t PickSpeakers(std::uint32_t mask, std::uint32_t channels,
     if (AreAllInOrder(channels, picked)) {
         return mask;
     }
-    const std::vector<std::uint32_t> speakers = SpeakersIn(mask);
+    return PickSpeakers(SpeakersIn(mask), picked);
+}
+
+std::uint32_t PickSpeakers(const std::vector<std::uint32_t>& speakers,
+                           const std::vector<std::uint32_t>& picked) {
     std::uint32_t result = 0;
     for (const std::uint32_t channel : picked) {
         const std::uint32_t speaker = channel < speakers.size() ? speakers[channel] : 0;
@@ -43,6 +49,14 @@ std::uint32_t PickSpeakers(std::uint32_t mask, std::uint32_t channels,
         result |= speaker;
     }
     return result;
+}
+
+std::vector<std::uint32_t> OrderBySpeakers(const std::vector<std::uint32_t>& speakers) {
+    std::vector<std::uint32_t> channels(speakers.size());
+    std::iota(channels.begin(), channels.end(), 0U);
+    std::sort(channels.begin(), channels.end(),
+              [&](std::uint32_t a, std::uint32_t b) { return speakers[a] < speakers[b]; });
+    return PickSpeakers(speakers, channels) != 0 ? channels : std::vector<std::uint32_t>{};
 }
 
 } // namespace kel::host

@@ -3,6 +3,7 @@
 #include "base/Errors.h"
 #include "container/ChannelOrder.h"
 #include "container/FormatChunk.h"
+#include "container/LayoutChunk.h"
 #include "container/Metadata.h"
 #include "container/SndfileLibrary.h"
 #include "container/SoundFile.h"
@@ -30,17 +31,13 @@ std::string LinearName(Coding coding, std::uint32_t bits) {
     return fmt::format("{}-bit {}", bits, coding == Coding::Float ? "float" : "integer");
 }
 
-// The bitmap of speakers in AIFF's chunk "CHAN", whose bits are those of dwChannelMask. libsndfile
-// knows its other layouts, but not this one.
-std::optional<std::uint32_t> SpeakerBitmap(const HeaderReader& header, const ChunkList& chunks) {
-    constexpr std::uint64_t kUseBitmap = 0x00010000;
-    constexpr std::uint64_t kBytes = 8;
-    const Chunk* chunk = chunks.Find("CHAN");
-    if (chunk == nullptr || chunks.Present(*chunk) < kBytes ||
-        header.Number(chunk->offset, 4) != kUseBitmap) {
-        return std::nullopt;
+// Sets the speakers of a file whose layout may be another than those of WAVE.
+void SetSpeakers(std::optional<SpeakerLayout> layout, StoredFormat& stored) {
+    if (layout.has_value()) {
+        stored.channelMask = layout->mask;
+        stored.speakers = std::move(layout->speakers);
+        stored.otherLayout = std::move(layout->name);
     }
-    return static_cast<std::uint32_t>(header.Number(chunk->offset + 4, 4));
 }
 
 // The format of samples that are not compressed; none for others.
@@ -56,7 +53,10 @@ std::optional<StoredFormat> LinearFormat(const HeaderReader& header, const Chunk
     stored.encoding = LinearName(stored.coding, stored.bits);
     constexpr std::uint32_t kByte = 8;
     stored.paddedBits = kByte * format->frameBytes / std::max(format->channels, 1U);
-    stored.channelMask = IsAIFF(chunks.form) ? SpeakerBitmap(header, chunks) : format->channelMask;
+    stored.channelMask = format->channelMask;
+    if (IsAIFF(chunks.form)) {
+        SetSpeakers(ReadAIFFLayout(header, chunks, format->channels), stored);
+    }
     return stored;
 }
 
@@ -219,6 +219,10 @@ StoredFormat FormatOf(const FileName& path, const SoundFile& file) {
     }
     const bool isOgg = container == SF_FORMAT_OGG;
     const bool isFLAC = container == SF_FORMAT_FLAC || (isOgg && stored.coding == Coding::Integer);
+    if (container == SF_FORMAT_CAF || container == SF_FORMAT_AIFF) {
+        SetSpeakers(ReadSpeakerLayout(path, static_cast<std::uint32_t>(info.channels)), stored);
+        return stored;
+    }
     stored.channelMask = isFLAC  ? FLACMask(path, info)
                          : isOgg ? OggMask(path, info)
                                  : LibraryMask(file);
@@ -248,9 +252,7 @@ std::string Describe(const StoredFormat& format) {
 }
 
 std::optional<StoredFormat> ReadLinearFormat(const HeaderReader& header, const ChunkList& chunks) {
-    const bool isLinear =
-        chunks.Find("CHAN") == nullptr || SpeakerBitmap(header, chunks).has_value();
-    return isLinear ? LinearFormat(header, chunks) : std::nullopt;
+    return LinearFormat(header, chunks);
 }
 
 StoredFormat ReadStoredFormat(const FileName& file) {

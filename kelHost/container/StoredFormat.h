@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kel::host {
 
@@ -31,6 +32,11 @@ struct StoredFormat {
     /// WAVEFORMATEXTENSIBLE (Microsoft, "Multiple Channel Audio Data and WAVE Files"). Missing
     /// where the file does not declare them, or has them in another order.
     std::optional<std::uint32_t> channelMask;
+
+    /// Speakers of the channels that are not in this order, as bits of such a mask; 0 for one that
+    /// has no bit. Empty where channelMask has them, and where they are not known.
+    std::vector<std::uint32_t> speakers;
+    std::string otherLayout; ///< a layout that channelMask cannot have: "C L R Ls Rs LFE"
 };
 
 /// Returns the format in words: "WAVE 24-bit integer", "FLAC 16-bit", "MP3".

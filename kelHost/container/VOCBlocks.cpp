@@ -174,12 +174,13 @@ private:
             format.frameBytes = format.channels * (m_codec->bits / 8);
             format.waveTag = m_codec->waveTag;
             const bool isInteger = m_codec->encoding == ChunkEncoding::Integer;
-            m_result.stored = StoredFormat{m_result.container,
-                                           m_codec->name,
-                                           isInteger ? Coding::Integer : Coding::Lossy,
-                                           isInteger ? format.bits : 0,
-                                           isInteger ? format.bits : 0,
-                                           std::nullopt};
+            StoredFormat stored;
+            stored.container = m_result.container;
+            stored.encoding = m_codec->name;
+            stored.coding = isInteger ? Coding::Integer : Coding::Lossy;
+            stored.bits = isInteger ? format.bits : 0;
+            stored.paddedBits = stored.bits;
+            m_result.stored = std::move(stored);
         }
         m_result.format = format;
     }

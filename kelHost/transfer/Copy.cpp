@@ -50,6 +50,19 @@ bool Exists(const std::string& path) {
     return std::filesystem::is_regular_file(path, unknown);
 }
 
+// @param file name of the input
+std::string DescribeLostLayout(const std::string& file, const StoredFormat& stored) {
+    std::string list;
+    for (const std::uint32_t channel : OrderBySpeakers(stored.speakers)) {
+        list += fmt::format("{}{}", list.empty() ? "" : ",", channel + 1);
+    }
+    return fmt::format("{}: its channel layout {} is not preserved{}", file, stored.otherLayout,
+                       list.empty() ? ""
+                                    : fmt::format("; --channels {} puts the channels into the "
+                                                  "order of WAVE",
+                                                  list));
+}
+
 // A copy, step by step.
 class CopyJob {
 public:
@@ -137,12 +150,21 @@ private:
         m_converter = std::make_unique<SampleConverter>(m_source->Description(), target);
         m_facts.channels = static_cast<std::uint32_t>(m_converter->Channels().size());
         m_hasOtherChannels = HasOtherChannels();
-        const std::uint32_t mask = m_stored.has_value() ? m_stored->channelMask.value_or(0) : 0;
-        m_mask = PickSpeakers(mask, m_source->Channels(), m_picked);
+        ChooseSpeakers();
         RequireBlockFits();
         m_facts.rate = m_source->Rate();
         m_facts.frames = m_range.count.value_or(0); // so many are expected
         m_bytes = m_facts.SampleBytes();
+    }
+
+    void ChooseSpeakers() {
+        const StoredFormat stored = m_stored.value_or(StoredFormat());
+        m_mask = stored.speakers.empty()
+                     ? PickSpeakers(stored.channelMask.value_or(0), m_source->Channels(), m_picked)
+                     : PickSpeakers(stored.speakers, m_picked);
+        if (!stored.otherLayout.empty() && !m_hasOtherChannels) {
+            m_warnings.Add(DescribeLostLayout(m_request.input.shown, stored));
+        }
     }
 
     std::optional<SkipReason> ReasonToSkip() const {

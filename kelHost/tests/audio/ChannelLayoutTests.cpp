@@ -97,6 +97,13 @@ TEST(LoudnessWeights, AreNoneForChannelsWithoutASpeaker) {
     EXPECT_EQ(Weights(4, 0x633), "11SS");
 }
 
+TEST(LoudnessWeights, AreThoseOfTheSpeakersInAnyOrder) {
+    using Weight = LoudnessWeight;
+    EXPECT_EQ(
+        LoudnessWeights({0x4, 0x1, 0x10, 0x8, 0}),
+        (std::vector{Weight::Full, Weight::Full, Weight::Surround, Weight::None, Weight::None}));
+}
+
 TEST(LoudnessWeights, WithoutAMaskAreThoseOfTheNumberOfChannels) {
     EXPECT_EQ(Weights(1, std::nullopt), "1");
     EXPECT_EQ(Weights(2, std::nullopt), "11");

@@ -39,4 +39,19 @@ TEST(ChannelMask, KeepsTheSpeakersOfChannelsInAscendingOrder) {
     }
 }
 
+TEST(ChannelMask, HasTheSpeakersOfChannelsThatArePickedInTheirOrder) {
+    const std::vector<std::uint32_t> speakers{0x4, 0x1, 0x2, 0};
+    EXPECT_EQ(PickSpeakers(speakers, {1, 2, 0}), 0x7U);
+    EXPECT_EQ(PickSpeakers(speakers, {0, 1, 2}), 0U);
+    EXPECT_EQ(PickSpeakers(speakers, {}), 0U);
+}
+
+TEST(ChannelMask, OrdersChannelsThatHaveASpeakerEach) {
+    using Channels = std::vector<std::uint32_t>;
+    EXPECT_EQ(OrderBySpeakers({0x4, 0x1, 0x2}), (Channels{1, 2, 0}));
+    EXPECT_EQ(OrderBySpeakers({0x4, 0x1, 0}), Channels());
+    EXPECT_EQ(OrderBySpeakers({0x4, 0x1, 0x4}), Channels());
+    EXPECT_EQ(OrderBySpeakers({}), Channels());
+}
+
 } // namespace kel::host

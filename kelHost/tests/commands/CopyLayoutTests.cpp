@@ -1,6 +1,7 @@
 // Speakers of copied channels.
 
 #include "AudioFiles.h"
+#include "LayoutFiles.h"
 #include "Program.h"
 
 #include <gtest/gtest.h>
@@ -99,6 +100,52 @@ TEST(CopyLayout, IsImpliedByCompressedFilesAndMissingFromPlainOnes) {
         EXPECT_EQ(RunKelhost(directory, {"copy", "take", "copy.wav"}).status, 0);
         EXPECT_EQ(MaskIn(directory / "copy.wav"), LittleEndian(row.mask, 4));
     }
+}
+
+TEST(CopyLayout, IsThatOfACAFFileInTheOrderOfWave) {
+    const TemporaryDirectory directory;
+    for (const std::string& layout : {LayoutContent(0x00790006), LayoutContent(0x10000, 0x3F),
+                                      LayoutContent(0, 0, {1, 2, 3, 4, 5, 6})}) {
+        WriteFile(directory / "take.caf", MakeCAF(6, layout));
+        ExpectResult(RunKelhost(directory, {"copy", "--quiet", "--force", "take.caf", "copy.wav"}),
+                     0, "", "");
+        EXPECT_EQ(MaskIn(directory / "copy.wav"), LittleEndian(0x3F, 4));
+    }
+}
+
+TEST(CopyLayout, IsNamedWhereItIsNotPreserved) {
+    const TemporaryDirectory directory;
+    const std::string warning = "kelhost: warning: take.caf: its channel layout ";
+    WriteFile(directory / "take.caf", MakeCAF(6, LayoutContent(0x007C0006)));
+    ExpectResult(RunKelhost(directory, {"copy", "--quiet", "take.caf", "copy.wav"}), 0, "",
+                 warning + "C L R Ls Rs LFE is not preserved; --channels 2,3,1,6,4,5 puts the "
+                           "channels into the order of WAVE\n");
+    EXPECT_EQ(MaskIn(directory / "copy.wav"), LittleEndian(0, 4));
+    WriteFile(directory / "take.caf", MakeCAF(4, LayoutContent(0x006B0004)));
+    ExpectResult(RunKelhost(directory, {"copy", "--quiet", "take.caf", "copy.aiff"}), 0, "",
+                 warning + "W X Y Z is not preserved\n");
+}
+
+TEST(CopyLayout, IsThatOfTheOrderThatTheWarningNames) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take.caf", MakeCAF(6, LayoutContent(0x007C0006)));
+    ExpectResult(RunKelhost(directory, {"copy", "--quiet", "--channels", "2,3,1,6,4,5", "take.caf",
+                                        "copy.wav"}),
+                 0, "", "");
+    EXPECT_EQ(MaskIn(directory / "copy.wav"), LittleEndian(0x3F, 4));
+    const std::vector<float> values = ReadAudio(directory / "copy.wav").values;
+    std::vector<float> channels;
+    for (std::size_t i = 0; i < 6; ++i) {
+        channels.push_back(values.at(i) * 32768.0F);
+    }
+    EXPECT_EQ(channels, (std::vector<float>{2, 3, 1, 6, 4, 5}));
+}
+
+TEST(InfoOfALayout, NamesSpeakersInAnotherOrder) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take.caf", MakeCAF(6, LayoutContent(0x007C0006)));
+    ExpectResult(RunKelhost(directory, {"info", "--field", "layout,channel_mask", "take.caf"}), 0,
+                 "C L R Ls Rs LFE\tnull\n", "");
 }
 
 } // namespace kel::test
