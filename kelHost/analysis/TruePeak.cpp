@@ -110,6 +110,11 @@ void TruePeakMeter::Add(const FloatView& floats) {
     }
 }
 
+double TruePeakMeter::Peak() const {
+    const bool isFloat = m_peak <= static_cast<double>(std::numeric_limits<float>::max());
+    return isFloat ? static_cast<double>(static_cast<float>(m_peak)) : m_peak;
+}
+
 void TruePeakMeter::AddChannel(const FloatView& floats, std::size_t channel) {
     const std::size_t frames = floats.count / m_channels;
     std::vector<double>& former = m_former[channel];

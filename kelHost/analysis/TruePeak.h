@@ -22,8 +22,9 @@ public:
     /// Values that are not finite count as 0.
     void Add(const FloatView& floats) override;
 
-    /// The largest magnitude so far; 1.0 is full scale.
-    double Peak() const { return static_cast<double>(static_cast<float>(m_peak)); }
+    /// The largest magnitude so far, rounded to a float unless it is too large for one; 1.0 is full
+    /// scale.
+    double Peak() const;
 
 private:
     void AddChannel(const FloatView& floats, std::size_t channel);

@@ -85,6 +85,17 @@ TEST(TruePeak, IsFoundAtEveryPlace) {
     }
 }
 
+// The wave between the largest floats is larger than any float.
+TEST(TruePeak, MayBeTooLargeForAFloat) {
+    constexpr float kLargest = std::numeric_limits<float>::max();
+    std::vector<float> values(40, 0.0F);
+    values[10] = values[11] = 1;
+    const double scaled = PeakOf(values, 1, 48000, 40);
+    EXPECT_GT(scaled, 1.2);
+    values[10] = values[11] = kLargest;
+    EXPECT_NEAR(PeakOf(values, 1, 48000, 40) / static_cast<double>(kLargest), scaled, 1e-6);
+}
+
 TEST(TruePeak, TakesValuesThatAreNotFiniteForZeros) {
     std::vector<float> values = MakeNoise(1, 1000);
     std::vector<float> zeros = values;
