@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "container/HeaderReader.h"
+#include "container/OtherHeaders.h"
 #include "container/StoredBytes.h"
 #include "container/VOCBlocks.h"
 
@@ -304,6 +305,9 @@ std::optional<InputHeader> JudgeAU(HeaderReader& header, std::uint64_t fileBytes
         !(declared > left && MeansUnknown({declared, declared, kUnknown - 1, format.frameBytes}));
     result.parts.push_back(
         {first, result.declaresLength ? std::min(declared, left) : left, std::nullopt});
+    if (result.declaresLength && declared + kChunkHeader <= left) {
+        result.unreadBytes = left - declared;
+    }
     if (result.declaresLength && declared > left) {
         const std::uint64_t unit = std::max<std::uint64_t>(format.frameBytes, 1);
         result.truncation = Truncation{declared / unit, left / unit, format.frameBytes > 0, false};
@@ -372,8 +376,11 @@ std::string InputHeader::Misreading(std::int64_t frames) const {
                ? fmt::format("it contains {}, of which {} can be read", Count(present, "frame"),
                              delivered)
                : fmt::format("it contains {}, and {} more would be read from other {}",
-                             Count(present, "frame"), delivered - present,
-                             chunks.has_value() ? "chunks" : "blocks");
+                             Count(present, "frame"), delivered - present, OtherContent());
+}
+
+const char* InputHeader::OtherContent() const {
+    return chunks.has_value() ? "chunks" : container == "VOC" ? "blocks" : "bytes";
 }
 
 std::optional<SampleLayout> InputHeader::Layout() const {
@@ -419,6 +426,9 @@ std::optional<InputHeader> ReadInputHeader(const FileName& file) {
         chunks.has_value() ? ChunkJudge(header, *chunks).Run() : JudgeAU(header, input->bytes);
     if (!result.has_value()) {
         result = JudgeVOC(header, input->bytes);
+    }
+    if (!result.has_value()) {
+        result = JudgeOther(header, input->bytes);
     }
     if (!result.has_value() || !result->Layout().has_value()) {
         SkimEnds(header, input->bytes);

@@ -40,14 +40,15 @@ struct Truncation {
 /// A header, and the facts that follow from it.
 struct InputHeader {
     std::uint64_t fileBytes = 0;
-    std::string container;             ///< "WAVE", "RF64", "AIFF-C", "AU", "VOC"
+    std::string container;             ///< "WAVE", "RF64", "AIFF-C", "AU", "VOC", "CAF"
     bool isBigEndian = false;          ///< the numbers in the header
-    std::optional<ChunkList> chunks;   ///< see ReadAllChunks; missing for AU and VOC
+    std::optional<ChunkList> chunks;   ///< see ReadAllChunks; missing for others
     std::optional<FormatChunk> format; ///< missing when it is damaged
     std::vector<SamplePart> parts;     ///< one for each data chunk or block
     bool declaresLength = true;        ///< false when the size of the samples means "unknown"
     bool declaresNone = false;         ///< the declared size is 0, and samples follow
     std::uint64_t trailingBytes = 0;   ///< chunks that follow samples of unknown size
+    std::uint64_t unreadBytes = 0;     ///< that follow the samples of an AU file
     std::optional<Truncation> truncation;
     std::optional<StoredFormat> stored; ///< of linear samples; missing where it needs libsndfile
     std::string obstacle;               ///< of VOC files, see Obstacle
@@ -73,6 +74,9 @@ struct InputHeader {
 
     /// The layout of linear samples in one data chunk; none for others.
     std::optional<SampleLayout> Layout() const;
+
+private:
+    const char* OtherContent() const; // what follows the samples
 };
 
 /// Reads the chunks of a file like ReadChunkList, and also those after samples of unknown size.
@@ -84,11 +88,11 @@ std::optional<ChunkList> ReadAllChunks(HeaderReader& header, std::uint64_t fileB
 /// Returns both counts in words: "declares 48000 frames and contains 12000".
 std::string DescribeCounts(const Truncation& truncation);
 
-/// Reads and judges the header of a file of chunks (see ChunkList.h), of AU or of VOC. All
-/// chunks but those of samples are read; of files without a layout, the beginning and the end,
-/// which can contain a header. A library may take bytes that it cannot read for zeros; here that is
-/// an error. Files that cannot be opened, and those that are not regular files, are left to the
-/// source.
+/// Reads and judges the header of a file of chunks (see ChunkList.h), of AU, or of those in
+/// VOCBlocks.h and OtherHeaders.h. All chunks but those of samples are read; of files without a
+/// layout, the beginning and the end, which can contain a header. A library may take bytes that it
+/// cannot read for zeros; here that is an error. Files that cannot be opened, and those that are
+/// not regular files, are left to the source.
 ///
 /// A size of the samples that reaches beyond the end of the file means truncation, except sizes
 /// that programs write when they cannot go back to the header: 0, 0x7F000000, 0x7FFFF000,

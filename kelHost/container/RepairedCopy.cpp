@@ -45,6 +45,9 @@ public:
         if (m_header.container == "VOC") {
             return MakeWave(FormatOfVOC(), ChunkForm::RIFF, sampleBytes);
         }
+        if (m_header.container == "CAF") {
+            return MakeCAF(sampleBytes);
+        }
         if (!m_header.chunks.has_value()) {
             return MakeAU(sampleBytes);
         }
@@ -155,6 +158,21 @@ private:
         std::string header = m_reader.Bytes(0, kHeader);
         RequireFits(sampleBytes);
         return header.replace(kSizes, 8, Number(kHeader, 4) + Number(sampleBytes, 4));
+    }
+
+    // All chunks before the samples describe them.
+    std::string MakeCAF(std::uint64_t sampleBytes) const {
+        constexpr std::uint64_t kMaxCAFHeader = std::uint64_t{1} << 24U;
+        constexpr std::uint64_t kEditCount = 4; // after the size
+        const std::uint64_t first = m_header.parts.front().offset;
+        if (first > kMaxCAFHeader) {
+            throw JobError(m_file.shown, fmt::format("cannot be repaired: its samples follow {} "
+                                                     "bytes of other chunks",
+                                                     first));
+        }
+        std::string header = m_reader.Bytes(0, static_cast<std::size_t>(first));
+        return header.replace(header.size() - kEditCount - 8, 8,
+                              NumberBytes(sampleBytes + kEditCount, 8, StoredOrder::Big));
     }
 
     const FileName& m_file;

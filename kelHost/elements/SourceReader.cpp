@@ -349,6 +349,10 @@ std::vector<std::string> SourceReader::DescribeHeader() const {
                                     m_shownName, Count(*others, "frame"),
                                     m_header->Layout()->frames));
     }
+    if (m_header.has_value() && m_header->unreadBytes > 0) {
+        notes.push_back(fmt::format("{}: {} after its samples are not read", m_shownName,
+                                    Count(m_header->unreadBytes, "byte")));
+    }
     if (m_hasFurtherStreams) {
         notes.push_back(m_shownName + ": " + kFurtherStreams);
     }

@@ -42,6 +42,8 @@ std::vector<WrongHeader> WrongHeaders() {
         {"BW64", MakeRF64({}, {}, "BW64"), "it is BW64", false},
         {"AIFFWithDataSize8", MakeAIFF(46, 8), none},
         {"AUWithDataSize0", MakeAU(0), none},
+        {"CAFWithUnknownSize", MakeSizedCAF(~std::uint64_t{0}),
+         "it does not declare the size of its samples", false},
         {"VOCWithTwoBlocks",
          MakeVOC(VOCSound(MakeSamples()) + VOCBlock(2, MakeSamples(20)) + kVOCEnd),
          "it contains 120 frames in 2 blocks", true, 120},
@@ -221,6 +223,44 @@ TEST(RepairOfVOC, AcceptsTruncationOnlyWhereThatIsAllowed) {
                          counts + "\nkelhost: warning: take: " + counts + "; it is truncated\n");
         EXPECT_EQ(ReadAudio(directory / "out.wav").values.size(), 50U);
     }
+}
+
+TEST(RepairOfCAF, AcceptsTruncationOnlyWhereThatIsAllowed) {
+    const std::string counts = "declares 100 frames and contains 50";
+    const TemporaryDirectory directory;
+    const std::string bytes = MakeSizedCAF(204);
+    WriteFile(directory / "take", bytes.substr(0, bytes.size() - 100));
+    ExpectResult(RunKelhost(directory, {"copy", "take", "out.wav"}), 1, "",
+                 Error("take", "cannot open for reading: it " + counts +
+                                   " (--repair --allow-truncated reads it)"));
+    ExpectResult(RunKelhost(directory, {"copy", "--quiet", "--repair", "--allow-truncated", "take",
+                                        "out.wav"}),
+                 0, "",
+                 "kelhost: warning: take: is read through a copy with a new header: it " + counts +
+                     "\nkelhost: warning: take: " + counts + "; it is truncated\n");
+    EXPECT_EQ(ReadAudio(directory / "out.wav").values.size(), 50U);
+}
+
+// The library would read them as samples.
+TEST(RepairOfNIST, IsNotSuggestedForBytesAfterItsSamples) {
+    const TemporaryDirectory directory;
+    WriteAudio(directory / "take", SF_FORMAT_NIST | SF_FORMAT_PCM_16, 1, 8000, MakeValues(100));
+    WriteFile(directory / "take", ReadFile(directory / "take") + std::string(20, 'x'));
+    for (const Arguments& options : {Arguments{}, Arguments{"--repair"}}) {
+        ExpectResult(RunKelhost(directory, Arguments{"copy", "take", "out.wav"} + options), 1, "",
+                     Error("take", "cannot read all samples: it contains 100 frames, and 10 more "
+                                   "would be read from other bytes"));
+    }
+}
+
+TEST(CopyOfAU, NamesBytesAfterItsSamples) {
+    const TemporaryDirectory directory;
+    WriteFile(directory / "take", MakeAU({}) + MakeAU({}));
+    ExpectResult(RunKelhost(directory, {"copy", "--quiet", "take", "out.wav"}), 0, "",
+                 "kelhost: warning: take: 224 bytes after its samples are not read\n");
+    WriteFile(directory / "take", MakeAU({}) + std::string(7, '\0'));
+    ExpectResult(RunKelhost(directory, {"copy", "--quiet", "--force", "take", "out.wav"}), 0, "",
+                 "");
 }
 
 // The library is not asked about files that it does not open.

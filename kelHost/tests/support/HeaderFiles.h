@@ -107,6 +107,16 @@ inline std::string MakeAU(WrongSize data) {
            BigEndian(3, 4) + BigEndian(8000, 4) + BigEndian(1, 4) + samples;
 }
 
+/// A CAF file of 100 frames.
+/// @param size of the chunk "data", with the four bytes before the samples
+/// @param bits per value, in four bytes
+inline std::string MakeSizedCAF(std::uint64_t size, const std::string& bits = BigEndian(16, 4)) {
+    const std::string rate("\x40\xBF\x40\0\0\0\0\0", 8);
+    return "caff" + BigEndian(1, 2) + BigEndian(0, 2) + "desc" + BigEndian(32, 8) + rate + "lpcm" +
+           BigEndian(0, 4) + BigEndian(2, 4) + BigEndian(1, 4) + BigEndian(1, 4) + bits + "data" +
+           BigEndian(size, 8) + std::string(4, '\0') + MakeSamples(100, true);
+}
+
 /// A block of a VOC file.
 /// @param size to declare
 inline std::string VOCBlock(unsigned type, const std::string& content,
