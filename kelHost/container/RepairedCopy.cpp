@@ -367,10 +367,11 @@ TemporaryFile MakeCopy(const FileName& file, const CopyContent& content,
 TemporaryFile MakeRepairedCopy(const FileName& file, const InputHeader& header,
                                const std::string& directory, const StepRunner& run) {
     HeaderReader reader(file, OpenInput(file), kCannotRead);
-    const std::vector<SamplePart> parts = WholeFrames(header);
-    const std::string text = HeaderWriter(file, header, reader).Make(BytesIn(parts));
+    std::vector<SamplePart> parts = WholeFrames(header);
+    const std::uint64_t bytes = BytesIn(parts);
+    const std::string text = HeaderWriter(file, header, reader).Make(bytes);
     return MakeCopy(file,
-                    {"cannot make the copy for --repair in ", text, parts, BytesIn(parts) % 2},
+                    {"cannot make the copy for --repair in ", text, std::move(parts), bytes % 2},
                     directory, run);
 }
 

@@ -13,8 +13,8 @@ namespace kel::host {
 struct MPEGStream;
 
 /// Writes a new header with right sizes and the samples of a file after it. WAVE, RF64, BW64, W64
-/// and VOC become WAVE, or RF64 where the samples need it; others keep their container. Metadata is not
-/// copied. The copy shares the bytes of the samples with the file where the file system can do
+/// and VOC become WAVE, or RF64 where the samples need it; others keep their container. Metadata is
+/// not copied. The copy shares the bytes of the samples with the file where the file system can do
 /// that; holes stay holes. Silences of VOC are written out.
 /// @param header of the file
 /// @param directory of the copy
