@@ -24,7 +24,7 @@ constexpr std::string_view kSignature{"Creative Voice File\x1A"};
 constexpr std::uint64_t kBlockStart = 4; // a type and a size
 constexpr std::uint64_t kMaxBlockBytes = 0xFFFFFF;
 // Some programs continue the sound in a new block every few milliseconds.
-constexpr std::size_t kMaxVOCBlocks = std::size_t{1} << 19U;
+constexpr std::size_t kMaxVOCBlocks = std::size_t{1} << 18U; // a gigabyte in blocks of 4 KB
 
 enum VOCBlockType : unsigned {
     kEnd = 0,

@@ -146,11 +146,11 @@ INSTANTIATE_TEST_SUITE_P(VOCBlocks, VOCJudgement, testing::ValuesIn(VOCCases()),
 
 TEST(VOCBlocks, AreNotReadWithoutEnd) {
     std::string blocks = VOCSound("ab");
-    for (int i = 0; i < (1 << 19) + 1; ++i) {
+    for (int i = 0; i < (1 << 18) + 1; ++i) {
         blocks += VOCBlock(2, "");
     }
     EXPECT_EQ(DescribeVOC(MakeVOC(blocks), 0),
-              "1 x 8000 Hz, 16-bit integer, 1 frames; it has more than 524288 blocks without "
+              "1 x 8000 Hz, 16-bit integer, 1 frames; it has more than 262144 blocks without "
               "remedy");
 }
 
