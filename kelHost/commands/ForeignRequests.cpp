@@ -37,7 +37,7 @@ struct ForeignRequest {
     std::string_view reason;
     // To type. Without "kelhost" at its beginning, it replaces the option in what was typed.
     std::string_view line;
-    std::string_view command = ""; // whose option it is; empty for any
+    std::string_view command{}; // whose option it is; empty for any
 };
 
 constexpr std::string_view kRateReason = "kelhost does not change the rate, and sox does";

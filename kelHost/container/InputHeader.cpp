@@ -115,7 +115,7 @@ public:
             }
         }
         if (!m_result.parts.empty() && m_result.declaresLength) {
-            FindTruncation();
+            m_result.FindTruncation(m_declared, DeclaredEnd());
         }
         return std::move(m_result);
     }
@@ -233,18 +233,6 @@ private:
         return offset == bytes.size();
     }
 
-    void FindTruncation() {
-        const std::uint64_t present = m_result.SampleBytes();
-        const std::uint64_t frameBytes = m_result.FrameBytes();
-        const std::uint64_t unit = std::max<std::uint64_t>(frameBytes, 1);
-        if (present / unit < m_declared / unit) {
-            m_result.truncation =
-                Truncation{m_declared / unit, present / unit, frameBytes > 0, false};
-        } else if (DeclaredEnd() > m_result.fileBytes) {
-            m_result.truncation = Truncation{DeclaredEnd(), m_result.fileBytes, false, true};
-        }
-    }
-
     // The end of the file according to the header of the file and of the last chunk, as far as they
     // agree. Many programs count the header of the file or padding that they do not write: a
     // difference that leaves no place for a chunk means nothing.
@@ -322,6 +310,16 @@ std::uint64_t InputHeader::SampleBytes() const {
     return std::accumulate(
         parts.begin(), parts.end(), std::uint64_t{0},
         [](std::uint64_t sum, const SamplePart& part) { return sum + part.bytes; });
+}
+
+void InputHeader::FindTruncation(std::uint64_t sampleBytes, std::uint64_t end) {
+    const std::uint64_t present = SampleBytes();
+    const std::uint64_t unit = std::max<std::uint64_t>(FrameBytes(), 1);
+    if (present / unit < sampleBytes / unit) {
+        truncation = Truncation{sampleBytes / unit, present / unit, FrameBytes() > 0, false};
+    } else if (end > fileBytes) {
+        truncation = Truncation{end, fileBytes, false, true};
+    }
 }
 
 std::uint64_t InputHeader::FrameBytes() const {

@@ -57,6 +57,12 @@ struct InputHeader {
     /// Bytes of samples that the file has.
     std::uint64_t SampleBytes() const;
 
+    /// Compares the parts and the length of the file with what the header declares, and sets
+    /// `truncation` where the file ends before.
+    /// @param sampleBytes declared bytes of samples
+    /// @param end declared end of the file, as an offset in bytes; 0 where it is unknown
+    void FindTruncation(std::uint64_t sampleBytes, std::uint64_t end);
+
     /// Bytes per frame; 0 where that is unknown, or the values are compressed.
     std::uint64_t FrameBytes() const;
 

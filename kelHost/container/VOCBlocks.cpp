@@ -146,7 +146,7 @@ public:
             if (!IsEndClean() && m_first.has_value() && ContinuesToTheEnd(*m_first)) {
                 ReplaceParts();
             }
-            FindTruncation();
+            m_result.FindTruncation(m_declared, m_end);
             m_result.obstacle = FindObstacle();
         }
         return std::move(m_result);
@@ -315,18 +315,6 @@ private:
         m_hasTooMany = false;
         if (m_builder != nullptr) {
             m_builder->metadata = m_metadataBefore;
-        }
-    }
-
-    void FindTruncation() {
-        const std::uint64_t present = m_result.SampleBytes();
-        const std::uint64_t frameBytes = m_result.FrameBytes();
-        const std::uint64_t unit = std::max<std::uint64_t>(frameBytes, 1);
-        if (present / unit < m_declared / unit) {
-            m_result.truncation =
-                Truncation{m_declared / unit, present / unit, frameBytes > 0, false};
-        } else if (m_end > m_fileBytes) {
-            m_result.truncation = Truncation{m_end, m_fileBytes, false, true};
         }
     }
 
