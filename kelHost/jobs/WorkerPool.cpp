@@ -215,9 +215,6 @@ private:
             std::chrono::duration_cast<std::chrono::milliseconds>(wait).count() + 1;
         poll(polled.data(), polled.size(), static_cast<int>(milliseconds));
         m_clock.Advance(wait + kPause);
-        if (polled.front().revents != 0) {
-            m_signals.Check();
-        }
         // Backwards, because a worker that has died is removed.
         const std::size_t count = m_workers.size();
         for (std::size_t i = count; i-- > 0;) {
@@ -229,6 +226,10 @@ private:
             } else if (hasPrinted) {
                 ReceivePrinted(m_workers[i]);
             }
+        }
+        // Afterwards, because files may have been finished before the signal.
+        if (polled.front().revents != 0) {
+            m_signals.Check();
         }
     }
 
