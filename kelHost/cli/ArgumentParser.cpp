@@ -31,8 +31,8 @@ const Option* FindOption(const std::vector<Option>& options, std::string_view na
     return found == options.end() ? nullptr : &*found;
 }
 
-// Whether a word of several letters begins with a short option, and is not only flags, or an option
-// with a number.
+// True for a word of several letters that begins with a short option, unless all are flags or a
+// number follows the option.
 bool IsMangled(const std::vector<Option>& options, const std::string& word) {
     const auto find = [&](std::size_t place) {
         return FindOption(options, std::string("-") + word[place]);

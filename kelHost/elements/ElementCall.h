@@ -21,7 +21,7 @@ inline constexpr std::string_view kReadAudio = "cannot read the audio";
 inline constexpr std::string_view kWriteAudio = "cannot write the audio";
 
 /// Returns the words of the system for an error of a file; empty for a number with which no use of
-/// an open file fails, such as one that a library left behind.
+/// an open file fails, such as one that a library has not reset.
 std::string DescribeFileError(int error);
 
 /// Returns the cause of a failed call: the words of the system, or general ones.

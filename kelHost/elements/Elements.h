@@ -35,7 +35,7 @@ void SetBlockFrames(IParametersCollectionInstance& settings, std::uint32_t frame
 /// Returns the maximum number of frames in a sample of a source; none when it has no such setting.
 std::optional<std::uint32_t> BlockFramesIn(const ElementRecipe& recipe);
 
-/// Whether a source is to read a file: it has a setting "FilePath" that is not empty.
+/// Returns true when a source is to read a file: it has a setting "FilePath" that is not empty.
 bool ReadsFile(const ElementRecipe& recipe);
 
 /// Returns the label of the format whose source reads a file: by the extension, else WAVE, because

@@ -65,8 +65,8 @@ std::string DescribeRefusal(const std::string& path) {
     return "its format is unknown or it is damaged (--verbose shows more)";
 }
 
-// Opens a file. Libraries leave any error of the system behind when they look for its format, so
-// that none of these is the cause.
+// Opens a file. A library that looks for the format of a file sets errno to many values, none of
+// which is the cause.
 template <typename Operation>
 void OpenAsFile(const FileName& file, Operation operation) {
     WithFileContext(file, kOpenForReading, [&] {

@@ -63,8 +63,8 @@ void Progress::Spool(std::size_t job, std::uint64_t bytes, Clock::time_point now
     m_stream << FormatDocument("progress", std::move(members)) << std::flush;
 }
 
-// What follows is drawn at once, in place of the bytes. The speed of a single job is that of its
-// work.
+// The next progress is drawn at once, in place of the bytes. The speed of a single job is that of
+// its work.
 void Progress::EndSpooling(std::size_t job, Clock::time_point now) {
     if (m_spools[job].has_value()) {
         m_spools[job].reset();
